@@ -1,0 +1,134 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The store blob. See db_store_format.h.
+
+#include "db_store_format.h"
+
+#include <cstring>
+
+namespace zelkm {
+namespace {
+
+constexpr char kMagicV10[] = "SOBv1.0     ";
+constexpr uint8_t kSeparatorV10 = '|';
+constexpr uint8_t kSeparator = 0x1E;
+constexpr uint8_t kRowEnd = '\n';
+
+static_assert(sizeof(kMagic) - 1 == kMagicLen && sizeof(kMagicV10) - 1 == kMagicLen);
+
+void writeLe32(uint32_t value, uint8_t* to) {
+    for (int i = 0; i < 4; ++i) {
+        to[i] = static_cast<uint8_t>(value >> (8 * i));
+    }
+}
+
+bool isWritten(const db_row& row, const Selection& selection) {
+    return !selection.selected_rows_only || (row.flags & kRowSelected) != 0;
+}
+
+// The bytes of one payload, taken from front to back.
+struct Reader {
+    const uint8_t* at;
+    const uint8_t* end;
+};
+
+DecodeResult decodeRow(Reader* in, uint8_t separator, db_row* row) {
+    for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        if (!holdsBytes(i)) {
+            return {DecodeError::kColumnType, 0};
+        }
+        const size_t rest = static_cast<size_t>(in->end - in->at);
+        const void* found = rest != 0 ? std::memchr(in->at, separator, rest) : nullptr;
+        const uint8_t* value_end = found != nullptr ? static_cast<const uint8_t*>(found) : in->end;
+        if (!setValue(row, i, in->at, static_cast<uint32_t>(value_end - in->at))) {
+            return {DecodeError::kValueAllocation, 0};
+        }
+        in->at = found != nullptr ? value_end + 1 : in->end;
+    }
+    if (in->at == in->end || *in->at != kRowEnd) {
+        return {DecodeError::kRowEnd, in->at == in->end ? uint8_t{0} : *in->at};
+    }
+    ++in->at;
+    return {DecodeError::kNone, 0};
+}
+
+}  // namespace
+
+uint32_t readLe32(const uint8_t* from) {
+    uint32_t value = 0;
+    for (int i = 3; i >= 0; --i) {
+        value = value << 8 | from[i];
+    }
+    return value;
+}
+
+uint8_t separatorOf(const uint8_t* magic) {
+    return std::memcmp(magic, kMagicV10, kMagicLen) == 0 ? kSeparatorV10 : kSeparator;
+}
+
+void writeHeader(uint8_t* header, uint32_t flags, uint32_t row_count, uint32_t payload_len) {
+    std::memset(header, 0, kHeaderLen);
+    std::memcpy(header, kMagic, kMagicLen);
+    writeLe32(flags, header + kFlagsOffset);
+    writeLe32(row_count, header + kRowCountOffset);
+    writeLe32(payload_len, header + kPayloadLenOffset);
+}
+
+DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count, uint8_t separator,
+                        db_table_t* rows) {
+    Reader in = {payload, payload + len};
+    DecodeResult result = {DecodeError::kNone, 0};
+    while (rows->count < row_count) {
+        db_row* row = newRow();
+        result = row != nullptr ? decodeRow(&in, separator, row)
+                                : DecodeResult{DecodeError::kRowAllocation, 0};
+        if (result.error != DecodeError::kNone) {
+            free_row(row);
+            clearTable(rows);
+            return result;
+        }
+        appendRow(rows, row);
+    }
+    return result;
+}
+
+size_t encodedLen(const db_table_t& table, const Selection& selection) {
+    size_t len = 1;
+    for (const db_row* row = table.head; row != nullptr; row = row->next) {
+        if (!isWritten(*row, selection)) {
+            continue;
+        }
+        for (size_t i = 0; i < selection.num_columns; ++i) {
+            if (selection.columns[i] < SDB_NUM_COLUMNS) {
+                len += size_t{row->col[selection.columns[i]].len} + 1;
+            }
+        }
+        len += 1;
+    }
+    return len;
+}
+
+uint8_t* encodeRows(const db_table_t& table, const Selection& selection, uint8_t* to) {
+    for (const db_row* row = table.head; row != nullptr; row = row->next) {
+        if (!isWritten(*row, selection)) {
+            continue;
+        }
+        for (size_t i = 0; i < selection.num_columns; ++i) {
+            if (selection.columns[i] >= SDB_NUM_COLUMNS) {
+                continue;
+            }
+            const db_column_value_t& value = row->col[selection.columns[i]];
+            if (value.len != 0) {
+                std::memcpy(to, value.data, value.len);
+            }
+            to += value.len;
+            *to++ = kSeparator;
+        }
+        *to++ = kRowEnd;
+    }
+    *to++ = '\0';
+    return to;
+}
+
+}  // namespace zelkm

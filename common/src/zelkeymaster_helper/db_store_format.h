@@ -1,0 +1,81 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The store blob: a header of 52 bytes, integers little-endian, and the rows as text.
+//
+//   offset size field
+//        0   12 magic        "SOBv1.1" and five blanks; "SOBv1.0" and five blanks is read as well
+//       12    4 flags        bit 0: the payload is encrypted
+//       16   16 tag          of the encryption, else zeros
+//       32   12 iv           of the encryption, else zeros
+//       44    4 row_count
+//       48    4 payload_len  bytes after the header
+//       52      payload      per row six values in schema order, each followed by the separator,
+//       then
+//                            a line feed; after all rows one NUL
+//
+// The separator is 0x1E, and '|' in version 1.0. Values are raw bytes, without escaping; an absent
+// value and an empty one look the same. docs/store-format.md has an annotated dump.
+
+#pragma once
+
+#include <cstddef>
+
+#include "db_table.h"
+#include "velt_secure_db.h"
+
+namespace zelkm {
+
+inline constexpr size_t kMagicLen = SDB_AAD_LEN;
+inline constexpr size_t kFlagsOffset = 12;
+inline constexpr size_t kTagOffset = 16;
+inline constexpr size_t kIvOffset = 32;
+inline constexpr size_t kRowCountOffset = 44;
+inline constexpr size_t kPayloadLenOffset = 48;
+inline constexpr size_t kHeaderLen = 52;
+
+inline constexpr uint32_t kPayloadEncrypted = 1;  // bit of the flags field
+
+// The magic that is written, SDB_AAD_LEN bytes.
+inline constexpr char kMagic[] = "SOBv1.1     ";
+
+uint32_t readLe32(const uint8_t* from);
+
+// The field separator of a store with this magic (kMagicLen bytes).
+uint8_t separatorOf(const uint8_t* magic);
+
+// Fills the header of a new store; tag and iv are zero.
+void writeHeader(uint8_t* header, uint32_t flags, uint32_t row_count, uint32_t payload_len);
+
+enum class DecodeError {
+    kNone,
+    kRowAllocation,
+    kColumnType,  // a column of the schema that holds no bytes
+    kValueAllocation,
+    kRowEnd,  // a row is not closed by a line feed after six values
+};
+
+struct DecodeResult {
+    DecodeError error;
+    uint8_t byte;  // found instead of the line feed; 0 at the end of the payload
+};
+
+// Reads `row_count` rows into `rows`, which must be empty and stays so on failure. The bytes after
+// the last row are ignored.
+[[nodiscard]] DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count,
+                                      uint8_t separator, db_table_t* rows);
+
+// Which rows and columns a text holds.
+struct Selection {
+    const uint8_t* columns;  // schema indices; kNoColumn entries are skipped
+    size_t num_columns;
+    bool selected_rows_only;
+};
+
+// The length of the rows' text, its final NUL included.
+size_t encodedLen(const db_table_t& table, const Selection& selection);
+
+// Writes the rows' text and returns the address after its final NUL.
+uint8_t* encodeRows(const db_table_t& table, const Selection& selection, uint8_t* to);
+
+}  // namespace zelkm

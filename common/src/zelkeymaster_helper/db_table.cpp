@@ -1,0 +1,119 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The table of rows and its column schema. See db_table.h.
+
+#include "db_table.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace zelkm {
+
+db_column_schema_t column_schema[SDB_NUM_COLUMNS] = {
+    {"ALIAS", 0, SDB_TYPE_BYTES},
+    {"CREATOR", 0, SDB_TYPE_BYTES},
+    {"ADMIN", 0, SDB_TYPE_BYTES | SDB_ATTR_ENUMERATED},
+    {"ACCESSOR", 0, SDB_TYPE_BYTES | SDB_ATTR_PATTERN | SDB_ATTR_ENUMERATED},
+    {"CREATOR_UID", 0, SDB_TYPE_BYTES},
+    {"PRIV_ACC", 0, SDB_TYPE_BYTES},
+};
+
+void cacheColumnNameLengths() {
+    for (db_column_schema_t& column : column_schema) {
+        column.name_len = static_cast<uint32_t>(std::strlen(column.name));
+    }
+}
+
+uint8_t findColumn(const db_token_t& name) {
+    for (uint8_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        const db_column_schema_t& column = column_schema[i];
+        if (name.len == column.name_len &&
+            (name.len == 0 || std::memcmp(name.token, column.name, name.len) == 0)) {
+            return i;
+        }
+    }
+    return kNoColumn;
+}
+
+db_row* newRow() {
+    return static_cast<db_row*>(std::calloc(1, sizeof(db_row)));
+}
+
+void free_row(db_row* row) {
+    if (row == nullptr) {
+        return;
+    }
+    for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        if (holdsBytes(i) && (row->col[i].flags & kValuePresent) != 0) {
+            std::free(row->col[i].data);
+        }
+    }
+    std::free(row);
+}
+
+bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len) {
+    db_column_value_t& value = row->col[column];
+    std::free(value.data);
+    value = {};
+    if (len != 0) {
+        value.data = static_cast<uint8_t*>(std::malloc(len));
+        if (value.data == nullptr) {
+            return false;
+        }
+        std::memcpy(value.data, data, len);
+    }
+    value.len = len;
+    value.flags = kValuePresent;
+    return true;
+}
+
+void appendRow(db_table_t* table, db_row* row) {
+    row->next = nullptr;
+    if (table->count != 0) {
+        table->tail->next = row;
+    } else {
+        table->head = row;
+    }
+    table->tail = row;
+    table->count += 1;
+}
+
+void clearTable(db_table_t* table) {
+    db_row* row = table->head;
+    for (uint32_t i = 0; i < table->count; ++i) {
+        db_row* next = row->next;
+        free_row(row);
+        row = next;
+    }
+    *table = {};
+}
+
+void replaceRows(db_table_t* table, db_table_t* rows) {
+    clearTable(table);
+    table->head = rows->head;
+    table->tail = rows->tail;
+    table->count = rows->count;
+    *rows = {};
+}
+
+uint32_t removeSelectedRows(db_table_t* table) {
+    uint32_t removed = 0;
+    db_row** link = &table->head;
+    table->tail = nullptr;
+    while (*link != nullptr) {
+        db_row* row = *link;
+        if ((row->flags & kRowSelected) != 0) {
+            *link = row->next;
+            free_row(row);
+            ++removed;
+        } else {
+            table->tail = row;
+            link = &row->next;
+        }
+    }
+    table->count -= removed;
+    return removed;
+}
+
+}  // namespace zelkm

@@ -1,0 +1,56 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The table of rows, its column schema, and the ownership rules: the table owns its rows, a row
+// owns its values.
+
+#pragma once
+
+#include <cstddef>
+
+#include "velt_secure_db.h"
+
+namespace zelkm {
+
+inline constexpr uint32_t kValuePresent = 1;  // bit of db_column_value_t::flags
+inline constexpr uint32_t kRowSelected = 1;   // bit of db_row::flags
+inline constexpr uint8_t kNoColumn = 255;     // stands for an unknown column name
+
+// In the order of the columns in rows and stores.
+extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
+
+// Fills the schema's name lengths in. Until then no column is found by a name of its own length.
+void cacheColumnNameLengths();
+
+// The index of the column with exactly this name, else kNoColumn.
+uint8_t findColumn(const db_token_t& name);
+
+// Whether a value of this column can be stored.
+inline bool holdsBytes(size_t column) {
+    return (column_schema[column].flags & SDB_TYPE_BYTES) != 0;
+}
+
+// A new row without values; null when out of memory. Released with free_row().
+db_row* newRow();
+
+// Releases a row and its values. Null is allowed.
+void free_row(db_row* row);
+
+// Puts a copy of the bytes in place of the column's value. False when out of memory: the column is
+// then absent.
+[[nodiscard]] bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len);
+
+// Takes `row` over as the last one.
+void appendRow(db_table_t* table, db_row* row);
+
+// Releases all rows; the handle becomes 0.
+void clearTable(db_table_t* table);
+
+// Releases the rows of `table` and takes over those of `rows`, which is left empty. The handle is
+// 0 afterwards.
+void replaceRows(db_table_t* table, db_table_t* rows);
+
+// Removes the selected rows and returns how many there were.
+uint32_t removeSelectedRows(db_table_t* table);
+
+}  // namespace zelkm

@@ -1,0 +1,478 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The store engine's entry point, its command handlers, and everything that it logs. What need not
+// log is elsewhere: the language in db_command_parser, conditions in db_matching, rows in db_table,
+// the blob in db_store_format.
+
+#include "velt_secure_db.h"
+
+#include <openssl/crypto.h>
+#include <openssl/rand.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "db_command_parser.h"
+#include "db_matching.h"
+#include "db_store_format.h"
+#include "db_table.h"
+#include "malloc_buffer.h"
+#include "platform_log.h"
+
+#define LOG_ERROR(...) ZELKM_PLATFORM_LOG(ANDROID_LOG_ERROR, ZELKM_ERROR_PREFIX, __VA_ARGS__)
+#define LOG_DEBUG(...) ZELKM_PLATFORM_LOG(ANDROID_LOG_DEBUG, ZELKM_DEBUG_PREFIX, __VA_ARGS__)
+
+namespace zelkm {
+namespace {
+
+constexpr size_t kDumpedLen = 1023;  // bytes of a command that reach the log
+constexpr int kMaxHandleDraws = 10;
+
+constexpr uint8_t kAllColumns[SDB_NUM_COLUMNS] = {0, 1, 2, 3, 4, 5};
+
+struct EncryptionCallback {
+    void* ctx;
+    sdb_encrypt_fp fp;
+};
+
+db_table_t g_table;
+EncryptionCallback g_encryption;
+bool g_names_cached;
+
+void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t line) {
+    LOG_DEBUG("%s(%d) : L%d", label, static_cast<int>(len), static_cast<int>(line));
+    char text[kDumpedLen + 1] = {};
+    if (len != 0) {
+        std::memcpy(text, data, len < kDumpedLen ? len : kDumpedLen);
+    }
+    char* piece = text;
+    while (char* end = std::strchr(piece, '\n')) {
+        *end = '\0';
+        LOG_DEBUG("%s", piece);
+        piece = end + 1;
+    }
+    LOG_DEBUG("%s", piece);
+}
+
+// ---- Between the table and its texts ------------------------------------------------------------
+
+// Encrypts the payload of a new store blob in place. On failure the blob is wiped and released.
+int encryptPayload(db_bytes_t* blob) {
+    char aad[sizeof(kMagic)];
+    std::memcpy(aad, kMagic, sizeof(aad));
+    uint8_t* payload = blob->data + kHeaderLen;
+    const int status = g_encryption.fp(g_encryption.ctx, 1, payload, payload,
+                                       blob->len - static_cast<uint32_t>(kHeaderLen),
+                                       blob->data + kIvOffset, blob->data + kTagOffset,
+                                       reinterpret_cast<unsigned char*>(aad), SDB_AAD_LEN);
+    if (status != ZELKM_OK) {
+        OPENSSL_cleanse(blob->data, blob->len);
+        std::free(blob->data);
+        *blob = {};
+    }
+    return status;
+}
+
+// Encodes the table into a new buffer: a store blob when `columns` is null and `mode` 0, else text
+// without a header, in mode 1 of the selected rows only. `columns` holds SDB_NUM_COLUMNS indices.
+int convert_to_export(const db_table_t* table, db_bytes_t* out, const uint8_t* columns,
+                      uint8_t mode) {
+    const bool store = columns == nullptr && mode == 0;
+    const Selection selection = {columns != nullptr ? columns : kAllColumns, SDB_NUM_COLUMNS,
+                                 mode == 1};
+    const size_t header_len = store ? kHeaderLen : 0;
+    const size_t len = header_len + encodedLen(*table, selection);
+    uint8_t* data = len <= UINT32_MAX ? static_cast<uint8_t*>(std::malloc(len)) : nullptr;
+    if (data == nullptr) {
+        LOG_ERROR("allocation failure for out");
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+    encodeRows(*table, selection, data + header_len);
+    *out = {data, static_cast<uint32_t>(len)};
+    if (!store) {
+        return ZELKM_OK;
+    }
+    writeHeader(data, g_encryption.fp != nullptr ? kPayloadEncrypted : 0, table->count,
+                static_cast<uint32_t>(len - kHeaderLen));
+    return g_encryption.fp != nullptr ? encryptPayload(out) : ZELKM_OK;
+}
+
+// Exports the whole table after a change. A table that cannot be exported is dropped, so that the
+// next query starts from what is stored.
+int exportStore(db_bytes_t* out) {
+    const int status = convert_to_export(&g_table, out, nullptr, 0);
+    if (status != ZELKM_OK) {
+        clearTable(&g_table);
+        LOG_ERROR("export sdb fail, clear db to sync again");
+    }
+    return status;
+}
+
+int reportDecodeError(const DecodeResult& result) {
+    switch (result.error) {
+        case DecodeError::kNone:
+            break;
+        case DecodeError::kRowAllocation:
+            LOG_ERROR("allocation failure");
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+        case DecodeError::kColumnType:
+            LOG_ERROR("not supported type");
+            return ZELKM_UNSUPPORTED_COLUMN_TYPE;
+        case DecodeError::kValueAllocation:
+            LOG_ERROR("create colume value failure");
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+        case DecodeError::kRowEnd:
+            LOG_ERROR("abnormal end of lne %d", result.byte);
+            return ZELKM_MALFORMED_STORE;
+    }
+    return ZELKM_OK;
+}
+
+// Replaces the table's rows by those of a payload that is as long as the header says.
+int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
+    db_table_t rows = {};
+    const DecodeResult result =
+        decodeRows(payload, len, readLe32(header + kRowCountOffset), separatorOf(header), &rows);
+    if (result.error == DecodeError::kNone) {
+        replaceRows(&g_table, &rows);
+    }
+    return reportDecodeError(result);
+}
+
+int loadEncryptedRows(const uint8_t* blob, uint32_t payload_len) {
+    // The callback takes writable pointers, and a caller's blob is not ours to change.
+    uint8_t header[kHeaderLen];
+    std::memcpy(header, blob, kHeaderLen);
+    const MallocBuffer plain = allocateBuffer(payload_len);
+    if (plain == nullptr) {
+        LOG_ERROR("allocation failure");
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+    int status =
+        g_encryption.fp(g_encryption.ctx, 0, plain.get(), const_cast<uint8_t*>(blob) + kHeaderLen,
+                        payload_len, header + kIvOffset, header + kTagOffset, header, SDB_AAD_LEN);
+    if (status == ZELKM_OK) {
+        status = loadRows(blob, plain.get(), payload_len);
+    }
+    OPENSSL_cleanse(plain.get(), payload_len);
+    return status;
+}
+
+// Loads the table from a store blob; on failure it stays as it was. A blob without payload leaves
+// it as it was, too.
+int convert_to_internal(const uint8_t* blob, uint32_t len) {
+    // A blob that ends inside the length field (48 to 51 bytes) says as little as a shorter one.
+    if (len < kHeaderLen) {
+        LOG_ERROR("db size error");
+        return ZELKM_MALFORMED_STORE;
+    }
+    const uint32_t payload_len = readLe32(blob + kPayloadLenOffset);
+    if (payload_len == 0) {
+        return ZELKM_OK;
+    }
+    const uint32_t available = len - static_cast<uint32_t>(kHeaderLen);
+    if (available != 0 && payload_len > available) {
+        LOG_ERROR("invalid db file len = %d, expected = %d", static_cast<int>(payload_len),
+                  static_cast<int>(available));
+        return ZELKM_PAYLOAD_TOO_LONG;
+    }
+    const bool encrypted = (readLe32(blob + kFlagsOffset) & kPayloadEncrypted) != 0;
+    if (!encrypted || g_encryption.fp == nullptr) {
+        return loadRows(blob, blob + kHeaderLen, available != 0 ? payload_len : 0);
+    }
+    if (available == 0) {
+        LOG_ERROR("db size error");
+        return ZELKM_MALFORMED_STORE;
+    }
+    return loadEncryptedRows(blob, payload_len);
+}
+
+// ---- Commands -----------------------------------------------------------------------------------
+
+bool listsMatch(const db_parsed_tokens_t& columns, const db_parsed_tokens_t& values) {
+    return columns.count != 0 && columns.count == values.count;
+}
+
+// Marks the rows that satisfy all conditions; without conditions, every row.
+void selectRows(const db_parsed_where_set_t* where) {
+    uint8_t condition_table[SDB_MAX_CONDITIONS];
+    init_condition_table(condition_table, where);
+    for (db_row* row = g_table.head; row != nullptr; row = row->next) {
+        row->flags &= ~kRowSelected;
+        if (check_condition_set(row, where, condition_table) != 0) {
+            row->flags |= kRowSelected;
+        }
+    }
+}
+
+// Fills a new row from the lists of an INSERT.
+int fillRow(const db_parsed_tokens_t& columns, const db_parsed_tokens_t& values, db_row* row) {
+    for (uint32_t i = 0; i < columns.count; ++i) {
+        const db_token_t& name = columns.tokens[i];
+        const uint8_t column = findColumn(name);
+        if (column == kNoColumn) {
+            LOG_ERROR("invalid column name");
+            dump_token("invalid column name", name.token, name.len, __LINE__);
+            return ZELKM_UNKNOWN_COLUMN;
+        }
+        if (!holdsBytes(column)) {
+            LOG_ERROR("not supported type");
+            return ZELKM_UNSUPPORTED_COLUMN_TYPE;
+        }
+        if (!setValue(row, column, values.tokens[i].token, values.tokens[i].len)) {
+            LOG_ERROR("create colume value failure");
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+        }
+    }
+    return ZELKM_OK;
+}
+
+int insert_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
+                   db_parsed_where_set_t* /*where*/, db_bytes_t* out) {
+    if (!listsMatch(*columns, *values)) {
+        return ZELKM_SYNTAX_ERROR;
+    }
+    db_row* row = newRow();
+    if (row == nullptr) {
+        LOG_ERROR("create colume value failure");
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+    const int status = fillRow(*columns, *values, row);
+    if (status != ZELKM_OK) {
+        free_row(row);
+        return status;
+    }
+    appendRow(&g_table, row);
+    return exportStore(out);
+}
+
+// Succeeds in every case: without memory for the text the result is empty.
+int select_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* /*values*/,
+                   db_parsed_where_set_t* where, db_bytes_t* out) {
+    selectRows(where);
+    uint8_t output[SDB_NUM_COLUMNS];
+    std::memset(output, kNoColumn, sizeof(output));
+    for (uint32_t i = 0; i < columns->count; ++i) {
+        output[i] = findColumn(columns->tokens[i]);
+    }
+    static_cast<void>(convert_to_export(&g_table, out, output, 1));
+    return ZELKM_OK;
+}
+
+int delete_handler(db_parsed_tokens_t* /*columns*/, db_parsed_tokens_t* /*values*/,
+                   db_parsed_where_set_t* where, db_bytes_t* out) {
+    selectRows(where);
+    return removeSelectedRows(&g_table) != 0 ? exportStore(out) : ZELKM_NOTHING_DELETED;
+}
+
+// The column that an UPDATE means: the last one whose name the token begins with.
+uint8_t findColumnByPrefix(const db_token_t& token) {
+    uint8_t found = kNoColumn;
+    for (uint8_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        const db_column_schema_t& column = column_schema[i];
+        if (token.len >= column.name_len &&
+            (column.name_len == 0 || std::memcmp(token.token, column.name, column.name_len) == 0)) {
+            found = i;
+        }
+    }
+    return found;
+}
+
+int update_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
+                   db_parsed_where_set_t* where, db_bytes_t* out) {
+    if (!listsMatch(*columns, *values)) {
+        return ZELKM_SYNTAX_ERROR;
+    }
+    uint8_t targets[SDB_NUM_COLUMNS];
+    for (uint32_t i = 0; i < columns->count; ++i) {
+        targets[i] = findColumnByPrefix(columns->tokens[i]);
+    }
+    uint8_t condition_table[SDB_MAX_CONDITIONS];
+    init_condition_table(condition_table, where);
+    for (db_row* row = g_table.head; row != nullptr; row = row->next) {
+        if (check_condition_set(row, where, condition_table) == 0) {
+            continue;
+        }
+        for (uint32_t i = 0; i < columns->count; ++i) {
+            if (targets[i] == kNoColumn || !holdsBytes(targets[i])) {
+                continue;
+            }
+            if (!setValue(row, targets[i], values->tokens[i].token, values->tokens[i].len)) {
+                LOG_ERROR("allocation fail during update");
+                return ZELKM_MEMORY_ALLOCATION_FAILED;
+            }
+        }
+    }
+    return exportStore(out);
+}
+
+// ---- One query ----------------------------------------------------------------------------------
+
+void drawHandle() {
+    for (int i = 0; i < kMaxHandleDraws; ++i) {
+        unsigned char bytes[sizeof(g_table.handle)] = {};
+        const bool drawn = RAND_bytes(bytes, sizeof(bytes)) == 1;
+        std::memcpy(&g_table.handle, bytes, sizeof(bytes));
+        if (drawn && g_table.handle != 0) {
+            return;
+        }
+        LOG_ERROR("fail to generate db handle: 0x%08llx",
+                  static_cast<unsigned long long>(g_table.handle));
+    }
+}
+
+// Makes the table the one that the caller means.
+int chooseTable(const uint8_t* blob, uint32_t blob_len, uint64_t* handle) {
+    if (*handle != 0) {
+        return *handle == g_table.handle ? ZELKM_OK : ZELKM_STALE_TABLE_HANDLE;
+    }
+    if (blob == nullptr || blob_len == 0) {
+        clearTable(&g_table);
+    } else {
+        const int status = convert_to_internal(blob, blob_len);
+        if (status != ZELKM_OK) {
+            LOG_ERROR("convert_to_internal error %d", status);
+            return status;
+        }
+    }
+    drawHandle();
+    *handle = g_table.handle;
+    return ZELKM_OK;
+}
+
+int reportCommandError(CommandError error) {
+    switch (error) {
+        case CommandError::kNone:
+            return ZELKM_OK;
+        case CommandError::kUnknownCommand:
+            LOG_ERROR("command parsing error");
+            break;
+        case CommandError::kColumnList:
+            LOG_ERROR("column parsing error");
+            break;
+        case CommandError::kValueList:
+            LOG_ERROR("value parsing error");
+            break;
+        case CommandError::kUpdateWithoutWhere:
+            LOG_ERROR("UPDATE needs WHERE statement");
+            break;
+    }
+    LOG_ERROR("parse_command error %d", ZELKM_SYNTAX_ERROR);
+    return ZELKM_SYNTAX_ERROR;
+}
+
+void reportTokenizerError(const TokenizerError& error) {
+    if (error.state != 0) {
+        LOG_ERROR("err: state:(%d)  t->token=%p, *p(%p)=%c, len=%d\n", error.state,
+                  static_cast<const void*>(error.text), static_cast<const void*>(error.at),
+                  error.byte, static_cast<int>(error.len));
+    }
+}
+
+int tokenizeList(const db_token_t& text, db_parsed_tokens_t* out) {
+    TokenizerError error;
+    const int status = parse_tokens(&text, out, &error);
+    if (status != ZELKM_OK) {
+        reportTokenizerError(error);
+        LOG_ERROR("parse_tokens error(%d)", status);
+    }
+    return status;
+}
+
+int splitConditions(const db_token_t& text, db_parsed_where_set_t* out) {
+    TokenizerError error;
+    const int status = parse_where_set(&text, out, &error);
+    if (status != ZELKM_OK) {
+        reportTokenizerError(error);
+        LOG_ERROR("parse_where_set_token error(%d)", status);
+    }
+    return status;
+}
+
+int execute(const ParsedCommand& command, db_bytes_t* out) {
+    db_parsed_tokens_t columns;
+    db_parsed_tokens_t values;
+    db_parsed_where_set_t where;
+    int status = tokenizeList(command.columns, &columns);
+    if (status == ZELKM_OK) {
+        status = tokenizeList(command.values, &values);
+    }
+    if (status == ZELKM_OK) {
+        status = splitConditions(command.where, &where);
+    }
+    if (status == ZELKM_OK) {
+        status = command_handler[command.id](&columns, &values, &where, out);
+        if (status != ZELKM_OK) {
+            LOG_ERROR("%s error(%d)", commandWord(command.id), status);
+        }
+    }
+    if (status != ZELKM_OK) {
+        LOG_ERROR("execute_command error %d", status);
+    }
+    return status;
+}
+
+}  // namespace
+}  // namespace zelkm
+
+const db_command_handler_t command_handler[SDB_NUM_COMMANDS] = {
+    zelkm::insert_handler, zelkm::select_handler, zelkm::delete_handler, zelkm::update_handler};
+
+void sdb_register_db_encrypt_fp(void* ctx, sdb_encrypt_fp fp) {
+    zelkm::g_encryption = {ctx, fp};
+}
+
+int sdb_query(const char* command, unsigned int len, const unsigned char* blob,
+              unsigned int blob_len, unsigned char** out, unsigned int* out_len, uint64_t* handle) {
+    using namespace zelkm;
+    if (command == nullptr || len == 0 || handle == nullptr) {
+        LOG_ERROR("command or len is null");
+        return ZELKM_INVALID_ARGUMENT;
+    }
+    const uint8_t* text = reinterpret_cast<const uint8_t*>(command);
+    dump_token("command", text, len, __LINE__);
+
+    int status = chooseTable(blob, blob_len, handle);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    if (!g_names_cached) {
+        cacheColumnNameLengths();
+        g_names_cached = true;
+    }
+
+    ParsedCommand parsed;
+    status = reportCommandError(parse_command(text, len, &parsed));
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    db_bytes_t result = {};
+    status = execute(parsed, &result);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    if (out != nullptr && out_len != nullptr) {
+        *out = result.data;
+        *out_len = result.len;
+    } else {
+        std::free(result.data);
+    }
+    return ZELKM_OK;
+}
+
+void strip_char(db_token_t* t, char c) {
+    const uint8_t byte = static_cast<uint8_t>(c);
+    uint32_t start = 0;
+    uint32_t end = t->len;
+    while (start < end && t->token[start] == byte) {
+        ++start;
+    }
+    while (end > start && t->token[end - 1] == byte) {
+        --end;
+    }
+    if (start < end) {
+        t->token += start;
+    }
+    t->len = end - start;
+}

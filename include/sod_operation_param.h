@@ -1,0 +1,101 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The description of one secure object operation, filled by the caller and handed to the Sod…
+// methods of ZelKeymasterOperation.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#define ZELKM_EXPORT __attribute__((visibility("default")))
+
+// Collects the columns and values to write, the conditions to match and the columns to read back.
+//
+// Values are wrapped in the byte 0x1F, the command language's quote; nothing is escaped and nothing
+// is checked against the store's columns. A value therefore must not hold 0x1F, 0x1E, a line feed
+// or NUL, must not be empty or begin with a comma, and, as a condition, must not hold " AND ": such
+// values break the command or the stored row. Values are copied; arguments are not modified.
+// Setters return the object itself, so that calls can be chained.
+//
+// Not thread-safe. Failing string and vector allocations throw std::bad_alloc; nothing else throws.
+class ZELKM_EXPORT SODOperationParam {
+  public:
+    // Sets the six column names and leaves all lists empty.
+    SODOperationParam();
+
+    // Puts `value` for `column` in the write lists, as given: no quote bytes are added. A column
+    // set before keeps its place and takes the new value.
+    SODOperationParam& setColumn(std::string& column, std::string& value);
+
+    // Each puts the quoted value for its column in the write lists.
+    SODOperationParam& setAlias(std::string& v);
+    SODOperationParam& setCreator(std::string& v);
+    SODOperationParam& setAdmin(std::string& v);     // comma-separated list of literals
+    SODOperationParam& setAccessor(std::string& v);  // comma-separated list of patterns
+    SODOperationParam& setCreatorUid(std::string& v);
+    // Writes the mark of a privileged object, unquoted; false changes nothing, and in particular
+    // does not take an earlier true back.
+    SODOperationParam& setPrivilegedAccess(bool on);
+
+    // Puts the quoted `value` for `column` in the condition lists. A column has one condition: a
+    // second one replaces the first.
+    SODOperationParam& addWhere(std::string& column, std::string& value);
+
+    // Each calls addWhere() for its column.
+    SODOperationParam& addAliasInWhere(std::string& v);
+    SODOperationParam& addCreatorInWhere(std::string& v);
+    SODOperationParam& addAdminInWhere(std::string& v);
+    SODOperationParam& addAccessorInWhere(std::string& v);
+    SODOperationParam& addCreatorUidInWhere(std::string& v);
+    // Matches the mark of a privileged object; false changes nothing.
+    SODOperationParam& addPrivilegedAccessWhere(bool on);
+
+    // Appends `column` to the columns to read back, unless it is there already. The order of first
+    // addition is the order of the fields in each result row.
+    SODOperationParam& addOutputFormat(std::string& column);
+
+    // Each calls addOutputFormat() for its column.
+    SODOperationParam& addAliasToOutput();
+    SODOperationParam& addCreatorToOutput();
+    SODOperationParam& addAdminToOutput();
+    SODOperationParam& addAccessorToOutput();
+    SODOperationParam& addCreatorUidToOutput();
+    SODOperationParam& addPrivilegedAccessToOutput();
+
+    // Empties all lists; the column names stay.
+    SODOperationParam& clear();
+    // Empties the columns to read back only.
+    SODOperationParam& clearOutputFormat();
+
+    // The lists themselves, valid as long as the object. A caller that changes them must keep the
+    // lists of a pair (columns and data, condition columns and values) equally long.
+    std::vector<std::string>& getColumnList();
+    std::vector<std::string>& getDataList();
+    std::vector<std::string>& getWhereColumnList();
+    std::vector<std::string>& getWhereValueList();
+    std::vector<std::string>& getOutputFormat();
+
+    // The column names and the mark of a privileged object. The setters use whatever these hold.
+    std::string mAliasName;
+    std::string mCreatorName;
+    std::string mAdminName;
+    std::string mAccessorName;
+    std::string mCreatorUidName;
+    std::string mPrivAccName;
+    std::string mPrivAccValue;
+
+  private:
+    std::vector<std::string> mColumnList;
+    std::vector<std::string> mDataList;
+    std::vector<std::string> mWhereColumnList;
+    std::vector<std::string> mWhereValueList;
+    std::vector<std::string> mOutputFormat;
+};
+
+// Appends the pieces of `in` between separators to `out`, which is not cleared first. Empty pieces
+// count, except one after a separator that ends `in`; an empty `in` is one empty piece. `in` is not
+// modified.
+ZELKM_EXPORT void getTokensFromString(std::vector<std::string>& out, std::string& in,
+                                      char separator);
