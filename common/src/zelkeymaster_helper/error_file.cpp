@@ -1,0 +1,67 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The rolling error file. See error_file.h.
+
+#include "error_file.h"
+
+#include <plog/Appenders/RollingFileAppender.h>
+#include <plog/Formatters/TxtFormatter.h>
+#include <plog/Init.h>
+#include <plog/Initializers/RollingFileInitializer.h>
+#include <plog/Log.h>
+
+namespace zelkm {
+namespace {
+
+constexpr int kInstance = 0;
+constexpr char kFileName[] = "zelko_err.txt";
+constexpr size_t kMaxFileSize = 10000;
+constexpr int kMaxFiles = 3;
+
+// What a line names as its origin. The numbers are fixed: whoever reads the files sorts by them.
+constexpr char kFunction[] = "void log_to_file(char, const char *, const int, const char *, ...)";
+constexpr size_t kWarningLine = 102;
+constexpr size_t kErrorLine = 106;
+
+// plog allocates and may throw for want of memory; a line of this file is not worth more than
+// being dropped. Without exceptions the process ends there, as in all of plog's users.
+template <typename Action>
+void dropOnException(Action action) {
+#ifdef __cpp_exceptions
+    try {
+        action();
+    } catch (...) {
+    }
+#else
+    action();
+#endif
+}
+
+}  // namespace
+
+void setUpErrorFile() {
+    dropOnException([] {
+        plog::init<plog::TxtFormatter, kInstance>(plog::warning, kFileName, kMaxFileSize,
+                                                  kMaxFiles);
+    });
+}
+
+void writeErrorFile(char level, const char* source, int line, const char* text) {
+    if (level != 'E' && level != 'W') {
+        return;
+    }
+    const plog::Severity severity = level == 'E' ? plog::error : plog::warning;
+    plog::Logger<kInstance>* logger = plog::get<kInstance>();
+    if (logger == nullptr || !logger->checkSeverity(severity)) {
+        return;
+    }
+    dropOnException([&] {
+        plog::Record record(severity, kFunction, level == 'E' ? kErrorLine : kWarningLine, "",
+                            nullptr, kInstance);
+        record << source << "(" << line << ") :" << text;
+        *logger += record;
+    });
+}
+
+}  // namespace zelkm

@@ -1,0 +1,176 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The description of one secure object operation. See sod_operation_param.h.
+
+#include "sod_operation_param.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr char kQuote = 0x1F;
+
+std::string quoted(const std::string& value) {
+    return kQuote + value + kQuote;
+}
+
+// Puts `value` at the place of `column`, or both at the end of their lists.
+void put(std::vector<std::string>& columns, std::vector<std::string>& values,
+         const std::string& column, const std::string& value) {
+    const auto found = std::find(columns.begin(), columns.end(), column);
+    if (found != columns.end()) {
+        values[static_cast<size_t>(found - columns.begin())] = value;
+        return;
+    }
+    columns.push_back(column);
+    values.push_back(value);
+}
+
+}  // namespace
+
+SODOperationParam::SODOperationParam()
+    : mAliasName("ALIAS"),
+      mCreatorName("CREATOR"),
+      mAdminName("ADMIN"),
+      mAccessorName("ACCESSOR"),
+      mCreatorUidName("CREATOR_UID"),
+      mPrivAccName("PRIV_ACC"),
+      mPrivAccValue("1") {}
+
+SODOperationParam& SODOperationParam::setColumn(std::string& column, std::string& value) {
+    put(mColumnList, mDataList, column, value);
+    return *this;
+}
+
+SODOperationParam& SODOperationParam::setAlias(std::string& v) {
+    std::string value = quoted(v);
+    return setColumn(mAliasName, value);
+}
+
+SODOperationParam& SODOperationParam::setCreator(std::string& v) {
+    std::string value = quoted(v);
+    return setColumn(mCreatorName, value);
+}
+
+SODOperationParam& SODOperationParam::setAdmin(std::string& v) {
+    std::string value = quoted(v);
+    return setColumn(mAdminName, value);
+}
+
+SODOperationParam& SODOperationParam::setAccessor(std::string& v) {
+    std::string value = quoted(v);
+    return setColumn(mAccessorName, value);
+}
+
+SODOperationParam& SODOperationParam::setCreatorUid(std::string& v) {
+    std::string value = quoted(v);
+    return setColumn(mCreatorUidName, value);
+}
+
+SODOperationParam& SODOperationParam::setPrivilegedAccess(bool on) {
+    return on ? setColumn(mPrivAccName, mPrivAccValue) : *this;
+}
+
+SODOperationParam& SODOperationParam::addWhere(std::string& column, std::string& value) {
+    put(mWhereColumnList, mWhereValueList, column, quoted(value));
+    return *this;
+}
+
+SODOperationParam& SODOperationParam::addAliasInWhere(std::string& v) {
+    return addWhere(mAliasName, v);
+}
+
+SODOperationParam& SODOperationParam::addCreatorInWhere(std::string& v) {
+    return addWhere(mCreatorName, v);
+}
+
+SODOperationParam& SODOperationParam::addAdminInWhere(std::string& v) {
+    return addWhere(mAdminName, v);
+}
+
+SODOperationParam& SODOperationParam::addAccessorInWhere(std::string& v) {
+    return addWhere(mAccessorName, v);
+}
+
+SODOperationParam& SODOperationParam::addCreatorUidInWhere(std::string& v) {
+    return addWhere(mCreatorUidName, v);
+}
+
+SODOperationParam& SODOperationParam::addPrivilegedAccessWhere(bool on) {
+    return on ? addWhere(mPrivAccName, mPrivAccValue) : *this;
+}
+
+SODOperationParam& SODOperationParam::addOutputFormat(std::string& column) {
+    if (std::find(mOutputFormat.begin(), mOutputFormat.end(), column) == mOutputFormat.end()) {
+        mOutputFormat.push_back(column);
+    }
+    return *this;
+}
+
+SODOperationParam& SODOperationParam::addAliasToOutput() {
+    return addOutputFormat(mAliasName);
+}
+
+SODOperationParam& SODOperationParam::addCreatorToOutput() {
+    return addOutputFormat(mCreatorName);
+}
+
+SODOperationParam& SODOperationParam::addAdminToOutput() {
+    return addOutputFormat(mAdminName);
+}
+
+SODOperationParam& SODOperationParam::addAccessorToOutput() {
+    return addOutputFormat(mAccessorName);
+}
+
+SODOperationParam& SODOperationParam::addCreatorUidToOutput() {
+    return addOutputFormat(mCreatorUidName);
+}
+
+SODOperationParam& SODOperationParam::addPrivilegedAccessToOutput() {
+    return addOutputFormat(mPrivAccName);
+}
+
+SODOperationParam& SODOperationParam::clear() {
+    mColumnList.clear();
+    mDataList.clear();
+    mWhereColumnList.clear();
+    mWhereValueList.clear();
+    mOutputFormat.clear();
+    return *this;
+}
+
+SODOperationParam& SODOperationParam::clearOutputFormat() {
+    mOutputFormat.clear();
+    return *this;
+}
+
+std::vector<std::string>& SODOperationParam::getColumnList() {
+    return mColumnList;
+}
+
+std::vector<std::string>& SODOperationParam::getDataList() {
+    return mDataList;
+}
+
+std::vector<std::string>& SODOperationParam::getWhereColumnList() {
+    return mWhereColumnList;
+}
+
+std::vector<std::string>& SODOperationParam::getWhereValueList() {
+    return mWhereValueList;
+}
+
+std::vector<std::string>& SODOperationParam::getOutputFormat() {
+    return mOutputFormat;
+}
+
+void getTokensFromString(std::vector<std::string>& out, std::string& in, char separator) {
+    size_t start = 0;
+    do {
+        const size_t end = std::min(in.find(separator, start), in.size());
+        out.push_back(in.substr(start, end - start));
+        start = end + 1;
+    } while (start < in.size());
+}

@@ -1,0 +1,691 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The operation object: every step that can fail with a message. What need not log is elsewhere:
+// files in protected_file, parameter lists in keymaster_params, command texts in sod_command_text,
+// the error file in error_file, the store engine behind velt_secure_db.h.
+
+#include "zelkeymaster_operation.h"
+
+#include <openssl/sha.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "error_file.h"
+#include "gcm_operation.h"
+#include "keymaster_params.h"
+#include "malloc_buffer.h"
+#include "platform_log.h"
+#include "protected_file.h"
+#include "sod_command_text.h"
+#include "velt_secure_db.h"
+#include "zelkeymaster_operation_internal.h"
+
+#define LOG_ERROR(...)                                                       \
+    (ZELKM_PLATFORM_LOG(ANDROID_LOG_ERROR, ZELKM_ERROR_PREFIX, __VA_ARGS__), \
+     ::zelkm::log_to_file('E', __FILE__, __LINE__, __VA_ARGS__))
+#define LOG_WARNING(...)                                                      \
+    (ZELKM_PLATFORM_LOG(ANDROID_LOG_WARN, ZELKM_WARNING_PREFIX, __VA_ARGS__), \
+     ::zelkm::log_to_file('W', __FILE__, __LINE__, __VA_ARGS__))
+#define LOG_DEBUG(...) ZELKM_PLATFORM_LOG(ANDROID_LOG_DEBUG, ZELKM_DEBUG_PREFIX, __VA_ARGS__)
+
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::keymaster::V4_0::ErrorCode;
+using android::hardware::keymaster::V4_0::HardwareAuthToken;
+using android::hardware::keymaster::V4_0::KeyCharacteristics;
+using android::hardware::keymaster::V4_0::KeyPurpose;
+using android::hardware::keymaster::V4_0::VerificationToken;
+using android::hardware::keymaster::V4_0::support::Keymaster;
+
+using namespace zelkm;
+
+namespace {
+
+constexpr char kStoreFile[] = "secure_objects.db";
+constexpr char kKeyFile[] = "edbk";
+constexpr char kKeyDigestFile[] = "edbk_digest";
+
+constexpr size_t kMaxErrorFileText = 1023;  // with its NUL
+constexpr char kRowSeparator = '\n';
+constexpr char kFieldSeparator = 0x1E;
+
+// The engine's handle of the table that this process's queries work on; 0: load it again.
+uint64_t g_table_handle;
+
+// Puts `buffer` in place of an owned one.
+void adopt(uint8_t** owned, uint8_t* buffer) {
+    if (*owned != buffer) {
+        std::free(*owned);
+        *owned = buffer;
+    }
+}
+
+bool sameBytes(const uint8_t* a, size_t a_len, const uint8_t* b, size_t b_len) {
+    return a_len == b_len && (a_len == 0 || std::memcmp(a, b, a_len) == 0);
+}
+
+// load_data() into an owned buffer.
+int loadFile(const char* path, MallocBuffer* data, uint32_t* len) {
+    uint8_t* loaded = nullptr;
+    *len = 0;
+    const int status = ZelKeymasterOperation::load_data(path, &loaded, len);
+    data->reset(loaded);
+    return status;
+}
+
+// What generateKey or upgradeKey answered: the error and a copy of the blob.
+struct KeyBlobAnswer {
+    int32_t error = ZELKM_UNKNOWN_ERROR;
+    MallocBuffer blob;
+    size_t len = 0;
+
+    void take(ErrorCode answered, const HidlBytes& bytes) {
+        error = static_cast<int32_t>(answered);
+        len = bytes.size();
+        if (len == 0) {
+            return;
+        }
+        blob = allocateBuffer(len);
+        if (blob != nullptr) {
+            std::memcpy(blob.get(), bytes.data(), len);
+        } else if (error == ZELKM_OK) {
+            error = ZELKM_MEMORY_ALLOCATION_FAILED;
+        }
+    }
+};
+
+// Runs a command on the object's store; `stored` is its cached image.
+int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
+               const std::string& text, MallocBuffer* result, size_t* result_len) {
+    const keymaster_blob_t command = {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+    keymaster_blob_t output = {};
+    const int status =
+        object->queryInternal(nullptr, object, DBEncryptCB, &stored, &command, &output);
+    result->reset(const_cast<uint8_t*>(output.data));
+    *result_len = output.data_length;
+    return status;
+}
+
+// Runs a command that changes the store, and then replaces the file and the cached image.
+int runChange(ZelKeymasterOperation* object, const std::string& text, uint8_t** image,
+              uint32_t* image_len) {
+    MallocBuffer changed;
+    size_t len = 0;
+    int status = runCommand(object, {*image, *image_len}, text, &changed, &len);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    status =
+        ZelKeymasterOperation::update_file(kStoreFile, changed.get(), static_cast<uint32_t>(len));
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    adopt(image, changed.release());
+    *image_len = static_cast<uint32_t>(len);
+    return ZELKM_OK;
+}
+
+// After a tag mismatch, either the cached image is damaged or the file is. Refreshes the first from
+// the second or, when both are the same, puts the backup file in place.
+void recoverImage(uint8_t** image, uint32_t* image_len) {
+    MallocBuffer stored;
+    uint32_t stored_len = 0;
+    if (loadFile(kStoreFile, &stored, &stored_len) != ZELKM_OK) {
+        LOG_ERROR("fail to load secure db file. it might recover after rebooting");
+        return;
+    }
+    if (sameBytes(stored.get(), stored_len, *image, *image_len)) {
+        LOG_ERROR("cached db is same as the stored db, regard the stored db is broken");
+        LOG_ERROR("restore the stored db. need to restart keystore");
+        // The refused image stays cached: the restored file is read at the next start.
+        static_cast<void>(ZelKeymasterOperation::restoreBackupDB());
+    } else {
+        LOG_ERROR("cached db is broken, update with the stored db");
+    }
+    adopt(image, stored.release());
+    *image_len = stored_len;
+}
+
+}  // namespace
+
+// ---- Log ----------------------------------------------------------------------------------------
+
+void zelkm::log_to_file(char level, const char* /*file*/, int line, const char* fmt, ...) {
+    char text[kMaxErrorFileText + 1] = {};
+    va_list args;
+    va_start(args, fmt);
+    std::vsnprintf(text, kMaxErrorFileText, fmt, args);
+    va_end(args);
+    writeErrorFile(level, baseName(__FILE__), line, text);
+}
+
+int32_t zelkm::ConverHIDLErrorToKeymasterError(const Return<void>& ret) {
+    if (ret.isOk()) {
+        return ZELKM_OK;
+    }
+    LOG_ERROR("HIDL call failed with %s", ret.description().c_str());
+    return ZELKM_UNKNOWN_ERROR;
+}
+
+// ---- The object ---------------------------------------------------------------------------------
+
+ZelKeymasterOperation::ZelKeymasterOperation(Keymaster* km, bool enableSecureDb)
+    : mDbData(nullptr),
+      mDbLen(0),
+      mDbKeyBlob(nullptr),
+      mDbKeyBlobLen(0),
+      mSecureDbEnabled(false),
+      mKeymaster(nullptr) {
+    setUpErrorFile();
+    if (enableSecureDb) {
+        // Without an image the object starts with an empty store.
+        static_cast<void>(load_data(kStoreFile, &mDbData, &mDbLen));
+    }
+    mKeymaster = km;
+    mSecureDbEnabled = enableSecureDb;
+    LOG_DEBUG("instantiated with IZelKeymasterDevice");
+}
+
+// mDbKeyBlob stays: an object lives as long as its process.
+ZelKeymasterOperation::~ZelKeymasterOperation() {
+    std::free(mDbData);
+}
+
+void ZelKeymasterOperation::initZelKeymasterOperation() {
+    mKeymaster = nullptr;
+    mDbData = nullptr;
+    mDbLen = 0;
+    mDbKeyBlob = nullptr;
+    mDbKeyBlobLen = 0;
+    setUpErrorFile();
+}
+
+// ---- Secure objects -----------------------------------------------------------------------------
+
+int ZelKeymasterOperation::SodInsert(SODOperationParam& p) {
+    return runChange(this, insertCommand(p.getColumnList(), p.getDataList()), &mDbData, &mDbLen);
+}
+
+int ZelKeymasterOperation::SodUpdate(SODOperationParam& p) {
+    if (p.getColumnList().empty() || p.getColumnList().size() != p.getDataList().size()) {
+        return ZELKM_SYNTAX_ERROR;
+    }
+    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
+    return runChange(this, updateCommand(p.getColumnList(), p.getDataList(), conditions), &mDbData,
+                     &mDbLen);
+}
+
+int ZelKeymasterOperation::SodDelete(SODOperationParam& p) {
+    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
+    const int status = runChange(this, deleteCommand(conditions), &mDbData, &mDbLen);
+    return status == ZELKM_NOTHING_DELETED ? ZELKM_OK : status;
+}
+
+int ZelKeymasterOperation::SodSelect(SODOperationParam& p, std::vector<std::string>& rows) {
+    if (p.getWhereColumnList().size() != p.getWhereValueList().size() ||
+        p.getOutputFormat().empty()) {
+        return ZELKM_SYNTAX_ERROR;
+    }
+    MallocBuffer result;
+    size_t len = 0;
+    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
+    const int status = runCommand(this, {mDbData, mDbLen},
+                                  selectCommand(p.getOutputFormat(), conditions), &result, &len);
+    if (status == ZELKM_OK) {
+        std::string text;
+        if (len != 0) {
+            text.assign(reinterpret_cast<const char*>(result.get()), len);
+        }
+        getTokensFromString(rows, text, kRowSeparator);
+    }
+    return status;
+}
+
+int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out) {
+    p.clearOutputFormat().addCreatorToOutput().addAliasToOutput();
+    std::vector<std::string> rows;
+    const int status = SodSelect(p, rows);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    for (std::string& row : rows) {
+        std::vector<std::string> fields;
+        getTokensFromString(fields, row, kFieldSeparator);
+        if (fields.size() == 2) {
+            out.push_back(fields[0] + "::" + fields[1]);
+        }
+    }
+    return ZELKM_OK;
+}
+
+int ZelKeymasterOperation::SodRetreiveOther(SODOperationParam& p, std::vector<std::string>& out) {
+    std::vector<std::string> rows;
+    const int status = SodSelect(p, rows);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    for (std::string& row : rows) {
+        std::vector<std::string> fields;
+        getTokensFromString(fields, row, kFieldSeparator);
+        if (fields.size() == 1 && !fields[0].empty() && fields[0][0] != '\0') {
+            out.push_back(std::move(fields[0]));
+        }
+    }
+    return ZELKM_OK;
+}
+
+// ---- Queries ------------------------------------------------------------------------------------
+
+int ZelKeymasterOperation::queryInternal(const keymaster_key_param_set_t* /*params*/, void* ctx,
+                                         int (*cb)(void*, unsigned int, unsigned char*,
+                                                   unsigned char*, unsigned int, unsigned char*,
+                                                   unsigned char*, unsigned char*, unsigned int),
+                                         const keymaster_blob_t* storedDb,
+                                         const keymaster_blob_t* command, keymaster_blob_t* out) {
+    if (!mSecureDbEnabled) {
+        return ZELKM_SECURE_DB_DISABLED;
+    }
+    if (out == nullptr) {
+        return ZELKM_INVALID_ARGUMENT;
+    }
+    *out = {};
+    sdb_register_db_encrypt_fp(ctx, cb);
+
+    const auto query = [command, out](const keymaster_blob_t& stored) {
+        const keymaster_blob_t text = command != nullptr ? *command : keymaster_blob_t{};
+        unsigned char* result = nullptr;
+        unsigned int result_len = 0;
+        const int status = sdb_query(reinterpret_cast<const char*>(text.data),
+                                     static_cast<unsigned int>(text.data_length), stored.data,
+                                     static_cast<unsigned int>(stored.data_length), &result,
+                                     &result_len, &g_table_handle);
+        if (status == ZELKM_OK) {
+            *out = {result, result_len};
+        } else {
+            g_table_handle = 0;
+        }
+        return status;
+    };
+
+    if (g_table_handle != 0) {
+        const int status = query({});
+        if (status != ZELKM_STALE_TABLE_HANDLE) {
+            return status;
+        }
+    }
+    return query(storedDb != nullptr ? *storedDb : keymaster_blob_t{});
+}
+
+int DBEncryptCB(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
+                unsigned int len, unsigned char* iv, unsigned char* tag, unsigned char* aad,
+                unsigned int aadLen) {
+    if (ctx == nullptr) {
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    return static_cast<ZelKeymasterOperation*>(ctx)->DBEncrypt(mode, plain, cipher, len, iv, tag,
+                                                               aad, aadLen);
+}
+
+int ZelKeymasterOperation::DBEncrypt(unsigned int mode, unsigned char* plain, unsigned char* cipher,
+                                     unsigned int len, unsigned char* iv, unsigned char* tag,
+                                     unsigned char* aad, unsigned int aadLen) {
+    if (mKeymaster == nullptr) {
+        LOG_ERROR("This case should not be happen. keymaster dev shoud not be used directrly");
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    const bool decrypt = mode == 0;
+    if (plain == nullptr || cipher == nullptr || len == 0 || iv == nullptr || tag == nullptr ||
+        aad == nullptr || aadLen == 0) {
+        return ZELKM_INVALID_ARGUMENT;
+    }
+    const int key_status = init_db_key(0);
+    if (key_status != ZELKM_OK) {
+        LOG_ERROR("init_db_key fail");
+        return key_status;
+    }
+
+    GcmOperation operation(decrypt, {plain, cipher, len, iv, tag});
+    const HidlParams begin_params = gcmBeginParameters(decrypt ? iv : nullptr);
+    HidlParams update_params = associatedDataParameters(aad, aadLen);
+    if (!operation.allocate() || begin_params.size() == 0 || update_params.size() == 0) {
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+
+    // Callbacks capture one reference only: what is larger makes std::function allocate.
+    const Return<void> begun = mKeymaster->begin(
+        decrypt ? KeyPurpose::DECRYPT : KeyPurpose::ENCRYPT, viewOf(mDbKeyBlob, mDbKeyBlobLen),
+        begin_params, HardwareAuthToken(),
+        [&operation](ErrorCode error, const HidlParams& out_params, uint64_t handle) {
+            operation.begun(error, out_params, handle);
+        });
+    if (operation.nonceMissing()) {
+        LOG_ERROR("no iv tag in begin out param");
+    }
+    int32_t transport = ConverHIDLErrorToKeymasterError(begun);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error in begin hidl call : %d", transport);
+        return operation.error();
+    }
+    if (operation.error() != ZELKM_OK) {
+        LOG_ERROR("error in begin process : %d", operation.error());
+        if (operation.error() == ZELKM_INVALID_KEY_BLOB && mDbKeyBlob != nullptr) {
+            static_cast<void>(restoreKeyBlob());
+        }
+        return operation.error();
+    }
+
+    do {
+        const Return<void> updated = mKeymaster->update(
+            operation.handle(), update_params, operation.remainingInput(), HardwareAuthToken(),
+            VerificationToken(),
+            [&operation](ErrorCode error, uint32_t consumed, const HidlParams& /*out_params*/,
+                         const HidlBytes& output) { operation.updated(error, consumed, output); });
+        transport = ConverHIDLErrorToKeymasterError(updated);
+        if (transport != ZELKM_OK) {
+            // The error answered before stands, usually 0: callers rely on that.
+            LOG_ERROR("error in update hidl call : %d", transport);
+            return operation.error();
+        }
+        update_params = HidlParams();
+        if (operation.error() != ZELKM_OK) {
+            LOG_ERROR("error in update process : %d", operation.error());
+            return operation.error();
+        }
+    } while (operation.advance());
+    if (operation.consumed() != operation.inputLen()) {
+        LOG_ERROR("Not all data has been consumed. Consumed %zu of %zu bytes\n",
+                  operation.consumed(), operation.inputLen());
+        return ZELKM_UNKNOWN_ERROR;
+    }
+
+    const HidlBytes none;
+    const Return<void> finished = mKeymaster->finish(
+        operation.handle(), update_params, none, none, HardwareAuthToken(), VerificationToken(),
+        [&operation](ErrorCode error, const HidlParams& /*out_params*/, const HidlBytes& output) {
+            operation.finished(error, output);
+        });
+    transport = ConverHIDLErrorToKeymasterError(finished);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error in finish hidl call : %d", transport);
+        return operation.error();
+    }
+    if (operation.error() != ZELKM_OK) {
+        LOG_ERROR("error in finish process : %d", operation.error());
+        if (operation.error() == ZELKM_VERIFICATION_FAILED) {
+            recoverImage(&mDbData, &mDbLen);
+        }
+    }
+    return operation.error();
+}
+
+// ---- Database key -------------------------------------------------------------------------------
+
+int ZelKeymasterOperation::init_db_key(int regenerate) {
+    if (regenerate == 0) {
+        if (mDbKeyBlobLen != 0) {
+            return ZELKM_OK;
+        }
+        MallocBuffer stored;
+        uint32_t len = 0;
+        if (loadFile(kKeyFile, &stored, &len) == ZELKM_OK && len != 0) {
+            const int status = setLoadedDBKey(stored.get(), len);
+            if (mDbKeyBlob == stored.get()) {
+                static_cast<void>(stored.release());
+            }
+            if (status == ZELKM_OK || status == ZELKM_KEY_REQUIRES_UPGRADE) {
+                return ZELKM_OK;
+            }
+            LOG_ERROR("check_and_upgrade_db_key error(%d)", status);
+            LOG_WARNING("try restoreKeyBlob(%d)", status);
+            static_cast<void>(restoreKeyBlob());
+            return status;
+        }
+    }
+
+    adopt(&mDbKeyBlob, nullptr);
+    mDbKeyBlobLen = 0;
+    if (mKeymaster == nullptr) {
+        LOG_WARNING("This case should not exist, keygeneration with keymaster dev");
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    return generate_db_key();
+}
+
+int ZelKeymasterOperation::generate_db_key() {
+    if (mKeymaster == nullptr) {
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    const HidlParams params = dbKeyParameters();
+    if (params.size() == 0) {
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+    KeyBlobAnswer answer;
+    const Return<void> generated = mKeymaster->generateKey(
+        params,
+        [&answer](ErrorCode error, const HidlBytes& blob,
+                  const KeyCharacteristics& /*characteristics*/) { answer.take(error, blob); });
+    const int32_t transport = ConverHIDLErrorToKeymasterError(generated);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error in generateKey hidl call : %d", transport);
+        return transport;
+    }
+    if (answer.error != ZELKM_OK) {
+        return answer.error;
+    }
+    if (answer.len == 0) {
+        return ZELKM_OK;
+    }
+    HidlBytes blob = viewOf(answer.blob.get(), answer.len);
+    const int status = updateDBKeyFile(blob);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    adopt(&mDbKeyBlob, answer.blob.release());
+    mDbKeyBlobLen = answer.len;
+    return ZELKM_OK;
+}
+
+int ZelKeymasterOperation::updateDBKeyFile(hidl_vec<uint8_t>& blob) {
+    int status = update_file(kKeyFile, blob.data(), static_cast<uint32_t>(blob.size()));
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    uint8_t digest[SHA256_DIGEST_LENGTH];
+    if (SHA256(blob.data(), blob.size(), digest) == nullptr) {
+        LOG_ERROR("key file hash generation fail");
+        return ZELKM_OK;
+    }
+    status = update_file(kKeyDigestFile, digest, sizeof(digest));
+    if (status != ZELKM_OK) {
+        LOG_ERROR("key file hash writing fail %d", status);
+    }
+    return status;
+}
+
+int ZelKeymasterOperation::setLoadedDBKey(uint8_t* blob, uint32_t len) {
+    if (blob == nullptr || len == 0) {
+        LOG_ERROR("invalid param");
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    if (mKeymaster == nullptr) {
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    const HidlBytes stored = viewOf(blob, len);
+    const HidlBytes none;
+    int32_t error = ZELKM_UNKNOWN_ERROR;
+    const Return<void> checked = mKeymaster->getKeyCharacteristics(
+        stored, none, none,
+        [&error](ErrorCode answered, const KeyCharacteristics& /*characteristics*/) {
+            error = static_cast<int32_t>(answered);
+        });
+    int32_t transport = ConverHIDLErrorToKeymasterError(checked);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error during getKeyCharacteristics hidl call : %d", transport);
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    if (error != ZELKM_KEY_REQUIRES_UPGRADE) {
+        if (error != ZELKM_OK) {
+            // The number is 0 whatever the error: readers of the log search for the whole line.
+            LOG_ERROR("getKeyCharacteristics but set anyway, err : %d", 0);
+        }
+        adopt(&mDbKeyBlob, blob);
+        mDbKeyBlobLen = len;
+        return error;
+    }
+
+    LOG_WARNING("Upgrade the db key");
+    KeyBlobAnswer answer;
+    const Return<void> upgraded = mKeymaster->upgradeKey(
+        stored, HidlParams(),
+        [&answer](ErrorCode answered, const HidlBytes& bytes) { answer.take(answered, bytes); });
+    transport = ConverHIDLErrorToKeymasterError(upgraded);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error during upgradeKey hidl call : %d", transport);
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    if (answer.error != ZELKM_OK) {
+        return answer.error;
+    }
+    if (answer.len == 0) {
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    LOG_WARNING("Upgrade the db key file");
+    HidlBytes upgraded_blob = viewOf(answer.blob.get(), answer.len);
+    const int status = updateDBKeyFile(upgraded_blob);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    adopt(&mDbKeyBlob, answer.blob.release());
+    mDbKeyBlobLen = answer.len;
+    return ZELKM_KEY_REQUIRES_UPGRADE;
+}
+
+int ZelKeymasterOperation::restoreKeyBlob() {
+    MallocBuffer stored;
+    uint32_t stored_len = 0;
+    int status = loadFile(kKeyFile, &stored, &stored_len);
+    if (status != ZELKM_OK) {
+        LOG_ERROR("No keyfile, it will be restored after rebooting");
+        return status;
+    }
+    if (sameBytes(mDbKeyBlob, mDbKeyBlobLen, stored.get(), stored_len)) {
+        LOG_DEBUG("cached key blob is verified same as the stored blob");
+    } else {
+        LOG_ERROR("cached key blob is broken, update with the stored blob");
+        adopt(&mDbKeyBlob, stored.release());
+        mDbKeyBlobLen = stored_len;
+    }
+
+    MallocBuffer stored_digest;
+    uint32_t digest_len = 0;
+    status = loadFile(kKeyDigestFile, &stored_digest, &digest_len);
+    if (status != ZELKM_OK || digest_len != SHA256_DIGEST_LENGTH) {
+        LOG_ERROR("No key digest file, regard it does not support");
+        return status;
+    }
+    uint8_t digest[SHA256_DIGEST_LENGTH];
+    if (SHA256(mDbKeyBlob, mDbKeyBlobLen, digest) == nullptr) {
+        LOG_ERROR("cached key hash generation fail");
+        return ZELKM_OK;
+    }
+    if (sameBytes(digest, sizeof(digest), stored_digest.get(), digest_len)) {
+        LOG_ERROR("key blob is verified, regard the device is corrupted or the old version");
+        return ZELKM_OK;
+    }
+    LOG_ERROR("key blob is corrupted. regard the key file is broken and regenerate key");
+    if (init_db_key(1) != ZELKM_OK) {
+        LOG_ERROR("key blob generation failure. no way to restore");
+    }
+    return ZELKM_OK;
+}
+
+// ---- Files --------------------------------------------------------------------------------------
+
+int ZelKeymasterOperation::load_data(const char* path, uint8_t** data, uint32_t* len) {
+    if (path == nullptr || data == nullptr || len == nullptr) {
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    adopt(data, nullptr);
+    ReadOutcome outcome = readWholeFile(path);
+    switch (outcome.result) {
+        case ReadOutcome::kOk:
+            break;
+        case ReadOutcome::kCannotOpen:
+            LOG_WARNING("no file %s", path);
+            break;
+        case ReadOutcome::kCannotRead:
+            LOG_ERROR("file read fail: %s(%d)", std::strerror(outcome.error), outcome.error);
+            break;
+        case ReadOutcome::kNoMemory:
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+    *data = outcome.data.release();
+    *len = outcome.len;
+    return ZELKM_OK;
+}
+
+int ZelKeymasterOperation::update_file(const char* path, const uint8_t* data, uint32_t len) {
+    if (path == nullptr || data == nullptr || len == 0) {
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    const ReplaceOutcome outcome = replaceFile(path, data, len);
+    if (outcome.remove_backup_error != 0) {
+        LOG_WARNING("fail to remove backup file: %s(%d)",
+                    std::strerror(outcome.remove_backup_error), outcome.remove_backup_error);
+    }
+    if (outcome.keep_backup_error != 0) {
+        LOG_WARNING("fail to rename to the backup file: %s(%d)",
+                    std::strerror(outcome.keep_backup_error), outcome.keep_backup_error);
+    }
+    const char* const reason = std::strerror(outcome.error);
+    switch (outcome.failed) {
+        case ReplaceOutcome::kNone:
+            return ZELKM_OK;
+        case ReplaceOutcome::kOpen:
+            LOG_ERROR("file open: %s(%d)", reason, outcome.error);
+            break;
+        case ReplaceOutcome::kWrite:
+            LOG_ERROR("file write fail: %s(%d)", reason, outcome.error);
+            break;
+        case ReplaceOutcome::kRemoveCurrent:
+            LOG_ERROR("fail unlink: %s(%d)", reason, outcome.error);
+            break;
+        case ReplaceOutcome::kMoveIntoPlace:
+            LOG_ERROR("fail rename: %s(%d)", reason, outcome.error);
+            break;
+    }
+    return ZELKM_UNKNOWN_ERROR;
+}
+
+int ZelKeymasterOperation::update_db_file(const uint8_t* data, uint32_t len) {
+    const int status = update_file(kStoreFile, data, len);
+    if (status == ZELKM_OK) {
+        adopt(&mDbData, const_cast<uint8_t*>(data));
+        mDbLen = len;
+    }
+    return status;
+}
+
+int ZelKeymasterOperation::restoreBackupDB() {
+    const RestoreOutcome outcome = restoreBackup(kStoreFile);
+    if (outcome.was_missing) {
+        LOG_DEBUG("no secure object file");
+    }
+    switch (outcome.failed) {
+        case RestoreOutcome::kNone:
+            return ZELKM_OK;
+        case RestoreOutcome::kRemoveCurrent:
+            LOG_ERROR("fail unlink during restore: %s(%d)", std::strerror(outcome.error),
+                      outcome.error);
+            break;
+        case RestoreOutcome::kMoveIntoPlace:
+            LOG_ERROR("fail rename during restore:%s(%d)", std::strerror(outcome.error),
+                      outcome.error);
+            break;
+    }
+    return ZELKM_UNKNOWN_ERROR;
+}
