@@ -1,0 +1,197 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Host stand-in for the platform's HIDL containers. Offers what the platform offers and nothing
+// more, so that a source which compiles here compiles there too.
+
+#pragma once
+
+#include <android/log.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <initializer_list>
+#include <iterator>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace android {
+namespace hardware {
+namespace details {
+
+// Prints a fatal log line and ends the process.
+[[noreturn]] inline void logAlwaysFatal(const char* message) {
+    __android_log_print(ANDROID_LOG_FATAL, "HidlSupport", "%s", message);
+    std::abort();
+}
+
+}  // namespace details
+
+// A contiguous array with a 32-bit length, owned (made with new[]) or borrowed.
+template <typename T>
+struct hidl_vec {
+    using value_type = T;
+
+    hidl_vec() noexcept : mBuffer(nullptr), mSize(0), mOwnsBuffer(false) {}
+    // A copy owns its elements, whether or not `other` does.
+    hidl_vec(const hidl_vec& other) : hidl_vec() { copyFrom(other.begin(), other.size()); }
+    // `other` keeps its pointer and size, and only loses its ownership.
+    hidl_vec(hidl_vec&& other) noexcept : hidl_vec() { *this = std::move(other); }
+    hidl_vec(const std::initializer_list<T> list) : hidl_vec() {
+        copyFrom(list.begin(), list.size());
+    }
+    hidl_vec(const std::vector<T>& other) : hidl_vec() { copyFrom(other.begin(), other.size()); }
+    template <typename InputIterator,
+              typename = std::enable_if_t<std::is_convertible_v<
+                  typename std::iterator_traits<InputIterator>::iterator_category,
+                  std::input_iterator_tag>>>
+    hidl_vec(InputIterator first, InputIterator last) : hidl_vec() {
+        const auto count = std::distance(first, last);
+        if (count < 0) {
+            details::logAlwaysFatal("size can't be negative.");
+        }
+        copyFrom(first, static_cast<size_t>(count));
+    }
+    ~hidl_vec() { freeOwned(); }
+
+    hidl_vec& operator=(const hidl_vec& other) {
+        if (this != &other) {
+            copyFrom(other.begin(), other.size());
+        }
+        return *this;
+    }
+    hidl_vec& operator=(hidl_vec&& other) noexcept {
+        if (this != &other) {
+            freeOwned();
+            mBuffer = other.mBuffer;
+            mSize = other.mSize;
+            mOwnsBuffer = other.mOwnsBuffer;
+            other.mOwnsBuffer = false;
+        }
+        return *this;
+    }
+    hidl_vec& operator=(const std::vector<T>& other) {
+        copyFrom(other.begin(), other.size());
+        return *this;
+    }
+    hidl_vec& operator=(std::initializer_list<T> list) {
+        copyFrom(list.begin(), list.size());
+        return *this;
+    }
+
+    operator std::vector<T>() const { return std::vector<T>(begin(), end()); }
+
+    T* data() { return mBuffer; }
+    const T* data() const { return mBuffer; }
+    size_t size() const { return mSize; }
+    T& operator[](size_t index) { return mBuffer[index]; }
+    const T& operator[](size_t index) const { return mBuffer[index]; }
+    T* begin() { return mBuffer; }
+    T* end() { return mBuffer + mSize; }
+    const T* begin() const { return mBuffer; }
+    const T* end() const { return mBuffer + mSize; }
+
+    bool operator==(const hidl_vec& other) const {
+        return std::equal(begin(), end(), other.begin(), other.end());
+    }
+    bool operator!=(const hidl_vec& other) const { return !(*this == other); }
+
+    // Keeps the elements that fit; new elements are default-initialised. Owning afterwards.
+    void resize(size_t size) {
+        checkSize(size);
+        T* buffer = new T[size];
+        std::copy(begin(), begin() + std::min(size, this->size()), buffer);
+        adopt(buffer, size);
+    }
+
+    // Borrows `data`, or takes it over when `shouldOwn` (then it has to come from new[]).
+    void setToExternal(T* data, size_t size, bool shouldOwn = false) {
+        if (size > UINT32_MAX) {
+            details::logAlwaysFatal("external vector size exceeds 2^32 elements.");
+        }
+        freeOwned();
+        mBuffer = data;
+        mSize = static_cast<uint32_t>(size);
+        mOwnsBuffer = shouldOwn;
+    }
+
+    // Hands the elements to the caller, who frees them with delete[]. Borrowed elements are copied
+    // first. Pointer and size stay readable here.
+    T* releaseData() {
+        if (!mOwnsBuffer && mSize > 0) {
+            resize(mSize);
+        }
+        mOwnsBuffer = false;
+        return mBuffer;
+    }
+
+  private:
+    static void checkSize(size_t size) {
+        if (size > UINT32_MAX) {
+            details::logAlwaysFatal("hidl_vec can't hold more than 2^32 elements.");
+        }
+    }
+
+    // The source may lie inside this vector, so it is copied before the old elements go.
+    template <typename InputIterator>
+    void copyFrom(InputIterator first, size_t size) {
+        checkSize(size);
+        T* buffer = nullptr;
+        if (size > 0) {
+            buffer = new T[size];
+            std::copy_n(first, size, buffer);
+        }
+        adopt(buffer, size);
+    }
+
+    void adopt(T* buffer, size_t size) {
+        freeOwned();
+        mBuffer = buffer;
+        mSize = static_cast<uint32_t>(size);
+        mOwnsBuffer = true;
+    }
+
+    void freeOwned() {
+        if (mOwnsBuffer) {
+            delete[] mBuffer;
+        }
+    }
+
+    T* mBuffer;
+    uint32_t mSize;
+    bool mOwnsBuffer;
+};
+
+struct hidl_string {
+    hidl_string() = default;
+    hidl_string(const char* text) : mText(text) {}
+    hidl_string(const std::string& text) : mText(text) {}
+
+    const char* c_str() const { return mText.c_str(); }
+    size_t size() const { return mText.size(); }
+    bool empty() const { return mText.empty(); }
+    operator std::string() const { return mText; }
+
+  private:
+    std::string mText;
+};
+
+// A fixed array inside the structure; uninitialised unless the structure is value-initialised.
+template <typename T, size_t N>
+struct hidl_array {
+    T* data() { return mBuffer; }
+    const T* data() const { return mBuffer; }
+    T& operator[](size_t index) { return mBuffer[index]; }
+    const T& operator[](size_t index) const { return mBuffer[index]; }
+    static constexpr size_t size() { return N; }
+
+  private:
+    T mBuffer[N];
+};
+
+}  // namespace hardware
+}  // namespace android

@@ -1,0 +1,46 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Host stand-in for the platform's handle to a keymaster. The members of the interface stay pure
+// virtual in it.
+
+#pragma once
+
+#include <android/hardware/keymaster/4.0/IKeymasterDevice.h>
+
+#include <cstdint>
+
+namespace android {
+namespace hardware {
+namespace keymaster {
+namespace V4_0 {
+namespace support {
+
+class Keymaster : public IKeymasterDevice {
+  public:
+    struct VersionResult {
+        hidl_string keymasterName;
+        hidl_string authorName;
+        uint8_t majorVersion;
+        SecurityLevel securityLevel;
+        bool supportsEc;
+    };
+
+    Keymaster(const hidl_string& descriptor, const hidl_string& instanceName)
+        : mDescriptor(descriptor), mInstanceName(instanceName) {}
+    ~Keymaster() override = default;
+
+    virtual const VersionResult& halVersion() const = 0;
+    const hidl_string& descriptor() const { return mDescriptor; }
+    const hidl_string& instanceName() const { return mInstanceName; }
+
+  private:
+    hidl_string mDescriptor;
+    hidl_string mInstanceName;
+};
+
+}  // namespace support
+}  // namespace V4_0
+}  // namespace keymaster
+}  // namespace hardware
+}  // namespace android
