@@ -21,12 +21,10 @@
 #include "zelkeymaster_result.h"
 
 #define SDB_EXPORT __attribute__((visibility("default")))
+#define SDB_NODISCARD __attribute__((warn_unused_result))
 
 #ifdef __cplusplus
-#define SDB_NODISCARD [[nodiscard]]
 extern "C" {
-#else
-#define SDB_NODISCARD __attribute__((warn_unused_result))
 #endif
 
 enum {

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The operation object: secure objects in an encrypted store, on top of a keymaster 4.0 handle.
+// The operation object: secure objects in an encrypted store, password conversion and attestation,
+// on top of a keymaster 4.0 handle.
 //
 // Conventions
 //  - Results are 0 or a negative code of zelkeymaster_result.h; any other keymaster error code is
@@ -31,6 +32,7 @@
 
 #include "sod_operation_param.h"
 #include "zelkeymaster_result.h"
+#include "zelkeymaster_vendor_tags.h"
 
 // The object through which the key-store side uses the library. Lives as long as the process in its
 // usual setting: the destructor releases the cached store image, and leaves the key blob's buffer.
@@ -139,6 +141,72 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // generates a new key when the digest file shows that the blob is damaged. 0 whatever was done;
     // the failing load's result when a key file could not be loaded.
     [[nodiscard]] int restoreKeyBlob();
+
+    // ---- Password hardware key ------------------------------------------------------------------
+
+    // Converts key material under a password-bound key of the secure hardware, in one keymaster
+    // `begin` with the purposes and tags of zelkeymaster_vendor_tags.h. `in1` to `in4` and
+    // `material` must not be empty; their meaning is the hardware's business.
+    //   PW_ENCRYPT_TYPE_TO_KEY            `material` is an encrypted key; fills `converted` with
+    //   the
+    //                                     key and `tag` with its 16-byte tag
+    //   PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY  `material` is a key, `tag` (not empty) its tag; fills
+    //                                     `converted` with the encrypted key
+    // `rot` receives the hardware's 16-byte value, or 16 zero bytes when it gives none, also when
+    // the hardware refuses. Outputs are replaced, and may keep a new value after a failure.
+    //   -32   no keymaster
+    //   -38   an empty input
+    //   -2    any other type
+    //   -40   the tag (16 bytes) or the converted material is missing from the answer
+    //   -41   out of memory
+    // A keymaster without these purposes answers with an error code of its own.
+    [[nodiscard]] int encryptWithPasswordHWKey(const android::hardware::hidl_vec<uint8_t>& in1,
+                                               const android::hardware::hidl_vec<uint8_t>& in2,
+                                               const android::hardware::hidl_vec<uint8_t>& material,
+                                               android::hardware::hidl_vec<uint8_t>& converted,
+                                               const android::hardware::hidl_vec<uint8_t>& in3,
+                                               const android::hardware::hidl_vec<uint8_t>& in4,
+                                               android::hardware::hidl_vec<uint8_t>& tag,
+                                               android::hardware::hidl_vec<uint8_t>& rot,
+                                               PW_ENCRYPT_TYPE type);
+
+    // The same without the rot value.
+    [[nodiscard]] int encryptWithPasswordHWKey(const android::hardware::hidl_vec<uint8_t>& in1,
+                                               const android::hardware::hidl_vec<uint8_t>& in2,
+                                               const android::hardware::hidl_vec<uint8_t>& material,
+                                               android::hardware::hidl_vec<uint8_t>& converted,
+                                               const android::hardware::hidl_vec<uint8_t>& in3,
+                                               const android::hardware::hidl_vec<uint8_t>& in4,
+                                               android::hardware::hidl_vec<uint8_t>& tag,
+                                               PW_ENCRYPT_TYPE type);
+
+    // ---- Attestation ----------------------------------------------------------------------------
+
+    // Asks the keymaster for a certificate signing request (usually PKCS #10, RFC 2986; passed on
+    // unread) for the key in `keyBlob`, through its attestation call. TAG_GENERATE_CSR is added to
+    // a copy of `params` unless it is there, with whatever value. `csr` is replaced only when the
+    // keymaster answers OK with exactly one blob: with OK and another number the result is 0 and
+    // `csr` as before. -32: no keymaster. -41: out of memory.
+    [[nodiscard]] int generateCSR(
+        const android::hardware::hidl_vec<uint8_t>& keyBlob,
+        const android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter>& params,
+        android::hardware::hidl_vec<uint8_t>& csr);
+
+    // Checks that DER certificates (RFC 5280), leaf first, form one path up to the last of them.
+    // With `chainOnly` false element 0 is not on the path: it must carry a signature made with the
+    // key of element 1, the path's leaf, and nothing else about it is checked.
+    //
+    // 0 is NOT trust. The last certificate is taken as the anchor whoever made it, so any
+    // self-consistent chain passes, an attacker's own included: compare the last element with the
+    // roots that you trust. Certificates before or after their validity pass on purpose, and
+    // revocation is not looked at. Bytes after a certificate within an element are ignored.
+    //
+    // -30 for every failure, fewer than three elements included; the log tells the cause. Uses no
+    // keymaster; may run on any thread. libcrypto's error queue of the thread is empty after a
+    // failure.
+    [[nodiscard]] static int validateAttestChain(
+        const android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>>& chain,
+        bool chainOnly);
 
     // ---- Files ----------------------------------------------------------------------------------
 

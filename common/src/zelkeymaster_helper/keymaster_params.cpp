@@ -5,6 +5,7 @@
 
 #include "keymaster_params.h"
 
+#include <cstring>
 #include <new>
 
 #include "velt_secure_db.h"
@@ -15,9 +16,14 @@ namespace {
 using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
 
-constexpr uint32_t kTagTypeShift = 28;
 constexpr uint32_t kAesKeyBits = 256;
 constexpr uint32_t kGcmTagBits = 128;
+
+// The type nibble of a tag, or of a tag type.
+template <typename T>
+constexpr uint32_t typeOf(T tag) {
+    return static_cast<uint32_t>(tag) >> 28;
+}
 
 keymaster_key_param_t enumParam(keymaster_tag_t tag, uint32_t value) {
     keymaster_key_param_t param = {};
@@ -49,6 +55,19 @@ HidlBytes viewOf(const uint8_t* data, size_t len) {
     return view;
 }
 
+bool copyBytes(const uint8_t* from, size_t len, HidlBytes* to) {
+    uint8_t* copy = nullptr;
+    if (len != 0) {
+        copy = new (std::nothrow) uint8_t[len];
+        if (copy == nullptr) {
+            return false;
+        }
+        std::memcpy(copy, from, len);
+    }
+    to->setToExternal(copy, len, /*shouldOwn=*/true);
+    return true;
+}
+
 HidlParams kmParamSet2Hidl(const keymaster_key_param_set_t& set) {
     HidlParams result;
     if (set.length == 0 || set.params == nullptr) {
@@ -64,27 +83,27 @@ HidlParams kmParamSet2Hidl(const keymaster_key_param_set_t& set) {
         keymaster_key_param_t& from = set.params[i];
         KeyParameter& to = converted[i];
         to.tag = static_cast<Tag>(from.tag);
-        switch (static_cast<uint32_t>(from.tag) >> kTagTypeShift) {
-            case KM_ENUM >> kTagTypeShift:
-            case KM_ENUM_REP >> kTagTypeShift:
+        switch (typeOf(from.tag)) {
+            case typeOf(KM_ENUM):
+            case typeOf(KM_ENUM_REP):
                 to.f.integer = from.enumerated;
                 break;
-            case KM_UINT >> kTagTypeShift:
-            case KM_UINT_REP >> kTagTypeShift:
+            case typeOf(KM_UINT):
+            case typeOf(KM_UINT_REP):
                 to.f.integer = from.integer;
                 break;
-            case KM_ULONG >> kTagTypeShift:
-            case KM_ULONG_REP >> kTagTypeShift:
+            case typeOf(KM_ULONG):
+            case typeOf(KM_ULONG_REP):
                 to.f.longInteger = from.long_integer;
                 break;
-            case KM_DATE >> kTagTypeShift:
+            case typeOf(KM_DATE):
                 to.f.dateTime = from.date_time;
                 break;
-            case KM_BOOL >> kTagTypeShift:
+            case typeOf(KM_BOOL):
                 to.f.boolValue = from.boolean;
                 break;
-            case KM_BIGNUM >> kTagTypeShift:
-            case KM_BYTES >> kTagTypeShift:
+            case typeOf(KM_BIGNUM):
+            case typeOf(KM_BYTES):
                 to.blob.setToExternal(const_cast<uint8_t*>(from.blob.data), from.blob.data_length);
                 break;
             default:
@@ -122,6 +141,23 @@ HidlParams gcmBeginParameters(const uint8_t* nonce) {
 HidlParams associatedDataParameters(const uint8_t* data, size_t len) {
     keymaster_key_param_t params[] = {bytesParam(KM_TAG_ASSOCIATED_DATA, data, len)};
     return kmParamSet2Hidl({params, 1});
+}
+
+HidlParams withBoolParameter(const HidlParams& params, Tag tag) {
+    HidlParams result;
+    KeyParameter* list = new (std::nothrow) KeyParameter[params.size() + 1]();
+    if (list == nullptr) {
+        return result;
+    }
+    result.setToExternal(list, params.size() + 1, /*shouldOwn=*/true);
+    for (size_t i = 0; i < params.size(); ++i) {
+        list[i].tag = params[i].tag;
+        list[i].f = params[i].f;
+        list[i].blob = viewOf(params[i].blob.data(), params[i].blob.size());
+    }
+    list[params.size()].tag = tag;
+    list[params.size()].f.boolValue = true;
+    return result;
 }
 
 const KeyParameter* findParameter(const HidlParams& params, Tag tag) {

@@ -23,6 +23,9 @@ using HidlParams = android::hardware::hidl_vec<android::hardware::keymaster::V4_
 // A vector that borrows `len` bytes. More than 2^32 - 1 bytes are fatal.
 HidlBytes viewOf(const uint8_t* data, size_t len);
 
+// Replaces `to` by an owned copy. False when out of memory; `to` is then as before.
+[[nodiscard]] bool copyBytes(const uint8_t* from, size_t len, HidlBytes* to);
+
 // Converts a parameter set; blobs of the result borrow those of the set. A parameter of an invalid
 // or unknown tag type keeps its tag and gets no value, and its tag in the *input* becomes
 // KM_TAG_INVALID.
@@ -37,6 +40,10 @@ HidlParams gcmBeginParameters(const uint8_t* nonce);
 
 // The associated data (borrowed), for the first update.
 HidlParams associatedDataParameters(const uint8_t* data, size_t len);
+
+// A copy of `params` with a parameter of type BOOL, set to true, at its end; blobs borrow those of
+// `params`.
+HidlParams withBoolParameter(const HidlParams& params, android::hardware::keymaster::V4_0::Tag tag);
 
 // The first parameter with this tag, or null.
 const android::hardware::keymaster::V4_0::KeyParameter* findParameter(

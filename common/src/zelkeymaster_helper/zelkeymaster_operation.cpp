@@ -7,17 +7,21 @@
 
 #include "zelkeymaster_operation.h"
 
+#include <openssl/err.h>
 #include <openssl/sha.h>
+#include <openssl/x509.h>
 
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
+#include "attest_chain.h"
 #include "error_file.h"
 #include "gcm_operation.h"
 #include "keymaster_params.h"
 #include "malloc_buffer.h"
+#include "password_conversion.h"
 #include "platform_log.h"
 #include "protected_file.h"
 #include "sod_command_text.h"
@@ -37,6 +41,7 @@ using android::hardware::Return;
 using android::hardware::keymaster::V4_0::ErrorCode;
 using android::hardware::keymaster::V4_0::HardwareAuthToken;
 using android::hardware::keymaster::V4_0::KeyCharacteristics;
+using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::KeyPurpose;
 using android::hardware::keymaster::V4_0::VerificationToken;
 using android::hardware::keymaster::V4_0::support::Keymaster;
@@ -148,6 +153,32 @@ void recoverImage(uint8_t** image, uint32_t* image_len) {
     }
     adopt(image, stored.release());
     *image_len = stored_len;
+}
+
+// Accepts certificates outside their validity: a device's clock may be wrong.
+int ZelKeymasterOperation_verify_cert_cb(int ok, X509_STORE_CTX* ctx) {
+    if (ctx == nullptr) {
+        LOG_ERROR("ctx is NULL");
+        return -1;
+    }
+    const int error = X509_STORE_CTX_get_error(ctx);
+    if (error == X509_V_ERR_CERT_NOT_YET_VALID || error == X509_V_ERR_CERT_HAS_EXPIRED) {
+        return 1;
+    }
+    return ok;
+}
+
+int ZelKeymasterOperation_openssl_error_cb(const char* str, size_t len, void* u) {
+    LOG_ERROR("print_openssl_error_cb");
+    if (str != nullptr) {
+        LOG_ERROR("%s(%d, %p)", str, static_cast<int>(len), u);
+    }
+    return 1;
+}
+
+// Moves libcrypto's error queue to the log.
+void logErrorQueue() {
+    ERR_print_errors_cb(ZelKeymasterOperation_openssl_error_cb, nullptr);
 }
 
 }  // namespace
@@ -601,6 +632,158 @@ int ZelKeymasterOperation::restoreKeyBlob() {
         LOG_ERROR("key blob generation failure. no way to restore");
     }
     return ZELKM_OK;
+}
+
+// ---- Password hardware key ----------------------------------------------------------------------
+
+int ZelKeymasterOperation::encryptWithPasswordHWKey(
+    const hidl_vec<uint8_t>& in1, const hidl_vec<uint8_t>& in2, const hidl_vec<uint8_t>& material,
+    hidl_vec<uint8_t>& converted, const hidl_vec<uint8_t>& in3, const hidl_vec<uint8_t>& in4,
+    hidl_vec<uint8_t>& tag, hidl_vec<uint8_t>& rot, PW_ENCRYPT_TYPE type) {
+    if (mKeymaster == nullptr) {
+        LOG_ERROR("encryptWithPasswordHWKey: invalid keymaster dev pointer");
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    if (in1.size() == 0 || in2.size() == 0 || material.size() == 0 || in3.size() == 0 ||
+        in4.size() == 0) {
+        return ZELKM_INVALID_ARGUMENT;
+    }
+    KeyPurpose purpose = PWHW_PURPOSE_TO_KEY;
+    if (type == PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY) {
+        if (tag.size() == 0) {
+            return ZELKM_INVALID_ARGUMENT;
+        }
+        purpose = PWHW_PURPOSE_TO_ENCRYPTED_KEY;
+    } else if (type != PW_ENCRYPT_TYPE_TO_KEY) {
+        LOG_ERROR("not supported mode : %d", static_cast<int>(type));
+        return ZELKM_UNSUPPORTED_PURPOSE;
+    }
+    const HidlParams params = passwordParameters(type, {in1, in2, material, in3, in4}, tag);
+    if (params.size() == 0) {
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+
+    PasswordAnswer answer = {type, converted, tag, rot};
+    const Return<void> begun =
+        mKeymaster->begin(purpose, HidlBytes(), params, HardwareAuthToken(),
+                          [&answer](ErrorCode error, const HidlParams& out_params,
+                                    uint64_t /*handle*/) { answer.take(error, out_params); });
+    if (answer.rot_missing) {
+        LOG_WARNING("invalid rot just set 0");
+    }
+    switch (answer.defect) {
+        case PasswordAnswer::kNone:
+            break;
+        case PasswordAnswer::kTag:
+            LOG_ERROR("invalid tag");
+            break;
+        case PasswordAnswer::kKey:
+            LOG_ERROR("no key");
+            break;
+        case PasswordAnswer::kEncryptedKey:
+            LOG_ERROR("no encrypted key");
+            break;
+    }
+    const int32_t transport = ConverHIDLErrorToKeymasterError(begun);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error in begin hidl call : %d", transport);
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    return answer.result;
+}
+
+int ZelKeymasterOperation::encryptWithPasswordHWKey(
+    const hidl_vec<uint8_t>& in1, const hidl_vec<uint8_t>& in2, const hidl_vec<uint8_t>& material,
+    hidl_vec<uint8_t>& converted, const hidl_vec<uint8_t>& in3, const hidl_vec<uint8_t>& in4,
+    hidl_vec<uint8_t>& tag, PW_ENCRYPT_TYPE type) {
+    hidl_vec<uint8_t> rot;
+    return encryptWithPasswordHWKey(in1, in2, material, converted, in3, in4, tag, rot, type);
+}
+
+// ---- Attestation --------------------------------------------------------------------------------
+
+int ZelKeymasterOperation::generateCSR(const hidl_vec<uint8_t>& keyBlob,
+                                       const hidl_vec<KeyParameter>& params,
+                                       hidl_vec<uint8_t>& csr) {
+    if (mKeymaster == nullptr) {
+        LOG_ERROR("AttestKey: invalid IZelkeymasterDevice pointer");
+        return ZELKM_UNEXPECTED_NULL_POINTER;
+    }
+    LOG_DEBUG("GenerateCSR start");
+    const bool asked = findParameter(params, TAG_GENERATE_CSR) != nullptr;
+    const HidlParams extended = asked ? HidlParams() : withBoolParameter(params, TAG_GENERATE_CSR);
+    if (!asked && extended.size() == 0) {
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+
+    struct {
+        hidl_vec<uint8_t>& csr;
+        int32_t result;
+    } answer = {csr, ZELKM_UNKNOWN_ERROR};
+    const Return<void> attested =
+        mKeymaster->attestKey(keyBlob, asked ? params : extended,
+                              [&answer](ErrorCode error, const hidl_vec<hidl_vec<uint8_t>>& blobs) {
+                                  answer.result = static_cast<int32_t>(error);
+                                  if (error == ErrorCode::OK && blobs.size() == 1 &&
+                                      !copyBytes(blobs[0].data(), blobs[0].size(), &answer.csr)) {
+                                      answer.result = ZELKM_MEMORY_ALLOCATION_FAILED;
+                                  }
+                              });
+    if (!attested.isOk()) {
+        LOG_ERROR("GenerateCSR: IZelkeymasterDevice void error");
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    return answer.result;
+}
+
+int ZelKeymasterOperation::validateAttestChain(const hidl_vec<hidl_vec<uint8_t>>& chain,
+                                               bool chainOnly) {
+    const ChainOutcome outcome =
+        checkChain(chain, !chainOnly, ZelKeymasterOperation_verify_cert_cb);
+    switch (outcome.failure) {
+        case ChainFailure::kNone:
+            return ZELKM_OK;
+        case ChainFailure::kLength:
+            LOG_ERROR("Invalid attestion chain length");
+            break;
+        case ChainFailure::kLeafParse:
+            LOG_ERROR("d2i_X509 error");
+            break;
+        case ChainFailure::kStack:
+            LOG_ERROR("sk_X509_new_null error");
+            break;
+        case ChainFailure::kParse:
+        case ChainFailure::kFirstParse:
+            LOG_ERROR("d2i_X509 error");
+            logErrorQueue();
+            break;
+        case ChainFailure::kPush:
+            LOG_ERROR("Failed to push certificate");
+            break;
+        case ChainFailure::kStore:
+            LOG_ERROR("X509_STORE_new error");
+            LOG_ERROR("verify_cert_chain fail");
+            break;
+        case ChainFailure::kContext:
+            LOG_ERROR("X509_STORE_CTX_init error");
+            LOG_ERROR("verify_cert_chain fail");
+            break;
+        case ChainFailure::kVerify:
+            LOG_ERROR("X509_verify_cert fail %d, %d", outcome.verify_result, outcome.verify_error);
+            logErrorQueue();
+            LOG_ERROR("verify_cert_chain fail");
+            break;
+        case ChainFailure::kLeafKey:
+            LOG_ERROR("X509_get_pubkey error");
+            logErrorQueue();
+            break;
+        case ChainFailure::kFirstVerify:
+            LOG_ERROR("X509_verify error during GAK");
+            logErrorQueue();
+            break;
+    }
+    ERR_clear_error();
+    return ZELKM_VERIFICATION_FAILED;
 }
 
 // ---- Files --------------------------------------------------------------------------------------
