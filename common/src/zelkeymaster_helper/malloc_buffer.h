@@ -23,4 +23,9 @@ inline MallocBuffer allocateBuffer(size_t len) {
     return MallocBuffer(static_cast<uint8_t*>(std::malloc(len)));
 }
 
+// The same, filled with zeros.
+inline MallocBuffer allocateZeroedBuffer(size_t len) {
+    return MallocBuffer(static_cast<uint8_t*>(std::calloc(1, len)));
+}
+
 }  // namespace zelkm

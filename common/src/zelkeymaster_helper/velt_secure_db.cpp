@@ -141,17 +141,16 @@ int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
 }
 
 int loadEncryptedRows(const uint8_t* blob, uint32_t payload_len) {
-    // The callback takes writable pointers, and a caller's blob is not ours to change.
-    uint8_t header[kHeaderLen];
-    std::memcpy(header, blob, kHeaderLen);
-    const MallocBuffer plain = allocateBuffer(payload_len);
+    // Zeroed, since a callback may succeed without having filled it.
+    const MallocBuffer plain = allocateZeroedBuffer(payload_len);
     if (plain == nullptr) {
         LOG_ERROR("allocation failure");
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
-    int status =
-        g_encryption.fp(g_encryption.ctx, 0, plain.get(), const_cast<uint8_t*>(blob) + kHeaderLen,
-                        payload_len, header + kIvOffset, header + kTagOffset, header, SDB_AAD_LEN);
+    // The callback's type takes writable pointers; decrypting, it reads through them.
+    uint8_t* const source = const_cast<uint8_t*>(blob);
+    int status = g_encryption.fp(g_encryption.ctx, 0, plain.get(), source + kHeaderLen, payload_len,
+                                 source + kIvOffset, source + kTagOffset, source, SDB_AAD_LEN);
     if (status == ZELKM_OK) {
         status = loadRows(blob, plain.get(), payload_len);
     }
