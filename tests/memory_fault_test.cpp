@@ -1,0 +1,374 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The 1st, 2nd, 3rd … allocation of each operation fails, once or for good, until the operation
+// runs through. After each failure: a result that is allowed, no exception but where one is
+// specified, caches and files as they were or as the operation makes them, and the next operation
+// works. Leaks show under the address sanitizer.
+
+#include <soft_keymaster/soft_keymaster.h>
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <set>
+
+#include "failing_memory.h"
+#include "operation_peer.h"
+#include "temp_dir.h"
+#include "velt_secure_db.h"
+#include "zelkeymaster_operation.h"
+
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using namespace android::hardware::keymaster::V4_0;
+using test::Bytes;
+
+constexpr char kStore[] = "secure_objects.db";
+
+// A keymaster in another process: its allocations are not the library's. The callback, which is the
+// library's, takes part again.
+template <typename... Args>
+auto counted(std::function<void(Args...)> callback) {
+    return [callback](Args... args) {
+        const test::AllocationsFail again;
+        callback(args...);
+    };
+}
+
+class RemoteKeymaster : public soft_keymaster::SoftKeymaster {
+    using Token = HardwareAuthToken;
+    using Base = soft_keymaster::SoftKeymaster;
+
+  public:
+    using Base::Base;
+
+    Return<void> generateKey(const hidl_vec<KeyParameter>& params, generateKey_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::generateKey(params, counted(cb));
+    }
+    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& blob, const hidl_vec<uint8_t>& id,
+                                       const hidl_vec<uint8_t>& data,
+                                       getKeyCharacteristics_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::getKeyCharacteristics(blob, id, data, counted(cb));
+    }
+    Return<void> attestKey(const hidl_vec<uint8_t>& blob, const hidl_vec<KeyParameter>& params,
+                           attestKey_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::attestKey(blob, params, counted(cb));
+    }
+    Return<void> upgradeKey(const hidl_vec<uint8_t>& blob, const hidl_vec<KeyParameter>& params,
+                            upgradeKey_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::upgradeKey(blob, params, counted(cb));
+    }
+    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& blob,
+                       const hidl_vec<KeyParameter>& params, const Token& token,
+                       begin_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::begin(purpose, blob, params, token, counted(cb));
+    }
+    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& params,
+                        const hidl_vec<uint8_t>& input, const Token& token,
+                        const VerificationToken& verification, update_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::update(handle, params, input, token, verification, counted(cb));
+    }
+    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& params,
+                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
+                        const Token& token, const VerificationToken& verification,
+                        finish_cb cb) override {
+        const test::AllocationsWork remote;
+        return Base::finish(handle, params, input, signature, token, verification, counted(cb));
+    }
+};
+
+int insert(ZelKeymasterOperation& object, std::string alias) {
+    SODOperationParam p;
+    std::string creator = "creator";
+    return object.SodInsert(p.setAlias(alias).setCreator(creator));
+}
+
+std::set<std::string> aliases(ZelKeymasterOperation& object) {
+    SODOperationParam p;
+    std::vector<std::string> rows;
+    EXPECT_EQ(0, object.SodRetreiveOther(p.addAliasToOutput(), rows));
+    return {rows.begin(), rows.end()};
+}
+
+// A fresh directory and object for each try; the store holds "a" and "b".
+class MemoryFault : public test::InTempDir {
+  protected:
+    void startAfresh() {
+        object_.reset();
+        for (const auto& file : std::filesystem::directory_iterator(directory())) {
+            std::filesystem::remove(file.path());
+        }
+        km_ = std::make_unique<RemoteKeymaster>(options());
+        openObject();
+        ASSERT_EQ(0, insert(*object_, "a"));
+        ASSERT_EQ(0, insert(*object_, "b"));
+        before_ = *test::readFile(kStore);
+    }
+
+    // Opens the store in a new object, which loads it from its file.
+    void openObject() {
+        object_ = std::make_unique<ZelKeymasterOperation>(km_.get(), true);
+        keymaster_blob_t nothing = {};
+        keymaster_blob_t out = {};
+        // A refused command makes the object's process forget the table.
+        ASSERT_EQ(-38, object_->queryInternal(nullptr, nullptr, nullptr, nullptr, &nothing, &out));
+    }
+
+    static soft_keymaster::SoftKeymaster::Options options() {
+        soft_keymaster::SoftKeymaster::Options result;
+        result.root_key_path = "root_key";
+        return result;
+    }
+
+    // Runs `action` again and again with the next allocation failing.
+    void forEachAllocation(const std::string& name, const std::set<int>& allowed,
+                           const std::function<int()>& action,
+                           const std::function<void(int)>& verify) {
+        for (const bool for_good : {false, true}) {
+            bool failed = true;
+            for (long nth = 1; failed; ++nth) {
+                SCOPED_TRACE(name + ", allocation " + std::to_string(nth) +
+                             (for_good ? " and later ones" : ""));
+                startAfresh();
+                openObject();
+                test::failAllocation(nth, for_good);
+                const int status = action();
+                failed = test::stopFailing();
+                EXPECT_EQ(1u, allowed.count(status)) << status;
+                if (!failed) {
+                    EXPECT_EQ(0, status);
+                    ASSERT_GT(nth, 1) << "nothing was allocated";
+                }
+                verify(status);
+                ++states_;
+                ASSERT_FALSE(HasFatalFailure());
+            }
+        }
+    }
+
+    // Whatever happened, this object and a new one go on.
+    void expectUsable(const std::set<std::string>& expected) {
+        std::set<std::string> grown = expected;
+        grown.insert("z");
+        EXPECT_EQ(0, insert(*object_, "z"));
+        EXPECT_EQ(grown, aliases(*object_));
+        openObject();
+        EXPECT_EQ(grown, aliases(*object_));
+    }
+
+    ~MemoryFault() override { std::printf("states after a failed allocation: %d\n", states_); }
+
+    std::unique_ptr<RemoteKeymaster> km_;
+    std::unique_ptr<ZelKeymasterOperation> object_;
+    Bytes before_;
+    int states_ = 0;
+};
+
+constexpr int kThrown = 1;  // stands for std::bad_alloc
+
+TEST_F(MemoryFault, SecureObjectOperations) {
+    const auto caught = [](const std::function<int()>& action) {
+        return [action] {
+            try {
+                return action();
+            } catch (const std::bad_alloc&) {
+                return kThrown;
+            }
+        };
+    };
+    SODOperationParam added;
+    SODOperationParam removed;
+    SODOperationParam selected;
+    std::string alias = "c";
+    std::string old_alias = "a";
+    added.setAlias(alias);
+    removed.addAliasInWhere(old_alias);
+    selected.addAliasToOutput();
+    std::vector<std::string> rows;
+
+    const auto unchanged_or = [this](const std::set<std::string>& after) {
+        return [this, after](int status) {
+            // The file follows the result; after a failure the table is loaded from it again.
+            if (status != 0) {
+                EXPECT_EQ(before_, *test::readFile(kStore));
+                openObject();
+            }
+            expectUsable(status == 0 ? after : std::set<std::string>{"a", "b"});
+        };
+    };
+    forEachAllocation("insert", {0, -41, kThrown},
+                      caught([&] { return object_->SodInsert(added); }),
+                      unchanged_or({"a", "b", "c"}));
+    forEachAllocation("delete", {0, -41, kThrown},
+                      caught([&] { return object_->SodDelete(removed); }), unchanged_or({"b"}));
+    forEachAllocation("select", {0, -41, kThrown},
+                      caught([&] { return object_->SodSelect(selected, rows); }),
+                      unchanged_or({"a", "b"}));
+}
+
+TEST_F(MemoryFault, StartUpAndFiles) {
+    forEachAllocation(
+        "start-up", {0},
+        [this] {
+            ZelKeymasterOperation another(km_.get(), true);
+            return 0;
+        },
+        [this](int) {
+            expectUsable({"a", "b"});
+        });
+    forEachAllocation(
+        "load_data", {0, -41},
+        [] {
+            uint8_t* data = nullptr;
+            uint32_t len = 7;
+            const int status = ZelKeymasterOperation::load_data(kStore, &data, &len);
+            EXPECT_TRUE(status == 0 ? data != nullptr : data == nullptr && len == 7);
+            free(data);
+            return status;
+        },
+        [this](int) {
+            expectUsable({"a", "b"});
+        });
+}
+
+TEST_F(MemoryFault, DatabaseKey) {
+    forEachAllocation(
+        "generation", {0, -41}, [this] { return object_->init_db_key(1); },
+        [this](int status) {
+            test::ObjectPeer peer(*object_);
+            EXPECT_EQ(status == 0, peer.keyBlobLen() != 0);
+            EXPECT_EQ(status == 0, peer.keyBlob() == test::readFile("edbk"));
+            EXPECT_EQ(0, object_->init_db_key(0));
+            std::filesystem::remove(kStore);  // encrypted with the key before
+            openObject();
+            expectUsable({});
+        });
+    forEachAllocation(
+        "upgrade", {0, -41},
+        [this] {
+            km_->setPatchLevel(options().patch_level + 1);
+            return object_->init_db_key(0);
+        },
+        [this](int) {
+            expectUsable({"a", "b"});
+        });
+}
+
+TEST_F(MemoryFault, EncryptionAndDecryption) {
+    Bytes text(100, 't');
+    Bytes cipher(text.size());
+    uint8_t iv[12];
+    uint8_t tag[16];
+    uint8_t aad[] = {1, 2, 3};
+    const auto convert = [&](unsigned mode) {
+        return object_->DBEncrypt(mode, text.data(), cipher.data(), unsigned(text.size()), iv, tag,
+                                  aad, sizeof(aad));
+    };
+    const auto verify = [this](int) { expectUsable({"a", "b"}); };
+    forEachAllocation(
+        "encryption", {0, -41}, [&] { return convert(1); }, verify);
+    forEachAllocation(
+        "decryption", {0, -41},
+        [&] {
+            {
+                const test::AllocationsWork preparing;
+                EXPECT_EQ(0, convert(1));
+            }
+            return convert(0);
+        },
+        verify);
+}
+
+TEST_F(MemoryFault, PasswordConversionAndAttestation) {
+    const hidl_vec<uint8_t> in = {1, 2, 3};
+    hidl_vec<uint8_t> converted;
+    hidl_vec<uint8_t> tag;
+    hidl_vec<uint8_t> rot;
+    const auto verify = [this](int) { expectUsable({"a", "b"}); };
+    forEachAllocation(
+        "password conversion", {0, -41},
+        [&] {
+            return object_->encryptWithPasswordHWKey(in, in, in, converted, in, in, tag, rot,
+                                                     PW_ENCRYPT_TYPE_TO_KEY);
+        },
+        verify);
+    hidl_vec<uint8_t> csr;
+    forEachAllocation(
+        "signing request", {0, -41},
+        [&] {
+            const hidl_vec<uint8_t> key = km_->attestationKey();
+            return object_->generateCSR(key, {}, csr);
+        },
+        verify);
+}
+
+// The engine alone, without callback; UPDATE through its handler.
+TEST_F(MemoryFault, Engine) {
+    constexpr char kInsert[] = "INSERT (ALIAS,ADMIN) VALUE (k,x)";
+    const auto query = [](const std::string& text, const Bytes& blob, uint64_t* handle,
+                          Bytes* out) {
+        unsigned char* data = nullptr;
+        unsigned int len = 0;
+        const int status = sdb_query(text.data(), unsigned(text.size()), blob.data(),
+                                     unsigned(blob.size()), &data, &len, handle);
+        const test::AllocationsWork copying;
+        out->assign(data, data + len);
+        free(data);
+        return status;
+    };
+    sdb_register_db_encrypt_fp(nullptr, nullptr);
+    uint64_t handle = 0;
+    Bytes store;
+    Bytes result;
+    ASSERT_EQ(0, query(kInsert, {}, &handle, &store));
+
+    for (const std::string text : {"SELECT (ALIAS)", kInsert, "DELETE WHERE ALIAS=k", "UPDATE"}) {
+        for (const bool load : {true, false}) {
+            bool failed = true;
+            for (long nth = 1; failed; ++nth) {
+                SCOPED_TRACE(text + (load ? ", loading" : "") + ", allocation " +
+                             std::to_string(nth));
+                handle = 0;
+                ASSERT_EQ(0, query("SELECT (ALIAS)", store, &handle, &result));
+                const uint64_t loaded = handle;
+                handle = load ? 0 : handle;
+                int status = 0;
+                test::failAllocation(nth, false);
+                if (text == "UPDATE") {
+                    db_parsed_tokens_t columns = {};
+                    db_parsed_tokens_t values = {};
+                    db_parsed_where_set_t where = {};
+                    const uint8_t name[] = {'A', 'D', 'M', 'I', 'N'};
+                    columns.tokens[0] = values.tokens[0] = {name, sizeof(name)};
+                    columns.count = values.count = 1;
+                    db_bytes_t out = {};
+                    status = command_handler[SDB_UPDATE](&columns, &values, &where, &out);
+                    free(out.data);
+                } else {
+                    status = query(text, store, &handle, &result);
+                }
+                failed = test::stopFailing();
+                // A select whose text finds no memory succeeds with nothing.
+                EXPECT_EQ(failed && !result.empty() ? -41 : 0, status);
+                if (status != 0 && load) {
+                    EXPECT_EQ(0u, handle);
+                }
+                // Either the table is still there, or it was dropped and says so.
+                handle = loaded;
+                const int again = query("SELECT (ALIAS)", store, &handle, &result);
+                EXPECT_TRUE(again == 0 || again == -914) << again;
+            }
+        }
+    }
+}
+
+}  // namespace

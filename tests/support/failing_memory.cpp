@@ -1,0 +1,121 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Makes allocations fail on demand. See failing_memory.h.
+
+#include "failing_memory.h"
+
+#include <openssl/crypto.h>
+
+#include <cstdlib>
+#include <new>
+
+extern "C" {
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+}
+
+namespace {
+
+long g_countdown;  // 0: not armed
+bool g_for_good;
+bool g_failed;
+int g_paused;
+
+bool failNow() {
+    if (g_countdown == 0 || g_paused != 0) {
+        return false;
+    }
+    if (g_countdown > 1) {
+        --g_countdown;
+        return false;
+    }
+    if (g_failed && !g_for_good) {
+        return false;
+    }
+    g_failed = true;
+    return true;
+}
+
+}  // namespace
+
+namespace test {
+
+void failAllocation(long nth, bool for_good) {
+    g_countdown = nth;
+    g_for_good = for_good;
+    g_failed = false;
+}
+
+bool stopFailing() {
+    g_countdown = 0;
+    return g_failed;
+}
+
+AllocationsWork::AllocationsWork() {
+    ++g_paused;
+}
+AllocationsWork::~AllocationsWork() {
+    --g_paused;
+}
+
+bool useFailingLibcryptoMemory() {
+    return CRYPTO_set_mem_functions([](size_t size, const char*, int) { return std::malloc(size); },
+                                    [](void* old, size_t size, const char*, int) -> void* {
+                                        return failNow() ? nullptr : std::realloc(old, size);
+                                    },
+                                    [](void* block, const char*, int) { std::free(block); }) == 1;
+}
+
+}  // namespace test
+
+extern "C" {
+
+void* __wrap_malloc(size_t size) {
+    return failNow() ? nullptr : __real_malloc(size);
+}
+
+void* __wrap_calloc(size_t count, size_t size) {
+    return failNow() ? nullptr : __real_calloc(count, size);
+}
+
+}  // extern "C"
+
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return failNow() ? nullptr : __real_malloc(size != 0 ? size : 1);
+}
+
+void* operator new(size_t size) {
+    void* block = operator new(size, std::nothrow);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, size_t) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, size_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+    std::free(block);
+}

@@ -1,0 +1,37 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Makes allocations fail on demand. Linking this replaces operator new for the program, and malloc
+// and calloc for the objects linked into it (with the linker's --wrap); libcrypto is brought in
+// with useFailingLibcryptoMemory().
+
+#pragma once
+
+namespace test {
+
+// Counts allocations from now on and makes the nth one fail; with `for_good`, all later ones too.
+void failAllocation(long nth, bool for_good);
+
+// Back to normal; true if an allocation failed since failAllocation().
+bool stopFailing();
+
+// While one lives, allocations neither fail nor count: for the parts of a test that play someone
+// else.
+class AllocationsWork {
+  public:
+    AllocationsWork();
+    ~AllocationsWork();
+};
+
+// The opposite, within one.
+class AllocationsFail {
+  public:
+    AllocationsFail();
+    ~AllocationsFail();
+};
+
+// Makes libcrypto allocate through the same counter. Must come before libcrypto's first allocation;
+// false if it is too late.
+bool useFailingLibcryptoMemory();
+
+}  // namespace test
