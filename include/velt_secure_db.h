@@ -103,7 +103,7 @@ typedef struct db_column_value {
 } db_column_value_t;
 
 typedef struct db_row {
-    uint32_t flags;  // bit 0: selected by the command being run; meaningless in between
+    uint32_t flags;  // bit 0: selected; has no meaning between commands
     db_column_value_t col[SDB_NUM_COLUMNS];
     struct db_row* next;  // null at the tail
 } db_row;

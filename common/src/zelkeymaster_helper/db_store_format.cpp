@@ -23,10 +23,6 @@ void writeLe32(uint32_t value, uint8_t* to) {
     }
 }
 
-bool isWritten(const db_row& row, const Selection& selection) {
-    return !selection.selected_rows_only || (row.flags & kRowSelected) != 0;
-}
-
 // The bytes of one payload, taken from front to back.
 struct Reader {
     const uint8_t* at;
@@ -93,41 +89,29 @@ DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count, 
     return result;
 }
 
-size_t encodedLen(const db_table_t& table, const Selection& selection) {
+size_t encodedLen(const db_row& row, const ColumnList& columns) {
     size_t len = 1;
-    for (const db_row* row = table.head; row != nullptr; row = row->next) {
-        if (!isWritten(*row, selection)) {
-            continue;
+    for (const uint8_t column : columns) {
+        if (column < SDB_NUM_COLUMNS) {
+            len += size_t{row.col[column].len} + 1;
         }
-        for (size_t i = 0; i < selection.num_columns; ++i) {
-            if (selection.columns[i] < SDB_NUM_COLUMNS) {
-                len += size_t{row->col[selection.columns[i]].len} + 1;
-            }
-        }
-        len += 1;
     }
     return len;
 }
 
-uint8_t* encodeRows(const db_table_t& table, const Selection& selection, uint8_t* to) {
-    for (const db_row* row = table.head; row != nullptr; row = row->next) {
-        if (!isWritten(*row, selection)) {
+uint8_t* encodeRow(const db_row& row, const ColumnList& columns, uint8_t* to) {
+    for (const uint8_t column : columns) {
+        if (column >= SDB_NUM_COLUMNS) {
             continue;
         }
-        for (size_t i = 0; i < selection.num_columns; ++i) {
-            if (selection.columns[i] >= SDB_NUM_COLUMNS) {
-                continue;
-            }
-            const db_column_value_t& value = row->col[selection.columns[i]];
-            if (value.len != 0) {
-                std::memcpy(to, value.data, value.len);
-            }
-            to += value.len;
-            *to++ = kSeparator;
+        const db_column_value_t& value = row.col[column];
+        if (value.len != 0) {
+            std::memcpy(to, value.data, value.len);
         }
-        *to++ = kRowEnd;
+        to += value.len;
+        *to++ = kSeparator;
     }
-    *to++ = '\0';
+    *to++ = kRowEnd;
     return to;
 }
 

@@ -65,17 +65,14 @@ struct DecodeResult {
 [[nodiscard]] DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count,
                                       uint8_t separator, db_table_t* rows);
 
-// Which rows and columns a text holds.
-struct Selection {
-    const uint8_t* columns;  // schema indices; kNoColumn entries are skipped
-    size_t num_columns;
-    bool selected_rows_only;
-};
+// The columns of a text, in order. Entries that are no column are skipped.
+using ColumnList = uint8_t[SDB_NUM_COLUMNS];
 
-// The length of the rows' text, its final NUL included.
-size_t encodedLen(const db_table_t& table, const Selection& selection);
+inline constexpr ColumnList kAllColumns = {0, 1, 2, 3, 4, 5};
 
-// Writes the rows' text and returns the address after its final NUL.
-uint8_t* encodeRows(const db_table_t& table, const Selection& selection, uint8_t* to);
+// The length of a row's text, and the text itself: the values of the columns, each followed by the
+// separator of version 1.1, and a line feed. Returns the address after it.
+size_t encodedLen(const db_row& row, const ColumnList& columns);
+uint8_t* encodeRow(const db_row& row, const ColumnList& columns, uint8_t* to);
 
 }  // namespace zelkm

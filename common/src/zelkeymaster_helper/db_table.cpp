@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table of rows and its column schema. See db_table.h.
+// Rows in a list and their column schema. See db_table.h.
 
 #include "db_table.h"
 
@@ -87,33 +87,6 @@ void clearTable(db_table_t* table) {
         row = next;
     }
     *table = {};
-}
-
-void replaceRows(db_table_t* table, db_table_t* rows) {
-    clearTable(table);
-    table->head = rows->head;
-    table->tail = rows->tail;
-    table->count = rows->count;
-    *rows = {};
-}
-
-uint32_t removeSelectedRows(db_table_t* table) {
-    uint32_t removed = 0;
-    db_row** link = &table->head;
-    table->tail = nullptr;
-    while (*link != nullptr) {
-        db_row* row = *link;
-        if ((row->flags & kRowSelected) != 0) {
-            *link = row->next;
-            free_row(row);
-            ++removed;
-        } else {
-            table->tail = row;
-            link = &row->next;
-        }
-    }
-    table->count -= removed;
-    return removed;
 }
 
 }  // namespace zelkm

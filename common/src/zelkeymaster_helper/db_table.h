@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table of rows, its column schema, and the ownership rules: the table owns its rows, a row
+// Rows in a list, their column schema, and the ownership rules: the table owns its rows, a row
 // owns its values.
 
 #pragma once
@@ -13,7 +13,6 @@
 namespace zelkm {
 
 inline constexpr uint32_t kValuePresent = 1;  // bit of db_column_value_t::flags
-inline constexpr uint32_t kRowSelected = 1;   // bit of db_row::flags
 inline constexpr uint8_t kNoColumn = 255;     // stands for an unknown column name
 
 // In the order of the columns in rows and stores.
@@ -45,12 +44,5 @@ void appendRow(db_table_t* table, db_row* row);
 
 // Releases all rows; the handle becomes 0.
 void clearTable(db_table_t* table);
-
-// Releases the rows of `table` and takes over those of `rows`, which is left empty. The handle is
-// 0 afterwards.
-void replaceRows(db_table_t* table, db_table_t* rows);
-
-// Removes the selected rows and returns how many there were.
-uint32_t removeSelectedRows(db_table_t* table);
 
 }  // namespace zelkm

@@ -15,6 +15,7 @@
 
 #include "db_command_parser.h"
 #include "db_matching.h"
+#include "db_object_table.h"
 #include "db_store_format.h"
 #include "db_table.h"
 #include "malloc_buffer.h"
@@ -29,14 +30,12 @@ namespace {
 constexpr size_t kDumpedLen = 1023;  // bytes of a command that reach the log
 constexpr int kMaxHandleDraws = 10;
 
-constexpr uint8_t kAllColumns[SDB_NUM_COLUMNS] = {0, 1, 2, 3, 4, 5};
-
 struct EncryptionCallback {
     void* ctx;
     sdb_encrypt_fp fp;
 };
 
-db_table_t g_table;
+ObjectTable g_table;
 EncryptionCallback g_encryption;
 bool g_names_cached;
 
@@ -74,39 +73,54 @@ int encryptPayload(db_bytes_t* blob) {
     return status;
 }
 
-// Encodes the table into a new buffer: a store blob when `columns` is null and `mode` 0, else text
-// without a header, in mode 1 of the selected rows only. `columns` holds SDB_NUM_COLUMNS indices.
-int convert_to_export(const db_table_t* table, db_bytes_t* out, const uint8_t* columns,
-                      uint8_t mode) {
-    const bool store = columns == nullptr && mode == 0;
-    const Selection selection = {columns != nullptr ? columns : kAllColumns, SDB_NUM_COLUMNS,
-                                 mode == 1};
-    const size_t header_len = store ? kHeaderLen : 0;
-    const size_t len = header_len + encodedLen(*table, selection);
+// A new buffer for a result; the store format's lengths have 32 bits.
+uint8_t* allocateResult(size_t len, db_bytes_t* out) {
     uint8_t* data = len <= UINT32_MAX ? static_cast<uint8_t*>(std::malloc(len)) : nullptr;
     if (data == nullptr) {
         LOG_ERROR("allocation failure for out");
+        return nullptr;
+    }
+    *out = {data, static_cast<uint32_t>(len)};
+    return data;
+}
+
+int encodeStore(db_bytes_t* out) {
+    const size_t payload_len = g_table.payloadLen();
+    uint8_t* data = allocateResult(kHeaderLen + payload_len, out);
+    if (data == nullptr) {
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
-    encodeRows(*table, selection, data + header_len);
-    *out = {data, static_cast<uint32_t>(len)};
-    if (!store) {
-        return ZELKM_OK;
-    }
-    writeHeader(data, g_encryption.fp != nullptr ? kPayloadEncrypted : 0, table->count,
-                static_cast<uint32_t>(len - kHeaderLen));
+    writeHeader(data, g_encryption.fp != nullptr ? kPayloadEncrypted : 0, g_table.rows().count,
+                static_cast<uint32_t>(payload_len));
+    g_table.writePayload(data + kHeaderLen);
     return g_encryption.fp != nullptr ? encryptPayload(out) : ZELKM_OK;
 }
 
 // Exports the whole table after a change. A table that cannot be exported is dropped, so that the
 // next query starts from what is stored.
 int exportStore(db_bytes_t* out) {
-    const int status = convert_to_export(&g_table, out, nullptr, 0);
+    const int status = encodeStore(out);
     if (status != ZELKM_OK) {
-        clearTable(&g_table);
+        g_table.clear();
         LOG_ERROR("export sdb fail, clear db to sync again");
     }
     return status;
+}
+
+// Exports the given columns of the given rows, as text without a header.
+void exportSelection(const RowList& rows, const ColumnList& columns, db_bytes_t* out) {
+    size_t len = 1;
+    for (const db_row* row : rows) {
+        len += encodedLen(*row, columns);
+    }
+    uint8_t* to = allocateResult(len, out);
+    if (to == nullptr) {
+        return;
+    }
+    for (const db_row* row : rows) {
+        to = encodeRow(*row, columns, to);
+    }
+    *to = '\0';
 }
 
 int reportDecodeError(const DecodeResult& result) {
@@ -135,7 +149,7 @@ int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
     const DecodeResult result =
         decodeRows(payload, len, readLe32(header + kRowCountOffset), separatorOf(header), &rows);
     if (result.error == DecodeError::kNone) {
-        replaceRows(&g_table, &rows);
+        g_table.replace(&rows);
     }
     return reportDecodeError(result);
 }
@@ -193,18 +207,6 @@ bool listsMatch(const db_parsed_tokens_t& columns, const db_parsed_tokens_t& val
     return columns.count != 0 && columns.count == values.count;
 }
 
-// Marks the rows that satisfy all conditions; without conditions, every row.
-void selectRows(const db_parsed_where_set_t* where) {
-    uint8_t condition_table[SDB_MAX_CONDITIONS];
-    init_condition_table(condition_table, where);
-    for (db_row* row = g_table.head; row != nullptr; row = row->next) {
-        row->flags &= ~kRowSelected;
-        if (check_condition_set(row, where, condition_table) != 0) {
-            row->flags |= kRowSelected;
-        }
-    }
-}
-
 // Fills a new row from the lists of an INSERT.
 int fillRow(const db_parsed_tokens_t& columns, const db_parsed_tokens_t& values, db_row* row) {
     for (uint32_t i = 0; i < columns.count; ++i) {
@@ -242,27 +244,41 @@ int insert_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
         free_row(row);
         return status;
     }
-    appendRow(&g_table, row);
+    g_table.append(row);
     return exportStore(out);
 }
 
 // Succeeds in every case: without memory for the text the result is empty.
 int select_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
-    selectRows(where);
-    uint8_t output[SDB_NUM_COLUMNS];
+    ColumnList output;
     std::memset(output, kNoColumn, sizeof(output));
     for (uint32_t i = 0; i < columns->count; ++i) {
         output[i] = findColumn(columns->tokens[i]);
     }
-    static_cast<void>(convert_to_export(&g_table, out, output, 1));
+    RowList selected;
+    if (g_table.collect(*where, &selected)) {
+        exportSelection(selected, output, out);
+    } else {
+        LOG_ERROR("allocation failure for out");
+    }
+    selected.release();
     return ZELKM_OK;
 }
 
 int delete_handler(db_parsed_tokens_t* /*columns*/, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
-    selectRows(where);
-    return removeSelectedRows(&g_table) != 0 ? exportStore(out) : ZELKM_NOTHING_DELETED;
+    RowList selected;
+    int status = ZELKM_NOTHING_DELETED;
+    if (!g_table.collect(*where, &selected)) {
+        LOG_ERROR("allocation failure for out");
+        status = ZELKM_MEMORY_ALLOCATION_FAILED;
+    } else if (selected.size() != 0) {
+        g_table.remove(selected);
+        status = exportStore(out);
+    }
+    selected.release();
+    return status;
 }
 
 // The column that an UPDATE means: the last one whose name the token begins with.
@@ -289,7 +305,8 @@ int update_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
     }
     uint8_t condition_table[SDB_MAX_CONDITIONS];
     init_condition_table(condition_table, where);
-    for (db_row* row = g_table.head; row != nullptr; row = row->next) {
+    g_table.rowsChanged();
+    for (db_row* row = g_table.rows().head; row != nullptr; row = row->next) {
         if (check_condition_set(row, where, condition_table) == 0) {
             continue;
         }
@@ -308,26 +325,27 @@ int update_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
 
 // ---- One query ----------------------------------------------------------------------------------
 
-void drawHandle() {
+uint64_t drawHandle() {
+    uint64_t handle = 0;
     for (int i = 0; i < kMaxHandleDraws; ++i) {
-        unsigned char bytes[sizeof(g_table.handle)] = {};
+        unsigned char bytes[sizeof(handle)] = {};
         const bool drawn = RAND_bytes(bytes, sizeof(bytes)) == 1;
-        std::memcpy(&g_table.handle, bytes, sizeof(bytes));
-        if (drawn && g_table.handle != 0) {
-            return;
+        std::memcpy(&handle, bytes, sizeof(bytes));
+        if (drawn && handle != 0) {
+            break;
         }
-        LOG_ERROR("fail to generate db handle: 0x%08llx",
-                  static_cast<unsigned long long>(g_table.handle));
+        LOG_ERROR("fail to generate db handle: 0x%08llx", static_cast<unsigned long long>(handle));
     }
+    return handle;
 }
 
 // Makes the table the one that the caller means.
 int chooseTable(const uint8_t* blob, uint32_t blob_len, uint64_t* handle) {
     if (*handle != 0) {
-        return *handle == g_table.handle ? ZELKM_OK : ZELKM_STALE_TABLE_HANDLE;
+        return *handle == g_table.handle() ? ZELKM_OK : ZELKM_STALE_TABLE_HANDLE;
     }
     if (blob == nullptr || blob_len == 0) {
-        clearTable(&g_table);
+        g_table.clear();
     } else {
         const int status = convert_to_internal(blob, blob_len);
         if (status != ZELKM_OK) {
@@ -335,8 +353,8 @@ int chooseTable(const uint8_t* blob, uint32_t blob_len, uint64_t* handle) {
             return status;
         }
     }
-    drawHandle();
-    *handle = g_table.handle;
+    g_table.setHandle(drawHandle());
+    *handle = g_table.handle();
     return ZELKM_OK;
 }
 

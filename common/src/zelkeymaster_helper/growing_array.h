@@ -1,0 +1,57 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// An array of plain values that grows, in memory from malloc.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <type_traits>
+
+namespace zelkm {
+
+// Copying it copies no elements, and nothing is released by itself: that is what a static instance
+// needs. Others are released with release().
+template <typename T>
+class GrowingArray {
+    static_assert(std::is_trivially_copyable_v<T>);
+
+  public:
+    // Makes room for `count` more elements. False when out of memory; the array is then as before.
+    [[nodiscard]] bool reserve(size_t count) {
+        if (capacity_ - size_ >= count) {
+            return true;
+        }
+        const size_t wanted = size_ + count;
+        const size_t capacity = wanted > 2 * capacity_ ? wanted : 2 * capacity_;
+        void* data = std::realloc(data_, capacity * sizeof(T));
+        if (data == nullptr) {
+            return false;
+        }
+        data_ = static_cast<T*>(data);
+        capacity_ = capacity;
+        return true;
+    }
+
+    void push(const T& value) { data_[size_++] = value; }  // into reserved room
+    void resize(size_t size) { size_ = size; }             // within reserved room
+
+    void release() {
+        std::free(data_);
+        *this = {};
+    }
+
+    T* data() const { return data_; }
+    size_t size() const { return size_; }
+    T* begin() const { return data_; }
+    T* end() const { return data_ + size_; }
+    T& operator[](size_t i) const { return data_[i]; }
+
+  private:
+    T* data_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+};
+
+}  // namespace zelkm
