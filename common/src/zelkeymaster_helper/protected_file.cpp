@@ -58,11 +58,6 @@ bool renameFile(const char* from, const char* to, int* error) {
     return *error == 0;
 }
 
-// The error number of a call whose count fell short; 0 when the call itself did not fail.
-int shortCountError(ssize_t count) {
-    return count < 0 ? errno : 0;
-}
-
 }  // namespace
 
 ReadOutcome readWholeFile(const char* path) {
@@ -82,9 +77,10 @@ ReadOutcome readWholeFile(const char* path) {
     if (data == nullptr) {
         return {ReadOutcome::kNoMemory, 0, nullptr, 0};
     }
+    errno = 0;  // a count that falls short need not set it
     const ssize_t count = file_calls.read(file.fd(), data.get(), len);
     if (count != static_cast<ssize_t>(len)) {
-        return {ReadOutcome::kCannotRead, shortCountError(count), nullptr, 0};
+        return {ReadOutcome::kCannotRead, errno, nullptr, 0};
     }
     return {ReadOutcome::kOk, 0, std::move(data), len};
 }
@@ -102,9 +98,10 @@ ReplaceOutcome replaceFile(const char* path, const uint8_t* data, uint32_t len) 
         if (!file.isOpen()) {
             return failedAt(ReplaceOutcome::kOpen, errno);
         }
+        errno = 0;  // a count that falls short need not set it
         const ssize_t count = file_calls.write(file.fd(), data, len);
         if (count != static_cast<ssize_t>(len)) {
-            return failedAt(ReplaceOutcome::kWrite, shortCountError(count));
+            return failedAt(ReplaceOutcome::kWrite, errno);
         }
         file_calls.flush(file.fd());
     }
