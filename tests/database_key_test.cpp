@@ -1,0 +1,316 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The database key's life: generation, loading, upgrade and repair, with every answer that a
+// keymaster can give.
+
+#include <openssl/sha.h>
+
+#include "fake_keymaster.h"
+#include "file_faults.h"
+#include "operation_peer.h"
+#include "scarce_memory.h"
+
+namespace {
+
+using test::Answer;
+using test::answered;
+using test::bytes;
+using test::Bytes;
+using test::delivered;
+using test::Delivery;
+using test::kDead;
+using test::refused;
+using Lines = std::vector<std::string>;
+
+Bytes digestOf(const std::string& text) {
+    Bytes digest(SHA256_DIGEST_LENGTH);
+    SHA256(reinterpret_cast<const uint8_t*>(text.data()), text.size(), digest.data());
+    return digest;
+}
+
+class DatabaseKey : public test::InTempDir {
+  protected:
+    // "" stands for no cached blob, and for a missing file.
+    std::string cached() const {
+        const Bytes blob = peer.keyBlob();
+        return std::string(blob.begin(), blob.end());
+    }
+    static std::string contentOf(const char* path) {
+        const Bytes content = test::readFile(path).value_or(Bytes());
+        return std::string(content.begin(), content.end());
+    }
+    // The key files and the cache as given, and an empty log.
+    void start(const std::string& stored, const std::string& cached_blob) {
+        for (const char* name : {"edbk", "edbk.bak", "edbk_digest", "edbk_digest.bak"}) {
+            std::filesystem::remove(name);
+        }
+        if (!stored.empty()) {
+            test::writeFile("edbk", bytes(stored));
+        }
+        peer.setKeyBlob(bytes(cached_blob));
+        km.calls.clear();
+        km.answers.clear();
+        test::clearLog();
+    }
+
+    test::FakeKeymaster km;
+    const test::ObjectPtr object = test::makeObject(&km, false);
+    test::ObjectPeer peer{*object};
+};
+
+TEST_F(DatabaseKey, IsGeneratedWithSevenParametersAndStoredWithItsDigest) {
+    km.answers["generateKey"] = {answered(bytes("abc"))};
+    test::clearLog();
+    ASSERT_EQ(0, object->init_db_key(0));
+    EXPECT_EQ((Lines{"W object: no file edbk"}), test::log());
+    ASSERT_EQ((Lines{"generateKey"}), km.names());
+    EXPECT_EQ((Lines{"10000002=20", "30000003=100", "20000004=20", "20000006=1", "20000001=0",
+                     "20000001=1", "30000008=80"}),
+              km.calls[0].params);
+    EXPECT_EQ("abc", cached());
+    EXPECT_EQ("abc", contentOf("edbk"));
+    const Bytes digest = test::readFile("edbk_digest").value_or(Bytes());
+    ASSERT_EQ(32u, digest.size());
+    EXPECT_EQ(0xBA, digest[0]);  // FIPS 180-4's own example
+    EXPECT_EQ(0xAD, digest[31]);
+
+    const test::FileFaults watched;
+    EXPECT_EQ(0, object->init_db_key(0));
+    EXPECT_EQ(Lines(), watched.trace());
+    EXPECT_EQ(1u, km.calls.size());
+}
+
+TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
+    const std::string not_open = "E object: file open: No space left on device(28)";
+    const std::string lost = "E object: error in generateKey hidl call : -1000";
+    const struct {
+        Answer answer;
+        const char* full_file;
+        int result;
+        Lines log;
+        std::string stored;
+    } cases[] = {
+        {refused(-6), "", -6, {}, ""},
+        {answered({}), "", 0, {}, ""},
+        {delivered(Delivery::kNoCallback), "", -1000, {}, ""},
+        {delivered(Delivery::kLostBefore), "", -1000, {kDead, lost}, ""},
+        {delivered(Delivery::kLostAfter, answered(bytes("new"))), "", -1000, {kDead, lost}, ""},
+        {answered(bytes("new")), "open edbk.tmp", -1000, {not_open}, ""},
+        {answered(bytes("new")),
+         "open edbk_digest.tmp",
+         -1000,
+         {not_open, "E object: key file hash writing fail -1000"},
+         "new"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        start("", "before");
+        km.answers["generateKey"] = {c.answer};
+        test::FileFaults faults;
+        faults.fail(c.full_file, ENOSPC);
+        EXPECT_EQ(c.result, object->init_db_key(1));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ("", cached());
+        EXPECT_EQ(nullptr, peer.keyBlobData());
+        EXPECT_EQ(c.stored, contentOf("edbk"));
+    }
+}
+
+TEST_F(DatabaseKey, CannotBeGeneratedWithoutAKeymaster) {
+    const test::ObjectPtr alone = test::makeObject(nullptr, false);
+    test::ObjectPeer(*alone).setKeyBlob(bytes("before"));
+    test::clearLog();
+    EXPECT_EQ(-1000, alone->init_db_key(1));
+    EXPECT_EQ((Lines{"W object: This case should not exist, keygeneration with keymaster dev"}),
+              test::log());
+    EXPECT_EQ(nullptr, test::ObjectPeer(*alone).keyBlobData());
+    EXPECT_EQ(0u, test::ObjectPeer(*alone).keyBlobLen());
+}
+
+TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
+    const std::string set_anyway =
+        "E object: getKeyCharacteristics but set anyway, err : 0";  // whatever the error is
+    const std::string lost_check = "E object: error during getKeyCharacteristics hidl call : -1000";
+    const std::string lost_upgrade = "E object: error during upgradeKey hidl call : -1000";
+    const std::string upgrade = "W object: Upgrade the db key";
+    const std::string upgrade_file = "W object: Upgrade the db key file";
+    const Answer old_key = refused(-62);
+    const struct {
+        Answer check;
+        Answer upgraded;
+        const char* full_file;
+        int result;
+        std::string cached;  // "old": what there was; "loaded": the blob, adopted
+        Lines log;
+    } cases[] = {
+        {{}, {}, "", 0, "loaded", {}},
+        {refused(-33), {}, "", -33, "loaded", {set_anyway}},
+        {delivered(Delivery::kNoCallback), {}, "", -1000, "loaded", {set_anyway}},
+        {delivered(Delivery::kLostBefore), {}, "", -1000, "old", {kDead, lost_check}},
+        {delivered(Delivery::kLostAfter), {}, "", -1000, "old", {kDead, lost_check}},
+        {old_key, answered(bytes("new")), "", -62, "new", {upgrade, upgrade_file}},
+        {old_key, refused(-38), "", -38, "old", {upgrade}},
+        {old_key, answered({}), "", -1000, "old", {upgrade}},
+        {old_key, delivered(Delivery::kNoCallback), "", -1000, "old", {upgrade}},
+        {old_key,
+         delivered(Delivery::kLostAfter, answered(bytes("new"))),
+         "",
+         -1000,
+         "old",
+         {upgrade, kDead, lost_upgrade}},
+        {old_key,
+         answered(bytes("new")),
+         "open edbk.tmp",
+         -1000,
+         "old",
+         {upgrade, upgrade_file, "E object: file open: No space left on device(28)"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        start("loaded", "old");
+        km.answers["getKeyCharacteristics"] = {c.check};
+        km.answers["upgradeKey"] = {c.upgraded};
+        test::FileFaults faults;
+        faults.fail(c.full_file, ENOSPC);
+        uint8_t* blob = static_cast<uint8_t*>(std::malloc(6));
+        std::memcpy(blob, "loaded", 6);
+        EXPECT_EQ(c.result, object->setLoadedDBKey(blob, 6));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.cached, cached());
+        EXPECT_EQ(c.cached == "loaded", peer.keyBlobData() == blob);
+        EXPECT_EQ(c.cached == "new" ? "new" : "loaded", contentOf("edbk"));
+        EXPECT_EQ(c.check.error == -62 ? (Lines{"getKeyCharacteristics", "upgradeKey"})
+                                       : (Lines{"getKeyCharacteristics"}),
+                  km.names());
+        for (const test::KmCall& call : km.calls) {
+            EXPECT_EQ(blob, call.blob_data);
+            EXPECT_EQ(bytes("loaded"), call.blob);
+            EXPECT_EQ(Lines(), call.params);
+            EXPECT_TRUE(call.rest_empty);
+        }
+        if (peer.keyBlobData() != blob) {
+            std::free(blob);
+        }
+    }
+    test::clearLog();
+    uint8_t byte = 0;
+    EXPECT_EQ(-32, object->setLoadedDBKey(nullptr, 1));
+    EXPECT_EQ(-32, object->setLoadedDBKey(&byte, 0));
+    EXPECT_EQ((Lines{"E object: invalid param", "E object: invalid param"}), test::log());
+}
+
+TEST_F(DatabaseKey, IsLoadedUpgradedOrRepairedAtTheFirstUse) {
+    start("stored", "");
+    km.answers["getKeyCharacteristics"] = {{}};
+    EXPECT_EQ(0, object->init_db_key(0));
+    EXPECT_EQ("stored", cached());
+    EXPECT_EQ(Lines(), test::log());
+
+    start("stored", "");
+    km.answers["getKeyCharacteristics"] = {refused(-62)};
+    km.answers["upgradeKey"] = {answered(bytes("upgraded"))};
+    EXPECT_EQ(0, object->init_db_key(0));
+    EXPECT_EQ("upgraded", cached());
+    EXPECT_EQ("upgraded", contentOf("edbk"));
+    EXPECT_EQ("stored", contentOf("edbk.bak"));
+    EXPECT_EQ(digestOf("upgraded"), test::readFile("edbk_digest"));
+
+    start("stored", "");
+    test::writeFile("edbk_digest", digestOf("stored"));
+    km.answers["getKeyCharacteristics"] = {refused(-33)};
+    EXPECT_EQ(-33, object->init_db_key(0));
+    EXPECT_EQ(
+        (Lines{"E object: getKeyCharacteristics but set anyway, err : 0",
+               "E object: check_and_upgrade_db_key error(-33)", "W object: try restoreKeyBlob(-33)",
+               "D object: cached key blob is verified same as the stored blob",
+               "E object: key blob is verified, regard the device is corrupted or the old "
+               "version"}),
+        test::log());
+    EXPECT_EQ("stored", cached());
+    EXPECT_EQ((Lines{"getKeyCharacteristics"}), km.names());
+
+    // A damaged key is replaced, and still the operation that found it fails.
+    start("damaged", "");
+    test::writeFile("edbk_digest", digestOf("stored"));
+    km.answers["getKeyCharacteristics"] = {refused(-33)};
+    km.answers["generateKey"] = {answered(bytes("fresh"))};
+    EXPECT_EQ(-33, object->init_db_key(0));
+    EXPECT_EQ("fresh", cached());
+    EXPECT_EQ("fresh", contentOf("edbk"));
+    EXPECT_EQ(digestOf("fresh"), test::readFile("edbk_digest"));
+
+    // An empty key file counts as none.
+    start("", "");
+    test::writeFile("edbk", {});
+    km.answers["generateKey"] = {answered(bytes("fresh"))};
+    EXPECT_EQ(0, object->init_db_key(0));
+    EXPECT_EQ("fresh", cached());
+    EXPECT_EQ(Lines(), test::log());
+}
+
+TEST_F(DatabaseKey, EachDecisionOfARepair) {
+    const std::string no_key = "W object: no file edbk";
+    const std::string no_digest = "W object: no file edbk_digest";
+    const std::string same = "D object: cached key blob is verified same as the stored blob";
+    const std::string different =
+        "E object: cached key blob is broken, update with the stored blob";
+    const std::string unsupported = "E object: No key digest file, regard it does not support";
+    const std::string intact =
+        "E object: key blob is verified, regard the device is corrupted or the old version";
+    const std::string damaged =
+        "E object: key blob is corrupted. regard the key file is broken and regenerate key";
+    const std::string hopeless = "E object: key blob generation failure. no way to restore";
+    const Bytes good = digestOf("stored");
+    const Bytes wrong = digestOf("other");
+    const Bytes too_short(good.begin(), good.end() - 1);
+    Bytes too_long = good;
+    too_long.push_back(0);
+    const Answer fresh = answered(bytes("fresh"));
+    const struct {
+        std::string stored, cached;
+        Bytes digest;  // empty: no file
+        Answer generated;
+        Lines log;
+        std::string cached_after, stored_after;
+    } cases[] = {
+        {"stored", "stored", {}, fresh, {same, no_digest, unsupported}, "stored", "stored"},
+        {"stored", "stored", too_short, fresh, {same, unsupported}, "stored", "stored"},
+        {"stored", "stored", too_long, fresh, {same, unsupported}, "stored", "stored"},
+        {"stored", "broken", {}, fresh, {different, no_digest, unsupported}, "stored", "stored"},
+        {"stored", "store", {}, fresh, {different, no_digest, unsupported}, "stored", "stored"},
+        {"stored", "", good, fresh, {different, intact}, "stored", "stored"},
+        {"stored", "stored", good, fresh, {same, intact}, "stored", "stored"},
+        {"stored", "stored", wrong, fresh, {same, damaged}, "fresh", "fresh"},
+        {"stored", "broken", wrong, fresh, {different, damaged}, "fresh", "fresh"},
+        {"stored", "stored", wrong, refused(-6), {same, damaged, hopeless}, "", "stored"},
+        {"", "cached", {}, fresh, {no_key, different, no_digest, unsupported}, "", ""},
+        {"", "", digestOf(""), fresh, {no_key, same, intact}, "", ""},
+        {"", "", good, fresh, {no_key, same, damaged}, "fresh", "fresh"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        start(c.stored, c.cached);
+        if (!c.digest.empty()) {
+            test::writeFile("edbk_digest", c.digest);
+        }
+        km.answers["generateKey"] = {c.generated};
+        EXPECT_EQ(0, object->restoreKeyBlob());
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.cached_after, cached());
+        EXPECT_EQ(c.stored_after, contentOf("edbk"));
+        const bool regenerated = c.cached_after == "fresh";
+        EXPECT_EQ(regenerated ? digestOf("fresh") : c.digest,
+                  test::readFile("edbk_digest").value_or(Bytes()));
+    }
+
+    start("stored", "cached");
+    {
+        const test::FilesTooLarge large;
+        EXPECT_EQ(-41, object->restoreKeyBlob());
+    }
+    EXPECT_EQ((Lines{"E object: No keyfile, it will be restored after rebooting"}), test::log());
+    EXPECT_EQ("cached", cached());
+}
+
+}  // namespace

@@ -1,0 +1,289 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Loading, replacing and restoring files: each step that can fail, its message, and what is left in
+// the directory.
+
+#include <sys/stat.h>
+
+#include "file_faults.h"
+#include "operation_peer.h"
+#include "scarce_memory.h"
+
+namespace {
+
+using test::bytes;
+using test::Bytes;
+using test::FileFaults;
+using Lines = std::vector<std::string>;
+
+constexpr char kStore[] = "secure_objects.db";
+
+class ProtectedFile : public test::InTempDir {
+  protected:
+    static int update(const std::string& path, const std::string& content) {
+        const Bytes data = bytes(content);
+        return ZelKeymasterOperation::update_file(path.c_str(), data.data(), uint32_t(data.size()));
+    }
+    // "-" stands for a missing file.
+    static std::string contentOf(const std::string& path) {
+        const std::optional<Bytes> content = test::readFile(path);
+        return content ? std::string(content->begin(), content->end()) : "-";
+    }
+    static void put(const std::string& path, const std::string& content) {
+        if (content != "-") {
+            test::writeFile(path, bytes(content));
+        }
+    }
+};
+
+TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
+    const struct {
+        std::string content;
+        std::string call;  // answered with `result` and `error`
+        long result;
+        int error;
+        std::string loaded;
+        Lines log;
+    } cases[] = {
+        {std::string("a\0b\n", 4), "", 0, 0, std::string("a\0b\n", 4), {}},
+        {"-", "", 0, 0, "", {"W object: no file f"}},
+        {"x", "open f", -1, EACCES, "", {"W object: no file f"}},
+        {"", "", 0, 0, "", {}},
+        {"abc", "read 3", -1, EIO, "", {"E object: file read fail: Input/output error(5)"}},
+        {"abc", "read 3", 2, EIO, "", {"E object: file read fail: Input/output error(5)"}},
+        {"abc", "read 3", 2, 0, "", {"E object: file read fail: Success(0)"}},
+        {"abc", "lseek end", 0x100000002L, 0, "ab", {}},  // sizes have 32 bits
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.call + " on " + c.content);
+        std::filesystem::remove("f");
+        put("f", c.content);
+        FileFaults faults;
+        if (!c.call.empty()) {
+            faults.answer(c.call, c.result, c.error);
+        }
+        test::clearLog();
+        uint8_t* data = static_cast<uint8_t*>(std::malloc(1));  // released by the call
+        uint32_t len = 99;
+        EXPECT_EQ(0, ZelKeymasterOperation::load_data("f", &data, &len));
+        EXPECT_EQ(c.loaded, std::string(data, data + len));
+        EXPECT_EQ(c.loaded.empty(), data == nullptr);
+        EXPECT_EQ(c.log, test::log());
+        const Lines& trace = faults.trace();
+        EXPECT_EQ(c.content != "-" && c.call != "open f",
+                  std::find(trace.begin(), trace.end(), "close") != trace.end());
+        std::free(data);
+    }
+}
+
+TEST_F(ProtectedFile, LoadRefusesNullArgumentsAndReportsLackOfMemory) {
+    put("f", "abc");
+    uint8_t* data = static_cast<uint8_t*>(std::malloc(1));
+    uint32_t len = 99;
+    EXPECT_EQ(-32, ZelKeymasterOperation::load_data(nullptr, &data, &len));
+    EXPECT_EQ(-32, ZelKeymasterOperation::load_data("f", nullptr, &len));
+    EXPECT_EQ(-32, ZelKeymasterOperation::load_data("f", &data, nullptr));
+    EXPECT_NE(nullptr, data);
+    const test::FilesTooLarge large;
+    EXPECT_EQ(-41, ZelKeymasterOperation::load_data("f", &data, &len));
+    EXPECT_EQ(nullptr, data);
+    EXPECT_EQ(99u, len);
+    EXPECT_EQ(Lines(), test::log());
+}
+
+TEST_F(ProtectedFile, ReplacesInOrderAndFlushesDataBeforeTheNames) {
+    FileFaults faults;
+    ASSERT_EQ(0, update("f", "new"));
+    EXPECT_EQ((Lines{"open f.tmp", "write 3", "flush file", "close", "unlink f.bak",
+                     "rename f f.bak", "unlink f", "rename f.tmp f", "flush directory"}),
+              faults.trace());
+    EXPECT_EQ(Lines(), test::log());  // nothing there before is no failure
+    struct stat status = {};
+    ASSERT_EQ(0, ::stat("f", &status));
+    EXPECT_EQ(0600u, status.st_mode & 0777);
+
+    ASSERT_EQ(0, update("f", "newer"));
+    EXPECT_EQ("newer", contentOf("f"));
+    EXPECT_EQ("new", contentOf("f.bak"));
+    EXPECT_EQ("-", contentOf("f.tmp"));
+    EXPECT_EQ(Lines(), test::log());
+}
+
+TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
+    const std::string remove_backup =
+        "W object: fail to remove backup file: Operation not permitted(1)";
+    const std::string keep_backup =
+        "W object: fail to rename to the backup file: Permission denied(13)";
+    using Faults = std::vector<std::tuple<std::string, long, int>>;
+    const struct {
+        Faults faults;
+        int result;
+        Lines log;
+        std::string current;
+        std::string backup;
+        std::string temporary;
+    } cases[] = {
+        {{}, 0, {}, "new", "old", "-"},
+        {{{"open f.tmp", -1, EACCES}},
+         -1000,
+         {"E object: file open: Permission denied(13)"},
+         "old",
+         "older",
+         "-"},
+        {{{"write 3", -1, ENOSPC}},
+         -1000,
+         {"E object: file write fail: No space left on device(28)"},
+         "old",
+         "older",
+         ""},
+        {{{"write 3", 2, ENOSPC}},
+         -1000,
+         {"E object: file write fail: No space left on device(28)"},
+         "old",
+         "older",
+         ""},
+        {{{"unlink f.bak", -1, EPERM}}, 0, {remove_backup}, "new", "old", "-"},
+        {{{"rename f f.bak", -1, EACCES}}, 0, {keep_backup}, "new", "-", "-"},
+        {{{"unlink f.bak", -1, EPERM}, {"rename f f.bak", -1, EACCES}},
+         0,
+         {remove_backup, keep_backup},
+         "new",
+         "older",
+         "-"},
+        {{{"unlink f", -1, EBUSY}},
+         -1000,
+         {"E object: fail unlink: Device or resource busy(16)"},
+         "-",
+         "old",
+         "new"},
+        {{{"unlink f.bak", -1, EPERM}, {"rename f f.bak", -1, EACCES}, {"unlink f", -1, EBUSY}},
+         -1000,
+         {remove_backup, keep_backup, "E object: fail unlink: Device or resource busy(16)"},
+         "old",
+         "older",
+         "new"},
+        {{{"rename f.tmp f", -1, EIO}},
+         -1000,
+         {"E object: fail rename: Input/output error(5)"},
+         "-",
+         "old",
+         "new"},
+        {{{"rename f.tmp f", -1, ENOENT}},
+         -1000,
+         {"E object: fail rename: No such file or directory(2)"},
+         "-",
+         "old",
+         "new"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.faults.empty() ? "none" : std::get<0>(c.faults.back()));
+        std::filesystem::remove("f.tmp");
+        put("f", "old");
+        put("f.bak", "older");
+        test::clearLog();
+        FileFaults faults;
+        for (const auto& [call, result, error] : c.faults) {
+            faults.answer(call, result, error);
+        }
+        EXPECT_EQ(c.result, update("f", "new"));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.current, contentOf("f"));
+        EXPECT_EQ(c.backup, contentOf("f.bak"));
+        EXPECT_EQ(c.temporary, contentOf("f.tmp"));
+    }
+}
+
+TEST_F(ProtectedFile, UpdateRefusesNullAndEmptyAndCutsLongNames) {
+    const uint8_t data[] = {1};
+    FileFaults faults;
+    EXPECT_EQ(-32, ZelKeymasterOperation::update_file(nullptr, data, 1));
+    EXPECT_EQ(-32, ZelKeymasterOperation::update_file("f", nullptr, 1));
+    EXPECT_EQ(-32, ZelKeymasterOperation::update_file("f", data, 0));
+    EXPECT_EQ(Lines(), faults.trace());
+
+    const std::string name(251, 'n');
+    ASSERT_EQ(0, update(name, "first"));
+    ASSERT_EQ(0, update(name, "second"));
+    EXPECT_EQ("open " + name + ".tm", faults.trace()[0]);
+    EXPECT_EQ("first", contentOf(name + ".ba"));
+}
+
+TEST_F(ProtectedFile, UpdateDbFileAdoptsTheImageOnSuccessOnly) {
+    const test::ObjectPtr object = test::makeObject(nullptr, false);
+    const test::ObjectPeer peer(*object);
+    const auto allocated = [](char byte) {
+        uint8_t* data = static_cast<uint8_t*>(std::malloc(1));
+        *data = static_cast<uint8_t>(byte);
+        return data;
+    };
+    EXPECT_EQ(0, object->update_db_file(allocated('1'), 1));
+    EXPECT_EQ(0, object->update_db_file(allocated('2'), 1));  // releases the first
+    FileFaults faults;
+    faults.fail("open secure_objects.db.tmp", ENOSPC);
+    uint8_t* kept = allocated('3');
+    EXPECT_EQ(-1000, object->update_db_file(kept, 1));
+    std::free(kept);
+    EXPECT_EQ(bytes("2"), peer.image());
+    EXPECT_EQ("2", contentOf(kStore));
+}
+
+TEST_F(ProtectedFile, RestoresTheBackup) {
+    const std::string store = kStore;
+    const std::string missing = "D object: no secure object file";
+    const struct {
+        std::string current, backup, call;
+        int error;
+        int result;
+        Lines log;
+        std::string restored;
+    } cases[] = {
+        {"bad", "good", "", 0, 0, {}, "good"},
+        {"-", "good", "", 0, 0, {missing}, "good"},
+        {"bad",
+         "good",
+         "unlink " + store,
+         EPERM,
+         -1000,
+         {"E object: fail unlink during restore: Operation not permitted(1)"},
+         "bad"},
+        {"bad",
+         "good",
+         "rename " + store + ".bak " + store,
+         EIO,
+         -1000,
+         {"E object: fail rename during restore:Input/output error(5)"},
+         "-"},
+        {"bad",
+         "-",
+         "",
+         0,
+         -1000,
+         {"E object: fail rename during restore:No such file or directory(2)"},
+         "-"},
+        {"-",
+         "-",
+         "",
+         0,
+         -1000,
+         {missing, "E object: fail rename during restore:No such file or directory(2)"},
+         "-"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.current + " " + c.backup + " " + c.call);
+        std::filesystem::remove(store);
+        std::filesystem::remove(store + ".bak");
+        put(store, c.current);
+        put(store + ".bak", c.backup);
+        test::clearLog();
+        FileFaults faults;
+        if (!c.call.empty()) {
+            faults.fail(c.call, c.error);
+        }
+        EXPECT_EQ(c.result, ZelKeymasterOperation::restoreBackupDB());
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.restored, contentOf(store));
+    }
+}
+
+}  // namespace

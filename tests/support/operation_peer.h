@@ -1,0 +1,79 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The operation object's caches, for tests to look at and to damage.
+
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "temp_dir.h"
+#include "zelkeymaster_operation.h"
+
+struct ZelKeymasterOperationPeer {
+  public:
+    explicit ZelKeymasterOperationPeer(ZelKeymasterOperation& object) : object_(object) {}
+
+    test::Bytes image() const { return copy(object_.mDbData, object_.mDbLen); }
+    test::Bytes keyBlob() const { return copy(object_.mDbKeyBlob, object_.mDbKeyBlobLen); }
+    const uint8_t* keyBlobData() const { return object_.mDbKeyBlob; }
+    size_t keyBlobLen() const { return object_.mDbKeyBlobLen; }
+
+    // Replace a cache by a copy of `bytes`; by nothing when that is empty.
+    void setImage(const test::Bytes& bytes) {
+        replace(&object_.mDbData, bytes);
+        object_.mDbLen = static_cast<uint32_t>(bytes.size());
+    }
+    void setKeyBlob(const test::Bytes& bytes) {
+        replace(&object_.mDbKeyBlob, bytes);
+        object_.mDbKeyBlobLen = bytes.size();
+    }
+
+  private:
+    static test::Bytes copy(const uint8_t* data, size_t len) {
+        return test::Bytes(data, data + len);
+    }
+    static void replace(uint8_t** owned, const test::Bytes& bytes) {
+        std::free(*owned);
+        *owned = nullptr;
+        if (!bytes.empty()) {
+            *owned = static_cast<uint8_t*>(std::malloc(bytes.size()));
+            std::memcpy(*owned, bytes.data(), bytes.size());
+        }
+    }
+
+    ZelKeymasterOperation& object_;
+};
+
+namespace test {
+
+using ObjectPeer = ZelKeymasterOperationPeer;
+
+// Releases an object's key blob, too, which the library's own destructor does not: so leak checkers
+// report nothing but leaks.
+struct ObjectDeleter {
+    void operator()(ZelKeymasterOperation* object) const {
+        ObjectPeer(*object).setKeyBlob({});
+        delete object;
+    }
+};
+using ObjectPtr = std::unique_ptr<ZelKeymasterOperation, ObjectDeleter>;
+
+inline ObjectPtr makeObject(android::hardware::keymaster::V4_0::support::Keymaster* km,
+                            bool enableSecureDb) {
+    return ObjectPtr(new ZelKeymasterOperation(km, enableSecureDb));
+}
+
+// Makes the process forget which table is loaded, as a restart would: the next query loads the
+// image that its object holds.
+inline void forgetTable() {
+    ZelKeymasterOperation object(nullptr, true);
+    const keymaster_blob_t nothing = {};
+    keymaster_blob_t out = {};
+    ASSERT_EQ(-38, object.queryInternal(nullptr, nullptr, nullptr, nullptr, &nothing, &out));
+    clearLog();
+}
+
+}  // namespace test
