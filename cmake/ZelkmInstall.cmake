@@ -1,0 +1,31 @@
+# Copyright 2026 The libzelkeymaster authors
+# SPDX-License-Identifier: Apache-2.0
+
+# Puts down the library, the headers (the host's platform headers in a folder of their own), the
+# software keymaster, the tool, a CMake package and a pkg-config file.
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS zelkeymaster zelkeymaster_platform zelkeymaster_libcrypto soft_keymaster
+    EXPORT zelkeymaster-targets)
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY soft_keymaster/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY platform/host/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform)
+if(ZELKM_TOOL)
+    install(TARGETS zelkm)
+endif()
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zelkeymaster)
+install(EXPORT zelkeymaster-targets NAMESPACE zelkeymaster:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/zelkeymaster-config.cmake.in
+    ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster-config.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster-config.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster-config-version.cmake DESTINATION ${package_dir})
+
+file(RELATIVE_PATH ZELKM_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(cmake/zelkeymaster.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
