@@ -1,0 +1,396 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Parameter conversion, and the store's encryption as keymaster operations: what is sent, what is
+// taken out of each answer, and the repair after a tag mismatch.
+
+#include <map>
+
+#include "fake_keymaster.h"
+#include "file_faults.h"
+#include "keymaster_params.h"
+#include "operation_peer.h"
+#include "scarce_memory.h"
+#include "zelkeymaster_operation_internal.h"
+
+namespace {
+
+using test::Answer;
+using test::bytes;
+using test::Bytes;
+using test::delivered;
+using test::Delivery;
+using test::kDead;
+using test::refused;
+using namespace android::hardware::keymaster::V4_0;
+using Lines = std::vector<std::string>;
+
+constexpr char kStore[] = "secure_objects.db";
+
+// ---- Conversion ---------------------------------------------------------------------------------
+
+TEST(ParameterConversion, CopiesValuesByTypeAndBorrowsBytes) {
+    const uint8_t data[] = {'x', 'y'};
+    keymaster_key_param_t params[12] = {};
+    for (uint32_t type = 0; type < 12; ++type) {
+        params[type].tag = static_cast<keymaster_tag_t>((type << 28) | 5);
+        params[type].long_integer = 0x1122334455667700 + type;
+    }
+    params[7].boolean = true;
+    params[8].blob = {data, 2};
+    params[9].blob = {data, 1};
+    const zelkm::HidlParams converted = zelkm::kmParamSet2Hidl({params, 12});
+    ASSERT_EQ(12u, converted.size());
+    EXPECT_EQ((Lines{"5=0", "10000005=55667701", "20000005=55667702", "30000005=55667703",
+                     "40000005=55667704", "50000005=1122334455667705", "60000005=1122334455667706",
+                     "70000005=true", "80000005=xy", "90000005=x", "a0000005=112233445566770a",
+                     "b0000005=0"}),
+              test::described(converted));
+    EXPECT_EQ(data, converted[8].blob.data());
+    EXPECT_EQ(data, converted[9].blob.data());
+    for (uint32_t type = 0; type < 12; ++type) {
+        const bool known = type != 0 && type != 11;  // the others lose their tag in the input
+        EXPECT_EQ(known ? (type << 28) | 5 : 0, static_cast<uint32_t>(params[type].tag)) << type;
+    }
+    EXPECT_EQ(0u, zelkm::kmParamSet2Hidl({params, 0}).size());
+    EXPECT_EQ(0u, zelkm::kmParamSet2Hidl({nullptr, 3}).size());
+}
+
+TEST(ParameterConversionDeathTest, RefusesBytesBeyond32BitLengths) {
+    const uint8_t byte = 0;
+    keymaster_key_param_t param = {};
+    param.tag = KM_TAG_NONCE;
+    param.blob = {&byte, size_t{1} << 32};
+    EXPECT_DEATH(zelkm::kmParamSet2Hidl({&param, 1}), "external vector size exceeds 2.32 elements");
+}
+
+// ---- One operation ------------------------------------------------------------------------------
+
+class DatabaseEncryption : public test::InTempDir {
+  protected:
+    DatabaseEncryption() {
+        peer.setKeyBlob(bytes("key"));
+        km.answers["begin"] = {begun(bytes("NONCENONCE12"))};
+        km.answers["update"] = {updated(5, "CCCCC")};
+        km.answers["finish"] = {finished("TAGTAGTAGTAGTAG!")};
+        test::clearLog();
+    }
+
+    static Answer begun(const Bytes& nonce) {
+        Answer answer;
+        answer.params = {test::bytesParameter(Tag::NONCE, nonce)};
+        answer.handle = 0x1122334455667788;
+        return answer;
+    }
+    static Answer updated(uint32_t consumed, const std::string& output, int error = 0) {
+        return {Delivery::kWhole, error, bytes(output), {}, 0, consumed};
+    }
+    static Answer finished(const std::string& output, int error = 0) {
+        return {Delivery::kWhole, error, bytes(output)};
+    }
+
+    int encrypt() { return convert(1, plain, cipher); }
+    int decrypt() { return convert(0, plain, cipher); }
+    int convert(unsigned mode, Bytes& from, Bytes& to) {
+        return object->DBEncrypt(mode, from.data(), to.data(), unsigned(from.size()), iv.data(),
+                                 tag.data(), aad.data(), unsigned(aad.size()));
+    }
+
+    test::FakeKeymaster km;
+    const test::ObjectPtr object = test::makeObject(&km, false);
+    test::ObjectPeer peer{*object};
+    // Each on the heap with its exact size, so that sanitizers see one byte too many.
+    Bytes plain = bytes("plain");
+    Bytes cipher = bytes("ciphr");
+    Bytes iv = bytes("nonce-------");
+    Bytes tag = bytes("tag-------------");
+    Bytes aad = bytes("aad");
+};
+
+TEST_F(DatabaseEncryption, EncryptsInOneOperation) {
+    ASSERT_EQ(0, encrypt());
+    EXPECT_EQ(bytes("CCCCC"), cipher);
+    EXPECT_EQ(bytes("plain"), plain);
+    EXPECT_EQ(bytes("NONCENONCE12"), iv);
+    EXPECT_EQ(bytes("TAGTAGTAGTAGTAG!"), tag);
+    EXPECT_EQ(Lines(), test::log());
+
+    ASSERT_EQ((Lines{"begin", "update", "finish"}), km.names());
+    EXPECT_EQ(0u, km.calls[0].purpose);
+    EXPECT_EQ((Lines{"20000004=20", "20000006=1", "300003eb=80"}), km.calls[0].params);
+    EXPECT_EQ(peer.keyBlobData(), km.calls[0].blob_data);
+    EXPECT_EQ(bytes("key"), km.calls[0].blob);
+    EXPECT_EQ((Lines{"900003e8=aad"}), km.calls[1].params);
+    EXPECT_EQ(aad.data(), km.calls[1].param_data[0]);
+    EXPECT_EQ(bytes("plain"), km.calls[1].input);
+    EXPECT_EQ(Lines(), km.calls[2].params);
+    EXPECT_EQ(Bytes(), km.calls[2].input);
+    for (const test::KmCall& call : km.calls) {
+        EXPECT_TRUE(call.rest_empty) << call.name;
+        EXPECT_EQ(call.name == "begin" ? 0 : 0x1122334455667788, call.handle);
+    }
+
+    km.calls.clear();
+    ASSERT_EQ(0, convert(7, plain, plain));  // any mode but 0, and in place
+    EXPECT_EQ(bytes("plain"), km.calls[1].input);
+    EXPECT_EQ(bytes("CCCCC"), plain);
+}
+
+TEST_F(DatabaseEncryption, DecryptsWithTheNonceAndTheTagAfterTheCiphertext) {
+    km.answers["begin"] = {Answer()};
+    km.answers["update"] = {updated(21, "PPPPP")};
+    km.answers["finish"] = {finished("ignored")};
+    ASSERT_EQ(0, decrypt());
+    EXPECT_EQ(bytes("PPPPP"), plain);
+    EXPECT_EQ(bytes("ciphr"), cipher);
+    EXPECT_EQ(bytes("nonce-------"), iv);
+    EXPECT_EQ(bytes("tag-------------"), tag);
+    EXPECT_EQ(1u, km.calls[0].purpose);
+    EXPECT_EQ((Lines{"20000004=20", "20000006=1", "300003eb=80", "900003e9=nonce-------"}),
+              km.calls[0].params);
+    EXPECT_EQ(iv.data(), km.calls[0].param_data[3]);
+    EXPECT_EQ((Lines{"900003e8=aad"}), km.calls[1].params);
+    EXPECT_EQ(bytes("ciphrtag-------------"), km.calls[1].input);
+
+    // 16 bytes at the end of a decryption make it an encryption.
+    km.answers["finish"] = {finished("0123456789abcdef")};
+    plain = bytes("plain");
+    ASSERT_EQ(0, decrypt());
+    EXPECT_EQ(bytes("plain"), plain);
+    EXPECT_EQ(bytes("PPPPP"), cipher);
+    EXPECT_EQ(bytes("0123456789abcdef"), tag);
+}
+
+TEST_F(DatabaseEncryption, OffersTheRestUntilAllIsConsumed) {
+    km.answers["update"] = {updated(2, "C"), updated(1, ""), updated(2, "CCCC")};
+    ASSERT_EQ(0, encrypt());
+    ASSERT_EQ((Lines{"begin", "update", "update", "update", "finish"}), km.names());
+    EXPECT_EQ(bytes("plain"), km.calls[1].input);
+    EXPECT_EQ(bytes("ain"), km.calls[2].input);
+    EXPECT_EQ(bytes("in"), km.calls[3].input);
+    EXPECT_EQ((Lines{"900003e8=aad"}), km.calls[1].params);
+    EXPECT_EQ(Lines(), km.calls[2].params);
+    EXPECT_EQ(Lines(), km.calls[3].params);
+    EXPECT_EQ(bytes("CCCCC"), cipher);
+}
+
+TEST_F(DatabaseEncryption, CopiesOutNoMoreThanFits) {
+    const struct {
+        std::string nonce, output, last;
+        std::string iv, cipher, tag;
+    } cases[] = {
+        {"short", "C", "TAG", "short-------", "Ciphr", "TAG-------------"},
+        {"", "", "", "nonce-------", "ciphr", "tag-------------"},
+        {std::string(70000, 'N'), std::string(70000, 'C'), std::string(70000, 'T'), "NNNNNNNNNNNN",
+         "CCCCC", "TTTTTTTTTTTTTTTT"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.iv);
+        iv = bytes("nonce-------");
+        tag = bytes("tag-------------");
+        cipher = bytes("ciphr");
+        km.answers["begin"] = {begun(bytes(c.nonce))};
+        km.answers["begin"][0].params.push_back(
+            test::bytesParameter(Tag::NONCE, bytes("second nonce")));  // the first one counts
+        km.answers["update"] = {updated(5, c.output)};
+        km.answers["finish"] = {finished(c.last)};
+        ASSERT_EQ(0, encrypt());
+        EXPECT_EQ(bytes(c.iv), iv);
+        EXPECT_EQ(bytes(c.cipher), cipher);
+        EXPECT_EQ(bytes(c.tag), tag);
+    }
+    km.answers["update"] = {updated(20, "1234"), updated(1, "5678")};
+    ASSERT_EQ(0, decrypt());
+    EXPECT_EQ(bytes("12345"), plain);
+}
+
+TEST_F(DatabaseEncryption, EachFailingCall) {
+    using Script = std::map<std::string, std::vector<Answer>>;
+    const Answer lost = delivered(Delivery::kLostBefore);
+    const auto lostAfter = [](Answer answer) { return delivered(Delivery::kLostAfter, answer); };
+    const std::string begin_lost = "E object: error in begin hidl call : -1000";
+    const std::string update_lost = "E object: error in update hidl call : -1000";
+    const std::string finish_lost = "E object: error in finish hidl call : -1000";
+    const std::string no_nonce = "E object: no iv tag in begin out param";
+    const auto consumed = [](const char* count) {
+        return "E object: Not all data has been consumed. Consumed " + std::string(count) +
+               " of 5 bytes\n";
+    };
+    const struct {
+        Script script;
+        int result;
+        Lines log;
+        size_t calls;
+        const char* cipher;
+    } cases[] = {
+        {{{"begin", {lost}}}, -1000, {kDead, begin_lost}, 1, "ciphr"},
+        {{{"begin", {lostAfter(refused(-28))}}}, -28, {kDead, begin_lost}, 1, "ciphr"},
+        {{{"begin", {refused(-31)}}}, -31, {"E object: error in begin process : -31"}, 1, "ciphr"},
+        {{{"begin", {delivered(Delivery::kNoCallback)}}},
+         -1000,
+         {"E object: error in begin process : -1000"},
+         1,
+         "ciphr"},
+        {{{"begin", {Answer()}}},
+         -51,
+         {no_nonce, "E object: error in begin process : -51"},
+         1,
+         "ciphr"},
+        // Lost updates and finishes are logged, and the answer before stands.
+        {{{"update", {lost}}}, 0, {kDead, update_lost}, 2, "ciphr"},
+        {{{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost}, 3, "ciphr"},
+        {{{"update", {lostAfter(updated(5, "CCCCC", -28))}}},
+         -28,
+         {kDead, update_lost},
+         2,
+         "ciphr"},
+        {{{"finish", {lost}}}, 0, {kDead, finish_lost}, 3, "ciphr"},
+        {{{"finish", {lostAfter(finished("T", -21))}}}, -21, {kDead, finish_lost}, 3, "CCCCC"},
+        {{{"update", {updated(5, "CCCCC", -21)}}},
+         -21,
+         {"E object: error in update process : -21"},
+         2,
+         "ciphr"},
+        {{{"update", {updated(0, "")}}}, -1000, {consumed("0")}, 2, "ciphr"},
+        {{{"update", {delivered(Delivery::kNoCallback)}}}, -1000, {consumed("0")}, 2, "ciphr"},
+        {{{"update", {updated(2, "C"), updated(0, "")}}}, -1000, {consumed("2")}, 3, "ciphr"},
+        {{{"update", {updated(2, "C"), updated(UINT32_MAX, "")}}},
+         -1000,
+         {consumed("4294967297")},
+         3,
+         "ciphr"},
+        {{{"finish", {finished("TAGTAGTAGTAGTAG!", -21)}}},
+         -21,
+         {"E object: error in finish process : -21"},
+         3,
+         "CCCCC"},
+        {{{"finish", {delivered(Delivery::kNoCallback)}}}, 0, {}, 3, "ciphr"},
+    };
+    const Script good = km.answers;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        km.answers = good;
+        for (const auto& [call, answers] : c.script) {
+            km.answers[call] = answers;
+        }
+        km.calls.clear();
+        test::clearLog();
+        cipher = bytes("ciphr");
+        EXPECT_EQ(c.result, encrypt());
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.calls, km.calls.size());
+        EXPECT_EQ(bytes(c.cipher), cipher);
+    }
+}
+
+TEST_F(DatabaseEncryption, RefusedKeyBlobIsRepairedOnceAndTheCallStillFails) {
+    test::writeFile("edbk", bytes("stored"));
+    km.answers["begin"] = {refused(-33)};
+    EXPECT_EQ(-33, encrypt());
+    EXPECT_EQ((Lines{"E object: error in begin process : -33",
+                     "E object: cached key blob is broken, update with the stored blob",
+                     "W object: no file edbk_digest",
+                     "E object: No key digest file, regard it does not support"}),
+              test::log());
+    EXPECT_EQ(bytes("stored"), peer.keyBlob());
+    EXPECT_EQ((Lines{"begin"}), km.names());
+}
+
+TEST_F(DatabaseEncryption, ChecksItsArgumentsAndNeedsAKey) {
+    uint8_t* const ok = plain.data();
+    const auto call = [&](uint8_t* from, uint8_t* to, unsigned len, uint8_t* nonce, uint8_t* mac,
+                          uint8_t* data, unsigned data_len) {
+        return object->DBEncrypt(1, from, to, len, nonce, mac, data, data_len);
+    };
+    peer.setKeyBlob({});
+    EXPECT_EQ(-38, call(nullptr, ok, 5, ok, ok, ok, 3));
+    EXPECT_EQ(-38, call(ok, nullptr, 5, ok, ok, ok, 3));
+    EXPECT_EQ(-38, call(ok, ok, 0, ok, ok, ok, 3));
+    EXPECT_EQ(-38, call(ok, ok, 5, nullptr, ok, ok, 3));
+    EXPECT_EQ(-38, call(ok, ok, 5, ok, nullptr, ok, 3));
+    EXPECT_EQ(-38, call(ok, ok, 5, ok, ok, nullptr, 3));
+    EXPECT_EQ(-38, call(ok, ok, 5, ok, ok, ok, 0));
+    EXPECT_EQ(Lines(), test::log());
+    EXPECT_EQ(Lines(), km.names());
+
+    km.answers["generateKey"] = {refused(-6)};
+    EXPECT_EQ(-6, encrypt());
+    EXPECT_EQ((Lines{"W object: no file edbk", "E object: init_db_key fail"}), test::log());
+    EXPECT_EQ((Lines{"generateKey"}), km.names());
+
+    test::clearLog();
+    EXPECT_EQ(-1000, DBEncryptCB(nullptr, 1, ok, ok, 5, ok, ok, ok, 3));
+    EXPECT_EQ(Lines(), test::log());
+    const test::ObjectPtr alone = test::makeObject(nullptr, false);
+    test::clearLog();
+    EXPECT_EQ(-1000, DBEncryptCB(alone.get(), 1, nullptr, ok, 5, ok, ok, ok, 3));
+    EXPECT_EQ((Lines{"E object: This case should not be happen. keymaster dev shoud not be used "
+                     "directrly"}),
+              test::log());
+}
+
+// ---- The repair after a tag mismatch ------------------------------------------------------------
+
+TEST_F(DatabaseEncryption, TagMismatchRefreshesTheImageOrRestoresTheBackup) {
+    const std::string failed = "E object: error in finish process : -30";
+    const std::string file_broken =
+        "E object: cached db is same as the stored db, regard the stored db is broken";
+    const std::string restored = "E object: restore the stored db. need to restart keystore";
+    const std::string cache_broken = "E object: cached db is broken, update with the stored db";
+    const struct {
+        std::string cached, stored, backup;
+        Lines log;
+        std::string cached_after, stored_after;
+    } cases[] = {
+        {"same", "same", "older", {failed, file_broken, restored}, "same", "older"},
+        {"same",
+         "same",
+         "",
+         {failed, file_broken, restored,
+          "E object: fail rename during restore:No such file or directory(2)"},
+         "same",
+         ""},
+        {"cache", "store", "older", {failed, cache_broken}, "store", "store"},
+        {"sam", "same", "older", {failed, cache_broken}, "same", "same"},
+        {"cache",
+         "",
+         "older",
+         {failed, "W object: no file secure_objects.db", cache_broken},
+         "",
+         ""},
+    };
+    km.answers["update"] = {updated(21, "PPPPP")};
+    km.answers["finish"] = {finished("", -30)};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        const auto put = [](const std::string& path, const std::string& content) {
+            std::filesystem::remove(path);
+            if (!content.empty()) {
+                test::writeFile(path, bytes(content));
+            }
+        };
+        put(kStore, c.stored);
+        put(std::string(kStore) + ".bak", c.backup);
+        peer.setImage(bytes(c.cached));
+        plain = bytes("plain");
+        test::clearLog();
+        EXPECT_EQ(-30, decrypt());
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(bytes("PPPPP"), plain);
+        EXPECT_EQ(bytes(c.cached_after), peer.image());
+        EXPECT_EQ(bytes(c.stored_after), test::readFile(kStore).value_or(Bytes()));
+    }
+
+    peer.setImage(bytes("cache"));
+    test::writeFile(kStore, bytes("store"));
+    test::clearLog();
+    const test::FilesTooLarge large;
+    EXPECT_EQ(-30, decrypt());
+    EXPECT_EQ((Lines{failed,
+                     "E object: fail to load secure db file. it might recover after "
+                     "rebooting"}),
+              test::log());
+    EXPECT_EQ(bytes("cache"), peer.image());
+}
+
+}  // namespace
