@@ -1,0 +1,188 @@
+// PROTECTS NOTHING: for development and tests only. Misbehaves on request.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A decorator around any keymaster, which records the calls made to it and injects faults by plan:
+//
+//     FaultKeymaster km(inner);
+//     km.plan(Call::kUpdate, 2, Fault::transportAfterCallback());   // the second update from now
+//     on
+//     ...
+//     EXPECT_EQ(km.calls(Call::kFinish).size(), 0u);
+//
+// Threads: one at a time.
+
+#pragma once
+
+#include <keymasterV4_0/Keymaster.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <vector>
+
+namespace soft_keymaster {
+
+enum class Call {
+    kGetHardwareInfo,
+    kGetHmacSharingParameters,
+    kComputeSharedHmac,
+    kVerifyAuthorization,
+    kAddRngEntropy,
+    kGenerateKey,
+    kImportKey,
+    kImportWrappedKey,
+    kGetKeyCharacteristics,
+    kExportKey,
+    kAttestKey,
+    kUpgradeKey,
+    kDeleteKey,
+    kDeleteAllKeys,
+    kDestroyAttestationIds,
+    kBegin,
+    kUpdate,
+    kFinish,
+    kAbort,
+};
+
+// The member's name, as in IKeymasterDevice.
+const char* callName(Call call);
+
+// One recorded call; every vector is a copy of its own. Members that a call does not have are zero
+// or empty.
+struct CallRecord {
+    Call call;
+    android::hardware::keymaster::V4_0::KeyPurpose purpose;  // begin
+    uint64_t handle;                                         // update, finish, abort
+    android::hardware::hidl_vec<uint8_t> key_blob;
+    android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter> params;
+    android::hardware::hidl_vec<uint8_t> input;  // update, finish, addRngEntropy
+};
+
+// What a call is about to answer. Members that the call does not answer are ignored.
+struct Answer {
+    android::hardware::keymaster::V4_0::ErrorCode error;
+    uint64_t handle;                              // begin
+    uint32_t consumed;                            // update
+    android::hardware::hidl_vec<uint8_t> output;  // update, finish; a key blob; exported material
+    android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter> params;
+    android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>> chain;  // attestKey
+    android::hardware::keymaster::V4_0::KeyCharacteristics characteristics;
+};
+
+struct Fault {
+    enum class Kind {
+        kAnswerError,              // the inner keymaster is not called
+        kTransportBeforeCallback,  // nor here; the call fails, and no callback runs
+        kNoCallback,               // nor here; the call succeeds, and no callback runs
+        kTransportAfterCallback,   // called and answered, and yet the call fails
+        kAlter,                    // called, and the answer changed by `alter`
+    };
+
+    static Fault error(android::hardware::keymaster::V4_0::ErrorCode code);
+    static Fault transportBeforeCallback();
+    static Fault transportAfterCallback();
+    static Fault noCallback();
+    static Fault alter(std::function<void(Answer&)> change);
+    // Alterations that tests ask for often. A size of 0 removes the NONCE entry, or answers OK with
+    // nothing; more than there was is filled up with zeros.
+    static Fault nonceSize(size_t size);
+    static Fault outputSize(size_t size);
+
+    Kind kind;
+    android::hardware::keymaster::V4_0::ErrorCode code;
+    std::function<void(Answer&)> change;
+};
+
+class FaultKeymaster final : public android::hardware::keymaster::V4_0::support::Keymaster {
+    template <typename T>
+    using Vec = android::hardware::hidl_vec<T>;
+    template <typename T>
+    using Return = android::hardware::Return<T>;
+    using ErrorCode = android::hardware::keymaster::V4_0::ErrorCode;
+    using HardwareAuthToken = android::hardware::keymaster::V4_0::HardwareAuthToken;
+    using HmacSharingParameters = android::hardware::keymaster::V4_0::HmacSharingParameters;
+    using KeyFormat = android::hardware::keymaster::V4_0::KeyFormat;
+    using KeyParameter = android::hardware::keymaster::V4_0::KeyParameter;
+    using KeyPurpose = android::hardware::keymaster::V4_0::KeyPurpose;
+    using VerificationToken = android::hardware::keymaster::V4_0::VerificationToken;
+
+  public:
+    // Borrows `inner` for the object's lifetime.
+    explicit FaultKeymaster(android::hardware::keymaster::V4_0::support::Keymaster& inner);
+
+    // Applies `fault` to the nth such call from now on; 1 is the next one.
+    void plan(Call call, size_t nth, Fault fault);
+    // Applies `fault` to every such call that has no fault of its own.
+    void planEach(Call call, Fault fault);
+    // Forgets all plans and all records.
+    void reset();
+
+    // All calls in order, those that a fault hit included.
+    const std::vector<CallRecord>& calls() const { return calls_; }
+    std::vector<CallRecord> calls(Call call) const;
+
+    const VersionResult& halVersion() const override { return inner_.halVersion(); }
+    Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
+    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
+    Return<void> computeSharedHmac(const Vec<HmacSharingParameters>& params,
+                                   computeSharedHmac_cb cb) override;
+    Return<void> verifyAuthorization(uint64_t handle, const Vec<KeyParameter>& params,
+                                     const HardwareAuthToken& auth_token,
+                                     verifyAuthorization_cb cb) override;
+    Return<ErrorCode> addRngEntropy(const Vec<uint8_t>& data) override;
+    Return<void> generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) override;
+    Return<void> importKey(const Vec<KeyParameter>& key_params, KeyFormat format,
+                           const Vec<uint8_t>& key_data, importKey_cb cb) override;
+    Return<void> importWrappedKey(const Vec<uint8_t>& wrapped_key_data,
+                                  const Vec<uint8_t>& wrapping_key_blob,
+                                  const Vec<uint8_t>& masking_key,
+                                  const Vec<KeyParameter>& unwrapping_params, uint64_t password_sid,
+                                  uint64_t biometric_sid, importWrappedKey_cb cb) override;
+    Return<void> getKeyCharacteristics(const Vec<uint8_t>& key_blob, const Vec<uint8_t>& client_id,
+                                       const Vec<uint8_t>& app_data,
+                                       getKeyCharacteristics_cb cb) override;
+    Return<void> exportKey(KeyFormat format, const Vec<uint8_t>& key_blob,
+                           const Vec<uint8_t>& client_id, const Vec<uint8_t>& app_data,
+                           exportKey_cb cb) override;
+    Return<void> attestKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& attest_params,
+                           attestKey_cb cb) override;
+    Return<void> upgradeKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& upgrade_params,
+                            upgradeKey_cb cb) override;
+    Return<ErrorCode> deleteKey(const Vec<uint8_t>& key_blob) override;
+    Return<ErrorCode> deleteAllKeys() override;
+    Return<ErrorCode> destroyAttestationIds() override;
+    Return<void> begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
+                       const Vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
+                       begin_cb cb) override;
+    Return<void> update(uint64_t handle, const Vec<KeyParameter>& in_params,
+                        const Vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+                        const VerificationToken& verification_token, update_cb cb) override;
+    Return<void> finish(uint64_t handle, const Vec<KeyParameter>& in_params,
+                        const Vec<uint8_t>& input, const Vec<uint8_t>& signature,
+                        const HardwareAuthToken& auth_token,
+                        const VerificationToken& verification_token, finish_cb cb) override;
+    Return<ErrorCode> abort(uint64_t handle) override;
+
+  private:
+    // Records the call and picks its fault; null for none.
+    const Fault* enter(CallRecord record);
+    template <typename Forward, typename Reply>
+    Return<void> answer(CallRecord record, Forward forward, Reply reply);
+    template <typename Forward>
+    Return<ErrorCode> answerCode(CallRecord record, Forward forward);
+
+    // The faults of one call: by its number, and for all the others.
+    struct Plan {
+        size_t count = 0;
+        std::map<size_t, Fault> nth;
+        std::vector<Fault> each;  // none or one
+    };
+
+    android::hardware::keymaster::V4_0::support::Keymaster& inner_;
+    std::map<Call, Plan> plans_;
+    std::vector<CallRecord> calls_;
+};
+
+}  // namespace soft_keymaster

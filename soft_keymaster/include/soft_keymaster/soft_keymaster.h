@@ -1,0 +1,123 @@
+// PROTECTS NOTHING: for development and tests only. Keys lie under a root key in an ordinary file.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A keymaster 4.0 in software, with the answers that a keymaster in hardware would give.
+//
+// What it does: AES-256-GCM keys and their operations, EC P-256 and RSA-2048 keys with attestation
+// chains and certificate requests, and the password conversion (vendor purposes 101 and 102). The
+// rest of the interface answers UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
+//
+// Key blobs carry the key and its characteristics, sealed under the root key: whoever uses the same
+// root key file can open them. All characteristics are software enforced.
+//
+// Threads: one at a time per object. Several objects, and several processes, may share a root key
+// file. Every callback runs before its call returns; on an error it gets empty values. No exception
+// leaves an object, unless the callback throws it.
+
+#pragma once
+
+#include <keymasterV4_0/Keymaster.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace soft_keymaster {
+
+class SoftKeymaster : public android::hardware::keymaster::V4_0::support::Keymaster {
+  protected:
+    template <typename T>
+    using Vec = android::hardware::hidl_vec<T>;
+    template <typename T>
+    using Return = android::hardware::Return<T>;
+    using ErrorCode = android::hardware::keymaster::V4_0::ErrorCode;
+    using HardwareAuthToken = android::hardware::keymaster::V4_0::HardwareAuthToken;
+    using HmacSharingParameters = android::hardware::keymaster::V4_0::HmacSharingParameters;
+    using KeyFormat = android::hardware::keymaster::V4_0::KeyFormat;
+    using KeyParameter = android::hardware::keymaster::V4_0::KeyParameter;
+    using KeyPurpose = android::hardware::keymaster::V4_0::KeyPurpose;
+    using VerificationToken = android::hardware::keymaster::V4_0::VerificationToken;
+
+  public:
+    struct Options {
+        // The root key: 32 random bytes, made with mode 0600 when the file is first needed. The
+        // attestation root is kept beside it, under the same name with ".attest" at the end. A file
+        // that cannot be read or made shows as KEYMASTER_NOT_CONFIGURED from every call that needs
+        // it, and is tried again by the next one.
+        std::string root_key_path;
+        // The device's patch level, YYYYMM. Keys carry the level that they were made at: an older
+        // key needs upgradeKey, a newer one is an INVALID_KEY_BLOB (INVALID_ARGUMENT in
+        // upgradeKey).
+        uint32_t patch_level = 202601;
+        // How much of its input one `update` consumes, in bytes; 0 is no limit.
+        size_t max_update_bytes = 0;
+        // How many operations may be open at once; `begin` then answers TOO_MANY_OPERATIONS.
+        // An operation ends with `finish`, `abort` or any error.
+        size_t max_operations = 16;
+    };
+
+    explicit SoftKeymaster(const Options& options);
+    ~SoftKeymaster() override;
+
+    SoftKeymaster(const SoftKeymaster&) = delete;
+    SoftKeymaster& operator=(const SoftKeymaster&) = delete;
+
+    // Plays a system update (or a downgrade): counts from the next call on.
+    void setPatchLevel(uint32_t patch_level);
+
+    const VersionResult& halVersion() const override;
+    Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
+    Return<ErrorCode> addRngEntropy(const Vec<uint8_t>& data) override;
+
+    Return<void> generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) override;
+    Return<void> getKeyCharacteristics(const Vec<uint8_t>& key_blob, const Vec<uint8_t>& client_id,
+                                       const Vec<uint8_t>& app_data,
+                                       getKeyCharacteristics_cb cb) override;
+    // An empty blob with OK says that the key is at the device's patch level already.
+    Return<void> upgradeKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& upgrade_params,
+                            upgradeKey_cb cb) override;
+    // Checks the blob. Nothing is kept for a key, so there is nothing to delete.
+    Return<ErrorCode> deleteKey(const Vec<uint8_t>& key_blob) override;
+    Return<void> attestKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& attest_params,
+                           attestKey_cb cb) override;
+
+    Return<void> begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
+                       const Vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
+                       begin_cb cb) override;
+    Return<void> update(uint64_t handle, const Vec<KeyParameter>& in_params,
+                        const Vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+                        const VerificationToken& verification_token, update_cb cb) override;
+    Return<void> finish(uint64_t handle, const Vec<KeyParameter>& in_params,
+                        const Vec<uint8_t>& input, const Vec<uint8_t>& signature,
+                        const HardwareAuthToken& auth_token,
+                        const VerificationToken& verification_token, finish_cb cb) override;
+    Return<ErrorCode> abort(uint64_t handle) override;
+
+    // UNIMPLEMENTED, all of them.
+    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
+    Return<void> computeSharedHmac(const Vec<HmacSharingParameters>& params,
+                                   computeSharedHmac_cb cb) override;
+    Return<void> verifyAuthorization(uint64_t handle, const Vec<KeyParameter>& params,
+                                     const HardwareAuthToken& auth_token,
+                                     verifyAuthorization_cb cb) override;
+    Return<void> importKey(const Vec<KeyParameter>& key_params, KeyFormat format,
+                           const Vec<uint8_t>& key_data, importKey_cb cb) override;
+    Return<void> importWrappedKey(const Vec<uint8_t>& wrapped_key_data,
+                                  const Vec<uint8_t>& wrapping_key_blob,
+                                  const Vec<uint8_t>& masking_key,
+                                  const Vec<KeyParameter>& unwrapping_params, uint64_t password_sid,
+                                  uint64_t biometric_sid, importWrappedKey_cb cb) override;
+    Return<void> exportKey(KeyFormat format, const Vec<uint8_t>& key_blob,
+                           const Vec<uint8_t>& client_id, const Vec<uint8_t>& app_data,
+                           exportKey_cb cb) override;
+    Return<ErrorCode> deleteAllKeys() override;
+    Return<ErrorCode> destroyAttestationIds() override;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace soft_keymaster

@@ -1,0 +1,40 @@
+// PROTECTS NOTHING: for development and tests only.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// AES-256-GCM, streaming.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "common.h"
+
+namespace soft_keymaster {
+
+class AesGcm {
+  public:
+    static constexpr size_t kKeySize = 32;
+    static constexpr size_t kNonceSize = 12;
+    static constexpr size_t kTagSize = 16;
+
+    enum class Mode { kEncrypt, kDecrypt };
+
+    // `key` has kKeySize and `nonce` kNonceSize bytes.
+    AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce);
+
+    // Only before the first call of update().
+    void addAssociatedData(const uint8_t* data, size_t size);
+    // Writes `size` bytes to `out`, which may be `in`.
+    void update(const uint8_t* in, size_t size, uint8_t* out);
+    // Encryption: ends it and writes the first `size` bytes of the tag.
+    void finish(uint8_t* tag, size_t size);
+    // Decryption: ends it; false when the tag does not match.
+    [[nodiscard]] bool verify(const uint8_t* tag, size_t size);
+
+  private:
+    CipherContextPtr context_;
+};
+
+}  // namespace soft_keymaster

@@ -1,0 +1,135 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// One open AES-GCM operation.
+
+#include "aes_gcm_operation.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace soft_keymaster {
+
+namespace {
+
+constexpr uint32_t kMaxMacBits = 8 * AesGcm::kTagSize;
+
+AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
+    require(hasEnum(key.characteristics, Tag::PURPOSE, purpose), ErrorCode::INCOMPATIBLE_PURPOSE);
+    return purpose == KeyPurpose::ENCRYPT ? AesGcm::Mode::kEncrypt : AesGcm::Mode::kDecrypt;
+}
+
+// The asked-for tag size in bytes, after all checks that do not concern the nonce.
+size_t checkParams(const Key& key, const Params& params) {
+    const auto block_mode = findInteger(params, Tag::BLOCK_MODE);
+    require(block_mode.has_value(), ErrorCode::UNSUPPORTED_BLOCK_MODE);
+    require(hasInteger(key.characteristics, Tag::BLOCK_MODE, *block_mode),
+            ErrorCode::INCOMPATIBLE_BLOCK_MODE);
+    const auto padding = findInteger(params, Tag::PADDING);
+    require(padding.has_value(), ErrorCode::UNSUPPORTED_PADDING_MODE);
+    require(hasInteger(key.characteristics, Tag::PADDING, *padding),
+            ErrorCode::INCOMPATIBLE_PADDING_MODE);
+    const auto mac_length = findInteger(params, Tag::MAC_LENGTH);
+    require(mac_length.has_value(), ErrorCode::MISSING_MAC_LENGTH);
+    require(*mac_length % 8 == 0 && *mac_length <= kMaxMacBits, ErrorCode::UNSUPPORTED_MAC_LENGTH);
+    require(*mac_length >= findInteger(key.characteristics, Tag::MIN_MAC_LENGTH).value_or(0),
+            ErrorCode::INVALID_MAC_LENGTH);
+    return *mac_length / 8;
+}
+
+std::array<uint8_t, AesGcm::kNonceSize> chooseNonce(AesGcm::Mode mode, const Key& key,
+                                                    const Params& params, Params& out_params) {
+    std::array<uint8_t, AesGcm::kNonceSize> nonce;
+    const KeyParameter* given = findParam(params, Tag::NONCE);
+    if (given != nullptr) {
+        require(mode == AesGcm::Mode::kDecrypt ||
+                    findParam(key.characteristics, Tag::CALLER_NONCE) != nullptr,
+                ErrorCode::CALLER_NONCE_PROHIBITED);
+        require(given->blob.size() == nonce.size(), ErrorCode::INVALID_NONCE);
+        std::copy(given->blob.begin(), given->blob.end(), nonce.begin());
+        return nonce;
+    }
+    require(mode == AesGcm::Mode::kEncrypt, ErrorCode::MISSING_NONCE);
+    requireSsl(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
+    out_params = {blobParam(Tag::NONCE, nonce.data(), nonce.size())};
+    return nonce;
+}
+
+}  // namespace
+
+AesGcmOperation::AesGcmOperation(KeyPurpose purpose, const Key& key, const Params& params,
+                                 Params& out_params)
+    : mode_(modeOf(purpose, key)),
+      tag_size_(checkParams(key, params)),
+      cipher_(mode_, key.material, chooseNonce(mode_, key, params, out_params).data()) {}
+
+hidl_vec<uint8_t> AesGcmOperation::update(const Params& params, const hidl_vec<uint8_t>& input,
+                                          size_t max_input, uint32_t& consumed) {
+    addAssociatedData(params);
+    const size_t size = std::min(input.size(), max_input);
+    hidl_vec<uint8_t> output;
+    output.resize(outputSize(size));
+    process(input.data(), size, output.data());
+    consumed = static_cast<uint32_t>(size);
+    return output;
+}
+
+hidl_vec<uint8_t> AesGcmOperation::finish(const Params& params, const hidl_vec<uint8_t>& input) {
+    addAssociatedData(params);
+    const size_t payload = outputSize(input.size());
+    hidl_vec<uint8_t> output;
+    if (mode_ == AesGcm::Mode::kEncrypt) {
+        output.resize(payload + tag_size_);
+        process(input.data(), input.size(), output.data());
+        cipher_.finish(output.data() + payload, tag_size_);
+        return output;
+    }
+    output.resize(payload);
+    process(input.data(), input.size(), output.data());
+    require(held_size_ == tag_size_, ErrorCode::INVALID_INPUT_LENGTH);
+    require(cipher_.verify(held_, held_size_), ErrorCode::VERIFICATION_FAILED);
+    return output;
+}
+
+void AesGcmOperation::addAssociatedData(const Params& params) {
+    for (const KeyParameter& param : params) {
+        if (param.tag == Tag::ASSOCIATED_DATA) {
+            require(!payload_begun_, ErrorCode::INVALID_TAG);
+            cipher_.addAssociatedData(param.blob.data(), param.blob.size());
+        }
+    }
+}
+
+size_t AesGcmOperation::outputSize(size_t size) const {
+    if (mode_ == AesGcm::Mode::kEncrypt) {
+        return size;
+    }
+    const size_t total = held_size_ + size;
+    return total > tag_size_ ? total - tag_size_ : 0;
+}
+
+void AesGcmOperation::process(const uint8_t* in, size_t size, uint8_t* out) {
+    if (size == 0) {
+        return;
+    }
+    payload_begun_ = true;
+    if (mode_ == AesGcm::Mode::kEncrypt) {
+        cipher_.update(in, size, out);
+        return;
+    }
+    // What leaves is the held bytes first, then the input, up to the last tag_size_ bytes.
+    const size_t leaving = outputSize(size);
+    const size_t from_held = std::min(leaving, held_size_);
+    const size_t from_input = leaving - from_held;
+    cipher_.update(held_, from_held, out);
+    cipher_.update(in, from_input, out + from_held);
+    held_size_ -= from_held;
+    memmove(held_, held_ + from_held, held_size_);
+    memcpy(held_ + held_size_, in + from_input, size - from_input);
+    held_size_ += size - from_input;
+}
+
+}  // namespace soft_keymaster

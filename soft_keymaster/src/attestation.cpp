@@ -1,0 +1,138 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Attestation: the authority that certifies keys, and certificate requests.
+
+#include "attestation.h"
+
+#include <openssl/asn1.h>
+#include <openssl/objects.h>
+#include <openssl/pem.h>
+#include <openssl/rand.h>
+
+#include "key_generation.h"
+#include "root_key.h"
+
+namespace soft_keymaster {
+
+namespace {
+
+using OctetStringPtr = SslPtr<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>;
+using ExtensionPtr = SslPtr<X509_EXTENSION, X509_EXTENSION_free>;
+using NamePtr = SslPtr<X509_NAME, X509_NAME_free>;
+using ObjectPtr = SslPtr<ASN1_OBJECT, ASN1_OBJECT_free>;
+using RequestPtr = SslPtr<X509_REQ, X509_REQ_free>;
+
+constexpr char kRootName[] = "Software keymaster attestation root (protects nothing)";
+constexpr char kIssuerName[] = "Software keymaster attestation issuer (protects nothing)";
+constexpr char kKeyName[] = "Software keymaster key";
+
+constexpr char kAttestationOid[] = "1.3.6.1.4.1.11129.2.1.17";
+constexpr char kBasicConstraintsOid[] = "2.5.29.19";
+constexpr char kKeyUsageOid[] = "2.5.29.15";
+
+// DER of the extensions' contents.
+const Bytes kIsAuthority = {0x30, 0x03, 0x01, 0x01, 0xFF};  // SEQUENCE { cA TRUE }
+const Bytes kSignsCertificates = {0x03, 0x02, 0x01, 0x06};  // keyCertSign, cRLSign
+const Bytes kSignsData = {0x03, 0x02, 0x07, 0x80};          // digitalSignature
+
+constexpr long kDaySeconds = 24L * 60 * 60;
+constexpr long kLifetimeSeconds = 20 * 365 * kDaySeconds;
+
+NamePtr makeName(const char* common_name) {
+    NamePtr name(X509_NAME_new());
+    requireSsl(name != nullptr &&
+               X509_NAME_add_entry_by_txt(name.get(), "CN", MBSTRING_ASC,
+                                          reinterpret_cast<const uint8_t*>(common_name), -1, -1,
+                                          0) == 1);
+    return name;
+}
+
+void addExtension(X509* certificate, const char* oid, bool critical, const Bytes& der) {
+    const ObjectPtr object(OBJ_txt2obj(oid, 1));
+    const OctetStringPtr value(ASN1_OCTET_STRING_new());
+    requireSsl(object != nullptr && value != nullptr &&
+               ASN1_OCTET_STRING_set(value.get(), der.data(), static_cast<int>(der.size())) == 1);
+    const ExtensionPtr extension(
+        X509_EXTENSION_create_by_OBJ(nullptr, object.get(), critical ? 1 : 0, value.get()));
+    requireSsl(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1);
+}
+
+// A certificate without extensions and signature, valid from yesterday on.
+X509Ptr startCertificate(const char* subject, const X509_NAME* issuer, EVP_PKEY* public_key) {
+    uint64_t serial = 0;
+    requireSsl(RAND_bytes(reinterpret_cast<uint8_t*>(&serial), sizeof(serial)) == 1);
+    X509Ptr certificate(X509_new());
+    X509* const x509 = certificate.get();
+    requireSsl(x509 != nullptr && X509_set_version(x509, 2) == 1 /* version 3 */ &&
+               ASN1_INTEGER_set_uint64(X509_get_serialNumber(x509), serial | 1) == 1 &&
+               X509_gmtime_adj(X509_getm_notBefore(x509), -kDaySeconds) != nullptr &&
+               X509_gmtime_adj(X509_getm_notAfter(x509), kLifetimeSeconds) != nullptr &&
+               X509_set_subject_name(x509, makeName(subject).get()) == 1 &&
+               X509_set_issuer_name(x509, const_cast<X509_NAME*>(issuer)) == 1 &&
+               X509_set_pubkey(x509, public_key) == 1);
+    return certificate;
+}
+
+void sign(X509* certificate, EVP_PKEY* key) {
+    requireSsl(X509_sign(certificate, key, EVP_sha256()) > 0);
+}
+
+X509Ptr makeAuthority(const char* subject, EVP_PKEY* public_key, const char* issuer,
+                      EVP_PKEY* issuer_key) {
+    X509Ptr certificate = startCertificate(subject, makeName(issuer).get(), public_key);
+    addExtension(certificate.get(), kBasicConstraintsOid, true, kIsAuthority);
+    addExtension(certificate.get(), kKeyUsageOid, true, kSignsCertificates);
+    sign(certificate.get(), issuer_key);
+    return certificate;
+}
+
+Bytes makeAuthorityFile() {
+    const PkeyPtr root_key = makeEcKeyPair();
+    const PkeyPtr issuer_key = makeEcKeyPair();
+    const X509Ptr root = makeAuthority(kRootName, root_key.get(), kRootName, root_key.get());
+    const X509Ptr issuer = makeAuthority(kIssuerName, issuer_key.get(), kRootName, root_key.get());
+    const BioPtr file(BIO_new(BIO_s_mem()));
+    requireSsl(file != nullptr &&
+               PEM_write_bio_PrivateKey(file.get(), issuer_key.get(), nullptr, nullptr, 0, nullptr,
+                                        nullptr) == 1 &&
+               PEM_write_bio_X509(file.get(), issuer.get()) == 1 &&
+               PEM_write_bio_X509(file.get(), root.get()) == 1);
+    char* text = nullptr;
+    const long size = BIO_get_mem_data(file.get(), &text);
+    return Bytes(text, text + size);
+}
+
+}  // namespace
+
+AttestationAuthority::AttestationAuthority(const std::string& path) {
+    const Bytes pem = loadOrCreateFile(path, makeAuthorityFile);
+    const BioPtr file(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    requireSsl(file != nullptr);
+    issuer_key_.reset(PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
+    issuer_.reset(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
+    root_.reset(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
+    require(issuer_key_ != nullptr && issuer_ != nullptr && root_ != nullptr,
+            ErrorCode::KEYMASTER_NOT_CONFIGURED);
+}
+
+hidl_vec<hidl_vec<uint8_t>> AttestationAuthority::certify(EVP_PKEY* key,
+                                                          const Bytes& key_description) const {
+    const X509Ptr leaf = startCertificate(kKeyName, X509_get_subject_name(issuer_.get()), key);
+    addExtension(leaf.get(), kKeyUsageOid, true, kSignsData);
+    addExtension(leaf.get(), kAttestationOid, false, key_description);
+    sign(leaf.get(), issuer_key_.get());
+    return {toDer(leaf.get(), i2d_X509), toDer(issuer_.get(), i2d_X509),
+            toDer(root_.get(), i2d_X509)};
+}
+
+hidl_vec<uint8_t> makeCertificateRequest(EVP_PKEY* key) {
+    const RequestPtr request(X509_REQ_new());
+    requireSsl(request != nullptr && X509_REQ_set_version(request.get(), 0) == 1 /* version 1 */ &&
+               X509_REQ_set_subject_name(request.get(), makeName(kKeyName).get()) == 1 &&
+               X509_REQ_set_pubkey(request.get(), key) == 1 &&
+               X509_REQ_sign(request.get(), key, EVP_sha256()) > 0);
+    return toDer(request.get(), i2d_X509_REQ);
+}
+
+}  // namespace soft_keymaster

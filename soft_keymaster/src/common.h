@@ -1,0 +1,71 @@
+// PROTECTS NOTHING: for development and tests only.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// What every file here needs: owners for OpenSSL's objects, and the one exception, which carries
+// the error code that the keymaster will answer and never leaves it.
+
+#pragma once
+
+#include <android/hardware/keymaster/4.0/types.h>
+#include <hidl/HidlSupport.h>
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace soft_keymaster {
+
+using android::hardware::hidl_vec;
+using android::hardware::keymaster::V4_0::ErrorCode;
+
+using Bytes = std::vector<uint8_t>;
+
+struct KeymasterError {
+    ErrorCode code;
+};
+
+inline void require(bool condition, ErrorCode code) {
+    if (!condition) {
+        throw KeymasterError{code};
+    }
+}
+
+// For OpenSSL calls that fail only when memory or the library does.
+inline void requireSsl(bool condition) {
+    require(condition, ErrorCode::UNKNOWN_ERROR);
+}
+
+template <auto kFree>
+struct SslDeleter {
+    template <typename T>
+    void operator()(T* object) const {
+        kFree(object);
+    }
+};
+
+template <typename T, auto kFree>
+using SslPtr = std::unique_ptr<T, SslDeleter<kFree>>;
+
+using BioPtr = SslPtr<BIO, BIO_free>;
+using CipherContextPtr = SslPtr<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using PkeyContextPtr = SslPtr<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using PkeyPtr = SslPtr<EVP_PKEY, EVP_PKEY_free>;
+using X509Ptr = SslPtr<X509, X509_free>;
+
+// The DER form of `object`, by one of OpenSSL's i2d functions.
+template <typename T, typename Encoder>
+Bytes toDer(T* object, Encoder encode) {
+    const int length = encode(object, nullptr);
+    requireSsl(length > 0);
+    Bytes der(static_cast<size_t>(length));
+    uint8_t* end = der.data();
+    requireSsl(encode(object, &end) == length);
+    return der;
+}
+
+}  // namespace soft_keymaster

@@ -1,0 +1,452 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A decorator that records calls and injects faults.
+
+#include "soft_keymaster/fault_keymaster.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+namespace soft_keymaster {
+
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::Status;
+using android::hardware::Void;
+using android::hardware::keymaster::V4_0::ErrorCode;
+using android::hardware::keymaster::V4_0::HmacSharingParameters;
+using android::hardware::keymaster::V4_0::KeyCharacteristics;
+using android::hardware::keymaster::V4_0::KeyParameter;
+using android::hardware::keymaster::V4_0::SecurityLevel;
+using android::hardware::keymaster::V4_0::Tag;
+using android::hardware::keymaster::V4_0::VerificationToken;
+
+namespace {
+
+constexpr const char* kCallNames[] = {
+    "getHardwareInfo",
+    "getHmacSharingParameters",
+    "computeSharedHmac",
+    "verifyAuthorization",
+    "addRngEntropy",
+    "generateKey",
+    "importKey",
+    "importWrappedKey",
+    "getKeyCharacteristics",
+    "exportKey",
+    "attestKey",
+    "upgradeKey",
+    "deleteKey",
+    "deleteAllKeys",
+    "destroyAttestationIds",
+    "begin",
+    "update",
+    "finish",
+    "abort",
+};
+
+Status transportFailure() {
+    return Status::fromStatusT(android::DEAD_OBJECT);
+}
+
+CallRecord record(Call call, const hidl_vec<uint8_t>& key_blob = {},
+                  const hidl_vec<KeyParameter>& params = {}) {
+    CallRecord made{};
+    made.call = call;
+    made.key_blob = key_blob;
+    made.params = params;
+    return made;
+}
+
+CallRecord operationRecord(Call call, uint64_t handle, const hidl_vec<KeyParameter>& params,
+                           const hidl_vec<uint8_t>& input) {
+    CallRecord made = record(call, {}, params);
+    made.handle = handle;
+    made.input = input;
+    return made;
+}
+
+// Where a forwarded call leaves what the inner keymaster answered; empty until then.
+using Slot = std::optional<Answer>;
+
+Answer& fill(Slot& slot, ErrorCode error) {
+    slot.emplace();
+    slot->error = error;
+    return *slot;
+}
+
+// The callback of the three calls that make a key.
+auto keyInto(Slot& slot) {
+    return [&slot](ErrorCode error, const hidl_vec<uint8_t>& blob,
+                   const KeyCharacteristics& characteristics) {
+        Answer& a = fill(slot, error);
+        a.output = blob;
+        a.characteristics = characteristics;
+    };
+}
+
+// Keeps the bytes that fit and fills up with zeros.
+void resizeWithZeros(hidl_vec<uint8_t>& bytes, size_t size) {
+    const size_t kept = std::min(bytes.size(), size);
+    bytes.resize(size);
+    std::fill(bytes.begin() + kept, bytes.end(), uint8_t{0});
+}
+
+}  // namespace
+
+const char* callName(Call call) {
+    return kCallNames[static_cast<size_t>(call)];
+}
+
+Fault Fault::error(ErrorCode code) {
+    return {Kind::kAnswerError, code, nullptr};
+}
+
+Fault Fault::transportBeforeCallback() {
+    return {Kind::kTransportBeforeCallback, ErrorCode::OK, nullptr};
+}
+
+Fault Fault::transportAfterCallback() {
+    return {Kind::kTransportAfterCallback, ErrorCode::OK, nullptr};
+}
+
+Fault Fault::noCallback() {
+    return {Kind::kNoCallback, ErrorCode::OK, nullptr};
+}
+
+Fault Fault::alter(std::function<void(Answer&)> change) {
+    return {Kind::kAlter, ErrorCode::OK, std::move(change)};
+}
+
+Fault Fault::nonceSize(size_t size) {
+    return alter([size](Answer& answer) {
+        std::vector<KeyParameter> params;
+        for (KeyParameter& param : answer.params) {
+            if (param.tag != Tag::NONCE) {
+                params.push_back(param);
+            } else if (size > 0) {
+                resizeWithZeros(param.blob, size);
+                params.push_back(param);
+            }
+        }
+        answer.params = params;
+    });
+}
+
+Fault Fault::outputSize(size_t size) {
+    return alter([size](Answer& answer) { resizeWithZeros(answer.output, size); });
+}
+
+FaultKeymaster::FaultKeymaster(Keymaster& inner)
+    : Keymaster(inner.descriptor(), inner.instanceName()), inner_(inner) {}
+
+void FaultKeymaster::plan(Call call, size_t nth, Fault fault) {
+    Plan& plan = plans_[call];
+    plan.nth.insert_or_assign(plan.count + nth, std::move(fault));
+}
+
+void FaultKeymaster::planEach(Call call, Fault fault) {
+    plans_[call].each = {std::move(fault)};
+}
+
+void FaultKeymaster::reset() {
+    plans_.clear();
+    calls_.clear();
+}
+
+std::vector<CallRecord> FaultKeymaster::calls(Call call) const {
+    std::vector<CallRecord> found;
+    std::copy_if(calls_.begin(), calls_.end(), std::back_inserter(found),
+                 [call](const CallRecord& made) { return made.call == call; });
+    return found;
+}
+
+const Fault* FaultKeymaster::enter(CallRecord made) {
+    Plan& plan = plans_[made.call];
+    calls_.push_back(std::move(made));
+    const auto found = plan.nth.find(++plan.count);
+    if (found != plan.nth.end()) {
+        return &found->second;
+    }
+    return plan.each.empty() ? nullptr : &plan.each.front();
+}
+
+// `forward` calls the inner keymaster with a callback that fills a slot; `reply` runs the caller's
+// callback with an answer. A failure of the inner transport is passed on unlooked at.
+template <typename Forward, typename Reply>
+Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply reply) {
+    const Fault* fault = enter(std::move(made));
+    if (fault != nullptr && fault->kind == Fault::Kind::kTransportBeforeCallback) {
+        return transportFailure();
+    }
+    if (fault != nullptr && fault->kind == Fault::Kind::kNoCallback) {
+        return Void();
+    }
+    Slot slot;
+    if (fault != nullptr && fault->kind == Fault::Kind::kAnswerError) {
+        reply(fill(slot, fault->code));
+        return Void();
+    }
+    Return<void> status = forward(slot);
+    if (slot.has_value()) {
+        if (fault != nullptr && fault->kind == Fault::Kind::kAlter) {
+            fault->change(*slot);
+        }
+        reply(*slot);
+    }
+    if (fault != nullptr && fault->kind == Fault::Kind::kTransportAfterCallback && status.isOk()) {
+        return transportFailure();
+    }
+    return status;
+}
+
+// For the calls that answer one code and have no callback: a failing transport hides the code.
+template <typename Forward>
+Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
+    const Fault* fault = enter(std::move(made));
+    if (fault == nullptr) {
+        return forward();
+    }
+    if (fault->kind == Fault::Kind::kAnswerError) {
+        return fault->code;
+    }
+    if (fault->kind == Fault::Kind::kTransportBeforeCallback) {
+        return transportFailure();
+    }
+    Return<ErrorCode> inner = forward();
+    if (fault->kind == Fault::Kind::kTransportAfterCallback && inner.isOk()) {
+        return transportFailure();
+    }
+    if (fault->kind == Fault::Kind::kAlter && inner.isOk()) {
+        Slot slot;
+        fault->change(fill(slot, inner));
+        return slot->error;
+    }
+    return inner;
+}
+
+// Hardware info, HMAC parameters and verification tokens have no place in Answer: an error leaves
+// them empty, and an alteration reaches the error code alone.
+
+Return<void> FaultKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
+    SecurityLevel level = SecurityLevel::SOFTWARE;
+    hidl_string name;
+    hidl_string author;
+    return answer(
+        record(Call::kGetHardwareInfo),
+        [&](Slot& slot) {
+            return inner_.getHardwareInfo(
+                [&](auto inner_level, auto& inner_name, auto& inner_author) {
+                    fill(slot, ErrorCode::OK);
+                    level = inner_level;
+                    name = inner_name;
+                    author = inner_author;
+                });
+        },
+        [&](const Answer&) { cb(level, name, author); });
+}
+
+Return<void> FaultKeymaster::getHmacSharingParameters(getHmacSharingParameters_cb cb) {
+    HmacSharingParameters params{};
+    return answer(
+        record(Call::kGetHmacSharingParameters),
+        [&](Slot& slot) {
+            return inner_.getHmacSharingParameters([&](auto error, auto& inner_params) {
+                fill(slot, error);
+                params = inner_params;
+            });
+        },
+        [&](const Answer& a) { cb(a.error, params); });
+}
+
+Return<void> FaultKeymaster::computeSharedHmac(const Vec<HmacSharingParameters>& params,
+                                               computeSharedHmac_cb cb) {
+    return answer(
+        record(Call::kComputeSharedHmac),
+        [&](Slot& slot) {
+            return inner_.computeSharedHmac(
+                params, [&](auto error, auto& check) { fill(slot, error).output = check; });
+        },
+        [&](const Answer& a) { cb(a.error, a.output); });
+}
+
+Return<void> FaultKeymaster::verifyAuthorization(uint64_t handle, const Vec<KeyParameter>& params,
+                                                 const HardwareAuthToken& auth_token,
+                                                 verifyAuthorization_cb cb) {
+    VerificationToken token{};
+    return answer(
+        operationRecord(Call::kVerifyAuthorization, handle, params, {}),
+        [&](Slot& slot) {
+            return inner_.verifyAuthorization(handle, params, auth_token,
+                                              [&](auto error, auto& inner_token) {
+                                                  fill(slot, error);
+                                                  token = inner_token;
+                                              });
+        },
+        [&](const Answer& a) { cb(a.error, token); });
+}
+
+Return<ErrorCode> FaultKeymaster::addRngEntropy(const Vec<uint8_t>& data) {
+    return answerCode(operationRecord(Call::kAddRngEntropy, 0, {}, data),
+                      [&] { return inner_.addRngEntropy(data); });
+}
+
+Return<void> FaultKeymaster::generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) {
+    return answer(
+        record(Call::kGenerateKey, {}, key_params),
+        [&](Slot& slot) { return inner_.generateKey(key_params, keyInto(slot)); },
+        [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
+}
+
+Return<void> FaultKeymaster::importKey(const Vec<KeyParameter>& key_params, KeyFormat format,
+                                       const Vec<uint8_t>& key_data, importKey_cb cb) {
+    return answer(
+        record(Call::kImportKey, {}, key_params),
+        [&](Slot& slot) { return inner_.importKey(key_params, format, key_data, keyInto(slot)); },
+        [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
+}
+
+Return<void> FaultKeymaster::importWrappedKey(const Vec<uint8_t>& wrapped_key_data,
+                                              const Vec<uint8_t>& wrapping_key_blob,
+                                              const Vec<uint8_t>& masking_key,
+                                              const Vec<KeyParameter>& unwrapping_params,
+                                              uint64_t password_sid, uint64_t biometric_sid,
+                                              importWrappedKey_cb cb) {
+    return answer(
+        record(Call::kImportWrappedKey, wrapping_key_blob, unwrapping_params),
+        [&](Slot& slot) {
+            return inner_.importWrappedKey(wrapped_key_data, wrapping_key_blob, masking_key,
+                                           unwrapping_params, password_sid, biometric_sid,
+                                           keyInto(slot));
+        },
+        [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
+}
+
+Return<void> FaultKeymaster::getKeyCharacteristics(const Vec<uint8_t>& key_blob,
+                                                   const Vec<uint8_t>& client_id,
+                                                   const Vec<uint8_t>& app_data,
+                                                   getKeyCharacteristics_cb cb) {
+    return answer(
+        record(Call::kGetKeyCharacteristics, key_blob),
+        [&](Slot& slot) {
+            return inner_.getKeyCharacteristics(
+                key_blob, client_id, app_data,
+                [&](auto error, auto& made) { fill(slot, error).characteristics = made; });
+        },
+        [&](const Answer& a) { cb(a.error, a.characteristics); });
+}
+
+Return<void> FaultKeymaster::exportKey(KeyFormat format, const Vec<uint8_t>& key_blob,
+                                       const Vec<uint8_t>& client_id, const Vec<uint8_t>& app_data,
+                                       exportKey_cb cb) {
+    return answer(
+        record(Call::kExportKey, key_blob),
+        [&](Slot& slot) {
+            return inner_.exportKey(
+                format, key_blob, client_id, app_data,
+                [&](auto error, auto& material) { fill(slot, error).output = material; });
+        },
+        [&](const Answer& a) { cb(a.error, a.output); });
+}
+
+Return<void> FaultKeymaster::attestKey(const Vec<uint8_t>& key_blob,
+                                       const Vec<KeyParameter>& attest_params, attestKey_cb cb) {
+    return answer(
+        record(Call::kAttestKey, key_blob, attest_params),
+        [&](Slot& slot) {
+            return inner_.attestKey(key_blob, attest_params, [&](auto error, auto& chain) {
+                fill(slot, error).chain = chain;
+            });
+        },
+        [&](const Answer& a) { cb(a.error, a.chain); });
+}
+
+Return<void> FaultKeymaster::upgradeKey(const Vec<uint8_t>& key_blob,
+                                        const Vec<KeyParameter>& upgrade_params, upgradeKey_cb cb) {
+    return answer(
+        record(Call::kUpgradeKey, key_blob, upgrade_params),
+        [&](Slot& slot) {
+            return inner_.upgradeKey(key_blob, upgrade_params, [&](auto error, auto& upgraded) {
+                fill(slot, error).output = upgraded;
+            });
+        },
+        [&](const Answer& a) { cb(a.error, a.output); });
+}
+
+Return<ErrorCode> FaultKeymaster::deleteKey(const Vec<uint8_t>& key_blob) {
+    return answerCode(record(Call::kDeleteKey, key_blob),
+                      [&] { return inner_.deleteKey(key_blob); });
+}
+
+Return<ErrorCode> FaultKeymaster::deleteAllKeys() {
+    return answerCode(record(Call::kDeleteAllKeys), [&] { return inner_.deleteAllKeys(); });
+}
+
+Return<ErrorCode> FaultKeymaster::destroyAttestationIds() {
+    return answerCode(record(Call::kDestroyAttestationIds),
+                      [&] { return inner_.destroyAttestationIds(); });
+}
+
+Return<void> FaultKeymaster::begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
+                                   const Vec<KeyParameter>& in_params,
+                                   const HardwareAuthToken& auth_token, begin_cb cb) {
+    CallRecord made = record(Call::kBegin, key_blob, in_params);
+    made.purpose = purpose;
+    return answer(
+        std::move(made),
+        [&](Slot& slot) {
+            return inner_.begin(purpose, key_blob, in_params, auth_token,
+                                [&](auto error, auto& out_params, auto handle) {
+                                    Answer& a = fill(slot, error);
+                                    a.params = out_params;
+                                    a.handle = handle;
+                                });
+        },
+        [&](const Answer& a) { cb(a.error, a.params, a.handle); });
+}
+
+Return<void> FaultKeymaster::update(uint64_t handle, const Vec<KeyParameter>& in_params,
+                                    const Vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+                                    const VerificationToken& verification_token, update_cb cb) {
+    return answer(
+        operationRecord(Call::kUpdate, handle, in_params, input),
+        [&](Slot& slot) {
+            return inner_.update(handle, in_params, input, auth_token, verification_token,
+                                 [&](auto error, auto consumed, auto& out_params, auto& output) {
+                                     Answer& a = fill(slot, error);
+                                     a.consumed = consumed;
+                                     a.params = out_params;
+                                     a.output = output;
+                                 });
+        },
+        [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
+}
+
+Return<void> FaultKeymaster::finish(uint64_t handle, const Vec<KeyParameter>& in_params,
+                                    const Vec<uint8_t>& input, const Vec<uint8_t>& signature,
+                                    const HardwareAuthToken& auth_token,
+                                    const VerificationToken& verification_token, finish_cb cb) {
+    return answer(
+        operationRecord(Call::kFinish, handle, in_params, input),
+        [&](Slot& slot) {
+            return inner_.finish(handle, in_params, input, signature, auth_token,
+                                 verification_token,
+                                 [&](auto error, auto& out_params, auto& output) {
+                                     Answer& a = fill(slot, error);
+                                     a.params = out_params;
+                                     a.output = output;
+                                 });
+        },
+        [&](const Answer& a) { cb(a.error, a.params, a.output); });
+}
+
+Return<ErrorCode> FaultKeymaster::abort(uint64_t handle) {
+    return answerCode(operationRecord(Call::kAbort, handle, {}, {}),
+                      [&] { return inner_.abort(handle); });
+}
+
+}  // namespace soft_keymaster

@@ -1,0 +1,36 @@
+// PROTECTS NOTHING: for development and tests only.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Keys, and the blobs that carry them outside.
+//
+// A blob, integers with the most significant byte first:
+//
+//     offset  size
+//          0     4  "SKM" and the format's version, 1
+//          4    12  nonce
+//         16     4  n, the length of the characteristics
+//         20     n  the characteristics (see encodeParams())
+//     20 + n     m  the key material, AES-256-GCM under a key that comes from the root key
+// 20 + n + m    16  tag, over all that stands before it
+
+#pragma once
+
+#include <cstdint>
+
+#include "common.h"
+#include "params.h"
+#include "root_key.h"
+
+namespace soft_keymaster {
+
+struct Key {
+    Params characteristics;
+    Bytes material;  // AES: the key itself; EC and RSA: the private key in DER
+};
+
+hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key);
+// INVALID_KEY_BLOB for anything that wrapKey() did not make under this root key.
+Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob);
+
+}  // namespace soft_keymaster

@@ -1,0 +1,154 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Lists of key parameters.
+
+#include "params.h"
+
+#include <algorithm>
+
+namespace soft_keymaster {
+
+namespace {
+
+constexpr uint32_t kTypeMask = 0xF0000000u;
+
+bool isBlob(TagType type) {
+    return type == TagType::BYTES || type == TagType::BIGNUM;
+}
+
+uint64_t valueOf(const KeyParameter& param) {
+    switch (typeOf(param.tag)) {
+        case TagType::ENUM:
+        case TagType::ENUM_REP:
+        case TagType::UINT:
+        case TagType::UINT_REP:
+            return param.f.integer;
+        case TagType::ULONG:
+        case TagType::ULONG_REP:
+            return param.f.longInteger;
+        case TagType::DATE:
+            return param.f.dateTime;
+        case TagType::BOOL:
+            return param.f.boolValue ? 1 : 0;
+        default:
+            throw KeymasterError{ErrorCode::UNSUPPORTED_TAG};
+    }
+}
+
+void setValue(KeyParameter& param, uint64_t value) {
+    if (typeOf(param.tag) == TagType::BOOL) {
+        param.f.boolValue = value != 0;
+    } else {
+        // Sets the 32-bit members too: host and device are both little-endian.
+        param.f.longInteger = value;
+    }
+}
+
+// Takes integers and bytes off the front of a buffer.
+class Reader {
+  public:
+    Reader(const uint8_t* data, size_t size) : data_(data), left_(size) {}
+
+    bool done() const { return left_ == 0; }
+
+    const uint8_t* bytes(size_t size) {
+        require(size <= left_, ErrorCode::INVALID_KEY_BLOB);
+        const uint8_t* start = data_;
+        data_ += size;
+        left_ -= size;
+        return start;
+    }
+
+    uint64_t integer(size_t size) {
+        const uint8_t* start = bytes(size);
+        uint64_t value = 0;
+        for (size_t i = 0; i < size; ++i) {
+            value = value << 8 | start[i];
+        }
+        return value;
+    }
+
+  private:
+    const uint8_t* data_;
+    size_t left_;
+};
+
+}  // namespace
+
+TagType typeOf(Tag tag) {
+    return static_cast<TagType>(static_cast<uint32_t>(tag) & kTypeMask);
+}
+
+const KeyParameter* findParam(const Params& params, Tag tag) {
+    const auto found = std::find_if(params.begin(), params.end(),
+                                    [tag](const KeyParameter& param) { return param.tag == tag; });
+    return found == params.end() ? nullptr : &*found;
+}
+
+std::optional<uint32_t> findInteger(const Params& params, Tag tag) {
+    const KeyParameter* param = findParam(params, tag);
+    if (param == nullptr) {
+        return std::nullopt;
+    }
+    return param->f.integer;
+}
+
+bool hasInteger(const Params& params, Tag tag, uint32_t value) {
+    return std::any_of(params.begin(), params.end(), [=](const KeyParameter& param) {
+        return param.tag == tag && param.f.integer == value;
+    });
+}
+
+KeyParameter integerParam(Tag tag, uint32_t value) {
+    KeyParameter param{};
+    param.tag = tag;
+    param.f.longInteger = value;
+    return param;
+}
+
+KeyParameter blobParam(Tag tag, const uint8_t* data, size_t size) {
+    KeyParameter param{};
+    param.tag = tag;
+    param.blob = hidl_vec<uint8_t>(data, data + size);
+    return param;
+}
+
+void appendBigEndian(Bytes& out, uint64_t value, size_t size) {
+    for (size_t i = size; i-- > 0;) {
+        out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    }
+}
+
+Bytes encodeParams(const Params& params) {
+    Bytes out;
+    for (const KeyParameter& param : params) {
+        appendBigEndian(out, static_cast<uint32_t>(param.tag), 4);
+        if (isBlob(typeOf(param.tag))) {
+            appendBigEndian(out, param.blob.size(), 4);
+            out.insert(out.end(), param.blob.begin(), param.blob.end());
+        } else {
+            appendBigEndian(out, valueOf(param), 8);
+        }
+    }
+    return out;
+}
+
+Params decodeParams(const uint8_t* data, size_t size) {
+    std::vector<KeyParameter> params;
+    for (Reader reader(data, size); !reader.done();) {
+        KeyParameter param{};
+        param.tag = static_cast<Tag>(reader.integer(4));
+        if (isBlob(typeOf(param.tag))) {
+            const size_t length = reader.integer(4);
+            const uint8_t* start = reader.bytes(length);
+            param.blob = hidl_vec<uint8_t>(start, start + length);
+        } else {
+            setValue(param, reader.integer(8));
+        }
+        params.push_back(std::move(param));
+    }
+    return params;
+}
+
+}  // namespace soft_keymaster

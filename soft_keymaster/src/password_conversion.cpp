@@ -1,0 +1,90 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The password conversion.
+//
+// Only the material and a tag of 16 bytes come back, so no random nonce could be stored. The tag is
+// therefore a synthetic nonce: an HMAC of the material, and also where the CTR key stream starts.
+// Equal inputs convert equally; that, and nothing else, shows.
+
+#include "password_conversion.h"
+
+#include <openssl/crypto.h>
+#include <openssl/hmac.h>
+
+#include <algorithm>
+#include <array>
+
+namespace soft_keymaster {
+
+namespace {
+
+constexpr size_t kTagSize = 16;
+constexpr size_t kRotSize = 16;
+constexpr size_t kMacKeySize = 32;
+constexpr size_t kCipherKeySize = 32;
+
+using SyntheticTag = std::array<uint8_t, kTagSize>;
+
+const hidl_vec<uint8_t>& requireBlob(const Params& params, Tag tag) {
+    const KeyParameter* param = findParam(params, tag);
+    require(param != nullptr && param->blob.size() > 0, ErrorCode::INVALID_ARGUMENT);
+    return param->blob;
+}
+
+SyntheticTag macOf(const Bytes& keys, const Bytes& material) {
+    std::array<uint8_t, EVP_MAX_MD_SIZE> mac;
+    unsigned int size = 0;
+    requireSsl(HMAC(EVP_sha256(), keys.data(), kMacKeySize, material.data(), material.size(),
+                    mac.data(), &size) != nullptr);
+    SyntheticTag tag;
+    std::copy_n(mac.begin(), tag.size(), tag.begin());
+    return tag;
+}
+
+// CTR undoes itself.
+Bytes applyKeyStream(const Bytes& keys, const SyntheticTag& start, const uint8_t* in, size_t size) {
+    require(size <= INT32_MAX, ErrorCode::INVALID_INPUT_LENGTH);
+    const CipherContextPtr context(EVP_CIPHER_CTX_new());
+    Bytes out(size);
+    int written = 0;
+    requireSsl(context != nullptr &&
+               EVP_EncryptInit_ex(context.get(), EVP_aes_256_ctr(), nullptr,
+                                  keys.data() + kMacKeySize, start.data()) == 1 &&
+               EVP_EncryptUpdate(context.get(), out.data(), &written, in, static_cast<int>(size)) ==
+                   1);
+    return out;
+}
+
+}  // namespace
+
+Params convertPassword(const RootKey& root_key, KeyPurpose purpose, const Params& params) {
+    Bytes inputs;
+    for (const Tag tag : {kTagPasswordIn1, kTagPasswordIn2, kTagPasswordIn3, kTagPasswordIn4}) {
+        const hidl_vec<uint8_t>& blob = requireBlob(params, tag);
+        appendBigEndian(inputs, blob.size(), 4);
+        inputs.insert(inputs.end(), blob.begin(), blob.end());
+    }
+    const Bytes keys = root_key.derive("password conversion", inputs, kMacKeySize + kCipherKeySize);
+    const Bytes rot = root_key.derive("root of trust", {}, kRotSize);
+    const KeyParameter rot_param = blobParam(kTagPasswordRot, rot.data(), rot.size());
+
+    if (purpose == kPurposePasswordEncrypt) {
+        const Bytes material = requireBlob(params, kTagPasswordEncryptedKey);
+        const SyntheticTag tag = macOf(keys, material);
+        const Bytes converted = applyKeyStream(keys, tag, material.data(), material.size());
+        return {blobParam(kTagPasswordKey, converted.data(), converted.size()),
+                blobParam(kTagPasswordTag, tag.data(), tag.size()), rot_param};
+    }
+    const hidl_vec<uint8_t>& converted = requireBlob(params, kTagPasswordKey);
+    const hidl_vec<uint8_t>& given = requireBlob(params, kTagPasswordTag);
+    SyntheticTag tag;
+    require(given.size() == tag.size(), ErrorCode::INVALID_ARGUMENT);
+    std::copy(given.begin(), given.end(), tag.begin());
+    const Bytes material = applyKeyStream(keys, tag, converted.data(), converted.size());
+    require(CRYPTO_memcmp(macOf(keys, material).data(), tag.data(), tag.size()) == 0,
+            ErrorCode::VERIFICATION_FAILED);
+    return {blobParam(kTagPasswordEncryptedKey, material.data(), material.size()), rot_param};
+}
+
+}  // namespace soft_keymaster

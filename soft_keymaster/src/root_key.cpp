@@ -1,0 +1,140 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Secrets kept in files, and the root key.
+
+#include "root_key.h"
+
+#include <fcntl.h>
+#include <openssl/rand.h>
+#include <openssl/sha.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#ifdef OPENSSL_IS_BORINGSSL
+#include <openssl/hkdf.h>
+#else
+#include <openssl/kdf.h>
+#endif
+
+namespace soft_keymaster {
+
+namespace {
+
+constexpr size_t kMaxFileSize = 64 * 1024;
+
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+void requireFile(bool condition) {
+    require(condition, ErrorCode::KEYMASTER_NOT_CONFIGURED);
+}
+
+// Nothing when there is no such file.
+std::optional<Bytes> readFile(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0 && errno == ENOENT) {
+        return std::nullopt;
+    }
+    requireFile(file.get() >= 0);
+    Bytes content;
+    uint8_t buffer[4096];
+    for (;;) {
+        const ssize_t count = read(file.get(), buffer, sizeof(buffer));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        requireFile(count >= 0 && content.size() <= kMaxFileSize);
+        if (count == 0) {
+            return content;
+        }
+        content.insert(content.end(), buffer, buffer + count);
+    }
+}
+
+void writeAll(int fd, const Bytes& content) {
+    for (size_t done = 0; done < content.size();) {
+        const ssize_t count = write(fd, content.data() + done, content.size() - done);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        requireFile(count > 0);
+        done += static_cast<size_t>(count);
+    }
+    requireFile(fsync(fd) == 0);
+}
+
+// Makes the file whole or not at all. A link, unlike a rename, never replaces the file of another
+// process that came first.
+void createFile(const std::string& path, const Bytes& content) {
+    std::string temporary = path + ".XXXXXX";
+    const Descriptor file(mkstemp(temporary.data()));  // exclusive, mode 0600
+    requireFile(file.get() >= 0);
+    struct Remover {
+        const std::string& path;
+        ~Remover() { unlink(path.c_str()); }
+    } const remover{temporary};
+    writeAll(file.get(), content);
+    requireFile(link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);
+}
+
+}  // namespace
+
+Bytes loadOrCreateFile(const std::string& path, const std::function<Bytes()>& make) {
+    std::optional<Bytes> content = readFile(path);
+    if (!content) {
+        createFile(path, make());
+        content = readFile(path);
+    }
+    requireFile(content.has_value());
+    return *std::move(content);
+}
+
+RootKey::RootKey(const std::string& path)
+    : key_(loadOrCreateFile(path, [] {
+          Bytes key(kSize);
+          requireSsl(RAND_bytes(key.data(), static_cast<int>(key.size())) == 1);
+          return key;
+      })) {
+    requireFile(key_.size() == kSize);
+}
+
+Bytes RootKey::derive(const char* label, const Bytes& context, size_t size) const {
+    Bytes info(label, label + strlen(label) + 1);  // the label's end is part of it
+    const size_t label_size = info.size();
+    info.resize(label_size + SHA256_DIGEST_LENGTH);  // OpenSSL takes an info of 2 KiB at most
+    requireSsl(SHA256(context.data(), context.size(), info.data() + label_size) != nullptr);
+    Bytes derived(size);
+#ifdef OPENSSL_IS_BORINGSSL
+    requireSsl(HKDF(derived.data(), size, EVP_sha256(), key_.data(), key_.size(), nullptr, 0,
+                    info.data(), info.size()) == 1);
+#else
+    const PkeyContextPtr context_ptr(EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr));
+    EVP_PKEY_CTX* const hkdf = context_ptr.get();
+    requireSsl(hkdf != nullptr && EVP_PKEY_derive_init(hkdf) == 1 &&
+               EVP_PKEY_CTX_set_hkdf_md(hkdf, EVP_sha256()) == 1 &&
+               EVP_PKEY_CTX_set1_hkdf_key(hkdf, key_.data(), static_cast<int>(key_.size())) == 1 &&
+               EVP_PKEY_CTX_add1_hkdf_info(hkdf, info.data(), static_cast<int>(info.size())) == 1 &&
+               EVP_PKEY_derive(hkdf, derived.data(), &size) == 1);
+#endif
+    return derived;
+}
+
+}  // namespace soft_keymaster

@@ -1,0 +1,38 @@
+// PROTECTS NOTHING: for development and tests only.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Secrets kept in files, and the root key, from which every other symmetric key comes.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "common.h"
+
+namespace soft_keymaster {
+
+// The content of the file `path`. A missing file is made first, with mode 0600 and what `make`
+// gives; when several processes do so at once, one of them wins and all of them get its content.
+// KEYMASTER_NOT_CONFIGURED when the file can be neither read nor made.
+Bytes loadOrCreateFile(const std::string& path, const std::function<Bytes()>& make);
+
+class RootKey {
+  public:
+    static constexpr size_t kSize = 32;
+
+    // Loads the key, or makes one. KEYMASTER_NOT_CONFIGURED also for a file of another size.
+    explicit RootKey(const std::string& path);
+
+    // HKDF-SHA256 of the root key: `size` bytes for one use, named by `label`, and for its
+    // `context`, of any length.
+    Bytes derive(const char* label, const Bytes& context, size_t size) const;
+
+  private:
+    Bytes key_;
+};
+
+}  // namespace soft_keymaster
