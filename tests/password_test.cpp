@@ -1,0 +1,216 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The password conversion: the one call that it makes, what it takes out of the answer, and what it
+// leaves alone on a failure.
+
+#include "fake_keymaster.h"
+#include "operation_peer.h"
+
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::keymaster::V4_0::KeyParameter;
+using android::hardware::keymaster::V4_0::Tag;
+using test::Answer;
+using test::bytes;
+using test::Bytes;
+using test::bytesParameter;
+using test::delivered;
+using test::Delivery;
+using test::kDead;
+using Lines = std::vector<std::string>;
+
+constexpr PW_ENCRYPT_TYPE kToKey = PW_ENCRYPT_TYPE_TO_KEY;
+constexpr PW_ENCRYPT_TYPE kToEncryptedKey = PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY;
+const std::string kZeros(16, '\0');
+
+std::string text(const hidl_vec<uint8_t>& bytes) {
+    return std::string(bytes.begin(), bytes.end());
+}
+
+class Password : public test::InTempDir {
+  protected:
+    int convert(PW_ENCRYPT_TYPE type) {
+        return object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
+                                                rot, type);
+    }
+    void start(const std::vector<KeyParameter>& out_params, int error = 0) {
+        Answer answer = test::refused(error);
+        answer.params = out_params;
+        km.answers["begin"] = {answer};
+        km.calls.clear();
+        converted = bytes("before");
+        tag = bytes("tag before");
+        rot = bytes("rot before");
+        test::clearLog();
+    }
+
+    test::FakeKeymaster km;
+    const test::ObjectPtr object = test::makeObject(&km, false);
+    const hidl_vec<uint8_t> in[5] = {bytes("one"), bytes("two"), bytes("material"), bytes("three"),
+                                     bytes("four")};
+    hidl_vec<uint8_t> converted;
+    hidl_vec<uint8_t> tag;
+    hidl_vec<uint8_t> rot;
+};
+
+TEST_F(Password, SendsCopiesInOrderAndNoKey) {
+    const struct {
+        PW_ENCRYPT_TYPE type;
+        uint32_t purpose;
+        Lines params;
+    } cases[] = {
+        {kToKey,
+         101,
+         {"90000907=one", "90000908=two", "90000909=three", "9000090a=four", "9000090b=material"}},
+        {kToEncryptedKey,
+         102,
+         {"90000907=one", "90000908=two", "90000909=three", "9000090a=four", "9000090c=material",
+          "9000090d=tag before"}},
+    };
+    for (const auto& c : cases) {
+        start({}, -2);
+        EXPECT_EQ(-2, convert(c.type));
+        ASSERT_EQ((Lines{"begin"}), km.names());
+        EXPECT_EQ(c.purpose, km.calls[0].purpose);
+        EXPECT_EQ(c.params, km.calls[0].params);
+        EXPECT_EQ(Bytes(), km.calls[0].blob);
+        EXPECT_TRUE(km.calls[0].rest_empty);
+        for (const uint8_t* sent : km.calls[0].param_data) {
+            for (const hidl_vec<uint8_t>& bytes : in) {
+                EXPECT_NE(bytes.data(), sent);
+            }
+            EXPECT_NE(tag.data(), sent);
+        }
+    }
+}
+
+TEST_F(Password, EachAnswer) {
+    const auto sized = [](Tag which, size_t size) {
+        return bytesParameter(which, Bytes(size, 'x'));
+    };
+    const KeyParameter rot16 = bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"));
+    const KeyParameter rot15 = sized(PWHW_TAG_ROT, 15);
+    const KeyParameter rot17 = sized(PWHW_TAG_ROT, 17);
+    const KeyParameter tag16 = bytesParameter(PWHW_TAG_TAG, bytes("tagtagtagtagtag!"));
+    const KeyParameter tag15 = sized(PWHW_TAG_TAG, 15);
+    const KeyParameter tag17 = sized(PWHW_TAG_TAG, 17);
+    const KeyParameter key = bytesParameter(PWHW_TAG_KEY, bytes("key"));
+    const KeyParameter key0 = sized(PWHW_TAG_KEY, 0);
+    const KeyParameter encrypted = bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"));
+    const std::string no_rot = "W object: invalid rot just set 0";
+    const std::string no_tag = "E object: invalid tag";
+    const std::string no_key = "E object: no key";
+    const std::string no_encrypted = "E object: no encrypted key";
+    const std::string old = "before";
+    const std::string old_tag = "tag before";
+    const std::string new_tag = "tagtagtagtagtag!";
+    const std::string new_rot = "rotrotrotrotrot!";
+    const PW_ENCRYPT_TYPE to_encrypted = kToEncryptedKey;
+    const struct {
+        PW_ENCRYPT_TYPE type;
+        int error;
+        std::vector<KeyParameter> params;
+        int result;
+        Lines log;
+        std::string converted, tag, rot;
+    } cases[] = {
+        // clang-format off
+        {kToKey, 0, {rot16, tag16, key}, 0, {}, "key", new_tag, new_rot},
+        {kToKey, 0, {key, encrypted, tag16, rot16}, 0, {}, "key", new_tag, new_rot},
+        {kToKey, 0, {tag16, key0}, 0, {no_rot}, "", new_tag, kZeros},
+        {kToKey, 0, {tag16, rot16}, -40, {no_key}, old, new_tag, new_rot},
+        {kToKey, 0, {key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
+        {kToKey, 0, {}, -40, {no_rot, no_tag}, old, old_tag, kZeros},
+        {kToKey, 0, {tag15, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
+        {kToKey, 0, {tag17, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
+        // The first of two counts, even when the second would do.
+        {kToKey, 0, {tag15, tag16, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
+        {kToKey, 0, {rot17, rot16, tag16, key, key0}, 0, {no_rot}, "key", new_tag, kZeros},
+        {kToKey, -28, {rot16, tag16, key}, -28, {}, old, old_tag, new_rot},
+        {kToKey, -28, {rot15, tag16, key}, -28, {no_rot}, old, old_tag, kZeros},
+        {to_encrypted, 0, {encrypted, tag16, rot16, key}, 0, {}, "encrypted", old_tag, new_rot},
+        {to_encrypted, 0, {key, tag16, rot16}, -40, {no_encrypted}, old, old_tag, new_rot},
+        {to_encrypted, -30, {encrypted}, -30, {no_rot}, old, old_tag, kZeros},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        start(c.params, c.error);
+        EXPECT_EQ(c.result, convert(c.type));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.converted, text(converted));
+        EXPECT_EQ(c.tag, text(tag));
+        EXPECT_EQ(c.rot, text(rot));
+
+        // The short form differs in the rot value only.
+        start(c.params, c.error);
+        EXPECT_EQ(c.result, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3],
+                                                             in[4], tag, c.type));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(c.converted, text(converted));
+        EXPECT_EQ(c.tag, text(tag));
+    }
+}
+
+TEST_F(Password, LostCallsCountAsUnknownErrorWhateverWasAnswered) {
+    const std::string lost = "E object: error in begin hidl call : -1000";
+    start({}, -28);
+    km.answers["begin"][0].delivery = Delivery::kLostAfter;
+    EXPECT_EQ(-1000, convert(kToEncryptedKey));
+    EXPECT_EQ((Lines{"W object: invalid rot just set 0", kDead, lost}), test::log());
+    EXPECT_EQ(kZeros, text(rot));
+
+    start({});
+    km.answers["begin"][0].delivery = Delivery::kLostBefore;
+    EXPECT_EQ(-1000, convert(kToKey));
+    EXPECT_EQ((Lines{kDead, lost}), test::log());
+    EXPECT_EQ("rot before", text(rot));
+
+    start({});
+    km.answers["begin"][0].delivery = Delivery::kNoCallback;
+    EXPECT_EQ(-1000, convert(kToKey));
+    EXPECT_EQ(Lines(), test::log());
+}
+
+TEST_F(Password, ChecksHandleThenInputsThenType) {
+    const hidl_vec<uint8_t> empty;
+    // Volatile, so that no optimisation knows the number.
+    volatile int number = 2;
+    const auto type = static_cast<PW_ENCRYPT_TYPE>(static_cast<int32_t>(number));
+    const auto with = [&](ZelKeymasterOperation& o, size_t left_empty, PW_ENCRYPT_TYPE t) {
+        const hidl_vec<uint8_t>* use[5];
+        for (size_t i = 0; i < 5; ++i) {
+            use[i] = i == left_empty ? &empty : &in[i];
+        }
+        return o.encryptWithPasswordHWKey(*use[0], *use[1], *use[2], converted, *use[3], *use[4],
+                                          tag, rot, t);
+    };
+    const test::ObjectPtr alone = test::makeObject(nullptr, false);
+    start({});
+    EXPECT_EQ(-32, with(*alone, 0, type));
+    EXPECT_EQ((Lines{"E object: encryptWithPasswordHWKey: invalid keymaster dev pointer"}),
+              test::log());
+
+    start({});
+    for (size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(-38, with(*object, i, type)) << i;
+    }
+    tag = empty;
+    EXPECT_EQ(-38, with(*object, 5, kToEncryptedKey));
+    EXPECT_EQ(Lines(), test::log());
+    EXPECT_EQ(-2, with(*object, 5, type));
+    number = -1;
+    EXPECT_EQ(-2, convert(static_cast<PW_ENCRYPT_TYPE>(static_cast<int32_t>(number))));
+    EXPECT_EQ((Lines{"E object: not supported mode : 2", "E object: not supported mode : -1"}),
+              test::log());
+    EXPECT_EQ(Lines(), km.names());
+    EXPECT_EQ("rot before", text(rot));
+
+    start({}, -100);
+    tag = empty;
+    EXPECT_EQ(-100, convert(kToKey));  // there the tag is an output only
+}
+
+}  // namespace
