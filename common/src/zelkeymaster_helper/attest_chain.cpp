@@ -12,10 +12,11 @@ namespace {
 
 constexpr size_t kMinChainLen = 3;
 
-// Bytes after the certificate are ignored.
+// Bytes after the certificate are ignored. An empty element is libcrypto's to refuse, with a
+// reason.
 X509Ptr parseCertificate(const android::hardware::hidl_vec<uint8_t>& der) {
     const unsigned char* at = der.data();
-    return X509Ptr(at != nullptr ? d2i_X509(nullptr, &at, static_cast<long>(der.size())) : nullptr);
+    return X509Ptr(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
 }
 
 ChainOutcome failed(ChainFailure failure) {
