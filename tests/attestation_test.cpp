@@ -1,0 +1,325 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Signing requests, and attestation chains made here: each bad chain differs from a good one in one
+// respect, and none depends on today's date.
+
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "fake_keymaster.h"
+#include "openssl_handles.h"
+#include "operation_peer.h"
+
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::keymaster::V4_0::KeyParameter;
+using android::hardware::keymaster::V4_0::Tag;
+using test::Answer;
+using test::bytes;
+using test::Bytes;
+using test::Delivery;
+using Lines = std::vector<std::string>;
+using Chain = hidl_vec<hidl_vec<uint8_t>>;
+
+// ---- Signing requests ---------------------------------------------------------------------------
+
+class SigningRequest : public test::InTempDir {
+  protected:
+    test::FakeKeymaster km;
+    const test::ObjectPtr object = test::makeObject(&km, false);
+    const hidl_vec<uint8_t> key = bytes("key");
+    hidl_vec<uint8_t> csr = bytes("before");
+};
+
+TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
+    const KeyParameter challenge =
+        test::bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
+    KeyParameter asked = {};  // with the value false
+    asked.tag = TAG_GENERATE_CSR;
+    const struct {
+        std::vector<KeyParameter> params;
+        Lines sent;
+    } cases[] = {
+        {{}, {"70000899=true"}},
+        {{challenge}, {"900002c4=challenge", "70000899=true"}},
+        {{asked, challenge}, {"70000899=false", "900002c4=challenge"}},
+    };
+    for (const auto& c : cases) {
+        km.calls.clear();
+        km.answers["attestKey"] = {Answer()};
+        const hidl_vec<KeyParameter> params = c.params;
+        const Lines before = test::described(params);
+        EXPECT_EQ(0, object->generateCSR(key, params, csr));
+        ASSERT_EQ((Lines{"attestKey"}), km.names());
+        EXPECT_EQ(bytes("key"), km.calls[0].blob);
+        EXPECT_EQ(c.sent, km.calls[0].params);
+        EXPECT_EQ(before, test::described(params));
+    }
+}
+
+TEST_F(SigningRequest, EachAnswer) {
+    const std::string start = "D object: GenerateCSR start";
+    const std::string lost = "E object: GenerateCSR: IZelkeymasterDevice void error";
+    const struct {
+        Delivery delivery;
+        int error;
+        std::vector<Bytes> chain;
+        int result;
+        Lines log;
+        std::string csr;
+    } cases[] = {
+        {Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
+        {Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
+        {Delivery::kWhole, 0, {}, 0, {start}, "before"},
+        {Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
+        {Delivery::kWhole, -33, {bytes("request")}, -33, {start}, "before"},
+        {Delivery::kNoCallback, 0, {}, -1000, {start}, "before"},
+        {Delivery::kLostBefore, 0, {}, -1000, {start, lost}, "before"},
+        {Delivery::kLostAfter, -33, {}, -1000, {start, lost}, "before"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        km.answers["attestKey"] = {{c.delivery, c.error, {}, {}, 0, 0, c.chain}};
+        csr = bytes("before");
+        test::clearLog();
+        EXPECT_EQ(c.result, object->generateCSR(key, {}, csr));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(bytes(c.csr), Bytes(csr));
+    }
+    const test::ObjectPtr alone = test::makeObject(nullptr, false);
+    test::clearLog();
+    EXPECT_EQ(-32, alone->generateCSR(key, {}, csr));
+    EXPECT_EQ((Lines{"E object: AttestKey: invalid IZelkeymasterDevice pointer"}), test::log());
+}
+
+// ---- Chains -------------------------------------------------------------------------------------
+
+constexpr char kPast[] = "000101000000Z";  // 2000
+constexpr char kLongPast[] = "990101000000Z";
+constexpr char kFuture[] = "99991231235959Z";
+constexpr char kNearFuture[] = "99981231235959Z";
+
+zelkm::EvpPkeyPtr makeKey(int type) {
+    EVP_PKEY* key = nullptr;
+    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_id(type, nullptr);
+    EVP_PKEY_keygen_init(context);
+    if (type == EVP_PKEY_EC) {
+        EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context, NID_X9_62_prime256v1);
+    } else {
+        EVP_PKEY_CTX_set_rsa_keygen_bits(context, 2048);
+    }
+    EVP_PKEY_keygen(context, &key);
+    EVP_PKEY_CTX_free(context);
+    return zelkm::EvpPkeyPtr(key);
+}
+
+// Keys are made once: 0 to 10 on P-256, 20 and 21 RSA.
+EVP_PKEY* keyOf(int number) {
+    static std::map<int, zelkm::EvpPkeyPtr> keys;
+    zelkm::EvpPkeyPtr& key = keys[number];
+    if (key == nullptr) {
+        key = makeKey(number < 20 ? EVP_PKEY_EC : EVP_PKEY_RSA);
+    }
+    return key.get();
+}
+
+struct Certificate {
+    std::string subject, issuer;
+    int key, signer;
+    const char* from = kPast;
+    const char* to = kFuture;
+
+    hidl_vec<uint8_t> der() const {
+        const zelkm::X509Ptr made(X509_new());
+        X509* const x = made.get();
+        const auto setName = [](X509_NAME* name, const std::string& text) {
+            X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                                       reinterpret_cast<const unsigned char*>(text.c_str()), -1, -1,
+                                       0);
+        };
+        X509_set_version(x, 2);
+        ASN1_INTEGER_set(X509_get_serialNumber(x), key + 1);
+        setName(X509_get_subject_name(x), subject);
+        setName(X509_get_issuer_name(x), issuer);
+        ASN1_TIME_set_string(X509_getm_notBefore(x), from);
+        ASN1_TIME_set_string(X509_getm_notAfter(x), to);
+        X509_set_pubkey(x, keyOf(key));
+        BASIC_CONSTRAINTS* constraints = BASIC_CONSTRAINTS_new();
+        constraints->ca = 0xFF;
+        X509_add1_ext_i2d(x, NID_basic_constraints, constraints, 1, 0);
+        BASIC_CONSTRAINTS_free(constraints);
+        EXPECT_NE(0, X509_sign(x, keyOf(signer), EVP_sha256()));
+        unsigned char* encoded = nullptr;
+        const int len = i2d_X509(x, &encoded);
+        EXPECT_GT(len, 0);
+        const hidl_vec<uint8_t> result(encoded, encoded + len);
+        OPENSSL_free(encoded);
+        return result;
+    }
+};
+
+// A good chain, leaf first: each is signed by the next one, the last by itself.
+std::vector<Certificate> certificates(int count, int first_key = 0) {
+    std::vector<Certificate> result;
+    for (int i = 0; i < count; ++i) {
+        const int next = std::min(i + 1, count - 1);
+        result.push_back(
+            {"c" + std::to_string(i), "c" + std::to_string(next), first_key + i, first_key + next});
+    }
+    return result;
+}
+
+Chain encoded(const std::vector<Certificate>& certificates) {
+    std::vector<hidl_vec<uint8_t>> result;
+    for (const Certificate& certificate : certificates) {
+        result.push_back(certificate.der());
+    }
+    return result;
+}
+
+// The same behind a separate first certificate, which the path's leaf signed.
+std::vector<Certificate> withFirst(std::vector<Certificate> path) {
+    path.insert(path.begin(), {"first", "whoever", 10, path[0].key, kPast, kLongPast});
+    return path;
+}
+
+// Takes the lines of libcrypto's error queue out of the log, and counts them.
+Lines withoutQueue(const Lines& lines, int* count) {
+    Lines rest;
+    *count = 0;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i] != "E object: print_openssl_error_cb") {
+            rest.push_back(lines[i]);
+            continue;
+        }
+        ++*count;
+        // "text(its length, the context)"
+        const std::string text = ++i < lines.size() ? lines[i].substr(10) : "";
+        const size_t end = text.rfind(", (nil))");
+        const size_t open = text.rfind('(', end - 1);
+        EXPECT_NE(std::string::npos, end);
+        EXPECT_EQ(std::to_string(open), text.substr(open + 1, end - open - 1)) << text;
+    }
+    return rest;
+}
+
+void expectRefused(const Chain& chain, bool chain_only, const Lines& log, bool queue_printed) {
+    ERR_clear_error();
+    test::clearLog();
+    EXPECT_EQ(-30, ZelKeymasterOperation::validateAttestChain(chain, chain_only));
+    int queue = 0;
+    EXPECT_EQ(log, withoutQueue(test::log(), &queue));
+    EXPECT_EQ(queue_printed, queue > 0);
+    EXPECT_EQ(0u, ERR_peek_error());
+}
+
+void expectAccepted(const Chain& chain, bool chain_only) {
+    test::clearLog();
+    EXPECT_EQ(0, ZelKeymasterOperation::validateAttestChain(chain, chain_only));
+    EXPECT_EQ(Lines(), test::log());
+}
+
+TEST(AttestationChain, AcceptsAnySelfConsistentChain) {
+    expectAccepted(encoded(certificates(3)), true);
+    expectAccepted(encoded(certificates(10)), true);
+    std::vector<Certificate> rsa = certificates(3);
+    rsa[0].signer = rsa[1].key = rsa[1].signer = rsa[2].key = rsa[2].signer = 20;
+    expectAccepted(encoded(rsa), true);
+
+    Chain trailing = encoded(certificates(3));
+    for (hidl_vec<uint8_t>& element : trailing) {
+        element.resize(element.size() + 1);
+    }
+    expectAccepted(trailing, true);
+}
+
+TEST(AttestationChain, AcceptsCertificatesOutsideTheirValidity) {
+    for (size_t position = 0; position < 4; ++position) {
+        std::vector<Certificate> expired = certificates(3);
+        std::vector<Certificate> early = expired;
+        for (size_t i = 0; i < 3; ++i) {
+            if (position == i || position == 3) {  // at last all of them
+                expired[i].from = kLongPast;
+                expired[i].to = kPast;
+                early[i].from = kNearFuture;
+            }
+        }
+        expectAccepted(encoded(expired), true);
+        expectAccepted(encoded(early), true);
+    }
+}
+
+TEST(AttestationChain, RefusesPathsThatDoNotVerify) {
+    const auto refused = [](const std::function<void(std::vector<Certificate>&)>& change, int error,
+                            bool queue_printed) {
+        std::vector<Certificate> path = certificates(4);
+        change(path);
+        const Lines log = {"E object: X509_verify_cert fail 0, " + std::to_string(error),
+                           "E object: verify_cert_chain fail"};
+        expectRefused(encoded(path), true, log, queue_printed);
+        path = withFirst(path);
+        expectRefused(encoded(path), false, log, queue_printed);
+    };
+    refused([](auto& path) { path[0].signer = 3; }, X509_V_ERR_CERT_SIGNATURE_FAILURE, true);
+    refused([](auto& path) { path[1].signer = 3; }, X509_V_ERR_CERT_SIGNATURE_FAILURE, true);
+    refused([](auto& path) { path[2].issuer = "stranger"; },
+            X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, false);
+    refused([](auto& path) { path[3].issuer = "stranger", path[3].signer = 9; },
+            X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, false);
+}
+
+TEST(AttestationChain, RefusesShortChainsInBothModes) {
+    const std::vector<Certificate> path = certificates(2);
+    const Lines log = {"E object: Invalid attestion chain length"};
+    for (const bool chain_only : {true, false}) {
+        expectRefused(encoded(path), chain_only, log, false);
+        expectRefused({encoded(path)[1]}, chain_only, log, false);
+        expectRefused({}, chain_only, log, false);
+    }
+    expectRefused(encoded(withFirst({path[1]})), false, log, false);
+}
+
+TEST(AttestationChain, RefusesWhatIsNotACertificate) {
+    const Chain path = encoded(certificates(3));
+    const Chain separate = encoded(withFirst(certificates(3)));
+    const std::function<void(hidl_vec<uint8_t>&)> damages[] = {
+        [](auto& der) { der = bytes("garbage"); },
+        [](auto& der) { der.resize(der.size() - 1); },
+        [](auto& der) { der.resize(20); },
+        [](auto& der) { der = hidl_vec<uint8_t>(); },
+    };
+    for (const auto& damage : damages) {
+        SCOPED_TRACE(&damage - damages);
+        for (const bool chain_only : {true, false}) {
+            const Chain& good = chain_only ? path : separate;
+            for (size_t i = 0; i < good.size(); ++i) {
+                SCOPED_TRACE(i);
+                Chain bad = good;
+                damage(bad[i]);
+                const bool is_leaf = i == (chain_only ? 0 : 1);  // there the queue is not printed
+                expectRefused(bad, chain_only, {"E object: d2i_X509 error"}, !is_leaf);
+            }
+        }
+    }
+}
+
+TEST(AttestationChain, SeparateFirstMustBeSignedByThePathsLeaf) {
+    std::vector<Certificate> chain = withFirst(certificates(2));
+    expectAccepted(encoded(chain), false);
+    expectAccepted(encoded(withFirst(certificates(9))), false);
+
+    const Lines log = {"E object: X509_verify error during GAK"};
+    chain[0].signer = 1;  // the root's
+    expectRefused(encoded(chain), false, log, true);
+    chain[0].signer = 20;  // of another kind
+    expectRefused(encoded(chain), false, log, true);
+}
+
+}  // namespace
