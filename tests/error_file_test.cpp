@@ -1,0 +1,141 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The error file, line by line. Its logger belongs to the process and keeps every set-up, so each
+// test writes in a child of its own.
+
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <sstream>
+#include <thread>
+
+#include "operation_peer.h"
+#include "platform_log.h"
+#include "velt_secure_db.h"
+#include "zelkeymaster_operation_internal.h"
+
+namespace {
+
+using zelkm::log_to_file;
+using Lines = std::vector<std::string>;
+
+constexpr char kErrorFile[] = "zelko_err.txt";
+
+class ErrorFile : public test::InTempDir {
+  protected:
+    static void inChild(const std::function<void()>& action) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            action();
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = 0;
+        ASSERT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+    static void construct() { ZelKeymasterOperation object(nullptr, false); }
+
+    // What follows "yyyy-mm-dd hh:mm:ss.mmm " in each line. A file begins with a byte order mark.
+    static Lines lines(const std::string& name = kErrorFile) {
+        const test::Bytes content = test::readFile(name).value_or(test::Bytes());
+        std::istringstream in(std::string(content.begin(), content.end()));
+        Lines result;
+        for (std::string line; std::getline(in, line);) {
+            const size_t mark = line.rfind("\xEF\xBB\xBF", 0) == 0 ? 3 : 0;
+            result.push_back(line.substr(std::min<size_t>(line.size(), mark + 24)));
+        }
+        return result;
+    }
+    // A line of thread `tid`.
+    static std::string error(const std::string& tid, const std::string& message) {
+        return "ERROR [" + tid + "] [log_to_file@106] zelkeymaster_operation.cpp" + message;
+    }
+    static std::string warning(const std::string& tid, const std::string& message) {
+        return "WARN  [" + tid + "] [log_to_file@102] zelkeymaster_operation.cpp" + message;
+    }
+    // What a child wrote into "tid".
+    static std::string tid() {
+        const test::Bytes content = test::readFile("tid").value_or(test::Bytes());
+        return std::string(content.begin(), content.end());
+    }
+};
+
+TEST_F(ErrorFile, LinesCarryLevelThreadOriginAndText) {
+    inChild([] {
+        construct();
+        std::thread([] {
+            test::writeFile("tid", test::bytes(std::to_string(::syscall(SYS_gettid))));
+            log_to_file('W', "ignored.cpp", 997, "no file %s", "secure_objects.db");
+            log_to_file('E', nullptr, 12, "%s(%d)", "text", -30);
+            log_to_file('D', nullptr, 13, "debug");
+            log_to_file('e', nullptr, 14, "no level");
+        }).join();
+    });
+    EXPECT_EQ((Lines{warning(tid(), "(997) :no file secure_objects.db"),
+                     error(tid(), "(12) :text(-30)")}),
+              lines());
+}
+
+TEST_F(ErrorFile, HoldsTheObjectsErrorsAndWarningsOnly) {
+    inChild([] {
+        uint8_t* data = nullptr;
+        uint32_t len = 0;
+        const auto warn = [&] {
+            EXPECT_EQ(0, ZelKeymasterOperation::load_data("missing", &data, &len));
+        };
+        warn();  // before the first set-up: to the platform log only
+        EXPECT_TRUE(test::logged("W object: no file missing"));
+        construct();  // a debug line
+        uint64_t handle = 0;
+        EXPECT_EQ(-38, sdb_query(nullptr, 0, nullptr, 0, nullptr, nullptr, &handle));
+        EXPECT_TRUE(test::logged("E engine: command or len is null"));
+        warn();
+    });
+    const Lines written = lines();
+    ASSERT_EQ(1u, written.size());
+    const std::string end = ") :no file missing";
+    EXPECT_EQ(end, written[0].substr(written[0].size() - std::min(end.size(), written[0].size())));
+}
+
+TEST_F(ErrorFile, RepeatsEachLinePerSetUp) {
+    inChild([] {
+        construct();
+        log_to_file('E', nullptr, 1, "once");
+        ZelKeymasterOperation object(nullptr, false);
+        object.initZelKeymasterOperation();
+        log_to_file('E', nullptr, 2, "thrice");
+        test::writeFile("tid", test::bytes(std::to_string(::getpid())));
+    });
+    const std::string thrice = error(tid(), "(2) :thrice");
+    EXPECT_EQ((Lines{error(tid(), "(1) :once"), thrice, thrice, thrice}), lines());
+}
+
+TEST_F(ErrorFile, CutsTextsAndRollsOver) {
+    inChild([] {
+        construct();
+        for (int i = 0; i < 40; ++i) {
+            log_to_file('E', nullptr, i, "%s", std::string(i == 0 ? 1022 : 1500, 'x').c_str());
+        }
+        test::writeFile("tid", test::bytes(std::to_string(::getpid())));
+    });
+    const std::string cut = ") :" + std::string(1022, 'x');
+    EXPECT_EQ(error(tid(), "(39" + cut), lines().back());
+    EXPECT_EQ(error(tid(), "(" + std::to_string(40 - lines().size() - 1) + cut),
+              lines("zelko_err.1.txt").back());
+    // A file is closed by the line that takes it beyond 10000 bytes; the oldest of three goes.
+    const auto size = [](const char* name) { return std::filesystem::file_size(name); };
+    EXPECT_GT(size("zelko_err.1.txt"), 10000u);
+    EXPECT_LT(size("zelko_err.1.txt"), 10000u + 1200);
+    EXPECT_EQ(size("zelko_err.1.txt"), size("zelko_err.2.txt"));
+    EXPECT_FALSE(std::filesystem::exists("zelko_err.3.txt"));
+}
+
+TEST(BaseName, IsWhatFollowsTheLastSlash) {
+    EXPECT_STREQ("c.cpp", zelkm::baseName("a/b/c.cpp"));
+    EXPECT_STREQ("c.cpp", zelkm::baseName("c.cpp"));
+}
+
+}  // namespace
