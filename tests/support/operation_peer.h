@@ -17,6 +17,7 @@ struct ZelKeymasterOperationPeer {
     explicit ZelKeymasterOperationPeer(ZelKeymasterOperation& object) : object_(object) {}
 
     test::Bytes image() const { return copy(object_.mDbData, object_.mDbLen); }
+    const uint8_t* imageData() const { return object_.mDbData; }
     test::Bytes keyBlob() const { return copy(object_.mDbKeyBlob, object_.mDbKeyBlobLen); }
     const uint8_t* keyBlobData() const { return object_.mDbKeyBlob; }
     size_t keyBlobLen() const { return object_.mDbKeyBlobLen; }

@@ -1,0 +1,294 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Secure objects from the public methods down to the encrypted file, with a software keymaster.
+
+#include <soft_keymaster/fault_keymaster.h>
+#include <soft_keymaster/soft_keymaster.h>
+
+#include "file_faults.h"
+#include "operation_peer.h"
+#include "velt_secure_db.h"
+#include "zelkeymaster_operation_internal.h"
+
+namespace {
+
+using android::hardware::keymaster::V4_0::ErrorCode;
+using soft_keymaster::Call;
+using soft_keymaster::Fault;
+using soft_keymaster::FaultKeymaster;
+using soft_keymaster::SoftKeymaster;
+using test::bytes;
+using test::Bytes;
+using Lines = std::vector<std::string>;
+
+constexpr char kStore[] = "secure_objects.db";
+const std::string kEnd(1, '\0');  // the last element of every selection
+
+std::string quoted(const std::string& value) {
+    return "\x1F" + value + "\x1F";
+}
+
+class SecureObjects : public test::InTempDir {
+  protected:
+    SecureObjects() { restart(); }
+
+    static SoftKeymaster::Options options() {
+        SoftKeymaster::Options result;
+        result.root_key_path = "root_key";
+        result.max_update_bytes = 7;  // so that every operation takes several updates
+        return result;
+    }
+    // What a new process would see.
+    void restart() {
+        object.reset();
+        test::forgetTable();
+        object = test::makeObject(&km, true);
+        test::clearLog();
+    }
+    int insert(std::string alias, std::string creator) {
+        SODOperationParam p;
+        return object->SodInsert(p.setAlias(alias).setCreator(creator));
+    }
+    int remove(std::string alias) {
+        SODOperationParam p;
+        return object->SodDelete(p.addAliasInWhere(alias));
+    }
+    // "creator::alias" of all objects; the result code when there is one.
+    Lines list() {
+        SODOperationParam p;
+        Lines result;
+        const int status = object->SodRetreiveAlias(p, result);
+        return status == 0 ? result : Lines{std::to_string(status)};
+    }
+    // The texts that reached the engine since the last call.
+    static Lines commands() {
+        Lines result;
+        const Lines lines = test::log();
+        for (size_t i = 0; i + 1 < lines.size(); ++i) {
+            if (lines[i].rfind("D engine: command(", 0) == 0) {
+                result.push_back(lines[i + 1].substr(std::string("D engine: ").size()));
+            }
+        }
+        test::clearLog();
+        return result;
+    }
+    static Bytes stored() { return test::readFile(kStore).value_or(Bytes()); }
+    Bytes image() { return test::ObjectPeer(*object).image(); }
+
+    SoftKeymaster soft{options()};
+    FaultKeymaster km{soft};
+    test::ObjectPtr object;
+};
+
+TEST_F(SecureObjects, LiveInAnEncryptedFileThatANewProcessReads) {
+    ASSERT_EQ(0, insert("k1", "u1"));
+    const Bytes first = stored();
+    ASSERT_EQ(0, insert("k2", "u2"));
+    EXPECT_EQ(stored(), image());
+    EXPECT_EQ(first, test::readFile("secure_objects.db.bak"));
+    const Bytes blob = stored();
+    const std::string text(blob.begin(), blob.end());
+    EXPECT_EQ("SOBv1.1     \x01", text.substr(0, 13));
+    EXPECT_EQ(std::string::npos, text.find("u1"));
+
+    restart();
+    EXPECT_EQ((Lines{"u1::k1", "u2::k2"}), list());
+    ASSERT_EQ(0, remove("k1"));
+    restart();
+    EXPECT_EQ((Lines{"u2::k2"}), list());
+    EXPECT_EQ(Lines(), test::errors());
+
+    // A system update: the key is upgraded on the way.
+    soft.setPatchLevel(options().patch_level + 1);
+    restart();
+    EXPECT_EQ((Lines{"u2::k2"}), list());
+    EXPECT_EQ((Lines{"W object: Upgrade the db key", "W object: Upgrade the db key file"}),
+              test::errors());
+    restart();
+    EXPECT_EQ((Lines{"u2::k2"}), list());
+    EXPECT_EQ(Lines(), test::errors());
+}
+
+TEST_F(SecureObjects, BecomeTheseCommands) {
+    std::string k = "k";
+    std::string u = "u";
+    SODOperationParam p;
+    p.setAlias(k).setCreator(u);
+    EXPECT_EQ(0, object->SodInsert(p));
+    p.addAliasInWhere(k).addCreatorInWhere(u).addCreatorToOutput().addAliasToOutput();
+    Lines rows;
+    EXPECT_EQ(0, object->SodSelect(p, rows));
+    EXPECT_EQ(-911, object->SodUpdate(p));
+    EXPECT_EQ(0, object->SodDelete(p));
+    SODOperationParam empty;
+    EXPECT_EQ(-911, object->SodInsert(empty));
+    EXPECT_EQ(0, object->SodDelete(empty));  // nothing there
+    EXPECT_EQ(0, object->SodRetreiveAlias(empty, rows));
+    const std::string where = "ALIAS=" + quoted("k") + " AND CREATOR=" + quoted("u");
+    const std::string values = "(ALIAS,CREATOR) VALUE (" + quoted("k") + "," + quoted("u") + ")";
+    EXPECT_EQ((Lines{"INSERT " + values, "SELECT (CREATOR,ALIAS) WHERE " + where,
+                     "UPDATE " + values + " WHERE " + where, "DELETE WHERE " + where,
+                     "INSERT () VALUE ()", "DELETE WHERE ", "SELECT (CREATOR,ALIAS) WHERE "}),
+              commands());
+    EXPECT_EQ((Lines{"CREATOR", "ALIAS"}), empty.getOutputFormat());
+}
+
+TEST_F(SecureObjects, AreSelectedRowByRow) {
+    ASSERT_EQ(0, insert("k1", "u1"));
+    std::string k2 = "k2";
+    SODOperationParam without_creator;
+    ASSERT_EQ(0, object->SodInsert(without_creator.setAlias(k2)));
+    SODOperationParam p;
+    Lines rows = {"before"};
+    ASSERT_EQ(0, object->SodSelect(p.addCreatorToOutput().addAliasToOutput(), rows));
+    EXPECT_EQ((Lines{"before", "u1\x1Ek1\x1E", "\x1Ek2\x1E", kEnd}), rows);
+    Lines none;
+    ASSERT_EQ(0, object->SodRetreiveOther(p, none));  // serves one column only
+    EXPECT_EQ(Lines(), none);
+    EXPECT_EQ((Lines{"u1::k1", "::k2"}), list());
+
+    SODOperationParam creators;
+    Lines found = {"before"};
+    ASSERT_EQ(0, object->SodRetreiveOther(creators.addCreatorToOutput(), found));
+    EXPECT_EQ((Lines{"before", "u1"}), found);
+
+    std::string missing = "missing";
+    rows.clear();
+    ASSERT_EQ(0, object->SodSelect(p.addAliasInWhere(missing), rows));
+    EXPECT_EQ((Lines{kEnd}), rows);
+}
+
+TEST_F(SecureObjects, RefuseUnusableLists) {
+    std::string k = "k";
+    Lines rows;
+    SODOperationParam p;
+    EXPECT_EQ(-911, object->SodUpdate(p));
+    p.setAlias(k).getColumnList().push_back("CREATOR");
+    EXPECT_EQ(-911, object->SodUpdate(p));
+    EXPECT_EQ(-911, object->SodSelect(p.addAliasInWhere(k), rows));
+    EXPECT_EQ(-911, object->SodRetreiveOther(p, rows));
+    p.addAliasToOutput().getWhereValueList().clear();
+    EXPECT_EQ(-911, object->SodSelect(p, rows));
+    EXPECT_EQ(-911, object->SodRetreiveAlias(p, rows));
+    EXPECT_EQ(Lines(), test::log());
+    EXPECT_EQ(Lines(), rows);
+}
+
+TEST_F(SecureObjects, AreOutOfReachWhenSwitchedOff) {
+    ASSERT_EQ(0, insert("k", "u"));
+    object.reset();
+    object = test::makeObject(&km, false);
+    EXPECT_EQ(Bytes(), image());
+    EXPECT_EQ(-918, insert("k", "u"));
+    EXPECT_EQ(-918, remove("k"));
+    EXPECT_EQ((Lines{"-918"}), list());
+    const keymaster_blob_t command = {};
+    EXPECT_EQ(-918, object->queryInternal(nullptr, nullptr, nullptr, nullptr, &command, nullptr));
+    const test::ObjectPtr enabled = test::makeObject(&km, true);
+    EXPECT_EQ(-38, enabled->queryInternal(nullptr, nullptr, nullptr, nullptr, &command, nullptr));
+    EXPECT_EQ(stored(), test::ObjectPeer(*enabled).image());
+}
+
+TEST_F(SecureObjects, AreLoadedAgainOnlyWhenTheTableIsStale) {
+    ASSERT_EQ(0, insert("k", "u"));
+    km.reset();
+    EXPECT_EQ((Lines{"u::k"}), list());
+    EXPECT_TRUE(km.calls().empty());
+
+    uint64_t handle = 0;  // somebody else's table
+    ASSERT_EQ(0, sdb_query("SELECT (ALIAS)", 14, nullptr, 0, nullptr, nullptr, &handle));
+    EXPECT_EQ((Lines{"u::k"}), list());
+    EXPECT_EQ(1u, km.calls(Call::kBegin).size());
+
+    EXPECT_EQ(-911, object->SodInsert(SODOperationParam().clear()));  // any other failure
+    EXPECT_EQ((Lines{"u::k"}), list());
+    EXPECT_EQ(2u, km.calls(Call::kBegin).size());
+    EXPECT_EQ(7u, commands().size());  // only the stale one came twice
+}
+
+TEST_F(SecureObjects, FileAndImageStayWhenAChangeFails) {
+    ASSERT_EQ(0, insert("k", "u"));
+    const Bytes before = stored();
+    {
+        test::FileFaults faults;
+        EXPECT_EQ(0, remove("missing"));
+        EXPECT_EQ(Lines(), faults.trace());
+        faults.fail("open secure_objects.db.tmp", ENOSPC);
+        EXPECT_EQ(-1000, insert("k2", "u2"));
+    }
+    EXPECT_EQ((Lines{"u::k", "u2::k2"}), list());  // the table in memory is ahead
+
+    km.plan(Call::kBegin, 1, Fault::error(ErrorCode::TOO_MANY_OPERATIONS));
+    EXPECT_EQ(-31, insert("k3", "u3"));
+    EXPECT_EQ((Lines{"u::k"}), list());  // dropped, and loaded again
+    EXPECT_EQ(before, stored());
+    EXPECT_EQ(before, image());
+}
+
+TEST_F(SecureObjects, TamperedFileIsRefusedAndTheBackupRestored) {
+    ASSERT_EQ(0, insert("k1", "u1"));
+    ASSERT_EQ(0, insert("k2", "u2"));
+    const Bytes good = stored();
+    const Bytes backup = *test::readFile("secure_objects.db.bak");
+    for (const size_t offset : {size_t{11}, size_t{16}, size_t{31}, size_t{32}, size_t{43},
+                                size_t{52}, good.size() - 1}) {
+        SCOPED_TRACE(offset);
+        Bytes bad = good;
+        bad[offset] ^= 1;
+        test::writeFile(kStore, bad);
+        test::writeFile("secure_objects.db.bak", backup);
+        restart();
+        EXPECT_EQ((Lines{"-30"}), list());
+        EXPECT_EQ((Lines{"E object: error in finish process : -30",
+                         "E object: cached db is same as the stored db, regard the stored db is "
+                         "broken",
+                         "E object: restore the stored db. need to restart keystore",
+                         "E engine: convert_to_internal error -30"}),
+                  test::errors());
+        EXPECT_EQ(backup, stored());
+        EXPECT_EQ(bad, image());
+        restart();
+        EXPECT_EQ((Lines{"u1::k1"}), list());
+    }
+
+    // Damage in memory only: the next query works.
+    test::writeFile(kStore, good);
+    restart();
+    Bytes bad = good;
+    bad.back() ^= 1;
+    test::ObjectPeer(*object).setImage(bad);
+    EXPECT_EQ((Lines{"-30"}), list());
+    EXPECT_TRUE(test::logged("E object: cached db is broken, update with the stored db"));
+    EXPECT_EQ((Lines{"u1::k1", "u2::k2"}), list());
+    EXPECT_EQ(good, stored());
+}
+
+TEST_F(SecureObjects, StartWithTheImageThatIsThere) {
+    test::clearLog();
+    const test::ObjectPtr first = test::makeObject(nullptr, true);
+    EXPECT_EQ((Lines{"W object: no file secure_objects.db",
+                     "D object: instantiated with IZelKeymasterDevice"}),
+              test::log());
+    test::writeFile(kStore, bytes("anything"));
+    const test::ObjectPtr second = test::makeObject(&km, true);
+    test::ObjectPeer peer(*second);
+    EXPECT_EQ(bytes("anything"), peer.image());
+
+    // A re-initialised object forgets without releasing, and stays switched on.
+    peer.setKeyBlob(bytes("key"));
+    void* const left[] = {const_cast<uint8_t*>(peer.imageData()),
+                          const_cast<uint8_t*>(peer.keyBlobData())};
+    second->initZelKeymasterOperation();
+    EXPECT_EQ(nullptr, peer.imageData());
+    EXPECT_EQ(Bytes(), peer.image());
+    EXPECT_EQ(nullptr, peer.keyBlobData());
+    EXPECT_EQ(0u, peer.keyBlobLen());
+    EXPECT_EQ(-38, second->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(-1000,
+              DBEncryptCB(second.get(), 0, nullptr, nullptr, 0, nullptr, nullptr, nullptr, 0));
+    std::free(left[0]);
+    std::free(left[1]);
+}
+
+}  // namespace
