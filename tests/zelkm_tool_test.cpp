@@ -1,0 +1,377 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command-line tool, as a program: ZELKM in the environment is its path.
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "temp_dir.h"
+
+namespace {
+
+struct Outcome {
+    int status;  // of exit; -1 when the program did not end by itself
+    std::string out;
+    std::string err;
+
+    bool says(const std::string& text) const { return err.find(text) != err.npos; }
+};
+
+std::string text(const std::filesystem::path& path) {
+    const test::Bytes bytes = test::readFile(path).value_or(test::Bytes());
+    return {bytes.begin(), bytes.end()};
+}
+
+// A store blob; its lengths are those given.
+std::string blob(const std::string& magic, char flags, char row_count, char payload_len,
+                 const std::string& payload) {
+    return magic + flags + std::string(31, '\0') + row_count + std::string(3, '\0') + payload_len +
+           std::string(3, '\0') + payload;
+}
+
+constexpr char kRow[] =
+    "k1\x1e"
+    "app\x1e\x1e\x1e\x1e\x1e\n";
+constexpr char kMagic[] = "SOBv1.1     ";
+
+class ZelkmTool : public test::InTempDir {
+  protected:
+    ZelkmTool() { std::filesystem::create_directory("s"); }
+
+    // Runs the tool on the directory "s".
+    Outcome run(std::vector<std::string> args, const std::string& input = "") {
+        args.insert(args.begin(), {"zelkm", "--dir", "s"});
+        write("stdin", input);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            std::vector<char*> argv;
+            for (std::string& arg : args) {
+                argv.push_back(arg.data());
+            }
+            argv.push_back(nullptr);
+            ::dup2(::open("stdin", O_RDONLY), 0);
+            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            const char* program = std::getenv("ZELKM");
+            ::execv(program != nullptr ? program : "", argv.data());
+            ::_exit(127);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text("stdout"), text("stderr")};
+    }
+
+    // Runs it and expects success.
+    std::string done(const std::vector<std::string>& args, const std::string& input = "") {
+        const Outcome outcome = run(args, input);
+        EXPECT_EQ(outcome.status, 0) << args[0] << ": " << outcome.err;
+        return outcome.out;
+    }
+
+    void add(const std::string& alias, const std::string& creator) {
+        done({"add", "--alias", alias, "--creator", creator});
+    }
+
+    static void write(const std::filesystem::path& path, const std::string& content) {
+        test::writeFile(path, test::bytes(content));
+    }
+
+    static void flipLastByte(const std::filesystem::path& path) {
+        std::string content = text(path);
+        content.back() = static_cast<char>(content.back() ^ 1);
+        write(path, content);
+    }
+};
+
+std::string csv(const std::string& value) {
+    std::string quoted;
+    for (char c : value) {
+        quoted += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return value.find_first_of(",\"\r\n") == value.npos ? value : '"' + quoted + '"';
+}
+
+TEST_F(ZelkmTool, AcceptedValuesComeBackAsGiven) {
+    std::vector<std::string> values = {"x) WHERE ALIAS=*",
+                                       "(",
+                                       " ",
+                                       "  both  ",
+                                       "{}",
+                                       "[a,b]",
+                                       "%%",
+                                       "--",
+                                       "-x",
+                                       "**",
+                                       "a<b>=c",
+                                       "x AND",
+                                       "AND x\t",
+                                       "a,,b,",
+                                       "\"q\" \\x41",
+                                       "\xc3\xbc"};
+    for (int byte = 1; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        if (std::strchr("\x1e\x1f\n,", c) == nullptr) {
+            values.push_back({c, 'm', c});
+        }
+    }
+    values.resize(values.size() / 4 * 4);
+    std::string expected = "ALIAS,CREATOR,ADMIN,ACCESSOR\r\n";
+    for (const std::string* v = values.data(); v != values.data() + values.size(); v += 4) {
+        done({"add", "--alias", v[0], "--creator", v[1], "--admin", v[2], "--accessor", v[3]});
+        expected += csv(v[0]) + ',' + csv(v[1]) + ',' + csv(v[2]) + ',' + csv(v[3]) + "\r\n";
+    }
+    EXPECT_EQ(done({"list", "--csv", "--columns", "ALIAS,CREATOR,ADMIN,ACCESSOR"}), expected);
+
+    for (size_t i = 0; i < values.size(); i += 4) {
+        if (i < 16 || i % 32 == 0) {
+            EXPECT_EQ(done({"remove", "--where", "ALIAS=" + values[i]}), "removed 1 object\n");
+        }
+    }
+}
+
+TEST_F(ZelkmTool, RefusesValuesThatBreakACommandOrARow) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"a\x1f", "byte 2 is 0x1f"},
+        {"a\x1e"
+         "b",
+         "byte 2 is 0x1e"},
+        {"\n", "byte 1 is 0x0a"},
+        {"", "empty"},
+        {",a", "byte 1 is ','"},
+        {"a AND b", "bytes 2 to 6"},
+    };
+    for (const auto& [value, reason] : cases) {
+        for (const auto& args : std::vector<std::vector<std::string>>{
+                 {"add", "--alias", value, "--creator", "c"},
+                 {"add", "--alias", "a", "--creator", "c", "--accessor", value},
+                 {"list", "--where", "ALIAS=" + value},
+                 {"remove", "--all", "--where", "FOO=" + value}}) {
+            const Outcome outcome = run(args);
+            EXPECT_EQ(outcome.status, 2) << value;
+            EXPECT_TRUE(outcome.says(reason)) << outcome.err;
+        }
+    }
+    EXPECT_EQ(run({"add", "--alias", "*", "--creator", "c"}).status, 2);
+    EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--creator-uid", "0x1"}).status, 2);
+    EXPECT_TRUE(std::filesystem::is_empty("s"));
+}
+
+TEST_F(ZelkmTool, StandsInFrontOfCarelessConditions) {
+    add("k1", "app");
+    add("k2", "app");
+    const std::vector<std::string> careless = {"FOO=k1",    "alias=k1", "ALIAS<k1",
+                                               "ALIAS>=k1", "ALIAS=*",  "ALIAS <=k1"};
+    for (const std::string& condition : careless) {
+        EXPECT_EQ(run({"remove", "--where", condition}).status, 2) << condition;
+        EXPECT_EQ(run({"list", "--where", condition}).status, condition == "ALIAS=*" ? 0 : 2);
+    }
+    EXPECT_EQ(run({"remove"}).status, 2);
+    EXPECT_EQ(run({"remove", "--where", "ALIAS=k1", "--where", "ALIAS=k2"}).status, 2);
+    EXPECT_EQ(run({"list", "--columns", "ALIAS,FOO"}).status, 2);
+    EXPECT_EQ(done({"remove", "--all", "--where", "ALIAS>=k1"}), "removed 0 objects\n");
+    EXPECT_EQ(done({"remove", "--where", "ALIAS=k1", "CREATOR=other"}), "removed 0 objects\n");
+    EXPECT_EQ(done({"aliases"}), "app::k1\napp::k2\n");
+
+    EXPECT_EQ(done({"remove", "--where", "ALIAS=k1"}), "removed 1 object\n");
+    EXPECT_EQ(done({"remove", "--all", "--where", "FOO=x"}), "removed 1 object\n");
+    add("k3", "app");
+    EXPECT_EQ(done({"remove", "--all"}), "removed 1 object\n");
+}
+
+TEST_F(ZelkmTool, ShowsObjects) {
+    EXPECT_EQ(done({"list", "--json"}), "[]\n");
+    EXPECT_TRUE(std::filesystem::is_empty("s"));  // asking makes no store
+    done({"add", "--alias", "key\t1", "--creator", "\xff\\", "--accessor", "[1..5]", "--privileged",
+          "--creator-uid", "0100"});
+    add("k2", "b");
+    EXPECT_EQ(run({"add", "--alias", "k2", "--creator", "b"}).status, 1);
+    EXPECT_EQ(run({"add", "--alias", "k2", "--creator", "c"}).status, 0);
+    EXPECT_EQ(done({"list", "--columns", "ALIAS,CREATOR,PRIV_ACC"}),
+              "ALIAS     CREATOR  PRIV_ACC\n"
+              "key\\x091  \\xff\\\\   1\n"
+              "k2        b\n"
+              "k2        c\n");
+    EXPECT_EQ(done({"list", "--json", "--columns", "CREATOR,CREATOR_UID", "--where", "ACCESSOR=3"}),
+              "[\n  {\n    \"CREATOR\": {\n      \"hex\": \"ff5c\"\n    },\n"
+              "    \"CREATOR_UID\": \"0100\"\n  }\n]\n");
+    EXPECT_EQ(done({"query", "SELECT (ALIAS) WHERE CREATOR=\\x1fb\\x1f"}),
+              "status 0 success\nk2\\x1e\n\\x00\n");
+    EXPECT_EQ(run({"query", "SELECT (ALIAS) WHERE \\x1"}).status, 2);
+    const Outcome refused = run({"query", "DELETE WHERE ALIAS=\\x1fnone\\x1f"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(refused.says("-917 no object matched"));
+}
+
+TEST_F(ZelkmTool, ReadsWhatOthersStored) {
+    EXPECT_EQ(
+        done({"query", "INSERT (ALIAS,CREATOR) VALUE (\\x1fa\\x0ab\\x1f,c)"}).find("status 0"), 0u);
+    EXPECT_EQ(done({"list", "--csv", "--columns", "ALIAS,CREATOR"}),
+              "ALIAS,CREATOR\r\n\"a\nb\",c\r\n");
+    // A version 1.0 store may hold the separator of version 1.1: it must not be written as one.
+    const std::string old_store = blob("SOBv1.0     ", 0, 1, 12,
+                                       std::string("k\x1e"
+                                                   "1|c|||||\n\0",
+                                                   12));
+    write("s/secure_objects.db", old_store);
+    EXPECT_TRUE(run({"list"}).says("0x1e"));
+    EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c"}).status, 1);
+    EXPECT_EQ(text("s/secure_objects.db"), old_store);
+}
+
+TEST_F(ZelkmTool, ExitStatusTellsUsageFromRefusal) {
+    EXPECT_EQ(run({"--help"}).status, 0);
+    EXPECT_EQ(run({"add", "--help"}).status, 0);
+    EXPECT_EQ(run({}).status, 2);
+    EXPECT_EQ(run({"list", "--json", "--csv"}).status, 2);
+    EXPECT_EQ(run({"list", "--patch-level", "x"}).status, 2);
+    for (const char* command : {"list", "info"}) {
+        std::filesystem::remove("s");
+        const Outcome outcome = run({command});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_TRUE(outcome.says("directory s: "));
+    }
+}
+
+TEST_F(ZelkmTool, InfoReadsAnyBytes) {
+    const std::string row = kRow;
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "shorter than a header"},
+        {std::string(51, 'x'), "shorter than a header"},
+        {blob(kMagic, 0, 1, 13, row + '\0'), "k1     app"},
+        {blob("SOBv1.0     ", 0, 1, 12, std::string("k1|app|||||\n\0", 13)), "k1     app"},
+        {blob("whatever....", 1, 1, 13, row + '\0'), "unknown, read as 1.1"},
+        {blob(kMagic, 0, 1, 100, row + '\0'), "the file is cut: 13 bytes"},
+        {blob(kMagic, 0, 1, 13, row + '\0' + "more"), "4 bytes after the payload"},
+        {blob(kMagic, 0, 2, 13, row + '\0'), "row 2 of 2 is missing"},
+        {blob(kMagic, 0, 1, 24, row + row), "12 bytes after row 1"},
+        {blob(kMagic, 0, 1, 5,
+              "a\x1e"
+              "b\x1e\x1e"),
+         "row 1 of 1 does not end after 6 values"},
+    };
+    for (const auto& [content, expected] : cases) {
+        write("s/secure_objects.db.tmp", content);
+        const std::string shown = done({"info", "s"});
+        EXPECT_NE(shown.find(expected), shown.npos) << shown;
+    }
+    std::filesystem::create_directory("s/secure_objects.db");
+    write("s/edbk", "key");
+    write("s/edbk_digest", std::string(32, 'd'));
+    const std::string shown = done({"info"});
+    EXPECT_NE(shown.find("secure_objects.db: unreadable"), shown.npos);
+    EXPECT_NE(shown.find("does NOT match"), shown.npos);
+
+    std::filesystem::remove_all("s");
+    std::filesystem::create_directory("s");
+    add("k1", "app");
+    const std::string whole = done({"info"});
+    EXPECT_NE(whole.find("1 (encrypted)"), whole.npos);
+    EXPECT_NE(whole.find("  matches edbk"), whole.npos);
+    EXPECT_NE(whole.find("no file edbk"), whole.npos);  // in the error file
+}
+
+TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {
+    const std::string current = "s/secure_objects.db";
+    add("k1", "app");
+    const std::string first = text(current);
+    std::filesystem::rename("s/edbk", "kept");
+    EXPECT_TRUE(run({"list"}).says("edbk is missing"));
+    std::filesystem::rename("kept", "s/edbk");
+
+    flipLastByte(current);  // and there is no backup yet
+    const std::string damaged = text(current);
+    EXPECT_TRUE(run({"list"}).says("-30 verification failed"));
+    EXPECT_EQ(text(current), damaged);
+
+    flipLastByte(current);
+    add("k2", "app");
+    flipLastByte(current);
+    EXPECT_TRUE(run({"list"}).says("put the backup in place"));
+    EXPECT_EQ(text(current), first);
+    EXPECT_TRUE(std::filesystem::exists(current + ".refused"));
+    EXPECT_EQ(done({"aliases"}), "app::k1\n");
+
+    std::filesystem::rename(current, current + ".tmp");
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"list"}, {"add", "--alias", "a", "--creator", "c"}}) {
+        const Outcome outcome = run(args);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_TRUE(outcome.says("interrupted"));
+    }
+    EXPECT_EQ(text(current + ".tmp"), first);
+}
+
+TEST_F(ZelkmTool, UpgradesTheKey) {
+    add("k1", "app");
+    const std::string key = text("s/edbk");
+    EXPECT_EQ(done({"--patch-level", "209912", "aliases"}), "app::k1\n");
+    EXPECT_NE(text("s/edbk"), key);
+    EXPECT_TRUE(run({"aliases"}).says("-33"));
+    EXPECT_EQ(done({"--patch-level", "209912", "aliases"}), "app::k1\n");
+}
+
+TEST_F(ZelkmTool, MakesRequestsAndChains) {
+    done({"csr", "--out", "r.pem"});
+    EXPECT_EQ(text("r.pem").find("-----BEGIN CERTIFICATE REQUEST-----"), 0u);
+    const std::string key = text("r.pem.keyblob");
+    EXPECT_TRUE(run({"csr", "--out", "r.pem"}).says("holds a key already"));
+    EXPECT_EQ(text("r.pem.keyblob"), key);
+    EXPECT_EQ(done({"csr", "--key", "r.pem.keyblob", "--der", "--out", "-"})[0], '\x30');
+    EXPECT_EQ(run({"csr", "--out", "-"}).status, 2);
+
+    done({"attest", "--out-dir", "pem", "--key", "r.pem.keyblob"});
+    done({"attest", "--out-dir", "der", "--rsa", "--der", "--challenge", "c"});
+    EXPECT_TRUE(std::filesystem::exists("der/key.keyblob"));
+    const std::vector<std::string> pem = {"pem/cert-1.pem", "pem/cert-2.pem", "pem/cert-3.pem"};
+    const std::string together = text(pem[0]) + text(pem[1]) + text(pem[2]);
+    write("all.pem", together);
+    write("all.der", text("der/cert-1.der") + text("der/cert-2.der") + text("der/cert-3.der"));
+    EXPECT_NE(done({"verify-chain", pem[0], pem[1], pem[2]}).find("NOT known to be trusted"),
+              std::string::npos);
+    done({"verify-chain", "all.pem"});
+    done({"verify-chain", "all.der"});
+    done({"verify-chain", "-"}, together);
+
+    write("garbage", "garbage");
+    write("damaged.pem", together.substr(0, together.size() - 60));
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{pem[0], pem[2]}, "2 certificates"},
+        {{pem[0], pem[2], pem[2]}, "certificate 1 (pem/cert-1.pem, subject"},
+        {{pem[0], pem[1], "garbage"}, "certificate 3 (garbage): no DER certificate"},
+        {{"--separate-first", pem[0], "all.pem"}, "certificate 1 (pem/cert-1.pem, subject"},
+        {{"damaged.pem"}, "damaged.pem: PEM block 3 is damaged"},
+        {{"none"}, "none: no such file"},
+    };
+    for (const auto& [files, reason] : cases) {
+        std::vector<std::string> args = {"verify-chain"};
+        args.insert(args.end(), files.begin(), files.end());
+        const Outcome outcome = run(args);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_TRUE(outcome.says(reason)) << outcome.err;
+    }
+}
+
+TEST_F(ZelkmTool, WrapsAndUnwraps) {
+    const std::string secret("\0secret\n", 8);
+    write("in", "input");
+    const auto args = [](const char* command, const char* material, const char* out) {
+        return std::vector<std::string>{command, "--in1",      "in",     "--in2", "in",
+                                        "--in3", "in",         "--in4",  "in",    "--tag",
+                                        "tag",   "--material", material, "--out", out};
+    };
+    done(args("wrap", "-", "wrapped"), secret);
+    EXPECT_NE(text("wrapped"), secret);
+    EXPECT_EQ(text("tag").size(), 16u);
+    EXPECT_EQ(done(args("unwrap", "wrapped", "-")), secret);
+    flipLastByte("tag");
+    EXPECT_TRUE(run(args("unwrap", "wrapped", "-")).says("-30"));
+    std::vector<std::string> two_streams = args("wrap", "-", "wrapped");
+    two_streams[2] = "-";
+    EXPECT_EQ(run(two_streams).status, 2);
+}
+
+}  // namespace

@@ -1,0 +1,31 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Byte strings. See bytes.h.
+
+#include "bytes.h"
+
+#include <openssl/sha.h>
+
+#include <array>
+
+namespace zelkm_tool {
+
+std::string hex(std::string_view bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        text += kDigits[value >> 4];
+        text += kDigits[value & 15];
+    }
+    return text;
+}
+
+std::string sha256(std::string_view bytes) {
+    std::array<unsigned char, SHA256_DIGEST_LENGTH> digest;
+    SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest.data());
+    return {digest.begin(), digest.end()};
+}
+
+}  // namespace zelkm_tool

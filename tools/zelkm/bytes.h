@@ -1,0 +1,29 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Byte strings: hashed, shown, and as the byte vectors of the keymaster interface.
+
+#pragma once
+
+#include <hidl/HidlSupport.h>
+
+#include <string>
+#include <string_view>
+
+namespace zelkm_tool {
+
+// The bytes in hexadecimal, two digits each.
+std::string hex(std::string_view bytes);
+
+std::string sha256(std::string_view bytes);
+
+// Both copy.
+inline android::hardware::hidl_vec<uint8_t> toVec(const std::string& bytes) {
+    return android::hardware::hidl_vec<uint8_t>(bytes.begin(), bytes.end());
+}
+
+inline std::string toBytes(const android::hardware::hidl_vec<uint8_t>& vec) {
+    return std::string(vec.begin(), vec.end());
+}
+
+}  // namespace zelkm_tool

@@ -1,0 +1,151 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Validation of an attestation chain. See chain_command.h. The library decides; when it says no,
+// the same steps are gone through here again to find out where, for its answer is one code.
+
+#include "chain_command.h"
+
+#include <openssl/err.h>
+#include <openssl/x509_vfy.h>
+#include <zelkeymaster_operation.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "bytes.h"
+#include "failure.h"
+#include "files.h"
+#include "pem.h"
+#include "result_text.h"
+#include "store_values.h"
+#include "x509_handles.h"
+
+namespace zelkm_tool {
+namespace {
+
+constexpr size_t kMinCertificates = 3;
+
+struct Element {
+    std::string der;
+    std::string source;  // the file, and which of its certificates
+};
+
+std::vector<Element> readChain(const std::vector<std::string>& files) {
+    std::vector<Element> chain;
+    for (const std::string& file : files) {
+        const std::vector<std::string> certificates = splitCertificates(readInput(file), file);
+        if (certificates.empty()) {
+            throw Refused(file + ": no certificate in it");
+        }
+        for (size_t i = 0; i < certificates.size(); ++i) {
+            const bool several = certificates.size() > 1;
+            chain.push_back(
+                {certificates[i], several ? file + " #" + std::to_string(i + 1) : file});
+        }
+    }
+    return chain;
+}
+
+X509Ptr parse(const std::string& der) {
+    const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+    return X509Ptr(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+}
+
+std::string subjectOf(const X509Ptr& certificate) {
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    X509_NAME_print_ex(bio.get(), X509_get_subject_name(certificate.get()), 0, XN_FLAG_RFC2253);
+    return bioText(bio);
+}
+
+std::string describe(const std::vector<Element>& chain, size_t index) {
+    const X509Ptr certificate = parse(chain[index].der);
+    return "certificate " + std::to_string(index + 1) + " (" + chain[index].source +
+           (certificate ? ", subject \"" + escape(subjectOf(certificate)) + "\"" : "") + ")";
+}
+
+int acceptAnyDate(int ok, X509_STORE_CTX* context) {
+    const int error = X509_STORE_CTX_get_error(context);
+    return error == X509_V_ERR_CERT_NOT_YET_VALID || error == X509_V_ERR_CERT_HAS_EXPIRED ? 1 : ok;
+}
+
+// Why the path that begins at `first` does not verify; empty when it does.
+std::string whyPathRefused(const std::vector<Element>& chain, size_t first) {
+    std::vector<X509Ptr> certificates;
+    const StackPtr untrusted(sk_X509_new_null());
+    for (size_t i = 0; i < chain.size(); ++i) {
+        certificates.push_back(parse(chain[i].der));
+        if (i > first) {
+            X509_up_ref(certificates[i].get());
+            sk_X509_push(untrusted.get(), certificates[i].get());
+        }
+    }
+    const StorePtr store(X509_STORE_new());
+    const StoreContextPtr context(X509_STORE_CTX_new());
+    X509_STORE_add_cert(store.get(), certificates.back().get());
+    if (X509_STORE_CTX_init(context.get(), store.get(), certificates[first].get(),
+                            untrusted.get()) != 1) {
+        return "";
+    }
+    X509_STORE_CTX_set_verify_cb(context.get(), acceptAnyDate);
+    if (X509_verify_cert(context.get()) == 1) {
+        return "";
+    }
+    const X509* at_fault = X509_STORE_CTX_get_current_cert(context.get());
+    const auto found = std::find_if(
+        certificates.begin(), certificates.end(),
+        [&](const X509Ptr& c) { return at_fault != nullptr && X509_cmp(c.get(), at_fault) == 0; });
+    const std::string where =
+        found == certificates.end()
+            ? ""
+            : describe(chain, static_cast<size_t>(found - certificates.begin())) + ": ";
+    return where + X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get()));
+}
+
+std::string whyRefused(const std::vector<Element>& chain, bool separate_first) {
+    if (chain.size() < kMinCertificates) {
+        return std::to_string(chain.size()) + " certificates; a chain has at least " +
+               std::to_string(kMinCertificates);
+    }
+    for (size_t i = 0; i < chain.size(); ++i) {
+        if (!parse(chain[i].der)) {
+            return describe(chain, i) + ": no DER certificate";
+        }
+    }
+    const size_t first = separate_first ? 1 : 0;
+    const std::string reason = whyPathRefused(chain, first);
+    if (!reason.empty() || !separate_first) {
+        return reason;
+    }
+    const PkeyPtr key(X509_get_pubkey(parse(chain[1].der).get()));
+    if (!key) {
+        return describe(chain, 1) + ": its public key cannot be used";
+    }
+    return X509_verify(parse(chain[0].der).get(), key.get()) == 1
+               ? ""
+               : describe(chain, 0) + ": not signed by " + describe(chain, 1);
+}
+
+}  // namespace
+
+void verifyChain(const VerifyChainOptions& options) {
+    const std::vector<Element> chain = readChain(options.files);
+    std::vector<android::hardware::hidl_vec<uint8_t>> ders;
+    for (const Element& element : chain) {
+        ders.push_back(toVec(element.der));
+    }
+    const int result = ZelKeymasterOperation::validateAttestChain(ders, !options.separate_first);
+    if (result != ZELKM_OK) {
+        std::string reason = whyRefused(chain, options.separate_first);
+        ERR_clear_error();
+        throw Refused((reason.empty() ? "chain refused" : reason) +
+                      "\nzelkm: " + resultText(result));
+    }
+    std::cout << "a path leads from certificate " << (options.separate_first ? 2 : 1)
+              << " to the last one\n"
+              << "that one is NOT known to be trusted; compare it with your roots: "
+              << describe(chain, chain.size() - 1) << ", SHA-256 " << hex(sha256(chain.back().der))
+              << '\n';
+}
+
+}  // namespace zelkm_tool

@@ -1,0 +1,114 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A store directory at work. See session.h.
+
+#include "session.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+
+#include "failure.h"
+#include "files.h"
+#include "result_text.h"
+#include "store_file.h"
+
+namespace zelkm_tool {
+namespace {
+
+bool isThere(const std::string& file) {
+    std::error_code ignored;
+    return std::filesystem::exists(file, ignored);
+}
+
+soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options) {
+    soft_keymaster::SoftKeymaster::Options result;
+    result.root_key_path = kRootKeyFile;
+    if (options.patch_level) {
+        result.patch_level = *options.patch_level;
+    }
+    return result;
+}
+
+// An insertion would take a missing store for an empty one, and overwrite what is left of it.
+void refuseInterruptedReplacement(const std::string& dir) {
+    for (const char* suffix : {".bak", ".tmp"}) {
+        const std::string left = std::string(kStoreFile) + suffix;
+        if (isThere(left)) {
+            throw Refused(dir + ": there is no " + kStoreFile + ", but " + left +
+                          ": its replacement was interrupted. Look at both with 'zelkm info', then "
+                          "rename a whole version to " +
+                          kStoreFile);
+        }
+    }
+}
+
+// A keymaster that cannot decrypt the store makes the library roll it back to its backup, and
+// remove it when there is none.
+void refuseForeignStore(const std::string& dir, const std::string& image) {
+    const std::optional<StoreHeader> header = parseStoreHeader(image);
+    if (!header || !header->encrypted()) {
+        return;
+    }
+    for (const char* needed : {kKeyFile, kRootKeyFile}) {
+        if (!isThere(needed)) {
+            throw Refused(dir + ": " + kStoreFile + " is encrypted, and " + needed +
+                          " is missing: only 'zelkm info' can look at this store");
+        }
+    }
+}
+
+}  // namespace
+
+Session::Session(const SessionOptions& options, Use use)
+    : keymaster_(keymasterOptions(options)), uses_store_(use == Use::kStore) {
+    if (::chdir(options.dir.c_str()) != 0) {
+        throw Refused("directory " + options.dir + ": " + std::strerror(errno));
+    }
+    std::cerr << "zelkm: the keymaster is software and protects nothing; its root key is "
+              << (std::filesystem::path(options.dir) / kRootKeyFile).string() << '\n';
+    if (!uses_store_) {
+        return;
+    }
+    image_ = readFileIfThere(kStoreFile);
+    if (image_) {
+        refuseForeignStore(options.dir, *image_);
+    } else {
+        refuseInterruptedReplacement(options.dir);
+    }
+}
+
+ZelKeymasterOperation& Session::operation() {
+    // Lives as long as the process, as the library expects: its destructor leaves the key's buffer.
+    static auto* const operation = new ZelKeymasterOperation(&keymaster_, uses_store_);
+    return *operation;
+}
+
+void Session::checkStoreResult(int result, const std::string& what) {
+    std::string message = what + ": " + resultText(result);
+    if (result == ZELKM_INVALID_KEY_BLOB) {
+        message += "; was it made under another root key, or upgraded to a newer --patch-level?";
+    }
+    if (result == ZELKM_VERIFICATION_FAILED && image_) {
+        if (!isThere(kStoreFile)) {
+            check(ZelKeymasterOperation::update_file(
+                      kStoreFile, reinterpret_cast<const uint8_t*>(image_->data()),
+                      static_cast<uint32_t>(image_->size())),
+                  kStoreFile);
+            message += "; there is no backup, and the store is as it was";
+        } else if (readFileIfThere(kStoreFile) != image_) {
+            writeOutput(kRefusedFile, *image_, Access::kOwnerOnly);
+            message += std::string("; the library put the backup in place, so try again; ") +
+                       "what it refused is " + kRefusedFile;
+        }
+    }
+    if (result != ZELKM_OK) {
+        throw Refused(message);
+    }
+}
+
+}  // namespace zelkm_tool
