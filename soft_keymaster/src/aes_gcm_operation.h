@@ -6,8 +6,6 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
-
 #include <cstddef>
 #include <cstdint>
 
@@ -16,8 +14,6 @@
 #include "params.h"
 
 namespace soft_keymaster {
-
-using android::hardware::keymaster::V4_0::KeyPurpose;
 
 class AesGcmOperation {
   public:

@@ -7,8 +7,6 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
-#include <hidl/HidlSupport.h>
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -18,10 +16,9 @@
 #include <memory>
 #include <vector>
 
-namespace soft_keymaster {
+#include "soft_keymaster/keymaster_types.h"
 
-using android::hardware::hidl_vec;
-using android::hardware::keymaster::V4_0::ErrorCode;
+namespace soft_keymaster {
 
 using Bytes = std::vector<uint8_t>;
 

@@ -13,17 +13,9 @@
 namespace soft_keymaster {
 
 using android::hardware::hidl_string;
-using android::hardware::hidl_vec;
-using android::hardware::Return;
 using android::hardware::Status;
 using android::hardware::Void;
-using android::hardware::keymaster::V4_0::ErrorCode;
-using android::hardware::keymaster::V4_0::HmacSharingParameters;
-using android::hardware::keymaster::V4_0::KeyCharacteristics;
-using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::SecurityLevel;
-using android::hardware::keymaster::V4_0::Tag;
-using android::hardware::keymaster::V4_0::VerificationToken;
 
 namespace {
 
@@ -263,7 +255,7 @@ Return<void> FaultKeymaster::getHmacSharingParameters(getHmacSharingParameters_c
         [&](const Answer& a) { cb(a.error, params); });
 }
 
-Return<void> FaultKeymaster::computeSharedHmac(const Vec<HmacSharingParameters>& params,
+Return<void> FaultKeymaster::computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                                computeSharedHmac_cb cb) {
     return answer(
         record(Call::kComputeSharedHmac),
@@ -274,7 +266,8 @@ Return<void> FaultKeymaster::computeSharedHmac(const Vec<HmacSharingParameters>&
         [&](const Answer& a) { cb(a.error, a.output); });
 }
 
-Return<void> FaultKeymaster::verifyAuthorization(uint64_t handle, const Vec<KeyParameter>& params,
+Return<void> FaultKeymaster::verifyAuthorization(uint64_t handle,
+                                                 const hidl_vec<KeyParameter>& params,
                                                  const HardwareAuthToken& auth_token,
                                                  verifyAuthorization_cb cb) {
     VerificationToken token{};
@@ -290,30 +283,31 @@ Return<void> FaultKeymaster::verifyAuthorization(uint64_t handle, const Vec<KeyP
         [&](const Answer& a) { cb(a.error, token); });
 }
 
-Return<ErrorCode> FaultKeymaster::addRngEntropy(const Vec<uint8_t>& data) {
+Return<ErrorCode> FaultKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
     return answerCode(operationRecord(Call::kAddRngEntropy, 0, {}, data),
                       [&] { return inner_.addRngEntropy(data); });
 }
 
-Return<void> FaultKeymaster::generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) {
+Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
+                                         generateKey_cb cb) {
     return answer(
         record(Call::kGenerateKey, {}, key_params),
         [&](Slot& slot) { return inner_.generateKey(key_params, keyInto(slot)); },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::importKey(const Vec<KeyParameter>& key_params, KeyFormat format,
-                                       const Vec<uint8_t>& key_data, importKey_cb cb) {
+Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+                                       const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
     return answer(
         record(Call::kImportKey, {}, key_params),
         [&](Slot& slot) { return inner_.importKey(key_params, format, key_data, keyInto(slot)); },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::importWrappedKey(const Vec<uint8_t>& wrapped_key_data,
-                                              const Vec<uint8_t>& wrapping_key_blob,
-                                              const Vec<uint8_t>& masking_key,
-                                              const Vec<KeyParameter>& unwrapping_params,
+Return<void> FaultKeymaster::importWrappedKey(const hidl_vec<uint8_t>& wrapped_key_data,
+                                              const hidl_vec<uint8_t>& wrapping_key_blob,
+                                              const hidl_vec<uint8_t>& masking_key,
+                                              const hidl_vec<KeyParameter>& unwrapping_params,
                                               uint64_t password_sid, uint64_t biometric_sid,
                                               importWrappedKey_cb cb) {
     return answer(
@@ -326,9 +320,9 @@ Return<void> FaultKeymaster::importWrappedKey(const Vec<uint8_t>& wrapped_key_da
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::getKeyCharacteristics(const Vec<uint8_t>& key_blob,
-                                                   const Vec<uint8_t>& client_id,
-                                                   const Vec<uint8_t>& app_data,
+Return<void> FaultKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
+                                                   const hidl_vec<uint8_t>& client_id,
+                                                   const hidl_vec<uint8_t>& app_data,
                                                    getKeyCharacteristics_cb cb) {
     return answer(
         record(Call::kGetKeyCharacteristics, key_blob),
@@ -340,9 +334,9 @@ Return<void> FaultKeymaster::getKeyCharacteristics(const Vec<uint8_t>& key_blob,
         [&](const Answer& a) { cb(a.error, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::exportKey(KeyFormat format, const Vec<uint8_t>& key_blob,
-                                       const Vec<uint8_t>& client_id, const Vec<uint8_t>& app_data,
-                                       exportKey_cb cb) {
+Return<void> FaultKeymaster::exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<uint8_t>& client_id,
+                                       const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
     return answer(
         record(Call::kExportKey, key_blob),
         [&](Slot& slot) {
@@ -353,8 +347,9 @@ Return<void> FaultKeymaster::exportKey(KeyFormat format, const Vec<uint8_t>& key
         [&](const Answer& a) { cb(a.error, a.output); });
 }
 
-Return<void> FaultKeymaster::attestKey(const Vec<uint8_t>& key_blob,
-                                       const Vec<KeyParameter>& attest_params, attestKey_cb cb) {
+Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<KeyParameter>& attest_params,
+                                       attestKey_cb cb) {
     return answer(
         record(Call::kAttestKey, key_blob, attest_params),
         [&](Slot& slot) {
@@ -365,8 +360,9 @@ Return<void> FaultKeymaster::attestKey(const Vec<uint8_t>& key_blob,
         [&](const Answer& a) { cb(a.error, a.chain); });
 }
 
-Return<void> FaultKeymaster::upgradeKey(const Vec<uint8_t>& key_blob,
-                                        const Vec<KeyParameter>& upgrade_params, upgradeKey_cb cb) {
+Return<void> FaultKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
+                                        const hidl_vec<KeyParameter>& upgrade_params,
+                                        upgradeKey_cb cb) {
     return answer(
         record(Call::kUpgradeKey, key_blob, upgrade_params),
         [&](Slot& slot) {
@@ -377,7 +373,7 @@ Return<void> FaultKeymaster::upgradeKey(const Vec<uint8_t>& key_blob,
         [&](const Answer& a) { cb(a.error, a.output); });
 }
 
-Return<ErrorCode> FaultKeymaster::deleteKey(const Vec<uint8_t>& key_blob) {
+Return<ErrorCode> FaultKeymaster::deleteKey(const hidl_vec<uint8_t>& key_blob) {
     return answerCode(record(Call::kDeleteKey, key_blob),
                       [&] { return inner_.deleteKey(key_blob); });
 }
@@ -391,8 +387,8 @@ Return<ErrorCode> FaultKeymaster::destroyAttestationIds() {
                       [&] { return inner_.destroyAttestationIds(); });
 }
 
-Return<void> FaultKeymaster::begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
-                                   const Vec<KeyParameter>& in_params,
+Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
+                                   const hidl_vec<KeyParameter>& in_params,
                                    const HardwareAuthToken& auth_token, begin_cb cb) {
     CallRecord made = record(Call::kBegin, key_blob, in_params);
     made.purpose = purpose;
@@ -409,8 +405,9 @@ Return<void> FaultKeymaster::begin(KeyPurpose purpose, const Vec<uint8_t>& key_b
         [&](const Answer& a) { cb(a.error, a.params, a.handle); });
 }
 
-Return<void> FaultKeymaster::update(uint64_t handle, const Vec<KeyParameter>& in_params,
-                                    const Vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                                    const hidl_vec<uint8_t>& input,
+                                    const HardwareAuthToken& auth_token,
                                     const VerificationToken& verification_token, update_cb cb) {
     return answer(
         operationRecord(Call::kUpdate, handle, in_params, input),
@@ -426,8 +423,9 @@ Return<void> FaultKeymaster::update(uint64_t handle, const Vec<KeyParameter>& in
         [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
 }
 
-Return<void> FaultKeymaster::finish(uint64_t handle, const Vec<KeyParameter>& in_params,
-                                    const Vec<uint8_t>& input, const Vec<uint8_t>& signature,
+Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                                    const hidl_vec<uint8_t>& input,
+                                    const hidl_vec<uint8_t>& signature,
                                     const HardwareAuthToken& auth_token,
                                     const VerificationToken& verification_token, finish_cb cb) {
     return answer(

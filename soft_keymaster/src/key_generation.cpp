@@ -22,7 +22,6 @@ using android::hardware::keymaster::V4_0::Algorithm;
 using android::hardware::keymaster::V4_0::BlockMode;
 using android::hardware::keymaster::V4_0::EcCurve;
 using android::hardware::keymaster::V4_0::KeyOrigin;
-using android::hardware::keymaster::V4_0::KeyPurpose;
 using android::hardware::keymaster::V4_0::PaddingMode;
 
 namespace {

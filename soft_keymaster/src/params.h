@@ -6,8 +6,6 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,8 +14,6 @@
 
 namespace soft_keymaster {
 
-using android::hardware::keymaster::V4_0::KeyParameter;
-using android::hardware::keymaster::V4_0::Tag;
 using android::hardware::keymaster::V4_0::TagType;
 
 using Params = hidl_vec<KeyParameter>;

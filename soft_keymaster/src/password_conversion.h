@@ -7,8 +7,6 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
-
 #include "params.h"
 #include "root_key.h"
 #include "vendor_tags.h"

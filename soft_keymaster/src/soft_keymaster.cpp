@@ -27,13 +27,10 @@
 
 namespace soft_keymaster {
 
-using android::hardware::Return;
 using android::hardware::Status;
 using android::hardware::Void;
 using android::hardware::keymaster::V4_0::Algorithm;
-using android::hardware::keymaster::V4_0::KeyCharacteristics;
 using android::hardware::keymaster::V4_0::SecurityLevel;
-using android::hardware::keymaster::V4_0::VerificationToken;
 
 namespace {
 
@@ -156,7 +153,7 @@ Return<void> SoftKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
     return answer(cb, version.securityLevel, version.keymasterName, version.authorName);
 }
 
-Return<ErrorCode> SoftKeymaster::addRngEntropy(const Vec<uint8_t>& data) {
+Return<ErrorCode> SoftKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
     if (data.size() > kMaxEntropySize) {
         return ErrorCode::INVALID_INPUT_LENGTH;
     }
@@ -164,8 +161,9 @@ Return<ErrorCode> SoftKeymaster::addRngEntropy(const Vec<uint8_t>& data) {
     return ErrorCode::OK;
 }
 
-Return<void> SoftKeymaster::generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) {
-    Vec<uint8_t> blob;
+Return<void> SoftKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
+                                        generateKey_cb cb) {
+    hidl_vec<uint8_t> blob;
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
         const Key key = soft_keymaster::generateKey(key_params, state_->options.patch_level);
@@ -175,9 +173,9 @@ Return<void> SoftKeymaster::generateKey(const Vec<KeyParameter>& key_params, gen
     return answer(cb, error, blob, characteristics);
 }
 
-Return<void> SoftKeymaster::getKeyCharacteristics(const Vec<uint8_t>& key_blob,
-                                                  const Vec<uint8_t>& client_id,
-                                                  const Vec<uint8_t>& app_data,
+Return<void> SoftKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
+                                                  const hidl_vec<uint8_t>& client_id,
+                                                  const hidl_vec<uint8_t>& app_data,
                                                   getKeyCharacteristics_cb cb) {
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
@@ -188,10 +186,10 @@ Return<void> SoftKeymaster::getKeyCharacteristics(const Vec<uint8_t>& key_blob,
     return answer(cb, error, characteristics);
 }
 
-Return<void> SoftKeymaster::upgradeKey(const Vec<uint8_t>& key_blob,
-                                       const Vec<KeyParameter>& /* upgrade_params */,
+Return<void> SoftKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<KeyParameter>& /* upgrade_params */,
                                        upgradeKey_cb cb) {
-    Vec<uint8_t> upgraded;
+    hidl_vec<uint8_t> upgraded;
     const ErrorCode error = guarded([&] {
         Key key = unwrapKey(state_->rootKey(), key_blob);
         const uint32_t patch_level = state_->options.patch_level;
@@ -209,13 +207,14 @@ Return<void> SoftKeymaster::upgradeKey(const Vec<uint8_t>& key_blob,
     return answer(cb, error, upgraded);
 }
 
-Return<ErrorCode> SoftKeymaster::deleteKey(const Vec<uint8_t>& key_blob) {
+Return<ErrorCode> SoftKeymaster::deleteKey(const hidl_vec<uint8_t>& key_blob) {
     return guarded([&] { unwrapKey(state_->rootKey(), key_blob); });
 }
 
-Return<void> SoftKeymaster::attestKey(const Vec<uint8_t>& key_blob,
-                                      const Vec<KeyParameter>& attest_params, attestKey_cb cb) {
-    Vec<Vec<uint8_t>> chain;
+Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
+                                      const hidl_vec<KeyParameter>& attest_params,
+                                      attestKey_cb cb) {
+    hidl_vec<hidl_vec<uint8_t>> chain;
     const ErrorCode error = guarded([&] {
         const Key key = state_->usableKey(key_blob);
         const PkeyPtr pair = privateKey(key);
@@ -235,10 +234,10 @@ Return<void> SoftKeymaster::attestKey(const Vec<uint8_t>& key_blob,
     return answer(cb, error, chain);
 }
 
-Return<void> SoftKeymaster::begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
-                                  const Vec<KeyParameter>& in_params,
+Return<void> SoftKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
+                                  const hidl_vec<KeyParameter>& in_params,
                                   const HardwareAuthToken& /* auth_token */, begin_cb cb) {
-    Vec<KeyParameter> out_params;
+    hidl_vec<KeyParameter> out_params;
     uint64_t handle = 0;
     const ErrorCode error = guarded([&] {
         if (purpose == kPurposePasswordEncrypt || purpose == kPurposePasswordDecrypt) {
@@ -251,20 +250,20 @@ Return<void> SoftKeymaster::begin(KeyPurpose purpose, const Vec<uint8_t>& key_bl
                 ErrorCode::UNIMPLEMENTED);
         require(state_->operations.size() < state_->options.max_operations,
                 ErrorCode::TOO_MANY_OPERATIONS);
-        Vec<KeyParameter> made;
+        hidl_vec<KeyParameter> made;
         handle = state_->open(std::make_unique<AesGcmOperation>(purpose, key, in_params, made));
         out_params = std::move(made);
     });
     return answer(cb, error, out_params, handle);
 }
 
-Return<void> SoftKeymaster::update(uint64_t handle, const Vec<KeyParameter>& in_params,
-                                   const Vec<uint8_t>& input,
+Return<void> SoftKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                                   const hidl_vec<uint8_t>& input,
                                    const HardwareAuthToken& /* auth_token */,
                                    const VerificationToken& /* verification_token */,
                                    update_cb cb) {
     uint32_t consumed = 0;
-    Vec<uint8_t> output;
+    hidl_vec<uint8_t> output;
     const ErrorCode error = guarded([&] {
         const size_t limit = state_->options.max_update_bytes;
         output = state_->operation(handle).update(in_params, input, limit == 0 ? SIZE_MAX : limit,
@@ -273,19 +272,20 @@ Return<void> SoftKeymaster::update(uint64_t handle, const Vec<KeyParameter>& in_
     if (error != ErrorCode::OK) {
         state_->operations.erase(handle);
     }
-    return answer(cb, error, consumed, Vec<KeyParameter>(), output);
+    return answer(cb, error, consumed, hidl_vec<KeyParameter>(), output);
 }
 
-Return<void> SoftKeymaster::finish(uint64_t handle, const Vec<KeyParameter>& in_params,
-                                   const Vec<uint8_t>& input, const Vec<uint8_t>& /* signature */,
+Return<void> SoftKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                                   const hidl_vec<uint8_t>& input,
+                                   const hidl_vec<uint8_t>& /* signature */,
                                    const HardwareAuthToken& /* auth_token */,
                                    const VerificationToken& /* verification_token */,
                                    finish_cb cb) {
-    Vec<uint8_t> output;
+    hidl_vec<uint8_t> output;
     const ErrorCode error =
         guarded([&] { output = state_->operation(handle).finish(in_params, input); });
     state_->operations.erase(handle);
-    return answer(cb, error, Vec<KeyParameter>(), output);
+    return answer(cb, error, hidl_vec<KeyParameter>(), output);
 }
 
 Return<ErrorCode> SoftKeymaster::abort(uint64_t handle) {
@@ -297,31 +297,32 @@ Return<void> SoftKeymaster::getHmacSharingParameters(getHmacSharingParameters_cb
     return answer(cb, ErrorCode::UNIMPLEMENTED, HmacSharingParameters());
 }
 
-Return<void> SoftKeymaster::computeSharedHmac(const Vec<HmacSharingParameters>&,
+Return<void> SoftKeymaster::computeSharedHmac(const hidl_vec<HmacSharingParameters>&,
                                               computeSharedHmac_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, Vec<uint8_t>());
+    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>());
 }
 
-Return<void> SoftKeymaster::verifyAuthorization(uint64_t, const Vec<KeyParameter>&,
+Return<void> SoftKeymaster::verifyAuthorization(uint64_t, const hidl_vec<KeyParameter>&,
                                                 const HardwareAuthToken&,
                                                 verifyAuthorization_cb cb) {
     return answer(cb, ErrorCode::UNIMPLEMENTED, VerificationToken());
 }
 
-Return<void> SoftKeymaster::importKey(const Vec<KeyParameter>&, KeyFormat, const Vec<uint8_t>&,
-                                      importKey_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, Vec<uint8_t>(), KeyCharacteristics());
+Return<void> SoftKeymaster::importKey(const hidl_vec<KeyParameter>&, KeyFormat,
+                                      const hidl_vec<uint8_t>&, importKey_cb cb) {
+    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>(), KeyCharacteristics());
 }
 
-Return<void> SoftKeymaster::importWrappedKey(const Vec<uint8_t>&, const Vec<uint8_t>&,
-                                             const Vec<uint8_t>&, const Vec<KeyParameter>&,
-                                             uint64_t, uint64_t, importWrappedKey_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, Vec<uint8_t>(), KeyCharacteristics());
+Return<void> SoftKeymaster::importWrappedKey(const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
+                                             const hidl_vec<uint8_t>&,
+                                             const hidl_vec<KeyParameter>&, uint64_t, uint64_t,
+                                             importWrappedKey_cb cb) {
+    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>(), KeyCharacteristics());
 }
 
-Return<void> SoftKeymaster::exportKey(KeyFormat, const Vec<uint8_t>&, const Vec<uint8_t>&,
-                                      const Vec<uint8_t>&, exportKey_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, Vec<uint8_t>());
+Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
+                                      const hidl_vec<uint8_t>&, exportKey_cb cb) {
+    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>());
 }
 
 Return<ErrorCode> SoftKeymaster::deleteAllKeys() {

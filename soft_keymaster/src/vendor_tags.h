@@ -6,12 +6,9 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
+#include "soft_keymaster/keymaster_types.h"
 
 namespace soft_keymaster {
-
-using android::hardware::keymaster::V4_0::KeyPurpose;
-using android::hardware::keymaster::V4_0::Tag;
 
 constexpr Tag kTagPasswordIn1 = static_cast<Tag>(0x90000907);
 constexpr Tag kTagPasswordIn2 = static_cast<Tag>(0x90000908);

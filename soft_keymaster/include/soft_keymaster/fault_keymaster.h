@@ -14,13 +14,13 @@
 
 #pragma once
 
-#include <keymasterV4_0/Keymaster.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <vector>
+
+#include "keymaster_types.h"
 
 namespace soft_keymaster {
 
@@ -53,22 +53,22 @@ const char* callName(Call call);
 // or empty.
 struct CallRecord {
     Call call;
-    android::hardware::keymaster::V4_0::KeyPurpose purpose;  // begin
-    uint64_t handle;                                         // update, finish, abort
-    android::hardware::hidl_vec<uint8_t> key_blob;
-    android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter> params;
-    android::hardware::hidl_vec<uint8_t> input;  // update, finish, addRngEntropy
+    KeyPurpose purpose;  // begin
+    uint64_t handle;     // update, finish, abort
+    hidl_vec<uint8_t> key_blob;
+    hidl_vec<KeyParameter> params;
+    hidl_vec<uint8_t> input;  // update, finish, addRngEntropy
 };
 
 // What a call is about to answer. Members that the call does not answer are ignored.
 struct Answer {
-    android::hardware::keymaster::V4_0::ErrorCode error;
-    uint64_t handle;                              // begin
-    uint32_t consumed;                            // update
-    android::hardware::hidl_vec<uint8_t> output;  // update, finish; a key blob; exported material
-    android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter> params;
-    android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>> chain;  // attestKey
-    android::hardware::keymaster::V4_0::KeyCharacteristics characteristics;
+    ErrorCode error;
+    uint64_t handle;           // begin
+    uint32_t consumed;         // update
+    hidl_vec<uint8_t> output;  // update, finish; a key blob; exported material
+    hidl_vec<KeyParameter> params;
+    hidl_vec<hidl_vec<uint8_t>> chain;  // attestKey
+    KeyCharacteristics characteristics;
 };
 
 struct Fault {
@@ -80,7 +80,7 @@ struct Fault {
         kAlter,                    // called, and the answer changed by `alter`
     };
 
-    static Fault error(android::hardware::keymaster::V4_0::ErrorCode code);
+    static Fault error(ErrorCode code);
     static Fault transportBeforeCallback();
     static Fault transportAfterCallback();
     static Fault noCallback();
@@ -91,26 +91,14 @@ struct Fault {
     static Fault outputSize(size_t size);
 
     Kind kind;
-    android::hardware::keymaster::V4_0::ErrorCode code;
+    ErrorCode code;
     std::function<void(Answer&)> change;
 };
 
-class FaultKeymaster final : public android::hardware::keymaster::V4_0::support::Keymaster {
-    template <typename T>
-    using Vec = android::hardware::hidl_vec<T>;
-    template <typename T>
-    using Return = android::hardware::Return<T>;
-    using ErrorCode = android::hardware::keymaster::V4_0::ErrorCode;
-    using HardwareAuthToken = android::hardware::keymaster::V4_0::HardwareAuthToken;
-    using HmacSharingParameters = android::hardware::keymaster::V4_0::HmacSharingParameters;
-    using KeyFormat = android::hardware::keymaster::V4_0::KeyFormat;
-    using KeyParameter = android::hardware::keymaster::V4_0::KeyParameter;
-    using KeyPurpose = android::hardware::keymaster::V4_0::KeyPurpose;
-    using VerificationToken = android::hardware::keymaster::V4_0::VerificationToken;
-
+class FaultKeymaster : public Keymaster {
   public:
     // Borrows `inner` for the object's lifetime.
-    explicit FaultKeymaster(android::hardware::keymaster::V4_0::support::Keymaster& inner);
+    explicit FaultKeymaster(Keymaster& inner);
 
     // Applies `fault` to the nth such call from now on; 1 is the next one.
     void plan(Call call, size_t nth, Fault fault);
@@ -126,41 +114,44 @@ class FaultKeymaster final : public android::hardware::keymaster::V4_0::support:
     const VersionResult& halVersion() const override { return inner_.halVersion(); }
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
-    Return<void> computeSharedHmac(const Vec<HmacSharingParameters>& params,
+    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                    computeSharedHmac_cb cb) override;
-    Return<void> verifyAuthorization(uint64_t handle, const Vec<KeyParameter>& params,
+    Return<void> verifyAuthorization(uint64_t handle, const hidl_vec<KeyParameter>& params,
                                      const HardwareAuthToken& auth_token,
                                      verifyAuthorization_cb cb) override;
-    Return<ErrorCode> addRngEntropy(const Vec<uint8_t>& data) override;
-    Return<void> generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) override;
-    Return<void> importKey(const Vec<KeyParameter>& key_params, KeyFormat format,
-                           const Vec<uint8_t>& key_data, importKey_cb cb) override;
-    Return<void> importWrappedKey(const Vec<uint8_t>& wrapped_key_data,
-                                  const Vec<uint8_t>& wrapping_key_blob,
-                                  const Vec<uint8_t>& masking_key,
-                                  const Vec<KeyParameter>& unwrapping_params, uint64_t password_sid,
-                                  uint64_t biometric_sid, importWrappedKey_cb cb) override;
-    Return<void> getKeyCharacteristics(const Vec<uint8_t>& key_blob, const Vec<uint8_t>& client_id,
-                                       const Vec<uint8_t>& app_data,
+    Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
+    Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
+    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
+    Return<void> importWrappedKey(const hidl_vec<uint8_t>& wrapped_key_data,
+                                  const hidl_vec<uint8_t>& wrapping_key_blob,
+                                  const hidl_vec<uint8_t>& masking_key,
+                                  const hidl_vec<KeyParameter>& unwrapping_params,
+                                  uint64_t password_sid, uint64_t biometric_sid,
+                                  importWrappedKey_cb cb) override;
+    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<uint8_t>& client_id,
+                                       const hidl_vec<uint8_t>& app_data,
                                        getKeyCharacteristics_cb cb) override;
-    Return<void> exportKey(KeyFormat format, const Vec<uint8_t>& key_blob,
-                           const Vec<uint8_t>& client_id, const Vec<uint8_t>& app_data,
+    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
-    Return<void> attestKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& attest_params,
-                           attestKey_cb cb) override;
-    Return<void> upgradeKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& upgrade_params,
+    Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
+    Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
+                            const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
-    Return<ErrorCode> deleteKey(const Vec<uint8_t>& key_blob) override;
+    Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
     Return<ErrorCode> deleteAllKeys() override;
     Return<ErrorCode> destroyAttestationIds() override;
-    Return<void> begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
-                       const Vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
+    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
+                       const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
                        begin_cb cb) override;
-    Return<void> update(uint64_t handle, const Vec<KeyParameter>& in_params,
-                        const Vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, update_cb cb) override;
-    Return<void> finish(uint64_t handle, const Vec<KeyParameter>& in_params,
-                        const Vec<uint8_t>& input, const Vec<uint8_t>& signature,
+    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
                         const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
@@ -180,7 +171,7 @@ class FaultKeymaster final : public android::hardware::keymaster::V4_0::support:
         std::vector<Fault> each;  // none or one
     };
 
-    android::hardware::keymaster::V4_0::support::Keymaster& inner_;
+    Keymaster& inner_;
     std::map<Call, Plan> plans_;
     std::vector<CallRecord> calls_;
 };

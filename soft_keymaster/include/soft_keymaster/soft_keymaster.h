@@ -17,29 +17,16 @@
 
 #pragma once
 
-#include <keymasterV4_0/Keymaster.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "keymaster_types.h"
+
 namespace soft_keymaster {
 
-class SoftKeymaster : public android::hardware::keymaster::V4_0::support::Keymaster {
-  protected:
-    template <typename T>
-    using Vec = android::hardware::hidl_vec<T>;
-    template <typename T>
-    using Return = android::hardware::Return<T>;
-    using ErrorCode = android::hardware::keymaster::V4_0::ErrorCode;
-    using HardwareAuthToken = android::hardware::keymaster::V4_0::HardwareAuthToken;
-    using HmacSharingParameters = android::hardware::keymaster::V4_0::HmacSharingParameters;
-    using KeyFormat = android::hardware::keymaster::V4_0::KeyFormat;
-    using KeyParameter = android::hardware::keymaster::V4_0::KeyParameter;
-    using KeyPurpose = android::hardware::keymaster::V4_0::KeyPurpose;
-    using VerificationToken = android::hardware::keymaster::V4_0::VerificationToken;
-
+class SoftKeymaster : public Keymaster {
   public:
     struct Options {
         // The root key: 32 random bytes, made with mode 0600 when the file is first needed. The
@@ -69,48 +56,51 @@ class SoftKeymaster : public android::hardware::keymaster::V4_0::support::Keymas
 
     const VersionResult& halVersion() const override;
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
-    Return<ErrorCode> addRngEntropy(const Vec<uint8_t>& data) override;
+    Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
 
-    Return<void> generateKey(const Vec<KeyParameter>& key_params, generateKey_cb cb) override;
-    Return<void> getKeyCharacteristics(const Vec<uint8_t>& key_blob, const Vec<uint8_t>& client_id,
-                                       const Vec<uint8_t>& app_data,
+    Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
+    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<uint8_t>& client_id,
+                                       const hidl_vec<uint8_t>& app_data,
                                        getKeyCharacteristics_cb cb) override;
     // An empty blob with OK says that the key is at the device's patch level already.
-    Return<void> upgradeKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& upgrade_params,
+    Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
+                            const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
     // Checks the blob. Nothing is kept for a key, so there is nothing to delete.
-    Return<ErrorCode> deleteKey(const Vec<uint8_t>& key_blob) override;
-    Return<void> attestKey(const Vec<uint8_t>& key_blob, const Vec<KeyParameter>& attest_params,
-                           attestKey_cb cb) override;
+    Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
+    Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
 
-    Return<void> begin(KeyPurpose purpose, const Vec<uint8_t>& key_blob,
-                       const Vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
+    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
+                       const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
                        begin_cb cb) override;
-    Return<void> update(uint64_t handle, const Vec<KeyParameter>& in_params,
-                        const Vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, update_cb cb) override;
-    Return<void> finish(uint64_t handle, const Vec<KeyParameter>& in_params,
-                        const Vec<uint8_t>& input, const Vec<uint8_t>& signature,
+    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
                         const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
 
     // UNIMPLEMENTED, all of them.
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
-    Return<void> computeSharedHmac(const Vec<HmacSharingParameters>& params,
+    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                    computeSharedHmac_cb cb) override;
-    Return<void> verifyAuthorization(uint64_t handle, const Vec<KeyParameter>& params,
+    Return<void> verifyAuthorization(uint64_t handle, const hidl_vec<KeyParameter>& params,
                                      const HardwareAuthToken& auth_token,
                                      verifyAuthorization_cb cb) override;
-    Return<void> importKey(const Vec<KeyParameter>& key_params, KeyFormat format,
-                           const Vec<uint8_t>& key_data, importKey_cb cb) override;
-    Return<void> importWrappedKey(const Vec<uint8_t>& wrapped_key_data,
-                                  const Vec<uint8_t>& wrapping_key_blob,
-                                  const Vec<uint8_t>& masking_key,
-                                  const Vec<KeyParameter>& unwrapping_params, uint64_t password_sid,
-                                  uint64_t biometric_sid, importWrappedKey_cb cb) override;
-    Return<void> exportKey(KeyFormat format, const Vec<uint8_t>& key_blob,
-                           const Vec<uint8_t>& client_id, const Vec<uint8_t>& app_data,
+    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
+    Return<void> importWrappedKey(const hidl_vec<uint8_t>& wrapped_key_data,
+                                  const hidl_vec<uint8_t>& wrapping_key_blob,
+                                  const hidl_vec<uint8_t>& masking_key,
+                                  const hidl_vec<KeyParameter>& unwrapping_params,
+                                  uint64_t password_sid, uint64_t biometric_sid,
+                                  importWrappedKey_cb cb) override;
+    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
     Return<ErrorCode> deleteAllKeys() override;
     Return<ErrorCode> destroyAttestationIds() override;

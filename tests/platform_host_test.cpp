@@ -1,0 +1,136 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The host's stand-ins for the platform: ownership, and the mistakes that end the process.
+
+#include <android/hardware/keymaster/4.0/types.h>
+#include <gtest/gtest.h>
+#include <hardware/keymaster_defs.h>
+#include <hidl/HidlSupport.h>
+#include <hidl/Status.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::Status;
+using android::hardware::Void;
+using namespace android::hardware::keymaster::V4_0;
+
+using Blob = hidl_vec<uint8_t>;
+
+constexpr size_t kTooMany = size_t{UINT32_MAX} + 1;
+
+TEST(HidlVec, CopiesOwnAndViewsBorrow) {
+    uint8_t bytes[] = {1, 2, 3};
+    Blob view;
+    view.setToExternal(bytes, sizeof(bytes));
+    const Blob copy = view;
+    bytes[0] = 9;
+    EXPECT_EQ(bytes, view.data());
+    EXPECT_EQ(9, view[0]);
+    EXPECT_EQ(1, copy[0]);
+    EXPECT_NE(view, copy);
+
+    view.resize(4);  // a copy of its own from here on
+    EXPECT_NE(bytes, view.data());
+    EXPECT_EQ(3, view[2]);
+    EXPECT_EQ((Blob{9, 2}), Blob(view.begin(), view.begin() + 2));
+    view = std::vector<uint8_t>{7};
+    EXPECT_EQ((std::vector<uint8_t>{7}), std::vector<uint8_t>(view));
+}
+
+TEST(HidlVec, MovedFromKeepsPointerAndSizeWithoutOwning) {
+    Blob from{1, 2};
+    const uint8_t* const data = from.data();
+    Blob to{5};
+    to = std::move(from);
+    EXPECT_EQ(data, to.data());
+    EXPECT_EQ(data, from.data());  // NOLINT: what is tested
+    EXPECT_EQ(2u, from.size());
+    from.resize(1);  // must not free what `to` owns
+    EXPECT_EQ(2, to[1]);
+}
+
+TEST(HidlVec, HandsOverAndTakesArrays) {
+    Blob owner;
+    owner.setToExternal(new uint8_t[2]{1, 2}, 2, true);
+    const std::unique_ptr<uint8_t[]> released(owner.releaseData());
+    EXPECT_EQ(released.get(), owner.data());
+
+    uint8_t borrowed[] = {3};
+    Blob view;
+    view.setToExternal(borrowed, 1);
+    const std::unique_ptr<uint8_t[]> copied(view.releaseData());
+    EXPECT_NE(borrowed, copied.get());
+    EXPECT_EQ(3, copied[0]);
+}
+
+TEST(HidlVecDeathTest, RefusesMoreThan32Bits) {
+    Blob vec;
+    uint8_t byte = 0;
+    EXPECT_DEATH(vec.setToExternal(&byte, kTooMany),
+                 "external vector size exceeds 2\\^32 elements\\.");
+    EXPECT_DEATH(vec.resize(kTooMany), "hidl_vec can't hold more than 2\\^32 elements\\.");
+}
+
+TEST(Types, AreZeroOnlyWhenValueInitialised) {
+    // No member has an initialiser: one would set what a plain declaration leaves alone.
+    alignas(HardwareAuthToken) unsigned char memory[sizeof(HardwareAuthToken)];
+    std::memset(memory, 0xAA, sizeof(memory));
+    auto* token = new (memory) HardwareAuthToken();
+    EXPECT_EQ(0u, token->challenge);
+    EXPECT_EQ(HardwareAuthenticatorType::NONE, token->authenticatorType);
+    token->~HardwareAuthToken();
+    static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
+    static_assert(std::is_trivially_default_constructible_v<KeyParameter::IntegerParams>);
+    // The two forms of a tag agree in all 32 bits.
+    EXPECT_EQ(static_cast<uint32_t>(Tag::NONCE), static_cast<uint32_t>(KM_TAG_NONCE));
+    EXPECT_EQ(0x900003E9u, static_cast<uint32_t>(KM_TAG_NONCE));
+}
+
+TEST(Status, Descriptions) {
+    EXPECT_EQ("No error", Status::ok().description());
+    EXPECT_EQ("Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '",
+              Status::fromStatusT(android::DEAD_OBJECT).description());
+    EXPECT_EQ("Status(EX_SECURITY): 'no'",
+              Status::fromExceptionCode(Status::EX_SECURITY, "no").description());
+    EXPECT_EQ("Status(EX_ILLEGAL_STATE): ''",
+              Status::fromExceptionCode(Status::EX_ILLEGAL_STATE).description());
+}
+
+TEST(ReturnDeathTest, FailureHasToBeLookedAt) {
+    const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };
+    const char kUnchecked[] = "Failed HIDL return status not checked: Status\\(EX_TRANSACTION";
+    EXPECT_DEATH(fail(), kUnchecked);
+    EXPECT_DEATH({ fail().description(); }, kUnchecked);
+    EXPECT_DEATH(
+        {
+            Return<void> result = fail();
+            result = Void();
+        },
+        kUnchecked);
+    EXPECT_DEATH(
+        {
+            const Return<ErrorCode> result = Status::fromStatusT(android::DEAD_OBJECT);
+            [[maybe_unused]] const ErrorCode value = result;
+        },
+        "Attempted to retrieve value");
+
+    Return<void> first = fail();
+    Return<void> second = std::move(first);  // the duty to look moves along
+    EXPECT_TRUE(second.isDeadObject());
+    EXPECT_FALSE(second.isOk());
+    const ErrorCode value = Return<ErrorCode>(ErrorCode::INVALID_TAG);
+    EXPECT_EQ(ErrorCode::INVALID_TAG, value);
+}
+
+}  // namespace
