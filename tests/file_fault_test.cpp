@@ -36,7 +36,6 @@ constexpr char kStore[] = "secure_objects.db";
 constexpr char kRootKey[] = "root_key";
 constexpr int kDied = 99;     // exit status of a child that a fault ended
 constexpr int kFinished = 0;  // its operation came to an end, whatever the result
-const std::vector<std::string> kFiles = {"secure_objects.db", "edbk", "edbk_digest"};
 
 // ---- Operations ---------------------------------------------------------------------------------
 
@@ -65,12 +64,34 @@ std::vector<std::string> aliases(ZelKeymasterOperation& object, int* status) {
     return rows;
 }
 
+// What the backup holds after two inserts.
+constexpr char kBackupRows[] = "a ";
+
+// What the operation did on its own to a store or key that it took for broken. Both are what it has
+// always done, and a file call that fails at the wrong moment is enough:
+//  - a key file that cannot be read is replaced by a new key, which does not open the store; the
+//    store's backup is then put in place;
+//  - a key file that is lost in the middle of an upgrade does not match its digest, with the same
+//  end.
+enum Repair { kNoRepair, kBackupRestored, kKeyReplaced };
+
+Repair repairDone() {
+    if (test::logged("E object: key blob is corrupted. regard the key file is broken and "
+                     "regenerate key")) {
+        return kKeyReplaced;
+    }
+    return test::logged("E object: restore the stored db. need to restart keystore")
+               ? kBackupRestored
+               : kNoRepair;
+}
+
 struct Operation {
     std::string name;
     std::function<void()> prepare;  // makes the directory, in a child, without faults
     std::function<void()> run;
     std::vector<std::string> before;  // the aliases that the store holds
     std::vector<std::string> after;
+    std::vector<std::string> from_empty;  // after, when the store file could not be read
 };
 
 void ignore(int) {}
@@ -85,18 +106,20 @@ std::vector<Operation> operations() {
     };
     const auto two_rows = with([](auto& o) { ignore(insert(o, "a")), ignore(insert(o, "b")); });
     return {
-        {"first insert", [] {}, with([](auto& o) { ignore(insert(o, "a")); }), {}, {"a"}},
+        {"first insert", [] {}, with([](auto& o) { ignore(insert(o, "a")); }), {}, {"a"}, {"a"}},
         {"insert",
          two_rows,
          with([](auto& o) { ignore(insert(o, "c")); }),
          {"a", "b"},
-         {"a", "b", "c"}},
-        {"delete", two_rows, with([](auto& o) { ignore(remove(o, "a")); }), {"a", "b"}, {"b"}},
+         {"a", "b", "c"},
+         {"c"}},
+        {"delete", two_rows, with([](auto& o) { ignore(remove(o, "a")); }), {"a", "b"}, {"b"}, {}},
         {"key upgrade",
          two_rows,
          with([](auto& o) { ignore(insert(o, "c")); }, 2),
          {"a", "b"},
-         {"a", "b", "c"}},
+         {"a", "b", "c"},
+         {"c"}},
         {"repair",
          [two_rows] {
              two_rows();
@@ -109,7 +132,8 @@ std::vector<Operation> operations() {
              aliases(o, &status);
          }),
          {"a"},
-         {"a"}},
+         {"a"},
+         {}},
     };
 }
 
@@ -285,18 +309,22 @@ class FileFault : public test::InTempDir {
         fs::remove_all(prepared());
         fs::create_directory(prepared());
         ASSERT_EQ(kFinished, inChild(prepared(), [&] {
-                      SoftKeymaster km(options(1));  // makes the root key
+                      test::writeFile(kRootKey, Bytes(32, 7));
+                      fs::permissions(kRootKey, fs::perms(0600));
                       operation.prepare();
                       return std::string();
                   }));
     }
 
     // Whether some version of the store opens with some version of the key, with the right content.
-    bool holdsWholeVersion(const fs::path& directory, const Operation& operation) {
+    bool holdsWholeVersion(const fs::path& directory, const Operation& operation, Repair repair) {
         const std::string old_rows = joined(operation.before);
         const std::string new_rows = joined(operation.after);
         if (operation.before.empty() && !fs::exists(prepared() / kStore)) {
             return true;  // there was nothing to lose
+        }
+        if (repair == kKeyReplaced) {
+            return test::readFile(directory / kStore) == test::readFile(prepared() / kStore);
         }
         for (const char* store : {"", ".bak", ".tmp"}) {
             for (const char* key : {"", ".bak", ".tmp"}) {
@@ -311,7 +339,8 @@ class FileFault : public test::InTempDir {
                 fs::copy(key_path, scratch() / "edbk");
                 fs::copy(directory / kRootKey, scratch() / kRootKey);
                 const std::string rows = readBack(scratch(), 2);
-                if (rows == old_rows || rows == new_rows) {
+                if (rows == old_rows || rows == new_rows ||
+                    (repair == kBackupRestored && rows == kBackupRows)) {
                     return true;
                 }
             }
@@ -320,13 +349,20 @@ class FileFault : public test::InTempDir {
     }
 
     // The promise for one directory that a fault left behind.
-    void check(const fs::path& directory, const Operation& operation, const std::string& context) {
-        EXPECT_TRUE(holdsWholeVersion(directory, operation)) << context;
+    void check(const fs::path& directory, const Operation& operation, const std::string& context,
+               Repair repair = kNoRepair) {
+        EXPECT_TRUE(holdsWholeVersion(directory, operation, repair)) << context;
         copyTo(directory, scratch());
         const std::string opened = readBack(scratch(), 2);
-        const std::set<std::string> allowed = {joined(operation.before), joined(operation.after),
-                                               "",  // the store starts empty between the renames
-                                               "status -30", "status -38"};
+        std::set<std::string> allowed = {joined(operation.before),
+                                         joined(operation.after),
+                                         joined(operation.from_empty),
+                                         "",  // the store starts empty between the renames
+                                         "status -30",
+                                         "status -38"};
+        if (repair != kNoRepair) {
+            allowed.insert(kBackupRows);
+        }
         EXPECT_EQ(1u, allowed.count(opened)) << context << ": " << opened;
         ++states_;
     }
@@ -336,18 +372,19 @@ class FileFault : public test::InTempDir {
 
 // Runs the operation under a plan in the directory `tried`; returns the child's exit status and how
 // many file calls it made.
-int runWithPlan(const fs::path& directory, const Operation& operation, const Plan& plan,
-                int* calls) {
+int runWithPlan(const fs::path& directory, const Operation& operation, const Plan& plan, int* calls,
+                Repair* repair) {
     std::string answer;
     const int status = inChild(
         directory,
         [&] {
             installFaults(plan);
             operation.run();
-            return std::to_string(g_calls);
+            return std::to_string(g_calls) + " " + std::to_string(repairDone());
         },
         &answer);
     *calls = status == kFinished ? std::stoi(answer) : 0;
+    *repair = status == kFinished ? static_cast<Repair>(answer.back() - '0') : kNoRepair;
     return status;
 }
 
@@ -365,11 +402,12 @@ TEST_F(FileFault, FailedCallsAndKilledProcessesLoseNothing) {
                 const std::string context =
                     operation.name + ", " + kind + " at call " + std::to_string(plan.nth);
                 copyTo(prepared(), tried());
-                const int status = runWithPlan(tried(), operation, plan, &calls);
+                Repair repair = kNoRepair;
+                const int status = runWithPlan(tried(), operation, plan, &calls, &repair);
                 ASSERT_EQ(status,
                           plan.kind == Plan::kExit && status != kFinished ? kDied : kFinished)
                     << context;
-                check(tried(), operation, context);
+                check(tried(), operation, context, repair);
                 if (plan.kind == Plan::kExit && status == kFinished) {
                     ASSERT_GT(plan.nth, 5) << context;
                     break;

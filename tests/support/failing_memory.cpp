@@ -20,10 +20,9 @@ namespace {
 long g_countdown;  // 0: not armed
 bool g_for_good;
 bool g_failed;
-int g_paused;
 
 bool failNow() {
-    if (g_countdown == 0 || g_paused != 0) {
+    if (g_countdown == 0 || test::allocations_paused != 0) {
         return false;
     }
     if (g_countdown > 1) {
@@ -50,13 +49,6 @@ void failAllocation(long nth, bool for_good) {
 bool stopFailing() {
     g_countdown = 0;
     return g_failed;
-}
-
-AllocationsWork::AllocationsWork() {
-    ++g_paused;
-}
-AllocationsWork::~AllocationsWork() {
-    --g_paused;
 }
 
 bool useFailingLibcryptoMemory() {

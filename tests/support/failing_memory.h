@@ -15,19 +15,21 @@ void failAllocation(long nth, bool for_good);
 // Back to normal; true if an allocation failed since failAllocation().
 bool stopFailing();
 
+inline int allocations_paused = 0;
+
 // While one lives, allocations neither fail nor count: for the parts of a test that play someone
 // else.
 class AllocationsWork {
   public:
-    AllocationsWork();
-    ~AllocationsWork();
+    AllocationsWork() { ++allocations_paused; }
+    ~AllocationsWork() { --allocations_paused; }
 };
 
 // The opposite, within one.
 class AllocationsFail {
   public:
-    AllocationsFail();
-    ~AllocationsFail();
+    AllocationsFail() { --allocations_paused; }
+    ~AllocationsFail() { ++allocations_paused; }
 };
 
 // Makes libcrypto allocate through the same counter. Must come before libcrypto's first allocation;

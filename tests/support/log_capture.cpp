@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <regex>
 
+#include "failing_memory.h"
+
 namespace {
 
 struct Line {
@@ -63,6 +65,7 @@ std::string readable(const Line& line) {
 
 // Replaces the function of liblog for the whole program, the shared library included.
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    const test::AllocationsWork logging;
     va_list args;
     va_start(args, format);
     va_list counting;

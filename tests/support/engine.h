@@ -1,0 +1,125 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Queries against the store engine, and texts and stores for them.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "log_capture.h"
+#include "velt_secure_db.h"
+
+namespace test {
+
+// In the texts of tests ' stands for the quote 0x1F, ^ for the separator 0x1E and $ for NUL.
+inline std::string raw(std::string text) {
+    for (char& c : text) {
+        c = c == '\'' ? '\x1F' : c == '^' ? '\x1E' : c == '$' ? '\0' : c;
+    }
+    return text;
+}
+
+inline std::string readable(std::string text) {
+    for (char& c : text) {
+        c = c == '\x1F' ? '\'' : c == '\x1E' ? '^' : c == '\0' ? '$' : c;
+    }
+    return text;
+}
+
+// A copy in a heap block of exactly its length: the address sanitizer sees every read beyond it.
+class Exact {
+  public:
+    explicit Exact(const std::string& text)
+        : data_(new uint8_t[text.size()]), len_(static_cast<uint32_t>(text.size())) {
+        std::copy(text.begin(), text.end(), data_.get());
+    }
+
+    uint8_t* data() const { return data_.get(); }
+    uint32_t len() const { return len_; }
+    db_token_t token() const { return {data_.get(), len_}; }
+
+  private:
+    std::unique_ptr<uint8_t[]> data_;
+    uint32_t len_;
+};
+
+inline std::string le32(uint32_t value) {
+    std::string text;
+    for (int shift = 0; shift < 32; shift += 8) {
+        text += static_cast<char>(value >> shift & 0xFF);
+    }
+    return text;
+}
+
+// A store as it lies in its file, with zeros for tag and nonce.
+inline std::string store(uint32_t rows, const std::string& payload,
+                         const std::string& magic = "SOBv1.1     ", uint32_t flags = 0) {
+    return magic + le32(flags) + std::string(28, '\0') + le32(rows) +
+           le32(static_cast<uint32_t>(payload.size())) + raw(payload);
+}
+
+constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
+
+// Starts with an empty table, no callback and an empty log.
+class Engine : public ::testing::Test {
+  protected:
+    Engine() {
+        sdb_register_db_encrypt_fp(nullptr, nullptr);
+        EXPECT_EQ(0, query("SELECT ()"));
+        clearLog();
+    }
+
+    // Runs a command on the table that `handle_` names, or on `blob_` if that is 0. What comes out
+    // is in `result_`.
+    int query(const std::string& command) {
+        const Exact text(raw(command));
+        const Exact blob(blob_);
+        unsigned char untouched = 0;
+        unsigned char* out = &untouched;
+        unsigned int out_len = 4711;
+        const int status =
+            sdb_query(reinterpret_cast<const char*>(text.data()), text.len(),
+                      blob_.empty() ? nullptr : blob.data(), blob.len(), &out, &out_len, &handle_);
+        EXPECT_EQ(blob_, std::string(blob.data(), blob.data() + blob.len()));
+        result_.clear();
+        if (status != 0) {
+            EXPECT_EQ(&untouched, out);
+            EXPECT_EQ(4711u, out_len);
+            return status;
+        }
+        if (out != nullptr) {
+            result_.assign(out, out + out_len);
+        }
+        std::free(out);
+        return status;
+    }
+
+    // The selection, in the readable form; its final NUL is checked and left out.
+    std::string select(const std::string& command) {
+        EXPECT_EQ(0, query(command)) << command;
+        EXPECT_EQ('\0', result_.empty() ? 'x' : result_.back()) << command;
+        return readable(result_.substr(0, result_.size() - 1));
+    }
+
+    // Loads a store and answers its rows, or "status" and the number.
+    std::string load(const std::string& blob) {
+        handle_ = 0;
+        blob_ = blob;
+        const int status = query(kSelectAll);
+        return status != 0 ? "status " + std::to_string(status)
+                           : readable(result_.substr(0, result_.size() - 1));
+    }
+
+    std::string blob_;
+    std::string result_;
+    uint64_t handle_ = 0;
+};
+
+}  // namespace test
