@@ -118,7 +118,9 @@ TEST_F(ZelkmTool, AcceptedValuesComeBackAsGiven) {
             values.push_back({c, 'm', c});
         }
     }
-    values.resize(values.size() / 4 * 4);
+    while (values.size() % 4 != 0) {
+        values.push_back("more");
+    }
     std::string expected = "ALIAS,CREATOR,ADMIN,ACCESSOR\r\n";
     for (const std::string* v = values.data(); v != values.data() + values.size(); v += 4) {
         done({"add", "--alias", v[0], "--creator", v[1], "--admin", v[2], "--accessor", v[3]});
@@ -156,6 +158,7 @@ TEST_F(ZelkmTool, RefusesValuesThatBreakACommandOrARow) {
         }
     }
     EXPECT_EQ(run({"add", "--alias", "*", "--creator", "c"}).status, 2);
+    EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--admin=", "--privileged"}).status, 2);
     EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--creator-uid", "0x1"}).status, 2);
     EXPECT_TRUE(std::filesystem::is_empty("s"));
 }

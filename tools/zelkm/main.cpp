@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
+#include <string_view>
 
 #include "chain_command.h"
 #include "failure.h"
@@ -239,7 +240,19 @@ void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
     });
 }
 
+// The parser would take the next argument for the value of "--admin=".
+void refuseEmptyValues(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg.substr(0, 2) == "--" && arg.find('=') == arg.size() - 1) {
+            throw WrongUsage(std::string(arg) + ": the value is missing");
+        }
+    }
+}
+
 int run(int argc, char** argv) {
+    refuseEmptyValues(argc, argv);
+
     CLI::App app("Works on a store of secure objects, and on keys, with libzelkeymaster.", "zelkm");
     app.get_formatter()->column_width(kHelpColumn);
     app.footer(kFooter);
