@@ -1,0 +1,108 @@
+#!/usr/bin/env python3
+# Copyright 2026 The libzelkeymaster authors
+# SPDX-License-Identifier: Apache-2.0
+"""Writes the hand-made seeds of the fuzz targets: make_seeds.py [FOLDER]. Needs the openssl command.
+
+The chains have new keys each time, so what is checked in is one run of this.
+"""
+import pathlib
+import struct
+import subprocess
+import sys
+import tempfile
+
+HERE = pathlib.Path(__file__).parent
+ROWS = b"k1\x1eapp\x1e1000,1001\x1e[10000..19999]\x1e1000\x1e\x1e\n"
+
+
+def block(data):
+    """A piece as fuzz::Input::block() takes it."""
+    return struct.pack("<H", len(data)) + data
+
+
+def store(rows, count, magic=b"SOBv1.1     ", flags=0):
+    payload = rows + b"\0"
+    return magic + struct.pack("<I", flags) + bytes(28) + struct.pack("<II", count, len(payload)) + payload
+
+
+def query_seeds():
+    """Steps: a byte of choices (see query_fuzz.cpp), a blob when bit 4 is set, a command."""
+    def plain(text):
+        return b"\x00" + block(text)
+
+    def encrypting(text, behaviour=0):
+        return bytes([4 | behaviour]) + block(text)
+
+    insert = b"INSERT (ALIAS,CREATOR,ADMIN) VALUE (\x1fk\x1f,\x1fapp\x1f,\x1f1000,1001\x1f)"
+    yield "life", b"".join(map(plain, [
+        insert, insert, b"SELECT (CREATOR,ALIAS) WHERE ALIAS=\x1fk\x1f", b"DELETE WHERE ALIAS=k"]))
+    yield "encrypted", encrypting(insert) + b"\x0c" + block(b"SELECT (ALIAS)") + encrypting(insert, 1)
+    yield "refused_load", encrypting(insert) + b"\x0e" + block(b"SELECT (ALIAS)")
+    yield "unfilled", encrypting(insert, 3) + b"\x0f" + block(b"SELECT (ALIAS)")
+    yield "load", b"\x18" + block(store(ROWS, 1)) + block(b"SELECT (ALIAS) WHERE ACCESSOR=15000")
+    yield "load_v10", b"\x18" + block(store(ROWS.replace(b"\x1e", b"|"), 1, b"SOBv1.0     ")) + block(insert)
+    yield "short_blob", b"\x18" + block(store(ROWS, 1)[:50]) + block(b"SELECT (ALIAS)")
+    yield "update", plain(b"UPDATE (ADMIN) VALUE (x) WHERE ALIAS=a") + plain(b"UPDATE (ADMIN) VALUE (x)")
+    yield "conditions", plain(insert) + plain(
+        b"SELECT (ALIAS) WHERE ALIAS=k AND CREATOR<a AND FOO<=b AND ADMIN>=1 AND ALIAS=* AND ALIAS=k AND X=y")
+    yield "no_result", b"\x20" + block(insert)
+
+
+def matching_seeds():
+    for number, (pattern, subject) in enumerate([
+            (b"1000,[10000..19999]", b"15000"), (b"*#abc", b"x#abc"), (b"*_", b"p_q"), (b"[5..]", b"7"),
+            (b"[..", b"1"), (b"[1..99999999999]", b"5"), (b",,a", b"a"), (b"*", b"*"), (b"abc", b"abcd"),
+            (b"[1..5]x*", b"3xyz")]):
+        for use_pattern in (0, 1):
+            yield f"{number}_{use_pattern}", bytes([use_pattern]) + block(pattern) + subject
+
+
+def store_seeds():
+    yield "one_row", store(ROWS, 1)
+    yield "v10", store(ROWS.replace(b"\x1e", b"|"), 1, b"SOBv1.0     ")
+    yield "more_rows_than_said", store(ROWS * 3, 1)
+    yield "fewer_rows_than_said", store(ROWS * 2, 3)
+    yield "no_rows", store(b"", 0)
+    yield "no_payload", store(b"", 0)[:48] + bytes(4)
+    yield "claims_more", store(ROWS, 1)[:-3]
+    yield "header_only", store(ROWS, 1)[:52]
+    yield "marked_encrypted", store(ROWS, 1, flags=1)
+
+
+def chain_seeds():
+    with tempfile.TemporaryDirectory() as folder:
+        def openssl(*arguments):
+            subprocess.run(["openssl", *arguments], cwd=folder, check=True, capture_output=True)
+
+        names = ["root", "middle", "leaf"]
+        pathlib.Path(folder, "ca.cnf").write_text("basicConstraints=critical,CA:TRUE\n")
+        for number, name in enumerate(names):
+            openssl("req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                    "-keyout", f"{name}.key", "-out", f"{name}.csr", "-subj", f"/CN={name}")
+            signer = ["-signkey", "root.key"] if number == 0 else [
+                "-CA", f"{names[number - 1]}.pem", "-CAkey", f"{names[number - 1]}.key"]
+            extensions = ["-extfile", "ca.cnf"] if name != "leaf" else []
+            openssl("x509", "-req", "-in", f"{name}.csr", "-days", "36500", "-set_serial", str(number + 1),
+                    "-out", f"{name}.pem", *signer, *extensions)
+            openssl("x509", "-in", f"{name}.pem", "-outform", "DER", "-out", f"{name}.der")
+        root, middle, leaf = (pathlib.Path(folder, f"{name}.der").read_bytes() for name in names)
+    yield "good", b"\x01" + block(leaf) + block(middle) + block(root)
+    yield "separate_first", b"\x00" + block(leaf) + block(middle) + block(root) + block(root)
+    yield "broken_link", b"\x01" + block(leaf) + block(root) + block(root)
+    yield "no_root", b"\x01" + block(leaf) + block(middle) + block(middle)
+    yield "truncated", b"\x01" + block(leaf) + block(middle[:-20]) + block(root)
+    yield "two", b"\x01" + block(leaf) + block(root)
+    yield "empty_element", b"\x01" + block(leaf) + block(b"") + block(root)
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
+    for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
+                          ("chain", chain_seeds)):
+        (folder / target).mkdir(parents=True, exist_ok=True)
+        for name, data in seeds():
+            (folder / target / name).write_bytes(data)
+
+
+if __name__ == "__main__":
+    main()
