@@ -108,13 +108,29 @@ class Engine : public ::testing::Test {
         return readable(result_.substr(0, result_.size() - 1));
     }
 
-    // Loads a store and answers its rows, or "status" and the number.
+    // Loads a store and answers its rows or, when it is refused, the messages.
     std::string load(const std::string& blob) {
         handle_ = 0;
         blob_ = blob;
         const int status = query(kSelectAll);
-        return status != 0 ? "status " + std::to_string(status)
-                           : readable(result_.substr(0, result_.size() - 1));
+        EXPECT_EQ(status == 0, handle_ != 0);
+        return status == 0 ? readable(result_.substr(0, result_.size() - 1)) : messages(status);
+    }
+
+    // The error messages since the last call, each ended by a line feed, without their prefix. The
+    // last one must end with the status that they explain.
+    static std::string messages(int status = 0) {
+        const std::string prefix = "E engine: ";
+        std::string all;
+        for (const std::string& line : errors()) {
+            all += (line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line) + "\n";
+        }
+        const std::string code = std::to_string(status) + "\n";
+        EXPECT_TRUE(status == 0 ||
+                    (all.size() > code.size() && all.substr(all.size() - code.size()) == code))
+            << all;
+        clearLog();
+        return all;
     }
 
     std::string blob_;

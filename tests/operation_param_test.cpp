@@ -1,0 +1,89 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Descriptions of secure object operations, the command texts made of them, and the splitter.
+
+#include "sod_operation_param.h"
+
+#include <utility>
+
+#include "engine.h"
+#include "sod_command_text.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// The five lists of a description, in the readable form; it is empty afterwards.
+std::string lists(SODOperationParam& param) {
+    std::string all;
+    for (const Lines& list :
+         {param.getColumnList(), param.getDataList(), param.getWhereColumnList(),
+          param.getWhereValueList(), param.getOutputFormat()}) {
+        for (const std::string& item : list) {
+            all += test::readable(item) + " ";
+        }
+        all += "/";
+    }
+    EXPECT_EQ(&param, &param.clear());
+    return all;
+}
+
+TEST(OperationParam, CollectsWhatEachOperationSays) {
+    SODOperationParam p;
+    std::string a = "a";
+    std::string b = "b";
+    std::string x = "X";
+    EXPECT_EQ("X /b ////", lists(p.setColumn(x, a).setColumn(x, b)));
+    EXPECT_EQ("CREATOR ALIAS /'b' 'a' ////", lists(p.setCreator(a).setAlias(a).setCreator(b)));
+    EXPECT_EQ("ADMIN ACCESSOR CREATOR_UID /'a' 'b' 'a' ////",
+              lists(p.setAdmin(a).setAccessor(b).setCreatorUid(a)));
+    EXPECT_EQ("PRIV_ACC /1 ////", lists(p.setPrivilegedAccess(true).setPrivilegedAccess(false)));
+    EXPECT_EQ("/////", lists(p.setPrivilegedAccess(false).addPrivilegedAccessWhere(false)));
+    EXPECT_EQ("//X ALIAS /'b' 'a' //", lists(p.addWhere(x, a).addAliasInWhere(a).addWhere(x, b)));
+    EXPECT_EQ("//CREATOR ADMIN /'a' 'b' //", lists(p.addCreatorInWhere(a).addAdminInWhere(b)));
+    EXPECT_EQ("//ACCESSOR CREATOR_UID PRIV_ACC /'a' 'b' '1' //",
+              lists(p.addAccessorInWhere(a)
+                        .addCreatorUidInWhere(b)
+                        .addPrivilegedAccessWhere(true)
+                        .addPrivilegedAccessWhere(false)));
+    EXPECT_EQ("////CREATOR_UID ALIAS X CREATOR /", lists(p.addCreatorUidToOutput()
+                                                             .addAliasToOutput()
+                                                             .addOutputFormat(x)
+                                                             .addCreatorUidToOutput()
+                                                             .addCreatorToOutput()));
+    EXPECT_EQ("////PRIV_ACC ACCESSOR ADMIN /",
+              lists(p.addPrivilegedAccessToOutput().addAccessorToOutput().addAdminToOutput()));
+    EXPECT_EQ("ALIAS /'a' /ALIAS /'a' //",
+              lists(p.addAliasToOutput().setAlias(a).addAliasInWhere(a).clearOutputFormat()));
+}
+
+TEST(OperationParam, SplitsStringsAtASeparator) {
+    const std::pair<const char*, Lines> cases[] = {
+        {"", {""}},  {"a", {"a"}},      {"a|b", {"a", "b"}},      {"a|b|", {"a", "b"}},
+        {"|", {""}}, {"|a", {"", "a"}}, {"a||b", {"a", "", "b"}}, {"a||", {"a", ""}}};
+    for (const auto& [text, pieces] : cases) {
+        std::string in = text;
+        Lines out = {"before"};
+        getTokensFromString(out, in, '|');
+        EXPECT_EQ("before", out[0]);
+        EXPECT_EQ(pieces, Lines(out.begin() + 1, out.end())) << text;
+    }
+}
+
+TEST(OperationParam, BecomesCommandTexts) {
+    const Lines columns = {"CREATOR", "ALIAS"};
+    const Lines values = {"'x y'", "1"};
+    const Lines none;
+    EXPECT_EQ("INSERT (CREATOR,ALIAS) VALUE ('x y',1)", zelkm::insertCommand(columns, values));
+    EXPECT_EQ("INSERT () VALUE ()", zelkm::insertCommand(none, none));
+    EXPECT_EQ("SELECT (CREATOR,ALIAS) WHERE CREATOR='x y' AND ALIAS=1",
+              zelkm::selectCommand(columns, {columns, values}));
+    EXPECT_EQ("SELECT (CREATOR,ALIAS) WHERE ", zelkm::selectCommand(columns, {none, none}));
+    EXPECT_EQ("UPDATE (CREATOR,ALIAS) VALUE ('x y',1) WHERE CREATOR='x y' AND ALIAS=1",
+              zelkm::updateCommand(columns, values, {columns, values}));
+    EXPECT_EQ("DELETE WHERE CREATOR='x y' AND ALIAS=1", zelkm::deleteCommand({columns, values}));
+    EXPECT_EQ("DELETE WHERE ", zelkm::deleteCommand({none, none}));
+}
+
+}  // namespace

@@ -1,0 +1,520 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Queries from text to result: matching, handlers, handles, the encryption callback, and every
+// message. The program is linked so that the library's calls of malloc, calloc, realloc, RAND_bytes
+// and OPENSSL_cleanse arrive here first.
+
+#include <cstring>
+#include <random>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "db_command_parser.h"
+#include "engine.h"
+
+namespace {
+
+using test::Exact;
+using test::raw;
+using test::store;
+using Lines = std::vector<std::string>;
+
+long g_allocations_left = -1;  // the one after these fails; negative: none does
+int g_random_failures;         // draws that fail or give 0, in turn
+const void* g_wiped;
+size_t g_wiped_len;
+
+bool allocationFails() {
+    return g_allocations_left >= 0 && g_allocations_left-- == 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* __real_malloc(size_t len);
+void* __real_calloc(size_t count, size_t len);
+void* __real_realloc(void* old, size_t len);
+int __real_RAND_bytes(unsigned char* to, int len);
+void __real_OPENSSL_cleanse(void* data, size_t len);
+
+void* __wrap_malloc(size_t len) {
+    return allocationFails() ? nullptr : __real_malloc(len);
+}
+void* __wrap_calloc(size_t count, size_t len) {
+    return allocationFails() ? nullptr : __real_calloc(count, len);
+}
+void* __wrap_realloc(void* old, size_t len) {
+    return allocationFails() ? nullptr : __real_realloc(old, len);
+}
+int __wrap_RAND_bytes(unsigned char* to, int len) {
+    if (g_random_failures == 0) {
+        return __real_RAND_bytes(to, len);
+    }
+    std::memset(to, 0, static_cast<size_t>(len));
+    return --g_random_failures % 2 != 0 ? 0 : 1;
+}
+void __wrap_OPENSSL_cleanse(void* data, size_t len) {
+    g_wiped = data;
+    g_wiped_len = len;
+    __real_OPENSSL_cleanse(data, len);
+}
+
+}  // extern "C"
+
+namespace {
+
+// ---- Matching -----------------------------------------------------------------------------------
+
+bool matches(const std::string& pattern, const std::string& subject, uint32_t use_pattern,
+             decltype(simple_reg_cmp)* compare = simple_reg_cmp) {
+    const Exact p(pattern);
+    const Exact s(subject);
+    return compare(p.data(), p.len(), s.data(), s.len(), use_pattern) != 0;
+}
+
+TEST(Matching, ComparesWithPatterns) {
+    const struct {
+        const char* pattern;
+        Lines matching;
+        Lines others;
+    } cases[] = {
+        {"", {"*"}, {"x"}},
+        {"*", {"x", "*", "[*"}, {""}},
+        {"abc", {"abc", "*"}, {"ab", "abcd", "ABC", "**"}},
+        {"abc*", {"abc", "abcd"}, {"ab"}},
+        {"*#abc", {"x#abc", "#abc"}, {"xabc", "x##abc", "x#abcd"}},
+        {"*_", {"p_", "_"}, {"p_q", "p", "p__"}},
+        {"*_*#z", {"p_q#z", "_#z"}, {"p#q_z", "p_q#"}},
+        {"*#*", {"a#", "a#b#c"}, {"a"}},
+        {"*x", {}, {"x", "ax"}},
+        {"[5..]", {"5", "123456", "4294967295", "007"}, {"4", "4294967296", "x5", "5x", " 5"}},
+        {"[..5]", {"0", "5"}, {"6", "-1"}},
+        {"[..]", {"0", "4294967295"}, {"", "x"}},
+        {"[10..20]", {"10", "20", "015"}, {"9", "21"}},
+        {"a[1..3]b", {"a2b"}, {"a2", "a4b", "ab"}},
+        {"[1..3][5..6]", {}, {"25", "2"}},  // the first range takes all digits
+        {"[4294967295..]", {"4294967295"}, {"4294967296", "99999999999999999999"}},
+    };
+    for (const auto& c : cases) {
+        for (const std::string& subject : c.matching) {
+            EXPECT_TRUE(matches(c.pattern, subject, 4)) << c.pattern << " " << subject;
+        }
+        for (const std::string& subject : c.others) {
+            EXPECT_FALSE(matches(c.pattern, subject, 4)) << c.pattern << " " << subject;
+        }
+        // Without patterns everything but "*" stands for itself.
+        EXPECT_EQ(c.pattern[0] != '\0', matches(c.pattern, c.pattern, 0)) << c.pattern;
+        EXPECT_FALSE(matches(c.pattern, "x", 0)) << c.pattern;
+        EXPECT_TRUE(matches(c.pattern, "*", 0)) << c.pattern;
+    }
+    for (const char* broken : {"[", "[1", "[1.", "[1.2]", "[1..", "[1..2", "[1..2)", "[x..2]",
+                               "[2..0]", "[4294967296..]", "[0..4294967296]", "**", "*1"}) {
+        EXPECT_FALSE(matches(broken, "1", 4)) << broken;
+    }
+    EXPECT_EQ(0, simple_reg_cmp(reinterpret_cast<const uint8_t*>("*"), 1, nullptr, 1, 1));
+}
+
+TEST(Matching, ComparesWithEachItemOfAList) {
+    const std::pair<const char*, const char*> matching[] = {
+        {",,", "*"},   {"a,b", "a"}, {"a,b", "b"},         {",a", "a"},
+        {"a,,b", "b"}, {"a,", "a"},  {"x,[1..5],y*", "3"}, {"x,[1..5],y*", "yz"}};
+    const std::pair<const char*, const char*> others[] = {
+        {"", "*"}, {",", "*"}, {"a,b", "a,b"}, {"a,b", ""}, {"ab", "b"}, {"x,[1..5],y*", "6"}};
+    for (const auto& [list, subject] : matching) {
+        EXPECT_TRUE(matches(list, subject, 4, enumerated_simple_reg_cmp)) << list << " " << subject;
+    }
+    for (const auto& [list, subject] : others) {
+        EXPECT_FALSE(matches(list, subject, 4, enumerated_simple_reg_cmp))
+            << list << " " << subject;
+    }
+}
+
+// ---- Commands -----------------------------------------------------------------------------------
+
+class Query : public test::Engine {
+  protected:
+    ~Query() override { sdb_register_db_encrypt_fp(nullptr, nullptr); }
+
+    // UPDATE, which only direct callers reach.
+    int update(const std::string& columns, const std::string& values, const std::string& where) {
+        const Exact texts[] = {Exact(columns), Exact(values), Exact(where)};
+        const db_token_t tokens[] = {texts[0].token(), texts[1].token(), texts[2].token()};
+        db_parsed_tokens_t parsed[2];
+        db_parsed_where_set_t conditions;
+        zelkm::TokenizerError error;
+        EXPECT_EQ(0, zelkm::parse_tokens(&tokens[0], &parsed[0], &error));
+        EXPECT_EQ(0, zelkm::parse_tokens(&tokens[1], &parsed[1], &error));
+        EXPECT_EQ(0, zelkm::parse_where_set(&tokens[2], &conditions, &error));
+        db_bytes_t out = {};
+        const int status = command_handler[SDB_UPDATE](&parsed[0], &parsed[1], &conditions, &out);
+        EXPECT_EQ(status == 0, out.data != nullptr);
+        result_.assign(out.data, out.data + out.len);
+        std::free(out.data);
+        return status;
+    }
+};
+
+TEST_F(Query, SelectsRowsThatSatisfyAllConditions) {
+    load(store(4,
+               "a^1^1000,1001^1000,[10000..19999]^1000^1^\n"
+               "b^2^,7,,8,^*^^^\n"
+               "c^3^^^^^\n"
+               "a^4^*^u_*#x,[5..]^10^^\n$"));
+    const std::string six =
+        "ALIAS=a AND ALIAS=* AND ADMIN=* AND ALIAS=a AND CREATOR=* AND PRIV_ACC=1";
+    const std::pair<const char*, Lines> cases[] = {
+        {"1234", {"", "ALIAS=*", "CREATOR_UID=*", "FOO=x", "ALIASX=x", "alias=x", "=x"}},
+        {"124", {"ADMIN=*", "ACCESSOR=*", "ACCESSOR=1000"}},
+        {"14", {"ALIAS=a", "ALIAS='a'"}},
+        {"24", {"ACCESSOR=20000", "ACCESSOR=u_v#x"}},
+        {"1", {"PRIV_ACC=1", "ADMIN=1000", six, six + " AND ALIAS=b"}},
+        {"2", {"ADMIN=7", "ADMIN=8", "ACCESSOR=1000x", "FOO=x AND ALIAS=b"}},
+        {"4", {"CREATOR=4 AND ALIAS=a", "CREATOR_UID=10"}},
+        {"", {"ALIAS=A", "ALIAS==a", "CREATOR=2 AND ALIAS=a", "ADMIN=1", "ADMIN='1000,1001'"}},
+        {"", {"FOO<5", "ALIAS<5", "ALIAS<=a", "ALIAS>=1", "ALIAS>a", "ALIAS=a AND "}}};
+    for (const auto& [rows, conditions] : cases) {
+        for (const std::string& where : conditions) {
+            std::string found = select("SELECT (CREATOR) WHERE " + where);
+            for (size_t at; (at = found.find("^\n")) != std::string::npos;) {
+                found.erase(at, 2);
+            }
+            EXPECT_EQ(rows, found) << where;
+        }
+    }
+    EXPECT_EQ("1^a^1^1000^a^\n", select("SELECT (PRIV_ACC,ALIAS,FOO,CREATOR,CREATOR_UID,ALIAS) "
+                                        "WHERE CREATOR=1"));
+    EXPECT_EQ("\n\n", select("SELECT () WHERE ALIAS=a"));
+    EXPECT_EQ("\n", select("SELECT (FOO,ALIASX) WHERE ALIAS=b"));
+    EXPECT_EQ("", messages());
+}
+
+// Random changes, each compared with a plain list of rows: order, duplicates, the exported store.
+TEST_F(Query, FollowsAModelThroughChanges) {
+    std::mt19937 random(20261121);
+    std::vector<std::pair<std::string, std::string>> rows;  // alias, creator
+    const auto text = [&rows](const std::string& alias) {
+        std::string all;
+        for (const auto& row : rows) {
+            const bool wanted = alias == "*" || alias == row.first;
+            all += wanted ? row.first + "^" + row.second + "^^^^^\n" : "";
+        }
+        return all;
+    };
+    for (int step = 0; step < 1000; ++step) {
+        const std::string alias(1, "abcdefg*"[random() % 8]);
+        const std::string creator(1, "xyz"[random() % 3]);
+        const std::string where = " WHERE ALIAS=" + alias;
+        const unsigned action = random() % 8;
+        if (action >= 6) {
+            handle_ = action == 6 ? 0 : handle_;  // loads the last store again
+            ASSERT_EQ(text(alias), select(test::kSelectAll + where));
+            continue;
+        }
+        if (action >= 4) {
+            const auto end = std::remove_if(rows.begin(), rows.end(), [&](const auto& row) {
+                return (alias == "*" || row.first == alias) && row.second == creator;
+            });
+            const int expected = end == rows.end() ? -917 : 0;
+            rows.erase(end, rows.end());
+            ASSERT_EQ(expected, query("DELETE" + where + " AND CREATOR=" + creator));
+        } else {
+            rows.emplace_back(alias, creator);
+            ASSERT_EQ(0, query("INSERT (CREATOR,ALIAS) VALUE (" + creator + "," + alias + ")"));
+        }
+        if (!result_.empty()) {
+            ASSERT_EQ(store(static_cast<uint32_t>(rows.size()), text("*") + "$"), result_);
+            blob_ = result_;
+        }
+        ASSERT_EQ(text("*"), select(test::kSelectAll));
+    }
+}
+
+TEST_F(Query, DeletesEveryRowWithoutConditions) {
+    load(store(2, "a^^^^^^\nb^^^^^^\n$"));
+    ASSERT_EQ(0, query("DELETEWHERE ALIAS=a"));
+    EXPECT_EQ(store(0, "$"), result_);
+    ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (c)"));
+    EXPECT_EQ(store(1, "c^^^^^^\n$"), result_);
+}
+
+TEST_F(Query, InsertKeepsTheLaterOfTwoValues) {
+    ASSERT_EQ(0, query("INSERT (ALIAS,CREATOR,ALIAS) VALUE (first,' x,y ',second)"));
+    EXPECT_EQ("second^ x,y ^^^^^\n", select(test::kSelectAll));
+    EXPECT_EQ("second^\n", select("SELECT (ALIAS) WHERE PRIV_ACC=*"));  // even an absent value
+    EXPECT_EQ("", select("SELECT (ALIAS) WHERE ADMIN=*"));              // but not an absent list
+}
+
+TEST_F(Query, UpdateThroughItsHandler) {
+    const char kRows[] = "a^x^^^10^^\nb^x^^^20^^\n";
+    const char* const cases[][4] = {
+        {"CREATOR", "longer", "ALIAS=b", "a^x^^^10^^\nb^longer^^^20^^\n"},
+        {"CREATOR_UID", "5", "", "a^x^^^5^^\nb^x^^^5^^\n"},  // the last name that it begins with
+        {"ALIASX,PRIV_ACC", "c,1", "ALIAS=a", "c^x^^^10^1^\nb^x^^^20^^\n"},
+        {"FOO,ALIA,ADMIN", "1,2,3", "ALIAS=a", "a^x^3^^10^^\nb^x^^^20^^\n"},
+        {"ADMIN,ADMIN", "1,2", "CREATOR=x AND ALIAS=b", "a^x^^^10^^\nb^x^2^^20^^\n"},
+        {"ALIAS", "z", "ALIAS=zz", kRows},
+        {"ALIAS", "z", "CREATOR_UID>0", kRows},
+        {"", "", "", nullptr},
+        {"ALIAS,CREATOR", "z", "", nullptr},
+        {"ALIAS", "", "", nullptr}};
+    for (const auto& [columns, values, where, rows] : cases) {
+        SCOPED_TRACE(columns);
+        load(store(2, std::string(kRows) + "$"));
+        EXPECT_EQ("a^\n", select("SELECT (ALIAS) WHERE ALIAS=a"));
+        EXPECT_EQ(rows != nullptr ? 0 : -911, update(columns, values, where));
+        EXPECT_EQ(rows != nullptr ? store(2, rows + std::string("$")) : "", result_);
+        EXPECT_EQ(rows != nullptr ? rows : kRows, select(test::kSelectAll));
+    }
+    ASSERT_EQ(0, update("ALIAS", "b2", "ALIAS=b"));
+    EXPECT_EQ("b2^\n", select("SELECT (ALIAS) WHERE ALIAS=b2"));
+    EXPECT_EQ("", select("SELECT (ALIAS) WHERE ALIAS=b"));
+    EXPECT_EQ("", messages());
+}
+
+// ---- Messages -----------------------------------------------------------------------------------
+
+TEST_F(Query, RefusalsSayWhyAndChangeNothing) {
+    const std::string parsed = "parse_command error -911\n";
+    const std::string list = "parse_tokens error(-911)\nexecute_command error -911\n";
+    const std::string where = "parse_where_set_token error(-911)\nexecute_command error -911\n";
+    const auto at = [](int state, char byte, int len) {
+        return "err: state:(" + std::to_string(state) + ")  t->token=ADDR, *p(ADDR)=" + byte +
+               ", len=" + std::to_string(len) + "\n\n";
+    };
+    const std::pair<std::string, Lines> cases[] = {
+        {"command parsing error\n" + parsed, {"S", "select (ALIAS)"}},
+        {"column parsing error\n" + parsed, {"SELECT ALIAS)", "INSERT (ALIAS"}},
+        {"value parsing error\n" + parsed,
+         {"INSERT (ALIAS) VALUE (a) ", "UPDATE (ADMIN) VALUE (x) WHERE ALIAS=a"}},
+        {"UPDATE needs WHERE statement\n" + parsed, {"UPDATE (ADMIN) VALUE (x)"}},
+        {at(1, ',', 0) + list, {"SELECT (,)"}},
+        {at(4, 'x', 2) + list, {"SELECT ('ab'x)"}},
+        {at(5, '\x1F', 2) + list, {"INSERT (ALIAS) VALUE (ab'c)"}},
+        {list, {"SELECT (a,b,c,d,e,f,g)", "INSERT (ALIAS) VALUE (a,b,c,d,e,f,g)"}},
+        {at(2, '\x1F', 0) + where, {"DELETE WHERE ALIAS=''"}},
+        {at(3, ' ', 2) + where, {"DELETE WHERE ALIAS='ab"}},
+        {where, {"DELETE WHERE ALIAS", "DELETE WHERE ALIAS=", "DELETE WHERE ALIAS=a,b"}},
+        {"INSERT error(-911)\nexecute_command error -911\n",
+         {"INSERT () VALUE ()", "INSERT (ALIAS,CREATOR) VALUE (a)", "INSERT (ALIAS) VALUE ()"}},
+        {"invalid column name\nINSERT error(-910)\nexecute_command error -910\n",
+         {"INSERT (ALIAS,ALIA) VALUE (a,b)", "INSERT (CREATOR_UIDS) VALUE (a)"}},
+        {"DELETE error(-917)\nexecute_command error -917\n", {"DELETE WHERE ALIAS=b"}}};
+    ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (a)"));
+    for (const auto& [expected, commands] : cases) {
+        for (const std::string& command : commands) {
+            EXPECT_EQ(expected, messages(query(command))) << command;
+            EXPECT_EQ("a^^^^^^\n", select(test::kSelectAll)) << command;
+        }
+    }
+}
+
+TEST_F(Query, DumpsCommandsAndUnknownColumnsAtDebugLevel) {
+    const auto dumped = [this](const std::string& command) {
+        test::clearLog();
+        static_cast<void>(query(command));
+        std::string all;
+        for (const std::string& line : test::log()) {
+            all += line.substr(0, line.find(" : L")) + "\n";  // the source line varies
+        }
+        return all;
+    };
+    EXPECT_EQ("D engine: command(13)\nD engine: SELECT (A\nD engine: B)\nD engine: \n",
+              dumped("SELECT (A\nB)\n"));
+    EXPECT_EQ(
+        "D engine: command(22)\nD engine: INSERT (FOO) VALUE (x)\n"
+        "E engine: invalid column name\nD engine: invalid column name(3)\nD engine: FOO\n"
+        "E engine: INSERT error(-910)\nE engine: execute_command error -910\n",
+        dumped("INSERT (FOO) VALUE (x)"));
+    const std::string longer = "SELECT (" + std::string(2000, 'x') + ")";
+    EXPECT_EQ("D engine: command(2009)\nD engine: " + longer.substr(0, 1023) + "\n",
+              dumped(longer));
+}
+
+TEST_F(Query, SaysWhereMemoryRanOut) {
+    const auto copy = [](void*, unsigned, unsigned char* plain, unsigned char* cipher, unsigned len,
+                         unsigned char*, unsigned char*, unsigned char*, unsigned) {
+        std::memmove(plain, cipher, len);
+        return 0;
+    };
+    sdb_register_db_encrypt_fp(nullptr, copy);
+    std::set<std::string> seen;
+    for (const std::string command : {"SELECT (ALIAS)", "INSERT (ALIAS) (b)", "DELETE", "UPDATE"}) {
+        bool failed = true;
+        for (long nth = 0; failed; ++nth) {
+            ASSERT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$", "SOBv1.1     ", 1)));
+            handle_ = command[0] == 'S' ? 0 : handle_;  // the select loads, too
+            g_allocations_left = nth;
+            const int status = command == "UPDATE" ? update("ALIAS", "c", "") : query(command);
+            failed = g_allocations_left < 0;
+            g_allocations_left = -1;
+            const std::string said = messages();
+            // A select that finds no room for its result succeeds without one.
+            EXPECT_EQ(said.empty() || (command[0] == 'S' && status == 0) ? 0 : -41, status);
+            EXPECT_EQ(said.empty(), !result_.empty());
+            seen.insert(said);
+        }
+    }
+    const std::string insert = "INSERT error(-41)\nexecute_command error -41\n";
+    const std::string remove = "DELETE error(-41)\nexecute_command error -41\n";
+    const std::string out = "allocation failure for out\n";
+    const std::string dropped = out + "export sdb fail, clear db to sync again\n";
+    EXPECT_EQ((std::set<std::string>{"", out, "allocation failure\nconvert_to_internal error -41\n",
+                                     "create colume value failure\nconvert_to_internal error -41\n",
+                                     "create colume value failure\n" + insert, dropped + insert,
+                                     out + remove, dropped + remove,
+                                     "allocation fail during update\n", dropped}),
+              seen);
+}
+
+// ---- Entry point --------------------------------------------------------------------------------
+
+TEST_F(Query, NeedsCommandAndHandle) {
+    unsigned char* out = nullptr;
+    unsigned int len = 4711;
+    EXPECT_EQ(-38, sdb_query(nullptr, 6, nullptr, 0, &out, &len, &handle_));
+    EXPECT_EQ(-38, sdb_query("DELETE", 0, nullptr, 0, &out, &len, &handle_));
+    EXPECT_EQ(-38, sdb_query("DELETE", 6, nullptr, 0, &out, &len, nullptr));
+    const std::string message = "command or len is null\n";
+    EXPECT_EQ(message + message + message, messages());
+    // Without a place for it the result is released.
+    EXPECT_EQ(0, sdb_query("SELECT (ALIAS)", 14, nullptr, 0, nullptr, &len, &handle_));
+    EXPECT_EQ(0, sdb_query("SELECT (ALIAS)", 14, nullptr, 0, &out, nullptr, &handle_));
+    EXPECT_EQ(nullptr, out);
+    EXPECT_EQ(4711u, len);
+}
+
+TEST_F(Query, HandlesNameTheTableThatWasLoadedLast) {
+    ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (a)"));
+    blob_ = result_;
+    const uint64_t first = handle_;
+    EXPECT_EQ("a^\n", select("SELECT (ALIAS)"));
+    handle_ = 0;
+    EXPECT_EQ(-911, query("SELECT"));  // the table is loaded even if the command is refused
+    const uint64_t second = handle_;
+    EXPECT_NE(0u, second);
+    EXPECT_NE(first, second);
+    handle_ = first;
+    EXPECT_EQ(-914, query("SELECT (ALIAS)"));
+    EXPECT_EQ(first, handle_);
+    handle_ = second;
+    blob_ = "not looked at";
+    EXPECT_EQ("a^\n", select("SELECT (ALIAS)"));
+    handle_ = 0;
+    blob_ = "";
+    EXPECT_EQ("", select("SELECT (ALIAS)"));  // no store: an empty table
+    ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (b)"));
+    EXPECT_EQ(store(1, "b^^^^^^\n$"), result_);
+}
+
+TEST_F(Query, DrawsHandlesUpToTenTimes) {
+    std::string expected;
+    for (int failures = 1; failures <= 10; ++failures) {
+        expected += "fail to generate db handle: ADDR\n";
+        g_random_failures = failures;
+        handle_ = 0;
+        EXPECT_EQ(0, query("SELECT (ALIAS)"));
+        EXPECT_EQ(failures == 10, handle_ == 0);
+        EXPECT_EQ(expected, messages());
+    }
+}
+
+// ---- Encryption ---------------------------------------------------------------------------------
+
+constexpr char kNonceAndTag[] = "tagTAGtagTAGtag!ivIVivIVivIV";
+
+// A callback that checks what it is given and flips bits.
+struct Cipher {
+    int status = 0;
+    std::string calls;          // mode, length, associated data
+    const void* own = nullptr;  // the engine's buffer
+    size_t own_len = 0;
+
+    static int convert(void* ctx, unsigned mode, unsigned char* plain, unsigned char* cipher,
+                       unsigned len, unsigned char* iv, unsigned char* tag, unsigned char* aad,
+                       unsigned aad_len) {
+        Cipher* self = static_cast<Cipher*>(ctx);
+        self->calls += std::to_string(mode) + " " + std::to_string(len) + " " +
+                       std::string(aad, aad + aad_len) + "\n";
+        unsigned char* header = cipher - 52;
+        EXPECT_EQ(header + 16, tag);
+        EXPECT_EQ(header + 32, iv);
+        EXPECT_EQ(mode == 1 ? std::string(28, '\0') : kNonceAndTag, std::string(tag, tag + 28));
+        if (mode == 1) {
+            EXPECT_EQ(cipher, plain);
+            std::memcpy(tag, kNonceAndTag, 28);
+        } else {
+            EXPECT_EQ(header, aad);
+            EXPECT_TRUE(plain + len <= header || plain >= cipher + len);
+        }
+        self->own = mode == 1 ? header : plain;
+        self->own_len = mode == 1 ? len + 52 : len;
+        for (unsigned i = 0; i < len; ++i) {
+            plain[i] = static_cast<unsigned char>(cipher[i] ^ 0x55);
+        }
+        return self->status;
+    }
+
+    bool ownWasWiped() const { return own == g_wiped && own_len == g_wiped_len; }
+};
+
+// A store of one row as Cipher makes it.
+std::string encrypted(const std::string& row, const std::string& magic = "SOBv1.1     ") {
+    std::string blob = store(1, row + "$", magic, 1).replace(16, 28, kNonceAndTag);
+    for (size_t i = 52; i < blob.size(); ++i) {
+        blob[i] = static_cast<char>(blob[i] ^ 0x55);
+    }
+    return blob;
+}
+
+TEST_F(Query, EncryptsInPlaceAndDecryptsIntoAnotherBuffer) {
+    Cipher cipher;
+    sdb_register_db_encrypt_fp(&cipher, Cipher::convert);
+    ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (a)"));
+    EXPECT_EQ(encrypted("a^^^^^^\n"), result_);
+    EXPECT_EQ("a^^^^^^\n", load(result_));
+    EXPECT_TRUE(cipher.ownWasWiped());
+    EXPECT_EQ("b^^^^^^\n", load(encrypted("b||||||\n", "SOBv1.0     ")));
+    ASSERT_EQ(0, query("DELETE"));
+    EXPECT_EQ("1 9 SOBv1.1     \n0 9 SOBv1.1     \n0 9 SOBv1.0     \n1 1 SOBv1.1     \n",
+              cipher.calls);
+    cipher.calls.clear();
+    EXPECT_EQ("c^^^^^^\n", load(store(1, "c^^^^^^\n$", "SOBv1.1     ", 0xFFFFFFFE)));
+    EXPECT_EQ("db size error\nconvert_to_internal error -913\n",
+              load(encrypted("a^^^^^^\n").substr(0, 52)));
+    EXPECT_EQ("", cipher.calls);
+}
+
+TEST_F(Query, FailedEncryptionDropsTheTable) {
+    Cipher cipher;
+    cipher.status = 5;  // positive ones are failures, too
+    const std::pair<const char*, const char*> cases[] = {
+        {"INSERT (ALIAS) (b)", "INSERT error(5)\nexecute_command error 5\n"},
+        {"DELETE", "DELETE error(5)\nexecute_command error 5\n"},
+        {"UPDATE", ""}};
+    for (const auto& [command, more] : cases) {
+        EXPECT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
+        sdb_register_db_encrypt_fp(&cipher, Cipher::convert);
+        EXPECT_EQ(5, command[0] == 'U' ? update("ALIAS", "b", "") : query(command));
+        EXPECT_EQ(std::string("export sdb fail, clear db to sync again\n") + more, messages());
+        EXPECT_TRUE(cipher.ownWasWiped());
+        EXPECT_EQ(-914, query("SELECT (ALIAS)"));
+        EXPECT_EQ("", messages());
+    }
+}
+
+TEST_F(Query, FailedDecryptionLeavesTheTable) {
+    EXPECT_EQ("old^^^^^^\n", load(store(1, "old^^^^^^\n$")));
+    const uint64_t old = handle_;
+    Cipher cipher;
+    cipher.status = -30;
+    sdb_register_db_encrypt_fp(&cipher, Cipher::convert);
+    EXPECT_EQ("convert_to_internal error -30\n", load(encrypted("a^^^^^^\n")));
+    EXPECT_TRUE(cipher.ownWasWiped());
+    handle_ = old;
+    EXPECT_EQ("old^^^^^^\n", select(test::kSelectAll));
+}
+
+}  // namespace
