@@ -216,6 +216,12 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         return "E object: Not all data has been consumed. Consumed " + std::string(count) +
                " of 5 bytes\n";
     };
+    const auto process = [](const char* call, int error) {
+        return "E object: error in " + std::string(call) + " process : " + std::to_string(error);
+    };
+    const Answer silent = delivered(Delivery::kNoCallback);
+    const Answer wrong_update = updated(5, "CCCCC", -28);
+    const Answer wrong_finish = finished("TAGTAGTAGTAGTAG!", -21);
     const struct {
         Script script;
         int result;
@@ -223,48 +229,26 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         size_t calls;
         const char* cipher;
     } cases[] = {
+        // clang-format off
         {{{"begin", {lost}}}, -1000, {kDead, begin_lost}, 1, "ciphr"},
         {{{"begin", {lostAfter(refused(-28))}}}, -28, {kDead, begin_lost}, 1, "ciphr"},
-        {{{"begin", {refused(-31)}}}, -31, {"E object: error in begin process : -31"}, 1, "ciphr"},
-        {{{"begin", {delivered(Delivery::kNoCallback)}}},
-         -1000,
-         {"E object: error in begin process : -1000"},
-         1,
-         "ciphr"},
-        {{{"begin", {Answer()}}},
-         -51,
-         {no_nonce, "E object: error in begin process : -51"},
-         1,
-         "ciphr"},
+        {{{"begin", {refused(-31)}}}, -31, {process("begin", -31)}, 1, "ciphr"},
+        {{{"begin", {silent}}}, -1000, {process("begin", -1000)}, 1, "ciphr"},
+        {{{"begin", {Answer()}}}, -51, {no_nonce, process("begin", -51)}, 1, "ciphr"},
         // Lost updates and finishes are logged, and the answer before stands.
         {{{"update", {lost}}}, 0, {kDead, update_lost}, 2, "ciphr"},
         {{{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost}, 3, "ciphr"},
-        {{{"update", {lostAfter(updated(5, "CCCCC", -28))}}},
-         -28,
-         {kDead, update_lost},
-         2,
-         "ciphr"},
+        {{{"update", {lostAfter(wrong_update)}}}, -28, {kDead, update_lost}, 2, "ciphr"},
         {{{"finish", {lost}}}, 0, {kDead, finish_lost}, 3, "ciphr"},
-        {{{"finish", {lostAfter(finished("T", -21))}}}, -21, {kDead, finish_lost}, 3, "CCCCC"},
-        {{{"update", {updated(5, "CCCCC", -21)}}},
-         -21,
-         {"E object: error in update process : -21"},
-         2,
-         "ciphr"},
+        {{{"finish", {lostAfter(wrong_finish)}}}, -21, {kDead, finish_lost}, 3, "CCCCC"},
+        {{{"update", {wrong_update}}}, -28, {process("update", -28)}, 2, "ciphr"},
         {{{"update", {updated(0, "")}}}, -1000, {consumed("0")}, 2, "ciphr"},
-        {{{"update", {delivered(Delivery::kNoCallback)}}}, -1000, {consumed("0")}, 2, "ciphr"},
+        {{{"update", {silent}}}, -1000, {consumed("0")}, 2, "ciphr"},
         {{{"update", {updated(2, "C"), updated(0, "")}}}, -1000, {consumed("2")}, 3, "ciphr"},
-        {{{"update", {updated(2, "C"), updated(UINT32_MAX, "")}}},
-         -1000,
-         {consumed("4294967297")},
-         3,
-         "ciphr"},
-        {{{"finish", {finished("TAGTAGTAGTAGTAG!", -21)}}},
-         -21,
-         {"E object: error in finish process : -21"},
-         3,
-         "CCCCC"},
-        {{{"finish", {delivered(Delivery::kNoCallback)}}}, 0, {}, 3, "ciphr"},
+        {{{"update", {updated(UINT32_MAX, "")}}}, -1000, {consumed("4294967295")}, 2, "ciphr"},
+        {{{"finish", {wrong_finish}}}, -21, {process("finish", -21)}, 3, "CCCCC"},
+        {{{"finish", {silent}}}, 0, {}, 3, "ciphr"},
+        // clang-format on
     };
     const Script good = km.answers;
     for (const auto& c : cases) {
@@ -294,6 +278,15 @@ TEST_F(DatabaseEncryption, RefusedKeyBlobIsRepairedOnceAndTheCallStillFails) {
               test::log());
     EXPECT_EQ(bytes("stored"), peer.keyBlob());
     EXPECT_EQ((Lines{"begin"}), km.names());
+
+    // Without a blob (the keymaster made an empty one) there is nothing to repair.
+    peer.setKeyBlob({});
+    std::filesystem::remove("edbk");
+    km.answers["generateKey"] = {Answer()};
+    test::clearLog();
+    EXPECT_EQ(-33, encrypt());
+    EXPECT_EQ((Lines{"W object: no file edbk", "E object: error in begin process : -33"}),
+              test::log());
 }
 
 TEST_F(DatabaseEncryption, ChecksItsArgumentsAndNeedsAKey) {
@@ -336,28 +329,22 @@ TEST_F(DatabaseEncryption, TagMismatchRefreshesTheImageOrRestoresTheBackup) {
     const std::string file_broken =
         "E object: cached db is same as the stored db, regard the stored db is broken";
     const std::string restored = "E object: restore the stored db. need to restart keystore";
+    const std::string no_backup =
+        "E object: fail rename during restore:No such file or directory(2)";
+    const std::string no_file = "W object: no file secure_objects.db";
     const std::string cache_broken = "E object: cached db is broken, update with the stored db";
     const struct {
         std::string cached, stored, backup;
         Lines log;
         std::string cached_after, stored_after;
     } cases[] = {
+        // clang-format off
         {"same", "same", "older", {failed, file_broken, restored}, "same", "older"},
-        {"same",
-         "same",
-         "",
-         {failed, file_broken, restored,
-          "E object: fail rename during restore:No such file or directory(2)"},
-         "same",
-         ""},
+        {"same", "same", "", {failed, file_broken, restored, no_backup}, "same", ""},
         {"cache", "store", "older", {failed, cache_broken}, "store", "store"},
         {"sam", "same", "older", {failed, cache_broken}, "same", "same"},
-        {"cache",
-         "",
-         "older",
-         {failed, "W object: no file secure_objects.db", cache_broken},
-         "",
-         ""},
+        {"cache", "", "older", {failed, no_file, cache_broken}, "", ""},
+        // clang-format on
     };
     km.answers["update"] = {updated(21, "PPPPP")};
     km.answers["finish"] = {finished("", -30)};

@@ -83,32 +83,32 @@ TEST_F(DatabaseKey, IsGeneratedWithSevenParametersAndStoredWithItsDigest) {
 
 TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
     const std::string not_open = "E object: file open: No space left on device(28)";
+    const std::string not_written = "E object: key file hash writing fail -1000";
     const std::string lost = "E object: error in generateKey hidl call : -1000";
+    const Answer fresh = answered(bytes("new"));
     const struct {
         Answer answer;
-        const char* full_file;
+        const char* full;  // no space left for it
         int result;
         Lines log;
         std::string stored;
     } cases[] = {
+        // clang-format off
         {refused(-6), "", -6, {}, ""},
         {answered({}), "", 0, {}, ""},
         {delivered(Delivery::kNoCallback), "", -1000, {}, ""},
         {delivered(Delivery::kLostBefore), "", -1000, {kDead, lost}, ""},
-        {delivered(Delivery::kLostAfter, answered(bytes("new"))), "", -1000, {kDead, lost}, ""},
-        {answered(bytes("new")), "open edbk.tmp", -1000, {not_open}, ""},
-        {answered(bytes("new")),
-         "open edbk_digest.tmp",
-         -1000,
-         {not_open, "E object: key file hash writing fail -1000"},
-         "new"},
+        {delivered(Delivery::kLostAfter, fresh), "", -1000, {kDead, lost}, ""},
+        {fresh, "open edbk.tmp", -1000, {not_open}, ""},
+        {fresh, "open edbk_digest.tmp", -1000, {not_open, not_written}, "new"},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
         start("", "before");
         km.answers["generateKey"] = {c.answer};
         test::FileFaults faults;
-        faults.fail(c.full_file, ENOSPC);
+        faults.fail(c.full, ENOSPC);
         EXPECT_EQ(c.result, object->init_db_key(1));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ("", cached());
@@ -134,37 +134,35 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
     const std::string lost_check = "E object: error during getKeyCharacteristics hidl call : -1000";
     const std::string lost_upgrade = "E object: error during upgradeKey hidl call : -1000";
     const std::string upgrade = "W object: Upgrade the db key";
-    const std::string upgrade_file = "W object: Upgrade the db key file";
-    const Answer old_key = refused(-62);
+    const std::string write = "W object: Upgrade the db key file";
+    const std::string not_open = "E object: file open: No space left on device(28)";
+    const Answer fine = {};
+    const Answer aged = refused(-62);
+    const Answer fresh = answered(bytes("new"));
+    const Answer silent = delivered(Delivery::kNoCallback);
+    const Answer lost = delivered(Delivery::kLostBefore);
+    const Answer lost_fresh = delivered(Delivery::kLostAfter, fresh);
     const struct {
         Answer check;
         Answer upgraded;
-        const char* full_file;
+        const char* full;  // no space left for it
         int result;
         std::string cached;  // "old": what there was; "loaded": the blob, adopted
         Lines log;
     } cases[] = {
-        {{}, {}, "", 0, "loaded", {}},
+        // clang-format off
+        {fine, {}, "", 0, "loaded", {}},
         {refused(-33), {}, "", -33, "loaded", {set_anyway}},
-        {delivered(Delivery::kNoCallback), {}, "", -1000, "loaded", {set_anyway}},
-        {delivered(Delivery::kLostBefore), {}, "", -1000, "old", {kDead, lost_check}},
+        {silent, {}, "", -1000, "loaded", {set_anyway}},
+        {lost, {}, "", -1000, "old", {kDead, lost_check}},
         {delivered(Delivery::kLostAfter), {}, "", -1000, "old", {kDead, lost_check}},
-        {old_key, answered(bytes("new")), "", -62, "new", {upgrade, upgrade_file}},
-        {old_key, refused(-38), "", -38, "old", {upgrade}},
-        {old_key, answered({}), "", -1000, "old", {upgrade}},
-        {old_key, delivered(Delivery::kNoCallback), "", -1000, "old", {upgrade}},
-        {old_key,
-         delivered(Delivery::kLostAfter, answered(bytes("new"))),
-         "",
-         -1000,
-         "old",
-         {upgrade, kDead, lost_upgrade}},
-        {old_key,
-         answered(bytes("new")),
-         "open edbk.tmp",
-         -1000,
-         "old",
-         {upgrade, upgrade_file, "E object: file open: No space left on device(28)"}},
+        {aged, fresh, "", -62, "new", {upgrade, write}},
+        {aged, refused(-38), "", -38, "old", {upgrade}},
+        {aged, answered({}), "", -1000, "old", {upgrade}},
+        {aged, silent, "", -1000, "old", {upgrade}},
+        {aged, lost_fresh, "", -1000, "old", {upgrade, kDead, lost_upgrade}},
+        {aged, fresh, "open edbk.tmp", -1000, "old", {upgrade, write, not_open}},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
@@ -172,7 +170,7 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
         km.answers["getKeyCharacteristics"] = {c.check};
         km.answers["upgradeKey"] = {c.upgraded};
         test::FileFaults faults;
-        faults.fail(c.full_file, ENOSPC);
+        faults.fail(c.full, ENOSPC);
         uint8_t* blob = static_cast<uint8_t*>(std::malloc(6));
         std::memcpy(blob, "loaded", 6);
         EXPECT_EQ(c.result, object->setLoadedDBKey(blob, 6));
@@ -274,6 +272,7 @@ TEST_F(DatabaseKey, EachDecisionOfARepair) {
         Lines log;
         std::string cached_after, stored_after;
     } cases[] = {
+        // clang-format off
         {"stored", "stored", {}, fresh, {same, no_digest, unsupported}, "stored", "stored"},
         {"stored", "stored", too_short, fresh, {same, unsupported}, "stored", "stored"},
         {"stored", "stored", too_long, fresh, {same, unsupported}, "stored", "stored"},
@@ -287,6 +286,7 @@ TEST_F(DatabaseKey, EachDecisionOfARepair) {
         {"", "cached", {}, fresh, {no_key, different, no_digest, unsupported}, "", ""},
         {"", "", digestOf(""), fresh, {no_key, same, intact}, "", ""},
         {"", "", good, fresh, {no_key, same, damaged}, "fresh", "fresh"},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);

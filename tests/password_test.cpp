@@ -35,6 +35,7 @@ class Password : public test::InTempDir {
         return object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
                                                 rot, type);
     }
+    Password() { test::ObjectPeer(*object).setKeyBlob(bytes("never sent")); }
     void start(const std::vector<KeyParameter>& out_params, int error = 0) {
         Answer answer = test::refused(error);
         answer.params = out_params;

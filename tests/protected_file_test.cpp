@@ -38,6 +38,9 @@ class ProtectedFile : public test::InTempDir {
 };
 
 TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
+    const std::string no_file = "W object: no file f";
+    const std::string unreadable = "E object: file read fail: ";
+    const std::string with_nul("a\0b\n", 4);
     const struct {
         std::string content;
         std::string call;  // answered with `result` and `error`
@@ -46,14 +49,16 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
         std::string loaded;
         Lines log;
     } cases[] = {
-        {std::string("a\0b\n", 4), "", 0, 0, std::string("a\0b\n", 4), {}},
-        {"-", "", 0, 0, "", {"W object: no file f"}},
-        {"x", "open f", -1, EACCES, "", {"W object: no file f"}},
+        // clang-format off
+        {with_nul, "", 0, 0, with_nul, {}},
+        {"-", "", 0, 0, "", {no_file}},
+        {"x", "open f", -1, EACCES, "", {no_file}},
         {"", "", 0, 0, "", {}},
-        {"abc", "read 3", -1, EIO, "", {"E object: file read fail: Input/output error(5)"}},
-        {"abc", "read 3", 2, EIO, "", {"E object: file read fail: Input/output error(5)"}},
-        {"abc", "read 3", 2, 0, "", {"E object: file read fail: Success(0)"}},
+        {"abc", "read 3", -1, EIO, "", {unreadable + "Input/output error(5)"}},
+        {"abc", "read 3", 2, EIO, "", {unreadable + "Input/output error(5)"}},
+        {"abc", "read 3", 2, 0, "", {unreadable + "Success(0)"}},
         {"abc", "lseek end", 0x100000002L, 0, "ab", {}},  // sizes have 32 bits
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.call + " on " + c.content);
@@ -111,74 +116,40 @@ TEST_F(ProtectedFile, ReplacesInOrderAndFlushesDataBeforeTheNames) {
 }
 
 TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
-    const std::string remove_backup =
+    const std::string not_removed =
         "W object: fail to remove backup file: Operation not permitted(1)";
-    const std::string keep_backup =
+    const std::string not_kept =
         "W object: fail to rename to the backup file: Permission denied(13)";
-    using Faults = std::vector<std::tuple<std::string, long, int>>;
+    const std::string not_open = "E object: file open: Permission denied(13)";
+    const std::string not_written = "E object: file write fail: No space left on device(28)";
+    const std::string not_gone = "E object: fail unlink: Device or resource busy(16)";
+    const std::string not_moved = "E object: fail rename: Input/output error(5)";
+    using Fault = std::tuple<std::string, long, int>;
+    const Fault remove_backup = {"unlink f.bak", -1, EPERM};
+    const Fault keep_backup = {"rename f f.bak", -1, EACCES};
+    const Fault remove_current = {"unlink f", -1, EBUSY};
     const struct {
-        Faults faults;
+        std::vector<Fault> faults;
         int result;
         Lines log;
-        std::string current;
-        std::string backup;
-        std::string temporary;
+        std::string current, backup, temporary;
     } cases[] = {
+        // clang-format off
         {{}, 0, {}, "new", "old", "-"},
-        {{{"open f.tmp", -1, EACCES}},
-         -1000,
-         {"E object: file open: Permission denied(13)"},
-         "old",
-         "older",
-         "-"},
-        {{{"write 3", -1, ENOSPC}},
-         -1000,
-         {"E object: file write fail: No space left on device(28)"},
-         "old",
-         "older",
-         ""},
-        {{{"write 3", 2, ENOSPC}},
-         -1000,
-         {"E object: file write fail: No space left on device(28)"},
-         "old",
-         "older",
-         ""},
-        {{{"unlink f.bak", -1, EPERM}}, 0, {remove_backup}, "new", "old", "-"},
-        {{{"rename f f.bak", -1, EACCES}}, 0, {keep_backup}, "new", "-", "-"},
-        {{{"unlink f.bak", -1, EPERM}, {"rename f f.bak", -1, EACCES}},
-         0,
-         {remove_backup, keep_backup},
-         "new",
-         "older",
-         "-"},
-        {{{"unlink f", -1, EBUSY}},
-         -1000,
-         {"E object: fail unlink: Device or resource busy(16)"},
-         "-",
-         "old",
-         "new"},
-        {{{"unlink f.bak", -1, EPERM}, {"rename f f.bak", -1, EACCES}, {"unlink f", -1, EBUSY}},
-         -1000,
-         {remove_backup, keep_backup, "E object: fail unlink: Device or resource busy(16)"},
-         "old",
-         "older",
-         "new"},
-        {{{"rename f.tmp f", -1, EIO}},
-         -1000,
-         {"E object: fail rename: Input/output error(5)"},
-         "-",
-         "old",
-         "new"},
-        {{{"rename f.tmp f", -1, ENOENT}},
-         -1000,
-         {"E object: fail rename: No such file or directory(2)"},
-         "-",
-         "old",
-         "new"},
+        {{{"open f.tmp", -1, EACCES}}, -1000, {not_open}, "old", "older", "left over"},
+        {{{"write 3", -1, ENOSPC}}, -1000, {not_written}, "old", "older", ""},
+        {{{"write 3", 2, ENOSPC}}, -1000, {not_written}, "old", "older", ""},
+        {{remove_backup}, 0, {not_removed}, "new", "old", "-"},
+        {{keep_backup}, 0, {not_kept}, "new", "-", "-"},
+        {{remove_backup, keep_backup}, 0, {not_removed, not_kept}, "new", "older", "-"},
+        {{remove_current}, -1000, {not_gone}, "-", "old", "new"},
+        {{keep_backup, remove_current}, -1000, {not_kept, not_gone}, "old", "-", "new"},
+        {{{"rename f.tmp f", -1, EIO}}, -1000, {not_moved}, "-", "old", "new"},
+        // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.faults.empty() ? "none" : std::get<0>(c.faults.back()));
-        std::filesystem::remove("f.tmp");
+        SCOPED_TRACE(&c - cases);
+        put("f.tmp", "left over");
         put("f", "old");
         put("f.bak", "older");
         test::clearLog();
@@ -231,6 +202,10 @@ TEST_F(ProtectedFile, UpdateDbFileAdoptsTheImageOnSuccessOnly) {
 TEST_F(ProtectedFile, RestoresTheBackup) {
     const std::string store = kStore;
     const std::string missing = "D object: no secure object file";
+    const std::string kept = "E object: fail unlink during restore: Operation not permitted(1)";
+    const std::string not_moved = "E object: fail rename during restore:";
+    const std::string move = "rename " + store + ".bak " + store;
+    const std::string no_backup = not_moved + "No such file or directory(2)";
     const struct {
         std::string current, backup, call;
         int error;
@@ -238,36 +213,14 @@ TEST_F(ProtectedFile, RestoresTheBackup) {
         Lines log;
         std::string restored;
     } cases[] = {
+        // clang-format off
         {"bad", "good", "", 0, 0, {}, "good"},
         {"-", "good", "", 0, 0, {missing}, "good"},
-        {"bad",
-         "good",
-         "unlink " + store,
-         EPERM,
-         -1000,
-         {"E object: fail unlink during restore: Operation not permitted(1)"},
-         "bad"},
-        {"bad",
-         "good",
-         "rename " + store + ".bak " + store,
-         EIO,
-         -1000,
-         {"E object: fail rename during restore:Input/output error(5)"},
-         "-"},
-        {"bad",
-         "-",
-         "",
-         0,
-         -1000,
-         {"E object: fail rename during restore:No such file or directory(2)"},
-         "-"},
-        {"-",
-         "-",
-         "",
-         0,
-         -1000,
-         {missing, "E object: fail rename during restore:No such file or directory(2)"},
-         "-"},
+        {"bad", "good", "unlink " + store, EPERM, -1000, {kept}, "bad"},
+        {"bad", "good", move, EIO, -1000, {not_moved + "Input/output error(5)"}, "-"},
+        {"bad", "-", "", 0, -1000, {no_backup}, "-"},
+        {"-", "-", "", 0, -1000, {missing, no_backup}, "-"},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.current + " " + c.backup + " " + c.call);

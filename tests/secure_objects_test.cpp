@@ -57,6 +57,7 @@ class SecureObjects : public test::InTempDir {
     // "creator::alias" of all objects; the result code when there is one.
     Lines list() {
         SODOperationParam p;
+        p.addAdminToOutput();  // replaced
         Lines result;
         const int status = object->SodRetreiveAlias(p, result);
         return status == 0 ? result : Lines{std::to_string(status)};
@@ -157,6 +158,9 @@ TEST_F(SecureObjects, AreSelectedRowByRow) {
     rows.clear();
     ASSERT_EQ(0, object->SodSelect(p.addAliasInWhere(missing), rows));
     EXPECT_EQ((Lines{kEnd}), rows);
+
+    ASSERT_EQ(0, insert("k3\x1Ek4", "u3"));  // three fields: skipped
+    EXPECT_EQ((Lines{"u1::k1", "::k2"}), list());
 }
 
 TEST_F(SecureObjects, RefuseUnusableLists) {
@@ -205,6 +209,13 @@ TEST_F(SecureObjects, AreLoadedAgainOnlyWhenTheTableIsStale) {
     EXPECT_EQ((Lines{"u::k"}), list());
     EXPECT_EQ(2u, km.calls(Call::kBegin).size());
     EXPECT_EQ(7u, commands().size());  // only the stale one came twice
+
+    const uint8_t text[] = {'?'};
+    const keymaster_blob_t command = {text, 1};
+    keymaster_blob_t out = {text, 1};
+    EXPECT_EQ(-911, object->queryInternal(nullptr, nullptr, nullptr, nullptr, &command, &out));
+    EXPECT_EQ(nullptr, out.data);
+    EXPECT_EQ(0u, out.data_length);
 }
 
 TEST_F(SecureObjects, FileAndImageStayWhenAChangeFails) {
