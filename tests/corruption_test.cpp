@@ -1,0 +1,114 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Every flipped bit and every truncation of the store, the key file and its digest, each met by an
+// object that has just started.
+
+#include <cstdio>
+
+#include "db_store_format.h"
+#include "store_fixture.h"
+
+namespace {
+
+using test::Bytes;
+
+class Corruption : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
+  protected:
+    // What a query answers when `name` has this content.
+    std::string readWith(const char* name, const Bytes& content) {
+        startAfresh();
+        test::writeFile(name, content);
+        reopen();
+        ++states_;
+        return test::readAliases(*object_);
+    }
+
+    // Calls `check` with each bit of the file flipped, and where.
+    template <typename Check>
+    void flipEachBit(const char* name, Check check) {
+        for (size_t at = 0; at < files_[name].size(); ++at) {
+            for (int bit = 0; bit < 8; ++bit) {
+                SCOPED_TRACE(std::string(name) + " byte " + std::to_string(at) + " bit " +
+                             std::to_string(bit));
+                Bytes flipped = files_[name];
+                flipped[at] = static_cast<uint8_t>(flipped[at] ^ (1 << bit));
+                check(flipped, at, bit);
+            }
+        }
+    }
+
+    template <typename Check>
+    void truncateEachWay(const char* name, Check check) {
+        for (size_t len = 0; len < files_[name].size(); ++len) {
+            SCOPED_TRACE(std::string(name) + " cut to " + std::to_string(len));
+            check(Bytes(files_[name].begin(), files_[name].begin() + static_cast<long>(len)), len);
+        }
+    }
+
+    ~Corruption() override { std::printf("corrupted states: %d\n", states_); }
+
+    int states_ = 0;
+};
+
+TEST_F(Corruption, NoFlipOfTheStoreIsTakenForOtherData) {
+    const uint32_t payload_len = zelkm::readLe32(&files_[kStore][zelkm::kPayloadLenOffset]);
+    ASSERT_EQ(files_[kStore].size(), zelkm::kHeaderLen + payload_len);
+    flipEachBit(kStore, [&](const Bytes& store, size_t at, int bit) {
+        const std::string found = readWith(kStore, store);
+        if (at >= zelkm::kFlagsOffset && at < zelkm::kTagOffset) {
+            // Not authenticated. Without its bit 0 the ciphertext is read as text.
+            const bool plaintext = at == zelkm::kFlagsOffset && bit == 0;
+            EXPECT_EQ(plaintext ? "status -913 " : "a b ", found);
+        } else if (at >= zelkm::kRowCountOffset && at < zelkm::kPayloadLenOffset) {
+            // Not authenticated: fewer rows are read, from the first on; more are not there.
+            const uint32_t rows = zelkm::readLe32(&store[zelkm::kRowCountOffset]);
+            EXPECT_EQ(rows == 0 ? "" : rows == 1 ? "a " : "status -913 ", found);
+        } else if (at >= zelkm::kPayloadLenOffset && at < zelkm::kHeaderLen) {
+            const uint32_t len = zelkm::readLe32(&store[zelkm::kPayloadLenOffset]);
+            EXPECT_EQ(len == 0 ? "" : len > payload_len ? "status -915 " : "status -30 ", found);
+        } else {
+            EXPECT_EQ("status -30 ", found);
+            EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
+            reopen();
+            EXPECT_EQ("a ", test::readAliases(*object_));
+        }
+    });
+}
+
+TEST_F(Corruption, TruncatedStoreIsRefused) {
+    truncateEachWay(kStore, [&](const Bytes& store, size_t len) {
+        const std::string expected = len == 0                   ? ""
+                                     : len <= zelkm::kHeaderLen ? "status -913 "
+                                                                : "status -915 ";
+        EXPECT_EQ(expected, readWith(kStore, store));
+        EXPECT_EQ(store, *test::readFile(kStore));
+    });
+}
+
+// A damaged key is told by its digest, and replaced: the store is then lost with it.
+TEST_F(Corruption, DamagedKeyIsReplaced) {
+    const auto check = [this](const Bytes& blob) {
+        EXPECT_EQ(blob.empty() ? "status -30 " : "status -33 ", readWith("edbk", blob));
+        EXPECT_NE(blob, *test::readFile("edbk"));
+        EXPECT_NE(files_["edbk_digest"], *test::readFile("edbk_digest"));
+        std::filesystem::remove(kStore);
+        reopen();
+        EXPECT_EQ(0, test::insertAlias(*object_, "z"));
+        reopen();
+        EXPECT_EQ("z ", test::readAliases(*object_));
+    };
+    flipEachBit("edbk", [&](const Bytes& blob, size_t, int) { check(blob); });
+    truncateEachWay("edbk", [&](const Bytes& blob, size_t) { check(blob); });
+}
+
+TEST_F(Corruption, DamagedDigestOfAGoodKeyIsNotLookedAt) {
+    const auto check = [this](const Bytes& digest) {
+        EXPECT_EQ("a b ", readWith("edbk_digest", digest));
+        EXPECT_EQ(files_["edbk"], *test::readFile("edbk"));
+    };
+    flipEachBit("edbk_digest", [&](const Bytes& digest, size_t, int) { check(digest); });
+    truncateEachWay("edbk_digest", [&](const Bytes& digest, size_t) { check(digest); });
+}
+
+}  // namespace

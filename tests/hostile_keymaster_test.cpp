@@ -1,0 +1,156 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Each keymaster call of each service meets every error code, lost transports, missing callbacks,
+// empty and oversized answers. The result is the keymaster's or -1000, no line of the log is
+// malformed, and once the keymaster is well again, so is the store.
+
+#include <soft_keymaster/fault_keymaster.h>
+
+#include <cstdio>
+#include <functional>
+#include <set>
+
+#include "store_fixture.h"
+
+namespace {
+
+using android::hardware::hidl_vec;
+using namespace android::hardware::keymaster::V4_0;
+using soft_keymaster::Call;
+using soft_keymaster::Fault;
+using soft_keymaster::FaultKeymaster;
+using soft_keymaster::SoftKeymaster;
+
+struct NamedFault {
+    std::string name;
+    Fault fault;
+    int error;  // the answered error code; 0 for the other kinds
+};
+
+std::vector<NamedFault> allFaults() {
+    std::vector<NamedFault> faults;
+    for (int code = -72; code < 0; ++code) {
+        faults.push_back({std::to_string(code), Fault::error(ErrorCode(code)), code});
+    }
+    for (const int code : {-100, -101, -1000}) {
+        faults.push_back({std::to_string(code), Fault::error(ErrorCode(code)), code});
+    }
+    faults.push_back({"lost before the callback", Fault::transportBeforeCallback(), 0});
+    faults.push_back({"lost after the callback", Fault::transportAfterCallback(), 0});
+    faults.push_back({"no callback", Fault::noCallback(), 0});
+    for (const size_t size : {0u, 1u, 15u, 16u, 17u, 100000u}) {
+        faults.push_back({"output of " + std::to_string(size), Fault::outputSize(size), 0});
+        faults.push_back({"nonce of " + std::to_string(size), Fault::nonceSize(size), 0});
+    }
+    faults.push_back({"empty answer", Fault::alter([](soft_keymaster::Answer& answer) {
+                          answer = soft_keymaster::Answer();
+                      }),
+                      0});
+    faults.push_back({"all consumed twice",
+                      Fault::alter([](soft_keymaster::Answer& answer) { answer.consumed *= 2; }),
+                      0});
+    return faults;
+}
+
+struct Service {
+    std::string name;
+    std::vector<Call> calls;
+    std::function<int()> run;
+};
+
+class HostileKeymaster : public test::StoreFixture<SoftKeymaster> {
+  protected:
+    HostileKeymaster() : faulty_(km_) {}
+
+    // An object over the faulty keymaster, in the state of a new one.
+    void startFaulty() {
+        startAfresh();
+        test::ObjectPeer peer(*faulty_object_);
+        peer.setImage(*test::readFile(kStore));
+        peer.setKeyBlob({});
+        faulty_.reset();
+    }
+
+    FaultKeymaster faulty_;
+    test::ObjectPtr faulty_object_ = test::makeObject(&faulty_, true);
+};
+
+TEST_F(HostileKeymaster, EveryCallFailsInEveryWay) {
+    const hidl_vec<uint8_t> in = {1, 2, 3};
+    hidl_vec<uint8_t> converted;
+    hidl_vec<uint8_t> tag;
+    hidl_vec<uint8_t> csr;
+    const std::vector<Service> services = {
+        {"insert",
+         {Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpdate, Call::kFinish},
+         [this] { return test::insertAlias(*faulty_object_, "c"); }},
+        {"insert after an upgrade of the system",
+         {Call::kUpgradeKey},
+         [this] {
+             km_.setPatchLevel(options().patch_level + 1);
+             return test::insertAlias(*faulty_object_, "c");
+         }},
+        {"new key", {Call::kGenerateKey}, [this] { return faulty_object_->init_db_key(1); }},
+        {"password conversion",
+         {Call::kBegin},
+         [&] {
+             return faulty_object_->encryptWithPasswordHWKey(in, in, in, converted, in, in, tag,
+                                                             PW_ENCRYPT_TYPE_TO_KEY);
+         }},
+        {"signing request",
+         {Call::kAttestKey},
+         [&] { return faulty_object_->generateCSR(in, {}, csr); }},
+    };
+    // The object's own codes beside -1000: no nonce, no tag or key, a key refused at its upgrade.
+    const std::set<int> own = {0, -30, -40, -51, -62, -1000};
+
+    int states = 0;
+    for (const Service& service : services) {
+        for (const Call call : service.calls) {
+            for (const NamedFault& fault : allFaults()) {
+                // The first begin, update and finish decrypt the store, the second ones encrypt it.
+                for (const size_t nth : {1u, 2u}) {
+                    SCOPED_TRACE(service.name + ", " + soft_keymaster::callName(call) + " " +
+                                 std::to_string(nth) + ": " + fault.name);
+                    startFaulty();
+                    faulty_.plan(call, nth, fault.fault);
+                    const int status = service.run();
+                    ++states;
+                    EXPECT_TRUE(own.count(status) != 0 || status == fault.error ||
+                                (status < 0 && fault.error == 0))
+                        << status;
+                    for (const std::string& line : test::log()) {
+                        EXPECT_EQ(std::string::npos, line.find("malformed")) << line;
+                    }
+                    faulty_.reset();
+
+                    // A new process; after a refused image, a further one reads the backup.
+                    reopen();
+                    const bool key_changed =
+                        *test::readFile("edbk") != files_["edbk"] &&
+                        service.name != "insert after an upgrade of the system";
+                    std::string found = test::readAliases(*object_);
+                    if (found == "status -30 ") {
+                        reopen();
+                        found = test::readAliases(*object_);
+                    }
+                    if (key_changed) {
+                        EXPECT_EQ(0u, found.find("status -")) << found;
+                        std::filesystem::remove(kStore);
+                        reopen();
+                        found = "";
+                    } else {
+                        EXPECT_TRUE(found == "a b c " || found == "a b " || found == "a ") << found;
+                    }
+                    EXPECT_EQ(0, test::insertAlias(*object_, "z"));
+                    reopen();
+                    EXPECT_EQ(found + "z ", test::readAliases(*object_));
+                }
+            }
+        }
+    }
+    std::printf("states after a faulty keymaster call: %d\n", states);
+}
+
+}  // namespace

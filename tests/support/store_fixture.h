@@ -1,0 +1,90 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A store with the objects "a" and "b" over a software keymaster, put back as it was for each try.
+
+#pragma once
+
+#include <soft_keymaster/soft_keymaster.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "operation_peer.h"
+#include "temp_dir.h"
+
+namespace test {
+
+inline int insertAlias(ZelKeymasterOperation& object, std::string alias) {
+    SODOperationParam p;
+    std::string creator = "creator";
+    return object.SodInsert(p.setAlias(alias).setCreator(creator));
+}
+
+// The aliases in the store, each followed by a blank; "status -30 " and the like when it cannot be
+// read.
+inline std::string readAliases(ZelKeymasterOperation& object) {
+    SODOperationParam p;
+    std::vector<std::string> rows;
+    const int status = object.SodRetreiveOther(p.addAliasToOutput(), rows);
+    std::string text;
+    for (const std::string& row : rows) {
+        text += row + " ";
+    }
+    return status == 0 ? text : "status " + std::to_string(status) + " ";
+}
+
+template <typename KeymasterType>
+class StoreFixture : public InTempDir {
+  protected:
+    StoreFixture() : km_(options()), object_(makeObject(&km_, true)) {
+        reopen();
+        EXPECT_EQ(0, insertAlias(*object_, "a"));
+        EXPECT_EQ(0, insertAlias(*object_, "b"));
+        for (const char* name : kFiles) {
+            if (const auto content = readFile(name)) {
+                files_[name] = *content;
+            }
+        }
+    }
+
+    static soft_keymaster::SoftKeymaster::Options options() {
+        soft_keymaster::SoftKeymaster::Options result;
+        result.root_key_path = "root_key";
+        return result;
+    }
+
+    void startAfresh() {
+        km_.setPatchLevel(options().patch_level);
+        for (const char* name : kFiles) {
+            std::filesystem::remove(name);
+        }
+        for (const auto& [name, content] : files_) {
+            writeFile(name, content);
+        }
+        reopen();
+    }
+
+    // Puts the object in the state of a new one: the image loaded, no key, no table. (A really new
+    // one would write each line of the error file once more.)
+    void reopen() {
+        ObjectPeer peer(*object_);
+        peer.setImage(readFile(kStore).value_or(Bytes()));
+        peer.setKeyBlob({});
+        keymaster_blob_t out = {};
+        EXPECT_EQ(-38, object_->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out));
+        clearLog();
+    }
+
+    static constexpr char kStore[] = "secure_objects.db";
+    static constexpr const char* kFiles[] = {
+        "secure_objects.db", "secure_objects.db.bak", "edbk",
+        "edbk.bak",          "edbk_digest",           "edbk_digest.bak"};
+
+    KeymasterType km_;
+    ObjectPtr object_;
+    std::map<std::string, Bytes> files_;
+};
+
+}  // namespace test
