@@ -9,6 +9,7 @@
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <openssl/sha.h>
 
 #include "key_generation.h"
 #include "root_key.h"
@@ -30,11 +31,8 @@ constexpr char kKeyName[] = "Software keymaster key";
 constexpr char kAttestationOid[] = "1.3.6.1.4.1.11129.2.1.17";
 constexpr char kBasicConstraintsOid[] = "2.5.29.19";
 constexpr char kKeyUsageOid[] = "2.5.29.15";
-
-// DER of the extensions' contents.
-const Bytes kIsAuthority = {0x30, 0x03, 0x01, 0x01, 0xFF};  // SEQUENCE { cA TRUE }
-const Bytes kSignsCertificates = {0x03, 0x02, 0x01, 0x06};  // keyCertSign, cRLSign
-const Bytes kSignsData = {0x03, 0x02, 0x07, 0x80};          // digitalSignature
+constexpr char kSubjectKeyIdOid[] = "2.5.29.14";
+constexpr char kAuthorityKeyIdOid[] = "2.5.29.35";
 
 constexpr long kDaySeconds = 24L * 60 * 60;
 constexpr long kLifetimeSeconds = 20 * 365 * kDaySeconds;
@@ -58,8 +56,15 @@ void addExtension(X509* certificate, const char* oid, bool critical, const Bytes
     requireSsl(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1);
 }
 
-// A certificate without extensions and signature, valid from yesterday on.
-X509Ptr startCertificate(const char* subject, const X509_NAME* issuer, EVP_PKEY* public_key) {
+// Identifies a certificate's key, by SHA-1 as is usual.
+Bytes keyId(const X509* certificate) {
+    Bytes id(SHA_DIGEST_LENGTH);
+    requireSsl(X509_pubkey_digest(certificate, EVP_sha1(), id.data(), nullptr) == 1);
+    return id;
+}
+
+// An unsigned certificate, valid from yesterday on. Without an `issuer` it is its own.
+X509Ptr startCertificate(const char* subject, EVP_PKEY* public_key, const X509* issuer) {
     uint64_t serial = 0;
     requireSsl(RAND_bytes(reinterpret_cast<uint8_t*>(&serial), sizeof(serial)) == 1);
     X509Ptr certificate(X509_new());
@@ -69,8 +74,18 @@ X509Ptr startCertificate(const char* subject, const X509_NAME* issuer, EVP_PKEY*
                X509_gmtime_adj(X509_getm_notBefore(x509), -kDaySeconds) != nullptr &&
                X509_gmtime_adj(X509_getm_notAfter(x509), kLifetimeSeconds) != nullptr &&
                X509_set_subject_name(x509, makeName(subject).get()) == 1 &&
-               X509_set_issuer_name(x509, const_cast<X509_NAME*>(issuer)) == 1 &&
                X509_set_pubkey(x509, public_key) == 1);
+    if (issuer == nullptr) {
+        issuer = x509;
+    }
+    requireSsl(X509_set_issuer_name(x509, X509_get_subject_name(issuer)) == 1);
+
+    Bytes subject_id = {0x04, SHA_DIGEST_LENGTH};  // OCTET STRING
+    append(subject_id, keyId(x509));
+    addExtension(x509, kSubjectKeyIdOid, false, subject_id);
+    Bytes issuer_id = {0x30, SHA_DIGEST_LENGTH + 2, 0x80, SHA_DIGEST_LENGTH};  // SEQUENCE { [0] }
+    append(issuer_id, keyId(issuer));
+    addExtension(x509, kAuthorityKeyIdOid, false, issuer_id);
     return certificate;
 }
 
@@ -78,11 +93,13 @@ void sign(X509* certificate, EVP_PKEY* key) {
     requireSsl(X509_sign(certificate, key, EVP_sha256()) > 0);
 }
 
-X509Ptr makeAuthority(const char* subject, EVP_PKEY* public_key, const char* issuer,
+X509Ptr makeAuthority(const char* subject, EVP_PKEY* public_key, const X509* issuer,
                       EVP_PKEY* issuer_key) {
-    X509Ptr certificate = startCertificate(subject, makeName(issuer).get(), public_key);
-    addExtension(certificate.get(), kBasicConstraintsOid, true, kIsAuthority);
-    addExtension(certificate.get(), kKeyUsageOid, true, kSignsCertificates);
+    X509Ptr certificate = startCertificate(subject, public_key, issuer);
+    // SEQUENCE { cA TRUE }
+    addExtension(certificate.get(), kBasicConstraintsOid, true, {0x30, 0x03, 0x01, 0x01, 0xFF});
+    // BIT STRING: keyCertSign, cRLSign
+    addExtension(certificate.get(), kKeyUsageOid, true, {0x03, 0x02, 0x01, 0x06});
     sign(certificate.get(), issuer_key);
     return certificate;
 }
@@ -90,8 +107,8 @@ X509Ptr makeAuthority(const char* subject, EVP_PKEY* public_key, const char* iss
 Bytes makeAuthorityFile() {
     const PkeyPtr root_key = makeEcKeyPair();
     const PkeyPtr issuer_key = makeEcKeyPair();
-    const X509Ptr root = makeAuthority(kRootName, root_key.get(), kRootName, root_key.get());
-    const X509Ptr issuer = makeAuthority(kIssuerName, issuer_key.get(), kRootName, root_key.get());
+    const X509Ptr root = makeAuthority(kRootName, root_key.get(), nullptr, root_key.get());
+    const X509Ptr issuer = makeAuthority(kIssuerName, issuer_key.get(), root.get(), root_key.get());
     const BioPtr file(BIO_new(BIO_s_mem()));
     requireSsl(file != nullptr &&
                PEM_write_bio_PrivateKey(file.get(), issuer_key.get(), nullptr, nullptr, 0, nullptr,
@@ -118,8 +135,9 @@ AttestationAuthority::AttestationAuthority(const std::string& path) {
 
 hidl_vec<hidl_vec<uint8_t>> AttestationAuthority::certify(EVP_PKEY* key,
                                                           const Bytes& key_description) const {
-    const X509Ptr leaf = startCertificate(kKeyName, X509_get_subject_name(issuer_.get()), key);
-    addExtension(leaf.get(), kKeyUsageOid, true, kSignsData);
+    const X509Ptr leaf = startCertificate(kKeyName, key, issuer_.get());
+    // BIT STRING: digitalSignature
+    addExtension(leaf.get(), kKeyUsageOid, true, {0x03, 0x02, 0x07, 0x80});
     addExtension(leaf.get(), kAttestationOid, false, key_description);
     sign(leaf.get(), issuer_key_.get());
     return {toDer(leaf.get(), i2d_X509), toDer(issuer_.get(), i2d_X509),

@@ -22,6 +22,10 @@ namespace soft_keymaster {
 
 using Bytes = std::vector<uint8_t>;
 
+inline void append(Bytes& out, const Bytes& more) {
+    out.insert(out.end(), more.begin(), more.end());
+}
+
 struct KeymasterError {
     ErrorCode code;
 };

@@ -19,28 +19,6 @@ using android::hardware::keymaster::V4_0::SecurityLevel;
 
 namespace {
 
-constexpr const char* kCallNames[] = {
-    "getHardwareInfo",
-    "getHmacSharingParameters",
-    "computeSharedHmac",
-    "verifyAuthorization",
-    "addRngEntropy",
-    "generateKey",
-    "importKey",
-    "importWrappedKey",
-    "getKeyCharacteristics",
-    "exportKey",
-    "attestKey",
-    "upgradeKey",
-    "deleteKey",
-    "deleteAllKeys",
-    "destroyAttestationIds",
-    "begin",
-    "update",
-    "finish",
-    "abort",
-};
-
 Status transportFailure() {
     return Status::fromStatusT(android::DEAD_OBJECT);
 }
@@ -71,67 +49,40 @@ Answer& fill(Slot& slot, ErrorCode error) {
     return *slot;
 }
 
-// The callback of the three calls that make a key.
-auto keyInto(Slot& slot) {
-    return [&slot](ErrorCode error, const hidl_vec<uint8_t>& blob,
-                   const KeyCharacteristics& characteristics) {
-        Answer& a = fill(slot, error);
-        a.output = blob;
-        a.characteristics = characteristics;
+void put(Answer& answer, uint64_t value) {
+    answer.handle = value;
+}
+void put(Answer& answer, uint32_t value) {
+    answer.consumed = value;
+}
+void put(Answer& answer, const hidl_vec<uint8_t>& value) {
+    answer.output = value;
+}
+void put(Answer& answer, const hidl_vec<KeyParameter>& value) {
+    answer.params = value;
+}
+void put(Answer& answer, const hidl_vec<hidl_vec<uint8_t>>& value) {
+    answer.chain = value;
+}
+void put(Answer& answer, const KeyCharacteristics& value) {
+    answer.characteristics = value;
+}
+void put(Answer& answer, const HmacSharingParameters& value) {
+    answer.hmac_params = value;
+}
+void put(Answer& answer, const VerificationToken& value) {
+    answer.token = value;
+}
+
+// A callback for any of the calls, which fills the slot.
+auto into(Slot& slot) {
+    return [&slot](ErrorCode error, const auto&... values) {
+        Answer& answer = fill(slot, error);
+        (put(answer, values), ...);
     };
 }
 
-// Keeps the bytes that fit and fills up with zeros.
-void resizeWithZeros(hidl_vec<uint8_t>& bytes, size_t size) {
-    const size_t kept = std::min(bytes.size(), size);
-    bytes.resize(size);
-    std::fill(bytes.begin() + kept, bytes.end(), uint8_t{0});
-}
-
 }  // namespace
-
-const char* callName(Call call) {
-    return kCallNames[static_cast<size_t>(call)];
-}
-
-Fault Fault::error(ErrorCode code) {
-    return {Kind::kAnswerError, code, nullptr};
-}
-
-Fault Fault::transportBeforeCallback() {
-    return {Kind::kTransportBeforeCallback, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::transportAfterCallback() {
-    return {Kind::kTransportAfterCallback, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::noCallback() {
-    return {Kind::kNoCallback, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::alter(std::function<void(Answer&)> change) {
-    return {Kind::kAlter, ErrorCode::OK, std::move(change)};
-}
-
-Fault Fault::nonceSize(size_t size) {
-    return alter([size](Answer& answer) {
-        std::vector<KeyParameter> params;
-        for (KeyParameter& param : answer.params) {
-            if (param.tag != Tag::NONCE) {
-                params.push_back(param);
-            } else if (size > 0) {
-                resizeWithZeros(param.blob, size);
-                params.push_back(param);
-            }
-        }
-        answer.params = params;
-    });
-}
-
-Fault Fault::outputSize(size_t size) {
-    return alter([size](Answer& answer) { resizeWithZeros(answer.output, size); });
-}
 
 FaultKeymaster::FaultKeymaster(Keymaster& inner)
     : Keymaster(inner.descriptor(), inner.instanceName()), inner_(inner) {}
@@ -142,7 +93,7 @@ void FaultKeymaster::plan(Call call, size_t nth, Fault fault) {
 }
 
 void FaultKeymaster::planEach(Call call, Fault fault) {
-    plans_[call].each = {std::move(fault)};
+    plans_[call].each = std::move(fault);
 }
 
 void FaultKeymaster::reset() {
@@ -157,40 +108,40 @@ std::vector<CallRecord> FaultKeymaster::calls(Call call) const {
     return found;
 }
 
-const Fault* FaultKeymaster::enter(CallRecord made) {
+std::optional<Fault> FaultKeymaster::enter(CallRecord made) {
     Plan& plan = plans_[made.call];
     calls_.push_back(std::move(made));
     const auto found = plan.nth.find(++plan.count);
     if (found != plan.nth.end()) {
-        return &found->second;
+        return found->second;
     }
-    return plan.each.empty() ? nullptr : &plan.each.front();
+    return plan.each;
 }
 
 // `forward` calls the inner keymaster with a callback that fills a slot; `reply` runs the caller's
 // callback with an answer. A failure of the inner transport is passed on unlooked at.
 template <typename Forward, typename Reply>
 Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply reply) {
-    const Fault* fault = enter(std::move(made));
-    if (fault != nullptr && fault->kind == Fault::Kind::kTransportBeforeCallback) {
+    const std::optional<Fault> fault = enter(std::move(made));
+    if (fault && fault->kind == Fault::Kind::kTransportBeforeCallback) {
         return transportFailure();
     }
-    if (fault != nullptr && fault->kind == Fault::Kind::kNoCallback) {
+    if (fault && fault->kind == Fault::Kind::kNoCallback) {
         return Void();
     }
     Slot slot;
-    if (fault != nullptr && fault->kind == Fault::Kind::kAnswerError) {
+    if (fault && fault->kind == Fault::Kind::kAnswerError) {
         reply(fill(slot, fault->code));
         return Void();
     }
     Return<void> status = forward(slot);
     if (slot.has_value()) {
-        if (fault != nullptr && fault->kind == Fault::Kind::kAlter) {
+        if (fault && fault->kind == Fault::Kind::kAlter) {
             fault->change(*slot);
         }
         reply(*slot);
     }
-    if (fault != nullptr && fault->kind == Fault::Kind::kTransportAfterCallback && status.isOk()) {
+    if (fault && fault->kind == Fault::Kind::kTransportAfterCallback && status.isOk()) {
         return transportFailure();
     }
     return status;
@@ -199,8 +150,8 @@ Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply repl
 // For the calls that answer one code and have no callback: a failing transport hides the code.
 template <typename Forward>
 Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
-    const Fault* fault = enter(std::move(made));
-    if (fault == nullptr) {
+    const std::optional<Fault> fault = enter(std::move(made));
+    if (!fault) {
         return forward();
     }
     if (fault->kind == Fault::Kind::kAnswerError) {
@@ -221,9 +172,6 @@ Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
     return inner;
 }
 
-// Hardware info, HMAC parameters and verification tokens have no place in Answer: an error leaves
-// them empty, and an alteration reaches the error code alone.
-
 Return<void> FaultKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
     SecurityLevel level = SecurityLevel::SOFTWARE;
     hidl_string name;
@@ -243,26 +191,17 @@ Return<void> FaultKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
 }
 
 Return<void> FaultKeymaster::getHmacSharingParameters(getHmacSharingParameters_cb cb) {
-    HmacSharingParameters params{};
     return answer(
         record(Call::kGetHmacSharingParameters),
-        [&](Slot& slot) {
-            return inner_.getHmacSharingParameters([&](auto error, auto& inner_params) {
-                fill(slot, error);
-                params = inner_params;
-            });
-        },
-        [&](const Answer& a) { cb(a.error, params); });
+        [&](Slot& slot) { return inner_.getHmacSharingParameters(into(slot)); },
+        [&](const Answer& a) { cb(a.error, a.hmac_params); });
 }
 
 Return<void> FaultKeymaster::computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                                computeSharedHmac_cb cb) {
     return answer(
         record(Call::kComputeSharedHmac),
-        [&](Slot& slot) {
-            return inner_.computeSharedHmac(
-                params, [&](auto error, auto& check) { fill(slot, error).output = check; });
-        },
+        [&](Slot& slot) { return inner_.computeSharedHmac(params, into(slot)); },
         [&](const Answer& a) { cb(a.error, a.output); });
 }
 
@@ -270,17 +209,12 @@ Return<void> FaultKeymaster::verifyAuthorization(uint64_t handle,
                                                  const hidl_vec<KeyParameter>& params,
                                                  const HardwareAuthToken& auth_token,
                                                  verifyAuthorization_cb cb) {
-    VerificationToken token{};
     return answer(
         operationRecord(Call::kVerifyAuthorization, handle, params, {}),
         [&](Slot& slot) {
-            return inner_.verifyAuthorization(handle, params, auth_token,
-                                              [&](auto error, auto& inner_token) {
-                                                  fill(slot, error);
-                                                  token = inner_token;
-                                              });
+            return inner_.verifyAuthorization(handle, params, auth_token, into(slot));
         },
-        [&](const Answer& a) { cb(a.error, token); });
+        [&](const Answer& a) { cb(a.error, a.token); });
 }
 
 Return<ErrorCode> FaultKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
@@ -292,7 +226,7 @@ Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_param
                                          generateKey_cb cb) {
     return answer(
         record(Call::kGenerateKey, {}, key_params),
-        [&](Slot& slot) { return inner_.generateKey(key_params, keyInto(slot)); },
+        [&](Slot& slot) { return inner_.generateKey(key_params, into(slot)); },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
@@ -300,7 +234,7 @@ Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params,
                                        const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
     return answer(
         record(Call::kImportKey, {}, key_params),
-        [&](Slot& slot) { return inner_.importKey(key_params, format, key_data, keyInto(slot)); },
+        [&](Slot& slot) { return inner_.importKey(key_params, format, key_data, into(slot)); },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
@@ -315,7 +249,7 @@ Return<void> FaultKeymaster::importWrappedKey(const hidl_vec<uint8_t>& wrapped_k
         [&](Slot& slot) {
             return inner_.importWrappedKey(wrapped_key_data, wrapping_key_blob, masking_key,
                                            unwrapping_params, password_sid, biometric_sid,
-                                           keyInto(slot));
+                                           into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
@@ -327,9 +261,7 @@ Return<void> FaultKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_
     return answer(
         record(Call::kGetKeyCharacteristics, key_blob),
         [&](Slot& slot) {
-            return inner_.getKeyCharacteristics(
-                key_blob, client_id, app_data,
-                [&](auto error, auto& made) { fill(slot, error).characteristics = made; });
+            return inner_.getKeyCharacteristics(key_blob, client_id, app_data, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.characteristics); });
 }
@@ -340,9 +272,7 @@ Return<void> FaultKeymaster::exportKey(KeyFormat format, const hidl_vec<uint8_t>
     return answer(
         record(Call::kExportKey, key_blob),
         [&](Slot& slot) {
-            return inner_.exportKey(
-                format, key_blob, client_id, app_data,
-                [&](auto error, auto& material) { fill(slot, error).output = material; });
+            return inner_.exportKey(format, key_blob, client_id, app_data, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.output); });
 }
@@ -352,11 +282,7 @@ Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
                                        attestKey_cb cb) {
     return answer(
         record(Call::kAttestKey, key_blob, attest_params),
-        [&](Slot& slot) {
-            return inner_.attestKey(key_blob, attest_params, [&](auto error, auto& chain) {
-                fill(slot, error).chain = chain;
-            });
-        },
+        [&](Slot& slot) { return inner_.attestKey(key_blob, attest_params, into(slot)); },
         [&](const Answer& a) { cb(a.error, a.chain); });
 }
 
@@ -365,11 +291,7 @@ Return<void> FaultKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
                                         upgradeKey_cb cb) {
     return answer(
         record(Call::kUpgradeKey, key_blob, upgrade_params),
-        [&](Slot& slot) {
-            return inner_.upgradeKey(key_blob, upgrade_params, [&](auto error, auto& upgraded) {
-                fill(slot, error).output = upgraded;
-            });
-        },
+        [&](Slot& slot) { return inner_.upgradeKey(key_blob, upgrade_params, into(slot)); },
         [&](const Answer& a) { cb(a.error, a.output); });
 }
 
@@ -395,12 +317,7 @@ Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& 
     return answer(
         std::move(made),
         [&](Slot& slot) {
-            return inner_.begin(purpose, key_blob, in_params, auth_token,
-                                [&](auto error, auto& out_params, auto handle) {
-                                    Answer& a = fill(slot, error);
-                                    a.params = out_params;
-                                    a.handle = handle;
-                                });
+            return inner_.begin(purpose, key_blob, in_params, auth_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.params, a.handle); });
 }
@@ -413,12 +330,7 @@ Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter
         operationRecord(Call::kUpdate, handle, in_params, input),
         [&](Slot& slot) {
             return inner_.update(handle, in_params, input, auth_token, verification_token,
-                                 [&](auto error, auto consumed, auto& out_params, auto& output) {
-                                     Answer& a = fill(slot, error);
-                                     a.consumed = consumed;
-                                     a.params = out_params;
-                                     a.output = output;
-                                 });
+                                 into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
 }
@@ -432,12 +344,7 @@ Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter
         operationRecord(Call::kFinish, handle, in_params, input),
         [&](Slot& slot) {
             return inner_.finish(handle, in_params, input, signature, auth_token,
-                                 verification_token,
-                                 [&](auto error, auto& out_params, auto& output) {
-                                     Answer& a = fill(slot, error);
-                                     a.params = out_params;
-                                     a.output = output;
-                                 });
+                                 verification_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.params, a.output); });
 }

@@ -40,10 +40,6 @@ constexpr uint8_t kSequence = 0x30;
 constexpr uint8_t kSet = 0x31;
 constexpr uint8_t kContextConstructed = 0xA0;
 
-void append(Bytes& out, const Bytes& more) {
-    out.insert(out.end(), more.begin(), more.end());
-}
-
 Bytes element(const Bytes& identifier, const Bytes& content) {
     Bytes out = identifier;
     if (content.size() < 0x80) {

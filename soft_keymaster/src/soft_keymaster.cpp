@@ -167,8 +167,9 @@ Return<void> SoftKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
         const Key key = soft_keymaster::generateKey(key_params, state_->options.patch_level);
-        blob = wrapKey(state_->rootKey(), key);
+        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key);
         characteristics = softwareEnforced(key.characteristics);
+        blob = std::move(wrapped);
     });
     return answer(cb, error, blob, characteristics);
 }

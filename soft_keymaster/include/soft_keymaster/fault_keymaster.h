@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "keymaster_types.h"
@@ -69,6 +70,8 @@ struct Answer {
     hidl_vec<KeyParameter> params;
     hidl_vec<hidl_vec<uint8_t>> chain;  // attestKey
     KeyCharacteristics characteristics;
+    HmacSharingParameters hmac_params;
+    VerificationToken token;
 };
 
 struct Fault {
@@ -157,8 +160,8 @@ class FaultKeymaster : public Keymaster {
     Return<ErrorCode> abort(uint64_t handle) override;
 
   private:
-    // Records the call and picks its fault; null for none.
-    const Fault* enter(CallRecord record);
+    // Records the call and picks its fault.
+    std::optional<Fault> enter(CallRecord record);
     template <typename Forward, typename Reply>
     Return<void> answer(CallRecord record, Forward forward, Reply reply);
     template <typename Forward>
@@ -168,7 +171,7 @@ class FaultKeymaster : public Keymaster {
     struct Plan {
         size_t count = 0;
         std::map<size_t, Fault> nth;
-        std::vector<Fault> each;  // none or one
+        std::optional<Fault> each;
     };
 
     Keymaster& inner_;
