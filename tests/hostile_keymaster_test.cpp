@@ -102,13 +102,18 @@ TEST_F(HostileKeymaster, EveryCallFailsInEveryWay) {
          {Call::kAttestKey},
          [&] { return faulty_object_->generateCSR(in, {}, csr); }},
     };
-    // The object's own codes beside -1000: no nonce, no tag or key, a key refused at its upgrade.
-    const std::set<int> own = {0, -30, -40, -51, -62, -1000};
+    // What a service answers on its own: tag mismatch, refused key, no tag or key, no nonce.
+    const std::set<int> own = {0, -30, -33, -40, -51, -62, -1000};
 
     int states = 0;
     for (const Service& service : services) {
         for (const Call call : service.calls) {
             for (const NamedFault& fault : allFaults()) {
+                // Who hands out a key blob that is none has lost the key; nobody can tell.
+                if (fault.name.find("output of ") == 0 && fault.name != "output of 0" &&
+                    (call == Call::kUpgradeKey || call == Call::kGenerateKey)) {
+                    continue;
+                }
                 // The first begin, update and finish decrypt the store, the second ones encrypt it.
                 for (const size_t nth : {1u, 2u}) {
                     SCOPED_TRACE(service.name + ", " + soft_keymaster::callName(call) + " " +

@@ -52,6 +52,7 @@ class StoreFixture : public InTempDir {
     static soft_keymaster::SoftKeymaster::Options options() {
         soft_keymaster::SoftKeymaster::Options result;
         result.root_key_path = "root_key";
+        result.max_operations = 100000;  // an operation that a fault broke off stays open
         return result;
     }
 
