@@ -242,8 +242,7 @@ TEST_F(SecureObjects, TamperedFileIsRefusedAndTheBackupRestored) {
     ASSERT_EQ(0, insert("k2", "u2"));
     const Bytes good = stored();
     const Bytes backup = *test::readFile("secure_objects.db.bak");
-    for (const size_t offset : {size_t{11}, size_t{16}, size_t{31}, size_t{32}, size_t{43},
-                                size_t{52}, good.size() - 1}) {
+    for (const size_t offset : {0, 16, 32, 52}) {  // magic, tag, nonce, payload
         SCOPED_TRACE(offset);
         Bytes bad = good;
         bad[offset] ^= 1;

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -78,26 +79,13 @@ inline std::string described(const KeyParameter& param) {
     return result + std::string(param.blob.begin(), param.blob.end());
 }
 
-inline std::vector<std::string> described(const hidl_vec<KeyParameter>& params) {
-    std::vector<std::string> result;
+inline std::string described(const hidl_vec<KeyParameter>& params) {
+    std::string result;
     for (const KeyParameter& param : params) {
-        result.push_back(described(param));
+        result += (result.empty() ? "" : " ") + described(param);
     }
-    return result;
+    return "[" + result + "]";
 }
-
-struct KmCall {
-    std::string name;
-    std::vector<std::string> params;         // described()
-    std::vector<const uint8_t*> param_data;  // where their blobs lie
-    Bytes blob;                              // the key
-    const uint8_t* blob_data;
-    uint32_t purpose;
-    uint64_t handle;
-    Bytes input;
-    // Whether everything else was empty: tokens, client id, application data, signature.
-    bool rest_empty;
-};
 
 class FakeKeymaster : public support::Keymaster {
     using Blob = hidl_vec<uint8_t>;
@@ -109,61 +97,55 @@ class FakeKeymaster : public support::Keymaster {
 
     // Answers by the call's name, in order; the last one stays. Without any: UNIMPLEMENTED.
     std::map<std::string, std::vector<Answer>> answers;
-    std::vector<KmCall> calls;
 
-    std::vector<std::string> names() const {
-        std::vector<std::string> result;
-        for (const KmCall& call : calls) {
-            result.push_back(call.name);
-        }
-        return result;
-    }
+    // What was asked: the name, then purpose or handle, key, parameters and input as far as the
+    // call has them, e.g. "begin 0 key [20000004=20]", "update 77 [] input". What should be empty
+    // and is not shows as "!".
+    std::vector<std::string> calls;
+    std::set<const uint8_t*> seen;  // where keys and the bytes of parameters lay
 
     Return<void> generateKey(const Params& params, generateKey_cb cb) override {
-        return reply(record("generateKey", params, {}), [&](const Answer& a) {
+        return reply("generateKey", " " + list(params), [&](const Answer& a) {
             cb(ErrorCode(a.error), a.output, KeyCharacteristics());
         });
     }
     Return<void> getKeyCharacteristics(const Blob& blob, const Blob& client, const Blob& data,
                                        getKeyCharacteristics_cb cb) override {
-        KmCall call = record("getKeyCharacteristics", {}, blob);
-        call.rest_empty = client.size() == 0 && data.size() == 0;
-        return reply(call, [&](const Answer& a) { cb(ErrorCode(a.error), KeyCharacteristics()); });
+        return reply("getKeyCharacteristics", key(blob) + empty(client) + empty(data),
+                     [&](const Answer& a) { cb(ErrorCode(a.error), KeyCharacteristics()); });
     }
     Return<void> upgradeKey(const Blob& blob, const Params& params, upgradeKey_cb cb) override {
-        return reply(record("upgradeKey", params, blob),
+        return reply("upgradeKey", key(blob) + " " + list(params),
                      [&](const Answer& a) { cb(ErrorCode(a.error), a.output); });
     }
     Return<void> attestKey(const Blob& blob, const Params& params, attestKey_cb cb) override {
-        return reply(record("attestKey", params, blob), [&](const Answer& a) {
+        return reply("attestKey", key(blob) + " " + list(params), [&](const Answer& a) {
             cb(ErrorCode(a.error), std::vector<Blob>(a.chain.begin(), a.chain.end()));
         });
     }
     Return<void> begin(KeyPurpose purpose, const Blob& blob, const Params& params,
                        const AuthToken& token, begin_cb cb) override {
-        KmCall call = record("begin", params, blob);
-        call.purpose = static_cast<uint32_t>(purpose);
-        call.rest_empty = isEmpty(token);
-        return reply(call, [&](const Answer& a) { cb(ErrorCode(a.error), a.params, a.handle); });
+        return reply(
+            "begin",
+            " " + std::to_string(int(purpose)) + key(blob) + " " + list(params) + empty(token),
+            [&](const Answer& a) { cb(ErrorCode(a.error), a.params, a.handle); });
     }
     Return<void> update(uint64_t handle, const Params& params, const Blob& input,
                         const AuthToken& token, const VerificationToken& verification,
                         update_cb cb) override {
-        KmCall call = record("update", params, {});
-        call.handle = handle;
-        call.input = input;
-        call.rest_empty = isEmpty(token) && isEmpty(verification);
         return reply(
-            call, [&](const Answer& a) { cb(ErrorCode(a.error), a.consumed, Params(), a.output); });
+            "update",
+            " " + std::to_string(handle) + " " + list(params) + " " +
+                std::string(input.begin(), input.end()) + empty(token) + empty(verification),
+            [&](const Answer& a) { cb(ErrorCode(a.error), a.consumed, Params(), a.output); });
     }
     Return<void> finish(uint64_t handle, const Params& params, const Blob& input,
                         const Blob& signature, const AuthToken& token,
                         const VerificationToken& verification, finish_cb cb) override {
-        KmCall call = record("finish", params, {});
-        call.handle = handle;
-        call.input = input;
-        call.rest_empty = isEmpty(token) && isEmpty(verification) && signature.size() == 0;
-        return reply(call, [&](const Answer& a) { cb(ErrorCode(a.error), Params(), a.output); });
+        return reply("finish",
+                     " " + std::to_string(handle) + " " + list(params) + empty(input) +
+                         empty(signature) + empty(token) + empty(verification),
+                     [&](const Answer& a) { cb(ErrorCode(a.error), Params(), a.output); });
     }
 
     // The library has no use for the others.
@@ -198,28 +180,34 @@ class FakeKeymaster : public support::Keymaster {
     Return<ErrorCode> abort(uint64_t) override { return ErrorCode::UNIMPLEMENTED; }
 
   private:
-    static KmCall record(const char* name, const Params& params, const Blob& blob) {
-        KmCall call = {name, described(params), {}, blob, blob.data(), 0, 0, {}, true};
+    std::string key(const Blob& blob) {
+        seen.insert(blob.data());
+        return " " + std::string(blob.begin(), blob.end());
+    }
+    std::string list(const Params& params) {
         for (const KeyParameter& param : params) {
-            call.param_data.push_back(param.blob.data());
+            seen.insert(param.blob.data());
         }
-        return call;
+        return described(params);
     }
-    static bool isEmpty(const HardwareAuthToken& token) {
-        return token.challenge == 0 && token.userId == 0 && token.authenticatorId == 0 &&
-               token.authenticatorType == HardwareAuthenticatorType::NONE && token.timestamp == 0 &&
-               token.mac.size() == 0;
+    static std::string empty(const Blob& blob) { return blob.size() == 0 ? "" : "!"; }
+    static std::string empty(const HardwareAuthToken& t) {
+        const bool zero = t.challenge == 0 && t.userId == 0 && t.authenticatorId == 0 &&
+                          t.authenticatorType == HardwareAuthenticatorType::NONE &&
+                          t.timestamp == 0;
+        return zero ? empty(t.mac) : "!";
     }
-    static bool isEmpty(const VerificationToken& token) {
-        return token.challenge == 0 && token.timestamp == 0 &&
-               token.parametersVerified.size() == 0 &&
-               token.securityLevel == SecurityLevel::SOFTWARE && token.mac.size() == 0;
+    static std::string empty(const VerificationToken& t) {
+        const bool zero = t.challenge == 0 && t.timestamp == 0 &&
+                          t.parametersVerified.size() == 0 &&
+                          t.securityLevel == SecurityLevel::SOFTWARE;
+        return zero ? empty(t.mac) : "!";
     }
 
     template <typename Callback>
-    Return<void> reply(const KmCall& call, Callback callback) {
-        calls.push_back(call);
-        std::vector<Answer>& script = answers[call.name];
+    Return<void> reply(const std::string& name, const std::string& arguments, Callback callback) {
+        calls.push_back(name + arguments);
+        std::vector<Answer>& script = answers[name];
         const Answer answer = script.empty() ? refused(-100) : script.front();
         if (script.size() > 1) {
             script.erase(script.begin());
