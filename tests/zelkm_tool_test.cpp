@@ -3,28 +3,15 @@
 
 // The command-line tool, as a program: ZELKM in the environment is its path.
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstring>
 
-#include "temp_dir.h"
+#include "zelkm_program.h"
 
 namespace {
 
-struct Outcome {
-    int status;  // of exit; -1 when the program did not end by itself
-    std::string out;
-    std::string err;
-
-    bool says(const std::string& text) const { return err.find(text) != err.npos; }
-};
-
-std::string text(const std::filesystem::path& path) {
-    const test::Bytes bytes = test::readFile(path).value_or(test::Bytes());
-    return {bytes.begin(), bytes.end()};
-}
+using test::Outcome;
+using test::text;
+using test::ZelkmTool;
 
 // A store blob; its lengths are those given.
 std::string blob(const std::string& magic, char flags, char row_count, char payload_len,
@@ -37,59 +24,6 @@ constexpr char kRow[] =
     "k1\x1e"
     "app\x1e\x1e\x1e\x1e\x1e\n";
 constexpr char kMagic[] = "SOBv1.1     ";
-
-class ZelkmTool : public test::InTempDir {
-  protected:
-    ZelkmTool() { std::filesystem::create_directory("s"); }
-
-    // Runs the tool, on the directory "s" unless the last argument says otherwise.
-    Outcome run(std::vector<std::string> args, const std::string& input = "") {
-        const bool elsewhere = !args.empty() && args.back().rfind("--dir=", 0) == 0;
-        args.insert(args.begin(), {"zelkm", elsewhere ? args.back() : "--dir=s"});
-        if (elsewhere) {
-            args.pop_back();
-        }
-        write("stdin", input);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            std::vector<char*> argv;
-            for (std::string& arg : args) {
-                argv.push_back(arg.data());
-            }
-            argv.push_back(nullptr);
-            ::dup2(::open("stdin", O_RDONLY), 0);
-            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-            const char* program = std::getenv("ZELKM");
-            ::execv(program != nullptr ? program : "", argv.data());
-            ::_exit(127);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text("stdout"), text("stderr")};
-    }
-
-    // Runs it and expects success.
-    std::string done(const std::vector<std::string>& args, const std::string& input = "") {
-        const Outcome outcome = run(args, input);
-        EXPECT_EQ(outcome.status, 0) << args[0] << ": " << outcome.err;
-        return outcome.out;
-    }
-
-    void add(const std::string& alias, const std::string& creator) {
-        done({"add", "--alias", alias, "--creator", creator});
-    }
-
-    static void write(const std::filesystem::path& path, const std::string& content) {
-        test::writeFile(path, test::bytes(content));
-    }
-
-    static void flipLastByte(const std::filesystem::path& path) {
-        std::string content = text(path);
-        content.back() = static_cast<char>(content.back() ^ 1);
-        write(path, content);
-    }
-};
 
 std::string csv(const std::string& value) {
     std::string quoted;

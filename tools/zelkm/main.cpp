@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "chain_command.h"
+#include "doctor_command.h"
 #include "failure.h"
 #include "info_command.h"
 #include "key_commands.h"
@@ -141,6 +142,32 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
         "the rows of a plaintext payload, the size of the key blob, whether edbk_digest\n"
         "matches it, and the last lines of the error file.");
     command->callback([&session, dir] { printInfo(dir->empty() ? session.dir : *dir); });
+}
+
+void defineDoctor(CLI::App& app, const SessionOptions& session) {
+    auto dir = std::make_shared<std::string>();
+    auto repair = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand("doctor", "Tell what a crash left of a store");
+    command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
+    command->add_flag("--repair", *repair, "Put it right, and keep copies");
+    command->footer(
+        "Looks at the store, the key and its digest, with their .bak and .tmp, and says what\n"
+        "happened and what can be done. All is tried on a copy, with the library and the\n"
+        "software keymaster; without its root key, nothing encrypted is.\n"
+        "\n"
+        "--repair changes something only if the store reads afterwards, and keeps a copy of\n"
+        "every file that it touches in doctor-YYYYMMDD-HHMMSS. Nothing else may use the store\n"
+        "meanwhile. Exit status 1 says that something is wrong, and stays so.\n"
+        "\n"
+        "  zelkm doctor store\n"
+        "  zelkm doctor --repair store");
+    command->callback([&session, dir, repair] {
+        SessionOptions options = session;
+        if (!dir->empty()) {
+            options.dir = *dir;
+        }
+        runDoctor(options, *repair);
+    });
 }
 
 void defineKeyOptions(CLI::App& command, KeyOptions& options) {
@@ -275,6 +302,7 @@ int run(int argc, char** argv) {
     defineAliases(app, session);
     defineQuery(app, session);
     defineInfo(app, session);
+    defineDoctor(app, session);
     defineCsr(app, session);
     defineAttest(app, session);
     defineVerifyChain(app);

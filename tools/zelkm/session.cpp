@@ -25,25 +25,24 @@ bool isThere(const std::string& file) {
     return std::filesystem::exists(file, ignored);
 }
 
-soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options) {
-    soft_keymaster::SoftKeymaster::Options result;
-    result.root_key_path = kRootKeyFile;
-    if (options.patch_level) {
-        result.patch_level = *options.patch_level;
-    }
-    return result;
-}
-
 // An insertion would take a missing store for an empty one, and overwrite what is left of it.
 void refuseInterruptedReplacement(const std::string& dir) {
     for (const char* suffix : {".bak", ".tmp"}) {
         const std::string left = std::string(kStoreFile) + suffix;
         if (isThere(left)) {
             throw Refused(dir + ": there is no " + kStoreFile + ", but " + left +
-                          ": its replacement was interrupted. Look at both with 'zelkm info', then "
-                          "rename a whole version to " +
-                          kStoreFile);
+                          ": its replacement was interrupted; 'zelkm doctor' tells what is left of "
+                          "it, and repairs it");
         }
+    }
+}
+
+// An empty file is a store without objects to the library: as dangerous as a missing one.
+void refuseEmptyStore(const std::string& dir, const std::string& image) {
+    if (image.empty()) {
+        throw Refused(dir + ": " + kStoreFile +
+                      " is empty, as no store is; 'zelkm doctor' tells what is left of it, and "
+                      "repairs it");
     }
 }
 
@@ -57,12 +56,21 @@ void refuseForeignStore(const std::string& dir, const std::string& image) {
     for (const char* needed : {kKeyFile, kRootKeyFile}) {
         if (!isThere(needed)) {
             throw Refused(dir + ": " + kStoreFile + " is encrypted, and " + needed +
-                          " is missing: only 'zelkm info' can look at this store");
+                          " is missing: see 'zelkm doctor'");
         }
     }
 }
 
 }  // namespace
+
+soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options) {
+    soft_keymaster::SoftKeymaster::Options result;
+    result.root_key_path = kRootKeyFile;
+    if (options.patch_level) {
+        result.patch_level = *options.patch_level;
+    }
+    return result;
+}
 
 Session::Session(const SessionOptions& options, Use use)
     : keymaster_(keymasterOptions(options)), uses_store_(use == Use::kStore) {
@@ -76,6 +84,7 @@ Session::Session(const SessionOptions& options, Use use)
     }
     image_ = readFileIfThere(kStoreFile);
     if (image_) {
+        refuseEmptyStore(options.dir, *image_);
         refuseForeignStore(options.dir, *image_);
     } else {
         refuseInterruptedReplacement(options.dir);

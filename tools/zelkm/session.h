@@ -29,6 +29,9 @@ struct SessionOptions {
     std::optional<uint32_t> patch_level;  // of the software keymaster, YYYYMM
 };
 
+// The software keymaster of a store that is the working directory.
+soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options);
+
 class Session {
   public:
     enum class Use {

@@ -18,11 +18,12 @@ constexpr size_t kIvOffset = 32;
 constexpr size_t kIvLen = 12;
 constexpr size_t kRowCountOffset = 44;
 constexpr size_t kPayloadLenOffset = 48;
-constexpr size_t kHeaderLen = 52;
 
 constexpr std::string_view kMagicV10 = "SOBv1.0     ";
 constexpr char kSeparatorV10 = '|';
 constexpr char kSeparator = 0x1E;
+constexpr std::string_view kPayloadEnd("\0", 1);
+constexpr uint32_t kEncryptedFlag = 1;
 
 uint32_t readLe32(std::string_view file, size_t offset) {
     uint32_t value = 0;
@@ -30,6 +31,27 @@ uint32_t readLe32(std::string_view file, size_t offset) {
         value = value << 8 | static_cast<unsigned char>(file[offset + i]);
     }
     return value;
+}
+
+// Takes the values of one row off the payload; false when it does not end after six of them.
+bool takeRow(std::string_view* payload, char separator, std::vector<std::string>* row) {
+    while (row->size() < kColumnNames.size()) {
+        const size_t end = payload->find(separator);
+        if (end == payload->npos) {
+            return false;
+        }
+        row->emplace_back(payload->substr(0, end));
+        payload->remove_prefix(end + 1);
+    }
+    if (payload->substr(0, 1) != "\n") {
+        return false;
+    }
+    payload->remove_prefix(1);
+    return true;
+}
+
+char separatorOf(const StoreHeader& header) {
+    return header.magic == kMagicV10 ? kSeparatorV10 : kSeparator;
 }
 
 }  // namespace
@@ -54,34 +76,50 @@ std::string_view storePayload(std::string_view file, const StoreHeader& header) 
 }
 
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header) {
-    const char separator = header.magic == kMagicV10 ? kSeparatorV10 : kSeparator;
     StoreRows result;
     for (uint32_t number = 1; number <= header.row_count; ++number) {
         std::vector<std::string> row;
-        while (row.size() < kColumnNames.size()) {
-            const size_t end = payload.find(separator);
-            if (end == payload.npos) {
-                break;
-            }
-            row.emplace_back(payload.substr(0, end));
-            payload.remove_prefix(end + 1);
-        }
-        if (row.size() < kColumnNames.size() || payload.substr(0, 1) != "\n") {
+        if (!takeRow(&payload, separatorOf(header), &row)) {
             result.problem = "row " + std::to_string(number) + " of " +
                              std::to_string(header.row_count) +
                              (payload.size() <= 1 && row.empty() ? " is missing"
                                                                  : " does not end after 6 values");
             return result;
         }
-        payload.remove_prefix(1);
         result.rows.push_back(std::move(row));
     }
     // The writer closes the rows with one NUL.
-    if (payload != std::string_view("\0", 1)) {
+    if (payload != kPayloadEnd) {
         result.problem = std::to_string(payload.size()) + " bytes after row " +
                          std::to_string(header.row_count) + ", where one NUL is expected";
     }
     return result;
+}
+
+std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header) {
+    uint32_t count = 0;
+    while (payload != kPayloadEnd) {
+        std::vector<std::string> row;
+        if (!takeRow(&payload, separatorOf(header), &row)) {
+            return std::nullopt;
+        }
+        ++count;
+    }
+    return count;
+}
+
+std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,
+                            uint32_t payload_len) {
+    const auto put = [&file](size_t offset, uint32_t value) {
+        for (size_t i = 0; i < 4; ++i) {
+            file[offset + i] = static_cast<char>(value >> (8 * i) & 0xFF);
+        }
+    };
+    const uint32_t others = readLe32(file, kFlagsOffset) & ~kEncryptedFlag;
+    put(kFlagsOffset, others | (encrypted ? kEncryptedFlag : 0));
+    put(kRowCountOffset, row_count);
+    put(kPayloadLenOffset, payload_len);
+    return file;
 }
 
 }  // namespace zelkm_tool

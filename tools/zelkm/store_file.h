@@ -14,6 +14,8 @@
 
 namespace zelkm_tool {
 
+inline constexpr size_t kHeaderLen = 52;
+
 struct StoreHeader {
     std::string magic;  // 12 bytes, blanks at the end included
     uint32_t flags;
@@ -38,5 +40,13 @@ struct StoreRows {
 
 // Reads the rows of a plaintext payload.
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header);
+
+// How many rows a payload holds, whatever the header says; nothing when it is not made of rows and
+// one NUL.
+std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header);
+
+// The file, which must have a header, with another one. Flags beside "encrypted" stay.
+std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,
+                            uint32_t payload_len);
 
 }  // namespace zelkm_tool

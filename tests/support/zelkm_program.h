@@ -1,0 +1,85 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command-line tool, as a program: ZELKM in the environment is its path.
+
+#pragma once
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "temp_dir.h"
+
+namespace test {
+
+struct Outcome {
+    int status;  // of exit; -1 when the program did not end by itself
+    std::string out;
+    std::string err;
+
+    bool says(const std::string& text) const { return err.find(text) != err.npos; }
+};
+
+// The file's content; empty when there is no such file.
+inline std::string text(const std::filesystem::path& path) {
+    const Bytes content = readFile(path).value_or(Bytes());
+    return {content.begin(), content.end()};
+}
+
+class ZelkmTool : public InTempDir {
+  protected:
+    ZelkmTool() { std::filesystem::create_directory("s"); }
+
+    // Runs the tool, on the directory "s" unless the last argument says otherwise.
+    Outcome run(std::vector<std::string> args, const std::string& input = "") {
+        const bool elsewhere = !args.empty() && args.back().rfind("--dir=", 0) == 0;
+        args.insert(args.begin(), {"zelkm", elsewhere ? args.back() : "--dir=s"});
+        if (elsewhere) {
+            args.pop_back();
+        }
+        write("stdin", input);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            std::vector<char*> argv;
+            for (std::string& arg : args) {
+                argv.push_back(arg.data());
+            }
+            argv.push_back(nullptr);
+            ::dup2(::open("stdin", O_RDONLY), 0);
+            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            const char* program = std::getenv("ZELKM");
+            ::execv(program != nullptr ? program : "", argv.data());
+            ::_exit(127);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text("stdout"), text("stderr")};
+    }
+
+    // Runs it and expects success.
+    std::string done(const std::vector<std::string>& args, const std::string& input = "") {
+        const Outcome outcome = run(args, input);
+        EXPECT_EQ(outcome.status, 0) << args[0] << ": " << outcome.err;
+        return outcome.out;
+    }
+
+    void add(const std::string& alias, const std::string& creator) {
+        done({"add", "--alias", alias, "--creator", creator});
+    }
+
+    static void write(const std::filesystem::path& path, const std::string& content) {
+        writeFile(path, bytes(content));
+    }
+
+    static void flipLastByte(const std::filesystem::path& path) {
+        std::string content = text(path);
+        content.back() = static_cast<char>(content.back() ^ 1);
+        write(path, content);
+    }
+};
+
+}  // namespace test
