@@ -95,10 +95,32 @@ def chain_seeds():
     yield "empty_element", b"\x01" + block(leaf) + block(b"") + block(root)
 
 
+def tool_values_seeds():
+    """Steps: 0 adds (bits of what is given, values), 1 removes, 2 lists (number of conditions, conditions)."""
+    def add(*values, given=0x1C):
+        return bytes([0, given]) + b"".join(map(block, values))
+
+    def conditions(step, *texts):
+        return bytes([step, len(texts)]) + b"".join(map(block, texts))
+
+    yield "life", add(b"k3", b"app", b"1000", b"[1..5]", b"100") + conditions(2, b"ALIAS=k3") + conditions(
+        1, b"ALIAS=k3", b"CREATOR=app")
+    yield "punctuation", b"".join(
+        add(value, b"(a,b)", b"x,,y", b"*", b"0") + conditions(2, b"ALIAS=" + value)
+        for value in (b"x) WHERE ALIAS=*", b" both ", b"**", b"a<b>=c", b"x AND", b"AND x\t", b"\xff{}", b"\\x1f"))
+    yield "refused", add(b"a AND b", b"c", given=0) + add(b",a", b"c", given=0) + add(b"a\n", b"c", given=0)
+    yield "lists", conditions(2, b"ADMIN=1000") + conditions(2, b"ACCESSOR=15000") + conditions(
+        2, b"ACCESSOR=x1", b"CREATOR=app") + conditions(2, b"ADMIN=*")
+    yield "careless", conditions(1, b"ALIAS=*") + conditions(1, b"FOO=x") + conditions(1, b"ALIAS<=k1") + conditions(1)
+    yield "six", conditions(2, b"ALIAS=k1", b"CREATOR=app", b"ADMIN=1000", b"ACCESSOR=x", b"CREATOR_UID=1000",
+                            b"PRIV_ACC=1") + conditions(2, *[b"ALIAS=k1"] * 7)
+    yield "privileged", add(b"p", b"q", given=1) + conditions(1, b"PRIV_ACC=1")
+
+
 def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
     for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
-                          ("chain", chain_seeds)):
+                          ("chain", chain_seeds), ("tool_values", tool_values_seeds)):
         (folder / target).mkdir(parents=True, exist_ok=True)
         for name, data in seeds():
             (folder / target / name).write_bytes(data)

@@ -1,0 +1,193 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The tool's checks in front of the engine, against a model of the store: what they accept comes
+// back byte for byte, can be asked for, and neither reaches nor changes any other object.
+
+#include <algorithm>
+#include <vector>
+
+#include "../tools/zelkm/failure.h"
+#include "../tools/zelkm/store_values.h"
+#include "fuzz.h"
+#include "sod_command_text.h"
+#include "sod_operation_param.h"
+#include "velt_secure_db.h"
+
+namespace {
+
+using zelkm_tool::Condition;
+using zelkm_tool::kColumnNames;
+using Row = std::vector<std::string>;
+
+std::string textOf(const fuzz::Block& block) {
+    return {block.text(), block.len};
+}
+
+bool satisfies(const Row& row, const Condition& condition) {
+    const auto column =
+        static_cast<size_t>(std::find(kColumnNames.begin(), kColumnNames.end(), condition.column) -
+                            kColumnNames.begin());
+    const std::string& value = row[column];
+    if (condition.column != "ADMIN" && condition.column != "ACCESSOR") {
+        return condition.value == "*" || condition.value == value;
+    }
+    const auto bytes = [](const std::string& text) {
+        return reinterpret_cast<const uint8_t*>(text.data());
+    };
+    return enumerated_simple_reg_cmp(
+               bytes(value), static_cast<uint32_t>(value.size()), bytes(condition.value),
+               static_cast<uint32_t>(condition.value.size()), condition.column == "ACCESSOR") == 1;
+}
+
+SODOperationParam paramWith(const std::vector<Condition>& conditions) {
+    SODOperationParam param;
+    for (Condition condition : conditions) {
+        param.addWhere(condition.column, condition.value);
+    }
+    return param;
+}
+
+// The engine's store and what must be in it.
+class CheckedStore {
+  public:
+    CheckedStore() {
+        requireEqual({});  // drops the table of the run before
+        add({"k1", "app", "1000,1001", "[10000..19999],x*", "1000", ""});
+        add({"k1", "other", "1000", "*", "", "1"});
+        add({"k2", "app", "", "a*#b", "", ""});
+    }
+
+    void add(const Row& row) {
+        SODOperationParam param;
+        for (size_t i = 0; i < row.size(); ++i) {
+            if (row[i].empty()) {
+                continue;
+            }
+            std::string column(kColumnNames[i]);
+            std::string value = i == 5 ? row[i] : '\x1f' + row[i] + '\x1f';
+            param.setColumn(column, value);
+        }
+        fuzz::require(change(zelkm::insertCommand(param.getColumnList(), param.getDataList())) ==
+                      0);
+        rows_.push_back(row);
+    }
+
+    void remove(const std::vector<Condition>& conditions) {
+        const std::vector<Row> reached = matching(conditions);
+        SODOperationParam param = paramWith(conditions);
+        const int status =
+            change(zelkm::deleteCommand({param.getWhereColumnList(), param.getWhereValueList()}));
+        fuzz::require(status == (reached.empty() ? -917 : 0));
+        rows_.erase(std::remove_if(rows_.begin(), rows_.end(),
+                                   [&](const Row& row) { return all(row, conditions); }),
+                    rows_.end());
+    }
+
+    // The objects that satisfy the conditions, in the engine as in the model.
+    void requireEqual(const std::vector<Condition>& conditions) {
+        SODOperationParam param = paramWith(conditions);
+        for (std::string_view name : kColumnNames) {
+            std::string column(name);
+            param.addOutputFormat(column);
+        }
+        std::string text;
+        fuzz::require(
+            query(zelkm::selectCommand(param.getOutputFormat(),
+                                       {param.getWhereColumnList(), param.getWhereValueList()}),
+                  &text) == 0);
+        fuzz::require(zelkm_tool::splitSelection(text, kColumnNames.size()) ==
+                      matching(conditions));
+    }
+
+    void reload() { handle_ = 0; }
+
+  private:
+    static bool all(const Row& row, const std::vector<Condition>& conditions) {
+        return std::all_of(conditions.begin(), conditions.end(),
+                           [&](const Condition& c) { return satisfies(row, c); });
+    }
+
+    std::vector<Row> matching(const std::vector<Condition>& conditions) const {
+        std::vector<Row> found;
+        std::copy_if(rows_.begin(), rows_.end(), std::back_inserter(found),
+                     [&](const Row& row) { return all(row, conditions); });
+        return found;
+    }
+
+    int query(const std::string& command, std::string* result) {
+        unsigned char* out = nullptr;
+        unsigned int len = 0;
+        const int status =
+            sdb_query(command.data(), static_cast<unsigned int>(command.size()),
+                      reinterpret_cast<const unsigned char*>(stored_.data()),
+                      static_cast<unsigned int>(stored_.size()), &out, &len, &handle_);
+        if (status == 0) {
+            result->assign(reinterpret_cast<const char*>(out), len);
+            std::free(out);
+        }
+        return status;
+    }
+
+    int change(const std::string& command) { return query(command, &stored_); }
+
+    std::string stored_;
+    uint64_t handle_ = 0;
+    std::vector<Row> rows_;
+};
+
+// A new object, if the tool would store it.
+void tryToAdd(fuzz::Input* input, CheckedStore* store) {
+    Row row(kColumnNames.size());
+    const uint8_t given = input->byte();
+    for (size_t i = 0; i < 5; ++i) {
+        if (i >= 2 && (given >> i & 1) == 0) {
+            continue;
+        }
+        row[i] = textOf(input->block());
+        if (zelkm_tool::whyNotStored(kColumnNames[i], row[i])) {
+            return;
+        }
+    }
+    row[5] = (given & 1) != 0 ? "1" : "";
+    store->add(row);
+    // What is stored can be asked for.
+    store->requireEqual({zelkm_tool::parseCondition("ALIAS=" + row[0])});
+    store->requireEqual({zelkm_tool::parseCondition("CREATOR=" + row[1])});
+}
+
+void tryConditions(fuzz::Input* input, CheckedStore* store, bool remove) {
+    std::vector<Condition> conditions;
+    try {
+        for (size_t count = input->byte() % 8; count > 0; --count) {
+            conditions.push_back(zelkm_tool::parseCondition(textOf(input->block())));
+        }
+        zelkm_tool::checkConditions(conditions, /*careless=*/false, /*star_is_careless=*/remove);
+    } catch (const zelkm_tool::WrongUsage&) {
+        return;
+    }
+    store->requireEqual(conditions);
+    if (remove && !conditions.empty()) {
+        store->remove(conditions);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz::Input input(data, size);
+    sdb_register_db_encrypt_fp(nullptr, nullptr);
+    CheckedStore store;
+    while (!input.empty()) {
+        const uint8_t choice = input.byte();
+        if (choice % 3 == 0) {
+            tryToAdd(&input, &store);
+        } else {
+            tryConditions(&input, &store, choice % 3 == 1);
+        }
+        store.requireEqual({});
+    }
+    store.reload();
+    store.requireEqual({});
+    return 0;
+}
