@@ -69,7 +69,7 @@ run "zelkm --dir store list --csv --columns CREATOR,ALIAS"
 expect wallet,payment
 [[ $output != *disk* ]] || fail "disk was deleted"
 
-say "The file: a header of 48 bytes, then AES-GCM ciphertext under a key of the keymaster"
+say "The file: a header of 52 bytes, then AES-GCM ciphertext under a key of the keymaster"
 run "xxd -l 64 store/secure_objects.db"
 run "zelkm info store | sed -n 1,7p"
 expect encrypted
