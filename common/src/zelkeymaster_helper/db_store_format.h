@@ -10,9 +10,8 @@
 //       32   12 iv           of the encryption, else zeros
 //       44    4 row_count
 //       48    4 payload_len  bytes after the header
-//       52      payload      per row six values in schema order, each followed by the separator,
-//       then
-//                            a line feed; after all rows one NUL
+//       52      payload      per row six values in schema order, each followed by the
+//                            separator, then a line feed; after all rows one NUL
 //
 // The separator is 0x1E, and '|' in version 1.0. Values are raw bytes, without escaping; an absent
 // value and an empty one look the same. docs/store-format.md has an annotated dump.
