@@ -101,7 +101,7 @@ TEST(CommandParser, SplitsLists) {
                         {"\ta\t,b\n", "[\ta\t][b\n]"},  // only blanks are blanks
                         {"a$b,=()", "[a$b][=()]"},
                         {"' x,y '", "[ x,y ]"},
-                        {" 'a' , 'b'  ,c,' '", "[a][b][c][ ]"},
+                        {" 'a' , 'b'  ,c ,' '", "[a][b][c][ ]"},
                         {"a,'b',c,'d',e,f", "[a][b][c][d][e][f]"},
                         {"a,b,c,d,e,f,g", "too many"},
                         {"a,b,c,d,e,f,'g'", "too many"},

@@ -53,8 +53,9 @@ int __wrap_RAND_bytes(unsigned char* to, int len) {
     if (g_random_failures == 0) {
         return __real_RAND_bytes(to, len);
     }
-    std::memset(to, 0, static_cast<size_t>(len));
-    return --g_random_failures % 2 != 0 ? 0 : 1;
+    const bool fails = --g_random_failures % 2 != 0;
+    std::memset(to, fails ? 0x5A : 0, static_cast<size_t>(len));
+    return fails ? 0 : 1;
 }
 void __wrap_OPENSSL_cleanse(void* data, size_t len) {
     g_wiped = data;
