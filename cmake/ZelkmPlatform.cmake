@@ -30,7 +30,7 @@ if(ZELKM_LIBCRYPTO STREQUAL "boringssl")
     set(boringssl_include ${CMAKE_BINARY_DIR}/boringssl_include)
     file(MAKE_DIRECTORY ${boringssl_include})
     file(CREATE_LINK ${ZELKM_LIBLOG_INCLUDE_DIR}/openssl ${boringssl_include}/openssl SYMBOLIC)
-    target_include_directories(zelkeymaster_libcrypto INTERFACE
+    target_include_directories(zelkeymaster_libcrypto SYSTEM INTERFACE
         $<BUILD_INTERFACE:${boringssl_include}>)
     find_library(ZELKM_BORINGSSL crypto PATHS ${ZELKM_LIBLOG_DIR} NO_DEFAULT_PATH REQUIRED)
     target_link_libraries(zelkeymaster_libcrypto INTERFACE ${ZELKM_BORINGSSL})

@@ -141,7 +141,6 @@ int parse_tokens(const db_token_t* list, db_parsed_tokens_t* out, TokenizerError
                 return ZELKM_SYNTAX_ERROR;
             }
             quoted = false;
-            len = 0;
             state = kBetween;
         } else if (byte == ' ' && (state == kBetween || state == kAfterQuotes)) {
             continue;

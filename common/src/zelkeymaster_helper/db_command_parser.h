@@ -41,7 +41,7 @@ struct TokenizerError {
     const uint8_t* text;  // the list
     const uint8_t* at;    // the offending byte, or the end of the list
     char byte;            // that byte; a blank at the end of the list
-    uint32_t len;         // of the token being read
+    uint32_t len;         // of the token being read, or of the one before
 };
 
 // The word of a command, e.g. "INSERT" for SDB_INSERT.
