@@ -15,7 +15,6 @@
 
 #include "failing_memory.h"
 #include "store_fixture.h"
-#include "velt_secure_db.h"
 #include "zelkeymaster_operation.h"
 
 namespace {
@@ -330,64 +329,6 @@ TEST_F(MemoryFault, ChainValidation) {
         EXPECT_TRUE(status == 0 || (failed && status == -30)) << nth << ": " << status;
         EXPECT_EQ(0u, status == 0 ? 0 : ERR_peek_error()) << nth;
         ++states_;
-    }
-}
-
-// The engine alone, without callback; UPDATE through its handler.
-TEST_F(MemoryFault, Engine) {
-    constexpr char kInsert[] = "INSERT (ALIAS,ADMIN) VALUE (k,x)";
-    const auto query = [](const std::string& text, const Bytes& blob, uint64_t* handle,
-                          Bytes* out) {
-        unsigned char* data = nullptr;
-        unsigned int len = 0;
-        const int status = sdb_query(text.data(), unsigned(text.size()), blob.data(),
-                                     unsigned(blob.size()), &data, &len, handle);
-        const test::AllocationsWork copying;
-        out->assign(data, data + len);
-        free(data);
-        return status;
-    };
-    sdb_register_db_encrypt_fp(nullptr, nullptr);
-    uint64_t handle = 0;
-    Bytes store;
-    Bytes result;
-    ASSERT_EQ(0, query(kInsert, {}, &handle, &store));
-
-    for (const std::string text : {"SELECT (ALIAS)", kInsert, "DELETE WHERE ALIAS=k", "UPDATE"}) {
-        for (const bool load : {true, false}) {
-            bool failed = true;
-            for (long nth = 1; failed; ++nth) {
-                SCOPED_TRACE(text + (load ? ", loading" : "") + ", allocation " +
-                             std::to_string(nth));
-                handle = 0;
-                ASSERT_EQ(0, query("SELECT (ALIAS)", store, &handle, &result));
-                const uint64_t loaded = handle;
-                handle = load ? 0 : handle;
-                int status = 0;
-                test::failAllocation(nth, false);
-                if (text == "UPDATE") {
-                    db_parsed_tokens_t columns = {};
-                    db_parsed_tokens_t values = {};
-                    db_parsed_where_set_t where = {};
-                    const uint8_t name[] = {'A', 'D', 'M', 'I', 'N'};
-                    columns.tokens[0] = values.tokens[0] = {name, sizeof(name)};
-                    columns.count = values.count = 1;
-                    db_bytes_t out = {};
-                    status = command_handler[SDB_UPDATE](&columns, &values, &where, &out);
-                    free(out.data);
-                } else {
-                    status = query(text, store, &handle, &result);
-                }
-                failed = test::stopFailing();
-                ++states_;
-                // The index and the store's text are spared when there is no memory for them.
-                EXPECT_TRUE(status == 0 || (failed && status == -41)) << status;
-                // Either the table is still there, or it was dropped and says so.
-                handle = loaded;
-                const int again = query("SELECT (ALIAS)", store, &handle, &result);
-                EXPECT_TRUE(again == 0 || again == -914) << again;
-            }
-        }
     }
 }
 
