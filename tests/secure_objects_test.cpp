@@ -242,7 +242,7 @@ TEST_F(SecureObjects, TamperedFileIsRefusedAndTheBackupRestored) {
     ASSERT_EQ(0, insert("k2", "u2"));
     const Bytes good = stored();
     const Bytes backup = *test::readFile("secure_objects.db.bak");
-    for (const size_t offset : {0, 16, 32, 52}) {  // magic, tag, nonce, payload
+    for (const size_t offset : {0u, 16u, 32u, 52u}) {  // magic, tag, nonce, payload
         SCOPED_TRACE(offset);
         Bytes bad = good;
         bad[offset] ^= 1;
