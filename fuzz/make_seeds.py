@@ -108,7 +108,9 @@ def tool_values_seeds():
     yield "punctuation", b"".join(
         add(value, b"(a,b)", b"x,,y", b"*", b"0") + conditions(2, b"ALIAS=" + value)
         for value in (b"x) WHERE ALIAS=*", b" both ", b"**", b"a<b>=c", b"x AND", b"AND x\t", b"\xff{}", b"\\x1f"))
-    yield "refused", add(b"a AND b", b"c", given=0) + add(b",a", b"c", given=0) + add(b"a\n", b"c", given=0)
+    yield "refused", b"".join(
+        add(value, b"c", given=0) + conditions(2, b"ALIAS=" + value)
+        for value in (b"", b"a AND b", b",a", b"*", b"a\n", b"a\0", b"\x1fa", b"a\x1f,b", b"a\x1e", b"a\x1e\x1e\n"))
     yield "lists", conditions(2, b"ADMIN=1000") + conditions(2, b"ACCESSOR=15000") + conditions(
         2, b"ACCESSOR=x1", b"CREATOR=app") + conditions(2, b"ADMIN=*")
     yield "careless", conditions(1, b"ALIAS=*") + conditions(1, b"FOO=x") + conditions(1, b"ALIAS<=k1") + conditions(1)

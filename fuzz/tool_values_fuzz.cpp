@@ -25,6 +25,7 @@ std::string textOf(const fuzz::Block& block) {
 }
 
 bool satisfies(const Row& row, const Condition& condition) {
+    fuzz::require(condition.op == "=");
     const auto column =
         static_cast<size_t>(std::find(kColumnNames.begin(), kColumnNames.end(), condition.column) -
                             kColumnNames.begin());
@@ -140,14 +141,16 @@ class CheckedStore {
 void tryToAdd(fuzz::Input* input, CheckedStore* store) {
     Row row(kColumnNames.size());
     const uint8_t given = input->byte();
+    bool accepted = true;
     for (size_t i = 0; i < 5; ++i) {
         if (i >= 2 && (given >> i & 1) == 0) {
             continue;
         }
         row[i] = textOf(input->block());
-        if (zelkm_tool::whyNotStored(kColumnNames[i], row[i])) {
-            return;
-        }
+        accepted = accepted && !zelkm_tool::whyNotStored(kColumnNames[i], row[i]);
+    }
+    if (!accepted) {
+        return;
     }
     row[5] = (given & 1) != 0 ? "1" : "";
     store->add(row);
@@ -157,11 +160,14 @@ void tryToAdd(fuzz::Input* input, CheckedStore* store) {
 }
 
 void tryConditions(fuzz::Input* input, CheckedStore* store, bool remove) {
+    std::vector<std::string> texts(input->byte() % 8);
+    for (std::string& text : texts) {
+        text = textOf(input->block());
+    }
     std::vector<Condition> conditions;
     try {
-        for (size_t count = input->byte() % 8; count > 0; --count) {
-            conditions.push_back(zelkm_tool::parseCondition(textOf(input->block())));
-        }
+        std::transform(texts.begin(), texts.end(), std::back_inserter(conditions),
+                       zelkm_tool::parseCondition);
         zelkm_tool::checkConditions(conditions, /*careless=*/false, /*star_is_careless=*/remove);
     } catch (const zelkm_tool::WrongUsage&) {
         return;
