@@ -52,11 +52,15 @@ bool stopFailing() {
 }
 
 bool useFailingLibcryptoMemory() {
+#ifdef OPENSSL_IS_BORINGSSL
+    return false;  // its allocator cannot be replaced
+#else
     return CRYPTO_set_mem_functions([](size_t size, const char*, int) { return std::malloc(size); },
                                     [](void* old, size_t size, const char*, int) -> void* {
                                         return failNow() ? nullptr : std::realloc(old, size);
                                     },
                                     [](void* block, const char*, int) { std::free(block); }) == 1;
+#endif
 }
 
 }  // namespace test
