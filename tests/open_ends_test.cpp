@@ -1,0 +1,151 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// What the library does not protect its users from, each once, as docs/reliability.md tells it. All
+// of it is meant to stay: a change here is a change of behaviour.
+
+#include <soft_keymaster/fault_keymaster.h>
+
+#include <cerrno>
+
+#include "file_faults.h"
+#include "store_fixture.h"
+
+namespace {
+
+using android::hardware::keymaster::V4_0::ErrorCode;
+using soft_keymaster::Call;
+using soft_keymaster::Fault;
+using test::Bytes;
+using test::insertAlias;
+using test::readAliases;
+
+class OpenEnds : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
+  protected:
+    OpenEnds() { startAfresh(); }
+
+    // The same store through a keymaster that can fail.
+    soft_keymaster::FaultKeymaster faulty_{km_};
+    test::ObjectPtr other_ = test::makeObject(&faulty_, true);
+};
+
+TEST_F(OpenEnds, LostAnswerStoresPlaintextThatTheNextLoadRefuses) {
+    for (const Call lost : {Call::kUpdate, Call::kFinish}) {
+        startAfresh();
+        test::ObjectPeer(*other_).setImage(*test::readFile(kStore));
+        faulty_.reset();
+        faulty_.plan(lost, 2, Fault::transportBeforeCallback());  // the first one decrypts
+        EXPECT_EQ(0, insertAlias(*other_, "secret"));
+        const Bytes stored = *test::readFile(kStore);
+        EXPECT_NE(std::string::npos, std::string(stored.begin(), stored.end()).find("secret"));
+        reopen();
+        EXPECT_EQ("status -30 ", readAliases(*object_));
+    }
+}
+
+TEST_F(OpenEnds, ObjectKeepsTheRefusedImageForOneMoreQuery) {
+    Bytes damaged = files_[kStore];
+    damaged.back() ^= 1;
+    test::writeFile(kStore, damaged);
+    reopen();
+    EXPECT_EQ("status -30 ", readAliases(*object_));  // the backup is in place
+    EXPECT_EQ(damaged, test::ObjectPeer(*object_).image());
+    EXPECT_EQ("status -30 ", readAliases(*object_));  // and in the cache only now
+    EXPECT_EQ("a ", readAliases(*object_));
+}
+
+TEST_F(OpenEnds, RefusedEncryptionRollsAGoodFileBackAndTheNextWriteReplacesIt) {
+    test::ObjectPeer(*other_).setImage(files_[kStore]);
+    faulty_.plan(Call::kFinish, 2, Fault::error(ErrorCode::VERIFICATION_FAILED));
+    EXPECT_EQ(-30, insertAlias(*other_, "c"));
+    EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
+    EXPECT_EQ(0, insertAlias(*other_, "d"));
+    EXPECT_EQ("a b d ", readAliases(*other_));
+}
+
+TEST_F(OpenEnds, OlderObjectWritesItsStaleImage) {
+    test::ObjectPeer(*other_).setImage(files_[kStore]);
+    EXPECT_EQ(0, insertAlias(*object_, "c"));
+    EXPECT_EQ("a b c ", readAliases(*other_));  // the table is shared
+    test::forgetTable();
+    EXPECT_EQ("a b ", readAliases(*other_));  // the image is not
+    EXPECT_EQ(0, insertAlias(*other_, "d"));
+    reopen();
+    EXPECT_EQ("a b d ", readAliases(*object_));
+}
+
+TEST_F(OpenEnds, SeparatorsInValues) {
+    EXPECT_EQ(0, insertAlias(*object_, "x\x1e\x1e\x1e\x1e\x1e\x1e\nforged"));
+    reopen();
+    EXPECT_EQ("a b x ", readAliases(*object_));  // as many rows as were stored; "forged" comes next
+    startAfresh();
+    EXPECT_EQ(0, insertAlias(*object_, "x\x1e"));
+    reopen();
+    EXPECT_EQ("status -913 ", readAliases(*object_));
+    startAfresh();
+    EXPECT_EQ(0, insertAlias(*object_, "x\ny"));  // stored well, and read in two pieces
+    reopen();
+    SODOperationParam p;
+    std::vector<std::string> rows;
+    EXPECT_EQ(0, object_->SodSelect(p.addAliasToOutput(), rows));
+    EXPECT_EQ((std::vector<std::string>{"a\x1e", "b\x1e", "x", "y\x1e", std::string(1, '\0')}),
+              rows);
+}
+
+TEST_F(OpenEnds, ConditionEndsAtAnAndInItsValue) {
+    std::string value = "x AND CREATOR=creator";
+    EXPECT_EQ(0, insertAlias(*object_, value));
+    SODOperationParam p;
+    EXPECT_EQ(-911, object_->SodDelete(p.addAliasInWhere(value)));
+}
+
+TEST_F(OpenEnds, CarelessConditionsReachEveryObject) {
+    for (const auto& [column, value] :
+         std::vector<std::pair<std::string, std::string>>{{"", ""}, {"FOO", "x"}, {"ALIAS", "*"}}) {
+        startAfresh();
+        SODOperationParam p;
+        std::string name = column;
+        std::string text = value;
+        EXPECT_EQ(0, object_->SodDelete(column.empty() ? p : p.addWhere(name, text)));
+        EXPECT_EQ("", readAliases(*object_)) << column;
+    }
+}
+
+TEST_F(OpenEnds, UnreadableKeyFileIsReplaced) {
+    {
+        test::FileFaults faults;
+        faults.fail("open edbk", EIO);
+        EXPECT_EQ("status -30 ", readAliases(*object_));
+    }
+    EXPECT_NE(files_["edbk"], *test::readFile("edbk"));
+    EXPECT_EQ(files_["edbk"], *test::readFile("edbk.bak"));
+}
+
+TEST_F(OpenEnds, FailedKeyUpgradeNeedsARestart) {
+    km_.setPatchLevel(options().patch_level + 1);
+    {
+        test::FileFaults faults;
+        faults.fail("open edbk.tmp", ENOSPC);
+        EXPECT_EQ(-1000, insertAlias(*object_, "c"));
+    }
+    EXPECT_EQ(-62, insertAlias(*object_, "c"));  // the old key, and nothing upgrades it
+    reopen();
+    EXPECT_EQ("a b ", readAliases(*object_));
+}
+
+// The digest does not fit the missing key: a new key is made at once, and takes the backup's place.
+TEST_F(OpenEnds, KeyUpgradeThatFailsBetweenTheRenamesLosesTheKey) {
+    km_.setPatchLevel(options().patch_level + 1);
+    {
+        test::FileFaults faults;
+        faults.fail("rename edbk.tmp edbk", EIO);
+        EXPECT_EQ(-1000, insertAlias(*object_, "c"));
+    }
+    for (const char* name : {"edbk", "edbk.bak", "edbk.tmp"}) {
+        EXPECT_NE(files_["edbk"], test::readFile(name).value_or(Bytes())) << name;
+    }
+    reopen();
+    EXPECT_EQ("status -30 ", readAliases(*object_));
+}
+
+}  // namespace
