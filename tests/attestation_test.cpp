@@ -152,11 +152,9 @@ struct Certificate {
         X509_add1_ext_i2d(x, NID_basic_constraints, constraints, 1, 0);
         BASIC_CONSTRAINTS_free(constraints);
         EXPECT_NE(0, X509_sign(x, keyOf(signer), EVP_sha256()));
-        unsigned char* encoded = nullptr;
-        const int len = i2d_X509(x, &encoded);
-        EXPECT_GT(len, 0);
-        const hidl_vec<uint8_t> result(encoded, encoded + len);
-        OPENSSL_free(encoded);
+        Bytes result(static_cast<size_t>(i2d_X509(x, nullptr)));
+        unsigned char* end = result.data();
+        EXPECT_EQ(result.size(), size_t(i2d_X509(x, &end)));
         return result;
     }
 };
