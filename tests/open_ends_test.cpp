@@ -119,6 +119,12 @@ TEST_F(OpenEnds, UnreadableKeyFileIsReplaced) {
     }
     EXPECT_NE(files_["edbk"], *test::readFile("edbk"));
     EXPECT_EQ(files_["edbk"], *test::readFile("edbk.bak"));
+
+    // The backup is refused as well, and removed when there is no older one to put in its place.
+    EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
+    EXPECT_EQ("status -30 ", readAliases(*object_));
+    EXPECT_EQ("status -30 ", readAliases(*object_));
+    EXPECT_FALSE(test::readFile(kStore).has_value());
 }
 
 TEST_F(OpenEnds, FailedKeyUpgradeNeedsARestart) {
