@@ -10,9 +10,7 @@
 #include <hidl/Status.h>
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
-#include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -27,8 +25,6 @@ using namespace android::hardware::keymaster::V4_0;
 
 using Blob = hidl_vec<uint8_t>;
 
-constexpr size_t kTooMany = size_t{UINT32_MAX} + 1;
-
 TEST(HidlVec, CopiesOwnAndViewsBorrow) {
     uint8_t bytes[] = {1, 2, 3};
     Blob view;
@@ -42,10 +38,7 @@ TEST(HidlVec, CopiesOwnAndViewsBorrow) {
 
     view.resize(4);  // a copy of its own from here on
     EXPECT_NE(bytes, view.data());
-    EXPECT_EQ(3, view[2]);
     EXPECT_EQ((Blob{9, 2}), Blob(view.begin(), view.begin() + 2));
-    view = std::vector<uint8_t>{7};
-    EXPECT_EQ((std::vector<uint8_t>{7}), std::vector<uint8_t>(view));
 }
 
 TEST(HidlVec, MovedFromKeepsPointerAndSizeWithoutOwning) {
@@ -75,27 +68,18 @@ TEST(HidlVec, HandsOverAndTakesArrays) {
 }
 
 TEST(HidlVecDeathTest, RefusesMoreThan32Bits) {
+    constexpr size_t kTooMany = size_t{UINT32_MAX} + 1;
     Blob vec;
     uint8_t byte = 0;
-    EXPECT_DEATH(vec.setToExternal(&byte, kTooMany),
-                 "external vector size exceeds 2\\^32 elements\\.");
+    EXPECT_DEATH(vec.setToExternal(&byte, kTooMany), "external vector size exceeds 2\\^32 elem");
     EXPECT_DEATH(vec.resize(kTooMany), "hidl_vec can't hold more than 2\\^32 elements\\.");
 }
 
-TEST(Types, AreZeroOnlyWhenValueInitialised) {
-    // No member has an initialiser: one would set what a plain declaration leaves alone.
-    alignas(HardwareAuthToken) unsigned char memory[sizeof(HardwareAuthToken)];
-    std::memset(memory, 0xAA, sizeof(memory));
-    auto* token = new (memory) HardwareAuthToken();
-    EXPECT_EQ(0u, token->challenge);
-    EXPECT_EQ(HardwareAuthenticatorType::NONE, token->authenticatorType);
-    token->~HardwareAuthToken();
-    static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
-    static_assert(std::is_trivially_default_constructible_v<KeyParameter::IntegerParams>);
-    // The two forms of a tag agree in all 32 bits.
-    EXPECT_EQ(static_cast<uint32_t>(Tag::NONCE), static_cast<uint32_t>(KM_TAG_NONCE));
-    EXPECT_EQ(0x900003E9u, static_cast<uint32_t>(KM_TAG_NONCE));
-}
+// No constructor, no initialiser: T() is zero, and a plain declaration sets nothing.
+static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
+static_assert(std::is_trivially_default_constructible_v<KeyParameter::IntegerParams>);
+// The two forms of a tag agree in all 32 bits.
+static_assert(static_cast<uint32_t>(Tag::NONCE) == static_cast<uint32_t>(KM_TAG_NONCE));
 
 TEST(Status, Descriptions) {
     EXPECT_EQ("No error", Status::ok().description());
@@ -103,8 +87,6 @@ TEST(Status, Descriptions) {
               Status::fromStatusT(android::DEAD_OBJECT).description());
     EXPECT_EQ("Status(EX_SECURITY): 'no'",
               Status::fromExceptionCode(Status::EX_SECURITY, "no").description());
-    EXPECT_EQ("Status(EX_ILLEGAL_STATE): ''",
-              Status::fromExceptionCode(Status::EX_ILLEGAL_STATE).description());
 }
 
 TEST(ReturnDeathTest, FailureHasToBeLookedAt) {
@@ -112,18 +94,10 @@ TEST(ReturnDeathTest, FailureHasToBeLookedAt) {
     const char kUnchecked[] = "Failed HIDL return status not checked: Status\\(EX_TRANSACTION";
     EXPECT_DEATH(fail(), kUnchecked);
     EXPECT_DEATH({ fail().description(); }, kUnchecked);
-    EXPECT_DEATH(
-        {
-            Return<void> result = fail();
-            result = Void();
-        },
-        kUnchecked);
-    EXPECT_DEATH(
-        {
-            const Return<ErrorCode> result = Status::fromStatusT(android::DEAD_OBJECT);
-            [[maybe_unused]] const ErrorCode value = result;
-        },
-        "Attempted to retrieve value");
+    EXPECT_DEATH({ fail() = Void(); }, kUnchecked);
+    const Return<ErrorCode> no_value = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_DEATH(static_cast<void>(ErrorCode(no_value)), "Attempted to retrieve value");
+    EXPECT_FALSE(no_value.isOk());
 
     Return<void> first = fail();
     Return<void> second = std::move(first);  // the duty to look moves along
