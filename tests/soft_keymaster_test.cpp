@@ -250,6 +250,11 @@ TEST_F(SoftKeymasterTest, PatchLevelsDecideWhoMayUseAKey) {
     EXPECT_EQ(Error::INVALID_KEY_BLOB, check(km_, new_key));
 }
 
+// BoringSSL has no X509_get0_pubkey().
+std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> publicKey(X509* certificate) {
+    return {X509_get_pubkey(certificate), EVP_PKEY_free};
+}
+
 TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
     const KeyParameter challenge = bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
     const KeyParameter app_id = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(130, 0xAA));
@@ -268,13 +273,13 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         }
         for (size_t i = 0; i < 3; ++i) {  // the last one signed itself
             X509* const issuer = certificates[std::min<size_t>(i + 1, 2)].get();
-            EXPECT_EQ(1, X509_verify(certificates[i].get(), X509_get0_pubkey(issuer))) << i;
+            EXPECT_EQ(1, X509_verify(certificates[i].get(), publicKey(issuer).get())) << i;
         }
         const Bytes answer = attest(km_, key, {csr}).chain.at(0);
         const uint8_t* in = answer.data();
         const std::unique_ptr<X509_REQ, decltype(&X509_REQ_free)> request(
             d2i_X509_REQ(nullptr, &in, long(answer.size())), X509_REQ_free);
-        EXPECT_EQ(1, X509_REQ_verify(request.get(), X509_get0_pubkey(certificates[0].get())));
+        EXPECT_EQ(1, X509_REQ_verify(request.get(), publicKey(certificates[0].get()).get()));
     }
     EXPECT_EQ(chains[0][2], chains[1][2]);
 
