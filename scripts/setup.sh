@@ -11,6 +11,7 @@ packages=(
     build-essential cmake ninja-build pkg-config  # build
     clang libclang-rt-dev                         # second compiler
     libssl-dev android-liblog-dev libplog-dev     # the library
+    android-libboringssl-dev                      # the same with a device's libcrypto
     libcli11-dev nlohmann-json3-dev               # the tool
     libgtest-dev                                  # the tests
     openssl xxd                                   # the demo
