@@ -11,54 +11,65 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <regex>
+#include <iterator>
 
 #include "failing_memory.h"
 
 namespace {
 
-struct Line {
-    int priority;
-    std::string tag;
-    std::string text;
-};
-
-std::vector<Line>& lines() {
-    static std::vector<Line> captured;
+std::vector<std::string>& lines() {
+    static std::vector<std::string> captured;
     return captured;
 }
 
-const char* prefixOf(int priority) {
-    switch (priority) {
-        case ANDROID_LOG_ERROR:
-            return "[\033[31mERR\033[0m] ";
-        case ANDROID_LOG_WARN:
-            return "[WRN] ";
-        case ANDROID_LOG_DEBUG:
-            return "[DBG] ";
-        default:
-            return nullptr;
+struct Level {
+    int priority;
+    char letter;
+    const char* prefix;
+};
+
+constexpr Level kLevels[] = {{ANDROID_LOG_ERROR, 'E', "[\033[31mERR\033[0m] "},
+                             {ANDROID_LOG_WARN, 'W', "[WRN] "},
+                             {ANDROID_LOG_DEBUG, 'D', "[DBG] "}};
+
+// Removes `prefix` from the front of the text, if it is there.
+bool take(std::string* text, const std::string& prefix) {
+    if (text->compare(0, prefix.size(), prefix) != 0) {
+        return false;
     }
+    text->erase(0, prefix.size());
+    return true;
 }
 
-std::string readable(const Line& line) {
-    static const std::regex kOrigin(
-        R"(^\((velt_secure_db|zelkeymaster_operation)\.cpp:[1-9][0-9]*\) )");
-    static const std::regex kAddress("0x[0-9a-f]{6,}");
-    const char* prefix = prefixOf(line.priority);
-    std::smatch origin;
-    if (prefix == nullptr || line.tag != "keymaster_tee" || line.text.rfind(prefix, 0) != 0) {
-        return "malformed: " + line.text;
+std::string withoutAddresses(std::string text) {
+    for (size_t at = 0; (at = text.find("0x", at)) != text.npos; at += 2) {
+        const size_t end =
+            std::min(text.find_first_not_of("0123456789abcdef", at + 2), text.size());
+        if (end - at >= 8) {
+            text.replace(at, end - at, "ADDR");
+        }
     }
-    const std::string rest = line.text.substr(std::string(prefix).size());
-    if (!std::regex_search(rest, origin, kOrigin)) {
-        return "malformed: " + line.text;
+    return text;
+}
+
+std::string readable(int priority, const std::string& tag, const std::string& line) {
+    const auto level = std::find_if(std::begin(kLevels), std::end(kLevels),
+                                    [&](const Level& l) { return l.priority == priority; });
+    std::string text = line;
+    if (level == std::end(kLevels) || tag != "keymaster_tee" || !take(&text, level->prefix)) {
+        return "malformed: " + line;
     }
-    const char level = line.priority == ANDROID_LOG_ERROR  ? 'E'
-                       : line.priority == ANDROID_LOG_WARN ? 'W'
-                                                           : 'D';
-    return std::string(1, level) + (origin[1] == "velt_secure_db" ? " engine: " : " object: ") +
-           std::regex_replace(origin.suffix().str(), kAddress, "ADDR");
+    std::string source = " object: ";
+    if (take(&text, "(velt_secure_db.cpp:")) {
+        source = " engine: ";
+    } else if (!take(&text, "(zelkeymaster_operation.cpp:")) {
+        return "malformed: " + line;
+    }
+    const size_t digits = text.find_first_not_of("0123456789");
+    if (digits == 0 || text.compare(digits, 2, ") ") != 0) {
+        return "malformed: " + line;
+    }
+    return level->letter + source + withoutAddresses(text.substr(digits + 2));
 }
 
 }  // namespace
@@ -79,18 +90,14 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
         // What death tests look for.
         std::fprintf(stderr, "%s\n", text.c_str());
     }
-    lines().push_back({priority, tag, text});
+    lines().push_back(readable(priority, tag, text));
     return 1;
 }
 
 namespace test {
 
 std::vector<std::string> log() {
-    std::vector<std::string> result;
-    for (const Line& line : lines()) {
-        result.push_back(readable(line));
-    }
-    return result;
+    return lines();
 }
 
 std::vector<std::string> errors() {
