@@ -13,6 +13,7 @@
 extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* old, size_t size);
 }
 
 namespace {
@@ -57,7 +58,7 @@ bool useFailingLibcryptoMemory() {
 #else
     return CRYPTO_set_mem_functions([](size_t size, const char*, int) { return std::malloc(size); },
                                     [](void* old, size_t size, const char*, int) -> void* {
-                                        return failNow() ? nullptr : std::realloc(old, size);
+                                        return std::realloc(old, size);
                                     },
                                     [](void* block, const char*, int) { std::free(block); }) == 1;
 #endif
@@ -73,6 +74,10 @@ void* __wrap_malloc(size_t size) {
 
 void* __wrap_calloc(size_t count, size_t size) {
     return failNow() ? nullptr : __real_calloc(count, size);
+}
+
+void* __wrap_realloc(void* old, size_t size) {
+    return failNow() ? nullptr : __real_realloc(old, size);
 }
 
 }  // extern "C"

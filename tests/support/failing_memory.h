@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Makes allocations fail on demand. Linking this replaces operator new for the program, and malloc
-// and calloc for the objects linked into it (with the linker's --wrap); libcrypto is brought in
-// with useFailingLibcryptoMemory().
+// Makes allocations fail on demand. Linking this replaces operator new for the program, and malloc,
+// calloc and realloc for the objects linked into it (with the linker's --wrap); libcrypto is
+// brought in with useFailingLibcryptoMemory().
 
 #pragma once
 
