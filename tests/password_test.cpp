@@ -22,7 +22,7 @@ using test::kDead;
 using Lines = std::vector<std::string>;
 
 constexpr PW_ENCRYPT_TYPE kToKey = PW_ENCRYPT_TYPE_TO_KEY;
-constexpr PW_ENCRYPT_TYPE kToEncryptedKey = PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY;
+constexpr PW_ENCRYPT_TYPE kEncrypt = PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY;
 const std::string kZeros(16, '\0');
 
 std::string text(const hidl_vec<uint8_t>& bytes) {
@@ -60,7 +60,7 @@ TEST_F(Password, SendsCopiesInOrderAndNoKey) {
     const std::string inputs = "[90000907=one 90000908=two 90000909=three 9000090a=four ";
     start({}, -2);
     EXPECT_EQ(-2, convert(kToKey));
-    EXPECT_EQ(-2, convert(kToEncryptedKey));
+    EXPECT_EQ(-2, convert(kEncrypt));
     EXPECT_EQ((Lines{"begin 101  " + inputs + "9000090b=material]",
                      "begin 102  " + inputs + "9000090c=material 9000090d=tag before]"}),
               km.calls);
@@ -91,7 +91,6 @@ TEST_F(Password, EachAnswer) {
     const std::string old_tag = "tag before";
     const std::string new_tag = "tagtagtagtagtag!";
     const std::string new_rot = "rotrotrotrotrot!";
-    const PW_ENCRYPT_TYPE to_encrypted = kToEncryptedKey;
     const struct {
         PW_ENCRYPT_TYPE type;
         int error;
@@ -101,22 +100,19 @@ TEST_F(Password, EachAnswer) {
         std::string converted, tag, rot;
     } cases[] = {
         // clang-format off
-        {kToKey, 0, {rot16, tag16, key}, 0, {}, "key", new_tag, new_rot},
         {kToKey, 0, {key, encrypted, tag16, rot16}, 0, {}, "key", new_tag, new_rot},
         {kToKey, 0, {tag16, key0}, 0, {no_rot}, "", new_tag, kZeros},
         {kToKey, 0, {tag16, rot16}, -40, {no_key}, old, new_tag, new_rot},
-        {kToKey, 0, {key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
         {kToKey, 0, {}, -40, {no_rot, no_tag}, old, old_tag, kZeros},
         {kToKey, 0, {tag15, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
         {kToKey, 0, {tag17, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
         // The first of two counts, even when the second would do.
         {kToKey, 0, {tag15, tag16, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
         {kToKey, 0, {rot17, rot16, tag16, key, key0}, 0, {no_rot}, "key", new_tag, kZeros},
-        {kToKey, -28, {rot16, tag16, key}, -28, {}, old, old_tag, new_rot},
         {kToKey, -28, {rot15, tag16, key}, -28, {no_rot}, old, old_tag, kZeros},
-        {to_encrypted, 0, {encrypted, tag16, rot16, key}, 0, {}, "encrypted", old_tag, new_rot},
-        {to_encrypted, 0, {key, tag16, rot16}, -40, {no_encrypted}, old, old_tag, new_rot},
-        {to_encrypted, -30, {encrypted}, -30, {no_rot}, old, old_tag, kZeros},
+        {kEncrypt, 0, {encrypted, tag16, rot16, key}, 0, {}, "encrypted", old_tag, new_rot},
+        {kEncrypt, 0, {key, tag16, rot16}, -40, {no_encrypted}, old, old_tag, new_rot},
+        {kEncrypt, -30, {encrypted}, -30, {no_rot}, old, old_tag, kZeros},
         // clang-format on
     };
     for (const auto& c : cases) {
@@ -127,14 +123,6 @@ TEST_F(Password, EachAnswer) {
         EXPECT_EQ(c.converted, text(converted));
         EXPECT_EQ(c.tag, text(tag));
         EXPECT_EQ(c.rot, text(rot));
-
-        // The short form differs in the rot value only.
-        start(c.params, c.error);
-        EXPECT_EQ(c.result, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3],
-                                                             in[4], tag, c.type));
-        EXPECT_EQ(c.log, test::log());
-        EXPECT_EQ(c.converted, text(converted));
-        EXPECT_EQ(c.tag, text(tag));
     }
 }
 
@@ -142,7 +130,7 @@ TEST_F(Password, LostCallsCountAsUnknownErrorWhateverWasAnswered) {
     const std::string lost = "E object: error in begin hidl call : -1000";
     start({}, -28);
     km.answers["begin"][0].delivery = Delivery::kLostAfter;
-    EXPECT_EQ(-1000, convert(kToEncryptedKey));
+    EXPECT_EQ(-1000, convert(kEncrypt));
     EXPECT_EQ((Lines{"W object: invalid rot just set 0", kDead, lost}), test::log());
     EXPECT_EQ(kZeros, text(rot));
 
@@ -158,18 +146,25 @@ TEST_F(Password, LostCallsCountAsUnknownErrorWhateverWasAnswered) {
     EXPECT_EQ(Lines(), test::log());
 }
 
+TEST_F(Password, ShortFormKeepsTheRotToItself) {
+    start({bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
+    EXPECT_EQ(0, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
+                                                  kEncrypt));
+    EXPECT_EQ((Lines{"W object: invalid rot just set 0"}), test::log());
+    EXPECT_EQ("encrypted", text(converted));
+    EXPECT_EQ("tag before", text(tag));
+}
+
 TEST_F(Password, ChecksHandleThenInputsThenType) {
     const hidl_vec<uint8_t> empty;
-    // Volatile, so that no optimisation knows the number.
-    volatile int number = 2;
+    const volatile int number = 2;  // so that no optimisation knows it
     const auto type = static_cast<PW_ENCRYPT_TYPE>(static_cast<int32_t>(number));
     const auto with = [&](ZelKeymasterOperation& o, size_t left_empty, PW_ENCRYPT_TYPE t) {
-        const hidl_vec<uint8_t>* use[5];
-        for (size_t i = 0; i < 5; ++i) {
-            use[i] = i == left_empty ? &empty : &in[i];
-        }
-        return o.encryptWithPasswordHWKey(*use[0], *use[1], *use[2], converted, *use[3], *use[4],
-                                          tag, rot, t);
+        const auto use = [&](size_t i) -> const hidl_vec<uint8_t>& {
+            return i == left_empty ? empty : in[i];
+        };
+        return o.encryptWithPasswordHWKey(use(0), use(1), use(2), converted, use(3), use(4), tag,
+                                          rot, t);
     };
     const test::ObjectPtr alone = test::makeObject(nullptr, false);
     start({});
@@ -182,13 +177,10 @@ TEST_F(Password, ChecksHandleThenInputsThenType) {
         EXPECT_EQ(-38, with(*object, i, type)) << i;
     }
     tag = empty;
-    EXPECT_EQ(-38, with(*object, 5, kToEncryptedKey));
+    EXPECT_EQ(-38, with(*object, 5, kEncrypt));
     EXPECT_EQ(Lines(), test::log());
     EXPECT_EQ(-2, with(*object, 5, type));
-    number = -1;
-    EXPECT_EQ(-2, convert(static_cast<PW_ENCRYPT_TYPE>(static_cast<int32_t>(number))));
-    EXPECT_EQ((Lines{"E object: not supported mode : 2", "E object: not supported mode : -1"}),
-              test::log());
+    EXPECT_EQ((Lines{"E object: not supported mode : 2"}), test::log());
     EXPECT_EQ(Lines(), km.calls);
     EXPECT_EQ("rot before", text(rot));
 

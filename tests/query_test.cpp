@@ -76,61 +76,53 @@ bool matches(const std::string& pattern, const std::string& subject, uint32_t us
     return compare(p.data(), p.len(), s.data(), s.len(), use_pattern) != 0;
 }
 
-TEST(Matching, ComparesWithPatterns) {
-    const struct {
-        const char* pattern;
-        Lines matching;
-        Lines others;
-    } cases[] = {
+struct MatchCase {
+    const char* pattern;
+    Lines matching;
+    Lines others;
+};
+
+TEST(Matching, ComparesWithPatternsAndEachItemOfAList) {
+    const MatchCase patterns[] = {
         {"", {"*"}, {"x"}},
         {"*", {"x", "*", "[*"}, {""}},
         {"abc", {"abc", "*"}, {"ab", "abcd", "ABC", "**"}},
         {"abc*", {"abc", "abcd"}, {"ab"}},
         {"*#abc", {"x#abc", "#abc"}, {"xabc", "x##abc", "x#abcd"}},
-        {"*_", {"p_", "_"}, {"p_q", "p", "p__"}},
         {"*_*#z", {"p_q#z", "_#z"}, {"p#q_z", "p_q#"}},
-        {"*#*", {"a#", "a#b#c"}, {"a"}},
         {"*x", {}, {"x", "ax"}},
         {"[5..]", {"5", "123456", "4294967295", "007"}, {"4", "4294967296", "x5", "5x", " 5"}},
         {"[..5]", {"0", "5"}, {"6", "-1"}},
-        {"[..]", {"0", "4294967295"}, {"", "x"}},
-        {"[10..20]", {"10", "20", "015"}, {"9", "21"}},
         {"a[1..3]b", {"a2b"}, {"a2", "a4b", "ab"}},
         {"[1..3][5..6]", {}, {"25", "2"}},  // the first range takes all digits
-        {"[4294967295..]", {"4294967295"}, {"4294967296", "99999999999999999999"}},
     };
-    for (const auto& c : cases) {
+    const MatchCase lists[] = {{",,", {"*"}, {}},
+                               {",", {}, {"*"}},
+                               {"a,b", {"a", "b"}, {"a,b", ""}},
+                               {",a,,b,", {"a", "b"}, {}},
+                               {"x,[1..5],y*", {"3", "yz"}, {"6"}}};
+    const auto check = [](const MatchCase& c, decltype(simple_reg_cmp)* compare) {
         for (const std::string& subject : c.matching) {
-            EXPECT_TRUE(matches(c.pattern, subject, 4)) << c.pattern << " " << subject;
+            EXPECT_TRUE(matches(c.pattern, subject, 4, compare)) << c.pattern << " " << subject;
         }
         for (const std::string& subject : c.others) {
-            EXPECT_FALSE(matches(c.pattern, subject, 4)) << c.pattern << " " << subject;
+            EXPECT_FALSE(matches(c.pattern, subject, 4, compare)) << c.pattern << " " << subject;
         }
+    };
+    for (const MatchCase& c : patterns) {
+        check(c, simple_reg_cmp);
         // Without patterns everything but "*" stands for itself.
         EXPECT_EQ(c.pattern[0] != '\0', matches(c.pattern, c.pattern, 0)) << c.pattern;
         EXPECT_FALSE(matches(c.pattern, "x", 0)) << c.pattern;
-        EXPECT_TRUE(matches(c.pattern, "*", 0)) << c.pattern;
     }
-    for (const char* broken : {"[", "[1", "[1.", "[1.2]", "[1..", "[1..2", "[1..2)", "[x..2]",
-                               "[2..0]", "[4294967296..]", "[0..4294967296]", "**", "*1"}) {
+    for (const MatchCase& c : lists) {
+        check(c, enumerated_simple_reg_cmp);
+    }
+    for (const char* broken :
+         {"[", "[1", "[1.2]", "[1..2", "[x..2]", "[2..0]", "[0..4294967296]"}) {
         EXPECT_FALSE(matches(broken, "1", 4)) << broken;
     }
     EXPECT_EQ(0, simple_reg_cmp(reinterpret_cast<const uint8_t*>("*"), 1, nullptr, 1, 1));
-}
-
-TEST(Matching, ComparesWithEachItemOfAList) {
-    const std::pair<const char*, const char*> matching[] = {
-        {",,", "*"},   {"a,b", "a"}, {"a,b", "b"},         {",a", "a"},
-        {"a,,b", "b"}, {"a,", "a"},  {"x,[1..5],y*", "3"}, {"x,[1..5],y*", "yz"}};
-    const std::pair<const char*, const char*> others[] = {
-        {"", "*"}, {",", "*"}, {"a,b", "a,b"}, {"a,b", ""}, {"ab", "b"}, {"x,[1..5],y*", "6"}};
-    for (const auto& [list, subject] : matching) {
-        EXPECT_TRUE(matches(list, subject, 4, enumerated_simple_reg_cmp)) << list << " " << subject;
-    }
-    for (const auto& [list, subject] : others) {
-        EXPECT_FALSE(matches(list, subject, 4, enumerated_simple_reg_cmp))
-            << list << " " << subject;
-    }
 }
 
 // ---- Commands -----------------------------------------------------------------------------------
@@ -209,12 +201,9 @@ TEST_F(Query, FollowsAModelThroughChanges) {
         const std::string creator(1, "xyz"[random() % 3]);
         const std::string where = " WHERE ALIAS=" + alias;
         const unsigned action = random() % 8;
-        if (action >= 6) {
-            handle_ = action == 6 ? 0 : handle_;  // loads the last store again
-            ASSERT_EQ(text(alias), select(test::kSelectAll + where));
-            continue;
-        }
-        if (action >= 4) {
+        if (action == 7) {
+            handle_ = 0;  // loads the last store again
+        } else if (action >= 4) {
             const auto end = std::remove_if(rows.begin(), rows.end(), [&](const auto& row) {
                 return (alias == "*" || row.first == alias) && row.second == creator;
             });
@@ -225,25 +214,21 @@ TEST_F(Query, FollowsAModelThroughChanges) {
             rows.emplace_back(alias, creator);
             ASSERT_EQ(0, query("INSERT (CREATOR,ALIAS) VALUE (" + creator + "," + alias + ")"));
         }
-        if (!result_.empty()) {
+        if (action < 7 && !result_.empty()) {
             ASSERT_EQ(store(static_cast<uint32_t>(rows.size()), text("*") + "$"), result_);
             blob_ = result_;
         }
+        ASSERT_EQ(text(alias), select(test::kSelectAll + where));
         ASSERT_EQ(text("*"), select(test::kSelectAll));
     }
 }
 
-TEST_F(Query, DeletesEveryRowWithoutConditions) {
+TEST_F(Query, DeleteWithoutConditionsAndInsertWithTwoValues) {
     load(store(2, "a^^^^^^\nb^^^^^^\n$"));
     ASSERT_EQ(0, query("DELETEWHERE ALIAS=a"));
     EXPECT_EQ(store(0, "$"), result_);
-    ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (c)"));
-    EXPECT_EQ(store(1, "c^^^^^^\n$"), result_);
-}
-
-TEST_F(Query, InsertKeepsTheLaterOfTwoValues) {
     ASSERT_EQ(0, query("INSERT (ALIAS,CREATOR,ALIAS) VALUE (first,' x,y ',second)"));
-    EXPECT_EQ("second^ x,y ^^^^^\n", select(test::kSelectAll));
+    EXPECT_EQ(store(1, "second^ x,y ^^^^^\n$"), result_);
     EXPECT_EQ("second^\n", select("SELECT (ALIAS) WHERE PRIV_ACC=*"));  // even an absent value
     EXPECT_EQ("", select("SELECT (ALIAS) WHERE ADMIN=*"));              // but not an absent list
 }
@@ -255,16 +240,12 @@ TEST_F(Query, UpdateThroughItsHandler) {
         {"CREATOR_UID", "5", "", "a^x^^^5^^\nb^x^^^5^^\n"},  // the last name that it begins with
         {"ALIASX,PRIV_ACC", "c,1", "ALIAS=a", "c^x^^^10^1^\nb^x^^^20^^\n"},
         {"FOO,ALIA,ADMIN", "1,2,3", "ALIAS=a", "a^x^3^^10^^\nb^x^^^20^^\n"},
-        {"ADMIN,ADMIN", "1,2", "CREATOR=x AND ALIAS=b", "a^x^^^10^^\nb^x^2^^20^^\n"},
         {"ALIAS", "z", "ALIAS=zz", kRows},
-        {"ALIAS", "z", "CREATOR_UID>0", kRows},
         {"", "", "", nullptr},
-        {"ALIAS,CREATOR", "z", "", nullptr},
-        {"ALIAS", "", "", nullptr}};
+        {"ALIAS,CREATOR", "z", "", nullptr}};
     for (const auto& [columns, values, where, rows] : cases) {
         SCOPED_TRACE(columns);
         load(store(2, std::string(kRows) + "$"));
-        EXPECT_EQ("a^\n", select("SELECT (ALIAS) WHERE ALIAS=a"));
         EXPECT_EQ(rows != nullptr ? 0 : -911, update(columns, values, where));
         EXPECT_EQ(rows != nullptr ? store(2, rows + std::string("$")) : "", result_);
         EXPECT_EQ(rows != nullptr ? rows : kRows, select(test::kSelectAll));
@@ -272,7 +253,6 @@ TEST_F(Query, UpdateThroughItsHandler) {
     ASSERT_EQ(0, update("ALIAS", "b2", "ALIAS=b"));
     EXPECT_EQ("b2^\n", select("SELECT (ALIAS) WHERE ALIAS=b2"));
     EXPECT_EQ("", select("SELECT (ALIAS) WHERE ALIAS=b"));
-    EXPECT_EQ("", messages());
 }
 
 // ---- Messages -----------------------------------------------------------------------------------
@@ -335,38 +315,23 @@ TEST_F(Query, DumpsCommandsAndUnknownColumnsAtDebugLevel) {
 }
 
 TEST_F(Query, SaysWhereMemoryRanOut) {
-    const auto copy = [](void*, unsigned, unsigned char* plain, unsigned char* cipher, unsigned len,
-                         unsigned char*, unsigned char*, unsigned char*, unsigned) {
-        std::memmove(plain, cipher, len);
-        return 0;
-    };
-    sdb_register_db_encrypt_fp(nullptr, copy);
     std::set<std::string> seen;
-    for (const std::string command : {"SELECT (ALIAS)", "INSERT (ALIAS) (b)", "DELETE", "UPDATE"}) {
-        bool failed = true;
-        for (long nth = 0; failed; ++nth) {
-            ASSERT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$", "SOBv1.1     ", 1)));
-            handle_ = command[0] == 'S' ? 0 : handle_;  // the select loads, too
-            g_allocations_left = nth;
-            const int status = command == "UPDATE" ? update("ALIAS", "c", "") : query(command);
-            failed = g_allocations_left < 0;
-            g_allocations_left = -1;
-            const std::string said = messages();
-            // A select that finds no room for its result succeeds without one.
-            EXPECT_EQ(said.empty() || (command[0] == 'S' && status == 0) ? 0 : -41, status);
-            EXPECT_EQ(said.empty(), !result_.empty());
-            seen.insert(said);
-        }
+    bool failed = true;
+    for (long nth = 0; failed; ++nth) {
+        ASSERT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
+        g_allocations_left = nth;
+        const int status = query("INSERT (ALIAS) (b)");
+        failed = g_allocations_left < 0;
+        g_allocations_left = -1;
+        const std::string said = messages();
+        EXPECT_EQ(said.empty() ? 0 : -41, status);
+        seen.insert(said);
     }
     const std::string insert = "INSERT error(-41)\nexecute_command error -41\n";
-    const std::string remove = "DELETE error(-41)\nexecute_command error -41\n";
-    const std::string out = "allocation failure for out\n";
-    const std::string dropped = out + "export sdb fail, clear db to sync again\n";
-    EXPECT_EQ((std::set<std::string>{"", out, "allocation failure\nconvert_to_internal error -41\n",
-                                     "create colume value failure\nconvert_to_internal error -41\n",
-                                     "create colume value failure\n" + insert, dropped + insert,
-                                     out + remove, dropped + remove,
-                                     "allocation fail during update\n", dropped}),
+    EXPECT_EQ((std::set<std::string>{"", "create colume value failure\n" + insert,
+                                     "allocation failure for out\n"
+                                     "export sdb fail, clear db to sync again\n" +
+                                         insert}),
               seen);
 }
 
@@ -488,7 +453,7 @@ TEST_F(Query, EncryptsInPlaceAndDecryptsIntoAnotherBuffer) {
     EXPECT_EQ("", cipher.calls);
 }
 
-TEST_F(Query, FailedEncryptionDropsTheTable) {
+TEST_F(Query, FailedEncryptionDropsTheTableFailedDecryptionLeavesIt) {
     Cipher cipher;
     cipher.status = 5;  // positive ones are failures, too
     const std::pair<const char*, const char*> cases[] = {
@@ -504,15 +469,10 @@ TEST_F(Query, FailedEncryptionDropsTheTable) {
         EXPECT_EQ(-914, query("SELECT (ALIAS)"));
         EXPECT_EQ("", messages());
     }
-}
-
-TEST_F(Query, FailedDecryptionLeavesTheTable) {
+    // A failed decryption leaves the table.
     EXPECT_EQ("old^^^^^^\n", load(store(1, "old^^^^^^\n$")));
     const uint64_t old = handle_;
-    Cipher cipher;
-    cipher.status = -30;
-    sdb_register_db_encrypt_fp(&cipher, Cipher::convert);
-    EXPECT_EQ("convert_to_internal error -30\n", load(encrypted("a^^^^^^\n")));
+    EXPECT_EQ("convert_to_internal error 5\n", load(encrypted("a^^^^^^\n")));
     EXPECT_TRUE(cipher.ownWasWiped());
     handle_ = old;
     EXPECT_EQ("old^^^^^^\n", select(test::kSelectAll));

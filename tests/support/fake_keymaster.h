@@ -5,7 +5,7 @@
 
 #pragma once
 
-#include <keymasterV4_0/Keymaster.h>
+#include <soft_keymaster/soft_keymaster.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -87,13 +87,14 @@ inline std::string described(const hidl_vec<KeyParameter>& params) {
     return "[" + result + "]";
 }
 
-class FakeKeymaster : public support::Keymaster {
+// The calls that the library has no use for are left to the software keymaster.
+class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     using Blob = hidl_vec<uint8_t>;
     using Params = hidl_vec<KeyParameter>;
     using AuthToken = HardwareAuthToken;
 
   public:
-    FakeKeymaster() : Keymaster("", "") {}
+    FakeKeymaster() : SoftKeymaster(Options()) {}
 
     // Answers by the call's name, in order; the last one stays. Without any: UNIMPLEMENTED.
     std::map<std::string, std::vector<Answer>> answers;
@@ -148,37 +149,6 @@ class FakeKeymaster : public support::Keymaster {
                      [&](const Answer& a) { cb(ErrorCode(a.error), Params(), a.output); });
     }
 
-    // The library has no use for the others.
-    const VersionResult& halVersion() const override { return version_; }
-    Return<void> getHardwareInfo(getHardwareInfo_cb) override { return unexpected("info"); }
-    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb) override {
-        return unexpected("getHmacSharingParameters");
-    }
-    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>&,
-                                   computeSharedHmac_cb) override {
-        return unexpected("computeSharedHmac");
-    }
-    Return<void> verifyAuthorization(uint64_t, const Params&, const AuthToken&,
-                                     verifyAuthorization_cb) override {
-        return unexpected("verifyAuthorization");
-    }
-    Return<void> importKey(const Params&, KeyFormat, const Blob&, importKey_cb) override {
-        return unexpected("importKey");
-    }
-    Return<void> importWrappedKey(const Blob&, const Blob&, const Blob&, const Params&, uint64_t,
-                                  uint64_t, importWrappedKey_cb) override {
-        return unexpected("importWrappedKey");
-    }
-    Return<void> exportKey(KeyFormat, const Blob&, const Blob&, const Blob&,
-                           exportKey_cb) override {
-        return unexpected("exportKey");
-    }
-    Return<ErrorCode> addRngEntropy(const Blob&) override { return ErrorCode::UNIMPLEMENTED; }
-    Return<ErrorCode> deleteKey(const Blob&) override { return ErrorCode::UNIMPLEMENTED; }
-    Return<ErrorCode> deleteAllKeys() override { return ErrorCode::UNIMPLEMENTED; }
-    Return<ErrorCode> destroyAttestationIds() override { return ErrorCode::UNIMPLEMENTED; }
-    Return<ErrorCode> abort(uint64_t) override { return ErrorCode::UNIMPLEMENTED; }
-
   private:
     std::string key(const Blob& blob) {
         seen.insert(blob.data());
@@ -191,17 +161,9 @@ class FakeKeymaster : public support::Keymaster {
         return described(params);
     }
     static std::string empty(const Blob& blob) { return blob.size() == 0 ? "" : "!"; }
-    static std::string empty(const HardwareAuthToken& t) {
-        const bool zero = t.challenge == 0 && t.userId == 0 && t.authenticatorId == 0 &&
-                          t.authenticatorType == HardwareAuthenticatorType::NONE &&
-                          t.timestamp == 0;
-        return zero ? empty(t.mac) : "!";
-    }
-    static std::string empty(const VerificationToken& t) {
-        const bool zero = t.challenge == 0 && t.timestamp == 0 &&
-                          t.parametersVerified.size() == 0 &&
-                          t.securityLevel == SecurityLevel::SOFTWARE;
-        return zero ? empty(t.mac) : "!";
+    template <typename Token>
+    static std::string empty(const Token& t) {
+        return t.challenge == 0 && t.timestamp == 0 ? empty(t.mac) : "!";
     }
 
     template <typename Callback>
@@ -219,12 +181,6 @@ class FakeKeymaster : public support::Keymaster {
             answer.delivery == Delivery::kLostBefore || answer.delivery == Delivery::kLostAfter;
         return lost ? Return<void>(Status::fromStatusT(android::DEAD_OBJECT)) : Void();
     }
-    Return<void> unexpected(const char* name) {
-        ADD_FAILURE() << name;
-        return Void();
-    }
-
-    VersionResult version_ = {};
 };
 
 }  // namespace test
