@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -38,7 +39,9 @@ class Exact {
   public:
     explicit Exact(const std::string& text)
         : data_(new uint8_t[text.size()]), len_(static_cast<uint32_t>(text.size())) {
-        std::copy(text.begin(), text.end(), data_.get());
+        if (!text.empty()) {
+            std::memcpy(data_.get(), text.data(), text.size());
+        }
     }
 
     uint8_t* data() const { return data_.get(); }
