@@ -1,0 +1,81 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The layout of what callers share with the library. These numbers are a promise: a caller built
+// against an older header must go on working, so a change here is a change of the interface.
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "velt_secure_db.h"
+#include "zelkeymaster_operation.h"
+
+using Layout = std::vector<size_t>;
+
+// Where the members of an object lie, in bytes from its beginning, and last its size.
+template <typename Object, typename... Members>
+Layout layout(const Object& object, const Members&... members) {
+    const auto offset = [&object](const void* member) {
+        return static_cast<size_t>(static_cast<const char*>(member) -
+                                   reinterpret_cast<const char*>(&object));
+    };
+    return {offset(&members)..., sizeof(object)};
+}
+
+struct ZelKeymasterOperationPeer {
+    static Layout of(const ZelKeymasterOperation& o) {
+        return layout(o, o.mDbData, o.mDbLen, o.mDbKeyBlob, o.mDbKeyBlobLen, o.mSecureDbEnabled,
+                      o.mKeymaster);
+    }
+};
+
+namespace {
+
+TEST(Abi, StructuresOfTheEngine) {
+    const db_token_t token = {};
+    EXPECT_EQ((Layout{0, 8, 16}), layout(token, token.token, token.len));
+    const db_parsed_tokens_t tokens = {};
+    EXPECT_EQ((Layout{0, 96, 104}), layout(tokens, tokens.tokens, tokens.count));
+    const db_parsed_where_t where = {};
+    EXPECT_EQ((Layout{0, 16, 32, 40}), layout(where, where.column, where.value, where.op));
+    const db_parsed_where_set_t set = {};
+    EXPECT_EQ((Layout{0, 240, 248}), layout(set, set.where, set.count));
+    const db_bytes_t bytes = {};
+    EXPECT_EQ((Layout{0, 8, 16}), layout(bytes, bytes.data, bytes.len));
+    const db_column_schema_t schema = {};
+    EXPECT_EQ((Layout{0, 8, 12, 16}), layout(schema, schema.name, schema.name_len, schema.flags));
+    const db_column_value_t value = {};
+    EXPECT_EQ((Layout{0, 8, 16, 24}), layout(value, value.flags, value.data, value.len));
+    const db_row row = {};
+    EXPECT_EQ((Layout{0, 8, 152, 160}), layout(row, row.flags, row.col, row.next));
+    const db_table_t table = {};
+    EXPECT_EQ((Layout{0, 8, 16, 24, 28, 32}),
+              layout(table, table.handle, table.head, table.tail, table.count, table.reserved));
+    EXPECT_EQ(4 * sizeof(void*), sizeof(command_handler));
+}
+
+TEST(Abi, OperationObject) {
+    const ZelKeymasterOperation object(nullptr, false);
+    // First comes the pointer to the virtual table.
+    EXPECT_EQ((Layout{8, 16, 24, 32, 40, 48, 56}), ZelKeymasterOperationPeer::of(object));
+    EXPECT_EQ(4u, sizeof(PW_ENCRYPT_TYPE));
+    EXPECT_EQ(4u, sizeof(zelkm_result));
+}
+
+// The sizes of strings and vectors are the C++ library's, not this library's.
+TEST(Abi, OperationParameters) {
+    SODOperationParam p;
+    constexpr size_t kString = sizeof(std::string);
+    constexpr size_t kLists = 7 * kString;
+    constexpr size_t kList = sizeof(std::vector<std::string>);
+    EXPECT_EQ(
+        (Layout{0, kString, 2 * kString, 3 * kString, 4 * kString, 5 * kString, 6 * kString, kLists,
+                kLists + kList, kLists + 2 * kList, kLists + 3 * kList, kLists + 4 * kList,
+                kLists + 5 * kList}),
+        layout(p, p.mAliasName, p.mCreatorName, p.mAdminName, p.mAccessorName, p.mCreatorUidName,
+               p.mPrivAccName, p.mPrivAccValue, p.getColumnList(), p.getDataList(),
+               p.getWhereColumnList(), p.getWhereValueList(), p.getOutputFormat()));
+}
+
+}  // namespace

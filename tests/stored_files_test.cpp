@@ -1,0 +1,98 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Files of the first release (see data/README.md) are read, and plaintext stores written, byte for
+// byte the same on every architecture.
+
+#include <soft_keymaster/soft_keymaster.h>
+
+#include "engine.h"
+#include "operation_peer.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::filesystem::path data(const std::string& name) {
+    return std::filesystem::path(ZELKM_TEST_DATA_DIR) / name;
+}
+
+class FirstRelease : public test::InTempDir {
+  protected:
+    FirstRelease() {
+        std::filesystem::copy(data("first_release"), ".");
+        soft_keymaster::SoftKeymaster::Options options;
+        options.root_key_path = "soft_keymaster_root.key";
+        km_.emplace(options);
+        open();
+    }
+
+    void open() {
+        test::forgetTable();
+        object_ = test::makeObject(&*km_, true);
+    }
+
+    Lines rows() {
+        SODOperationParam p;
+        Lines rows;
+        EXPECT_EQ(0, object_->SodSelect(p.addAliasToOutput()
+                                            .addCreatorToOutput()
+                                            .addAdminToOutput()
+                                            .addAccessorToOutput()
+                                            .addCreatorUidToOutput()
+                                            .addPrivilegedAccessToOutput(),
+                                        rows));
+        for (std::string& row : rows) {
+            row = test::readable(row);
+        }
+        return rows;
+    }
+
+    std::optional<soft_keymaster::SoftKeymaster> km_;
+    test::ObjectPtr object_;
+};
+
+TEST_F(FirstRelease, StoreAndKeyAreReadAndKept) {
+    const Lines old = {"payment^wallet^1000,1001^1000,[10000..19999]^1000^^", "door^home^^app_*^^^",
+                       "caf\xC3\xA9\xFF^vold^^^^1^", "$"};
+    EXPECT_EQ(old, rows());
+    EXPECT_EQ(Lines(), test::errors());
+
+    std::string alias = "disk", creator = "vold";
+    SODOperationParam p;
+    ASSERT_EQ(0, object_->SodInsert(p.setAlias(alias).setCreator(creator)));
+    open();
+    Lines changed = old;
+    changed.insert(changed.end() - 1, "disk^vold^^^^^");
+    EXPECT_EQ(changed, rows());
+    for (const std::string file : {"edbk", "edbk_digest"}) {
+        EXPECT_EQ(test::readFile(data("first_release") / file), test::readFile(file)) << file;
+    }
+    EXPECT_EQ(test::readFile(data("first_release") / "secure_objects.db"),
+              test::readFile("secure_objects.db.bak"));
+}
+
+class PlaintextStore : public test::Engine {
+  protected:
+    static std::string content(const std::string& name) {
+        const test::Bytes bytes = test::readFile(data(name)).value_or(test::Bytes());
+        return std::string(bytes.begin(), bytes.end());
+    }
+    // What is stored after one insertion into a store.
+    std::string afterInsertion(const std::string& name) {
+        handle_ = 0;
+        blob_ = content(name);
+        EXPECT_EQ(0, query("INSERT (ALIAS,CREATOR) VALUE ('disk','vold')"));
+        return result_;
+    }
+};
+
+TEST_F(PlaintextStore, OldFormatIsWrittenInTheNewOneByteForByte) {
+    EXPECT_EQ(content("plaintext_v1_1.db"), afterInsertion("plaintext_v1_0.db"));
+
+    handle_ = 0;
+    blob_ = content("plaintext_v1_1.db");
+    EXPECT_EQ("disk^\n", select("SELECT (ALIAS) WHERE CREATOR=vold AND ALIAS='disk'"));
+}
+
+}  // namespace
