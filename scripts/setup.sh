@@ -13,7 +13,7 @@ packages=(
     libssl-dev android-liblog-dev libplog-dev     # the library
     android-libboringssl-dev                      # the same with a device's libcrypto
     libcli11-dev nlohmann-json3-dev               # the tool
-    libgtest-dev                                  # the tests
+    libgtest-dev python3                          # the tests and their reports
     openssl xxd                                   # the demo
 )
 
