@@ -72,6 +72,7 @@ TEST_F(SigningRequest, EachAnswer) {
         std::string csr;
     } cases[] = {
         {Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
+        {Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
         {Delivery::kWhole, 0, {}, 0, {start}, "before"},
         {Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
         {Delivery::kWhole, -33, {bytes("request")}, -33, {start}, "before"},
@@ -101,20 +102,26 @@ constexpr char kLongPast[] = "990101000000Z";
 constexpr char kFuture[] = "99991231235959Z";
 constexpr char kNearFuture[] = "99981231235959Z";
 
-// Keys are made once: on P-256, from 20 on RSA.
+zelkm::EvpPkeyPtr makeKey(int type) {
+    EVP_PKEY* key = nullptr;
+    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_id(type, nullptr);
+    EVP_PKEY_keygen_init(context);
+    if (type == EVP_PKEY_EC) {
+        EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context, NID_X9_62_prime256v1);
+    } else {
+        EVP_PKEY_CTX_set_rsa_keygen_bits(context, 2048);
+    }
+    EVP_PKEY_keygen(context, &key);
+    EVP_PKEY_CTX_free(context);
+    return zelkm::EvpPkeyPtr(key);
+}
+
+// Keys are made once: 0 to 10 on P-256, 20 and 21 RSA.
 EVP_PKEY* keyOf(int number) {
     static std::map<int, zelkm::EvpPkeyPtr> keys;
     zelkm::EvpPkeyPtr& key = keys[number];
     if (key == nullptr) {
-        const bool rsa = number >= 20;
-        EVP_PKEY* made = nullptr;
-        EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_id(rsa ? EVP_PKEY_RSA : EVP_PKEY_EC, nullptr);
-        EVP_PKEY_keygen_init(context);
-        rsa ? EVP_PKEY_CTX_set_rsa_keygen_bits(context, 2048)
-            : EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context, NID_X9_62_prime256v1);
-        EVP_PKEY_keygen(context, &made);
-        EVP_PKEY_CTX_free(context);
-        key.reset(made);
+        key = makeKey(number < 20 ? EVP_PKEY_EC : EVP_PKEY_RSA);
     }
     return key.get();
 }
@@ -153,11 +160,12 @@ struct Certificate {
 };
 
 // A good chain, leaf first: each is signed by the next one, the last by itself.
-std::vector<Certificate> certificates(int count) {
+std::vector<Certificate> certificates(int count, int first_key = 0) {
     std::vector<Certificate> result;
     for (int i = 0; i < count; ++i) {
         const int next = std::min(i + 1, count - 1);
-        result.push_back({"c" + std::to_string(i), "c" + std::to_string(next), i, next});
+        result.push_back(
+            {"c" + std::to_string(i), "c" + std::to_string(next), first_key + i, first_key + next});
     }
     return result;
 }
@@ -210,6 +218,7 @@ void expectAccepted(const Chain& chain, bool chain_only) {
 
 TEST(AttestationChain, AcceptsAnySelfConsistentChain) {
     expectAccepted(encoded(certificates(3)), true);
+    expectAccepted(encoded(certificates(10)), true);
     std::vector<Certificate> rsa = certificates(3);
     rsa[0].signer = rsa[1].key = rsa[1].signer = rsa[2].key = rsa[2].signer = 20;
     expectAccepted(encoded(rsa), true);
@@ -222,12 +231,16 @@ TEST(AttestationChain, AcceptsAnySelfConsistentChain) {
 }
 
 TEST(AttestationChain, AcceptsCertificatesOutsideTheirValidity) {
-    for (size_t position = 0; position < 3; ++position) {
+    for (size_t position = 0; position < 4; ++position) {
         std::vector<Certificate> expired = certificates(3);
         std::vector<Certificate> early = expired;
-        expired[position].from = kLongPast;
-        expired[position].to = kPast;
-        early[position].from = kNearFuture;
+        for (size_t i = 0; i < 3; ++i) {
+            if (position == i || position == 3) {  // at last all of them
+                expired[i].from = kLongPast;
+                expired[i].to = kPast;
+                early[i].from = kNearFuture;
+            }
+        }
         expectAccepted(encoded(expired), true);
         expectAccepted(encoded(early), true);
     }
@@ -257,21 +270,30 @@ TEST(AttestationChain, RefusesShortChainsInBothModes) {
     const Lines log = {"E object: Invalid attestion chain length"};
     for (const bool chain_only : {true, false}) {
         expectRefused(encoded(path), chain_only, log, false);
+        expectRefused({encoded(path)[1]}, chain_only, log, false);
         expectRefused({}, chain_only, log, false);
     }
+    expectRefused(encoded(withFirst({path[1]})), false, log, false);
 }
 
 TEST(AttestationChain, RefusesWhatIsNotACertificate) {
     const Chain path = encoded(certificates(3));
     const Chain separate = encoded(withFirst(certificates(3)));
-    for (const bool chain_only : {true, false}) {
-        const Chain& good = chain_only ? path : separate;
-        for (size_t i = 0; i < good.size(); ++i) {
-            SCOPED_TRACE(i);
-            const bool is_leaf = i == (chain_only ? 0 : 1);  // there the queue is not printed
-            for (const size_t len : {good[i].size() - 1, size_t{0}}) {
+    const std::function<void(hidl_vec<uint8_t>&)> damages[] = {
+        [](auto& der) { der = bytes("garbage"); },
+        [](auto& der) { der.resize(der.size() - 1); },
+        [](auto& der) { der.resize(20); },
+        [](auto& der) { der = hidl_vec<uint8_t>(); },
+    };
+    for (const auto& damage : damages) {
+        SCOPED_TRACE(&damage - damages);
+        for (const bool chain_only : {true, false}) {
+            const Chain& good = chain_only ? path : separate;
+            for (size_t i = 0; i < good.size(); ++i) {
+                SCOPED_TRACE(i);
                 Chain bad = good;
-                bad[i].resize(len);
+                damage(bad[i]);
+                const bool is_leaf = i == (chain_only ? 0 : 1);  // there the queue is not printed
                 expectRefused(bad, chain_only, {"E object: d2i_X509 error"}, !is_leaf);
             }
         }
@@ -281,6 +303,7 @@ TEST(AttestationChain, RefusesWhatIsNotACertificate) {
 TEST(AttestationChain, SeparateFirstMustBeSignedByThePathsLeaf) {
     std::vector<Certificate> chain = withFirst(certificates(2));
     expectAccepted(encoded(chain), false);
+    expectAccepted(encoded(withFirst(certificates(9))), false);
 
     const Lines log = {"E object: X509_verify error during GAK"};
     chain[0].signer = 1;  // the root's

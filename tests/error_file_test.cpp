@@ -113,8 +113,29 @@ TEST_F(ErrorFile, RepeatsEachLinePerSetUp) {
     EXPECT_EQ((Lines{error(tid(), "(1) :once"), thrice, thrice, thrice}), lines());
 }
 
+TEST_F(ErrorFile, CutsTextsAndRollsOver) {
+    inChild([] {
+        construct();
+        for (int i = 0; i < 40; ++i) {
+            log_to_file('E', nullptr, i, "%s", std::string(i == 0 ? 1022 : 1500, 'x').c_str());
+        }
+        test::writeFile("tid", test::bytes(std::to_string(::getpid())));
+    });
+    const std::string cut = ") :" + std::string(1022, 'x');
+    EXPECT_EQ(error(tid(), "(39" + cut), lines().back());
+    EXPECT_EQ(error(tid(), "(" + std::to_string(40 - lines().size() - 1) + cut),
+              lines("zelko_err.1.txt").back());
+    // A file is closed by the line that takes it beyond 10000 bytes; the oldest of three goes.
+    const auto size = [](const char* name) { return std::filesystem::file_size(name); };
+    EXPECT_GT(size("zelko_err.1.txt"), 10000u);
+    EXPECT_LT(size("zelko_err.1.txt"), 10000u + 1200);
+    EXPECT_EQ(size("zelko_err.1.txt"), size("zelko_err.2.txt"));
+    EXPECT_FALSE(std::filesystem::exists("zelko_err.3.txt"));
+}
+
 TEST(BaseName, IsWhatFollowsTheLastSlash) {
     EXPECT_STREQ("c.cpp", zelkm::baseName("a/b/c.cpp"));
+    EXPECT_STREQ("c.cpp", zelkm::baseName("c.cpp"));
 }
 
 }  // namespace
