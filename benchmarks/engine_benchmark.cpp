@@ -1,0 +1,403 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The store engine without encryption ("plain") and with AES-256-GCM ("gcm"), each operation beside
+// its floor.
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "malloc_buffer.h"
+#include "reference.h"
+#include "registrations.h"
+#include "sample_rows.h"
+#include "support.h"
+#include "velt_secure_db.h"
+
+namespace bench {
+namespace {
+
+using benchmark::State;
+
+constexpr const char* kColumns[SDB_NUM_COLUMNS] = {"ALIAS",    "CREATOR",     "ADMIN",
+                                                   "ACCESSOR", "CREATOR_UID", "PRIV_ACC"};
+constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
+
+std::string quoted(const std::string& value) {
+    return '\x1F' + value + '\x1F';
+}
+
+// Absent values are left out.
+std::string insertText(const Row& row) {
+    std::string columns;
+    std::string values;
+    for (size_t i = 0; i < row.size(); ++i) {
+        if (!row[i].empty()) {
+            const char* separator = columns.empty() ? "" : ",";
+            columns += separator + std::string(kColumns[i]);
+            values += separator + quoted(row[i]);
+        }
+    }
+    return "INSERT (" + columns + ") VALUE (" + values + ")";
+}
+
+std::string deleteText(const Row& row) {
+    return "DELETE WHERE ALIAS=" + quoted(row[0]);
+}
+
+std::string selectAliasText(const Row& row) {
+    return std::string(kSelectAll) + " WHERE ALIAS=" + quoted(row[0]);
+}
+
+struct Result {
+    zelkm::MallocBuffer data;
+    unsigned int len = 0;
+
+    std::string text() const { return {reinterpret_cast<const char*>(data.get()), len}; }
+};
+
+// The engine, of which a process has one, with a sample loaded.
+class Engine {
+  public:
+    Engine(const Sample& sample, bool encrypted) : image_(sample.image) {
+        mergeFreeBlocks();
+        sdb_register_db_encrypt_fp(&cipher_, encrypted ? Cipher::callback : nullptr);
+        load();
+        if (encrypted) {
+            check(query(insertText(sample.extras[0])).len > image_.size(), "first insert");
+            image_ = query(deleteText(sample.extras[0])).text();
+            load();
+        }
+        check(all() == sample.payload, "sample");
+    }
+    ~Engine() {
+        clear();
+        sdb_register_db_encrypt_fp(nullptr, nullptr);
+    }
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // Loads the image, and no more: the text is then refused.
+    void load() {
+        handle_ = 0;
+        const int status =
+            sdb_query("-", 1, reinterpret_cast<const unsigned char*>(image_.data()),
+                      static_cast<unsigned int>(image_.size()), nullptr, nullptr, &handle_);
+        check(status == ZELKM_SYNTAX_ERROR && handle_ != 0, "load");
+    }
+
+    void clear() {
+        handle_ = 0;
+        check(sdb_query(kSelectAll, sizeof(kSelectAll) - 1, nullptr, 0, nullptr, nullptr,
+                        &handle_) == ZELKM_OK,
+              "clear");
+    }
+
+    Result query(const std::string& text) {
+        Result result;
+        unsigned char* data = nullptr;
+        check(sdb_query(text.data(), static_cast<unsigned int>(text.size()), nullptr, 0, &data,
+                        &result.len, &handle_) == ZELKM_OK,
+              text.c_str());
+        result.data.reset(data);
+        return result;
+    }
+
+    std::string all() { return query(kSelectAll).text(); }
+
+  private:
+    Cipher cipher_;
+    std::string image_;
+    uint64_t handle_ = 0;
+};
+
+// The floor of whatever makes a new store image.
+class ImageFloor {
+  public:
+    ImageFloor(const Sample& sample, bool encrypted)
+        : payload_(sample.payload), encrypted_(encrypted), image_(sample.payload.size()) {}
+
+    void run() {
+        std::memcpy(image_.data(), payload_.data(), payload_.size());
+        if (encrypted_) {
+            cipher_.encrypt(image_.data(), image_.size(), image_.data(), iv_, tag_);
+        }
+        benchmark::DoNotOptimize(image_.data());
+        benchmark::ClobberMemory();
+    }
+
+  private:
+    const std::string& payload_;
+    const bool encrypted_;
+    Cipher cipher_;
+    std::vector<uint8_t> image_;
+    uint8_t iv_[SDB_IV_LEN];
+    uint8_t tag_[SDB_TAG_LEN];
+};
+
+// ---- Load ---------------------------------------------------------------------------------------
+
+void load(State& state, bool encrypted) {
+    keepPages();
+    const Sample sample = sampleOf(state);
+    Engine engine(sample, encrypted);
+    timeEach(
+        state,
+        [&] {
+            engine.clear();
+            mergeFreeBlocks();
+        },
+        [&] { engine.load(); }, [] {});
+    check(engine.all() == sample.payload, "loaded rows");
+}
+
+void loadFloor(State& state, bool encrypted) {
+    keepPages();
+    const Sample sample = sampleOf(state);
+    const size_t len = sample.payload.size();
+    Cipher cipher;
+    std::vector<uint8_t> stored(len);
+    uint8_t iv[SDB_IV_LEN];
+    uint8_t tag[SDB_TAG_LEN];
+    cipher.encrypt(bytesOf(sample.payload), len, stored.data(), iv, tag);
+    RowList rows(sample);
+    timeEach(
+        state,
+        [&] {
+            rows.clear();
+            mergeFreeBlocks();
+        },
+        [&] {
+            if (!encrypted) {
+                rows.load(bytesOf(sample.payload));
+                return;
+            }
+            const zelkm::MallocBuffer plain = zelkm::allocateBuffer(len);
+            check(cipher.decrypt(stored.data(), len, plain.get(), iv, tag), "decryption");
+            rows.load(plain.get());
+        },
+        [] {});
+    Texts texts;
+    rows.allRows(&texts);
+    check(texts.size() == sample.rows.size() && texts.back() == encodeRow(sample.rows.back()),
+          "loaded rows");
+}
+
+// ---- Changes ------------------------------------------------------------------------------------
+
+// With `after_delete` the change before the measured one was a delete, and else an insert.
+void insert(State& state, bool encrypted, bool after_delete) {
+    const size_t count = rowsOf(state);
+    const Sample sample(after_delete ? count : count - 1);
+    Engine engine(sample, encrypted);
+    const std::string text = insertText(sample.extras[0]);
+    const std::string undo = deleteText(sample.extras[0]);
+    const std::string text_before = insertText(sample.extras[1]);
+    const std::string undo_before = deleteText(sample.extras[1]);
+    Result result;
+    timeEach(
+        state,
+        [&] {
+            if (!after_delete) {
+                result = engine.query(text_before);
+            }
+        },
+        [&] { result = engine.query(text); },
+        [&] {
+            check(result.len > sample.image.size(), "image");
+            result = engine.query(undo);
+            if (!after_delete) {
+                result = engine.query(undo_before);
+            }
+        });
+    check(engine.all() == sample.payload, "rows");
+}
+
+void insertAfterInsert(State& state, bool encrypted) {
+    insert(state, encrypted, false);
+}
+
+void insertAfterDelete(State& state, bool encrypted) {
+    insert(state, encrypted, true);
+}
+
+void imageFloor(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    ImageFloor image(sample, encrypted);
+    for ([[maybe_unused]] auto _ : state) {
+        image.run();
+    }
+}
+
+// Rows come back at the end of the table; which one goes is scattered over all of them.
+void remove(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    Engine engine(sample, encrypted);
+    uint64_t step = 0;
+    std::string text;
+    std::string undo;
+    Result result;
+    timeEach(
+        state,
+        [&] {
+            const Row& row = sample.rows[sample.pick(step++)];
+            text = deleteText(row);
+            undo = insertText(row);
+        },
+        [&] { result = engine.query(text); },
+        [&] {
+            check(result.len < sample.image.size(), "image");
+            result = engine.query(undo);
+        });
+    check(engine.all().size() == sample.payload.size(), "rows");
+}
+
+void removeFloor(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    ImageFloor image(sample, encrypted);
+    RowList rows(sample);
+    rows.load(bytesOf(sample.payload));
+    uint64_t step = 0;
+    Texts found;
+    for ([[maybe_unused]] auto _ : state) {
+        found.clear();
+        rows.findAlias(sample.rows[sample.pick(step++)][0], &found);
+        image.run();
+    }
+    check(!found.empty(), "row");
+}
+
+// ---- Selects ------------------------------------------------------------------------------------
+
+void selectAlias(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    Engine engine(sample, encrypted);
+    Texts texts;
+    for (uint64_t step = 0; step < kProbes; ++step) {
+        const Row& row = sample.rows[sample.pick(step)];
+        texts.push_back(selectAliasText(row));
+        check(engine.query(texts.back()).text() == encodeRow(row) + kRowEnd + '\0', "selection");
+    }
+    size_t next = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(engine.query(texts[next++ % kProbes]).data.get());
+    }
+}
+
+void selectAliasFloor(State& state, bool /*encrypted*/) {
+    const Sample sample = sampleOf(state);
+    RowList rows(sample);
+    rows.load(bytesOf(sample.payload));
+    Texts aliases;
+    for (uint64_t step = 0; step < kProbes; ++step) {
+        aliases.push_back(sample.rows[sample.pick(step)][0]);
+    }
+    size_t next = 0;
+    Texts found;
+    for ([[maybe_unused]] auto _ : state) {
+        found.clear();
+        rows.findAlias(aliases[next++ % kProbes], &found);
+        benchmark::DoNotOptimize(found.data());
+    }
+    check(!found.empty(), "row");
+}
+
+void selectAccessor(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    Engine engine(sample, encrypted);
+    const std::string text = std::string(kSelectAll) + " WHERE ACCESSOR=" + quoted(kAccessor);
+    RowList rows(sample);
+    rows.load(bytesOf(sample.payload));
+    Texts found;
+    rows.findAccessor(kAccessorNumber, &found);
+    std::string expected;
+    for (const std::string& row : found) {
+        expected += row + kRowEnd;
+    }
+    check(engine.query(text).text() == expected + '\0', "selection");
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(engine.query(text).data.get());
+    }
+}
+
+void selectAccessorFloor(State& state, bool /*encrypted*/) {
+    const Sample sample = sampleOf(state);
+    RowList rows(sample);
+    rows.load(bytesOf(sample.payload));
+    Texts found;
+    for ([[maybe_unused]] auto _ : state) {
+        found.clear();
+        rows.findAccessor(kAccessorNumber, &found);
+        benchmark::DoNotOptimize(found.data());
+    }
+}
+
+void selectAll(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    Engine engine(sample, encrypted);
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(engine.query(kSelectAll).data.get());
+    }
+}
+
+void selectAllFloor(State& state, bool /*encrypted*/) {
+    imageFloor(state, false);
+}
+
+// ---- Export -------------------------------------------------------------------------------------
+
+// An update of no row: its one condition is refused without a look at the rows' values.
+void exportImage(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
+    Engine engine(sample, encrypted);
+    db_parsed_tokens_t none = {};
+    none.count = 1;
+    db_parsed_where_set_t never = {};
+    never.count = 1;
+    never.where[0].op = SDB_OP_LESS;
+    unsigned int len = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        db_bytes_t image = {};
+        check(command_handler[SDB_UPDATE](&none, &none, &never, &image) == ZELKM_OK, "export");
+        len = image.len;
+        const zelkm::MallocBuffer owner(image.data);
+    }
+    check(len == sample.image.size(), "image");
+}
+
+struct Operation {
+    const char* name;
+    Timing timing;
+    void (*run)(State&, bool encrypted);
+    Timing floor_timing;
+    void (*floor)(State&, bool encrypted);
+};
+
+constexpr Operation kOperations[] = {
+    {"load", Timing::kEach, load, Timing::kEach, loadFloor},
+    {"insert", Timing::kEach, insertAfterInsert, Timing::kLoop, imageFloor},
+    {"insert_after_delete", Timing::kEach, insertAfterDelete, Timing::kLoop, imageFloor},
+    {"delete", Timing::kEach, remove, Timing::kLoop, removeFloor},
+    {"select_alias", Timing::kLoop, selectAlias, Timing::kLoop, selectAliasFloor},
+    {"select_accessor", Timing::kLoop, selectAccessor, Timing::kLoop, selectAccessorFloor},
+    {"select_all", Timing::kLoop, selectAll, Timing::kLoop, selectAllFloor},
+    {"export", Timing::kLoop, exportImage, Timing::kLoop, imageFloor},
+};
+
+}  // namespace
+
+void registerEngineBenchmarks() {
+    for (const Operation& operation : kOperations) {
+        for (const bool encrypted : {false, true}) {
+            const std::string subject =
+                std::string("engine_") + operation.name + (encrypted ? ".gcm" : ".plain");
+            add(subject, "ours", operation.timing,
+                [=](State& state) { operation.run(state, encrypted); });
+            add(subject, "floor", operation.floor_timing,
+                [=](State& state) { operation.floor(state, encrypted); });
+        }
+    }
+}
+
+}  // namespace bench

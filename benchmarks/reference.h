@@ -1,0 +1,80 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The floors: the least work that an operation cannot do without, written with nothing around it.
+
+#pragma once
+
+#include <openssl/evp.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sample_rows.h"
+#include "velt_secure_db.h"
+
+namespace bench {
+
+// AES-256-GCM with contexts that are set up once: a call passes a nonce and the data, no more.
+class Cipher {
+  public:
+    Cipher();
+
+    void encrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag);
+    // False when the tag does not match.
+    [[nodiscard]] bool decrypt(const uint8_t* in, size_t len, uint8_t* out, const uint8_t* iv,
+                               const uint8_t* tag);
+
+    // The engine's encryption callback; `ctx` is a Cipher.
+    static int callback(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
+                        unsigned int len, unsigned char* iv, unsigned char* tag, unsigned char* aad,
+                        unsigned int aad_len);
+
+  private:
+    struct Free {
+        void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
+    };
+    using Context = std::unique_ptr<EVP_CIPHER_CTX, Free>;
+
+    Context encrypting_;
+    Context decrypting_;
+    uint64_t next_nonce_ = 1;
+};
+
+// Rows in memory as the engine must keep them: a linked list, each value with a heap block.
+class RowList {
+  public:
+    // `sample` gives the lengths, and must outlive the list.
+    explicit RowList(const Sample& sample);
+    ~RowList() { clear(); }
+    RowList(const RowList&) = delete;
+    RowList& operator=(const RowList&) = delete;
+
+    // Allocates all rows and copies their values out of `payload`. The list must be empty.
+    void load(const uint8_t* payload);
+    void clear();
+
+    // Walk all rows and append one text per matching row: all its columns, "creator::alias", or its
+    // alias.
+    void findAlias(std::string_view alias, Texts* texts) const;
+    void findAccessor(uint32_t accessor, Texts* texts) const;
+    void allRows(Texts* texts) const;
+    void allNames(Texts* texts) const;
+    void allAliases(Texts* texts) const;
+
+  private:
+    std::vector<uint32_t> lengths_;
+    db_row* head_ = nullptr;
+};
+
+// Replaces a file by the system calls that this takes, and no other.
+void replaceFileBare(const std::string& path, const void* data, size_t len, bool flush);
+
+// Reads a file into `data`, whose size is the file's.
+void readFileBare(const std::string& path, std::vector<uint8_t>* data);
+
+}  // namespace bench
