@@ -132,7 +132,7 @@ def measure(options, bench, before, subjects, sizes, heaps):
             progress(f"round {turn + 1} of {options.rounds}: {done} of {len(todo)}, {subject}")
             # A flush takes milliseconds.
             min_time = options.min_time * (4 if subject.endswith(".flushed") else 1)
-            for side in subjects[subject]:
+            for side in subjects[subject][::-1 if turn % 2 else 1]:  # no side is always the first
                 figures.add((subject, side, rows, heap),
                             bench.time(subject, side, rows, heap, min_time))
                 if before and side.startswith("ours") and (subject, side, rows) in before.names:
