@@ -3,9 +3,9 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Builds for AArch64 and runs all tests under qemu-user; lets the two architectures read each
-# other's files; prints the library's size. Installs the cross compiler and the emulator, and unpacks
-# Debian's arm64 packages into build/aarch64-root: the host's own packages and its architectures
-# stay as they are. Debian 12 or later.
+# other's files; prints the library's size. Installs the cross compiler and the emulator, and
+# unpacks Debian's arm64 packages into build/aarch64-root: the host's own packages and its
+# architectures stay as they are. Debian 12 or later.
 
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -71,30 +71,34 @@ build() {  # PRESET [TARGET...]
 }
 
 tool() {  # ARCHITECTURE ARGUMENTS...
-    case $1 in
-        x86_64) build/release/tools/zelkm "${@:2}" ;;
-        aarch64) qemu-aarch64 -L "$root" build/aarch64/tools/zelkm "${@:2}" ;;
-    esac 2>/dev/null
+    local program=(build/release/tools/zelkm)
+    if [[ $1 == aarch64 ]]; then
+        program=(qemu-aarch64 -L "$root" build/aarch64/tools/zelkm)
+    fi
+    if ! "${program[@]}" "${@:2}" 2>build/aarch64/exchange/log; then
+        cat build/aarch64/exchange/log >&2
+        return 1
+    fi
 }
 
 # A store made by one architecture is read, changed and left in order by the other.
 exchange() {  # WRITER READER
     local store=build/aarch64/exchange/$1
-    rm -rf "$store"
+    rm -rf build/aarch64/exchange
     mkdir -p "$store"
-    tool "$1" --dir "$store" add --alias payment --creator wallet --accessor '[10000..19999]'
-    tool "$1" --dir "$store" add --alias door --creator home --admin 1000,1001
+    tool "$1" --dir "$store" add --alias payment --creator wallet --accessor '[1..9]' >/dev/null
+    tool "$1" --dir "$store" add --alias door --creator home --admin 1000,1001 >/dev/null
     cp -r "$store" "$store.written"
     tool "$1" --dir "$store" list --json >"$store.rows"
     tool "$2" --dir "$store" list --json | diff "$store.rows" -
     diff -r "$store.written" "$store"  # reading changes no byte
 
-    tool "$2" --dir "$store" remove --where ALIAS=door
+    tool "$2" --dir "$store" remove --where ALIAS=door >/dev/null
     cmp "$store.written/secure_objects.db" "$store/secure_objects.db.bak"
     [[ $(tool "$1" --dir "$store" aliases) == wallet::payment ]]
-    tool "$2" --patch-level 203012 --dir "$store" aliases  # upgrades the key
+    tool "$2" --patch-level 203012 --dir "$store" aliases >/dev/null  # upgrades the key
     [[ $(tool "$1" --patch-level 203012 --dir "$store" aliases) == wallet::payment ]]
-    rm -r "$store" "$store.written" "$store.rows"
+    rm -r build/aarch64/exchange
     echo "$2 reads what $1 wrote"
 }
 
