@@ -51,7 +51,7 @@ cd build/demo
 unset ANDROID_LOG_TAGS
 
 say "Three objects: who made the key, who administers it, who may use it"
-zelkm --dir store aliases 2>&1 >/dev/null  # what it says about its keymaster
+{ zelkm --dir store aliases >/dev/null; } 2>&1  # what it says about its keymaster
 run "zelkm --dir store add --alias payment --creator wallet --accessor '1000,[10000..19999]'"
 run "zelkm --dir store add --alias door --creator home --admin 1000 --accessor 'app_*'"
 run "zelkm --dir store add --alias disk --creator vold --privileged"
