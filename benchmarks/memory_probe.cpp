@@ -88,7 +88,7 @@ struct BlockCost {
 void probe(size_t rows) {
     { const ObjectStore warm(Sample(1), kSmallUpdate); }  // code and libraries become resident
     writeStore(rows);
-    soft_keymaster::SoftKeymaster keymaster(keymasterOptions(kSmallUpdate));
+    BareKeymaster keymaster(kSmallUpdate);
     const Sample one(1);
     SODOperationParam find = aliasParam(one.rows[0]);
     SODOperationParam row = rowParam(one.extras[0]);

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "db_store_format.h"
-#include "keymaster_params.h"
 #include "object_store.h"
 #include "reference.h"
 #include "registrations.h"
@@ -22,75 +21,11 @@
 namespace bench {
 namespace {
 
-using android::hardware::keymaster::V4_0::ErrorCode;
-using android::hardware::keymaster::V4_0::HardwareAuthToken;
-using android::hardware::keymaster::V4_0::KeyPurpose;
-using android::hardware::keymaster::V4_0::VerificationToken;
 using benchmark::State;
 
 constexpr size_t kSmallUpdate = 4096;
 constexpr char kFloorFile[] = "floor.db";
 constexpr char kPeerFile[] = "peer.db";
-
-// Encrypts a payload in place, with nothing but the keymaster's three calls and a copy of what it
-// answers.
-class KeymasterCipher {
-  public:
-    explicit KeymasterCipher(soft_keymaster::SoftKeymaster& keymaster) : keymaster_(keymaster) {
-        check(keymaster_
-                  .generateKey(zelkm::dbKeyParameters(),
-                               [&](ErrorCode error, const zelkm::HidlBytes& blob,
-                                   const auto& /*characteristics*/) {
-                                   check(error == ErrorCode::OK, "generateKey");
-                                   key_ = blob;
-                               })
-                  .isOk(),
-              "generateKey");
-    }
-
-    void encrypt(uint8_t* data, size_t len, uint8_t* iv, uint8_t* tag) {
-        const uint8_t* aad = reinterpret_cast<const uint8_t*>(zelkm::kMagic);
-        uint64_t operation = 0;
-        check(keymaster_
-                  .begin(KeyPurpose::ENCRYPT, key_, zelkm::gcmBeginParameters(nullptr),
-                         HardwareAuthToken(),
-                         [&](ErrorCode error, const zelkm::HidlParams& out, uint64_t handle) {
-                             check(error == ErrorCode::OK, "begin");
-                             std::memcpy(iv, out[0].blob.data(), SDB_IV_LEN);
-                             operation = handle;
-                         })
-                  .isOk(),
-              "begin");
-        zelkm::HidlParams params = zelkm::associatedDataParameters(aad, SDB_AAD_LEN);
-        for (size_t done = 0; done < len; params = {}) {
-            check(keymaster_
-                      .update(operation, params, zelkm::viewOf(data + done, len - done),
-                              HardwareAuthToken(), VerificationToken(),
-                              [&](ErrorCode error, uint32_t consumed, const auto& /*params*/,
-                                  const zelkm::HidlBytes& output) {
-                                  check(error == ErrorCode::OK && consumed == output.size(),
-                                        "update");
-                                  std::memcpy(data + done, output.data(), output.size());
-                                  done += consumed;
-                              })
-                      .isOk(),
-                  "update");
-        }
-        check(keymaster_
-                  .finish(
-                      operation, {}, {}, {}, HardwareAuthToken(), VerificationToken(),
-                      [&](ErrorCode error, const auto& /*params*/, const zelkm::HidlBytes& output) {
-                          check(error == ErrorCode::OK, "finish");
-                          std::memcpy(tag, output.data(), SDB_TAG_LEN);
-                      })
-                  .isOk(),
-              "finish");
-    }
-
-  private:
-    soft_keymaster::SoftKeymaster& keymaster_;
-    zelkm::HidlBytes key_;
-};
 
 // ---- SodInsert and SodDelete --------------------------------------------------------------------
 
@@ -123,32 +58,18 @@ void insert(State& state, Change change, bool after_delete) {
     check(store.all() == expectedTexts(sample), "rows");
 }
 
-template <typename Encrypt>
-void changeFloor(State& state, bool flush, Encrypt encrypt) {
+void changeFloor(State& state, bool flush) {
     const Sample sample = sampleOf(state);
+    Cipher cipher;
     std::vector<uint8_t> image(sample.image.size());
     for ([[maybe_unused]] auto _ : state) {
         std::memcpy(image.data(), sample.image.data(), image.size());
-        encrypt(image.data() + zelkm::kHeaderLen, image.size() - zelkm::kHeaderLen,
-                image.data() + zelkm::kIvOffset, image.data() + zelkm::kTagOffset);
+        uint8_t* payload = image.data() + zelkm::kHeaderLen;
+        cipher.encrypt(payload, image.size() - zelkm::kHeaderLen, payload,
+                       image.data() + zelkm::kIvOffset, image.data() + zelkm::kTagOffset);
         replaceFileBare(kFloorFile, image.data(), image.size(), flush);
     }
     check(std::filesystem::file_size(kFloorFile) == image.size(), "file");
-}
-
-void cipherFloor(State& state, bool flush) {
-    Cipher cipher;
-    changeFloor(state, flush, [&](uint8_t* data, size_t len, uint8_t* iv, uint8_t* tag) {
-        cipher.encrypt(data, len, data, iv, tag);
-    });
-}
-
-void keymasterFloor(State& state, size_t max_update_bytes) {
-    ObjectStore store(Sample(1), max_update_bytes);
-    KeymasterCipher cipher(store.keymaster());
-    changeFloor(state, false, [&](uint8_t* data, size_t len, uint8_t* iv, uint8_t* tag) {
-        cipher.encrypt(data, len, iv, tag);
-    });
 }
 
 void insertPeer(State& state) {
@@ -487,18 +408,15 @@ void convertFloor(State& state, bool decrypt) {
 
 void addInsert(const char* subject, Change change, bool after_delete) {
     add(subject, "ours", Timing::kEach, [=](State& state) { insert(state, change, after_delete); });
-    add(subject, "floor", Timing::kLoop, [=](State& state) { cipherFloor(state, change.flush); });
+    add(subject, "floor", Timing::kLoop, [=](State& state) { changeFloor(state, change.flush); });
     if (change.flush) {
         add(subject, "sqlcipher", Timing::kEach, insertPeer);
-    } else {
-        add(subject, "floor_keymaster", Timing::kLoop,
-            [=](State& state) { keymasterFloor(state, change.max_update_bytes); });
     }
 }
 
 void addRemove(const char* subject, Change change) {
     add(subject, "ours", Timing::kEach, [=](State& state) { remove(state, change); });
-    add(subject, "floor", Timing::kLoop, [=](State& state) { cipherFloor(state, change.flush); });
+    add(subject, "floor", Timing::kLoop, [=](State& state) { changeFloor(state, change.flush); });
     if (change.flush) {
         add(subject, "sqlcipher", Timing::kEach, removePeer);
     }

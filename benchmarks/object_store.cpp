@@ -41,13 +41,6 @@ SODOperationParam& readAllColumns(SODOperationParam& param) {
     return param.addCreatorUidToOutput().addPrivilegedAccessToOutput();
 }
 
-soft_keymaster::SoftKeymaster::Options keymasterOptions(size_t max_update_bytes) {
-    soft_keymaster::SoftKeymaster::Options options;
-    options.root_key_path = "root_key";
-    options.max_update_bytes = max_update_bytes;
-    return options;
-}
-
 void dropTable() {
     constexpr char kAnyCommand[] = "SELECT (ALIAS)";
     uint64_t handle = 0;
@@ -65,7 +58,7 @@ FlushSwitch::~FlushSwitch() {
 }
 
 ObjectStore::ObjectStore(const Sample& sample, size_t max_update_bytes)
-    : keymaster_(keymasterOptions(max_update_bytes)) {
+    : keymaster_(max_update_bytes) {
     mergeFreeBlocks();
     const FlushSwitch unflushed(false);
     std::filesystem::remove(std::string(kStoreFile) + ".bak");

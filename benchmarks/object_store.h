@@ -5,13 +5,12 @@
 
 #pragma once
 
-#include <soft_keymaster/soft_keymaster.h>
-
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "bare_keymaster.h"
 #include "sample_rows.h"
 #include "zelkeymaster_operation.h"
 
@@ -23,10 +22,6 @@ inline constexpr char kStoreFile[] = "secure_objects.db";
 SODOperationParam rowParam(const Row& row);
 SODOperationParam aliasParam(const Row& row);
 SODOperationParam& readAllColumns(SODOperationParam& param);
-
-// `max_update_bytes` is what one update takes at most, 0 for all. Root keys lie in the working
-// directory.
-soft_keymaster::SoftKeymaster::Options keymasterOptions(size_t max_update_bytes);
 
 // Forgets the engine's table, so that the next query of any object loads its image.
 void dropTable();
@@ -51,7 +46,7 @@ class ObjectStore {
     ObjectStore(const ObjectStore&) = delete;
     ObjectStore& operator=(const ObjectStore&) = delete;
 
-    soft_keymaster::SoftKeymaster& keymaster() { return keymaster_; }
+    BareKeymaster& keymaster() { return keymaster_; }
     ZelKeymasterOperation& object() { return *object_; }
 
     // What SodSelect() answers for all rows and columns.
@@ -59,7 +54,7 @@ class ObjectStore {
     static Texts all(ZelKeymasterOperation& object);
 
   private:
-    soft_keymaster::SoftKeymaster keymaster_;
+    BareKeymaster keymaster_;
     std::optional<ZelKeymasterOperation> object_;
 };
 

@@ -54,30 +54,62 @@ void append(const db_row& row, std::string* text) {
 
 Cipher::Cipher() : encrypting_(newContext(1)), decrypting_(newContext(0)) {}
 
-void Cipher::encrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag) {
-    EVP_CIPHER_CTX* context = encrypting_.get();
+void Cipher::beginEncryption(uint8_t* iv) {
     std::memset(iv, 0, SDB_IV_LEN);
     std::memcpy(iv, &next_nonce_, sizeof(next_nonce_));
     ++next_nonce_;
     int done = 0;
-    check(EVP_EncryptInit_ex(context, nullptr, nullptr, nullptr, iv) == 1 &&
-              EVP_EncryptUpdate(context, nullptr, &done, kAad, SDB_AAD_LEN) == 1 &&
-              EVP_EncryptUpdate(context, out, &done, in, static_cast<int>(len)) == 1 &&
-              EVP_EncryptFinal_ex(context, out + done, &done) == 1 &&
-              EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_GET_TAG, SDB_TAG_LEN, tag) == 1,
+    check(EVP_EncryptInit_ex(encrypting_.get(), nullptr, nullptr, nullptr, iv) == 1 &&
+              EVP_EncryptUpdate(encrypting_.get(), nullptr, &done, kAad, SDB_AAD_LEN) == 1,
           "encryption");
+}
+
+void Cipher::encrypt(const uint8_t* in, size_t len, uint8_t* out) {
+    int done = 0;
+    check(EVP_EncryptUpdate(encrypting_.get(), out, &done, in, static_cast<int>(len)) == 1,
+          "encryption");
+}
+
+void Cipher::endEncryption(uint8_t* tag) {
+    uint8_t rest[SDB_TAG_LEN];
+    int done = 0;
+    check(EVP_EncryptFinal_ex(encrypting_.get(), rest, &done) == 1 &&
+              EVP_CIPHER_CTX_ctrl(encrypting_.get(), EVP_CTRL_GCM_GET_TAG, SDB_TAG_LEN, tag) == 1,
+          "encryption");
+}
+
+void Cipher::beginDecryption(const uint8_t* iv) {
+    int done = 0;
+    check(EVP_DecryptInit_ex(decrypting_.get(), nullptr, nullptr, nullptr, iv) == 1 &&
+              EVP_DecryptUpdate(decrypting_.get(), nullptr, &done, kAad, SDB_AAD_LEN) == 1,
+          "decryption");
+}
+
+void Cipher::decrypt(const uint8_t* in, size_t len, uint8_t* out) {
+    int done = 0;
+    check(EVP_DecryptUpdate(decrypting_.get(), out, &done, in, static_cast<int>(len)) == 1,
+          "decryption");
+}
+
+bool Cipher::endDecryption(const uint8_t* tag) {
+    uint8_t rest[SDB_TAG_LEN];
+    int done = 0;
+    return EVP_CIPHER_CTX_ctrl(decrypting_.get(), EVP_CTRL_GCM_SET_TAG, SDB_TAG_LEN,
+                               const_cast<uint8_t*>(tag)) == 1 &&
+           EVP_DecryptFinal_ex(decrypting_.get(), rest, &done) == 1;
+}
+
+void Cipher::encrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag) {
+    beginEncryption(iv);
+    encrypt(in, len, out);
+    endEncryption(tag);
 }
 
 bool Cipher::decrypt(const uint8_t* in, size_t len, uint8_t* out, const uint8_t* iv,
                      const uint8_t* tag) {
-    EVP_CIPHER_CTX* context = decrypting_.get();
-    int done = 0;
-    return EVP_DecryptInit_ex(context, nullptr, nullptr, nullptr, iv) == 1 &&
-           EVP_DecryptUpdate(context, nullptr, &done, kAad, SDB_AAD_LEN) == 1 &&
-           EVP_DecryptUpdate(context, out, &done, in, static_cast<int>(len)) == 1 &&
-           EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_TAG, SDB_TAG_LEN,
-                               const_cast<uint8_t*>(tag)) == 1 &&
-           EVP_DecryptFinal_ex(context, out + done, &done) == 1;
+    beginDecryption(iv);
+    decrypt(in, len, out);
+    return endDecryption(tag);
 }
 
 int Cipher::callback(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,

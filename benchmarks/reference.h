@@ -24,6 +24,16 @@ class Cipher {
   public:
     Cipher();
 
+    // In pieces: a nonce of the cipher's own or the given one, the data, the tag.
+    void beginEncryption(uint8_t* iv);
+    void encrypt(const uint8_t* in, size_t len, uint8_t* out);
+    void endEncryption(uint8_t* tag);
+    void beginDecryption(const uint8_t* iv);
+    void decrypt(const uint8_t* in, size_t len, uint8_t* out);
+    // False when the tag does not match.
+    [[nodiscard]] bool endDecryption(const uint8_t* tag);
+
+    // At once.
     void encrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag);
     // False when the tag does not match.
     [[nodiscard]] bool decrypt(const uint8_t* in, size_t len, uint8_t* out, const uint8_t* iv,

@@ -8,7 +8,7 @@
 #   scripts/bench.sh [--quick] [--before REV] [further arguments of benchmarks/run.py]
 #
 #   --quick        a smoke run of less than a minute, whose figures mean nothing
-#   --before REV   measure the library of another revision beside this one, in the same run
+#   --before REV   measure another revision, with its own benchmarks, beside this one in the same run
 
 set -euo pipefail
 cd "$(dirname "$0")/.."

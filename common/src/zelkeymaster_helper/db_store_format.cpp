@@ -37,7 +37,7 @@ DecodeResult decodeRow(Reader* in, uint8_t separator, db_row* row) {
         const size_t rest = static_cast<size_t>(in->end - in->at);
         const void* found = rest != 0 ? std::memchr(in->at, separator, rest) : nullptr;
         const uint8_t* value_end = found != nullptr ? static_cast<const uint8_t*>(found) : in->end;
-        if (!setValue(row, i, in->at, static_cast<uint32_t>(value_end - in->at))) {
+        if (!copyValue(in->at, static_cast<uint32_t>(value_end - in->at), &row->col[i])) {
             return {DecodeError::kValueAllocation, 0};
         }
         in->at = found != nullptr ? value_end + 1 : in->end;

@@ -35,6 +35,9 @@ db_row* newRow();
 // Releases a row and its values. Null is allowed.
 void free_row(db_row* row);
 
+// Makes an absent value a copy of the bytes. False when out of memory: it is then still absent.
+[[nodiscard]] bool copyValue(const uint8_t* data, uint32_t len, db_column_value_t* value);
+
 // Puts a copy of the bytes in place of the column's value. False when out of memory: the column is
 // then absent.
 [[nodiscard]] bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len);

@@ -1,0 +1,101 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A keymaster that does what cannot be avoided. See bare_keymaster.h.
+
+#include "bare_keymaster.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "keymaster_params.h"
+#include "velt_secure_db.h"
+
+namespace bench {
+namespace {
+
+using android::hardware::Void;
+using soft_keymaster::ErrorCode;
+using soft_keymaster::Tag;
+
+constexpr uint64_t kHandle = 1;
+
+soft_keymaster::SoftKeymaster::Options optionsOf() {
+    soft_keymaster::SoftKeymaster::Options options;
+    options.root_key_path = "root_key";
+    return options;
+}
+
+}  // namespace
+
+BareKeymaster::BareKeymaster(size_t max_update_bytes)
+    : SoftKeymaster(optionsOf()),
+      max_update_bytes_(max_update_bytes != 0 ? max_update_bytes : SIZE_MAX) {
+    held_.reserve(2 * SDB_TAG_LEN);
+}
+
+Return<void> BareKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& /*key_blob*/,
+                                  const hidl_vec<KeyParameter>& in_params,
+                                  const HardwareAuthToken& /*auth_token*/, begin_cb cb) {
+    decrypting_ = purpose == KeyPurpose::DECRYPT;
+    held_.clear();
+    if (decrypting_) {
+        cipher_.beginDecryption(zelkm::findParameter(in_params, Tag::NONCE)->blob.data());
+        cb(ErrorCode::OK, {}, kHandle);
+        return Void();
+    }
+    uint8_t iv[SDB_IV_LEN];
+    cipher_.beginEncryption(iv);
+    KeyParameter nonce;
+    nonce.tag = Tag::NONCE;
+    nonce.blob = zelkm::viewOf(iv, sizeof(iv));
+    hidl_vec<KeyParameter> out_params;
+    out_params.setToExternal(&nonce, 1);
+    cb(ErrorCode::OK, out_params, kHandle);
+    return Void();
+}
+
+Return<void> BareKeymaster::update(uint64_t /*handle*/, const hidl_vec<KeyParameter>& /*in_params*/,
+                                   const hidl_vec<uint8_t>& input,
+                                   const HardwareAuthToken& /*auth_token*/,
+                                   const VerificationToken& /*verification_token*/, update_cb cb) {
+    const size_t len = std::min(input.size(), max_update_bytes_);
+    size_t leaving = len;
+    if (decrypting_) {
+        const size_t total = held_.size() + len;
+        leaving = total - std::min<size_t>(total, SDB_TAG_LEN);
+    }
+    if (output_.size() < leaving) {
+        output_.resize(leaving);
+    }
+    if (decrypting_) {
+        const size_t from_held = std::min(leaving, held_.size());
+        const size_t from_input = leaving - from_held;
+        cipher_.decrypt(held_.data(), from_held, output_.data());
+        cipher_.decrypt(input.data(), from_input, output_.data() + from_held);
+        held_.erase(held_.begin(), held_.begin() + static_cast<ptrdiff_t>(from_held));
+        held_.insert(held_.end(), input.data() + from_input, input.data() + len);
+    } else {
+        cipher_.encrypt(input.data(), len, output_.data());
+    }
+    cb(ErrorCode::OK, static_cast<uint32_t>(len), {}, zelkm::viewOf(output_.data(), leaving));
+    return Void();
+}
+
+Return<void> BareKeymaster::finish(uint64_t /*handle*/, const hidl_vec<KeyParameter>& /*in_params*/,
+                                   const hidl_vec<uint8_t>& /*input*/,
+                                   const hidl_vec<uint8_t>& /*signature*/,
+                                   const HardwareAuthToken& /*auth_token*/,
+                                   const VerificationToken& /*verification_token*/, finish_cb cb) {
+    if (decrypting_) {
+        const bool good = held_.size() == SDB_TAG_LEN && cipher_.endDecryption(held_.data());
+        cb(good ? ErrorCode::OK : ErrorCode::VERIFICATION_FAILED, {}, {});
+        return Void();
+    }
+    uint8_t tag[SDB_TAG_LEN];
+    cipher_.endEncryption(tag);
+    cb(ErrorCode::OK, {}, zelkm::viewOf(tag, sizeof(tag)));
+    return Void();
+}
+
+}  // namespace bench
