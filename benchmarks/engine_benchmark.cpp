@@ -65,8 +65,8 @@ class Engine {
         sdb_register_db_encrypt_fp(&cipher_, encrypted ? Cipher::callback : nullptr);
         load();
         if (encrypted) {
-            check(query(insertText(sample.extras[0])).len > image_.size(), "first insert");
-            image_ = query(deleteText(sample.extras[0])).text();
+            check(query(insertText(sample.extra)).len > image_.size(), "first insert");
+            image_ = query(deleteText(sample.extra)).text();
             load();
         }
         check(all() == sample.payload, "sample");
@@ -186,40 +186,19 @@ void loadFloor(State& state, bool encrypted) {
 
 // ---- Changes ------------------------------------------------------------------------------------
 
-// With `after_delete` the change before the measured one was a delete, and else an insert.
-void insert(State& state, bool encrypted, bool after_delete) {
-    const size_t count = rowsOf(state);
-    const Sample sample(after_delete ? count : count - 1);
+void insert(State& state, bool encrypted) {
+    const Sample sample = sampleOf(state);
     Engine engine(sample, encrypted);
-    const std::string text = insertText(sample.extras[0]);
-    const std::string undo = deleteText(sample.extras[0]);
-    const std::string text_before = insertText(sample.extras[1]);
-    const std::string undo_before = deleteText(sample.extras[1]);
+    const std::string text = insertText(sample.extra);
+    const std::string undo = deleteText(sample.extra);
     Result result;
     timeEach(
-        state,
-        [&] {
-            if (!after_delete) {
-                result = engine.query(text_before);
-            }
-        },
-        [&] { result = engine.query(text); },
+        state, [] {}, [&] { result = engine.query(text); },
         [&] {
             check(result.len > sample.image.size(), "image");
             result = engine.query(undo);
-            if (!after_delete) {
-                result = engine.query(undo_before);
-            }
         });
     check(engine.all() == sample.payload, "rows");
-}
-
-void insertAfterInsert(State& state, bool encrypted) {
-    insert(state, encrypted, false);
-}
-
-void insertAfterDelete(State& state, bool encrypted) {
-    insert(state, encrypted, true);
 }
 
 void imageFloor(State& state, bool encrypted) {
@@ -376,8 +355,7 @@ struct Operation {
 
 constexpr Operation kOperations[] = {
     {"load", Timing::kEach, load, Timing::kEach, loadFloor},
-    {"insert", Timing::kEach, insertAfterInsert, Timing::kLoop, imageFloor},
-    {"insert_after_delete", Timing::kEach, insertAfterDelete, Timing::kLoop, imageFloor},
+    {"insert", Timing::kEach, insert, Timing::kLoop, imageFloor},
     {"delete", Timing::kEach, remove, Timing::kLoop, removeFloor},
     {"select_alias", Timing::kLoop, selectAlias, Timing::kLoop, selectAliasFloor},
     {"select_accessor", Timing::kLoop, selectAccessor, Timing::kLoop, selectAccessorFloor},

@@ -91,7 +91,7 @@ void probe(size_t rows) {
     BareKeymaster keymaster(kSmallUpdate);
     const Sample one(1);
     SODOperationParam find = aliasParam(one.rows[0]);
-    SODOperationParam row = rowParam(one.extras[0]);
+    SODOperationParam row = rowParam(one.extra);
     const FlushSwitch unflushed(false);
     Texts texts;
 

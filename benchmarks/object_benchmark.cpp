@@ -34,26 +34,17 @@ struct Change {
     size_t max_update_bytes;
 };
 
-// With `after_delete` the change before the measured one was a delete, and else an insert.
-void insert(State& state, Change change, bool after_delete) {
-    const size_t count = rowsOf(state);
-    const Sample sample(after_delete ? count : count - 1);
+void insert(State& state, Change change) {
+    const Sample sample = sampleOf(state);
     ObjectStore store(sample, change.max_update_bytes);
     const FlushSwitch flushing(change.flush);
-    SODOperationParam row = rowParam(sample.extras[0]);
-    SODOperationParam alias = aliasParam(sample.extras[0]);
-    SODOperationParam row_before = rowParam(sample.extras[1]);
-    SODOperationParam alias_before = aliasParam(sample.extras[1]);
+    SODOperationParam row = rowParam(sample.extra);
+    SODOperationParam alias = aliasParam(sample.extra);
     timeEach(
-        state,
-        [&] {
-            check(after_delete || store.object().SodInsert(row_before) == ZELKM_OK, "SodInsert");
-        },
-        [&] { check(store.object().SodInsert(row) == ZELKM_OK, "SodInsert"); },
+        state, [] {}, [&] { check(store.object().SodInsert(row) == ZELKM_OK, "SodInsert"); },
         [&] {
             check(std::filesystem::file_size(kStoreFile) > sample.image.size(), "store file");
             check(store.object().SodDelete(alias) == ZELKM_OK, "SodDelete");
-            check(after_delete || store.object().SodDelete(alias_before) == ZELKM_OK, "SodDelete");
         });
     check(store.all() == expectedTexts(sample), "rows");
 }
@@ -77,8 +68,7 @@ void insertPeer(State& state) {
     SqlcipherStore::create(kPeerFile, sample.rows);
     SqlcipherStore peer(kPeerFile);
     timeEach(
-        state, [] {}, [&] { peer.insert(sample.extras[0]); },
-        [&] { peer.remove(sample.extras[0][0]); });
+        state, [] {}, [&] { peer.insert(sample.extra); }, [&] { peer.remove(sample.extra[0]); });
     check(peer.count() == sample.rows.size(), "rows");
 }
 
@@ -406,19 +396,12 @@ void convertFloor(State& state, bool decrypt) {
     });
 }
 
-void addInsert(const char* subject, Change change, bool after_delete) {
-    add(subject, "ours", Timing::kEach, [=](State& state) { insert(state, change, after_delete); });
+void addChange(const char* subject, Change change, void (*run)(State&, Change),
+               void (*peer)(State&)) {
+    add(subject, "ours", Timing::kEach, [=](State& state) { run(state, change); });
     add(subject, "floor", Timing::kLoop, [=](State& state) { changeFloor(state, change.flush); });
     if (change.flush) {
-        add(subject, "sqlcipher", Timing::kEach, insertPeer);
-    }
-}
-
-void addRemove(const char* subject, Change change) {
-    add(subject, "ours", Timing::kEach, [=](State& state) { remove(state, change); });
-    add(subject, "floor", Timing::kLoop, [=](State& state) { changeFloor(state, change.flush); });
-    if (change.flush) {
-        add(subject, "sqlcipher", Timing::kEach, removePeer);
+        add(subject, "sqlcipher", Timing::kEach, peer);
     }
 }
 
@@ -430,13 +413,12 @@ void addWalk(const char* subject, void (*run)(State&), void (RowList::*walk)(Tex
 }  // namespace
 
 void registerObjectBenchmarks() {
-    addInsert("SodInsert.unflushed", {false, 0}, false);
-    addInsert("SodInsert.unflushed_after_delete", {false, 0}, true);
-    addInsert("SodInsert.unflushed_4KiB", {false, kSmallUpdate}, false);
-    addInsert("SodInsert.flushed", {true, 0}, false);
-    addRemove("SodDelete.unflushed", {false, 0});
-    addRemove("SodDelete.unflushed_4KiB", {false, kSmallUpdate});
-    addRemove("SodDelete.flushed", {true, 0});
+    addChange("SodInsert.unflushed", {false, 0}, insert, insertPeer);
+    addChange("SodInsert.unflushed_4KiB", {false, kSmallUpdate}, insert, insertPeer);
+    addChange("SodInsert.flushed", {true, 0}, insert, insertPeer);
+    addChange("SodDelete.unflushed", {false, 0}, remove, removePeer);
+    addChange("SodDelete.unflushed_4KiB", {false, kSmallUpdate}, remove, removePeer);
+    addChange("SodDelete.flushed", {true, 0}, remove, removePeer);
 
     add("SodSelect_alias", "ours", Timing::kLoop, selectAlias);
     add("SodSelect_alias", "floor", Timing::kLoop, selectAliasFloor);

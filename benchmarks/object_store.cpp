@@ -67,8 +67,8 @@ ObjectStore::ObjectStore(const Sample& sample, size_t max_update_bytes)
     object_.emplace(&keymaster_, true);
 
     // The first changes encrypt it.
-    SODOperationParam row = rowParam(sample.extras[0]);
-    SODOperationParam alias = aliasParam(sample.extras[0]);
+    SODOperationParam row = rowParam(sample.extra);
+    SODOperationParam alias = aliasParam(sample.extra);
     check(object_->SodInsert(row) == ZELKM_OK && object_->SodDelete(alias) == ZELKM_OK,
           "encrypt the store");
     check(std::filesystem::file_size(kStoreFile) == sample.image.size(), "store file");

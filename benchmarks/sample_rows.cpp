@@ -63,9 +63,8 @@ std::string encodeRow(const Row& row) {
     return text;
 }
 
-Sample::Sample(size_t count) : rows(makeRows(count + 2)) {
-    extras = {rows[count], rows[count + 1]};
-    rows.resize(count);
+Sample::Sample(size_t count) : rows(makeRows(count + 1)), extra(rows.back()) {
+    rows.pop_back();
     for (const Row& row : rows) {
         payload += encodeRow(row) + kRowEnd;
     }

@@ -39,9 +39,9 @@ struct Sample {
     explicit Sample(size_t count);
 
     std::vector<Row> rows;
-    std::array<Row, 2> extras;  // rows that are not in the store
-    std::string payload;        // all rows' texts and the final NUL
-    std::string image;          // a store blob with the payload in plain text
+    Row extra;            // a row that is not in the store
+    std::string payload;  // all rows' texts and the final NUL
+    std::string image;    // a store blob with the payload in plain text
 
     // The index of a row; fixed for each `step`, and without a pattern from one to the next.
     size_t pick(uint64_t step) const;

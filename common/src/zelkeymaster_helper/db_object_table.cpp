@@ -65,14 +65,23 @@ void ObjectTable::remove(const RowList& rows) {
     db_row** link = &table_.head;
     table_.tail = nullptr;
     size_t removed = 0;
+    size_t text_at = 0;
+    size_t text_kept = 0;
     for (size_t i = 0; *link != nullptr; ++i) {
         db_row* row = *link;
+        const size_t text_len = has_text_ ? encodedLen(*row, kAllColumns) : 0;
         if (removed < rows.size() && row == rows[removed]) {
+            text_at += text_len;
             *link = row->next;
             free_row(row);
             ++removed;
             continue;
         }
+        if (text_kept != text_at) {
+            std::memmove(text_.data() + text_kept, text_.data() + text_at, text_len);
+        }
+        text_kept += text_len;
+        text_at += text_len;
         if (indexed_) {
             alias_hashes_[i - removed] = alias_hashes_[i];
             indexed_rows_[i - removed] = row;
@@ -85,7 +94,7 @@ void ObjectTable::remove(const RowList& rows) {
         alias_hashes_.resize(table_.count);
         indexed_rows_.resize(table_.count);
     }
-    dropText();
+    text_.resize(text_kept);
 }
 
 void ObjectTable::rowsChanged() {
@@ -126,31 +135,36 @@ bool ObjectTable::collect(const db_parsed_where_set_t& where, RowList* found) {
 }
 
 size_t ObjectTable::payloadLen() {
-    size_t len = 0;
     if (!has_text_) {
+        size_t len = 0;
         for (const db_row* row = table_.head; row != nullptr; row = row->next) {
             len += encodedLen(*row, kAllColumns);
         }
-        has_text_ = text_.reserve(len);
-        for (const db_row* row = table_.head; has_text_ && row != nullptr; row = row->next) {
-            has_text_ = addToText(*row);
+        if (!text_.reserve(len)) {
+            return len + 1;
         }
+        encodeRows(text_.data());
+        text_.resize(len);
+        has_text_ = true;
     }
-    return (has_text_ ? text_.size() : len) + 1;
+    return text_.size() + 1;
 }
 
 void ObjectTable::writePayload(uint8_t* to) const {
-    if (has_text_) {
-        if (text_.size() != 0) {
-            std::memcpy(to, text_.data(), text_.size());
-        }
+    if (!has_text_) {
+        to = encodeRows(to);
+    } else if (text_.size() != 0) {
+        std::memcpy(to, text_.data(), text_.size());
         to += text_.size();
-    } else {
-        for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-            to = encodeRow(*row, kAllColumns, to);
-        }
     }
     *to = '\0';
+}
+
+uint8_t* ObjectTable::encodeRows(uint8_t* to) const {
+    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
+        to = encodeRow(*row, kAllColumns, to);
+    }
+    return to;
 }
 
 bool ObjectTable::indexAliases() {

@@ -3,8 +3,9 @@
 
 // The process's one table, with two things derived from its rows that make commands cheap: an index
 // of aliases, and the rows' text as it stands in a store. Every change of the rows passes through
-// here, so that they stay in step. Each is made when it is first needed, follows appended rows, and
-// is dropped by other changes. Without memory for one, commands walk the rows, with equal results.
+// here, so that they stay in step. Each is made when it is first needed, follows rows that come and
+// go, and is dropped by other changes. Without memory for one, commands walk the rows, with equal
+// results.
 
 #pragma once
 
@@ -45,6 +46,7 @@ class ObjectTable {
     void writePayload(uint8_t* to) const;
 
   private:
+    uint8_t* encodeRows(uint8_t* to) const;
     bool indexAliases();
     bool addToIndex(db_row* row);
     void dropIndex();
