@@ -252,9 +252,8 @@ int insert_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
 int select_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
     ColumnList output;
-    std::memset(output, kNoColumn, sizeof(output));
-    for (uint32_t i = 0; i < columns->count; ++i) {
-        output[i] = findColumn(columns->tokens[i]);
+    for (uint32_t i = 0; i < SDB_MAX_TOKENS; ++i) {
+        output[i] = i < columns->count ? findColumn(columns->tokens[i]) : kNoColumn;
     }
     RowList selected;
     if (g_table.collect(*where, &selected)) {
