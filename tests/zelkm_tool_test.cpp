@@ -213,6 +213,7 @@ TEST_F(ZelkmTool, InfoReadsAnyBytes) {
     EXPECT_NE(whole.find("1 (encrypted)"), whole.npos);
     EXPECT_NE(whole.find("  matches edbk"), whole.npos);
     EXPECT_NE(whole.find("no file edbk"), whole.npos);  // in the error file
+    EXPECT_EQ(whole.find("\xEF\xBB\xBF"), whole.npos);  // its byte order mark
 }
 
 TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {

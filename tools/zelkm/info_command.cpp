@@ -24,6 +24,7 @@ namespace {
 
 constexpr size_t kErrorLines = 10;
 constexpr size_t kDigestLen = 32;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // begins an error file
 
 // The content, or nothing after a line that says why: a damaged directory is what this is for.
 std::optional<std::string> readAndSay(const std::filesystem::path& path) {
@@ -101,8 +102,12 @@ void printErrors(const std::filesystem::path& dir) {
     if (!content) {
         return;
     }
+    std::string_view rest = *content;
+    if (rest.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+        rest.remove_prefix(kByteOrderMark.size());
+    }
     std::vector<std::string_view> lines;
-    for (std::string_view rest = *content; !rest.empty();) {
+    while (!rest.empty()) {
         const size_t end = std::min(rest.find('\n'), rest.size());
         lines.push_back(rest.substr(0, end));
         rest.remove_prefix(std::min(end + 1, rest.size()));
