@@ -170,7 +170,7 @@ void getTokensFromString(std::vector<std::string>& out, std::string& in, char se
     size_t start = 0;
     do {
         const size_t end = std::min(in.find(separator, start), in.size());
-        out.push_back(in.substr(start, end - start));
+        out.emplace_back(in, start, end - start);
         start = end + 1;
     } while (start < in.size());
 }

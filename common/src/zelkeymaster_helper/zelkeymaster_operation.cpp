@@ -283,8 +283,9 @@ int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<st
     if (status != ZELKM_OK) {
         return status;
     }
+    std::vector<std::string> fields;
     for (std::string& row : rows) {
-        std::vector<std::string> fields;
+        fields.clear();
         getTokensFromString(fields, row, kFieldSeparator);
         if (fields.size() == 2) {
             out.push_back(fields[0] + "::" + fields[1]);
@@ -299,8 +300,9 @@ int ZelKeymasterOperation::SodRetreiveOther(SODOperationParam& p, std::vector<st
     if (status != ZELKM_OK) {
         return status;
     }
+    std::vector<std::string> fields;
     for (std::string& row : rows) {
-        std::vector<std::string> fields;
+        fields.clear();
         getTokensFromString(fields, row, kFieldSeparator);
         if (fields.size() == 1 && !fields[0].empty() && fields[0][0] != '\0') {
             out.push_back(std::move(fields[0]));
