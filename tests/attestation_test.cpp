@@ -21,10 +21,7 @@ namespace {
 using android::hardware::hidl_vec;
 using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
-using test::Answer;
-using test::bytes;
-using test::Bytes;
-using test::Delivery;
+using namespace test;
 using Lines = std::vector<std::string>;
 using Chain = hidl_vec<hidl_vec<uint8_t>>;
 

@@ -12,8 +12,7 @@
 
 namespace {
 
-using test::Exact;
-using test::raw;
+using namespace test;
 
 std::string textOf(const db_token_t& token) {
     return "[" + test::readable(std::string(token.token, token.token + token.len)) + "]";

@@ -15,13 +15,7 @@
 
 namespace {
 
-using test::Answer;
-using test::bytes;
-using test::Bytes;
-using test::delivered;
-using test::Delivery;
-using test::kDead;
-using test::refused;
+using namespace test;
 using namespace android::hardware::keymaster::V4_0;
 using Lines = std::vector<std::string>;
 

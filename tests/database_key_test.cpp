@@ -13,14 +13,7 @@
 
 namespace {
 
-using test::Answer;
-using test::answered;
-using test::bytes;
-using test::Bytes;
-using test::delivered;
-using test::Delivery;
-using test::kDead;
-using test::refused;
+using namespace test;
 using Lines = std::vector<std::string>;
 
 Bytes digestOf(const std::string& text) {

@@ -16,9 +16,7 @@ namespace {
 using android::hardware::keymaster::V4_0::ErrorCode;
 using soft_keymaster::Call;
 using soft_keymaster::Fault;
-using test::Bytes;
-using test::insertAlias;
-using test::readAliases;
+using namespace test;
 
 class OpenEnds : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
   protected:

@@ -12,13 +12,7 @@ namespace {
 using android::hardware::hidl_vec;
 using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
-using test::Answer;
-using test::bytes;
-using test::Bytes;
-using test::bytesParameter;
-using test::delivered;
-using test::Delivery;
-using test::kDead;
+using namespace test;
 using Lines = std::vector<std::string>;
 
 constexpr PW_ENCRYPT_TYPE kToKey = PW_ENCRYPT_TYPE_TO_KEY;

@@ -12,9 +12,7 @@
 
 namespace {
 
-using test::bytes;
-using test::Bytes;
-using test::FileFaults;
+using namespace test;
 using Lines = std::vector<std::string>;
 
 constexpr char kStore[] = "secure_objects.db";

@@ -12,13 +12,12 @@
 #include <vector>
 
 #include "db_command_parser.h"
+#include "db_table.h"
 #include "engine.h"
 
 namespace {
 
-using test::Exact;
-using test::raw;
-using test::store;
+using namespace test;
 using Lines = std::vector<std::string>;
 
 long g_allocations_left = -1;  // the one after these fails; negative: none does
@@ -315,24 +314,48 @@ TEST_F(Query, DumpsCommandsAndUnknownColumnsAtDebugLevel) {
 }
 
 TEST_F(Query, SaysWhereMemoryRanOut) {
-    std::set<std::string> seen;
-    bool failed = true;
-    for (long nth = 0; failed; ++nth) {
-        ASSERT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
-        g_allocations_left = nth;
-        const int status = query("INSERT (ALIAS) (b)");
-        failed = g_allocations_left < 0;
-        g_allocations_left = -1;
-        const std::string said = messages();
-        EXPECT_EQ(said.empty() ? 0 : -41, status);
-        seen.insert(said);
-    }
+    // What an operation says while one after the other of its allocations fails.
+    const auto said = [this](auto operation) {
+        std::set<std::string> all;
+        bool failed = true;
+        for (long nth = 0; failed; ++nth) {
+            EXPECT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
+            g_allocations_left = nth;
+            const int status = operation();
+            failed = g_allocations_left < 0;
+            g_allocations_left = -1;
+            const std::string text = messages();
+            EXPECT_EQ(text.empty() ? 0 : -41, status);
+            all.insert(text);
+        }
+        return all;
+    };
     const std::string insert = "INSERT error(-41)\nexecute_command error -41\n";
-    EXPECT_EQ((std::set<std::string>{"", "create colume value failure\n" + insert,
-                                     "allocation failure for out\n"
-                                     "export sdb fail, clear db to sync again\n" +
-                                         insert}),
-              seen);
+    const std::string remove = "DELETE error(-41)\nexecute_command error -41\n";
+    const std::string loading = "convert_to_internal error -41\n";
+    const std::string output = "allocation failure for out\n";
+    const std::string exporting = output + "export sdb fail, clear db to sync again\n";
+    const std::string value = "create colume value failure\n";
+    using Texts = std::set<std::string>;
+    EXPECT_EQ((Texts{"", "allocation failure\n" + loading, value + loading, value + insert,
+                     exporting + insert}),
+              said([this] {
+                  handle_ = 0;
+                  return query("INSERT (ALIAS) (b)");
+              }));
+    EXPECT_EQ((Texts{"", output + remove, exporting + remove}),
+              said([this] { return query("DELETE WHERE ALIAS=a"); }));
+    EXPECT_EQ((Texts{"", "allocation fail during update\n", exporting}),
+              said([this] { return update("ADMIN", "x", "ALIAS=a"); }));
+}
+
+TEST_F(Query, RefusesColumnsThatHoldNoBytes) {
+    uint32_t& flags = zelkm::column_schema[2].flags;
+    const uint32_t before = std::exchange(flags, SDB_ATTR_ENUMERATED);
+    EXPECT_EQ(-100, query("INSERT (ADMIN) VALUE (x)"));
+    EXPECT_EQ("not supported type\nINSERT error(-100)\nexecute_command error -100\n", messages());
+    EXPECT_EQ("not supported type\nconvert_to_internal error -100\n", load(store(1, "a^^^^^^\n$")));
+    flags = before;
 }
 
 // ---- Entry point --------------------------------------------------------------------------------

@@ -6,6 +6,8 @@
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
+#include <algorithm>
+
 #include "file_faults.h"
 #include "operation_peer.h"
 #include "velt_secure_db.h"
@@ -18,8 +20,7 @@ using soft_keymaster::Call;
 using soft_keymaster::Fault;
 using soft_keymaster::FaultKeymaster;
 using soft_keymaster::SoftKeymaster;
-using test::bytes;
-using test::Bytes;
+using namespace test;
 using Lines = std::vector<std::string>;
 
 constexpr char kStore[] = "secure_objects.db";
@@ -118,6 +119,16 @@ TEST_F(SecureObjects, AreSelectedRowByRow) {
 
     ASSERT_EQ(0, insert("k3\x1Ek4", "u3"));  // three fields: skipped
     EXPECT_EQ((Lines{"u1::k1", "::k2"}), list());
+}
+
+TEST_F(SecureObjects, UpdateReachesTheEngineWhichRefusesIt) {
+    std::string k = "k";
+    SODOperationParam p;
+    EXPECT_EQ(-911, object->SodUpdate(p.setAdmin(k).addAliasInWhere(k)));
+    const Lines said = test::log();
+    EXPECT_EQ(1, std::count(said.begin(), said.end(),
+                            "D engine: UPDATE (ADMIN) VALUE (\x1Fk\x1F) WHERE ALIAS=\x1Fk\x1F"));
+    EXPECT_EQ(1, std::count(said.begin(), said.end(), "E engine: value parsing error"));
 }
 
 TEST_F(SecureObjects, RefuseUnusableLists) {

@@ -17,9 +17,7 @@ namespace {
 
 using namespace android::hardware::keymaster::V4_0;
 using namespace soft_keymaster;
-using test::bytes;
-using test::Bytes;
-using test::bytesParameter;
+using namespace test;
 using Error = ErrorCode;
 using Params = std::vector<KeyParameter>;
 

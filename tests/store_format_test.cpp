@@ -15,9 +15,7 @@
 
 namespace {
 
-using test::le32;
-using test::raw;
-using test::store;
+using namespace test;
 
 constexpr char kInsert[] =
     "INSERT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID) VALUE "

@@ -11,8 +11,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using test::Outcome;
-using test::text;
+using namespace test;
 
 constexpr size_t kFlagsOffset = 12;
 constexpr size_t kRowCountOffset = 44;

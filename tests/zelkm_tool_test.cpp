@@ -9,9 +9,7 @@
 
 namespace {
 
-using test::Outcome;
-using test::text;
-using test::ZelkmTool;
+using namespace test;
 
 // A store blob; its lengths are those given.
 std::string blob(const std::string& magic, char flags, char row_count, char payload_len,
