@@ -6,8 +6,10 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "db_store_format.h"
@@ -126,19 +128,6 @@ void selectAlias(State& state) {
     check(texts.size() == 2 && texts[0] == encodeRow(last), "row");
 }
 
-void selectAliasFloor(State& state) {
-    const Sample sample = sampleOf(state);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    uint64_t next = 0;
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        rows.findAlias(sample.rows[sample.pick(next++ % kProbes)][0], &texts);
-    }
-    check(texts.size() == 1, "row");
-}
-
 void selectAliasPeer(State& state) {
     const Sample sample = sampleOf(state);
     SqlcipherStore::create(kPeerFile, sample.rows);
@@ -176,18 +165,6 @@ void selectAccessor(State& state) {
     check(texts == found, "rows");
 }
 
-void selectAccessorFloor(State& state) {
-    const Sample sample = sampleOf(state);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        rows.findAccessor(kAccessorNumber, &texts);
-        benchmark::DoNotOptimize(texts.data());
-    }
-}
-
 void selectAll(State& state) {
     const Sample sample = sampleOf(state);
     ObjectStore store(sample);
@@ -216,23 +193,10 @@ void selectAllPeer(State& state) {
     check(texts == expected, "rows");
 }
 
-void retrieveAlias(State& state) {
-    const Sample sample = sampleOf(state);
-    ObjectStore store(sample);
-    SODOperationParam param;
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        check(store.object().SodRetreiveAlias(param, texts) == ZELKM_OK, "SodRetreiveAlias");
-    }
-    Texts expected;
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    rows.allNames(&expected);
-    check(texts == expected, "names");
-}
+using Retrieve = int (ZelKeymasterOperation::*)(SODOperationParam&, Texts&);
+using Walk = void (RowList::*)(Texts*) const;
 
-void retrieveOther(State& state) {
+void retrieve(State& state, Retrieve call, Walk walk) {
     const Sample sample = sampleOf(state);
     ObjectStore store(sample);
     SODOperationParam param;
@@ -240,16 +204,16 @@ void retrieveOther(State& state) {
     Texts texts;
     for ([[maybe_unused]] auto _ : state) {
         texts.clear();
-        check(store.object().SodRetreiveOther(param, texts) == ZELKM_OK, "SodRetreiveOther");
+        check((store.object().*call)(param, texts) == ZELKM_OK, "SodRetreive");
     }
     Texts expected;
     RowList rows(sample);
     rows.load(bytesOf(sample.payload));
-    rows.allAliases(&expected);
-    check(texts == expected, "aliases");
+    (rows.*walk)(&expected);
+    check(texts == expected, "texts");
 }
 
-void walkFloor(State& state, void (RowList::*walk)(Texts*) const) {
+void walkFloor(State& state, Walk walk) {
     const Sample sample = sampleOf(state);
     RowList rows(sample);
     rows.load(bytesOf(sample.payload));
@@ -405,9 +369,14 @@ void addChange(const char* subject, Change change, void (*run)(State&, Change),
     }
 }
 
-void addWalk(const char* subject, void (*run)(State&), void (RowList::*walk)(Texts*) const) {
-    add(subject, "ours", Timing::kLoop, run);
+void addWalk(const char* subject, std::function<void(State&)> run, Walk walk) {
+    add(subject, "ours", Timing::kLoop, std::move(run));
     add(subject, "floor", Timing::kLoop, [=](State& state) { walkFloor(state, walk); });
+}
+
+void addRetrieve(const char* subject, Retrieve call, Walk walk) {
+    addWalk(
+        subject, [=](State& state) { retrieve(state, call, walk); }, walk);
 }
 
 }  // namespace
@@ -427,8 +396,8 @@ void registerObjectBenchmarks() {
     add("SodSelect_accessor", "floor", Timing::kLoop, selectAccessorFloor);
     addWalk("SodSelect_all", selectAll, &RowList::allRows);
     add("SodSelect_all", "sqlcipher", Timing::kLoop, selectAllPeer);
-    addWalk("SodRetreiveAlias", retrieveAlias, &RowList::allNames);
-    addWalk("SodRetreiveOther", retrieveOther, &RowList::allAliases);
+    addRetrieve("SodRetreiveAlias", &ZelKeymasterOperation::SodRetreiveAlias, &RowList::allNames);
+    addRetrieve("SodRetreiveOther", &ZelKeymasterOperation::SodRetreiveOther, &RowList::allAliases);
 
     for (const size_t limit : {size_t{0}, kSmallUpdate}) {
         const std::string subject = limit != 0 ? "open_read_all_4KiB" : "open_read_all";

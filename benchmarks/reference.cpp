@@ -204,6 +204,36 @@ void RowList::allAliases(Texts* texts) const {
     }
 }
 
+void selectAliasFloor(benchmark::State& state) {
+    const Sample sample = sampleOf(state);
+    RowList rows(sample);
+    rows.load(bytesOf(sample.payload));
+    Texts aliases;
+    for (uint64_t step = 0; step < kProbes; ++step) {
+        aliases.push_back(sample.rows[sample.pick(step)][0]);
+    }
+    size_t next = 0;
+    Texts found;
+    for ([[maybe_unused]] auto _ : state) {
+        found.clear();
+        rows.findAlias(aliases[next++ % kProbes], &found);
+        benchmark::DoNotOptimize(found.data());
+    }
+    check(!found.empty(), "row");
+}
+
+void selectAccessorFloor(benchmark::State& state) {
+    const Sample sample = sampleOf(state);
+    RowList rows(sample);
+    rows.load(bytesOf(sample.payload));
+    Texts found;
+    for ([[maybe_unused]] auto _ : state) {
+        found.clear();
+        rows.findAccessor(kAccessorNumber, &found);
+        benchmark::DoNotOptimize(found.data());
+    }
+}
+
 // ---- Files --------------------------------------------------------------------------------------
 
 void replaceFileBare(const std::string& path, const void* data, size_t len, bool flush) {

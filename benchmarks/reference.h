@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 
 #include <cstddef>
@@ -80,6 +81,10 @@ class RowList {
     std::vector<uint32_t> lengths_;
     db_row* head_ = nullptr;
 };
+
+// Floors of a select, as benchmarks: a walk over a list of the sample's rows.
+void selectAliasFloor(benchmark::State& state);
+void selectAccessorFloor(benchmark::State& state);
 
 // Replaces a file by the system calls that this takes, and no other.
 void replaceFileBare(const std::string& path, const void* data, size_t len, bool flush);
