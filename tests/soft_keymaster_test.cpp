@@ -164,6 +164,21 @@ TEST_F(SoftKeymasterTest, WhatOneInstanceEncryptsAnotherDecrypts) {
     }
 }
 
+TEST_F(SoftKeymasterTest, IsTheOnlyKeymasterOfTheHost) {
+    const auto first = Keymaster::enumerateAvailableDevices();
+    Keymaster::performHmacKeyAgreement(first);
+    ASSERT_EQ(1u, first.size());
+    const Bytes key = generate(*first[0], kAesKey).output;
+    ASSERT_EQ(0, ::setenv(kRootKeyVariable, "soft_keymaster_root.key", 1));
+    const auto second = Keymaster::enumerateAvailableDevices();
+    std::filesystem::create_directory("elsewhere");
+    std::filesystem::current_path("elsewhere");
+    EXPECT_EQ(Error::OK, check(*second[0], key));
+    ASSERT_EQ(0, ::setenv(kRootKeyVariable, "other.key", 1));
+    EXPECT_EQ(Error::INVALID_KEY_BLOB, check(*Keymaster::enumerateAvailableDevices()[0], key));
+    ASSERT_EQ(0, ::unsetenv(kRootKeyVariable));
+}
+
 TEST_F(SoftKeymasterTest, ChecksWhatItIsAskedFor) {
     const auto refusal = [&](const Params& params) { return generate(km_, params).error; };
     EXPECT_EQ(Error::UNSUPPORTED_ALGORITHM, refusal({}));

@@ -26,6 +26,11 @@
 
 namespace soft_keymaster {
 
+// The library also makes the host a device with this one keymaster: it defines the platform's
+// Keymaster::enumerateAvailableDevices(). The root key is then the file that this environment
+// variable names, or soft_keymaster_root.key in the working directory.
+inline constexpr char kRootKeyVariable[] = "SOFT_KEYMASTER_ROOT_KEY";
+
 class SoftKeymaster : public Keymaster {
   public:
     struct Options {

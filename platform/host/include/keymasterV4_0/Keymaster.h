@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Host stand-in for the platform's handle to a keymaster. The members of the interface stay pure
-// virtual in it.
+// virtual in it. The two static functions are the software keymaster's: whoever calls them links
+// it.
 
 #pragma once
 
 #include <android/hardware/keymaster/4.0/IKeymasterDevice.h>
 
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 namespace android {
 namespace hardware {
@@ -18,6 +21,8 @@ namespace support {
 
 class Keymaster : public IKeymasterDevice {
   public:
+    using KeymasterSet = std::vector<std::unique_ptr<Keymaster>>;
+
     struct VersionResult {
         hidl_string keymasterName;
         hidl_string authorName;
@@ -33,6 +38,12 @@ class Keymaster : public IKeymasterDevice {
     virtual const VersionResult& halVersion() const = 0;
     const hidl_string& descriptor() const { return mDescriptor; }
     const hidl_string& instanceName() const { return mInstanceName; }
+
+    // All keymasters of the device, the most secure first.
+    static KeymasterSet enumerateAvailableDevices();
+    // Lets them agree on the key that authenticates their tokens, once after each start of the
+    // system.
+    static void performHmacKeyAgreement(const KeymasterSet& keymasters);
 
   private:
     hidl_string mDescriptor;

@@ -1,0 +1,40 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The host as a device whose only keymaster is the software keymaster, so that a program which
+// takes its handle from the platform runs here unchanged. See soft_keymaster.h.
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "soft_keymaster/soft_keymaster.h"
+
+namespace android {
+namespace hardware {
+namespace keymaster {
+namespace V4_0 {
+namespace support {
+
+using soft_keymaster::SoftKeymaster;
+
+Keymaster::KeymasterSet Keymaster::enumerateAvailableDevices() {
+    const char* const named = std::getenv(soft_keymaster::kRootKeyVariable);
+    SoftKeymaster::Options options;
+    // Absolute, since a caller may change the working directory before the keymaster is first used.
+    const bool is_named = named != nullptr && *named != '\0';
+    options.root_key_path =
+        std::filesystem::absolute(is_named ? named : "soft_keymaster_root.key").string();
+    KeymasterSet keymasters;
+    keymasters.push_back(std::make_unique<SoftKeymaster>(options));
+    return keymasters;
+}
+
+// The software keymaster checks no token, and has nobody to agree with.
+void Keymaster::performHmacKeyAgreement(const KeymasterSet& /* keymasters */) {}
+
+}  // namespace support
+}  // namespace V4_0
+}  // namespace keymaster
+}  // namespace hardware
+}  // namespace android
