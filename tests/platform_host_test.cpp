@@ -78,6 +78,9 @@ TEST(HidlVecDeathTest, RefusesMoreThan32Bits) {
 // No constructor, no initialiser: T() is zero, and a plain declaration sets nothing.
 static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
 static_assert(std::is_trivially_default_constructible_v<KeyParameter::IntegerParams>);
+static_assert(std::is_final_v<KeyParameter> && std::is_final_v<HardwareAuthToken>);
+// Only data() gives a pointer.
+static_assert(!std::is_convertible_v<decltype(std::declval<Blob&>().begin()), uint8_t*>);
 // The two forms of a tag agree in all 32 bits.
 static_assert(static_cast<uint32_t>(Tag::NONCE) == static_cast<uint32_t>(KM_TAG_NONCE));
 
@@ -101,8 +104,8 @@ TEST(ReturnDeathTest, FailureHasToBeLookedAt) {
 
     Return<void> first = fail();
     Return<void> second = std::move(first);  // the duty to look moves along
-    EXPECT_TRUE(second.isDeadObject());
-    EXPECT_FALSE(second.isOk());
+    EXPECT_DEATH({ Return<void> third = std::move(second); }, kUnchecked);
+    EXPECT_TRUE(second.isDeadObject());  // which is a look
     const ErrorCode value = Return<ErrorCode>(ErrorCode::INVALID_TAG);
     EXPECT_EQ(ErrorCode::INVALID_TAG, value);
 }

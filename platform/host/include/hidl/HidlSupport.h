@@ -29,16 +29,56 @@ namespace details {
     std::abort();
 }
 
+// The iterators of hidl_vec: random access, and no pointers, nor do they become any.
+template <typename T>
+class hidl_vec_iterator {
+  public:
+    using iterator_category = std::random_access_iterator_tag;
+    using value_type = std::remove_cv_t<T>;
+    using difference_type = ptrdiff_t;
+    using pointer = T*;
+    using reference = T&;
+
+    explicit hidl_vec_iterator(T* element = nullptr) : mElement(element) {}
+
+    T& operator*() const { return *mElement; }
+    T* operator->() const { return mElement; }
+    T& operator[](ptrdiff_t n) const { return mElement[n]; }
+
+    hidl_vec_iterator& operator++() { return *this += 1; }
+    hidl_vec_iterator& operator--() { return *this -= 1; }
+    hidl_vec_iterator operator++(int) { return hidl_vec_iterator(mElement++); }
+    hidl_vec_iterator operator--(int) { return hidl_vec_iterator(mElement--); }
+    hidl_vec_iterator& operator+=(ptrdiff_t n) {
+        mElement += n;
+        return *this;
+    }
+    hidl_vec_iterator& operator-=(ptrdiff_t n) { return *this += -n; }
+
+    using Self = hidl_vec_iterator;
+    friend Self operator+(Self it, ptrdiff_t n) { return it += n; }
+    friend Self operator+(ptrdiff_t n, Self it) { return it += n; }
+    friend Self operator-(Self it, ptrdiff_t n) { return it -= n; }
+    friend ptrdiff_t operator-(Self a, Self b) { return a.mElement - b.mElement; }
+    friend bool operator==(Self a, Self b) { return a.mElement == b.mElement; }
+    friend bool operator!=(Self a, Self b) { return a.mElement != b.mElement; }
+    friend bool operator<(Self a, Self b) { return a.mElement < b.mElement; }
+    friend bool operator>(Self a, Self b) { return a.mElement > b.mElement; }
+    friend bool operator<=(Self a, Self b) { return a.mElement <= b.mElement; }
+    friend bool operator>=(Self a, Self b) { return a.mElement >= b.mElement; }
+
+  private:
+    T* mElement;
+};
+
 }  // namespace details
 
 // A contiguous array with a 32-bit length, owned (made with new[]) or borrowed.
 template <typename T>
 struct hidl_vec {
-    using value_type = T;
-
     hidl_vec() noexcept : mBuffer(nullptr), mSize(0), mOwnsBuffer(false) {}
     // A copy owns its elements, whether or not `other` does.
-    hidl_vec(const hidl_vec& other) : hidl_vec() { copyFrom(other.begin(), other.size()); }
+    hidl_vec(const hidl_vec& other) : hidl_vec() { copyFrom(other.data(), other.size()); }
     // `other` keeps its pointer and size, and only loses its ownership.
     hidl_vec(hidl_vec&& other) noexcept : hidl_vec() { *this = std::move(other); }
     hidl_vec(const std::initializer_list<T> list) : hidl_vec() {
@@ -60,7 +100,7 @@ struct hidl_vec {
 
     hidl_vec& operator=(const hidl_vec& other) {
         if (this != &other) {
-            copyFrom(other.begin(), other.size());
+            copyFrom(other.data(), other.size());
         }
         return *this;
     }
@@ -83,20 +123,20 @@ struct hidl_vec {
         return *this;
     }
 
-    operator std::vector<T>() const { return std::vector<T>(begin(), end()); }
+    operator std::vector<T>() const { return std::vector<T>(data(), data() + size()); }
 
     T* data() { return mBuffer; }
     const T* data() const { return mBuffer; }
     size_t size() const { return mSize; }
     T& operator[](size_t index) { return mBuffer[index]; }
     const T& operator[](size_t index) const { return mBuffer[index]; }
-    T* begin() { return mBuffer; }
-    T* end() { return mBuffer + mSize; }
-    const T* begin() const { return mBuffer; }
-    const T* end() const { return mBuffer + mSize; }
+    auto begin() { return details::hidl_vec_iterator<T>(mBuffer); }
+    auto end() { return begin() + mSize; }
+    auto begin() const { return details::hidl_vec_iterator<const T>(mBuffer); }
+    auto end() const { return begin() + mSize; }
 
     bool operator==(const hidl_vec& other) const {
-        return std::equal(begin(), end(), other.begin(), other.end());
+        return std::equal(data(), data() + size(), other.data(), other.data() + other.size());
     }
     bool operator!=(const hidl_vec& other) const { return !(*this == other); }
 
@@ -104,7 +144,7 @@ struct hidl_vec {
     void resize(size_t size) {
         checkSize(size);
         T* buffer = new T[size];
-        std::copy(begin(), begin() + std::min(size, this->size()), buffer);
+        std::copy_n(data(), std::min(size, this->size()), buffer);
         adopt(buffer, size);
     }
 

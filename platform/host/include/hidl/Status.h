@@ -133,12 +133,16 @@ class return_status {
         return *this;
     }
 
-    // Marks the status as looked at.
+    // These two mark the status as looked at.
     bool isOk() const {
         mCheckedStatus = true;
         return mStatus.isOk();
     }
-    bool isDeadObject() const { return mStatus.mErrorCode == DEAD_OBJECT; }
+    bool isDeadObject() const {
+        mCheckedStatus = true;
+        return mStatus.mErrorCode == DEAD_OBJECT;
+    }
+    // This one does not.
     std::string description() const { return mStatus.description(); }
 
   protected:
