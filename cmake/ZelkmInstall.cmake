@@ -2,14 +2,16 @@
 # SPDX-License-Identifier: Apache-2.0
 
 # Puts down the library, the headers (the host's platform headers in a folder of their own), the
-# software keymaster, the tool, a CMake package and a pkg-config file.
+# software keymaster, the keymaster's check, the tool, a CMake package and a pkg-config file.
 
 include(CMakePackageConfigHelpers)
 
 install(TARGETS zelkeymaster zelkeymaster_platform zelkeymaster_libcrypto soft_keymaster
+    keymaster_check
     EXPORT zelkeymaster-targets)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY soft_keymaster/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY keymaster_check/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform)
 if(ZELKM_TOOL)
