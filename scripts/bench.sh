@@ -13,8 +13,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(libbenchmark-dev libsqlcipher-dev python3)  # beyond what building needs
-
 arguments=()
 before=
 while [[ $# -gt 0 ]]; do
@@ -25,25 +23,11 @@ while [[ $# -gt 0 ]]; do
     shift
 done
 
-is_installed() {
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
-}
-
 build() {  # in the source tree $1
     (cd "$1" && cmake --preset bench && cmake --build --preset bench) >&2
 }
 
-scripts/setup.sh
-missing=()
-for package in "${packages[@]}"; do
-    is_installed "$package" || missing+=("$package")
-done
-if [[ ${#missing[@]} -gt 0 ]]; then
-    echo "bench: installing ${missing[*]}"
-    sudo=$([[ $(id -u) -eq 0 ]] || echo sudo)
-    $sudo env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 \
-        install -y --no-install-recommends "${missing[@]}" </dev/null >/dev/null
-fi
+scripts/setup.sh libbenchmark-dev libsqlcipher-dev
 
 build .
 if [[ -n $before ]]; then

@@ -2,7 +2,8 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs the Debian packages that building, testing and the demo need, as far as they are missing.
+# Installs the Debian packages that building, testing and the demo need, and those named, as far as
+# they are missing: setup.sh [PACKAGE...]
 # Silent when nothing is. Needs root, or sudo. Debian 12 or later.
 
 set -euo pipefail
@@ -15,6 +16,7 @@ packages=(
     libcli11-dev nlohmann-json3-dev               # the tool
     libgtest-dev python3                          # the tests and their reports
     openssl xxd                                   # the demo
+    "$@"
 )
 
 is_installed() {

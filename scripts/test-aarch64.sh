@@ -10,29 +10,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-host_packages=(g++-aarch64-linux-gnu qemu-user)
 target_packages=(libc6-dev libstdc++6 libssl-dev android-liblog-dev libplog-dev libgtest-dev
     libcli11-dev nlohmann-json3-dev)
 root=$PWD/build/aarch64-root
-
-is_installed() {
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
-}
-
-install_host_packages() {
-    local package missing=() sudo
-    for package in "${host_packages[@]}"; do
-        is_installed "$package" || missing+=("$package")
-    done
-    [[ ${#missing[@]} -gt 0 ]] || return 0
-    echo "test-aarch64: installing ${missing[*]}"
-    sudo=$([[ $(id -u) -eq 0 ]] || echo sudo)
-    # The lists may be older than what the mirror still offers.
-    $sudo apt-get -qq -o DPkg::Lock::Timeout=600 update ||
-        echo "test-aarch64: not all package lists could be updated" >&2
-    $sudo env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 \
-        install -y --no-install-recommends "${missing[@]}" </dev/null >/dev/null
-}
 
 # A second apt, with the machine's package sources and a state of its own in which nothing is
 # installed: so it resolves and downloads everything that the packages need.
@@ -102,8 +82,7 @@ exchange() {  # WRITER READER
     echo "$2 reads what $1 wrote"
 }
 
-scripts/setup.sh
-install_host_packages
+scripts/setup.sh g++-aarch64-linux-gnu qemu-user
 unpack_target_packages
 
 echo "== aarch64"
