@@ -1,0 +1,19 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command line: each function adds the commands of one kind to the program. What they are to do
+// is looked up in `session` when they run.
+
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "session.h"
+
+namespace zelkm_tool {
+
+void defineStoreCommands(CLI::App& app, const SessionOptions& session);
+void defineDirectoryCommands(CLI::App& app, const SessionOptions& session);
+void defineKeyCommands(CLI::App& app, const SessionOptions& session);
+
+}  // namespace zelkm_tool

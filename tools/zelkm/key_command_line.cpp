@@ -1,0 +1,123 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command line of the commands on keys, certificates and key material. See command_line.h.
+
+#include <memory>
+
+#include "chain_command.h"
+#include "command_line.h"
+#include "key_commands.h"
+#include "password_command.h"
+
+namespace zelkm_tool {
+namespace {
+
+void defineKeyOptions(CLI::App& command, KeyOptions& options) {
+    CLI::Option* key =
+        command.add_option("--key", options.file, "The key's blob; without it, a new key")
+            ->type_name("FILE");
+    command.add_flag("--rsa", options.rsa, "A new key is RSA-2048; default EC P-256")
+        ->excludes(key);
+}
+
+void defineCsr(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<CsrOptions>();
+    CLI::App* command = app.add_subcommand("csr", "Make a certificate signing request");
+    command->add_option("--out", options->out, "The request; - is standard output")
+        ->required()
+        ->type_name("FILE");
+    command->add_flag("--der", options->der, "Write DER instead of PEM");
+    defineKeyOptions(*command, options->key);
+    command->footer(
+        "The blob of a new key is written to FILE.keyblob, never over another one.\n"
+        "\n"
+        "  zelkm --dir store csr --out request.pem\n"
+        "  openssl req -in request.pem -verify -noout");
+    command->callback([&session, options] { makeCsr(session, *options); });
+}
+
+void defineAttest(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<AttestOptions>();
+    CLI::App* command = app.add_subcommand("attest", "Write the attestation chain of a key");
+    command->add_option("--out-dir", options->out_dir, "Where to; made when missing")
+        ->required()
+        ->type_name("DIR");
+    command->add_option("--challenge", options->challenge, "To be attested; default random")
+        ->type_name("TEXT");
+    command->add_flag("--der", options->der, "Write DER instead of PEM");
+    defineKeyOptions(*command, options->key);
+    command->footer(
+        "Writes cert-1 (the key's), cert-2, ... up to the root, and shows the challenge in\n"
+        "hexadecimal. The blob of a new key is written to key.keyblob there, never over\n"
+        "another one.\n"
+        "\n"
+        "  zelkm --dir store attest --out-dir chain\n"
+        "  zelkm verify-chain chain/cert-1.pem chain/cert-2.pem chain/cert-3.pem");
+    command->callback([&session, options] { attestKey(session, *options); });
+}
+
+void defineVerifyChain(CLI::App& app) {
+    auto options = std::make_shared<VerifyChainOptions>();
+    CLI::App* command = app.add_subcommand("verify-chain", "Check an attestation chain");
+    command->add_option("FILE", options->files, "Leaf first, root last; - is standard input")
+        ->required()
+        ->type_name("");
+    command->add_flag("--separate-first", options->separate_first,
+                      "The first is signed by the second's key, and not on the path");
+    command->footer(
+        "Each file is PEM or DER and holds one certificate or several; at least three are\n"
+        "needed. Success does NOT mean trust: the last certificate is taken as the root\n"
+        "whoever made it, so compare it with the roots that you trust. Dates of validity\n"
+        "are not looked at, on purpose; nor is revocation.");
+    command->callback([options] { verifyChain(*options); });
+}
+
+void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
+    auto options = std::make_shared<PasswordOptions>();
+    CLI::App* command = app.add_subcommand(
+        wraps ? "wrap" : "unwrap", wraps ? "Convert key material under the password hardware key"
+                                         : "Convert wrapped key material back");
+    for (size_t i = 0; i < options->inputs.size(); ++i) {
+        const std::string number = std::to_string(i + 1);
+        command->add_option("--in" + number, options->inputs[i], "Input " + number)
+            ->required()
+            ->type_name("FILE");
+    }
+    command->add_option("--material", options->material, "The material to convert")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--tag", options->tag, wraps ? "Where to write the tag" : "The tag")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--out", options->out, "Where to write the converted material")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--rot", options->rot, "Where to write the hardware's value")
+        ->type_name("FILE");
+    command->footer(
+        "One file to read can be - (standard input), one to write - (standard output).\n"
+        "Files are made readable for their owner only. None to read may be empty.\n"
+        "\n"
+        "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --out key.w --tag t\n"
+        "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material key.w --out key --tag t");
+    command->callback([&session, options, wraps] {
+        if (wraps) {
+            wrap(session, *options);
+        } else {
+            unwrap(session, *options);
+        }
+    });
+}
+
+}  // namespace
+
+void defineKeyCommands(CLI::App& app, const SessionOptions& session) {
+    defineCsr(app, session);
+    defineAttest(app, session);
+    defineVerifyChain(app);
+    definePassword(app, session, /*wraps=*/true);
+    definePassword(app, session, /*wraps=*/false);
+}
+
+}  // namespace zelkm_tool
