@@ -21,7 +21,13 @@
 #include "zelkeymaster_result.h"
 
 #define SDB_EXPORT __attribute__((visibility("default")))
-#define SDB_NODISCARD __attribute__((warn_unused_result))
+
+// C has nothing that a caller could silence with a cast.
+#ifdef __cplusplus
+#define SDB_NODISCARD [[nodiscard]]
+#else
+#define SDB_NODISCARD
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -142,6 +148,11 @@ typedef int (*db_command_handler_t)(db_parsed_tokens_t* columns, db_parsed_token
 // use the table as the last query left it.
 SDB_EXPORT extern const db_command_handler_t command_handler[SDB_NUM_COMMANDS];
 
+// The column schema, in the order of the columns in rows and stores. For reading only; it is not
+// constant because the first sdb_query() of a process fills the name lengths in, and before that no
+// column is found by its name.
+SDB_EXPORT extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
+
 // Runs one command.
 //
 //   command, len   the text, e.g. "SELECT (ALIAS) WHERE CREATOR=app"; len > 0.
@@ -170,7 +181,7 @@ SDB_EXPORT extern const db_command_handler_t command_handler[SDB_NUM_COMMANDS];
 //
 // When the new blob cannot be made (-41 or the callback's answer), the table is dropped and every
 // handle is stale, so that the next query loads what is really stored.
-SDB_EXPORT SDB_NODISCARD int sdb_query(const char* command, unsigned int len,
+SDB_NODISCARD SDB_EXPORT int sdb_query(const char* command, unsigned int len,
                                        const unsigned char* blob, unsigned int blob_len,
                                        unsigned char** out, unsigned int* out_len,
                                        uint64_t* handle);
@@ -186,13 +197,13 @@ SDB_EXPORT void sdb_register_db_encrypt_fp(void* ctx, sdb_encrypt_fp fp);
 // range, either bound may be missing), a final "*" (any rest), and "*#" or "*_" (anything up to the
 // first such delimiter; no backtracking). There is no escape character. Reads plen and slen bytes
 // at most.
-SDB_EXPORT SDB_NODISCARD int simple_reg_cmp(const uint8_t* pattern, uint32_t plen,
+SDB_NODISCARD SDB_EXPORT int simple_reg_cmp(const uint8_t* pattern, uint32_t plen,
                                             const uint8_t* subject, uint32_t slen,
                                             uint32_t use_pattern);
 
 // Compares each item of a comma-separated list with the subject as simple_reg_cmp() does; answers 1
 // if one matches, else 0, also for an empty list. A leading comma makes no item.
-SDB_EXPORT SDB_NODISCARD int enumerated_simple_reg_cmp(const uint8_t* list, uint32_t llen,
+SDB_NODISCARD SDB_EXPORT int enumerated_simple_reg_cmp(const uint8_t* list, uint32_t llen,
                                                        const uint8_t* subject, uint32_t slen,
                                                        uint32_t use_pattern);
 

@@ -28,8 +28,8 @@ uint32_t hashOf(const uint8_t* data, uint32_t len) {
 const db_token_t* exactAlias(const db_parsed_where_set_t& where, const uint8_t* condition_table) {
     for (uint32_t i = 0; i < where.count; ++i) {
         const db_token_t& value = where.where[i].value;
-        const bool any = value.len == 1 && value.token[0] == '*';
-        if (condition_table[i] == kAliasColumn && where.where[i].op == SDB_OP_EQUAL && !any) {
+        if (condition_table[i] == kAliasColumn && where.where[i].op == SDB_OP_EQUAL &&
+            value.token != nullptr && !(value.len == 1 && value.token[0] == '*')) {
             return &value;
         }
     }
@@ -61,7 +61,43 @@ void ObjectTable::replace(db_table_t* rows) {
     *rows = {};
 }
 
-void ObjectTable::remove(const RowList& rows) {
+void ObjectTable::rowsChanged() {
+    dropIndex();
+    dropText();
+}
+
+size_t ObjectTable::select(const db_parsed_where_set_t& where) {
+    uint8_t condition_table[SDB_MAX_CONDITIONS];
+    init_condition_table(condition_table, &where);
+    size_t count = 0;
+    const auto mark = [&](db_row* row) {
+        const bool matches = check_condition_set(row, &where, condition_table) != 0;
+        row->flags = matches ? row->flags | kSelected : row->flags & ~kSelected;
+        count += matches ? 1 : 0;
+    };
+
+    const db_token_t* alias = exactAlias(where, condition_table);
+    selected_by_alias_ = alias != nullptr && indexAliases();
+    if (!selected_by_alias_) {
+        for (db_row* row = table_.head; row != nullptr; row = row->next) {
+            mark(row);
+        }
+        return count;
+    }
+    candidates_hash_ = hashOf(alias->token, alias->len);
+    first_candidate_ = alias_hashes_.size();
+    candidates_end_ = 0;
+    for (size_t i = 0; i < alias_hashes_.size(); ++i) {
+        if (alias_hashes_[i] == candidates_hash_) {
+            first_candidate_ = candidates_end_ != 0 ? first_candidate_ : i;
+            candidates_end_ = i + 1;
+            mark(indexed_rows_[i]);
+        }
+    }
+    return count;
+}
+
+void ObjectTable::removeSelected() {
     db_row** link = &table_.head;
     table_.tail = nullptr;
     size_t removed = 0;
@@ -70,7 +106,7 @@ void ObjectTable::remove(const RowList& rows) {
     for (size_t i = 0; *link != nullptr; ++i) {
         db_row* row = *link;
         const size_t text_len = has_text_ ? encodedLen(*row, kAllColumns) : 0;
-        if (removed < rows.size() && row == rows[removed]) {
+        if (isCandidate(i) && isMarked(row)) {
             text_at += text_len;
             *link = row->next;
             free_row(row);
@@ -95,43 +131,6 @@ void ObjectTable::remove(const RowList& rows) {
         indexed_rows_.resize(table_.count);
     }
     text_.resize(text_kept);
-}
-
-void ObjectTable::rowsChanged() {
-    dropIndex();
-    dropText();
-}
-
-bool ObjectTable::collect(const db_parsed_where_set_t& where, RowList* found) {
-    uint8_t condition_table[SDB_MAX_CONDITIONS];
-    init_condition_table(condition_table, &where);
-    const auto collectIfMatching = [&](db_row* row) {
-        if (check_condition_set(row, &where, condition_table) == 0) {
-            return true;
-        }
-        if (!found->reserve(1)) {
-            return false;
-        }
-        found->push(row);
-        return true;
-    };
-
-    const db_token_t* alias = exactAlias(where, condition_table);
-    if (alias != nullptr && indexAliases()) {
-        const uint32_t hash = hashOf(alias->token, alias->len);
-        for (size_t i = 0; i < alias_hashes_.size(); ++i) {
-            if (alias_hashes_[i] == hash && !collectIfMatching(indexed_rows_[i])) {
-                return false;
-            }
-        }
-        return true;
-    }
-    for (db_row* row = table_.head; row != nullptr; row = row->next) {
-        if (!collectIfMatching(row)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 size_t ObjectTable::payloadLen() {
@@ -192,6 +191,7 @@ void ObjectTable::dropIndex() {
     alias_hashes_.release();
     indexed_rows_.release();
     indexed_ = false;
+    selected_by_alias_ = false;
 }
 
 bool ObjectTable::addToText(const db_row& row) {

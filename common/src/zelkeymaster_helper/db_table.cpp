@@ -5,19 +5,22 @@
 
 #include "db_table.h"
 
+#include <openssl/crypto.h>
+
 #include <cstdlib>
 #include <cstring>
 
 namespace zelkm {
 
-db_column_schema_t column_schema[SDB_NUM_COLUMNS] = {
-    {"ALIAS", 0, SDB_TYPE_BYTES},
-    {"CREATOR", 0, SDB_TYPE_BYTES},
-    {"ADMIN", 0, SDB_TYPE_BYTES | SDB_ATTR_ENUMERATED},
-    {"ACCESSOR", 0, SDB_TYPE_BYTES | SDB_ATTR_PATTERN | SDB_ATTR_ENUMERATED},
-    {"CREATOR_UID", 0, SDB_TYPE_BYTES},
-    {"PRIV_ACC", 0, SDB_TYPE_BYTES},
-};
+namespace {
+
+void releaseValue(db_column_value_t* value) {
+    OPENSSL_cleanse(value->data, value->len);
+    std::free(value->data);
+    *value = {};
+}
+
+}  // namespace
 
 void cacheColumnNameLengths() {
     for (db_column_schema_t& column : column_schema) {
@@ -46,7 +49,7 @@ void free_row(db_row* row) {
     }
     for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
         if (holdsBytes(i) && (row->col[i].flags & kValuePresent) != 0) {
-            std::free(row->col[i].data);
+            releaseValue(&row->col[i]);
         }
     }
     std::free(row);
@@ -67,8 +70,7 @@ bool copyValue(const uint8_t* data, uint32_t len, db_column_value_t* value) {
 
 bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len) {
     db_column_value_t& value = row->col[column];
-    std::free(value.data);
-    value = {};
+    releaseValue(&value);
     return copyValue(data, len, &value);
 }
 

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Rows in a list, their column schema, and the ownership rules: the table owns its rows, a row
-// owns its values.
+// Rows in a list, lookups in their column schema, and the ownership rules: the table owns its rows,
+// a row owns its values. Values are wiped before they are released.
 
 #pragma once
 
@@ -14,9 +14,6 @@ namespace zelkm {
 
 inline constexpr uint32_t kValuePresent = 1;  // bit of db_column_value_t::flags
 inline constexpr uint8_t kNoColumn = 255;     // stands for an unknown column name
-
-// In the order of the columns in rows and stores.
-extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
 
 // Fills the schema's name lengths in. Until then no column is found by a name of its own length.
 void cacheColumnNameLengths();
@@ -32,7 +29,7 @@ inline bool holdsBytes(size_t column) {
 // A new row without values; null when out of memory. Released with free_row().
 db_row* newRow();
 
-// Releases a row and its values. Null is allowed.
+// Wipes and releases a row and its values. Null is allowed.
 void free_row(db_row* row);
 
 // Makes an absent value a copy of the bytes. False when out of memory: it is then still absent.

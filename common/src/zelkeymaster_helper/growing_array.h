@@ -1,12 +1,16 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// An array of plain values that grows, in memory from malloc.
+// An array of plain values that grows, in memory from malloc. Memory is wiped before it is
+// released: what is derived from the store's values is as secret as they are.
 
 #pragma once
 
+#include <openssl/crypto.h>
+
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <type_traits>
 
 namespace zelkm {
@@ -25,19 +29,34 @@ class GrowingArray {
         }
         const size_t wanted = size_ + count;
         const size_t capacity = wanted > 2 * capacity_ ? wanted : 2 * capacity_;
-        void* data = std::realloc(data_, capacity * sizeof(T));
+        // Not realloc, which leaves the old block's content behind.
+        T* data = static_cast<T*>(std::malloc(capacity * sizeof(T)));
         if (data == nullptr) {
             return false;
         }
-        data_ = static_cast<T*>(data);
+        const size_t size = size_;
+        if (size != 0) {
+            std::memcpy(data, data_, size * sizeof(T));
+        }
+        release();
+        data_ = data;
+        size_ = size;
         capacity_ = capacity;
         return true;
     }
 
     void push(const T& value) { data_[size_++] = value; }  // into reserved room
-    void resize(size_t size) { size_ = size; }             // within reserved room
+
+    // Within reserved room. What is cut off is wiped.
+    void resize(size_t size) {
+        if (size < size_) {
+            OPENSSL_cleanse(data_ + size, (size_ - size) * sizeof(T));
+        }
+        size_ = size;
+    }
 
     void release() {
+        resize(0);
         std::free(data_);
         *this = {};
     }

@@ -52,6 +52,7 @@ void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t l
         piece = end + 1;
     }
     LOG_DEBUG("%s", piece);
+    OPENSSL_cleanse(text, len < kDumpedLen ? len : kDumpedLen);
 }
 
 // ---- Between the table and its texts ------------------------------------------------------------
@@ -107,19 +108,15 @@ int exportStore(db_bytes_t* out) {
     return status;
 }
 
-// Exports the given columns of the given rows, as text without a header.
-void exportSelection(const RowList& rows, const ColumnList& columns, db_bytes_t* out) {
+// Exports the given columns of the selected rows, as text without a header.
+void exportSelection(const ColumnList& columns, db_bytes_t* out) {
     size_t len = 1;
-    for (const db_row* row : rows) {
-        len += encodedLen(*row, columns);
-    }
+    g_table.forEachSelected([&](const db_row& row) { len += encodedLen(row, columns); });
     uint8_t* to = allocateResult(len, out);
     if (to == nullptr) {
         return;
     }
-    for (const db_row* row : rows) {
-        to = encodeRow(*row, columns, to);
-    }
+    g_table.forEachSelected([&](const db_row& row) { to = encodeRow(row, columns, to); });
     *to = '\0';
 }
 
@@ -255,29 +252,18 @@ int select_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* /*values*/,
     for (uint32_t i = 0; i < SDB_MAX_TOKENS; ++i) {
         output[i] = i < columns->count ? findColumn(columns->tokens[i]) : kNoColumn;
     }
-    RowList selected;
-    if (g_table.collect(*where, &selected)) {
-        exportSelection(selected, output, out);
-    } else {
-        LOG_ERROR("allocation failure for out");
-    }
-    selected.release();
+    g_table.select(*where);
+    exportSelection(output, out);
     return ZELKM_OK;
 }
 
 int delete_handler(db_parsed_tokens_t* /*columns*/, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
-    RowList selected;
-    int status = ZELKM_NOTHING_DELETED;
-    if (!g_table.collect(*where, &selected)) {
-        LOG_ERROR("allocation failure for out");
-        status = ZELKM_MEMORY_ALLOCATION_FAILED;
-    } else if (selected.size() != 0) {
-        g_table.remove(selected);
-        status = exportStore(out);
+    if (g_table.select(*where) == 0) {
+        return ZELKM_NOTHING_DELETED;
     }
-    selected.release();
-    return status;
+    g_table.removeSelected();
+    return exportStore(out);
 }
 
 // The column that an UPDATE means: the last one whose name the token begins with.
@@ -434,6 +420,15 @@ int execute(const ParsedCommand& command, db_bytes_t* out) {
 
 const db_command_handler_t command_handler[SDB_NUM_COMMANDS] = {
     zelkm::insert_handler, zelkm::select_handler, zelkm::delete_handler, zelkm::update_handler};
+
+db_column_schema_t column_schema[SDB_NUM_COLUMNS] = {
+    {"ALIAS", 0, SDB_TYPE_BYTES},
+    {"CREATOR", 0, SDB_TYPE_BYTES},
+    {"ADMIN", 0, SDB_TYPE_BYTES | SDB_ATTR_ENUMERATED},
+    {"ACCESSOR", 0, SDB_TYPE_BYTES | SDB_ATTR_PATTERN | SDB_ATTR_ENUMERATED},
+    {"CREATOR_UID", 0, SDB_TYPE_BYTES},
+    {"PRIV_ACC", 0, SDB_TYPE_BYTES},
+};
 
 void sdb_register_db_encrypt_fp(void* ctx, sdb_encrypt_fp fp) {
     zelkm::g_encryption = {ctx, fp};
