@@ -31,24 +31,6 @@ while [[ $# -gt 0 ]]; do
     shift
 done
 
-is_installed() {
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
-}
-
-install_tools() {
-    local package missing=() sudo
-    for package in "${packages[@]}"; do
-        is_installed "$package" || missing+=("$package")
-    done
-    [[ ${#missing[@]} -gt 0 ]] || return 0
-    echo "check: installing ${missing[*]}"
-    sudo=$([[ $(id -u) -eq 0 ]] || echo sudo)
-    $sudo apt-get -qq -o DPkg::Lock::Timeout=600 update ||
-        echo "check: not all package lists could be updated" >&2
-    $sudo env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 \
-        install -y --no-install-recommends "${missing[@]}" </dev/null >/dev/null
-}
-
 sources_to_lint() {
     local base
     if [[ $scope == all ]]; then
@@ -69,8 +51,7 @@ lint() {
         xargs -0 -n 2 -P "$(nproc)" clang-tidy-19 -p build/clang --quiet 2>/dev/null
 }
 
-scripts/setup.sh
-install_tools
+scripts/setup.sh "${packages[@]}"
 
 mapfile -t cxx < <(git ls-files '*.cpp' '*.h')
 [[ -z $fix ]] || clang-format-19 -i "${cxx[@]}"
