@@ -10,104 +10,12 @@
 #include <algorithm>
 #include <memory>
 
-#include "fake_keymaster.h"
-#include "temp_dir.h"
+#include "keymaster_calls.h"
 
 namespace {
 
-using namespace android::hardware::keymaster::V4_0;
 using namespace soft_keymaster;
 using namespace test;
-using Error = ErrorCode;
-using Params = std::vector<KeyParameter>;
-
-constexpr uint32_t kPatchLevel = 202601;
-constexpr size_t kTagSize = 16;
-constexpr auto kEncrypt = KeyPurpose::ENCRYPT;
-constexpr auto kDecrypt = KeyPurpose::DECRYPT;
-
-template <typename Value>
-KeyParameter param(Tag tag, Value value) {
-    KeyParameter result = {};
-    result.tag = tag;
-    result.f.longInteger = static_cast<uint64_t>(value);
-    return result;
-}
-
-const Params kAesKey = {
-    param(Tag::ALGORITHM, Algorithm::AES),  param(Tag::KEY_SIZE, 256),
-    param(Tag::BLOCK_MODE, BlockMode::GCM), param(Tag::PADDING, PaddingMode::NONE),
-    param(Tag::PURPOSE, kEncrypt),          param(Tag::PURPOSE, kDecrypt),
-    param(Tag::MIN_MAC_LENGTH, 128)};
-// Values out of order, and one whose top bit is set.
-const Params kEcKey = {
-    param(Tag::PURPOSE, KeyPurpose::VERIFY), param(Tag::PURPOSE, KeyPurpose::SIGN),
-    param(Tag::EC_CURVE, EcCurve::P_256),    param(Tag::NO_AUTH_REQUIRED, 1),
-    param(Tag::CREATION_DATETIME, 0x80),     param(Tag::ALGORITHM, Algorithm::EC)};
-const Params kRsaKey = {param(Tag::ALGORITHM, Algorithm::RSA), param(Tag::KEY_SIZE, 2048),
-                        param(Tag::RSA_PUBLIC_EXPONENT, 65537)};
-const Params kGcm = {param(Tag::BLOCK_MODE, BlockMode::GCM), param(Tag::PADDING, PaddingMode::NONE),
-                     param(Tag::MAC_LENGTH, 128)};
-
-// `params` with the entries of `changes` in place of those with the same tags.
-Params with(Params params, const Params& changes) {
-    for (const KeyParameter& change : changes) {
-        const auto same = [&](const KeyParameter& other) { return other.tag == change.tag; };
-        params.erase(std::remove_if(params.begin(), params.end(), same), params.end());
-    }
-    params.insert(params.end(), changes.begin(), changes.end());
-    return params;
-}
-
-// What a call answered, whichever of these it has.
-struct Result {
-    void put(ErrorCode value) { error = value; }
-    void put(const hidl_vec<uint8_t>& value) { output = value; }
-    void put(const hidl_vec<KeyParameter>& value) { params = value; }
-    void put(const hidl_vec<hidl_vec<uint8_t>>& value) { chain.assign(value.begin(), value.end()); }
-    void put(const KeyCharacteristics&) {}
-    void put(uint64_t value) { handle = value; }
-    void put(uint32_t value) { consumed = value; }
-
-    bool transport = false;
-    ErrorCode error = Error::VERSION_MISMATCH;  // the callback never ran
-    Bytes output;
-    Params params;
-    std::vector<Bytes> chain;
-    uint64_t handle = 0;
-    uint32_t consumed = 0;
-};
-
-// Runs `call` with a callback for whatever arguments.
-template <typename Function>
-Result resultOf(Function call) {
-    Result result;
-    result.transport = call([&](const auto&... values) { (result.put(values), ...); }).isOk();
-    return result;
-}
-
-// The calls in short form.
-Result generate(Keymaster& km, const Params& params) {
-    return resultOf([&](auto cb) { return km.generateKey(params, cb); });
-}
-ErrorCode check(Keymaster& km, const Bytes& blob) {
-    return resultOf([&](auto cb) { return km.getKeyCharacteristics(blob, {}, {}, cb); }).error;
-}
-Result upgrade(Keymaster& km, const Bytes& blob) {
-    return resultOf([&](auto cb) { return km.upgradeKey(blob, {}, cb); });
-}
-Result attest(Keymaster& km, const Bytes& blob, const Params& params) {
-    return resultOf([&](auto cb) { return km.attestKey(blob, params, cb); });
-}
-Result begin(Keymaster& km, KeyPurpose purpose, const Bytes& blob, const Params& params) {
-    return resultOf([&](auto cb) { return km.begin(purpose, blob, params, {}, cb); });
-}
-Result update(Keymaster& km, uint64_t handle, const Params& params, const Bytes& input) {
-    return resultOf([&](auto cb) { return km.update(handle, params, input, {}, {}, cb); });
-}
-Result finish(Keymaster& km, uint64_t handle, const Bytes& input = {}) {
-    return resultOf([&](auto cb) { return km.finish(handle, {}, input, {}, {}, {}, cb); });
-}
 
 // A whole operation: as many updates as it takes, then finish.
 Result run(Keymaster& km, KeyPurpose purpose, const Bytes& blob, const Params& params, Bytes input,
@@ -179,56 +87,6 @@ TEST_F(SoftKeymasterTest, IsTheOnlyKeymasterOfTheHost) {
     ASSERT_EQ(0, ::unsetenv(kRootKeyVariable));
 }
 
-TEST_F(SoftKeymasterTest, ChecksWhatItIsAskedFor) {
-    const auto refusal = [&](const Params& params) { return generate(km_, params).error; };
-    EXPECT_EQ(Error::UNSUPPORTED_ALGORITHM, refusal({}));
-    EXPECT_EQ(Error::UNSUPPORTED_KEY_SIZE, refusal(with(kAesKey, {param(Tag::KEY_SIZE, 128)})));
-    EXPECT_EQ(Error::MISSING_MIN_MAC_LENGTH, refusal({kAesKey.begin(), kAesKey.end() - 1}));
-
-    const Bytes key = newKey();
-    const Bytes encrypt_only = newKey(with(kAesKey, {param(Tag::PURPOSE, kEncrypt)}));
-    const Bytes any_nonce =
-        newKey(with(kAesKey, {param(Tag::CALLER_NONCE, 1), param(Tag::MIN_MAC_LENGTH, 96)}));
-    const auto gcm = [](Tag tag, auto value) { return with(kGcm, {param(tag, value)}); };
-    const Params nonce = with(kGcm, {bytesParameter(Tag::NONCE, Bytes(12))});
-    const Params odd_nonce = with(kGcm, {bytesParameter(Tag::NONCE, Bytes(11))});
-    const struct {
-        KeyPurpose purpose;
-        Bytes key;
-        Params params;
-        ErrorCode error;
-    } cases[] = {
-        {kDecrypt, key, kGcm, Error::MISSING_NONCE},
-        {kDecrypt, key, odd_nonce, Error::INVALID_NONCE},
-        {kDecrypt, encrypt_only, nonce, Error::INCOMPATIBLE_PURPOSE},
-        {kEncrypt, key, nonce, Error::CALLER_NONCE_PROHIBITED},
-        {kEncrypt, any_nonce, nonce, Error::OK},
-        {kEncrypt, any_nonce, gcm(Tag::MAC_LENGTH, 96), Error::OK},
-        {kEncrypt, key, gcm(Tag::MAC_LENGTH, 120), Error::INVALID_MAC_LENGTH},
-        {kEncrypt, key, gcm(Tag::MAC_LENGTH, 127), Error::UNSUPPORTED_MAC_LENGTH},
-        {kEncrypt, key, {kGcm.begin(), kGcm.end() - 1}, Error::MISSING_MAC_LENGTH},
-        {kEncrypt, key, gcm(Tag::BLOCK_MODE, BlockMode::CTR), Error::INCOMPATIBLE_BLOCK_MODE},
-        {kEncrypt, key, gcm(Tag::PADDING, PaddingMode::PKCS7), Error::INCOMPATIBLE_PADDING_MODE},
-        {kEncrypt, bytes("no blob"), kGcm, Error::INVALID_KEY_BLOB},
-    };
-    for (const auto& c : cases) {
-        const Result begun = begin(km_, c.purpose, c.key, c.params);
-        EXPECT_EQ(c.error, begun.error) << &c - cases;
-        EXPECT_EQ(c.error == Error::OK, km_.abort(begun.handle) == Error::OK) << &c - cases;
-    }
-
-    // Operations are bounded, and end with an error.
-    const Params header = {bytesParameter(Tag::ASSOCIATED_DATA, bytes("h"))};
-    const uint64_t first = begin(km_, kEncrypt, key, kGcm).handle;
-    const uint64_t second = begin(km_, kDecrypt, key, nonce).handle;
-    EXPECT_EQ(Error::TOO_MANY_OPERATIONS, begin(km_, kEncrypt, key, kGcm).error);
-    EXPECT_EQ(Error::OK, update(km_, first, header, {1}).error);
-    EXPECT_EQ(Error::INVALID_TAG, update(km_, first, header, {}).error);
-    EXPECT_EQ(Error::INVALID_OPERATION_HANDLE, update(km_, first, {}, {1}).error);
-    EXPECT_EQ(Error::INVALID_INPUT_LENGTH, finish(km_, second, Bytes(15)).error);
-    EXPECT_EQ(Error::INVALID_OPERATION_HANDLE, finish(km_, second).error);
-}
-
 TEST_F(SoftKeymasterTest, ChangedBlobsAreRefused) {
     const Bytes key = newKey();
     for (size_t i = 0; i < key.size(); i += i < 8 ? 1 : 13) {
@@ -298,13 +156,14 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
 
     // clang-format off
     Bytes expected = {  // the extension
-        0x06, 10, 0x2b, 6, 1, 4, 1, 0xd6, 0x79, 2, 1, 17, 0x04, 0x81, 0xe3, 0x30, 0x81, 0xe0,
+        0x06, 10, 0x2b, 6, 1, 4, 1, 0xd6, 0x79, 2, 1, 17, 0x04, 0x81, 0xec, 0x30, 0x81, 0xe9,
         0x02, 1, 3, 0x0a, 1, 0, 0x02, 1, 4, 0x0a, 1, 0,               // versions, both software
         0x04, 9, 'c', 'h', 'a', 'l', 'l', 'e', 'n', 'g', 'e', 4, 0,   // no unique id
-        0x30, 0x81, 0xc2, 0xa1, 8, 0x31, 6, 0x02, 1, 2, 0x02, 1, 3,   // in software: purposes
+        0x30, 0x81, 0xcb, 0xa1, 8, 0x31, 6, 0x02, 1, 2, 0x02, 1, 3,   // in software: purposes
         0xa2, 3, 0x02, 1, 3, 0xa3, 4, 0x02, 2, 1, 0,                  //   algorithm, key size
         0xaa, 3, 0x02, 1, 1, 0xbf, 0x83, 0x77, 2, 0x05, 0,            //   curve, no authentication
         0xbf, 0x85, 0x3d, 4, 0x02, 2, 0, 0x80, 0xbf, 0x85, 0x3e, 3, 0x02, 1, 0,   //   creation, origin
+        0xbf, 0x85, 0x41, 5, 0x02, 3, 1, 0x86, 0xa0,                  //   system version
         0xbf, 0x85, 0x42, 5, 0x02, 3, 3, 0x17, 0x69,                  //   patch level
         0xbf, 0x85, 0x45, 0x81, 0x85, 0x04, 0x81, 130, 0x30, 0};  //   application; hardware
     // clang-format on

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// AES-256-GCM, streaming.
+// AES-GCM, streaming.
 
 #pragma once
 
@@ -15,13 +15,13 @@ namespace soft_keymaster {
 
 class AesGcm {
   public:
-    static constexpr size_t kKeySize = 32;
+    static constexpr size_t kKeySize = 32;  // of the software keymaster's own keys
     static constexpr size_t kNonceSize = 12;
     static constexpr size_t kTagSize = 16;
 
     enum class Mode { kEncrypt, kDecrypt };
 
-    // `key` has kKeySize and `nonce` kNonceSize bytes.
+    // `key` has 16, 24 or 32 bytes, and `nonce` kNonceSize.
     AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce);
 
     // Only before the first call of update().

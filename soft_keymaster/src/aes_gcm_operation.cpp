@@ -13,24 +13,57 @@
 
 namespace soft_keymaster {
 
+using android::hardware::keymaster::V4_0::BlockMode;
+using android::hardware::keymaster::V4_0::PaddingMode;
+
 namespace {
 
 constexpr uint32_t kMaxMacBits = 8 * AesGcm::kTagSize;
 
 AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
+    require(purpose == KeyPurpose::ENCRYPT || purpose == KeyPurpose::DECRYPT,
+            ErrorCode::UNSUPPORTED_PURPOSE);
     require(hasEnum(key.characteristics, Tag::PURPOSE, purpose), ErrorCode::INCOMPATIBLE_PURPOSE);
     return purpose == KeyPurpose::ENCRYPT ? AesGcm::Mode::kEncrypt : AesGcm::Mode::kDecrypt;
 }
 
+// None or several say nothing, and so does a value that is none of the interface's.
+BlockMode blockModeOf(const Params& params) {
+    const auto mode =
+        static_cast<BlockMode>(findSingleInteger(params, Tag::BLOCK_MODE).value_or(0));
+    switch (mode) {
+        case BlockMode::ECB:
+        case BlockMode::CBC:
+        case BlockMode::CTR:
+        case BlockMode::GCM:
+            return mode;
+    }
+    throw KeymasterError{ErrorCode::UNSUPPORTED_BLOCK_MODE};
+}
+
+PaddingMode paddingOf(const Params& params) {
+    const auto padding =
+        static_cast<PaddingMode>(findSingleInteger(params, Tag::PADDING).value_or(0));
+    switch (padding) {
+        case PaddingMode::NONE:
+        case PaddingMode::RSA_OAEP:
+        case PaddingMode::RSA_PSS:
+        case PaddingMode::RSA_PKCS1_1_5_ENCRYPT:
+        case PaddingMode::RSA_PKCS1_1_5_SIGN:
+        case PaddingMode::PKCS7:
+            return padding;
+    }
+    throw KeymasterError{ErrorCode::UNSUPPORTED_PADDING_MODE};
+}
+
 // The asked-for tag size in bytes, after all checks that do not concern the nonce.
 size_t checkParams(const Key& key, const Params& params) {
-    const auto block_mode = findInteger(params, Tag::BLOCK_MODE);
-    require(block_mode.has_value(), ErrorCode::UNSUPPORTED_BLOCK_MODE);
-    require(hasInteger(key.characteristics, Tag::BLOCK_MODE, *block_mode),
+    const BlockMode block_mode = blockModeOf(params);
+    require(hasEnum(key.characteristics, Tag::BLOCK_MODE, block_mode),
             ErrorCode::INCOMPATIBLE_BLOCK_MODE);
-    const auto padding = findInteger(params, Tag::PADDING);
-    require(padding.has_value(), ErrorCode::UNSUPPORTED_PADDING_MODE);
-    require(hasInteger(key.characteristics, Tag::PADDING, *padding),
+    require(block_mode == BlockMode::GCM, ErrorCode::UNSUPPORTED_BLOCK_MODE);
+    const PaddingMode padding = paddingOf(params);
+    require(hasEnum(key.characteristics, Tag::PADDING, padding) && padding == PaddingMode::NONE,
             ErrorCode::INCOMPATIBLE_PADDING_MODE);
     const auto mac_length = findInteger(params, Tag::MAC_LENGTH);
     require(mac_length.has_value(), ErrorCode::MISSING_MAC_LENGTH);
@@ -50,11 +83,13 @@ std::array<uint8_t, AesGcm::kNonceSize> chooseNonce(AesGcm::Mode mode, const Key
                 ErrorCode::CALLER_NONCE_PROHIBITED);
         require(given->blob.size() == nonce.size(), ErrorCode::INVALID_NONCE);
         std::copy(given->blob.begin(), given->blob.end(), nonce.begin());
-        return nonce;
+    } else {
+        require(mode == AesGcm::Mode::kEncrypt, ErrorCode::MISSING_NONCE);
+        requireSsl(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
     }
-    require(mode == AesGcm::Mode::kEncrypt, ErrorCode::MISSING_NONCE);
-    requireSsl(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
-    out_params = {blobParam(Tag::NONCE, nonce.data(), nonce.size())};
+    if (mode == AesGcm::Mode::kEncrypt) {
+        out_params = {blobParam(Tag::NONCE, nonce.data(), nonce.size())};
+    }
     return nonce;
 }
 
@@ -95,11 +130,10 @@ hidl_vec<uint8_t> AesGcmOperation::finish(const Params& params, const hidl_vec<u
 }
 
 void AesGcmOperation::addAssociatedData(const Params& params) {
-    for (const KeyParameter& param : params) {
-        if (param.tag == Tag::ASSOCIATED_DATA) {
-            require(!payload_begun_, ErrorCode::INVALID_TAG);
-            cipher_.addAssociatedData(param.blob.data(), param.blob.size());
-        }
+    const KeyParameter* param = findParam(params, Tag::ASSOCIATED_DATA);  // one a list counts
+    if (param != nullptr) {
+        require(!payload_begun_, ErrorCode::INVALID_TAG);
+        cipher_.addAssociatedData(param->blob.data(), param->blob.size());
     }
 }
 

@@ -17,8 +17,8 @@ namespace soft_keymaster {
 
 class AesGcmOperation {
   public:
-    // Begins: `params` is what the caller asks for, `key` what the key allows. Adds a fresh nonce
-    // to `out_params` when encrypting without a nonce from the caller. Every function throws the
+    // Begins: `params` is what the caller asks for, `key` what the key allows. Adds the nonce
+    // to `out_params` when encrypting: the caller's, or a fresh one. Every function throws the
     // error that the keymaster is to answer, which ends the operation.
     AesGcmOperation(KeyPurpose purpose, const Key& key, const Params& params, Params& out_params);
 

@@ -108,6 +108,7 @@ bool isListed(Tag tag) {
         case Tag::NO_AUTH_REQUIRED:
         case Tag::CREATION_DATETIME:
         case Tag::ORIGIN:
+        case Tag::OS_VERSION:
         case Tag::OS_PATCHLEVEL:
         case Tag::ATTESTATION_APPLICATION_ID:
             return true;

@@ -11,7 +11,8 @@
 #include <openssl/rsa.h>
 
 #include <algorithm>
-#include <initializer_list>
+#include <chrono>
+#include <iterator>
 #include <vector>
 
 #include "aes_gcm.h"
@@ -22,66 +23,73 @@ using android::hardware::keymaster::V4_0::Algorithm;
 using android::hardware::keymaster::V4_0::BlockMode;
 using android::hardware::keymaster::V4_0::EcCurve;
 using android::hardware::keymaster::V4_0::KeyOrigin;
-using android::hardware::keymaster::V4_0::PaddingMode;
 
 namespace {
 
-constexpr uint32_t kAesBits = 8 * AesGcm::kKeySize;
 constexpr uint32_t kMinMacBits = 96;
 constexpr uint32_t kMaxMacBits = 8 * AesGcm::kTagSize;
-constexpr uint32_t kEcBits = 256;
 constexpr uint32_t kRsaBits = 2048;
 constexpr uint64_t kRsaExponent = 65537;
+constexpr uint32_t kOsVersion = 100000;  // of the device that is played: 10.00.00
 
-// Every entry with this tag has one of the values `allowed`.
-template <typename Enum>
-void requireOnly(const Params& params, Tag tag, std::initializer_list<Enum> allowed,
-                 ErrorCode error) {
-    for (const KeyParameter& param : params) {
-        const auto value = static_cast<Enum>(param.f.integer);
-        require(
-            param.tag != tag || std::find(allowed.begin(), allowed.end(), value) != allowed.end(),
-            error);
-    }
-}
+struct Curve {
+    EcCurve name;
+    uint32_t bits;
+    int nid;
+};
+
+constexpr Curve kCurves[] = {{EcCurve::P_224, 224, NID_secp224r1},
+                             {EcCurve::P_256, 256, NID_X9_62_prime256v1},
+                             {EcCurve::P_384, 384, NID_secp384r1},
+                             {EcCurve::P_521, 521, NID_secp521r1}};
 
 Bytes generateAes(const Params& params) {
-    require(findInteger(params, Tag::KEY_SIZE) == kAesBits, ErrorCode::UNSUPPORTED_KEY_SIZE);
-    requireOnly(params, Tag::PURPOSE, {KeyPurpose::ENCRYPT, KeyPurpose::DECRYPT},
-                ErrorCode::UNSUPPORTED_PURPOSE);
-    requireOnly(params, Tag::BLOCK_MODE, {BlockMode::GCM}, ErrorCode::UNSUPPORTED_BLOCK_MODE);
-    requireOnly(params, Tag::PADDING, {PaddingMode::NONE}, ErrorCode::UNSUPPORTED_PADDING_MODE);
+    const uint32_t bits = findInteger(params, Tag::KEY_SIZE).value_or(0);
+    require(bits == 128 || bits == 192 || bits == 256, ErrorCode::UNSUPPORTED_KEY_SIZE);
     const auto min_mac = findInteger(params, Tag::MIN_MAC_LENGTH);
+    if (!hasEnum(params, Tag::BLOCK_MODE, BlockMode::GCM)) {
+        require(!min_mac.has_value(), ErrorCode::INVALID_TAG);  // only GCM has a MAC
+        throw KeymasterError{ErrorCode::UNSUPPORTED_BLOCK_MODE};
+    }
     require(min_mac.has_value(), ErrorCode::MISSING_MIN_MAC_LENGTH);
     require(*min_mac >= kMinMacBits && *min_mac <= kMaxMacBits && *min_mac % 8 == 0,
-            ErrorCode::UNSUPPORTED_MAC_LENGTH);
-    Bytes key(AesGcm::kKeySize);
+            ErrorCode::UNSUPPORTED_MIN_MAC_LENGTH);
+    Bytes key(bits / 8);
     requireSsl(RAND_bytes(key.data(), static_cast<int>(key.size())) == 1);
     return key;
 }
 
-PkeyPtr makeKeyPair(int type, int (*configure)(EVP_PKEY_CTX*)) {
-    const PkeyContextPtr context(EVP_PKEY_CTX_new_id(type, nullptr));
+PkeyPtr generated(EVP_PKEY_CTX* context) {
     EVP_PKEY* made = nullptr;
-    requireSsl(context != nullptr && EVP_PKEY_keygen_init(context.get()) == 1 &&
-               configure(context.get()) == 1 && EVP_PKEY_keygen(context.get(), &made) == 1);
+    requireSsl(EVP_PKEY_keygen(context, &made) == 1);
     return PkeyPtr(made);
+}
+
+PkeyPtr makeEcKeyPair(int curve_nid) {
+    const PkeyContextPtr context(EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr));
+    requireSsl(context != nullptr && EVP_PKEY_keygen_init(context.get()) == 1 &&
+               EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context.get(), curve_nid) == 1);
+    return generated(context.get());
 }
 
 Bytes generateEc(const Params& params, std::vector<KeyParameter>& characteristics) {
     const auto size = findInteger(params, Tag::KEY_SIZE);
     const auto curve = findInteger(params, Tag::EC_CURVE);
-    const auto p256 = static_cast<uint32_t>(EcCurve::P_256);
-    require(curve.value_or(p256) == p256, ErrorCode::UNSUPPORTED_EC_CURVE);
     require(size.has_value() || curve.has_value(), ErrorCode::UNSUPPORTED_KEY_SIZE);
-    require(size.value_or(kEcBits) == kEcBits, ErrorCode::UNSUPPORTED_KEY_SIZE);
+    const auto* const chosen =
+        std::find_if(std::begin(kCurves), std::end(kCurves), [&](const Curve& known) {
+            return curve ? known.name == static_cast<EcCurve>(*curve) : known.bits == *size;
+        });
+    require(chosen != std::end(kCurves),
+            curve ? ErrorCode::UNSUPPORTED_EC_CURVE : ErrorCode::UNSUPPORTED_KEY_SIZE);
+    require(size.value_or(chosen->bits) == chosen->bits, ErrorCode::UNSUPPORTED_KEY_SIZE);
     if (!size) {
-        characteristics.push_back(integerParam(Tag::KEY_SIZE, kEcBits));
+        characteristics.push_back(integerParam(Tag::KEY_SIZE, chosen->bits));
     }
     if (!curve) {
-        characteristics.push_back(integerParam(Tag::EC_CURVE, p256));
+        characteristics.push_back(integerParam(Tag::EC_CURVE, static_cast<uint32_t>(chosen->name)));
     }
-    return toDer(makeEcKeyPair().get(), i2d_PrivateKey);
+    return toDer(makeEcKeyPair(chosen->nid).get(), i2d_PrivateKey);
 }
 
 Bytes generateRsa(const Params& params) {
@@ -89,29 +97,43 @@ Bytes generateRsa(const Params& params) {
     const KeyParameter* exponent = findParam(params, Tag::RSA_PUBLIC_EXPONENT);
     require(exponent != nullptr && exponent->f.longInteger == kRsaExponent,
             ErrorCode::INVALID_ARGUMENT);
-    const PkeyPtr pair = makeKeyPair(EVP_PKEY_RSA, [](EVP_PKEY_CTX* context) {
-        return EVP_PKEY_CTX_set_rsa_keygen_bits(context, kRsaBits);  // the exponent is the default
-    });
-    return toDer(pair.get(), i2d_PrivateKey);
+    const PkeyContextPtr context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
+    requireSsl(context != nullptr && EVP_PKEY_keygen_init(context.get()) == 1 &&
+               EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), kRsaBits) == 1);
+    return toDer(generated(context.get()).get(), i2d_PrivateKey);  // the exponent is the default
+}
+
+// Now, in milliseconds.
+KeyParameter creationTime() {
+    KeyParameter param{};
+    param.tag = Tag::CREATION_DATETIME;
+    param.f.dateTime =
+        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                  std::chrono::system_clock::now().time_since_epoch())
+                                  .count());
+    return param;
 }
 
 }  // namespace
 
 Key generateKey(const Params& params, uint32_t patch_level) {
+    std::vector<KeyParameter> characteristics;
     for (const KeyParameter& param : params) {
         switch (param.tag) {
             case Tag::ORIGIN:
+            case Tag::ROOT_OF_TRUST:
+                throw KeymasterError{ErrorCode::INVALID_TAG};
             case Tag::OS_VERSION:
             case Tag::OS_PATCHLEVEL:
-                throw KeymasterError{ErrorCode::INVALID_TAG};  // the keymaster's own to say
             case Tag::APPLICATION_ID:
             case Tag::APPLICATION_DATA:
-                throw KeymasterError{ErrorCode::UNSUPPORTED_TAG};  // no key is bound to a client
-            default:
                 break;
+            default:
+                if (hasKnownType(param.tag)) {
+                    characteristics.push_back(param);
+                }
         }
     }
-    std::vector<KeyParameter> characteristics = params;
     Key key;
     const auto algorithm = findInteger(params, Tag::ALGORITHM);
     require(algorithm.has_value(), ErrorCode::UNSUPPORTED_ALGORITHM);
@@ -130,20 +152,22 @@ Key generateKey(const Params& params, uint32_t patch_level) {
     }
     characteristics.push_back(
         integerParam(Tag::ORIGIN, static_cast<uint32_t>(KeyOrigin::GENERATED)));
+    if (findParam(params, Tag::CREATION_DATETIME) == nullptr) {
+        characteristics.push_back(creationTime());
+    }
+    characteristics.push_back(integerParam(Tag::OS_VERSION, kOsVersion));
     characteristics.push_back(integerParam(Tag::OS_PATCHLEVEL, patch_level));
     key.characteristics = characteristics;
     return key;
 }
 
 PkeyPtr makeEcKeyPair() {
-    return makeKeyPair(EVP_PKEY_EC, [](EVP_PKEY_CTX* context) {
-        return EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context, NID_X9_62_prime256v1);
-    });
+    return makeEcKeyPair(NID_X9_62_prime256v1);
 }
 
 PkeyPtr privateKey(const Key& key) {
     require(!hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES),
-            ErrorCode::UNSUPPORTED_ALGORITHM);
+            ErrorCode::INCOMPATIBLE_ALGORITHM);
     const uint8_t* der = key.material.data();
     PkeyPtr pair(d2i_AutoPrivateKey(nullptr, &der, static_cast<long>(key.material.size())));
     requireSsl(pair != nullptr);

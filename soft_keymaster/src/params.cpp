@@ -80,6 +80,10 @@ TagType typeOf(Tag tag) {
     return static_cast<TagType>(static_cast<uint32_t>(tag) & kTypeMask);
 }
 
+bool hasKnownType(Tag tag) {
+    return typeOf(tag) != TagType::INVALID && typeOf(tag) <= TagType::ULONG_REP;
+}
+
 const KeyParameter* findParam(const Params& params, Tag tag) {
     const auto found = std::find_if(params.begin(), params.end(),
                                     [tag](const KeyParameter& param) { return param.tag == tag; });
@@ -92,6 +96,12 @@ std::optional<uint32_t> findInteger(const Params& params, Tag tag) {
         return std::nullopt;
     }
     return param->f.integer;
+}
+
+std::optional<uint32_t> findSingleInteger(const Params& params, Tag tag) {
+    const auto count = std::count_if(params.begin(), params.end(),
+                                     [tag](const KeyParameter& param) { return param.tag == tag; });
+    return count == 1 ? findInteger(params, tag) : std::nullopt;
 }
 
 bool hasInteger(const Params& params, Tag tag, uint32_t value) {

@@ -19,12 +19,17 @@ using android::hardware::keymaster::V4_0::TagType;
 using Params = hidl_vec<KeyParameter>;
 
 TagType typeOf(Tag tag);
+// Whether the type in the tag is one that has values.
+bool hasKnownType(Tag tag);
 
 // The first entry with this tag; null when there is none.
 const KeyParameter* findParam(const Params& params, Tag tag);
 
 // The value of the first ENUM, ENUM_REP or UINT entry with this tag.
 std::optional<uint32_t> findInteger(const Params& params, Tag tag);
+
+// The same when the list has one such entry, and nothing when it has several.
+std::optional<uint32_t> findSingleInteger(const Params& params, Tag tag);
 
 // Whether one of the entries with this tag has this value; for repeatable tags.
 bool hasInteger(const Params& params, Tag tag, uint32_t value);

@@ -8,6 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <new>
@@ -82,6 +83,12 @@ KeyCharacteristics softwareEnforced(Params params) {
     return characteristics;
 }
 
+bool asksForDeviceIds(const Params& params) {
+    return std::any_of(params.begin(), params.end(), [](const KeyParameter& param) {
+        return param.tag >= Tag::ATTESTATION_ID_BRAND && param.tag <= Tag::ATTESTATION_ID_MODEL;
+    });
+}
+
 uint32_t patchLevelOf(const Key& key) {
     return findInteger(key.characteristics, Tag::OS_PATCHLEVEL).value_or(0);
 }
@@ -106,8 +113,8 @@ struct SoftKeymaster::State {
     }
 
     // A key that may be used at the device's patch level.
-    Key usableKey(const hidl_vec<uint8_t>& blob) {
-        Key key = unwrapKey(rootKey(), blob);
+    Key usableKey(const hidl_vec<uint8_t>& blob, const Bytes& client_data) {
+        Key key = unwrapKey(rootKey(), blob, client_data);
         require(patchLevelOf(key) <= options.patch_level, ErrorCode::INVALID_KEY_BLOB);
         require(patchLevelOf(key) == options.patch_level, ErrorCode::KEY_REQUIRES_UPGRADE);
         return key;
@@ -167,7 +174,7 @@ Return<void> SoftKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
         const Key key = soft_keymaster::generateKey(key_params, state_->options.patch_level);
-        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key);
+        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key, clientDataOf(key_params));
         characteristics = softwareEnforced(key.characteristics);
         blob = std::move(wrapped);
     });
@@ -180,19 +187,19 @@ Return<void> SoftKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_b
                                                   getKeyCharacteristics_cb cb) {
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
-        // No key here is bound to a client.
-        require(client_id.size() == 0 && app_data.size() == 0, ErrorCode::INVALID_KEY_BLOB);
-        characteristics = softwareEnforced(state_->usableKey(key_blob).characteristics);
+        const Key key = state_->usableKey(key_blob, clientDataOf(client_id, app_data));
+        characteristics = softwareEnforced(key.characteristics);
     });
     return answer(cb, error, characteristics);
 }
 
 Return<void> SoftKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<KeyParameter>& /* upgrade_params */,
+                                       const hidl_vec<KeyParameter>& upgrade_params,
                                        upgradeKey_cb cb) {
     hidl_vec<uint8_t> upgraded;
     const ErrorCode error = guarded([&] {
-        Key key = unwrapKey(state_->rootKey(), key_blob);
+        const Bytes client_data = clientDataOf(upgrade_params);
+        Key key = unwrapKey(state_->rootKey(), key_blob, client_data);
         const uint32_t patch_level = state_->options.patch_level;
         require(patchLevelOf(key) <= patch_level, ErrorCode::INVALID_ARGUMENT);
         if (patchLevelOf(key) == patch_level) {
@@ -203,13 +210,13 @@ Return<void> SoftKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
                 param.f.integer = patch_level;
             }
         }
-        upgraded = wrapKey(state_->rootKey(), key);
+        upgraded = wrapKey(state_->rootKey(), key, client_data);
     });
     return answer(cb, error, upgraded);
 }
 
-Return<ErrorCode> SoftKeymaster::deleteKey(const hidl_vec<uint8_t>& key_blob) {
-    return guarded([&] { unwrapKey(state_->rootKey(), key_blob); });
+Return<ErrorCode> SoftKeymaster::deleteKey(const hidl_vec<uint8_t>& /* key_blob */) {
+    return ErrorCode::OK;
 }
 
 Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
@@ -217,7 +224,7 @@ Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
                                       attestKey_cb cb) {
     hidl_vec<hidl_vec<uint8_t>> chain;
     const ErrorCode error = guarded([&] {
-        const Key key = state_->usableKey(key_blob);
+        const Key key = state_->usableKey(key_blob, clientDataOf(attest_params));
         const PkeyPtr pair = privateKey(key);
         const KeyParameter* request = findParam(attest_params, kTagGenerateCsr);
         if (request != nullptr && request->f.boolValue) {
@@ -229,6 +236,7 @@ Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
         require(challenge->blob.size() <= kMaxChallengeSize, ErrorCode::INVALID_INPUT_LENGTH);
         const KeyParameter* app_id = findParam(attest_params, Tag::ATTESTATION_APPLICATION_ID);
         require(app_id != nullptr, ErrorCode::ATTESTATION_APPLICATION_ID_MISSING);
+        require(!asksForDeviceIds(attest_params), ErrorCode::CANNOT_ATTEST_IDS);
         chain = state_->authority().certify(
             pair.get(), encodeKeyDescription(key.characteristics, challenge->blob, app_id->blob));
     });
@@ -246,7 +254,7 @@ Return<void> SoftKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& k
             out_params = convertPassword(state_->rootKey(), purpose, in_params);
             return;
         }
-        const Key key = state_->usableKey(key_blob);
+        const Key key = state_->usableKey(key_blob, clientDataOf(in_params));
         require(hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES),
                 ErrorCode::UNIMPLEMENTED);
         require(state_->operations.size() < state_->options.max_operations,
@@ -321,13 +329,20 @@ Return<void> SoftKeymaster::importWrappedKey(const hidl_vec<uint8_t>&, const hid
     return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>(), KeyCharacteristics());
 }
 
-Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                                      const hidl_vec<uint8_t>&, exportKey_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>());
+Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_blob,
+                                      const hidl_vec<uint8_t>& client_id,
+                                      const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
+    const ErrorCode error = guarded([&] {
+        const Key key = state_->usableKey(key_blob, clientDataOf(client_id, app_data));
+        const bool is_aes = hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES);
+        throw KeymasterError{is_aes ? ErrorCode::UNSUPPORTED_KEY_FORMAT  // a secret has no format
+                                    : ErrorCode::UNIMPLEMENTED};
+    });
+    return answer(cb, error, hidl_vec<uint8_t>());
 }
 
 Return<ErrorCode> SoftKeymaster::deleteAllKeys() {
-    return ErrorCode::UNIMPLEMENTED;
+    return ErrorCode::OK;
 }
 
 Return<ErrorCode> SoftKeymaster::destroyAttestationIds() {

@@ -2,14 +2,17 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A keymaster 4.0 in software, with the answers that a keymaster in hardware would give.
+// A keymaster 4.0 in software, with the answers that the platform's own software keymaster and a
+// keymaster in hardware would give.
 //
-// What it does: AES-256-GCM keys and their operations, EC P-256 and RSA-2048 keys with attestation
-// chains and certificate requests, and the password conversion (vendor purposes 101 and 102). The
-// rest of the interface answers UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
+// What it does: AES-GCM keys and their operations, EC and RSA-2048 keys with attestation chains and
+// certificate requests, and the password conversion (vendor purposes 101 and 102). The rest of the
+// interface answers UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
 //
 // Key blobs carry the key and its characteristics, sealed under the root key: whoever uses the same
-// root key file can open them. All characteristics are software enforced.
+// root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the same
+// bytes at every use, else its blob is an INVALID_KEY_BLOB. All characteristics are software
+// enforced.
 //
 // Threads: one at a time per object. Several objects, and several processes, may share a root key
 // file. Every callback runs before its call returns; on an error it gets empty values. No exception
@@ -72,8 +75,10 @@ class SoftKeymaster : public Keymaster {
     Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
                             const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
-    // Checks the blob. Nothing is kept for a key, so there is nothing to delete.
+    // Both answer OK to everything: nothing is kept for a key, so there is nothing to delete, and
+    // the blob goes on working.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
+    Return<ErrorCode> deleteAllKeys() override;
     Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
                            const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
 
@@ -88,6 +93,11 @@ class SoftKeymaster : public Keymaster {
                         const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
+
+    // No key has a form outside: UNSUPPORTED_KEY_FORMAT for an AES key, else UNIMPLEMENTED.
+    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
+                           exportKey_cb cb) override;
 
     // UNIMPLEMENTED, all of them.
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
@@ -104,10 +114,6 @@ class SoftKeymaster : public Keymaster {
                                   const hidl_vec<KeyParameter>& unwrapping_params,
                                   uint64_t password_sid, uint64_t biometric_sid,
                                   importWrappedKey_cb cb) override;
-    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
-                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
-                           exportKey_cb cb) override;
-    Return<ErrorCode> deleteAllKeys() override;
     Return<ErrorCode> destroyAttestationIds() override;
 
   private:

@@ -1,0 +1,112 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The calls of a keymaster in short form, with the parameter lists that tests start from.
+
+#pragma once
+
+#include <soft_keymaster/soft_keymaster.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "fake_keymaster.h"
+
+namespace test {
+
+using soft_keymaster::Keymaster;
+using Error = ErrorCode;
+using Params = std::vector<KeyParameter>;
+
+inline constexpr uint32_t kPatchLevel = 202601;
+inline constexpr size_t kTagSize = 16;
+inline constexpr auto kEncrypt = KeyPurpose::ENCRYPT;
+inline constexpr auto kDecrypt = KeyPurpose::DECRYPT;
+
+template <typename Value>
+KeyParameter param(Tag tag, Value value) {
+    KeyParameter result = {};
+    result.tag = tag;
+    result.f.longInteger = static_cast<uint64_t>(value);
+    return result;
+}
+
+inline const Params kAesKey = {
+    param(Tag::ALGORITHM, Algorithm::AES),  param(Tag::KEY_SIZE, 256),
+    param(Tag::BLOCK_MODE, BlockMode::GCM), param(Tag::PADDING, PaddingMode::NONE),
+    param(Tag::PURPOSE, kEncrypt),          param(Tag::PURPOSE, kDecrypt),
+    param(Tag::MIN_MAC_LENGTH, 128)};
+// Values out of order, and one whose top bit is set.
+inline const Params kEcKey = {
+    param(Tag::PURPOSE, KeyPurpose::VERIFY), param(Tag::PURPOSE, KeyPurpose::SIGN),
+    param(Tag::EC_CURVE, EcCurve::P_256),    param(Tag::NO_AUTH_REQUIRED, 1),
+    param(Tag::CREATION_DATETIME, 0x80),     param(Tag::ALGORITHM, Algorithm::EC)};
+inline const Params kRsaKey = {param(Tag::ALGORITHM, Algorithm::RSA), param(Tag::KEY_SIZE, 2048),
+                               param(Tag::RSA_PUBLIC_EXPONENT, 65537)};
+inline const Params kGcm = {param(Tag::BLOCK_MODE, BlockMode::GCM),
+                            param(Tag::PADDING, PaddingMode::NONE), param(Tag::MAC_LENGTH, 128)};
+
+// `params` with the entries of `changes` in place of those with the same tags.
+inline Params with(Params params, const Params& changes) {
+    for (const KeyParameter& change : changes) {
+        const auto same = [&](const KeyParameter& other) { return other.tag == change.tag; };
+        params.erase(std::remove_if(params.begin(), params.end(), same), params.end());
+    }
+    params.insert(params.end(), changes.begin(), changes.end());
+    return params;
+}
+
+// What a call answered, whichever of these it has.
+struct Result {
+    void put(ErrorCode value) { error = value; }
+    void put(const hidl_vec<uint8_t>& value) { output = value; }
+    void put(const hidl_vec<KeyParameter>& value) { params = value; }
+    void put(const hidl_vec<hidl_vec<uint8_t>>& value) { chain.assign(value.begin(), value.end()); }
+    void put(const KeyCharacteristics& value) { params = value.softwareEnforced; }
+    void put(uint64_t value) { handle = value; }
+    void put(uint32_t value) { consumed = value; }
+
+    bool transport = false;
+    ErrorCode error = Error::VERSION_MISMATCH;  // the callback never ran
+    Bytes output;
+    Params params;
+    std::vector<Bytes> chain;
+    uint64_t handle = 0;
+    uint32_t consumed = 0;
+};
+
+// Runs `call` with a callback for whatever arguments.
+template <typename Function>
+Result resultOf(Function call) {
+    Result result;
+    result.transport = call([&](const auto&... values) { (result.put(values), ...); }).isOk();
+    return result;
+}
+
+inline Result generate(Keymaster& km, const Params& params) {
+    return resultOf([&](auto cb) { return km.generateKey(params, cb); });
+}
+inline Result characteristics(Keymaster& km, const Bytes& blob, const Bytes& client = {},
+                              const Bytes& data = {}) {
+    return resultOf([&](auto cb) { return km.getKeyCharacteristics(blob, client, data, cb); });
+}
+inline ErrorCode check(Keymaster& km, const Bytes& blob) {
+    return characteristics(km, blob).error;
+}
+inline Result upgrade(Keymaster& km, const Bytes& blob, const Params& params = {}) {
+    return resultOf([&](auto cb) { return km.upgradeKey(blob, params, cb); });
+}
+inline Result attest(Keymaster& km, const Bytes& blob, const Params& params) {
+    return resultOf([&](auto cb) { return km.attestKey(blob, params, cb); });
+}
+inline Result begin(Keymaster& km, KeyPurpose purpose, const Bytes& blob, const Params& params) {
+    return resultOf([&](auto cb) { return km.begin(purpose, blob, params, {}, cb); });
+}
+inline Result update(Keymaster& km, uint64_t handle, const Params& params, const Bytes& input) {
+    return resultOf([&](auto cb) { return km.update(handle, params, input, {}, {}, cb); });
+}
+inline Result finish(Keymaster& km, uint64_t handle, const Bytes& input = {}) {
+    return resultOf([&](auto cb) { return km.finish(handle, {}, input, {}, {}, {}, cb); });
+}
+
+}  // namespace test
