@@ -1,0 +1,370 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Every message that the library logs. See messages.h.
+
+#include "messages.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace zelkm_tool {
+namespace {
+
+constexpr Level D = Level::kDebug;
+constexpr Level W = Level::kWarning;
+constexpr Level E = Level::kError;
+constexpr Source kObject = Source::kObject;
+constexpr Source kEngine = Source::kEngine;
+constexpr Detail kNone = Detail::kNone;
+constexpr Detail kResult = Detail::kResult;
+constexpr Detail kSystemError = Detail::kSystemError;
+constexpr Detail kText = Detail::kText;
+
+constexpr char kNothing[] = "Nothing.";
+constexpr char kCheckService[] = "Check that the keymaster service lives, and try again.";
+constexpr char kCheckPermissions[] = "Check the directory's owner, mode and file system.";
+constexpr char kRestart[] = "Free memory and restart the process.";
+constexpr char kGiveHandle[] = "Construct the object with a keymaster handle.";
+constexpr char kKeymasterAtFault[] = "Report it to whoever makes the keymaster.";
+constexpr char kLookUpCode[] =
+    "Look the code up under result codes, or with `zelkm explain -- CODE`.";
+constexpr char kSeeBefore[] = "See the message before it.";
+constexpr char kCorrectCommand[] = "Correct the command.";
+
+std::vector<MessageGroup> makeGroups() {
+    return {
+        {"Files",
+         {
+             {"no-file", W, kObject, "no file %s", kText, "a file cannot be opened",
+              "It does not exist yet, in most cases.",
+              "Nothing on a first start; later see [recovery](#recovery).", ""},
+             {"read-failed", E, kObject, "file read fail: %s(%d)", kSystemError,
+              "a file could not be read whole, and counts as missing",
+              "With number 0 it got shorter meanwhile.", "Check the medium.", ""},
+             {"tmp-not-created", E, kObject, "file open: %s(%d)", kSystemError,
+              "the .tmp file of a new version cannot be created", "The file itself is untouched.",
+              "Check the directory's permissions and space.", "-1000"},
+             {"write-failed", E, kObject, "file write fail: %s(%d)", kSystemError,
+              "the new version of a file could not be written",
+              "Number 0 means that fewer bytes were written, without an error. The file itself is "
+              "untouched.",
+              "Check the space.", "-1000"},
+             {"backup-not-removed", W, kObject, "fail to remove backup file: %s(%d)", kSystemError,
+              "the old .bak stays", "The replacement goes on.", kCheckPermissions, ""},
+             {"backup-not-kept", W, kObject, "fail to rename to the backup file: %s(%d)",
+              kSystemError, "there is no backup of the version before", "The replacement goes on.",
+              kCheckPermissions, ""},
+             {"current-not-removed", E, kObject, "fail unlink: %s(%d)", kSystemError,
+              "the current file could be neither moved nor removed", "The new version is in .tmp.",
+              kCheckPermissions, "-1000"},
+             {"new-not-in-place", E, kObject, "fail rename: %s(%d)", kSystemError,
+              "the new version could not get the file's name",
+              "The old version is in .bak, the new one in .tmp.",
+              "Run `zelkm doctor` before any change.", "-1000"},
+             {"restore-without-file", D, kObject, "no secure object file", kNone,
+              "a restore found no current file", "", kNothing, ""},
+             {"refused-not-removed", E, kObject, "fail unlink during restore: %s(%d)", kSystemError,
+              "the refused store could not be removed, and the backup was not put in place", "",
+              kCheckPermissions, ""},
+             {"no-backup", E, kObject, "fail rename during restore:%s(%d)", kSystemError,
+              "the backup could not be put in place", "There is none, in most cases.",
+              "The store file is gone: copy the directory and see [recovery](#recovery).", ""},
+         }},
+        {"Database key",
+         {
+             {"no-database-key", E, kObject, "init_db_key fail", kNone,
+              "there is no usable database key", "The line before says why.", kSeeBefore, ""},
+             {"key-without-keymaster", W, kObject,
+              "This case should not exist, keygeneration with keymaster dev", kNone,
+              "a key is needed, and the object has no keymaster", "", kGiveHandle, "-1000"},
+             {"generate-lost", E, kObject, "error in generateKey hidl call : %d", kResult,
+              "a call that makes the database key did not get through", "", kCheckService, "-1000"},
+             {"no-key-given", E, kObject, "invalid param", kNone,
+              "`setLoadedDBKey` was given nothing", "A caller's mistake.",
+              "Give it the key's blob.", "-32"},
+             {"characteristics-lost", E, kObject,
+              "error during getKeyCharacteristics hidl call : %d", kResult,
+              "a call that checks the stored key did not get through", "", kCheckService, "-1000"},
+             {"key-refused", E, kObject, "getKeyCharacteristics but set anyway, err : %d", kNone,
+              "the keymaster refuses the stored key",
+              "The number is always 0; the next message has the code.", "See the next message.",
+              ""},
+             {"key-upgrade", W, kObject, "Upgrade the db key", kNone,
+              "the key is older than the system's patch level", "It is being upgraded.", kNothing,
+              ""},
+             {"upgrade-lost", E, kObject, "error during upgradeKey hidl call : %d", kResult,
+              "a call that upgrades the key did not get through", "", kCheckService, "-1000"},
+             {"upgraded-key-written", W, kObject, "Upgrade the db key file", kNone,
+              "the upgraded key is being written", "", kNothing, ""},
+             {"stored-key-unusable", E, kObject, "check_and_upgrade_db_key error(%d)", kResult,
+              "the stored key could not be used",
+              "The current query fails with the keymaster's code; the next one tries again.",
+              kLookUpCode, "its code"},
+             {"key-repair", W, kObject, "try restoreKeyBlob(%d)", kResult,
+              "the repair of the key begins", "The lines after it say what it found.",
+              "See the next messages.", ""},
+             {"key-file-not-loaded", E, kObject, "No keyfile, it will be restored after rebooting",
+              kNone, "`edbk` could not be loaded for want of memory", "", kRestart, ""},
+             {"key-cache-intact", D, kObject, "cached key blob is verified same as the stored blob",
+              kNone, "the key in memory and its file agree", "", kNothing, ""},
+             {"key-cache-differed", E, kObject,
+              "cached key blob is broken, update with the stored blob", kNone,
+              "the key in memory differed from its file", "The file's is used from now on.",
+              "Repeat the query.", ""},
+             {"no-key-digest", E, kObject, "No key digest file, regard it does not support", kNone,
+              "`edbk_digest` is missing or not 32 bytes long",
+              "The key cannot be judged, so nothing is changed.", kNothing, ""},
+             {"key-not-hashed", E, kObject, "cached key hash generation fail", kNone,
+              "the key could not be hashed", "SHA-256 failed, for want of memory in most cases.",
+              kRestart, ""},
+             {"key-intact", E, kObject,
+              "key blob is verified, regard the device is corrupted or the old version", kNone,
+              "the key is intact, and yet the keymaster refuses it",
+              "The keymaster lost its root key, or the system was downgraded. Nothing is deleted.",
+              "Put the system back that the key was made or upgraded under.", ""},
+             {"key-regenerated", E, kObject,
+              "key blob is corrupted. regard the key file is broken and regenerate key", kNone,
+              "the key does not fit its digest, so a new one takes its place",
+              "The key file was damaged, or its digest is that of another key.",
+              "The present store cannot be decrypted with the new key. Stop the process; "
+              "`edbk.bak` "
+              "holds the old key: run `zelkm doctor`.",
+              ""},
+             {"key-not-regenerated", E, kObject, "key blob generation failure. no way to restore",
+              kNone, "no new key could be made", "", kCheckService, ""},
+             {"digest-not-made", E, kObject, "key file hash generation fail", kNone,
+              "the key was written without a fresh digest",
+              "SHA-256 failed, for want of memory in most cases.",
+              "Run `zelkm doctor`: an older digest beside a new key is dangerous.", ""},
+             {"digest-not-written", E, kObject, "key file hash writing fail %d", kResult,
+              "the key was written, and its digest was not",
+              "An older digest stays beside a new key.",
+              "Run `zelkm doctor`, or remove `edbk_digest`, which is safe.", "-1000"},
+         }},
+        {"Encryption",
+         {
+             {"no-keymaster", E, kObject,
+              "This case should not be happen. keymaster dev shoud not be used directrly", kNone,
+              "the object has no keymaster", "", kGiveHandle, "-1000"},
+             {"call-lost", E, kObject, "HIDL call failed with %s", kText,
+              "a keymaster call did not get through",
+              "The service died, or more than about 1 MiB was to be sent.", kCheckService, ""},
+             {"begin-lost", E, kObject, "error in begin hidl call : %d", kResult,
+              "the call that begins an operation did not get through", "", kCheckService, "-1000"},
+             {"no-nonce", E, kObject, "no iv tag in begin out param", kNone,
+              "the keymaster returned no nonce for an encryption", "", kKeymasterAtFault, "-51"},
+             {"begin-refused", E, kObject, "error in begin process : %d", kResult,
+              "the keymaster refused to begin an operation",
+              "After -33 the repair of the key follows.", kLookUpCode, "its code"},
+             {"update-lost", E, kObject, "error in update hidl call : %d", kResult,
+              "a call in the middle of an operation did not get through, **and counts as "
+              "successful**",
+              "What was to be encrypted is written as it is; the next load refuses it.",
+              "Make the change again before a restart, or run `zelkm doctor --repair`; the version "
+              "before is in `.bak`. The plaintext was on the disk.",
+              ""},
+             {"update-refused", E, kObject, "error in update process : %d", kResult,
+              "the keymaster refused to go on with an operation", "", kLookUpCode, "its code"},
+             {"not-all-consumed", E, kObject,
+              "Not all data has been consumed. Consumed %zu of %zu bytes\n", kNone,
+              "the keymaster took less or more than it was given", "", kKeymasterAtFault, "-1000"},
+             {"finish-lost", E, kObject, "error in finish hidl call : %d", kResult,
+              "the call that ends an operation did not get through, **and counts as successful**",
+              "As for `error in update hidl call`.", "As for `error in update hidl call`.", ""},
+             {"finish-refused", E, kObject, "error in finish process : %d", kResult,
+              "the keymaster refused to end an operation",
+              "-30: the store is not what this key encrypted. It is damaged, or of another key; "
+              "the "
+              "repair of the store follows.",
+              kLookUpCode, "its code"},
+             {"store-not-loaded", E, kObject,
+              "fail to load secure db file. it might recover after rebooting", kNone,
+              "the repair could not load the store file for want of memory", "", kRestart, ""},
+             {"store-refused", E, kObject,
+              "cached db is same as the stored db, regard the stored db is broken", kNone,
+              "the store file is damaged, or was made under another key",
+              "What was refused is what the file holds.", "See the next message.", ""},
+             {"backup-restored", E, kObject, "restore the stored db. need to restart keystore",
+              kNone, "the backup is being put in place of the refused store",
+              "It is the version before the last change.",
+              "**Restart the process before the next change**: it still holds the refused image, "
+              "and its next successful write would replace the restored file.",
+              ""},
+             {"store-cache-differed", E, kObject, "cached db is broken, update with the stored db",
+              kNone, "the store in memory differed from its file",
+              "The file's is used from now on.", "Repeat the query.", ""},
+         }},
+        {"Password conversion and attestation",
+         {
+             {"password-without-keymaster", E, kObject,
+              "encryptWithPasswordHWKey: invalid keymaster dev pointer", kNone,
+              "the object has no keymaster", "", kGiveHandle, "-32"},
+             {"password-mode", E, kObject, "not supported mode : %d", kNone,
+              "the type of a password conversion is neither 0 nor 1", "A caller's mistake.",
+              "Give a type of `PW_ENCRYPT_TYPE`.", "-2"},
+             {"no-rot", W, kObject, "invalid rot just set 0", kNone,
+              "the answer had no hardware value of 16 bytes, and zeros took its place", "",
+              "Nothing where the hardware gives none.", ""},
+             {"no-tag", E, kObject, "invalid tag", kNone, "the answer had no tag of 16 bytes", "",
+              kKeymasterAtFault, "-40"},
+             {"no-converted-key", E, kObject, "no key", kNone, "the answer had no wrapped material",
+              "", kKeymasterAtFault, "-40"},
+             {"no-encrypted-key", E, kObject, "no encrypted key", kNone,
+              "the answer had no unwrapped material", "", kKeymasterAtFault, "-40"},
+             {"csr-without-keymaster", E, kObject, "AttestKey: invalid IZelkeymasterDevice pointer",
+              kNone, "a signing request was asked of an object without keymaster", "", kGiveHandle,
+              "-32"},
+             {"csr-start", D, kObject, "GenerateCSR start", kNone, "a signing request begins", "",
+              kNothing, ""},
+             {"csr-lost", E, kObject, "GenerateCSR: IZelkeymasterDevice void error", kNone,
+              "the call for a signing request did not get through", "", kCheckService, "-1000"},
+             {"chain-too-short", E, kObject, "Invalid attestion chain length", kNone,
+              "there are fewer than three certificates", "", "Pass the whole chain.", "-30"},
+             {"certificate-unreadable", E, kObject, "d2i_X509 error", kNone,
+              "an element is no DER certificate", "", "Check the elements.", "-30"},
+             {"path-invalid", E, kObject, "X509_verify_cert fail %d, %d", kNone,
+              "the certification path is not valid",
+              "The numbers are the result and libcrypto's error (`X509_V_ERR_…`).",
+              "`zelkm verify-chain` says the second one in words.", "-30"},
+             {"path-not-verified", E, kObject, "verify_cert_chain fail", kNone,
+              "the certification path was not accepted", "The line before says why.", kSeeBefore,
+              "-30"},
+             {"leaf-key-unusable", E, kObject, "X509_get_pubkey error", kNone,
+              "the leaf's public key cannot be used", "", "Check the leaf.", "-30"},
+             {"first-not-signed", E, kObject, "X509_verify error during GAK", kNone,
+              "element 0 is not signed with the key of element 1", "",
+              "Check the order of the elements.", "-30"},
+             {"libcrypto-error", E, kObject, "print_openssl_error_cb", kNone,
+              "libcrypto had an error to tell", "The next message is its text.",
+              "See the next message.", ""},
+             {"libcrypto-error-text", E, kObject, "%s(%d, %p)", kText,
+              "libcrypto's own words, their length, and nothing", "", "Read the text.", ""},
+             {"no-stack", E, kObject, "sk_X509_new_null error", kNone,
+              "libcrypto had no memory for the list of certificates", "", kRestart, "-30"},
+             {"certificate-not-pushed", E, kObject, "Failed to push certificate", kNone,
+              "libcrypto had no memory for another certificate", "", kRestart, "-30"},
+             {"no-trust-store", E, kObject, "X509_STORE_new error", kNone,
+              "libcrypto had no memory for the trust store", "", kRestart, "-30"},
+             {"no-verification", E, kObject, "X509_STORE_CTX_init error", kNone,
+              "libcrypto had no memory for the verification", "", kRestart, "-30"},
+             {"no-context", E, kObject, "ctx is NULL", kNone,
+              "libcrypto asked about no certificate", "Cannot happen.", "Report it.", "-30"},
+         }},
+        {"Start-up",
+         {
+             {"constructed", D, kObject, "instantiated with IZelKeymasterDevice", kNone,
+              "an object was constructed", "", kNothing, ""},
+         }},
+        {"The engine: commands",
+         {
+             {"no-command", E, kEngine, "command or len is null", kNone,
+              "there is no command or no handle", "A null pointer, or length 0.",
+              "A caller's mistake.", "-38"},
+             {"dump", D, kEngine, "%s(%d) : L%d", kNone,
+              "a command, or a column name that is unknown, follows",
+              "The label, the text's length in bytes, the source line.", kNothing, "",
+              "command|invalid column name"},
+             {"dump-text", D, kEngine, "%s", kText, "a line of that text",
+              "At most its first 1023 bytes are logged.", kNothing, ""},
+             {"not-a-command", E, kEngine, "command parsing error", kNone,
+              "the command is none of INSERT, SELECT, DELETE, UPDATE", "", kCorrectCommand, "-911"},
+             {"no-column-list", E, kEngine, "column parsing error", kNone,
+              "the column list has no parentheses", "", kCorrectCommand, "-911"},
+             {"no-value-list", E, kEngine, "value parsing error", kNone,
+              "the value list has no opening parenthesis, or the command does not end with a "
+              "closing one",
+              "", kCorrectCommand, "-911"},
+             {"update-without-where", E, kEngine, "UPDATE needs WHERE statement", kNone,
+              "an UPDATE was refused", "None is ever accepted.", "Delete and insert instead.",
+              "-911"},
+             {"list-rules", E, kEngine, "err: state:(%d)  t->token=%p, *p(%p)=%c, len=%d\n", kNone,
+              "a list of columns, values or conditions breaks the rules",
+              "The tokenizer's state (1 between items, 2 after an opening quote, 3 in quotes, 4 "
+              "after a closing quote, 5 in an unquoted item), the list, the offending byte, its "
+              "value, the length of the item so far.",
+              "Correct the command, or the value that went into it: it holds the byte 0x1f or "
+              "begins with a comma.",
+              "-911"},
+             {"command-refused", E, kEngine, "parse_command error %d", kResult,
+              "the command was not understood", "The line before says why.", kSeeBefore, "-911"},
+             {"list-refused", E, kEngine, "parse_tokens error(%d)", kResult,
+              "a list of columns or values was not understood",
+              "Without a line before it there are more than six items.", kSeeBefore, "its code"},
+             {"conditions-refused", E, kEngine, "parse_where_set_token error(%d)", kResult,
+              "the conditions were not understood",
+              "Without a line before it, one has no operator.", kSeeBefore, "its code"},
+             {"handler-failed", E, kEngine, "%s error(%d)", kResult, "the command failed",
+              "Without a line before it, the code says why: lists of different lengths are -911, "
+              "and a DELETE that no object matches is -917.",
+              kSeeBefore, "its code", "INSERT|SELECT|DELETE|UPDATE"},
+             {"execution-failed", E, kEngine, "execute_command error %d", kResult,
+              "a command that was understood failed", "The lines before say why.", kSeeBefore,
+              "its code"},
+             {"unknown-column", E, kEngine, "invalid column name", kNone,
+              "an INSERT names an unknown column", "The name follows at debug level.",
+              kCorrectCommand, "-910"},
+             {"no-bytes-column", E, kEngine, "not supported type", kNone,
+              "a column of the schema holds no bytes", "Cannot happen with the built-in schema.",
+              "Report it.", "-100"},
+         }},
+        {"The engine: loading and exporting",
+         {
+             {"value-allocation", E, kEngine, "create colume value failure", kNone,
+              "there was no memory for a value", "", kRestart, "-41"},
+             {"update-allocation", E, kEngine, "allocation fail during update", kNone,
+              "there was no memory for a changed value", "", kRestart, "-41"},
+             {"load-allocation", E, kEngine, "allocation failure", kNone,
+              "there was no memory to load the store", "", kRestart, "-41"},
+             {"result-allocation", E, kEngine, "allocation failure for out", kNone,
+              "there was no memory for a result", "A select answers 0 with an empty result then.",
+              kRestart, "-41"},
+             {"export-failed", E, kEngine, "export sdb fail, clear db to sync again", kNone,
+              "the new version of the store could not be made",
+              "Nothing was changed; the next query loads the store again. The lines before say "
+              "why.",
+              kSeeBefore, "its code"},
+             {"load-failed", E, kEngine, "convert_to_internal error %d", kResult,
+              "the store could not be loaded", "The line before says why.", kSeeBefore, "its code"},
+             {"store-too-short", E, kEngine, "db size error", kNone,
+              "the store ends inside its header", "The file was cut or overwritten.",
+              "The library restores nothing: see [damaged store](#a-damaged-store).", "-913"},
+             {"payload-too-long", E, kEngine, "invalid db file len = %d, expected = %d", kNone,
+              "the header's payload length is larger than what is there",
+              "The file was cut, or its header changed. The numbers are the length that the header "
+              "has and what is there.",
+              "The library restores nothing: see [damaged store](#a-damaged-store).", "-915"},
+             {"row-malformed", E, kEngine, "abnormal end of lne %d", kNone,
+              "a row does not end after six values",
+              "The number is the byte found there. The flag or the row count in the header was "
+              "changed, or a stored value holds a separator.",
+              "The library restores nothing: see [damaged store](#a-damaged-store).", "-913"},
+             {"no-random-handle", E, kEngine, "fail to generate db handle: 0x%08llx", kNone,
+              "the random generator failed or drew 0", "It is asked ten times.", kNothing, ""},
+         }},
+    };
+}
+
+}  // namespace
+
+const char* sourceName(Source source) {
+    return source == kObject ? "zelkeymaster_operation.cpp" : "velt_secure_db.cpp";
+}
+
+const std::vector<MessageGroup>& messageGroups() {
+    static const auto& groups = *new std::vector<MessageGroup>(makeGroups());
+    return groups;
+}
+
+const Message& messageById(std::string_view id) {
+    for (const MessageGroup& group : messageGroups()) {
+        for (const Message& message : group.messages) {
+            if (message.id == id) {
+                return message;
+            }
+        }
+    }
+    throw std::out_of_range("no message " + std::string(id));
+}
+
+}  // namespace zelkm_tool
