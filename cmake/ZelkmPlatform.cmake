@@ -20,6 +20,7 @@ target_include_directories(zelkeymaster_platform INTERFACE
     $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/platform/host/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform>)
 target_compile_options(zelkeymaster_platform INTERFACE "SHELL:-idirafter ${ZELKM_LIBLOG_INCLUDE_DIR}")
+target_compile_features(zelkeymaster_platform INTERFACE cxx_std_17)
 target_link_libraries(zelkeymaster_platform INTERFACE ${ZELKM_LIBLOG})
 target_link_options(zelkeymaster_platform INTERFACE "LINKER:-rpath,${ZELKM_LIBLOG_DIR}")
 

@@ -8,7 +8,8 @@ set -euo pipefail
 
 exported() {
     "$1" --dynamic --defined-only --demangle "$2" | cut -d' ' -f3- |
-        sed -e 's/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' \
+        sed -E -e 's/std::__(cxx11|1)::/std::/g' \
+            -e 's/std::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' \
             -e 's/std::vector<std::string, std::allocator<std::string> >/std::vector<std::string>/g' \
             -e 's/\[abi:cxx11\]//g' -e 's/android::hardware:://g' -e 's/keymaster::V4_0:://g' |
         LC_ALL=C sort -u

@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Installs a build and uses it from outside, through CMake and through pkg-config:
-# install_test.sh BUILD_FOLDER C++_COMPILER
+# install_test.sh BUILD_FOLDER C++_COMPILER, with the build's flags in CXXFLAGS
 
 set -euo pipefail
 build=$1 cxx=$2
@@ -23,8 +23,8 @@ test -s "$scratch/store/secure_objects.db"
 
 export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zelkeymaster.pc)")
-# shellcheck disable=SC2046  # words are wanted
-"$cxx" -std=c++17 "$consumer/engine.cpp" -o "$scratch/engine" $(pkg-config --cflags --libs zelkeymaster)
+# shellcheck disable=SC2046,SC2086  # words are wanted
+"$cxx" ${CXXFLAGS:-} -std=c++17 "$consumer/engine.cpp" -o "$scratch/engine" $(pkg-config --cflags --libs zelkeymaster)
 "$scratch/engine" 2>/dev/null
 
 # The installed tool finds the installed library.
