@@ -116,11 +116,11 @@ class CheckedStore {
         return found;
     }
 
-    int query(const std::string& command, std::string* result) {
+    int query(const zelkm::CommandText& command, std::string* result) {
         unsigned char* out = nullptr;
         unsigned int len = 0;
         const int status =
-            sdb_query(command.data(), static_cast<unsigned int>(command.size()),
+            sdb_query(command.view().data(), static_cast<unsigned int>(command.len),
                       reinterpret_cast<const unsigned char*>(stored_.data()),
                       static_cast<unsigned int>(stored_.size()), &out, &len, &handle_);
         if (status == 0) {
@@ -130,7 +130,7 @@ class CheckedStore {
         return status;
     }
 
-    int change(const std::string& command) { return query(command, &stored_); }
+    int change(const zelkm::CommandText& command) { return query(command, &stored_); }
 
     std::string stored_;
     uint64_t handle_ = 0;

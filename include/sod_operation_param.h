@@ -19,7 +19,9 @@
 // values break the command or the stored row. Values are copied; arguments are not modified.
 // Setters return the object itself, so that calls can be chained.
 //
-// Not thread-safe. Failing string and vector allocations throw std::bad_alloc; nothing else throws.
+// Not thread-safe. Without memory the constructor and the setters throw std::bad_alloc, and lists
+// stay as they were; nothing else throws. These and getTokensFromString() are the only exceptions
+// that leave the library.
 class ZELKM_EXPORT SODOperationParam {
   public:
     // Sets the six column names and leaves all lists empty.
@@ -70,7 +72,9 @@ class ZELKM_EXPORT SODOperationParam {
     SODOperationParam& clearOutputFormat();
 
     // The lists themselves, valid as long as the object. A caller that changes them must keep the
-    // lists of a pair (columns and data, condition columns and values) equally long.
+    // lists of a pair (columns and data, condition columns and values) equally long: other lists
+    // make commands that are refused. A setter that finds its column, and no value in its place,
+    // fills the value list up to there with empty values.
     std::vector<std::string>& getColumnList();
     std::vector<std::string>& getDataList();
     std::vector<std::string>& getWhereColumnList();
@@ -96,6 +100,7 @@ class ZELKM_EXPORT SODOperationParam {
 
 // Appends the pieces of `in` between separators to `out`, which is not cleared first. Empty pieces
 // count, except one after a separator that ends `in`; an empty `in` is one empty piece. `in` is not
-// modified, and must not be an element of `out`.
+// modified, and must not be an element of `out`. Without memory throws std::bad_alloc, and `out` may
+// hold some of the pieces.
 ZELKM_EXPORT void getTokensFromString(std::vector<std::string>& out, std::string& in,
                                       char separator);

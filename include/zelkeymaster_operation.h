@@ -16,8 +16,8 @@
 //  - Threads: none inside, no locks. All objects of a process share one table, one callback
 //    registration and the files, so calls on all of them must be serialised. Keymaster calls are
 //    made on the caller's thread and answered before the call returns.
-//  - No exception leaves the library, except std::bad_alloc from the strings and vectors of the
-//    Sod… methods and of SODOperationParam.
+//  - No exception leaves the object's methods; want of memory is -41. (SODOperationParam and
+//    getTokensFromString() throw std::bad_alloc.)
 
 #pragma once
 
@@ -55,7 +55,8 @@ class ZELKM_EXPORT ZelKeymasterOperation {
 
     // ---- Secure objects -------------------------------------------------------------------------
     // Each builds one command from `p` and runs it. Beside the codes named, each passes on what the
-    // engine (see sdb_query()), queryInternal() and update_file() answer.
+    // engine (see sdb_query()), queryInternal() and update_file() answer. -41: out of memory; lists
+    // to append to are as before, and so is the store.
 
     // Stores one object: the write lists of `p`. Aliases need not be unique. A failed file write
     // leaves the cached image as it was, while the table in memory already holds the row.
@@ -67,7 +68,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     [[nodiscard]] int SodSelect(SODOperationParam& p, std::vector<std::string>& rows);
 
     // Appends "creator::alias" per matching object to `out`. Replaces the columns to read back of
-    // `p`, for good, by CREATOR and ALIAS.
+    // `p`, for good, by CREATOR and ALIAS (with -41 perhaps by only the first or none of them).
     [[nodiscard]] int SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out);
 
     // Appends the value of the one column to read back per matching object to `out`; objects whose
@@ -86,8 +87,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // Registers `ctx` and `cb` with the engine and runs `command`, on the table in memory when it
     // is current and else on `storedDb` (borrowed; null for none). `params` is ignored. `out`
     // receives the engine's buffer (malloc, the caller's) and must not be null; it holds {null, 0}
-    // on failure. -918: the secure database is switched off. -38: `out` is null. Relies on
-    // little-endian byte order for the length in `out`.
+    // on failure. -918: the secure database is switched off. -38: `out` is null.
     [[nodiscard]] int queryInternal(const keymaster_key_param_set_t* params, void* ctx,
                                     int (*cb)(void*, unsigned int, unsigned char*, unsigned char*,
                                               unsigned int, unsigned char*, unsigned char*,
@@ -128,7 +128,8 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // Checks a blob (malloc) in the keymaster and caches it.
     //   0      cached; the object owns `blob`
     //   -62    the keymaster upgraded it: the new blob is cached and written; `blob` stays the
-    //          caller's
+    //          caller's. An upgradeKey that itself answers -62 looks the same, but nothing is
+    //          cached or written: init_db_key() then answers 0 without a key
     //   -32    `blob` is null, `len` is 0 or there is no keymaster; the caller's, like after the
     //          next two
     //   -1000  transport failure, or an empty upgraded blob
@@ -153,7 +154,8 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY  `material` is a key, `tag` (not empty) its tag; fills
     //                                     `converted` with the encrypted key
     // `rot` receives the hardware's 16-byte value, or 16 zero bytes when it gives none, also when
-    // the hardware refuses. Outputs are replaced, and may keep a new value after a failure.
+    // the hardware refuses. Outputs are replaced, and may keep a new value after a failure. The
+    // copies that are sent are wiped; inputs and outputs are the caller's to wipe.
     //   -32   no keymaster
     //   -38   an empty input
     //   -2    any other type
@@ -192,9 +194,11 @@ class ZELKM_EXPORT ZelKeymasterOperation {
         const android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter>& params,
         android::hardware::hidl_vec<uint8_t>& csr);
 
-    // Checks that DER certificates (RFC 5280), leaf first, form one path up to the last of them.
-    // With `chainOnly` false element 0 is not on the path: it must carry a signature made with the
-    // key of element 1, the path's leaf, and nothing else about it is checked.
+    // Checks that a path (RFC 5280) leads from the first of some DER certificates, the leaf, to the
+    // last of them. It is looked for among all that lie between: their order does not matter, and
+    // neither do certificates that have nothing to do with the path. With `chainOnly` false element
+    // 0 is not on the path: it must carry a signature made with the key of element 1, the path's
+    // leaf, and nothing else about it is checked.
     //
     // 0 is NOT trust. The last certificate is taken as the anchor whoever made it, so any
     // self-consistent chain passes, an attacker's own included: compare the last element with the
@@ -202,8 +206,9 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // revocation is not looked at. Bytes after a certificate within an element are ignored.
     //
     // -30 for every failure, fewer than three elements included; the log tells the cause. Uses no
-    // keymaster; may run on any thread. libcrypto's error queue of the thread is empty after a
-    // failure.
+    // keymaster; may run on any thread. Leaves nothing in libcrypto's error queue of the thread.
+    // Entries that were there before stay, unless the failure is one that is logged with the queue:
+    // then they are printed and removed with it.
     [[nodiscard]] static int validateAttestChain(
         const android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>>& chain,
         bool chainOnly);
@@ -216,9 +221,10 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     [[nodiscard]] static int load_data(const char* path, uint8_t** data, uint32_t* len);
 
     // Replaces a file so that a crash at any point leaves a whole version, old or new, under the
-    // file's name, its ".bak" or its ".tmp". Names longer than 250 bytes are cut. -32: a null
-    // argument or length 0. -1000: a file call failed; the current file may then be missing, and
-    // its content in ".bak".
+    // file's name, its ".bak" or its ".tmp". With their suffix names are cut to 254 bytes; from 253
+    // bytes on both companions get one name, nothing is promised, and the file can be lost. -32: a
+    // null argument or length 0. -1000: a file call failed; the current file may then be missing,
+    // and its content in ".bak".
     [[nodiscard]] static int update_file(const char* path, const uint8_t* data, uint32_t len);
 
     // Stores an image (malloc) and makes it the cached one. On 0 the object owns `data`; otherwise
@@ -239,3 +245,10 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     bool mSecureDbEnabled;
     android::hardware::keymaster::V4_0::support::Keymaster* mKeymaster;  // borrowed
 };
+
+// The store's encryption callback, for queryInternal(): forwards to DBEncrypt() of the
+// ZelKeymasterOperation at `ctx`. -1000: `ctx` is null.
+[[nodiscard]] ZELKM_EXPORT int DBEncryptCB(void* ctx, unsigned int mode, unsigned char* plain,
+                                           unsigned char* cipher, unsigned int len,
+                                           unsigned char* iv, unsigned char* tag,
+                                           unsigned char* aad, unsigned int aadLen);

@@ -273,6 +273,33 @@ TEST(AttestationChain, RefusesShortChainsInBothModes) {
     expectRefused(encoded(withFirst({path[1]})), false, log, false);
 }
 
+// What others put in libcrypto's error queue stays there, as long as the queue is not printed.
+TEST(AttestationChain, LeavesForeignErrorsInTheQueue) {
+    const Chain good = encoded(certificates(3));
+    Chain bad_leaf = good;
+    bad_leaf[0] = bytes("garbage");
+    Chain bad_root = good;
+    bad_root[2] = bytes("garbage");
+    const struct {
+        const Chain& chain;
+        int result;
+        bool printed;
+    } cases[] = {
+        {good, 0, false}, {{}, -30, false}, {bad_leaf, -30, false}, {bad_root, -30, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        ERR_clear_error();
+        const Bytes none;
+        const unsigned char* at = nullptr;
+        const zelkm::X509Ptr nothing(d2i_X509(nullptr, &at, 0));  // leaves an error
+        const unsigned long foreign = ERR_peek_last_error();
+        ASSERT_NE(0u, foreign);
+        EXPECT_EQ(c.result, ZelKeymasterOperation::validateAttestChain(c.chain, true));
+        EXPECT_EQ(c.printed ? 0 : foreign, ERR_peek_last_error());
+    }
+    ERR_clear_error();
+}
+
 TEST(AttestationChain, RefusesWhatIsNotACertificate) {
     const Chain path = encoded(certificates(3));
     const Chain separate = encoded(withFirst(certificates(3)));

@@ -19,7 +19,6 @@
 
 namespace {
 
-using zelkm::log_to_file;
 using Lines = std::vector<std::string>;
 
 constexpr char kErrorFile[] = "zelko_err.txt";

@@ -58,6 +58,17 @@ TEST(OperationParam, CollectsWhatEachOperationSays) {
               lists(p.addAliasToOutput().setAlias(a).addAliasInWhere(a).clearOutputFormat()));
 }
 
+TEST(OperationParam, FillsValueListsThatACallerHasShortened) {
+    SODOperationParam p;
+    std::string a = "a";
+    std::string b = "b";
+    p.setAlias(a).setCreator(a).addAliasInWhere(a).addCreatorInWhere(a);
+    p.getDataList().clear();
+    p.getWhereValueList().resize(1);
+    EXPECT_EQ("ALIAS CREATOR / 'b' /ALIAS CREATOR /'a' 'b' //",
+              lists(p.setCreator(b).addCreatorInWhere(b)));
+}
+
 TEST(OperationParam, SplitsStringsAtASeparator) {
     const std::pair<const char*, Lines> cases[] = {
         {"", {""}}, {"a|b", {"a", "b"}}, {"a|b|", {"a", "b"}}, {"|", {""}}, {"a||", {"a", ""}}};
@@ -73,11 +84,11 @@ TEST(OperationParam, SplitsStringsAtASeparator) {
 TEST(OperationParam, BecomesCommandTexts) {
     const Lines columns = {"CREATOR", "ALIAS"};
     const Lines values = {"'x y'", "1"};
-    EXPECT_EQ("INSERT (CREATOR,ALIAS) VALUE ('x y',1)", zelkm::insertCommand(columns, values));
-    EXPECT_EQ("SELECT (CREATOR,ALIAS) WHERE ", zelkm::selectCommand(columns, {{}, {}}));
+    EXPECT_EQ("INSERT (CREATOR,ALIAS) VALUE ('x y',1)", zelkm::insertCommand(columns, values).view());
+    EXPECT_EQ("SELECT (CREATOR,ALIAS) WHERE ", zelkm::selectCommand(columns, {{}, {}}).view());
     EXPECT_EQ("UPDATE (CREATOR,ALIAS) VALUE ('x y',1) WHERE CREATOR='x y' AND ALIAS=1",
-              zelkm::updateCommand(columns, values, {columns, values}));
-    EXPECT_EQ("DELETE WHERE CREATOR='x y' AND ALIAS=1", zelkm::deleteCommand({columns, values}));
+              zelkm::updateCommand(columns, values, {columns, values}).view());
+    EXPECT_EQ("DELETE WHERE CREATOR='x y' AND ALIAS=1", zelkm::deleteCommand({columns, values}).view());
 }
 
 }  // namespace

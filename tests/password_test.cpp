@@ -6,6 +6,7 @@
 
 #include "fake_keymaster.h"
 #include "operation_peer.h"
+#include "wiped_memory.h"
 
 namespace {
 
@@ -62,6 +63,17 @@ TEST_F(Password, SendsCopiesInOrderAndNoKey) {
     for (const hidl_vec<uint8_t>& given : in) {
         EXPECT_EQ(0u, km.seen.count(given.data()));
     }
+}
+
+TEST_F(Password, WipesTheCopiesThatItSent) {
+    start({bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"))}, -2);
+    EXPECT_EQ(-2, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4],
+                                                   tag, kEncrypt));
+    for (const char* sent : {"one", "two", "three", "four", "material", "tag before"}) {
+        EXPECT_TRUE(test::wiped(sent)) << sent;
+    }
+    EXPECT_TRUE(test::wiped("rotrotrotrotrot!"));  // nobody gets it
+    EXPECT_EQ("material", text(in[2]));
 }
 
 TEST_F(Password, EachAnswer) {

@@ -6,6 +6,8 @@
 
 #include <sys/stat.h>
 
+#include <functional>
+
 #include "file_faults.h"
 #include "operation_peer.h"
 #include "scarce_memory.h"
@@ -148,6 +150,48 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
         EXPECT_EQ(c.current, contentOf("f"));
         EXPECT_EQ(c.backup, contentOf("f.bak"));
         EXPECT_EQ(c.temporary, contentOf("f.tmp"));
+    }
+}
+
+// A process that is killed has said what went wrong so far: each message comes before the next call.
+TEST_F(ProtectedFile, SaysEachFailureBeforeTheNextCall) {
+    const std::string store = kStore;
+    const struct {
+        std::string failing, before;  // of calls
+        std::function<void()> action;
+    } cases[] = {
+        {"read 3", "close",
+         [] {
+             uint8_t* data = nullptr;
+             uint32_t len = 0;
+             EXPECT_EQ(0, ZelKeymasterOperation::load_data(kStore, &data, &len));
+         }},
+        {"write 3", "close", [] { EXPECT_EQ(-1000, update(kStore, "new")); }},
+        {"unlink " + store + ".bak", "rename " + store + " " + store + ".bak",
+         [] { EXPECT_EQ(0, update(kStore, "new")); }},
+        {"rename " + store + " " + store + ".bak", "unlink " + store,
+         [] { EXPECT_EQ(0, update(kStore, "new")); }},
+        {"unlink " + store, "rename " + store + ".bak " + store,
+         [] { EXPECT_EQ(0, ZelKeymasterOperation::restoreBackupDB()); }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.failing);
+        put(store, "old");
+        put(store + ".bak", "older");
+        const bool missing = c.failing == "unlink " + store;
+        test::clearLog();
+        FileFaults faults;
+        faults.answer(c.failing, -1, missing ? ENOENT : EIO);
+        std::vector<size_t> lines;  // logged before each call
+        faults.before_each = [&lines] { lines.push_back(test::log().size()); };
+        c.action();
+        const Lines& calls = faults.trace();
+        const auto at = [&](const std::string& call) {
+            return lines.at(size_t(std::find(calls.begin(), calls.end(), call) - calls.begin()));
+        };
+        EXPECT_EQ(0u, at(c.failing));
+        EXPECT_EQ(1u, at(c.before));
+        EXPECT_EQ(1u, test::log().size());
     }
 }
 

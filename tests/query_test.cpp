@@ -14,6 +14,7 @@
 #include "db_command_parser.h"
 #include "db_table.h"
 #include "engine.h"
+#include "wiped_memory.h"
 
 namespace {
 
@@ -23,15 +24,9 @@ using Lines = std::vector<std::string>;
 long g_allocations_left = -1;  // the one after these fails; negative: none does
 bool g_no_memory;              // every allocation fails
 int g_random_failures;         // draws that fail or give 0, in turn
-std::vector<std::pair<const void*, std::string>> g_wiped;
 
 bool allocationFails() {
     return g_no_memory || (g_allocations_left >= 0 && g_allocations_left-- == 0);
-}
-
-bool wiped(const std::string& content) {
-    return std::any_of(g_wiped.begin(), g_wiped.end(),
-                       [&](const auto& wipe) { return wipe.second == raw(content); });
 }
 
 }  // namespace
@@ -42,7 +37,6 @@ void* __real_malloc(size_t len);
 void* __real_calloc(size_t count, size_t len);
 void* __real_realloc(void* old, size_t len);
 int __real_RAND_bytes(unsigned char* to, int len);
-void __real_OPENSSL_cleanse(void* data, size_t len);
 
 void* __wrap_malloc(size_t len) {
     return allocationFails() ? nullptr : __real_malloc(len);
@@ -60,11 +54,6 @@ int __wrap_RAND_bytes(unsigned char* to, int len) {
     const bool fails = --g_random_failures % 2 != 0;
     std::memset(to, fails ? 0x5A : 0, static_cast<size_t>(len));
     return fails ? 0 : 1;
-}
-void __wrap_OPENSSL_cleanse(void* data, size_t len) {
-    const char* text = static_cast<const char*>(data);
-    g_wiped.emplace_back(data, std::string(text, text + len));
-    __real_OPENSSL_cleanse(data, len);
 }
 
 }  // extern "C"
@@ -410,19 +399,19 @@ TEST_F(Query, WipesWhatItReleases) {
     load(store(2, "first^x^^^^^\nsecond^^^^^^\n$"));
     change("INSERT (ALIAS) VALUE (third)");
     EXPECT_FALSE(wiped("third"));
-    const std::string text = "first^x^^^^^\nsecond^^^^^^\nthird^^^^^^\n";
+    const std::string text = raw("first^x^^^^^\nsecond^^^^^^\nthird^^^^^^\n");
     change("INSERT (ALIAS) VALUE (" + std::string(100, 'f') + ")");
     EXPECT_TRUE(wiped(text));  // grown, it lies elsewhere
     change("DELETE WHERE ALIAS=second");
     EXPECT_TRUE(wiped("second"));
     EXPECT_FALSE(wiped("first"));
     change("DELETE WHERE ALIAS=" + std::string(100, 'f'));
-    EXPECT_TRUE(wiped(std::string(100, 'f') + "^^^^^^\n"));
+    EXPECT_TRUE(wiped(raw(std::string(100, 'f') + "^^^^^^\n")));
     handle_ = 0;
     blob_.clear();
     change("SELECT ()");
     for (const char* gone : {"first", "x", "third", "first^x^^^^^\nthird^^^^^^\n"}) {
-        EXPECT_TRUE(wiped(gone)) << gone;
+        EXPECT_TRUE(wiped(raw(gone))) << gone;
     }
     load(store(1, "old^^^^^^\n$"));
     g_wiped.clear();

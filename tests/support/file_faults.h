@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -52,7 +53,7 @@ class FileFaults {
         };
         calls.flush = [](int fd) {
             const bool directory = fd == zelkm::kWorkingDirectory;
-            current_->trace_.push_back(directory ? "flush directory" : "flush file");
+            current_->record(directory ? "flush directory" : "flush file");
         };
     }
     ~FileFaults() { zelkm::file_calls = real_; }
@@ -67,10 +68,16 @@ class FileFaults {
 
     const std::vector<std::string>& trace() const { return trace_; }
 
+    std::function<void()> before_each = [] {};  // called before each call is made
+
   private:
+    void record(const std::string& call) {
+        before_each();
+        trace_.push_back(call);
+    }
     template <typename Result, typename Real>
     static Result answered(const std::string& call, Real real) {
-        current_->trace_.push_back(call);
+        current_->record(call);
         const auto found = current_->answers_.find(call);
         if (found == current_->answers_.end()) {
             return real();

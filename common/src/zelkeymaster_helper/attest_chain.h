@@ -38,7 +38,7 @@ struct ChainOutcome {
 
 // Checks a chain. With `separate_first` the path begins at element 1, and element 0 must carry a
 // signature made with the key of element 1. `verify_cb` is asked about each error on the way. After
-// a failure libcrypto's error queue tells more; the caller empties it.
+// a failure libcrypto's error queue tells more; taking that out again is left to the caller.
 [[nodiscard]] ChainOutcome checkChain(const CertificateChain& chain, bool separate_first,
                                       X509_STORE_CTX_verify_cb verify_cb);
 

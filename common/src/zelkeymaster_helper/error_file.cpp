@@ -11,6 +11,8 @@
 #include <plog/Initializers/RollingFileInitializer.h>
 #include <plog/Log.h>
 
+#include "completes.h"
+
 namespace zelkm {
 namespace {
 
@@ -25,17 +27,10 @@ constexpr size_t kWarningLine = 102;
 constexpr size_t kErrorLine = 106;
 
 // plog allocates and may throw for want of memory; a line of this file is not worth more than
-// being dropped. Without exceptions the process ends there, as in all of plog's users.
+// being dropped.
 template <typename Action>
 void dropOnException(Action action) {
-#ifdef __cpp_exceptions
-    try {
-        action();
-    } catch (...) {
-    }
-#else
-    action();
-#endif
+    static_cast<void>(completes(action));
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ bool GcmOperation::allocate() {
         std::memcpy(tagged_cipher_.get() + buffers_.len, buffers_.tag, SDB_TAG_LEN);
         input_ = tagged_cipher_.get();
     }
-    output_ = allocateBuffer(buffers_.len);
+    output_ = allocateSecretBuffer(buffers_.len);
     return output_ != nullptr;
 }
 

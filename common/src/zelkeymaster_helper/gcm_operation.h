@@ -61,7 +61,7 @@ class GcmOperation {
     size_t input_len_ = 0;
     size_t consumed_ = 0;
     uint32_t last_consumed_ = 0;
-    MallocBuffer output_;  // buffers_.len bytes
+    SecretBuffer output_;  // buffers_.len bytes
     size_t output_len_ = 0;
     int32_t error_ = ZELKM_UNKNOWN_ERROR;
     uint64_t handle_ = 0;

@@ -5,6 +5,8 @@
 
 #pragma once
 
+#include <openssl/crypto.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -23,9 +25,25 @@ inline MallocBuffer allocateBuffer(size_t len) {
     return MallocBuffer(static_cast<uint8_t*>(std::malloc(len)));
 }
 
+// Wipes a buffer of `len` bytes before it is released.
+struct WipingDeleter {
+    size_t len = 0;
+    void operator()(void* buffer) const {
+        OPENSSL_cleanse(buffer, len);
+        std::free(buffer);
+    }
+};
+
+using SecretBuffer = std::unique_ptr<uint8_t[], WipingDeleter>;
+
+// Null when out of memory.
+inline SecretBuffer allocateSecretBuffer(size_t len) {
+    return SecretBuffer(static_cast<uint8_t*>(std::malloc(len)), {len});
+}
+
 // The same, filled with zeros.
-inline MallocBuffer allocateZeroedBuffer(size_t len) {
-    return MallocBuffer(static_cast<uint8_t*>(std::calloc(1, len)));
+inline SecretBuffer allocateZeroedSecretBuffer(size_t len) {
+    return SecretBuffer(static_cast<uint8_t*>(std::calloc(1, len)), {len});
 }
 
 }  // namespace zelkm

@@ -5,6 +5,8 @@
 
 #include "password_conversion.h"
 
+#include <openssl/crypto.h>
+
 #include <new>
 
 namespace zelkm {
@@ -21,8 +23,8 @@ const HidlBytes* findBlob(const HidlParams& params, Tag tag, size_t len) {
 
 }  // namespace
 
-HidlParams passwordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs,
-                              const HidlBytes& tag) {
+PasswordParameters::PasswordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs,
+                                       const HidlBytes& tag) {
     const bool to_key = type == PW_ENCRYPT_TYPE_TO_KEY;
     const struct {
         Tag tag;
@@ -37,19 +39,25 @@ HidlParams passwordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs
     };
     const size_t count = sizeof(entries) / sizeof(entries[0]) - (to_key ? 1 : 0);
 
-    HidlParams params;
     KeyParameter* list = new (std::nothrow) KeyParameter[count]();
     if (list == nullptr) {
-        return params;
+        return;
     }
-    params.setToExternal(list, count, /*shouldOwn=*/true);
+    list_.setToExternal(list, count, /*shouldOwn=*/true);
     for (size_t i = 0; i < count; ++i) {
         list[i].tag = entries[i].tag;
         if (!copyBytes(entries[i].bytes.data(), entries[i].bytes.size(), &list[i].blob)) {
-            return HidlParams();
+            wipe();
+            list_ = HidlParams();
+            return;
         }
     }
-    return params;
+}
+
+void PasswordParameters::wipe() {
+    for (size_t i = 0; i < list_.size(); ++i) {
+        OPENSSL_cleanse(list_[i].blob.data(), list_[i].blob.size());
+    }
 }
 
 void PasswordAnswer::take(ErrorCode error, const HidlParams& out_params) {

@@ -23,10 +23,22 @@ struct PasswordInputs {
     const HidlBytes& in_4;
 };
 
-// The call's parameters, with copies of all bytes; `tag` is sent in the direction to the encrypted
-// key only. Empty when out of memory.
-HidlParams passwordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs,
-                              const HidlBytes& tag);
+// The call's parameters, with copies of all bytes, which are wiped at the end. `tag` is sent in the
+// direction to the encrypted key only. The list is empty when there was no memory.
+class PasswordParameters {
+  public:
+    PasswordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs, const HidlBytes& tag);
+    ~PasswordParameters() { wipe(); }
+    PasswordParameters(const PasswordParameters&) = delete;
+    PasswordParameters& operator=(const PasswordParameters&) = delete;
+
+    const HidlParams& list() const { return list_; }
+
+  private:
+    void wipe();
+
+    HidlParams list_;
+};
 
 // Receives the answer into the caller's vectors (borrowed).
 struct PasswordAnswer {

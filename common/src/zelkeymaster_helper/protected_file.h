@@ -19,55 +19,60 @@
 // order of renames: the data of N.tmp is flushed before it gets its name. Putting an old file back
 // in place is not detected.
 //
-// Nothing is logged here: outcomes come back as values, with the error number of each failed call.
+// The order of the steps stands where their messages are, in load_data(), update_file() and
+// restoreBackupDB(). Nothing is logged here: each operation answers false when its call failed, with
+// the error number in *error.
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-
-#include "malloc_buffer.h"
 
 namespace zelkm {
 
-struct ReadOutcome {
-    enum Result {
-        kOk,          // also for an empty file: data is then null, len 0
-        kCannotOpen,  // usually: there is no such file
-        kCannotRead,
-        kNoMemory,
-    };
-    Result result;
-    int error;  // the number of the failed call, for kCannotRead
-    MallocBuffer data;
-    uint32_t len;
+// A file's name with a suffix, together at most 254 bytes: what is longer is cut.
+class CompanionName {
+  public:
+    CompanionName(const char* path, const char* suffix);
+    const char* get() const { return name_; }
+
+  private:
+    char name_[256];
 };
 
-// Reads a file whole. A size beyond 32 bits is taken modulo 2^32.
-[[nodiscard]] ReadOutcome readWholeFile(const char* path);
+// An open file, closed at the end of its life.
+class File {
+  public:
+    static File forReading(const char* path, int* error);
+    // Makes the file, or empties it.
+    static File forWriting(const char* path, int* error);
 
-struct ReplaceOutcome {
-    enum Step { kNone, kOpen, kWrite, kRemoveCurrent, kMoveIntoPlace };
-    Step failed;  // the step that ended the replacement
-    int error;    // its error number
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File();
 
-    // Failures that did not stop the replacement; 0 for none.
-    int remove_backup_error;
-    int keep_backup_error;
+    bool isOpen() const { return fd_ >= 0; }
+
+    // The size modulo 2^32.
+    [[nodiscard]] bool takeSize(uint32_t* size, int* error) const;
+
+    // All bytes in one call. A count that falls short is a failure, whose number may be 0.
+    [[nodiscard]] bool read(uint8_t* data, uint32_t len, int* error) const;
+    [[nodiscard]] bool write(const uint8_t* data, uint32_t len, int* error) const;
+
+    // Brings the content to the device as far as that works.
+    void flush() const;
+
+  private:
+    File(const char* path, int flags, int* error);
+
+    int fd_;
 };
 
-// Replaces a file. `len` must not be 0. Names that are longer than 254 bytes with their suffix are
-// cut.
-[[nodiscard]] ReplaceOutcome replaceFile(const char* path, const uint8_t* data, uint32_t len);
+[[nodiscard]] bool removeFile(const char* path, int* error);
+[[nodiscard]] bool renameFile(const char* from, const char* to, int* error);
 
-struct RestoreOutcome {
-    enum Step { kNone, kRemoveCurrent, kMoveIntoPlace };
-    Step failed;
-    int error;         // its error number
-    bool was_missing;  // there was no current file
-};
-
-// Puts a file's backup in its place. The current file is removed first, whether or not there is a
-// backup.
-[[nodiscard]] RestoreOutcome restoreBackup(const char* path);
+// Brings the working directory's entries to the device as far as that works.
+void flushDirectory();
 
 }  // namespace zelkm

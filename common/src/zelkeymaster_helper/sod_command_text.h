@@ -6,8 +6,12 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "malloc_buffer.h"
 
 namespace zelkm {
 
@@ -19,10 +23,18 @@ struct Conditions {
     const StringList& values;
 };
 
-std::string insertCommand(const StringList& columns, const StringList& values);
-std::string selectCommand(const StringList& columns, const Conditions& conditions);
-std::string updateCommand(const StringList& columns, const StringList& values,
+// Wiped at its end, since it holds values. data is null when there was no memory for it.
+struct CommandText {
+    SecretBuffer data;
+    size_t len = 0;
+
+    std::string_view view() const { return {reinterpret_cast<const char*>(data.get()), len}; }
+};
+
+CommandText insertCommand(const StringList& columns, const StringList& values);
+CommandText selectCommand(const StringList& columns, const Conditions& conditions);
+CommandText updateCommand(const StringList& columns, const StringList& values,
                           const Conditions& conditions);
-std::string deleteCommand(const Conditions& conditions);
+CommandText deleteCommand(const Conditions& conditions);
 
 }  // namespace zelkm

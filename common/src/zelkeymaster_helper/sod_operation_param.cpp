@@ -6,6 +6,7 @@
 #include "sod_operation_param.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -15,16 +16,23 @@ std::string quoted(const std::string& value) {
     return kQuote + value + kQuote;
 }
 
-// Puts `value` at the place of `column`, or both at the end of their lists.
-void put(std::vector<std::string>& columns, std::vector<std::string>& values,
-         const std::string& column, const std::string& value) {
+// Puts `value` at the place of `column`, or both at the end of their lists. Whatever allocates comes
+// first, so that the lists stay in step without memory, too.
+void put(std::vector<std::string>& columns, std::vector<std::string>& values, std::string column,
+         std::string value) {
     const auto found = std::find(columns.begin(), columns.end(), column);
     if (found != columns.end()) {
-        values[static_cast<size_t>(found - columns.begin())] = value;
+        const size_t place = static_cast<size_t>(found - columns.begin());
+        if (place >= values.size()) {  // a caller has changed the lists
+            values.resize(place + 1);
+        }
+        values[place] = std::move(value);
         return;
     }
-    columns.push_back(column);
-    values.push_back(value);
+    columns.reserve(columns.size() + 1);
+    values.reserve(values.size() + 1);
+    columns.push_back(std::move(column));
+    values.push_back(std::move(value));
 }
 
 }  // namespace

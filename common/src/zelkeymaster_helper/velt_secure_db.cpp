@@ -153,20 +153,17 @@ int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
 
 int loadEncryptedRows(const uint8_t* blob, uint32_t payload_len) {
     // Zeroed, since a callback may succeed without having filled it.
-    const MallocBuffer plain = allocateZeroedBuffer(payload_len);
+    const SecretBuffer plain = allocateZeroedSecretBuffer(payload_len);
     if (plain == nullptr) {
         LOG_ERROR("allocation failure");
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
     // The callback's type takes writable pointers; decrypting, it reads through them.
     uint8_t* const source = const_cast<uint8_t*>(blob);
-    int status = g_encryption.fp(g_encryption.ctx, 0, plain.get(), source + kHeaderLen, payload_len,
-                                 source + kIvOffset, source + kTagOffset, source, SDB_AAD_LEN);
-    if (status == ZELKM_OK) {
-        status = loadRows(blob, plain.get(), payload_len);
-    }
-    OPENSSL_cleanse(plain.get(), payload_len);
-    return status;
+    const int status =
+        g_encryption.fp(g_encryption.ctx, 0, plain.get(), source + kHeaderLen, payload_len,
+                        source + kIvOffset, source + kTagOffset, source, SDB_AAD_LEN);
+    return status == ZELKM_OK ? loadRows(blob, plain.get(), payload_len) : status;
 }
 
 // Loads the table from a store blob; on failure it stays as it was. A blob without payload leaves

@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The operation object: every step that can fail with a message. What need not log is elsewhere:
-// files in protected_file, parameter lists in keymaster_params, command texts in sod_command_text,
+// file operations in protected_file, parameter lists in keymaster_params, command texts in sod_command_text,
 // the error file in error_file, the store engine behind velt_secure_db.h.
 
 #include "zelkeymaster_operation.h"
 
+#include <errno.h>
+#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/sha.h>
 #include <openssl/x509.h>
@@ -17,6 +19,7 @@
 #include <utility>
 
 #include "attest_chain.h"
+#include "completes.h"
 #include "error_file.h"
 #include "gcm_operation.h"
 #include "keymaster_params.h"
@@ -30,10 +33,10 @@
 
 #define LOG_ERROR(...)                                                       \
     (ZELKM_PLATFORM_LOG(ANDROID_LOG_ERROR, ZELKM_ERROR_PREFIX, __VA_ARGS__), \
-     ::zelkm::log_to_file('E', __FILE__, __LINE__, __VA_ARGS__))
+     ::log_to_file('E', __FILE__, __LINE__, __VA_ARGS__))
 #define LOG_WARNING(...)                                                      \
     (ZELKM_PLATFORM_LOG(ANDROID_LOG_WARN, ZELKM_WARNING_PREFIX, __VA_ARGS__), \
-     ::zelkm::log_to_file('W', __FILE__, __LINE__, __VA_ARGS__))
+     ::log_to_file('W', __FILE__, __LINE__, __VA_ARGS__))
 #define LOG_DEBUG(...) ZELKM_PLATFORM_LOG(ANDROID_LOG_DEBUG, ZELKM_DEBUG_PREFIX, __VA_ARGS__)
 
 using android::hardware::hidl_vec;
@@ -105,8 +108,11 @@ struct KeyBlobAnswer {
 
 // Runs a command on the object's store; `stored` is its cached image.
 int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
-               const std::string& text, MallocBuffer* result, size_t* result_len) {
-    const keymaster_blob_t command = {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+               const CommandText& text, MallocBuffer* result, size_t* result_len) {
+    if (text.data == nullptr) {
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
+    const keymaster_blob_t command = {text.data.get(), text.len};
     keymaster_blob_t output = {};
     const int status =
         object->queryInternal(nullptr, object, DBEncryptCB, &stored, &command, &output);
@@ -116,7 +122,7 @@ int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
 }
 
 // Runs a command that changes the store, and then replaces the file and the cached image.
-int runChange(ZelKeymasterOperation* object, const std::string& text, uint8_t** image,
+int runChange(ZelKeymasterOperation* object, const CommandText& text, uint8_t** image,
               uint32_t* image_len) {
     MallocBuffer changed;
     size_t len = 0;
@@ -132,6 +138,17 @@ int runChange(ZelKeymasterOperation* object, const std::string& text, uint8_t** 
     adopt(image, changed.release());
     *image_len = static_cast<uint32_t>(len);
     return ZELKM_OK;
+}
+
+// Runs an action that appends to a list. Without memory for it the list stays as it was.
+template <typename Action>
+int appendTo(std::vector<std::string>* list, Action action) {
+    const size_t before = list->size();
+    if (completes(action)) {
+        return ZELKM_OK;
+    }
+    list->erase(list->begin() + static_cast<std::ptrdiff_t>(before), list->end());
+    return ZELKM_MEMORY_ALLOCATION_FAILED;
 }
 
 // After a tag mismatch, either the cached image is damaged or the file is. Refreshes the first from
@@ -181,11 +198,21 @@ void logErrorQueue() {
     ERR_print_errors_cb(ZelKeymasterOperation_openssl_error_cb, nullptr);
 }
 
+// At its end takes what was added to libcrypto's error queue since its beginning out again. Entries
+// of others before them stay.
+class ErrorQueueMark {
+  public:
+    ErrorQueueMark() { ERR_set_mark(); }
+    ~ErrorQueueMark() { ERR_pop_to_mark(); }
+    ErrorQueueMark(const ErrorQueueMark&) = delete;
+    ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
+};
+
 }  // namespace
 
 // ---- Log ----------------------------------------------------------------------------------------
 
-void zelkm::log_to_file(char level, const char* /*file*/, int line, const char* fmt, ...) {
+void log_to_file(char level, const char* /*file*/, const int line, const char* fmt, ...) {
     char text[kMaxErrorFileText + 1] = {};
     va_list args;
     va_start(args, fmt);
@@ -198,7 +225,9 @@ int32_t zelkm::ConverHIDLErrorToKeymasterError(const Return<void>& ret) {
     if (ret.isOk()) {
         return ZELKM_OK;
     }
-    LOG_ERROR("HIDL call failed with %s", ret.description().c_str());
+    std::string description;
+    const bool described = completes([&] { description = ret.description(); });
+    LOG_ERROR("HIDL call failed with %s", described ? description.c_str() : "(out of memory)");
     return ZELKM_UNKNOWN_ERROR;
 }
 
@@ -266,32 +295,37 @@ int ZelKeymasterOperation::SodSelect(SODOperationParam& p, std::vector<std::stri
     const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
     const int status = runCommand(this, {mDbData, mDbLen},
                                   selectCommand(p.getOutputFormat(), conditions), &result, &len);
-    if (status == ZELKM_OK) {
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    return appendTo(&rows, [&] {
         std::string text;
         if (len != 0) {
             text.assign(reinterpret_cast<const char*>(result.get()), len);
         }
         getTokensFromString(rows, text, kRowSeparator);
-    }
-    return status;
+    });
 }
 
 int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out) {
-    p.clearOutputFormat().addCreatorToOutput().addAliasToOutput();
+    if (!completes([&p] { p.clearOutputFormat().addCreatorToOutput().addAliasToOutput(); })) {
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
+    }
     std::vector<std::string> rows;
     const int status = SodSelect(p, rows);
     if (status != ZELKM_OK) {
         return status;
     }
-    std::vector<std::string> fields;
-    for (std::string& row : rows) {
-        fields.clear();
-        getTokensFromString(fields, row, kFieldSeparator);
-        if (fields.size() == 2) {
-            out.push_back(fields[0] + "::" + fields[1]);
+    return appendTo(&out, [&] {
+        std::vector<std::string> fields;
+        for (std::string& row : rows) {
+            fields.clear();
+            getTokensFromString(fields, row, kFieldSeparator);
+            if (fields.size() == 2) {
+                out.push_back(fields[0] + "::" + fields[1]);
+            }
         }
-    }
-    return ZELKM_OK;
+    });
 }
 
 int ZelKeymasterOperation::SodRetreiveOther(SODOperationParam& p, std::vector<std::string>& out) {
@@ -300,15 +334,16 @@ int ZelKeymasterOperation::SodRetreiveOther(SODOperationParam& p, std::vector<st
     if (status != ZELKM_OK) {
         return status;
     }
-    std::vector<std::string> fields;
-    for (std::string& row : rows) {
-        fields.clear();
-        getTokensFromString(fields, row, kFieldSeparator);
-        if (fields.size() == 1 && !fields[0].empty() && fields[0][0] != '\0') {
-            out.push_back(std::move(fields[0]));
+    return appendTo(&out, [&] {
+        std::vector<std::string> fields;
+        for (std::string& row : rows) {
+            fields.clear();
+            getTokensFromString(fields, row, kFieldSeparator);
+            if (fields.size() == 1 && !fields[0].empty() && fields[0][0] != '\0') {
+                out.push_back(std::move(fields[0]));
+            }
         }
-    }
-    return ZELKM_OK;
+    });
 }
 
 // ---- Queries ------------------------------------------------------------------------------------
@@ -660,14 +695,14 @@ int ZelKeymasterOperation::encryptWithPasswordHWKey(
         LOG_ERROR("not supported mode : %d", static_cast<int>(type));
         return ZELKM_UNSUPPORTED_PURPOSE;
     }
-    const HidlParams params = passwordParameters(type, {in1, in2, material, in3, in4}, tag);
-    if (params.size() == 0) {
+    const PasswordParameters params(type, {in1, in2, material, in3, in4}, tag);
+    if (params.list().size() == 0) {
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
 
     PasswordAnswer answer = {type, converted, tag, rot};
     const Return<void> begun =
-        mKeymaster->begin(purpose, HidlBytes(), params, HardwareAuthToken(),
+        mKeymaster->begin(purpose, HidlBytes(), params.list(), HardwareAuthToken(),
                           [&answer](ErrorCode error, const HidlParams& out_params,
                                     uint64_t /*handle*/) { answer.take(error, out_params); });
     if (answer.rot_missing) {
@@ -699,7 +734,10 @@ int ZelKeymasterOperation::encryptWithPasswordHWKey(
     hidl_vec<uint8_t>& converted, const hidl_vec<uint8_t>& in3, const hidl_vec<uint8_t>& in4,
     hidl_vec<uint8_t>& tag, PW_ENCRYPT_TYPE type) {
     hidl_vec<uint8_t> rot;
-    return encryptWithPasswordHWKey(in1, in2, material, converted, in3, in4, tag, rot, type);
+    const int status =
+        encryptWithPasswordHWKey(in1, in2, material, converted, in3, in4, tag, rot, type);
+    OPENSSL_cleanse(rot.data(), rot.size());
+    return status;
 }
 
 // ---- Attestation --------------------------------------------------------------------------------
@@ -740,6 +778,7 @@ int ZelKeymasterOperation::generateCSR(const hidl_vec<uint8_t>& keyBlob,
 
 int ZelKeymasterOperation::validateAttestChain(const hidl_vec<hidl_vec<uint8_t>>& chain,
                                                bool chainOnly) {
+    const ErrorQueueMark mark;
     const ChainOutcome outcome =
         checkChain(chain, !chainOnly, ZelKeymasterOperation_verify_cert_cb);
     switch (outcome.failure) {
@@ -784,7 +823,6 @@ int ZelKeymasterOperation::validateAttestChain(const hidl_vec<hidl_vec<uint8_t>>
             logErrorQueue();
             break;
     }
-    ERR_clear_error();
     return ZELKM_VERIFICATION_FAILED;
 }
 
@@ -795,21 +833,30 @@ int ZelKeymasterOperation::load_data(const char* path, uint8_t** data, uint32_t*
         return ZELKM_UNEXPECTED_NULL_POINTER;
     }
     adopt(data, nullptr);
-    ReadOutcome outcome = readWholeFile(path);
-    switch (outcome.result) {
-        case ReadOutcome::kOk:
-            break;
-        case ReadOutcome::kCannotOpen:
-            LOG_WARNING("no file %s", path);
-            break;
-        case ReadOutcome::kCannotRead:
-            LOG_ERROR("file read fail: %s(%d)", std::strerror(outcome.error), outcome.error);
-            break;
-        case ReadOutcome::kNoMemory:
-            return ZELKM_MEMORY_ALLOCATION_FAILED;
+    int error = 0;
+    const File file = File::forReading(path, &error);
+    if (!file.isOpen()) {
+        LOG_WARNING("no file %s", path);
+        *len = 0;
+        return ZELKM_OK;
     }
-    *data = outcome.data.release();
-    *len = outcome.len;
+    uint32_t size = 0;
+    MallocBuffer content;
+    bool complete = file.takeSize(&size, &error);
+    if (complete && size != 0) {
+        content = allocateBuffer(size);
+        if (content == nullptr) {
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+        }
+        complete = file.read(content.get(), size, &error);
+    }
+    if (!complete) {
+        LOG_ERROR("file read fail: %s(%d)", std::strerror(error), error);
+        *len = 0;
+        return ZELKM_OK;
+    }
+    *data = content.release();
+    *len = size;
     return ZELKM_OK;
 }
 
@@ -817,33 +864,38 @@ int ZelKeymasterOperation::update_file(const char* path, const uint8_t* data, ui
     if (path == nullptr || data == nullptr || len == 0) {
         return ZELKM_UNEXPECTED_NULL_POINTER;
     }
-    const ReplaceOutcome outcome = replaceFile(path, data, len);
-    if (outcome.remove_backup_error != 0) {
-        LOG_WARNING("fail to remove backup file: %s(%d)",
-                    std::strerror(outcome.remove_backup_error), outcome.remove_backup_error);
+    const CompanionName temporary(path, ".tmp");
+    const CompanionName backup(path, ".bak");
+    int error = 0;
+    {
+        const File file = File::forWriting(temporary.get(), &error);
+        if (!file.isOpen()) {
+            LOG_ERROR("file open: %s(%d)", std::strerror(error), error);
+            return ZELKM_UNKNOWN_ERROR;
+        }
+        if (!file.write(data, len, &error)) {
+            LOG_ERROR("file write fail: %s(%d)", std::strerror(error), error);
+            return ZELKM_UNKNOWN_ERROR;
+        }
+        file.flush();
     }
-    if (outcome.keep_backup_error != 0) {
-        LOG_WARNING("fail to rename to the backup file: %s(%d)",
-                    std::strerror(outcome.keep_backup_error), outcome.keep_backup_error);
+
+    if (!removeFile(backup.get(), &error) && error != ENOENT) {
+        LOG_WARNING("fail to remove backup file: %s(%d)", std::strerror(error), error);
     }
-    const char* const reason = std::strerror(outcome.error);
-    switch (outcome.failed) {
-        case ReplaceOutcome::kNone:
-            return ZELKM_OK;
-        case ReplaceOutcome::kOpen:
-            LOG_ERROR("file open: %s(%d)", reason, outcome.error);
-            break;
-        case ReplaceOutcome::kWrite:
-            LOG_ERROR("file write fail: %s(%d)", reason, outcome.error);
-            break;
-        case ReplaceOutcome::kRemoveCurrent:
-            LOG_ERROR("fail unlink: %s(%d)", reason, outcome.error);
-            break;
-        case ReplaceOutcome::kMoveIntoPlace:
-            LOG_ERROR("fail rename: %s(%d)", reason, outcome.error);
-            break;
+    if (!renameFile(path, backup.get(), &error) && error != ENOENT) {
+        LOG_WARNING("fail to rename to the backup file: %s(%d)", std::strerror(error), error);
     }
-    return ZELKM_UNKNOWN_ERROR;
+    if (!removeFile(path, &error) && error != ENOENT) {
+        LOG_ERROR("fail unlink: %s(%d)", std::strerror(error), error);
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    if (!renameFile(temporary.get(), path, &error)) {
+        LOG_ERROR("fail rename: %s(%d)", std::strerror(error), error);
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    flushDirectory();
+    return ZELKM_OK;
 }
 
 int ZelKeymasterOperation::update_db_file(const uint8_t* data, uint32_t len) {
@@ -856,21 +908,19 @@ int ZelKeymasterOperation::update_db_file(const uint8_t* data, uint32_t len) {
 }
 
 int ZelKeymasterOperation::restoreBackupDB() {
-    const RestoreOutcome outcome = restoreBackup(kStoreFile);
-    if (outcome.was_missing) {
+    const CompanionName backup(kStoreFile, ".bak");
+    int error = 0;
+    if (!removeFile(kStoreFile, &error)) {
+        if (error != ENOENT) {
+            LOG_ERROR("fail unlink during restore: %s(%d)", std::strerror(error), error);
+            return ZELKM_UNKNOWN_ERROR;
+        }
         LOG_DEBUG("no secure object file");
     }
-    switch (outcome.failed) {
-        case RestoreOutcome::kNone:
-            return ZELKM_OK;
-        case RestoreOutcome::kRemoveCurrent:
-            LOG_ERROR("fail unlink during restore: %s(%d)", std::strerror(outcome.error),
-                      outcome.error);
-            break;
-        case RestoreOutcome::kMoveIntoPlace:
-            LOG_ERROR("fail rename during restore:%s(%d)", std::strerror(outcome.error),
-                      outcome.error);
-            break;
+    if (!renameFile(backup.get(), kStoreFile, &error)) {
+        LOG_ERROR("fail rename during restore:%s(%d)", std::strerror(error), error);
+        return ZELKM_UNKNOWN_ERROR;
     }
-    return ZELKM_UNKNOWN_ERROR;
+    flushDirectory();
+    return ZELKM_OK;
 }

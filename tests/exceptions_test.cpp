@@ -1,0 +1,169 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// No exception leaves the object's methods: one after the other of their allocations fails, in the
+// descriptions of lost calls and in the lists that selections are appended to.
+
+#include <soft_keymaster/soft_keymaster.h>
+
+#include <functional>
+#include <string_view>
+
+#include "failing_memory.h"
+#include "log_capture.h"
+#include "store_fixture.h"
+
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::Status;
+using namespace android::hardware::keymaster::V4_0;
+using soft_keymaster::SoftKeymaster;
+using Lines = std::vector<std::string>;
+
+// A keymaster in another process, with memory of its own, that some call does not reach.
+class RemoteKeymaster : public SoftKeymaster {
+  public:
+    using SoftKeymaster::SoftKeymaster;
+
+    std::string_view lost;
+
+    Return<void> generateKey(const hidl_vec<KeyParameter>& params, generateKey_cb cb) override {
+        return remote("generateKey", [&] { return SoftKeymaster::generateKey(params, cb); });
+    }
+    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& blob, const hidl_vec<uint8_t>& id,
+                                       const hidl_vec<uint8_t>& data,
+                                       getKeyCharacteristics_cb cb) override {
+        return remote("getKeyCharacteristics",
+                      [&] { return SoftKeymaster::getKeyCharacteristics(blob, id, data, cb); });
+    }
+    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& blob,
+                       const hidl_vec<KeyParameter>& params, const HardwareAuthToken& token,
+                       begin_cb cb) override {
+        return remote("begin",
+                      [&] { return SoftKeymaster::begin(purpose, blob, params, token, cb); });
+    }
+    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& params,
+                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& token,
+                        const VerificationToken& verification, update_cb cb) override {
+        return remote("update", [&] {
+            return SoftKeymaster::update(handle, params, input, token, verification, cb);
+        });
+    }
+    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& params,
+                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
+                        const HardwareAuthToken& token, const VerificationToken& verification,
+                        finish_cb cb) override {
+        return remote("finish", [&] {
+            return SoftKeymaster::finish(handle, params, input, signature, token, verification, cb);
+        });
+    }
+
+  private:
+    template <typename Call>
+    Return<void> remote(std::string_view name, Call call) {
+        const test::AllocationsWork there;
+        return name == lost ? Return<void>(Status::fromStatusT(android::DEAD_OBJECT)) : call();
+    }
+};
+
+class Exceptions : public test::StoreFixture<RemoteKeymaster> {
+  protected:
+    // Calls verify(action's result) after each allocation of the action that fails.
+    void forEachAllocation(const std::function<int()>& action,
+                           const std::function<void(int)>& verify) {
+        for (const bool for_good : {false, true}) {
+            bool failed = true;
+            for (long nth = 1; failed; ++nth) {
+                SCOPED_TRACE("allocation " + std::to_string(nth) + (for_good ? " and later" : ""));
+                startAfresh();
+                int status = 0;
+                test::failAllocation(nth, for_good);
+                EXPECT_NO_THROW(status = action());
+                failed = test::stopFailing();
+                verify(status);
+            }
+        }
+    }
+};
+
+TEST_F(Exceptions, LostCallsAreDescribedAsFarAsThereIsMemory) {
+    SODOperationParam added;
+    std::string alias = "c";
+    added.setAlias(alias);
+    const struct {
+        const char* lost;
+        int result;  // with memory
+    } cases[] = {
+        {"getKeyCharacteristics", -1000}, {"begin", -1000}, {"update", -913}, {"finish", -913}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.lost);
+        bool undescribed = false;
+        int last = 0;
+        forEachAllocation(
+            [&] {
+                km_.lost = c.lost;
+                return object_->SodInsert(added);
+            },
+            [&](int status) {
+                km_.lost = "";
+                // Before the call a key file that finds no memory counts as missing, as ever.
+                if (test::readFile("edbk") != files_["edbk"]) {
+                    return;
+                }
+                undescribed |= test::logged("E object: HIDL call failed with (out of memory)");
+                last = status;
+                EXPECT_TRUE(status == -41 || status == c.result) << status;
+                EXPECT_EQ(files_[kStore], *test::readFile(kStore));
+                reopen();
+                EXPECT_EQ("a b ", test::readAliases(*object_));
+            });
+        EXPECT_TRUE(undescribed);
+        EXPECT_EQ(c.result, last);
+    }
+    const test::AllocationsWork now;
+    km_.lost = "generateKey";
+    EXPECT_EQ(-1000, object_->generate_db_key());
+}
+
+TEST_F(Exceptions, ListsAreAppendedToWholeOrNotAtAll) {
+    // Longer than what strings hold without memory.
+    const std::string before(100, 'b');
+    ASSERT_EQ(0, test::insertAlias(*object_, std::string(100, 'c')));
+    files_[kStore] = *test::readFile(kStore);
+    using Select = int (ZelKeymasterOperation::*)(SODOperationParam&, Lines&);
+    const struct {
+        Select select;
+        size_t rows, none;  // appended, and with an empty result
+    } cases[] = {{&ZelKeymasterOperation::SodSelect, 4, 1},
+                 {&ZelKeymasterOperation::SodRetreiveAlias, 3, 0},
+                 {&ZelKeymasterOperation::SodRetreiveOther, 3, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        SODOperationParam p;
+        Lines rows;
+        forEachAllocation(
+            [&] {
+                {
+                    const test::AllocationsWork preparing;
+                    p.clearOutputFormat().addAliasToOutput();
+                    rows = {before};
+                    EXPECT_EQ(0, object_->SodSelect(p, rows));  // loads key and table
+                    rows.resize(1);
+                    rows.shrink_to_fit();
+                }
+                return ((*object_).*c.select)(p, rows);
+            },
+            [&](int status) {
+                EXPECT_TRUE(status == 0 || status == -41) << status;
+                const bool empty = test::logged("E engine: allocation failure for out");
+                const size_t appended = status != 0 ? 0 : empty ? c.none : c.rows;
+                EXPECT_EQ(1 + appended, rows.size());
+                EXPECT_EQ(before, rows[0]);
+            });
+        EXPECT_EQ(1 + c.rows, rows.size());
+    }
+}
+
+}  // namespace

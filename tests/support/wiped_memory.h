@@ -1,0 +1,37 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// What the library wipes. For one source file of a program that is linked with
+// --wrap=OPENSSL_cleanse.
+
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+// Where, and what was there.
+inline std::vector<std::pair<const void*, std::string>> g_wiped;
+
+inline bool wiped(const std::string& content) {
+    return std::any_of(g_wiped.begin(), g_wiped.end(),
+                       [&](const auto& wipe) { return wipe.second == content; });
+}
+
+}  // namespace test
+
+extern "C" {
+
+void __real_OPENSSL_cleanse(void* data, size_t len);
+
+void __wrap_OPENSSL_cleanse(void* data, size_t len) {
+    const char* text = static_cast<const char*>(data);
+    test::g_wiped.emplace_back(data, std::string(text, text + len));
+    __real_OPENSSL_cleanse(data, len);
+}
+
+}  // extern "C"
