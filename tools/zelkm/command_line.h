@@ -15,5 +15,6 @@ namespace zelkm_tool {
 void defineStoreCommands(CLI::App& app, const SessionOptions& session);
 void defineDirectoryCommands(CLI::App& app, const SessionOptions& session);
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);
+void defineExplain(CLI::App& app);
 
 }  // namespace zelkm_tool

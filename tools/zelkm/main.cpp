@@ -4,14 +4,13 @@
 // zelkm: the library at an engineer's desk. This file defines what all commands share; the commands
 // are in the files *_command_line.cpp.
 
-#include <android/log.h>
-
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <string_view>
 
 #include "command_line.h"
 #include "failure.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -79,12 +78,11 @@ int run(int argc, char** argv) {
     app.add_option("--patch-level", session.patch_level, "Of the software keymaster, YYYYMM")
         ->type_name("N");
     // The library's debug lines hold every command with its values.
-    app.add_flag_callback(
-        "--verbose", [] { __android_log_set_minimum_priority(ANDROID_LOG_DEBUG); },
-        "The library's whole log, values included");
+    app.add_flag_callback("--verbose", showLog, "The library's whole log, values included");
 
     defineStoreCommands(app, session);
     defineDirectoryCommands(app, session);
+    defineExplain(app);
     defineKeyCommands(app, session);
 
     try {
@@ -102,7 +100,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
+    captureLog();
     try {
         return run(argc, argv);
     } catch (const WrongUsage& error) {

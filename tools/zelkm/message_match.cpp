@@ -147,9 +147,7 @@ std::vector<FoundMessage> matchMessages(std::string_view text, std::optional<Lev
     size_t most = 0;
     for (const MessageGroup& group : messageGroups()) {
         for (const Message& message : group.messages) {
-            const size_t literal = numLiteralBytes(message.format);
-            if ((level && *level != message.level) || (source && *source != message.source) ||
-                (!best.empty() && literal < most)) {
+            if ((level && *level != message.level) || (source && *source != message.source)) {
                 continue;
             }
             auto arguments = matchFormat(message.format, text);
@@ -157,10 +155,14 @@ std::vector<FoundMessage> matchMessages(std::string_view text, std::optional<Lev
                 (message.words != nullptr && !isOneOf(message.words, arguments->front()))) {
                 continue;
             }
-            if (best.empty() || literal > most) {
-                best.clear();
-                most = literal;
+            const size_t literal = numLiteralBytes(message.format);
+            if (!best.empty() && literal < most) {
+                continue;
             }
+            if (literal > most) {
+                best.clear();
+            }
+            most = literal;
             best.push_back({&message, *std::move(arguments)});
         }
     }

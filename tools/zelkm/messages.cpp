@@ -27,8 +27,9 @@ constexpr char kCheckPermissions[] = "Check the directory's owner, mode and file
 constexpr char kRestart[] = "Free memory and restart the process.";
 constexpr char kGiveHandle[] = "Construct the object with a keymaster handle.";
 constexpr char kKeymasterAtFault[] = "Report it to whoever makes the keymaster.";
-constexpr char kLookUpCode[] =
-    "Look the code up under result codes, or with `zelkm explain -- CODE`.";
+constexpr char kDamaged[] =
+    "The library restores nothing. Stop the process and see \"A damaged store\" in "
+    "docs/diagnostics.md.";
 constexpr char kSeeBefore[] = "See the message before it.";
 constexpr char kCorrectCommand[] = "Correct the command.";
 
@@ -38,7 +39,7 @@ std::vector<MessageGroup> makeGroups() {
          {
              {"no-file", W, kObject, "no file %s", kText, "a file cannot be opened",
               "It does not exist yet, in most cases.",
-              "Nothing on a first start; later see [recovery](#recovery).", ""},
+              "Nothing on a first start; later run `zelkm doctor`.", ""},
              {"read-failed", E, kObject, "file read fail: %s(%d)", kSystemError,
               "a file could not be read whole, and counts as missing",
               "With number 0 it got shorter meanwhile.", "Check the medium.", ""},
@@ -69,7 +70,8 @@ std::vector<MessageGroup> makeGroups() {
               kCheckPermissions, ""},
              {"no-backup", E, kObject, "fail rename during restore:%s(%d)", kSystemError,
               "the backup could not be put in place", "There is none, in most cases.",
-              "The store file is gone: copy the directory and see [recovery](#recovery).", ""},
+              "The store file is gone: copy the directory, and run `zelkm doctor` on the copy.",
+              ""},
          }},
         {"Database key",
          {
@@ -158,8 +160,8 @@ std::vector<MessageGroup> makeGroups() {
               "the keymaster refused to begin an operation",
               "After -33 the repair of the key follows.", kLookUpCode, "its code"},
              {"update-lost", E, kObject, "error in update hidl call : %d", kResult,
-              "a call in the middle of an operation did not get through, **and counts as "
-              "successful**",
+              "a call in the middle of an operation did not get through, and counts as "
+              "successful",
               "What was to be encrypted is written as it is; the next load refuses it.",
               "Make the change again before a restart, or run `zelkm doctor --repair`; the version "
               "before is in `.bak`. The plaintext was on the disk.",
@@ -170,7 +172,7 @@ std::vector<MessageGroup> makeGroups() {
               "Not all data has been consumed. Consumed %zu of %zu bytes\n", kNone,
               "the keymaster took less or more than it was given", "", kKeymasterAtFault, "-1000"},
              {"finish-lost", E, kObject, "error in finish hidl call : %d", kResult,
-              "the call that ends an operation did not get through, **and counts as successful**",
+              "the call that ends an operation did not get through, and counts as successful",
               "As for `error in update hidl call`.", "As for `error in update hidl call`.", ""},
              {"finish-refused", E, kObject, "error in finish process : %d", kResult,
               "the keymaster refused to end an operation",
@@ -184,11 +186,12 @@ std::vector<MessageGroup> makeGroups() {
              {"store-refused", E, kObject,
               "cached db is same as the stored db, regard the stored db is broken", kNone,
               "the store file is damaged, or was made under another key",
-              "What was refused is what the file holds.", "See the next message.", ""},
+              "Memory and file hold the same bytes, so it is the file that was refused.",
+              "See the next message.", ""},
              {"backup-restored", E, kObject, "restore the stored db. need to restart keystore",
               kNone, "the backup is being put in place of the refused store",
               "It is the version before the last change.",
-              "**Restart the process before the next change**: it still holds the refused image, "
+              "Restart the process before the next change: it still holds the refused image, "
               "and its next successful write would replace the restored file.",
               ""},
              {"store-cache-differed", E, kObject, "cached db is broken, update with the stored db",
@@ -327,18 +330,18 @@ std::vector<MessageGroup> makeGroups() {
              {"load-failed", E, kEngine, "convert_to_internal error %d", kResult,
               "the store could not be loaded", "The line before says why.", kSeeBefore, "its code"},
              {"store-too-short", E, kEngine, "db size error", kNone,
-              "the store ends inside its header", "The file was cut or overwritten.",
-              "The library restores nothing: see [damaged store](#a-damaged-store).", "-913"},
+              "the store ends inside its header", "The file was cut or overwritten.", kDamaged,
+              "-913"},
              {"payload-too-long", E, kEngine, "invalid db file len = %d, expected = %d", kNone,
               "the header's payload length is larger than what is there",
               "The file was cut, or its header changed. The numbers are the length that the header "
               "has and what is there.",
-              "The library restores nothing: see [damaged store](#a-damaged-store).", "-915"},
+              kDamaged, "-915"},
              {"row-malformed", E, kEngine, "abnormal end of lne %d", kNone,
               "a row does not end after six values",
               "The number is the byte found there. The flag or the row count in the header was "
               "changed, or a stored value holds a separator.",
-              "The library restores nothing: see [damaged store](#a-damaged-store).", "-913"},
+              kDamaged, "-913"},
              {"no-random-handle", E, kEngine, "fail to generate db handle: 0x%08llx", kNone,
               "the random generator failed or drew 0", "It is asked ten times.", kNothing, ""},
          }},

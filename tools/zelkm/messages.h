@@ -30,6 +30,9 @@ enum class Detail {
     kText,         // the first one is a text that speaks for itself
 };
 
+// The advice of messages that pass on what the keymaster answered.
+inline constexpr char kLookUpCode[] = "Look the code up below, or with `zelkm explain -- CODE`.";
+
 struct Message {
     const char* id;  // short and stable, e.g. "store-refused"
     Level level;

@@ -98,7 +98,11 @@ ZelKeymasterOperation& Session::operation() {
 }
 
 void Session::checkStoreResult(int result, const std::string& what) {
-    std::string message = what + ": " + resultText(result);
+    if (result == ZELKM_OK) {
+        check(result, what);
+        return;
+    }
+    std::string message = failureText(result, what);
     if (result == ZELKM_INVALID_KEY_BLOB) {
         message += "; was it made under another root key, or upgraded to a newer --patch-level?";
     }
@@ -115,9 +119,7 @@ void Session::checkStoreResult(int result, const std::string& what) {
                        "what it refused is " + kRefusedFile;
         }
     }
-    if (result != ZELKM_OK) {
-        throw Refused(message);
-    }
+    throw Refused(message);
 }
 
 }  // namespace zelkm_tool

@@ -1,0 +1,88 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The library's platform log in this process. See log_capture.h.
+
+#include "log_capture.h"
+
+#include <android/log.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "log_reader.h"
+#include "message_text.h"
+#include "store_values.h"
+
+namespace zelkm_tool {
+namespace {
+
+constexpr size_t kMaxErrors = 64;
+
+// Of what a repair says, these tell more than the refusal that led to it.
+constexpr std::string_view kTelling[] = {"store-refused", "store-cache-differed", "key-regenerated",
+                                         "key-intact"};
+
+std::vector<std::string> g_errors;  // since the last takeCause()
+bool g_shown;
+
+bool isColorWanted() {
+    const char* no_color = std::getenv("NO_COLOR");
+    return no_color == nullptr || *no_color == '\0';
+}
+
+// What follows the library's prefix may hold values, and those anything: a terminal gets none of it
+// as it is.
+std::string printable(const std::string& message) {
+    const size_t end = message.find(") ");
+    const size_t start = parseLogLine(withoutEscapes(message)) ? end + 2 : 0;
+    const std::string prefix = message.substr(0, start);
+    const std::string text = message.substr(start, message.find_last_not_of('\n') + 1 - start);
+    const bool terminal = ::isatty(STDERR_FILENO) == 1;
+    return (terminal && isColorWanted() ? prefix : withoutEscapes(prefix)) +
+           (terminal ? escape(text) : withoutEscapes(text));
+}
+
+void logger(const __android_logger_data* data, const char* message) {
+    if (data->priority >= ANDROID_LOG_ERROR && g_errors.size() < kMaxErrors) {
+        g_errors.emplace_back(message);
+    }
+    if (g_shown || data->priority >= ANDROID_LOG_FATAL) {
+        __android_log_stderr_logger(data, printable(message).c_str());
+    }
+}
+
+}  // namespace
+
+void captureLog() {
+    __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
+    __android_log_set_logger(logger);
+}
+
+void showLog() {
+    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+    g_shown = true;
+}
+
+std::string takeCause() {
+    std::string cause;
+    for (const std::string& error : std::exchange(g_errors, {})) {
+        const std::vector<FoundMessage> found = findMessages(error);
+        const std::string_view id = found.empty() ? "" : found.front().message->id;
+        if (std::find(std::begin(kTelling), std::end(kTelling), id) != std::end(kTelling)) {
+            return describe(found.front(), /*with_code=*/false);
+        }
+        if (cause.empty()) {
+            cause = found.empty() ? escape(withoutEscapes(error))
+                                  : describe(found.front(), /*with_code=*/false);
+        }
+    }
+    return cause;
+}
+
+}  // namespace zelkm_tool
