@@ -15,7 +15,7 @@
 #include "files.h"
 #include "log_reader.h"
 #include "message_text.h"
-#include "result_text.h"
+#include "result_codes.h"
 #include "store_values.h"
 
 namespace zelkm_tool {

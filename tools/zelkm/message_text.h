@@ -8,7 +8,7 @@
 #include <string>
 
 #include "message_match.h"
-#include "result_text.h"
+#include "result_codes.h"
 
 namespace zelkm_tool {
 

@@ -1,9 +1,11 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table of result codes. See result_text.h.
+// The table of result codes. See result_codes.h.
 
-#include "result_text.h"
+#include "result_codes.h"
+
+#include <algorithm>
 
 namespace zelkm_tool {
 namespace {
@@ -202,6 +204,22 @@ const std::vector<ResultCode>& resultCodes() {
          "happened."},
     };
     return codes;
+}
+
+const ResultCode* findResultCode(int code) {
+    const auto& codes = resultCodes();
+    const auto found = std::find_if(codes.begin(), codes.end(),
+                                    [code](const ResultCode& c) { return c.code == code; });
+    return found != codes.end() ? &*found : nullptr;
+}
+
+const char* causeOf(const ResultCode& result) {
+    return *result.cause != '\0' ? result.cause
+                                 : "None of the library's calls gives a keymaster reason for it.";
+}
+
+const char* adviceOf(const ResultCode& result) {
+    return *result.advice != '\0' ? result.advice : "Ask whoever makes the keymaster.";
 }
 
 }  // namespace zelkm_tool
