@@ -1,0 +1,160 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Certificate requests and attestation chains.
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+#include "checks.h"
+#include "gcm_run.h"
+#include "params.h"
+#include "private_directory.h"
+#include "zelkeymaster_operation.h"
+
+namespace keymaster_check {
+namespace {
+
+using android::hardware::keymaster::V4_0::Algorithm;
+using android::hardware::keymaster::V4_0::Digest;
+using android::hardware::keymaster::V4_0::EcCurve;
+
+constexpr size_t kMinChain = 3;
+
+template <auto kFree>
+struct Deleter {
+    template <typename T>
+    void operator()(T* object) const {
+        kFree(object);
+    }
+};
+using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
+using RequestPtr = std::unique_ptr<X509_REQ, Deleter<X509_REQ_free>>;
+using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
+
+Params attestedKeyParams() {
+    return {
+        integerParam(Tag::ALGORITHM, Algorithm::EC),  integerParam(Tag::KEY_SIZE, 256),
+        integerParam(Tag::EC_CURVE, EcCurve::P_256),  integerParam(Tag::PURPOSE, KeyPurpose::SIGN),
+        integerParam(Tag::DIGEST, Digest::SHA_2_256), trueParam(Tag::NO_AUTH_REQUIRED),
+    };
+}
+
+std::vector<KeyParameter> attestationParams() {
+    static constexpr char kApplication[] = "keymaster_check";
+    return {
+        bytesParam(Tag::ATTESTATION_CHALLENGE, randomBytes(32)),
+        bytesParam(Tag::ATTESTATION_APPLICATION_ID,
+                   Bytes(kApplication, kApplication + sizeof(kApplication) - 1)),
+    };
+}
+
+// Attests the key, which is made first; the answer of whichever call did not do.
+Answer attest(Context& context, const Params& params) {
+    if (context.attested_key.empty()) {
+        const Answer made = context.caller.generateKey(attestedKeyParams());
+        if (!made.ok()) {
+            return made;
+        }
+        context.attested_key = made.bytes;
+    }
+    return context.caller.attestKey(context.attested_key, params);
+}
+
+// Bytes after the certificate are the library's to judge.
+KeyPtr keyOfCertificate(const Bytes& der) {
+    const uint8_t* at = der.data();
+    const CertificatePtr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+    return KeyPtr(certificate == nullptr ? nullptr : X509_get_pubkey(certificate.get()));
+}
+
+// The public half of the attested key, as far as the keymaster tells it otherwise.
+KeyPtr attestedPublicKey(Context& context) {
+    const Answer exported = context.caller.exportKey(context.attested_key);
+    if (exported.ok()) {
+        const uint8_t* at = exported.bytes.data();
+        KeyPtr key(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.bytes.size())));
+        if (key != nullptr) {
+            return key;
+        }
+    }
+    const Answer attested = attest(context, attestationParams());
+    return attested.ok() && attested.chain.size() > 1 ? keyOfCertificate(attested.chain[0])
+                                                      : nullptr;
+}
+
+bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
+    const auto encoded = [](EVP_PKEY* key) {
+        uint8_t* der = nullptr;
+        const int len = i2d_PUBKEY(key, &der);
+        const Bytes bytes = len > 0 ? Bytes(der, der + len) : Bytes();
+        OPENSSL_free(der);
+        return bytes;
+    };
+    return encoded(a) == encoded(b);
+}
+
+}  // namespace
+
+Outcome checkCsrRequest(Context& context) {
+    std::vector<KeyParameter> params = attestationParams();
+    params.push_back(trueParam(TAG_GENERATE_CSR));
+    const Answer answer = attest(context, params);
+    if (!answer.ok()) {
+        return answer.arrived ? notOffered(context, answer) : broken(context, "no request");
+    }
+    if (answer.chain.size() != 1 || answer.chain[0].empty()) {
+        return broken(context, "not one blob with the request, but " +
+                                   std::to_string(answer.chain.size()) +
+                                   ": is the tag 0x70000899 ignored?");
+    }
+    context.request = answer.chain[0];
+    return holds(context.caller.sent(), context.caller.answered());
+}
+
+Outcome checkCsrProof(Context& context) {
+    if (context.request.empty()) {
+        return notTried("there is no request: see csr.request");
+    }
+    const std::string size = "the request of " + std::to_string(context.request.size()) + " bytes";
+    const uint8_t* at = context.request.data();
+    const RequestPtr request(d2i_X509_REQ(nullptr, &at, static_cast<long>(context.request.size())));
+    if (request == nullptr || at != context.request.data() + context.request.size()) {
+        return {Verdict::kBroken, "what csr.request shows", size + " is no PKCS #10"};
+    }
+    const KeyPtr requested(X509_REQ_get_pubkey(request.get()));
+    if (requested == nullptr || X509_REQ_verify(request.get(), requested.get()) != 1) {
+        return {Verdict::kBroken, "what csr.request shows", size + ": its signature is wrong"};
+    }
+    const KeyPtr attested = attestedPublicKey(context);
+    if (attested == nullptr) {
+        return holds(context.caller.sent(),
+                     "PKCS #10 with a good signature; neither exportKey "
+                     "nor attestKey tells the attested key to compare");
+    }
+    if (!sameKey(requested.get(), attested.get())) {
+        return broken(context, "the request is for another key than the attested one");
+    }
+    return holds(context.caller.sent(), "PKCS #10 for the attested key, with a good signature");
+}
+
+Outcome checkAttestChain(Context& context) {
+    const Answer answer = attest(context, attestationParams());
+    if (!answer.ok()) {
+        return answer.arrived ? notOffered(context, answer) : broken(context, "no chain");
+    }
+    if (answer.chain.size() < kMinChain) {
+        return broken(context, "fewer than three certificates");
+    }
+    const PrivateDirectory directory;  // for what validateAttestChain writes in the error file
+    const std::vector<hidl_vec<uint8_t>> chain(answer.chain.begin(), answer.chain.end());
+    const int result = ZelKeymasterOperation::validateAttestChain(chain, /*chainOnly=*/true);
+    if (result != 0) {
+        return broken(context, "validateAttestChain answers " + codeInWords(result));
+    }
+    return holds(context.caller.sent(), context.caller.answered() + "; validateAttestChain: 0");
+}
+
+}  // namespace keymaster_check

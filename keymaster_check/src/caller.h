@@ -1,0 +1,111 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The calls of a keymaster, made for the check: each is recorded in words and timed, its callback
+// is watched, and the keys and operations that come of it are remembered until they are removed.
+
+#pragma once
+
+#include <keymasterV4_0/Keymaster.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "words.h"
+
+namespace keymaster_check {
+
+using android::hardware::hidl_vec;
+using android::hardware::keymaster::V4_0::ErrorCode;
+using android::hardware::keymaster::V4_0::KeyCharacteristics;
+using android::hardware::keymaster::V4_0::KeyFormat;
+using android::hardware::keymaster::V4_0::KeyParameter;
+using android::hardware::keymaster::V4_0::KeyPurpose;
+using android::hardware::keymaster::V4_0::Tag;
+using android::hardware::keymaster::V4_0::support::Keymaster;
+
+// What one call answered; what it does not answer is empty.
+struct Answer {
+    bool arrived = false;  // the transport worked, and the callback ran before the call returned
+    int error = -1000;     // -1000 also when nothing arrived
+    std::string failure;   // why nothing arrived
+    Bytes bytes;           // a key blob, or output
+    Params params;
+    uint64_t handle = 0;
+    uint32_t consumed = 0;
+    std::vector<Bytes> chain;
+    KeyCharacteristics characteristics;
+
+    bool ok() const { return arrived && error == 0; }
+};
+
+// What callbacks did that they should not. Shared with them, since they may come late.
+struct CallbackWatch {
+    std::mutex mutex;
+    std::map<std::string, size_t> faults;  // "update: twice", and how often
+    bool late = false;                     // one came after its call had returned
+};
+
+class Caller {
+  public:
+    // Borrows `keymaster`.
+    explicit Caller(Keymaster& keymaster);
+    // Deletes the keys that are left.
+    ~Caller();
+    Caller(const Caller&) = delete;
+    Caller& operator=(const Caller&) = delete;
+
+    Answer generateKey(const Params& params);
+    Answer importKey(const Params& params, const Bytes& key);
+    Answer exportKey(const Bytes& blob);
+    Answer getKeyCharacteristics(const Bytes& blob);
+    Answer attestKey(const Bytes& blob, const Params& params);
+    Answer begin(KeyPurpose purpose, const Bytes& blob, const Params& params);
+    Answer update(uint64_t handle, const Params& params, const uint8_t* input, size_t size);
+    Answer finish(uint64_t handle);
+    void abort(uint64_t handle);
+    void deleteKey(const Bytes& blob);
+
+    // Starts a requirement: its time, and its first case.
+    void startRequirement();
+    bool outOfTime() const;
+    // Aborts the operations that have not ended well, and answers which calls were slow: "finish
+    // took 1.2 s", or nothing.
+    std::string endRequirement();
+
+    // Forgets the calls so far. What follows is the next case; its calls and their answers:
+    void startCase() { calls_.clear(); }
+    std::string sent() const;
+    std::string answered() const;
+
+    CallbackWatch& callbacks() { return *watch_; }
+
+  private:
+    struct Call {
+        std::string sent;
+        std::string answered;
+    };
+
+    template <typename Make>
+    Answer make(const char* name, std::string arguments, Make make_call);
+    void timed(const char* name, std::chrono::steady_clock::time_point started);
+    static std::string joined(const std::vector<Call>& calls, std::string Call::*text);
+
+    Keymaster& keymaster_;
+    const std::shared_ptr<CallbackWatch> watch_;
+    std::vector<Call> calls_;
+    std::vector<std::string> slow_calls_;
+    std::vector<Bytes> keys_;
+    std::set<uint64_t> open_;
+    std::chrono::steady_clock::time_point deadline_;
+};
+
+}  // namespace keymaster_check

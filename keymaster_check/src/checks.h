@@ -1,0 +1,75 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// One function for each requirement; requirements.cpp says what each is.
+
+#pragma once
+
+#include <string>
+
+#include "caller.h"
+#include "keymaster_check/keymaster_check.h"
+
+namespace keymaster_check {
+
+struct Outcome {
+    Verdict verdict;
+    std::string sent;
+    std::string answered;
+};
+
+// What the checks share, in the order in which they run.
+struct Context {
+    Keymaster& keymaster;
+    const Options& options;
+    Caller& caller;
+
+    Bytes key = {};           // of the database; empty unless key.generate holds
+    Bytes attested_key = {};  // an EC key; made when first needed
+    Bytes request = {};       // what csr.request brought
+
+    // One conversion, with its way back, and how password.round-trip ended.
+    Bytes password_inputs[4] = {};
+    Bytes material = {};
+    Bytes converted = {};
+    Bytes tag = {};
+    Outcome round_trip = {Verdict::kNotTried, "", ""};
+};
+
+// The requirement holds: a summary of the calls, and of the answers.
+Outcome holds(const std::string& sent, const std::string& answered);
+// It is broken by the calls of the present case, for this reason.
+Outcome broken(Context& context, const std::string& reason);
+// The service is refused by the last call of the present case.
+Outcome notOffered(Context& context, const Answer& answer);
+Outcome notTried(const std::string& reason);
+
+Outcome checkKeyGenerate(Context& context);
+Outcome checkKeyCharacteristics(Context& context);
+Outcome checkKeyDamagedBlob(Context& context);
+
+Outcome checkNonceLength(Context& context);
+Outcome checkNonceFresh(Context& context);
+Outcome checkOutputInUpdate(Context& context);
+Outcome checkTagInFinish(Context& context);
+Outcome checkTagChecked(Context& context);
+Outcome checkAadChecked(Context& context);
+Outcome checkCorrect(Context& context);
+Outcome checkSizes(Context& context);
+
+Outcome checkUnfinished(Context& context);
+Outcome checkAnsweredOnce(Context& context);
+
+Outcome checkCsrRequest(Context& context);
+Outcome checkCsrProof(Context& context);
+Outcome checkAttestChain(Context& context);
+
+Outcome checkPasswordRoundTrip(Context& context);
+Outcome checkPasswordTagChecked(Context& context);
+Outcome checkPasswordInputsBound(Context& context);
+Outcome checkPasswordOutputs(Context& context);
+Outcome checkPasswordUnfinished(Context& context);
+
+Outcome checkEndToEnd(Context& context);
+
+}  // namespace keymaster_check

@@ -1,0 +1,185 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The password conversion.
+
+#include <utility>
+
+#include "checks.h"
+#include "gcm_run.h"
+#include "params.h"
+#include "zelkeymaster_vendor_tags.h"
+
+namespace keymaster_check {
+namespace {
+
+constexpr Tag kInputTags[] = {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4};
+constexpr size_t kInputSizes[] = {16, 32, 24, 20};
+constexpr size_t kMaterialSize = 32;
+constexpr size_t kTagSize = 16;
+constexpr size_t kRotSize = 16;
+constexpr size_t kConversions = 64;
+
+std::vector<KeyParameter> inputParams(const Context& context) {
+    std::vector<KeyParameter> params;
+    for (size_t i = 0; i < 4; ++i) {
+        params.push_back(bytesParam(kInputTags[i], context.password_inputs[i]));
+    }
+    return params;
+}
+
+Answer convert(Context& context) {
+    std::vector<KeyParameter> params = inputParams(context);
+    params.push_back(bytesParam(PWHW_TAG_ENCRYPTED_KEY, context.material));
+    return context.caller.begin(PWHW_PURPOSE_TO_KEY, {}, params);
+}
+
+// `params` are the four inputs.
+Answer convertBack(Context& context, const Bytes& tag, std::vector<KeyParameter> params) {
+    params.push_back(bytesParam(PWHW_TAG_KEY, context.converted));
+    params.push_back(bytesParam(PWHW_TAG_TAG, tag));
+    return context.caller.begin(PWHW_PURPOSE_TO_ENCRYPTED_KEY, {}, params);
+}
+
+Bytes bytesOf(const Answer& answer, Tag tag) {
+    const KeyParameter* found = findParam(answer.params, tag);
+    return found == nullptr ? Bytes() : Bytes(found->blob);
+}
+
+// The service's state, for the requirements that build on a round trip that worked.
+Outcome afterRoundTrip(const Context& context) {
+    Outcome outcome = context.round_trip;
+    if (outcome.verdict == Verdict::kBroken) {
+        outcome = notTried("no round trip: see password.round-trip");
+    }
+    return outcome;
+}
+
+// Empty when the parameter has this size; 0 is any but none.
+std::string wrongSize(const Answer& answer, Tag tag, const char* name, size_t size) {
+    const size_t found = bytesOf(answer, tag).size();
+    if (size == 0 ? found > 0 : found == size) {
+        return "";
+    }
+    return std::string(name) + " of " + std::to_string(found) + " bytes";
+}
+
+std::string wrongRot(const Answer& answer) {
+    return findParam(answer.params, PWHW_TAG_ROT) == nullptr
+               ? ""
+               : wrongSize(answer, PWHW_TAG_ROT, "ROT", kRotSize);
+}
+
+Outcome tryRoundTrip(Context& context) {
+    for (size_t i = 0; i < 4; ++i) {
+        context.password_inputs[i] = randomBytes(kInputSizes[i]);
+    }
+    context.material = randomBytes(kMaterialSize);
+    const Answer there = convert(context);
+    if (!there.ok()) {
+        return there.arrived ? notOffered(context, there) : broken(context, "no conversion");
+    }
+    context.converted = bytesOf(there, PWHW_TAG_KEY);
+    context.tag = bytesOf(there, PWHW_TAG_TAG);
+    const Answer back = convertBack(context, context.tag, inputParams(context));
+    if (!back.ok() || bytesOf(back, PWHW_TAG_ENCRYPTED_KEY) != context.material) {
+        return broken(context, "the material did not come back");
+    }
+    return holds(context.caller.sent(), context.caller.answered());
+}
+
+}  // namespace
+
+Outcome checkPasswordRoundTrip(Context& context) {
+    context.round_trip = tryRoundTrip(context);
+    return context.round_trip;
+}
+
+Outcome checkPasswordTagChecked(Context& context) {
+    if (context.round_trip.verdict != Verdict::kHolds) {
+        return afterRoundTrip(context);
+    }
+    if (context.tag.empty()) {
+        return broken(context, "there is no tag to check");
+    }
+    for (const size_t at : {size_t{0}, context.tag.size() - 1}) {
+        context.caller.startCase();
+        const Answer answer = convertBack(context, altered(context.tag, at), inputParams(context));
+        if (!answer.arrived || answer.ok()) {
+            return broken(context,
+                          "the tag with byte " + std::to_string(at) + " altered is not refused");
+        }
+    }
+    return holds("purpose 102 with the tag's first and last byte altered", "an error to each");
+}
+
+Outcome checkPasswordInputsBound(Context& context) {
+    if (context.round_trip.verdict != Verdict::kHolds) {
+        return afterRoundTrip(context);
+    }
+    for (size_t i = 0; i < 4; ++i) {
+        context.caller.startCase();
+        std::vector<KeyParameter> params = inputParams(context);
+        params[i] = bytesParam(kInputTags[i], altered(context.password_inputs[i], 0));
+        const Answer answer = convertBack(context, context.tag, params);
+        if (!answer.arrived ||
+            (answer.ok() && bytesOf(answer, PWHW_TAG_ENCRYPTED_KEY) == context.material)) {
+            return broken(context, "with input " + std::to_string(i + 1) +
+                                       " altered the material comes back");
+        }
+    }
+    return holds("purpose 102 with each of the four inputs altered alone",
+                 "the material did not come back");
+}
+
+Outcome checkPasswordOutputs(Context& context) {
+    if (context.round_trip.verdict == Verdict::kNotOffered) {
+        return context.round_trip;
+    }
+    const Answer there = convert(context);
+    if (!there.ok()) {
+        return notTried("no conversion: see password.round-trip");
+    }
+    for (const std::string& fault :
+         {wrongSize(there, PWHW_TAG_KEY, "KEY", 0), wrongSize(there, PWHW_TAG_TAG, "TAG", kTagSize),
+          wrongRot(there)}) {
+        if (!fault.empty()) {
+            return broken(context, "purpose 101 answers " + fault);
+        }
+    }
+    const Answer back = convertBack(context, bytesOf(there, PWHW_TAG_TAG), inputParams(context));
+    if (!back.ok()) {
+        return holds(context.caller.sent(),
+                     "purpose 101 as it should; nothing of purpose 102: see password.round-trip");
+    }
+    for (const std::string& fault :
+         {wrongSize(back, PWHW_TAG_ENCRYPTED_KEY, "ENCRYPTED_KEY", 0), wrongRot(back)}) {
+        if (!fault.empty()) {
+            return broken(context, "purpose 102 answers " + fault);
+        }
+    }
+    return holds(context.caller.sent(), context.caller.answered());
+}
+
+Outcome checkPasswordUnfinished(Context& context) {
+    if (context.round_trip.verdict == Verdict::kNotOffered) {
+        return context.round_trip;
+    }
+    for (size_t i = 0; i < kConversions; ++i) {
+        context.caller.startCase();
+        if (convert(context).ok()) {
+            continue;
+        }
+        return i == 0 ? notTried("no conversion: see password.round-trip")
+                      : broken(context, "no conversion after " + std::to_string(i));
+    }
+    context.caller.startCase();
+    if (!context.key.empty() &&
+        !context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams()).ok()) {
+        return broken(context, "no operation begins after 64 conversions");
+    }
+    return holds("64 times purpose 101, none aborted, then begin of an encryption",
+                 "the last began");
+}
+
+}  // namespace keymaster_check

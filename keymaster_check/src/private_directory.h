@@ -1,0 +1,29 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A directory of one's own as the working directory, where the library keeps its files.
+
+#pragma once
+
+#include <string>
+
+namespace keymaster_check {
+
+class PrivateDirectory {
+  public:
+    // Makes a directory and changes to it.
+    PrivateDirectory();
+    // Changes back, and removes the directory with its files.
+    ~PrivateDirectory();
+    PrivateDirectory(const PrivateDirectory&) = delete;
+    PrivateDirectory& operator=(const PrivateDirectory&) = delete;
+
+    // False when there is none; the working directory is then as before.
+    bool isThere() const { return before_ >= 0; }
+
+  private:
+    std::string path_;
+    int before_ = -1;  // descriptor of the working directory before
+};
+
+}  // namespace keymaster_check
