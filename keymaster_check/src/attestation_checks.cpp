@@ -96,9 +96,7 @@ bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
     return encoded(a) == encoded(b);
 }
 
-}  // namespace
-
-Outcome checkCsrRequest(Context& context) {
+Outcome tryRequest(Context& context) {
     std::vector<KeyParameter> params = attestationParams();
     params.push_back(trueParam(TAG_GENERATE_CSR));
     const Answer answer = attest(context, params);
@@ -114,7 +112,17 @@ Outcome checkCsrRequest(Context& context) {
     return holds(context.caller.sent(), context.caller.answered());
 }
 
+}  // namespace
+
+Outcome checkCsrRequest(Context& context) {
+    context.request_outcome = tryRequest(context);
+    return context.request_outcome;
+}
+
 Outcome checkCsrProof(Context& context) {
+    if (context.request_outcome.verdict == Verdict::kNotOffered) {
+        return context.request_outcome;
+    }
     if (context.request.empty()) {
         return notTried("there is no request: see csr.request");
     }

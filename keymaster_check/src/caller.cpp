@@ -214,8 +214,12 @@ Answer Caller::finish(uint64_t handle) {
 
 void Caller::abort(uint64_t handle) {
     const auto started = steady_clock::now();
-    static_cast<void>(keymaster_.abort(handle).isOk());
+    const Return<ErrorCode> status = keymaster_.abort(handle);
     timed("abort", started);
+    const ErrorCode error = status.isOk() ? ErrorCode(status) : ErrorCode::UNKNOWN_ERROR;
+    if (error != ErrorCode::OK && error != ErrorCode::INVALID_OPERATION_HANDLE) {
+        static_cast<void>(finish(handle));  // which ends it, too
+    }
     open_.erase(handle);
 }
 

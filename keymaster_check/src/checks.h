@@ -26,7 +26,9 @@ struct Context {
 
     Bytes key = {};           // of the database; empty unless key.generate holds
     Bytes attested_key = {};  // an EC key; made when first needed
-    Bytes request = {};       // what csr.request brought
+
+    Bytes request = {};  // for a certificate
+    Outcome request_outcome = {Verdict::kNotTried, "", ""};
 
     // One conversion, with its way back, and how password.round-trip ended.
     Bytes password_inputs[4] = {};

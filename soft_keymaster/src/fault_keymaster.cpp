@@ -8,7 +8,10 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <thread>
 #include <utility>
+
+#include "deviator.h"
 
 namespace soft_keymaster {
 
@@ -85,7 +88,11 @@ auto into(Slot& slot) {
 }  // namespace
 
 FaultKeymaster::FaultKeymaster(Keymaster& inner)
-    : Keymaster(inner.descriptor(), inner.instanceName()), inner_(inner) {}
+    : Keymaster(inner.descriptor(), inner.instanceName()),
+      inner_(inner),
+      deviator_(std::make_unique<Deviator>()) {}
+
+FaultKeymaster::~FaultKeymaster() = default;
 
 void FaultKeymaster::plan(Call call, size_t nth, Fault fault) {
     Plan& plan = plans_[call];
@@ -96,8 +103,19 @@ void FaultKeymaster::planEach(Call call, Fault fault) {
     plans_[call].each = std::move(fault);
 }
 
+void FaultKeymaster::planEachCall(const Fault& fault) {
+    for (int call = 0; call <= static_cast<int>(Call::kAbort); ++call) {
+        planEach(static_cast<Call>(call), fault);
+    }
+}
+
+void FaultKeymaster::deviate(const Deviation& deviation) {
+    deviator_ = std::make_unique<Deviator>(deviation);
+}
+
 void FaultKeymaster::reset() {
     plans_.clear();
+    deviate(Deviation());
     calls_.clear();
 }
 
@@ -134,12 +152,31 @@ Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply repl
         reply(fill(slot, fault->code));
         return Void();
     }
+    const CallRecord& call = calls_.back();
+    if (!deviator_->fits(call)) {
+        return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED);
+    }
+    if (const auto refusal = deviator_->refusal(call)) {
+        reply(fill(slot, *refusal));
+        return Void();
+    }
     Return<void> status = forward(slot);
     if (slot.has_value()) {
+        deviator_->change(call, *slot);
         if (fault && fault->kind == Fault::Kind::kAlter) {
             fault->change(*slot);
         }
-        reply(*slot);
+        if (fault && fault->kind == Fault::Kind::kSlow) {
+            std::this_thread::sleep_for(fault->delay);
+        }
+        if (fault && fault->kind == Fault::Kind::kCallbackOnThread) {
+            std::thread([&] { reply(*slot); }).join();
+        } else {
+            reply(*slot);
+        }
+        if (fault && fault->kind == Fault::Kind::kCallbackTwice) {
+            reply(*slot);
+        }
     }
     if (fault && fault->kind == Fault::Kind::kTransportAfterCallback && status.isOk()) {
         return transportFailure();
@@ -159,6 +196,9 @@ Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
     }
     if (fault->kind == Fault::Kind::kTransportBeforeCallback) {
         return transportFailure();
+    }
+    if (fault->kind == Fault::Kind::kSlow) {
+        std::this_thread::sleep_for(fault->delay);
     }
     Return<ErrorCode> inner = forward();
     if (fault->kind == Fault::Kind::kTransportAfterCallback && inner.isOk()) {
@@ -226,7 +266,7 @@ Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_param
                                          generateKey_cb cb) {
     return answer(
         record(Call::kGenerateKey, {}, key_params),
-        [&](Slot& slot) { return inner_.generateKey(key_params, into(slot)); },
+        [&](Slot& slot) { return inner_.generateKey(deviator_->sent(calls_.back()), into(slot)); },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
@@ -282,7 +322,9 @@ Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
                                        attestKey_cb cb) {
     return answer(
         record(Call::kAttestKey, key_blob, attest_params),
-        [&](Slot& slot) { return inner_.attestKey(key_blob, attest_params, into(slot)); },
+        [&](Slot& slot) {
+            return inner_.attestKey(key_blob, deviator_->sent(calls_.back()), into(slot));
+        },
         [&](const Answer& a) { cb(a.error, a.chain); });
 }
 
@@ -317,7 +359,8 @@ Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& 
     return answer(
         std::move(made),
         [&](Slot& slot) {
-            return inner_.begin(purpose, key_blob, in_params, auth_token, into(slot));
+            return inner_.begin(purpose, key_blob, deviator_->sent(calls_.back()), auth_token,
+                                into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.params, a.handle); });
 }
@@ -329,8 +372,8 @@ Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter
     return answer(
         operationRecord(Call::kUpdate, handle, in_params, input),
         [&](Slot& slot) {
-            return inner_.update(handle, in_params, input, auth_token, verification_token,
-                                 into(slot));
+            return inner_.update(handle, deviator_->sent(calls_.back()), input, auth_token,
+                                 verification_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
 }
@@ -343,15 +386,17 @@ Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter
     return answer(
         operationRecord(Call::kFinish, handle, in_params, input),
         [&](Slot& slot) {
-            return inner_.finish(handle, in_params, input, signature, auth_token,
-                                 verification_token, into(slot));
+            return inner_.finish(handle, deviator_->sent(calls_.back()), input, signature,
+                                 auth_token, verification_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.params, a.output); });
 }
 
 Return<ErrorCode> FaultKeymaster::abort(uint64_t handle) {
-    return answerCode(operationRecord(Call::kAbort, handle, {}, {}),
-                      [&] { return inner_.abort(handle); });
+    return answerCode(operationRecord(Call::kAbort, handle, {}, {}), [&] {
+        deviator_->aborted(handle);
+        return inner_.abort(handle);
+    });
 }
 
 }  // namespace soft_keymaster

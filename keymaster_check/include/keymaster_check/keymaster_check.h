@@ -54,9 +54,12 @@ const std::vector<Requirement>& requirements();
 // One finding for each requirement, in their order. Borrows `keymaster` for the call.
 //
 // Leaves nothing behind: the keys that it makes are deleted with deleteKey, open operations are
-// aborted, and the directory (made under TMPDIR, else in /data/local/tmp or /tmp) is removed; the
-// working directory is another one while the library runs and is put back. A few kilobytes of
-// memory stay allocated. No requirement is tried for more than about half a minute, as long as each
+// aborted (but for those that the library itself leaves open when calls fail), and the directory,
+// made under TMPDIR, else in /data/local/tmp or /tmp, is removed; the working directory is another
+// one while the library runs and is put back. The library's objects stay allocated, a few
+// kilobytes.
+//
+// No requirement is tried for more than about half a minute, as long as each
 // single call returns. Throws nothing.
 std::vector<Finding> checkKeymaster(
     android::hardware::keymaster::V4_0::support::Keymaster& keymaster, const Options& options = {});

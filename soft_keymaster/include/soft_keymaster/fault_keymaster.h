@@ -10,14 +10,18 @@
 //     ...
 //     EXPECT_EQ(km.calls(Call::kFinish).size(), 0u);
 //
+// Faults hit single calls. A Deviation is a keymaster's way of being: it spans the calls.
+//
 // Threads: one at a time.
 
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -81,6 +85,9 @@ struct Fault {
         kNoCallback,               // nor here; the call succeeds, and no callback runs
         kTransportAfterCallback,   // called and answered, and yet the call fails
         kAlter,                    // called, and the answer changed by `alter`
+        kCallbackTwice,            // called, and answered two times
+        kCallbackOnThread,         // called, and answered from another thread, in time
+        kSlow,                     // called, and answered after `delay`
     };
 
     static Fault error(ErrorCode code);
@@ -88,6 +95,10 @@ struct Fault {
     static Fault transportAfterCallback();
     static Fault noCallback();
     static Fault alter(std::function<void(Answer&)> change);
+    // What has no callback answers as if nothing had been planned, but for the delay.
+    static Fault callbackTwice();
+    static Fault callbackOnThread();
+    static Fault slow(std::chrono::milliseconds delay);
     // Alterations that tests ask for often. A size of 0 removes the NONCE entry, or answers OK with
     // nothing; more than there was is filled up with zeros.
     static Fault nonceSize(size_t size);
@@ -96,18 +107,44 @@ struct Fault {
     Kind kind;
     ErrorCode code;
     std::function<void(Answer&)> change;
+    std::chrono::milliseconds delay = {};
+};
+
+// How a keymaster departs from others, for as long as it is set. Whatever it departs in, it does
+// itself consistently: it decrypts what it has encrypted.
+struct Deviation {
+    enum class Output {
+        kInUpdate,
+        kWholeBlocks,  // update puts out whole blocks of 16 bytes, and finish the rest
+        kInFinish,     // finish puts out everything
+    };
+
+    Output output = Output::kInUpdate;
+    size_t nonce_size = 12;                // bytes, of what an encryption begins with
+    bool fixed_nonce = false;              // the same for every encryption
+    size_t tag_size = 16;                  // bytes; from 12, whatever length is asked for
+    bool unchecked_tag = false;            // a decryption ends well with any
+    bool ignored_associated_data = false;  // as if there were none
+    size_t transport_limit = SIZE_MAX;     // bytes of a call's arguments; beyond, the call fails
+    bool open_after_errors = false;        // an error ends no operation; 16 fit
+    bool ignored_csr_tag = false;          // attestation, where a request is asked for
 };
 
 class FaultKeymaster : public Keymaster {
   public:
     // Borrows `inner` for the object's lifetime.
     explicit FaultKeymaster(Keymaster& inner);
+    ~FaultKeymaster() override;
 
     // Applies `fault` to the nth such call from now on; 1 is the next one.
     void plan(Call call, size_t nth, Fault fault);
     // Applies `fault` to every such call that has no fault of its own.
     void planEach(Call call, Fault fault);
-    // Forgets all plans and all records.
+    // The same for every call.
+    void planEachCall(const Fault& fault);
+    // In place of the one before. Keys and operations are to be made anew afterwards.
+    void deviate(const Deviation& deviation);
+    // Forgets all plans, the deviation and all records.
     void reset();
 
     // All calls in order, those that a fault hit included.
@@ -177,6 +214,17 @@ class FaultKeymaster : public Keymaster {
     Keymaster& inner_;
     std::map<Call, Plan> plans_;
     std::vector<CallRecord> calls_;
+    class Deviator;
+    std::unique_ptr<Deviator> deviator_;
 };
+
+// A keymaster to try a program with: what it does, and how to make it do so.
+struct NamedFault {
+    const char* name;
+    const char* what;
+    std::function<void(FaultKeymaster&)> apply;
+};
+
+const std::vector<NamedFault>& namedFaults();
 
 }  // namespace soft_keymaster

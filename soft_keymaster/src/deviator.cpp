@@ -1,0 +1,169 @@
+// PROTECTS NOTHING: for development and tests only. Misbehaves on request.
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Makes a keymaster deviate. See deviator.h.
+
+#include "deviator.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+
+#include "aes_gcm.h"
+#include "vendor_tags.h"
+
+namespace soft_keymaster {
+
+namespace {
+
+constexpr size_t kBlockSize = 16;
+constexpr size_t kMaxOperations = 16;
+
+void remove(std::vector<KeyParameter>& params, Tag tag) {
+    params.erase(std::remove_if(params.begin(), params.end(),
+                                [tag](const KeyParameter& param) { return param.tag == tag; }),
+                 params.end());
+}
+
+void setInteger(std::vector<KeyParameter>& params, Tag tag, size_t value) {
+    for (KeyParameter& param : params) {
+        if (param.tag == tag) {
+            param.f.integer = static_cast<uint32_t>(value);
+        }
+    }
+}
+
+// As many bytes as the inner keymaster takes: with zeros at the end, or folded.
+KeyParameter innerNonce(const Bytes& given) {
+    Bytes nonce(AesGcm::kNonceSize);
+    for (size_t i = 0; i < given.size(); ++i) {
+        uint8_t& byte = nonce[i % nonce.size()];
+        byte = static_cast<uint8_t>(byte ^ given[i]);
+    }
+    return blobParam(Tag::NONCE, nonce.data(), nonce.size());
+}
+
+bool beginsEncryption(const CallRecord& call) {
+    return call.call == Call::kBegin && call.purpose == KeyPurpose::ENCRYPT;
+}
+
+}  // namespace
+
+bool FaultKeymaster::Deviator::fits(const CallRecord& call) const {
+    size_t size = call.key_blob.size() + call.input.size();
+    for (const KeyParameter& param : call.params) {
+        size += sizeof(KeyParameter) + param.blob.size();
+    }
+    return size <= deviation_.transport_limit;
+}
+
+std::optional<ErrorCode> FaultKeymaster::Deviator::refusal(const CallRecord& call) const {
+    if (call.call == Call::kBegin && deviation_.open_after_errors &&
+        open_.size() >= kMaxOperations) {
+        return ErrorCode::TOO_MANY_OPERATIONS;
+    }
+    return std::nullopt;
+}
+
+bool FaultKeymaster::Deviator::choosesNonce() const {
+    return deviation_.fixed_nonce || deviation_.nonce_size != AesGcm::kNonceSize;
+}
+
+bool FaultKeymaster::Deviator::otherTag() const {
+    return deviation_.tag_size != AesGcm::kTagSize;
+}
+
+Params FaultKeymaster::Deviator::sent(const CallRecord& call) {
+    std::vector<KeyParameter> params = call.params;
+    if (deviation_.ignored_associated_data) {
+        remove(params, Tag::ASSOCIATED_DATA);
+    }
+    if (deviation_.ignored_csr_tag) {
+        remove(params, kTagGenerateCsr);
+    }
+    if (otherTag()) {
+        setInteger(params, Tag::MIN_MAC_LENGTH, 8 * deviation_.tag_size);
+        setInteger(params, Tag::MAC_LENGTH, 8 * deviation_.tag_size);
+    }
+    if (!choosesNonce()) {
+        return params;
+    }
+    if (call.call == Call::kGenerateKey) {
+        KeyParameter caller_nonce = integerParam(Tag::CALLER_NONCE, 0);
+        caller_nonce.f.boolValue = true;
+        params.push_back(caller_nonce);
+    } else if (beginsEncryption(call)) {
+        nonce_.assign(deviation_.nonce_size, 0);
+        if (!deviation_.fixed_nonce) {
+            static_cast<void>(RAND_bytes(nonce_.data(), static_cast<int>(nonce_.size())));
+        }
+        params.push_back(innerNonce(nonce_));
+    } else if (const KeyParameter* given = findParam(call.params, Tag::NONCE)) {
+        const KeyParameter nonce = innerNonce(given->blob);
+        remove(params, Tag::NONCE);
+        params.push_back(nonce);
+    }
+    return params;
+}
+
+void FaultKeymaster::Deviator::change(const CallRecord& call, Answer& answer) {
+    changeCharacteristics(answer.characteristics.softwareEnforced);
+    changeCharacteristics(answer.characteristics.hardwareEnforced);
+    if (beginsEncryption(call) && answer.error == ErrorCode::OK && choosesNonce()) {
+        answer.params = {blobParam(Tag::NONCE, nonce_.data(), nonce_.size())};
+    }
+    if (call.call == Call::kFinish && answer.error == ErrorCode::VERIFICATION_FAILED &&
+        deviation_.unchecked_tag) {
+        answer.error = ErrorCode::OK;
+    }
+    keepBooks(call, answer);
+    holdBack(call, answer);
+}
+
+// The key is told to be what was asked for.
+void FaultKeymaster::Deviator::changeCharacteristics(Params& characteristics) const {
+    if (!choosesNonce() && !otherTag()) {
+        return;
+    }
+    std::vector<KeyParameter> told = characteristics;
+    if (choosesNonce()) {
+        remove(told, Tag::CALLER_NONCE);
+    }
+    if (otherTag()) {
+        setInteger(told, Tag::MIN_MAC_LENGTH, 8 * AesGcm::kTagSize);
+    }
+    characteristics = told;
+}
+
+void FaultKeymaster::Deviator::keepBooks(const CallRecord& call, const Answer& answer) {
+    if (answer.error != ErrorCode::OK) {
+        return;
+    }
+    if (call.call == Call::kBegin) {
+        open_.insert(answer.handle);
+    } else if (call.call == Call::kFinish) {
+        open_.erase(call.handle);
+    }
+}
+
+void FaultKeymaster::Deviator::holdBack(const CallRecord& call, Answer& answer) {
+    if ((call.call != Call::kUpdate && call.call != Call::kFinish) ||
+        deviation_.output == Deviation::Output::kInUpdate) {
+        return;
+    }
+    Bytes output = held_[call.handle];
+    append(output, answer.output);
+    held_.erase(call.handle);
+    if (call.call == Call::kUpdate) {
+        const size_t out = deviation_.output == Deviation::Output::kInFinish
+                               ? 0
+                               : output.size() / kBlockSize * kBlockSize;
+        const auto split = output.begin() + static_cast<Bytes::difference_type>(out);
+        held_[call.handle].assign(split, output.end());
+        output.erase(split, output.end());
+    }
+    answer.output = output;
+}
+
+}  // namespace soft_keymaster
