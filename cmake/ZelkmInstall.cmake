@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 
 # Puts down the library, the headers (the host's platform headers in a folder of their own), the
-# software keymaster, the keymaster's check, the tool, a CMake package and a pkg-config file.
+# software keymaster, the keymaster's check, the tool, the documentation with the
+# examples, a CMake package and a pkg-config file.
 
 include(CMakePackageConfigHelpers)
 
@@ -14,6 +15,7 @@ install(DIRECTORY soft_keymaster/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR
 install(DIRECTORY keymaster_check/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform)
+install(DIRECTORY docs/ examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(ZELKM_TOOL)
     install(TARGETS zelkm)
 endif()

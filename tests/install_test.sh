@@ -7,7 +7,7 @@
 
 set -euo pipefail
 build=$1 cxx=$2
-consumer=$(cd "$(dirname "$0")/consumer" && pwd)
+here=$(cd "$(dirname "$0")" && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
@@ -15,16 +15,18 @@ prefix=$scratch/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 test -n "$(find "$prefix" -name libzelkeymaster.so)"
 
-cmake -S "$consumer" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
-cmake --build "$scratch/build" >/dev/null
+# The examples, as they were installed, are a project outside, which knows the package only.
+examples=$(find "$prefix" -type d -name examples)
+cmake -S "$examples" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+cmake --build "$scratch/build" -j 2 >/dev/null
+"$here/examples_test.sh" "" "$scratch/build"
 mkdir "$scratch/store"
-(cd "$scratch/store" && ../build/consumer 2>/dev/null && ../build/engine_consumer 2>/dev/null)
-test -s "$scratch/store/secure_objects.db"
+(cd "$scratch/store" && ../build/store_example >/dev/null 2>&1)
 
 export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zelkeymaster.pc)")
 # shellcheck disable=SC2046,SC2086  # words are wanted
-"$cxx" ${CXXFLAGS:-} -std=c++17 "$consumer/engine.cpp" -o "$scratch/engine" $(pkg-config --cflags --libs zelkeymaster)
+"$cxx" ${CXXFLAGS:-} -std=c++17 "$here/consumer/engine.cpp" -o "$scratch/engine" $(pkg-config --cflags --libs zelkeymaster)
 "$scratch/engine" 2>/dev/null
 
 # The installed tool finds the installed library.

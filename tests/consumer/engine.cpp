@@ -1,11 +1,16 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Uses the engine alone.
+// Uses the engine alone, from a project outside.
 
+#include <openssl/crypto.h>
 #include <velt_secure_db.h>
 
 #include <cstdlib>
+
+#ifdef OPENSSL_IS_BORINGSSL
+#error "the package's include folders must not hide the system's OpenSSL"
+#endif
 
 int main() {
     uint64_t handle = 0;

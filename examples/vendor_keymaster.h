@@ -1,0 +1,118 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The smallest keymaster that carries a store, for those who write one for the first time. Its
+// cryptography is libcrypto's; in a real one everything marked "hardware" happens in the secure
+// world, and this class only passes on what it is told from there.
+//
+// How calls work
+//  - An answer goes to the callback: once, on the caller's thread, before the call returns. A
+//    refusal is an answer, too: the callback gets an error code and empty values, and the call
+//    returns Void(). What a call returns speaks of the transport alone.
+//  - The arguments are borrowed: they are gone when the call has returned.
+//  - A key never leaves the hardware in the clear. generateKey() answers a blob, the key sealed
+//    under a key that the device keeps for itself; the caller stores it and hands it in again. So
+//    the keymaster keeps nothing for a key.
+//  - An operation is begun, fed and finished, by a handle. It ends with finish(), abort() or any
+//    error. The library never calls abort(): what it leaves open has to end some other way, or the
+//    table of operations runs full.
+
+#pragma once
+
+#include <keymasterV4_0/Keymaster.h>
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+
+namespace example {
+
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using namespace android::hardware::keymaster::V4_0;
+
+class VendorKeymaster : public support::Keymaster {
+  public:
+    using DeviceKey = std::array<uint8_t, 32>;
+
+    // Hardware: the device key is different on each device, never changes, and cannot be read out.
+    explicit VendorKeymaster(const DeviceKey& device_key);
+    ~VendorKeymaster() override;
+
+    const VersionResult& halVersion() const override { return version_; }
+
+    // ---- What the store needs -------------------------------------------------------------------
+
+    // Makes the one kind of key that this keymaster has: AES-256-GCM with tags of 128 bits.
+    Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
+    // Says whether a blob is this device's and whole. The library asks at every start. Exactly
+    // INVALID_KEY_BLOB makes it look for a better copy of the blob.
+    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<uint8_t>& client_id,
+                                       const hidl_vec<uint8_t>& app_data,
+                                       getKeyCharacteristics_cb cb) override;
+    // Encrypting, the nonce is the keymaster's choice: 12 random bytes, never the same twice.
+    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
+                       const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
+                       begin_cb cb) override;
+    // Puts out one byte for each byte of payload, at once: what the library has not got when the
+    // last update has answered, it does not write.
+    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
+                        const VerificationToken& verification_token, update_cb cb) override;
+    // Encrypting, puts out the 16 bytes of the tag; decrypting, nothing, and VERIFICATION_FAILED
+    // unless the last 16 bytes of the input were the right tag.
+    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
+                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
+                        const HardwareAuthToken& auth_token,
+                        const VerificationToken& verification_token, finish_cb cb) override;
+
+    // ---- What a good neighbour has --------------------------------------------------------------
+
+    Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
+    Return<ErrorCode> abort(uint64_t handle) override;
+    // Nothing is kept for a key, so nothing is to be done.
+    Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
+
+    // ---- What may answer UNIMPLEMENTED ----------------------------------------------------------
+    // upgradeKey: needed as soon as blobs carry the system's patch level, as they should. The
+    //     library calls it after KEY_REQUIRES_UPGRADE, which this keymaster never answers.
+    // attestKey: needed for attestation and, with the vendor's tag, for signing requests.
+    // The others the library never calls.
+
+    Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
+                            const hidl_vec<KeyParameter>& upgrade_params,
+                            upgradeKey_cb cb) override;
+    Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
+    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
+    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
+                                   computeSharedHmac_cb cb) override;
+    Return<void> verifyAuthorization(uint64_t handle, const hidl_vec<KeyParameter>& params,
+                                     const HardwareAuthToken& auth_token,
+                                     verifyAuthorization_cb cb) override;
+    Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
+    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
+    Return<void> importWrappedKey(const hidl_vec<uint8_t>& wrapped_key_data,
+                                  const hidl_vec<uint8_t>& wrapping_key_blob,
+                                  const hidl_vec<uint8_t>& masking_key,
+                                  const hidl_vec<KeyParameter>& unwrapping_params,
+                                  uint64_t password_sid, uint64_t biometric_sid,
+                                  importWrappedKey_cb cb) override;
+    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
+                           exportKey_cb cb) override;
+    Return<ErrorCode> deleteAllKeys() override;
+    Return<ErrorCode> destroyAttestationIds() override;
+
+  private:
+    struct Operation;
+
+    const VersionResult version_;
+    const DeviceKey device_key_;
+    std::map<uint64_t, std::unique_ptr<Operation>> operations_;
+};
+
+}  // namespace example
