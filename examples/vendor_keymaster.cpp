@@ -79,6 +79,9 @@ const KeyParameter* find(const hidl_vec<KeyParameter>& params, Tag tag) {
 // that it does not know may forbid something.
 ErrorCode checkKind(const hidl_vec<KeyParameter>& asked) {
     const hidl_vec<KeyParameter> kind = keyKind();
+    if (!holds(asked, kind[0])) {
+        return ErrorCode::UNSUPPORTED_ALGORITHM;
+    }
     for (const KeyParameter& param : asked) {
         if (find(kind, param.tag) == nullptr) {
             return ErrorCode::UNSUPPORTED_TAG;
