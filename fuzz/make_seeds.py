@@ -95,6 +95,35 @@ def chain_seeds():
     yield "empty_element", b"\x01" + block(leaf) + block(b"") + block(root)
 
 
+def object_seeds():
+    """Steps: a byte (action, three bits of alias, bit 7: the keymaster follows the input), what the action reads."""
+    def insert(alias):
+        return bytes([0 | alias << 3])
+
+    def delete(alias):
+        return bytes([1 | alias << 3])
+
+    read, restart, scripted = b"\x02", b"\x03", 0x80
+    two = insert(1) + insert(2)
+    well = bytes([0]) * 3
+    yield "life", two + read + restart + delete(1) + read + insert(3) + restart + read + delete(7)
+    # The answers of an insert into a table in memory: begin, update (consumed, then its answer), finish.
+    for name, answers in (("chunks", well[:1] + b"\x05\x00" * 60), ("no_nonce", b"\x02\x00"), ("short_nonce", b"\x02\x07"),
+                          ("refused_begin", b"\x01\x21"), ("lost_update", b"\x00\xff\x03"), ("lost_finish", b"\x00\xff\x00\x05"),
+                          ("silent_finish", b"\x00\xff\x00\x04"), ("long_tag", b"\x00\xff\x00\x02\xff")):
+        yield name, two + bytes([scripted | 3 << 3]) + answers + read
+    # The same for a read after a restart, which asks for the key's characteristics and decrypts.
+    for name, answers in (("upgrade", b"\x01\x3e\x00" + b"\x00\xff\x00\x00"), ("refused_key", b"\x01\x21"),
+                          ("short_output", b"\x00\x00\xff\x02\x05"), ("finish_of_16", b"\x00\x00\xff\x00\x02\x10")):
+        yield name, two + restart + bytes([scripted | 2]) + answers + read
+    for number, at in enumerate((0, 13, 20, 40, 60, 255)):
+        yield f"damaged_{number}", two + b"\x06\x00" + bytes([at, 1]) + restart + read
+    yield "damaged_key", two + b"\x06\x01\x03\x01" + restart + read
+    yield "password", b"".join(bytes([kind]) + block(bytes(16)) + block(b"0123456789abcdef") for kind in (0x04, 0x0C, 0x14))
+    yield "request", b"\x05" + block(b"key") + b"\x05" + block(b"ke") + bytes([scripted | 5]) + block(b"k") + b"\x05"
+    yield "new_key", two + b"\x0f" + read + restart + read
+
+
 def tool_values_seeds():
     """Steps: 0 adds (bits of what is given, values), 1 removes, 2 lists (number of conditions, conditions)."""
     def add(*values, given=0x1C):
@@ -122,7 +151,7 @@ def tool_values_seeds():
 def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
     for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
-                          ("chain", chain_seeds), ("tool_values", tool_values_seeds)):
+                          ("chain", chain_seeds), ("object", object_seeds), ("tool_values", tool_values_seeds)):
         (folder / target).mkdir(parents=True, exist_ok=True)
         for name, data in seeds():
             (folder / target / name).write_bytes(data)

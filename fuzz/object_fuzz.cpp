@@ -1,0 +1,185 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The whole object over a keymaster whose answers are part of the input: changes, reads, restarts,
+// other services, damaged and missing files. Whatever happened before, once the keymaster is well
+// again, what a change wrote is what the next process reads, or its load is refused.
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "fuzz.h"
+#include "scripted_keymaster.h"
+#include "zelkeymaster_operation.h"
+
+namespace fs = std::filesystem;
+
+// Puts the object in the state of a new one. (A really new one would write each line of the error
+// file once more.)
+struct ZelKeymasterOperationPeer {
+    static void restart(ZelKeymasterOperation& object) {
+        static_cast<void>(
+            ZelKeymasterOperation::load_data("secure_objects.db", &object.mDbData, &object.mDbLen));
+        std::free(object.mDbKeyBlob);
+        object.mDbKeyBlob = nullptr;
+        object.mDbKeyBlobLen = 0;
+        keymaster_blob_t out = {};
+        fuzz::require(object.queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out) ==
+                      -38);  // without a handle, so the table is forgotten
+    }
+};
+
+namespace {
+
+using Rows = std::vector<std::string>;
+using android::hardware::hidl_vec;
+
+constexpr const char* kFiles[] = {"secure_objects.db",     "edbk",     "edbk_digest",
+                                  "secure_objects.db.bak", "edbk.bak", "edbk_digest.bak",
+                                  "secure_objects.db.tmp", "edbk.tmp", "edbk_digest.tmp"};
+
+// A folder in memory where the machine has one.
+class Folder {
+  public:
+    Folder() {
+        const fs::path memory = "/dev/shm";
+        path_ = (::access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path()) /
+                "zelkm_fuzz_XXXXXX";
+        fuzz::require(::mkdtemp(path_.data()) != nullptr);
+    }
+    ~Folder() { fs::remove_all(path_); }
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+// While one lives, the process works there.
+class WorkingIn {
+  public:
+    explicit WorkingIn(const Folder& folder) { fs::current_path(folder.path()); }
+    ~WorkingIn() { fs::current_path(before_); }
+
+  private:
+    const fs::path before_ = fs::current_path();
+};
+
+int insert(ZelKeymasterOperation& object, std::string alias) {
+    SODOperationParam p;
+    std::string creator = "app";
+    return object.SodInsert(p.setAlias(alias).setCreator(creator));
+}
+
+int readAliases(ZelKeymasterOperation& object, Rows* rows) {
+    SODOperationParam p;
+    return object.SodRetreiveOther(p.addAliasToOutput(), *rows);
+}
+
+hidl_vec<uint8_t> bytes(const fuzz::Block& block) {
+    return std::vector<uint8_t>(block.data.get(), block.data.get() + block.len);
+}
+
+void damage(fuzz::Input& input) {
+    const std::string name = kFiles[input.byte() % std::size(kFiles)];
+    const size_t at = input.byte();
+    std::ifstream in(name, std::ios::binary);
+    std::string content((std::istreambuf_iterator<char>(in)), {});
+    if (at == 255) {
+        fs::remove(name);
+    } else if (at < content.size()) {
+        content[at] = char(content[at] ^ (input.byte() | 1));
+        std::ofstream(name, std::ios::binary) << content;
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const Folder folder;
+    const WorkingIn there(folder);
+    static fuzz::ScriptedKeymaster keymaster;
+    static ZelKeymasterOperation object(&keymaster, true);
+    for (const char* name : kFiles) {
+        fs::remove(name);
+    }
+    ZelKeymasterOperationPeer::restart(object);
+
+    fuzz::Input input(data, size);
+    bool faultless = true;  // nothing but good answers and whole files so far
+    Rows expected;
+    for (int step = 0; step < 32 && !input.empty(); ++step) {
+        const uint8_t choice = input.byte();
+        const bool scripted = (choice & 0x80) != 0;
+        keymaster.follow(scripted ? &input : nullptr);
+        faultless = faultless && !scripted;
+        const std::string alias = "k" + std::to_string(choice >> 3 & 7);
+        SODOperationParam p;
+        Rows rows;
+        std::string wanted = alias;
+        int status = 0;
+        switch (choice & 7) {
+            case 0:
+                status = insert(object, alias);
+                expected.push_back(alias);
+                break;
+            case 1:
+                status = object.SodDelete(p.addAliasInWhere(wanted));
+                expected.erase(std::remove(expected.begin(), expected.end(), alias),
+                               expected.end());
+                break;
+            case 2:
+                status = readAliases(object, &rows);
+                fuzz::require(!faultless || rows == expected);
+                break;
+            case 3:
+                ZelKeymasterOperationPeer::restart(object);
+                break;
+            case 4: {
+                hidl_vec<uint8_t> converted, tag = bytes(input.block());
+                const hidl_vec<uint8_t> in = bytes(input.block());
+                (void)object.encryptWithPasswordHWKey(in, in, in, converted, in, in, tag,
+                                                      PW_ENCRYPT_TYPE(choice >> 3 & 3));
+                break;
+            }
+            case 5: {
+                hidl_vec<uint8_t> csr;
+                (void)object.generateCSR(bytes(input.block()), {}, csr);
+                break;
+            }
+            case 6:
+                damage(input);
+                faultless = false;
+                break;
+            case 7:
+                (void)object.init_db_key(choice >> 3 & 1);
+                faultless = faultless && (choice >> 3 & 1) == 0;
+                break;
+        }
+        fuzz::require(!faultless || status == 0);
+    }
+
+    // A refused store is left to its backup, or to nothing, by the next processes.
+    keymaster.follow(nullptr);
+    Rows before;
+    int status = -1;
+    for (int process = 0; process < 4 && status != 0; ++process) {
+        before.clear();
+        ZelKeymasterOperationPeer::restart(object);
+        status = readAliases(object, &before);
+        fuzz::require(!faultless || (status == 0 && before == expected));
+    }
+    if (status == 0) {
+        fuzz::require(insert(object, "last") == 0);
+        ZelKeymasterOperationPeer::restart(object);
+        Rows after;
+        fuzz::require(readAliases(object, &after) == 0);
+        before.push_back("last");
+        fuzz::require(before == after);
+    }
+    return 0;
+}
