@@ -93,6 +93,7 @@ class Reader {
     }
 
     // Ends the open line: alone it is a message, or with as few as possible of the lines after it.
+    // One that seems to end with a NUL may go on after a line feed.
     void flush() {
         if (!open_) {
             return;
@@ -101,14 +102,18 @@ class Reader {
         size_t used = 0;
         std::string text = event_.text;
         std::vector<FoundMessage> found = matchMessages(text, level_, source_);
-        while (found.empty() && used < continuations_.size()) {
-            text += '\n';
-            text += continuedText(continuations_[used].line);
-            ++used;
-            found = matchMessages(text, level_, source_);
+        std::string longer = text;
+        for (size_t i = 0; i < continuations_.size() && (found.empty() || found[0].cut); ++i) {
+            longer += '\n';
+            longer += continuedText(continuations_[i].line);
+            auto found_longer = matchMessages(longer, level_, source_);
+            if (!found_longer.empty()) {
+                found = std::move(found_longer);
+                text = longer;
+                used = i + 1;
+            }
         }
         if (found.empty()) {
-            used = 0;
             count(&log_.unknown, whole_, event_.line);
         } else {
             event_.message = found.front().message;
@@ -138,7 +143,7 @@ class Reader {
         if (event_.time.clock != Clock::kYearless) {
             return;
         }
-        const int64_t year = 365 * kMicrosPerDay;
+        const int64_t year = 366 * kMicrosPerDay;
         const int64_t micros = event_.time.micros + num_years_ * year;
         if (seen_yearless_ && micros < last_yearless_ - year / 2) {
             ++num_years_;

@@ -163,7 +163,10 @@ std::vector<FoundMessage> matchMessages(std::string_view text, std::optional<Lev
                 best.clear();
             }
             most = literal;
-            best.push_back({&message, *std::move(arguments)});
+            const std::string_view format = message.format;
+            const auto num_conversions = std::count(format.begin(), format.end(), '%');
+            const bool cut = arguments->size() < static_cast<size_t>(num_conversions);
+            best.push_back({&message, *std::move(arguments), cut});
         }
     }
     return best;

@@ -15,12 +15,14 @@
 namespace zelkm_tool {
 
 // The arguments, as texts, with which a format gives a text; nothing if it never does. A line feed
-// at the format's end does not count. Takes linear time for a format with at most one %s.
+// at the format's end does not count. A %c may be a NUL, with which the text then ends: it is the
+// last argument, an empty one. Takes linear time for a format with at most one %s.
 std::optional<std::vector<std::string>> matchFormat(std::string_view format, std::string_view text);
 
 struct FoundMessage {
     const Message* message;
     std::vector<std::string> arguments;  // empty when the format itself was asked for
+    bool cut = false;                    // the text ends where a %c should be, as with a NUL
 };
 
 // The messages of this level and source (nothing: of any) that give the text. The ones whose
