@@ -180,7 +180,8 @@ TEST(Describe, NamesTheSystemsErrorAndTheCode) {
               "the new version of a file could not be written: the disk is full (No space left on "
               "device)");
     EXPECT_EQ(text("write-failed", {"Success", "0"}),
-              "the new version of a file could not be written: without an error of the system");
+              "the new version of a file could not be written: not all bytes were written, as on a "
+              "disk that is full");
     EXPECT_EQ(text("tmp-not-created", {"\033[2J", "13"}),
               "the .tmp file of a new version cannot be created: \\x1b[2J");
     EXPECT_EQ(

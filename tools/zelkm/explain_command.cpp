@@ -105,8 +105,9 @@ class EventPrinter {
 void printOthers(const OtherLines& others, const char* what,
                  const std::vector<std::string>& files) {
     if (others.count != 0) {
-        std::cout << others.count << ' ' << what << "; the first is " << files[others.input] << ':'
-                  << others.line << ": " << escape(others.text) << '\n';
+        std::cout << others.count << (others.count == 1 ? " line of " : " lines of ") << what
+                  << "; the first is " << files[others.input] << ':' << others.line << ": "
+                  << escape(others.text) << '\n';
     }
 }
 
@@ -120,8 +121,8 @@ void explainLog(const std::vector<std::string>& files) {
         printer.print(event, files[event.input]);
     }
     std::cout << log.events.size() << (log.events.size() == 1 ? " event\n" : " events\n");
-    printOthers(log.unknown, "lines of the library that are unknown here", files);
-    printOthers(log.foreign, "lines of others", files);
+    printOthers(log.unknown, "the library unknown here", files);
+    printOthers(log.foreign, "others", files);
     if (log.events.empty()) {
         throw Refused("no message of the library in " + files.front());
     }

@@ -14,10 +14,13 @@
 namespace zelkm_tool {
 namespace {
 
-std::string systemError(const std::string& text, const std::string& number) {
+std::string systemError(const Message& message, const std::string& text,
+                        const std::string& number) {
     switch (std::atoi(number.c_str())) {
         case 0:
-            return "without an error of the system";
+            return message.id == std::string_view("write-failed")
+                       ? "not all bytes were written, as on a disk that is full"
+                       : "it ended early";
         case ENOSPC:
             return "the disk is full (" + escape(text) + ")";
         default:
@@ -82,7 +85,8 @@ std::string describe(const FoundMessage& found, bool with_code) {
             return code != nullptr ? meaning + " (" + nameAndMeaning(*code) + ')' : meaning;
         }
         case Detail::kSystemError:
-            return meaning + ": " + systemError(arguments[arguments.size() - 2], arguments.back());
+            return meaning + ": " +
+                   systemError(message, arguments[arguments.size() - 2], arguments.back());
         case Detail::kText:
             return meaning + ": " + escape(arguments.front());
     }
