@@ -11,6 +11,7 @@
 #include "keymaster_params.h"
 #include "operation_peer.h"
 #include "scarce_memory.h"
+#include "wiped_memory.h"
 #include "zelkeymaster_operation_internal.h"
 
 namespace {
@@ -139,6 +140,17 @@ TEST_F(DatabaseEncryption, DecryptsWithTheNonceAndTheTagAfterTheCiphertext) {
     EXPECT_EQ(bytes("plain"), plain);
     EXPECT_EQ(bytes("PPPPP"), cipher);
     EXPECT_EQ(bytes("0123456789abcdef"), tag);
+}
+
+TEST_F(DatabaseEncryption, WipesItsCopyOfTheDecryptedBytes) {
+    km.answers["update"] = {updated(21, "PPPPP")};
+    for (const int error : {0, -30}) {
+        km.answers["finish"] = {finished("", error)};
+        test::g_wiped.clear();
+        EXPECT_EQ(error, decrypt());
+        EXPECT_TRUE(test::wiped("PPPPP"));
+        EXPECT_EQ(bytes("PPPPP"), plain);
+    }
 }
 
 TEST_F(DatabaseEncryption, OffersTheRestUntilAllIsConsumed) {

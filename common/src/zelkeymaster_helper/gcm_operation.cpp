@@ -42,6 +42,9 @@ bool GcmOperation::allocate() {
         input_ = tagged_cipher_.get();
     }
     output_ = allocateSecretBuffer(buffers_.len);
+    if (!decrypt_) {
+        output_.get_deleter().len = 0;  // ciphertext need not be wiped
+    }
     return output_ != nullptr;
 }
 
