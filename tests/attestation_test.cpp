@@ -5,15 +5,11 @@
 // respect, and none depends on today's date.
 
 #include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/rsa.h>
-#include <openssl/x509v3.h>
 
-#include <algorithm>
 #include <functional>
 
+#include "certificates.h"
 #include "fake_keymaster.h"
-#include "openssl_handles.h"
 #include "operation_peer.h"
 
 namespace {
@@ -23,7 +19,6 @@ using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
 using namespace test;
 using Lines = std::vector<std::string>;
-using Chain = hidl_vec<hidl_vec<uint8_t>>;
 
 // ---- Signing requests ---------------------------------------------------------------------------
 
@@ -94,90 +89,15 @@ TEST_F(SigningRequest, EachAnswer) {
 
 // ---- Chains -------------------------------------------------------------------------------------
 
-constexpr char kPast[] = "000101000000Z";  // 2000
-constexpr char kLongPast[] = "990101000000Z";
-constexpr char kFuture[] = "99991231235959Z";
-constexpr char kNearFuture[] = "99981231235959Z";
-
-zelkm::EvpPkeyPtr makeKey(int type) {
-    EVP_PKEY* key = nullptr;
-    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_id(type, nullptr);
-    EVP_PKEY_keygen_init(context);
-    if (type == EVP_PKEY_EC) {
-        EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context, NID_X9_62_prime256v1);
-    } else {
-        EVP_PKEY_CTX_set_rsa_keygen_bits(context, 2048);
-    }
-    EVP_PKEY_keygen(context, &key);
-    EVP_PKEY_CTX_free(context);
-    return zelkm::EvpPkeyPtr(key);
-}
-
-// Keys are made once: 0 to 10 on P-256, 20 and 21 RSA.
-EVP_PKEY* keyOf(int number) {
-    static std::map<int, zelkm::EvpPkeyPtr> keys;
-    zelkm::EvpPkeyPtr& key = keys[number];
-    if (key == nullptr) {
-        key = makeKey(number < 20 ? EVP_PKEY_EC : EVP_PKEY_RSA);
-    }
-    return key.get();
-}
-
-struct Certificate {
-    std::string subject, issuer;
-    int key, signer;
-    const char* from = kPast;
-    const char* to = kFuture;
-
-    hidl_vec<uint8_t> der() const {
-        const zelkm::X509Ptr made(X509_new());
-        X509* const x = made.get();
-        const auto setName = [](X509_NAME* name, const std::string& text) {
-            X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                                       reinterpret_cast<const unsigned char*>(text.c_str()), -1, -1,
-                                       0);
-        };
-        X509_set_version(x, 2);
-        ASN1_INTEGER_set(X509_get_serialNumber(x), key + 1);
-        setName(X509_get_subject_name(x), subject);
-        setName(X509_get_issuer_name(x), issuer);
-        ASN1_TIME_set_string(X509_getm_notBefore(x), from);
-        ASN1_TIME_set_string(X509_getm_notAfter(x), to);
-        X509_set_pubkey(x, keyOf(key));
-        BASIC_CONSTRAINTS* constraints = BASIC_CONSTRAINTS_new();
-        constraints->ca = 0xFF;
-        X509_add1_ext_i2d(x, NID_basic_constraints, constraints, 1, 0);
-        BASIC_CONSTRAINTS_free(constraints);
-        EXPECT_NE(0, X509_sign(x, keyOf(signer), EVP_sha256()));
-        Bytes result(static_cast<size_t>(i2d_X509(x, nullptr)));
-        unsigned char* end = result.data();
-        EXPECT_EQ(result.size(), size_t(i2d_X509(x, &end)));
-        return result;
-    }
-};
-
-// A good chain, leaf first: each is signed by the next one, the last by itself.
-std::vector<Certificate> certificates(int count, int first_key = 0) {
-    std::vector<Certificate> result;
-    for (int i = 0; i < count; ++i) {
-        const int next = std::min(i + 1, count - 1);
-        result.push_back(
-            {"c" + std::to_string(i), "c" + std::to_string(next), first_key + i, first_key + next});
-    }
-    return result;
-}
-
-Chain encoded(const std::vector<Certificate>& certificates) {
-    std::vector<hidl_vec<uint8_t>> result;
-    for (const Certificate& certificate : certificates) {
-        result.push_back(certificate.der());
-    }
-    return result;
-}
-
 // The same behind a separate first certificate, which the path's leaf signed.
 std::vector<Certificate> withFirst(std::vector<Certificate> path) {
-    path.insert(path.begin(), {"first", "whoever", 10, path[0].key, kPast, kLongPast});
+    Certificate first;
+    first.subject = "first";
+    first.issuer = "whoever";
+    first.key = 10;
+    first.signer = path[0].key;
+    first.to = kLongPast;
+    path.insert(path.begin(), first);
     return path;
 }
 
