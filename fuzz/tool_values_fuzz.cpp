@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "../tools/zelkm/access_patterns.h"
 #include "../tools/zelkm/failure.h"
 #include "../tools/zelkm/store_values.h"
 #include "fuzz.h"
@@ -137,6 +138,35 @@ class CheckedStore {
     std::vector<Row> rows_;
 };
 
+// Whom a pattern lets in that the tool takes for one that can match.
+std::string witnessOf(std::string pattern) {
+    std::string subject;
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '[') {
+            const size_t digits = pattern.find_first_not_of("0123456789", i + 1) - (i + 1);
+            subject += digits == 0 ? "0" : pattern.substr(i + 1, digits);
+            i = pattern.find(']', i);
+        } else if (pattern[i] != '*') {
+            subject += pattern[i];
+        }
+    }
+    return subject.empty() ? "x" : subject;
+}
+
+// The tool's judgement of a pattern, against the engine's.
+void judgePattern(const std::string& pattern, const std::string& subject) {
+    const auto bytes = [](const std::string& text) {
+        return reinterpret_cast<const uint8_t*>(text.data());
+    };
+    const auto lets_in = [&](const std::string& who) {
+        return simple_reg_cmp(bytes(pattern), static_cast<uint32_t>(pattern.size()), bytes(who),
+                              static_cast<uint32_t>(who.size()), 1) == 1;
+    };
+    const bool useless = zelkm_tool::whyNoMatch(pattern).has_value();
+    fuzz::require(pattern.empty() || subject == "*" || !(useless && lets_in(subject)));
+    fuzz::require(pattern.empty() || useless || lets_in(witnessOf(pattern)));
+}
+
 // A new object, if the tool would store it.
 void tryToAdd(fuzz::Input* input, CheckedStore* store) {
     Row row(kColumnNames.size());
@@ -148,6 +178,7 @@ void tryToAdd(fuzz::Input* input, CheckedStore* store) {
         }
         row[i] = textOf(input->block());
         accepted = accepted && !zelkm_tool::whyNotStored(kColumnNames[i], row[i]);
+        judgePattern(row[i], row[0]);
     }
     if (!accepted) {
         return;

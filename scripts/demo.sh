@@ -84,7 +84,7 @@ expect "vold::disk"
 
 say "A system update: the keymaster wants the database key upgraded, the library does it"
 cp store/edbk edbk.before
-run "zelkm --dir store --patch-level 202612 aliases"
+run "zelkm --dir store --patch-level 202612 --upgrade aliases"
 expect "wallet::payment"
 if cmp -s edbk.before store/edbk; then fail "the key blob is still the old one"; fi
 run "cmp edbk.before store/edbk.bak && tail -n 2 store/zelko_err.txt | cut -d ' ' -f 3-"

@@ -76,7 +76,7 @@ exchange() {  # WRITER READER
     tool "$2" --dir "$store" remove --where ALIAS=door >/dev/null
     cmp "$store.written/secure_objects.db" "$store/secure_objects.db.bak"
     [[ $(tool "$1" --dir "$store" aliases) == wallet::payment ]]
-    tool "$2" --patch-level 203012 --dir "$store" aliases >/dev/null  # upgrades the key
+    tool "$2" --patch-level 203012 --upgrade --dir "$store" aliases >/dev/null
     [[ $(tool "$1" --patch-level 203012 --dir "$store" aliases) == wallet::payment ]]
     rm -r build/aarch64/exchange
     echo "$2 reads what $1 wrote"

@@ -157,7 +157,7 @@ TEST_F(ZelkmDoctor, RepairsWhatItSays) {
         {[&] {  // an upgrade that stopped between key and digest
              done({"--patch-level", "202601", "aliases"});
              const std::string old_digest = text("s/edbk_digest");
-             done({"--patch-level", "202602", "aliases"});
+             done({"--patch-level", "202602", "--upgrade", "aliases"});
              write("s/edbk_digest", old_digest);
          },
          {"edbk_digest is not the digest of edbk but of edbk.bak"},
@@ -187,7 +187,7 @@ TEST_F(ZelkmDoctor, RepairsWhatItSays) {
         EXPECT_NE(done({"--patch-level", "202602", "doctor", "--repair"}).find("nothing is wrong"),
                   std::string::npos);
         EXPECT_EQ(files(), repaired);
-        EXPECT_EQ(done({"--patch-level", "202602", "aliases"}), c.aliases);
+        EXPECT_EQ(done({"--patch-level", "202602", "--upgrade", "aliases"}), c.aliases);
     }
 }
 

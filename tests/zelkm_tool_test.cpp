@@ -59,7 +59,8 @@ TEST_F(ZelkmTool, AcceptedValuesComeBackAsGiven) {
     }
     std::string expected = "ALIAS,CREATOR,ADMIN,ACCESSOR\r\n";
     for (const std::string* v = values.data(); v != values.data() + values.size(); v += 4) {
-        done({"add", "--alias", v[0], "--creator", v[1], "--admin", v[2], "--accessor", v[3]});
+        done({"add", "--as-is", "--alias", v[0], "--creator", v[1], "--admin", v[2], "--accessor",
+              v[3]});
         expected += csv(v[0]) + ',' + csv(v[1]) + ',' + csv(v[2]) + ',' + csv(v[3]) + "\r\n";
     }
     EXPECT_EQ(done({"list", "--csv", "--columns", "ALIAS,CREATOR,ADMIN,ACCESSOR"}), expected);
@@ -96,14 +97,23 @@ TEST_F(ZelkmTool, RefusesValuesThatBreakACommandOrARow) {
     EXPECT_EQ(run({"add", "--alias", "*", "--creator", "c"}).status, 2);
     EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--admin=", "--privileged"}).status, 2);
     EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--creator-uid", "0x1"}).status, 2);
+    for (const char* list :
+         {"[20000..10000]", "[1..5", "10*00", "1000, 2000", "1 ,2", "[1..4294967296]", "[1.5]",
+          "[a..b]", "[1..2]3", "[1..2][3..4]", "1,[2,3]"}) {
+        EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--accessor", list}).status, 2)
+            << list;
+    }
     EXPECT_TRUE(std::filesystem::is_empty("s"));
+    for (const char* list : {"[..]", "[5..],*_x[1..2]*", "[1..4294967295]a1*#", "a,,b,"}) {
+        done({"add", "--duplicate", "--alias", "a", "--creator", "c", "--accessor", list});
+    }
 }
 
 TEST_F(ZelkmTool, StandsInFrontOfCarelessConditions) {
     add("k1", "app");
     add("k2", "app");
-    const std::vector<std::string> careless = {"FOO=k1",    "alias=k1", "ALIAS<k1",
-                                               "ALIAS>=k1", "ALIAS=*",  "ALIAS <=k1"};
+    const std::vector<std::string> careless = {"FOO=k1",  "alias=k1",   "ALIAS<k1", "ALIAS>=k1",
+                                               "ALIAS=*", "ALIAS <=k1", "ADMIN=1,2"};
     for (const std::string& condition : careless) {
         EXPECT_EQ(run({"remove", "--where", condition}).status, 2) << condition;
         EXPECT_EQ(run({"list", "--where", condition}).status, condition == "ALIAS=*" ? 0 : 2);
@@ -115,7 +125,10 @@ TEST_F(ZelkmTool, StandsInFrontOfCarelessConditions) {
     EXPECT_EQ(done({"remove", "--where", "ALIAS=k1", "CREATOR=other"}), "removed 0 objects\n");
     EXPECT_EQ(done({"aliases"}), "app::k1\napp::k2\n");
 
-    EXPECT_EQ(done({"remove", "--where", "ALIAS=k1"}), "removed 1 object\n");
+    const std::vector<std::string> k1 = {"remove", "--where", "ALIAS=k1"};
+    EXPECT_EQ(done({"remove", "--where", "ALIAS=k1", "--dry-run"}),
+              "would remove app::k1\nwould remove 1 object\n");
+    EXPECT_EQ(done(k1), "removed 1 object\n");
     EXPECT_EQ(done({"remove", "--all", "--where", "FOO=x"}), "removed 1 object\n");
     add("k3", "app");
     EXPECT_EQ(done({"remove", "--all"}), "removed 1 object\n");
@@ -248,7 +261,12 @@ TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {
 TEST_F(ZelkmTool, UpgradesTheKey) {
     add("k1", "app");
     const std::string key = text("s/edbk");
-    EXPECT_EQ(done({"--patch-level", "209912", "aliases"}), "app::k1\n");
+    for (const char* level : {"4294967295", "20991", "209900", "209913", "2099 1"}) {
+        EXPECT_TRUE(run({"--patch-level", level, "--upgrade", "aliases"}).says("YYYYMM")) << level;
+    }
+    EXPECT_TRUE(run({"--patch-level", "209912", "aliases"}).says("--upgrade"));
+    EXPECT_EQ(text("s/edbk"), key);
+    EXPECT_EQ(done({"--patch-level", "209912", "--upgrade", "aliases"}), "app::k1\n");
     EXPECT_NE(text("s/edbk"), key);
     EXPECT_TRUE(run({"aliases"}).says("-33"));
     EXPECT_EQ(done({"--patch-level", "209912", "aliases"}), "app::k1\n");

@@ -8,7 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "session.h"
+#include "session_options.h"
 
 namespace zelkm_tool {
 

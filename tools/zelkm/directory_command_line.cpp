@@ -6,11 +6,19 @@
 #include <memory>
 
 #include "command_line.h"
+#include "directory_lock.h"
 #include "doctor_command.h"
 #include "info_command.h"
 
 namespace zelkm_tool {
 namespace {
+
+SessionOptions withDirectory(SessionOptions options, const std::string& dir) {
+    if (!dir.empty()) {
+        options.dir = dir;
+    }
+    return options;
+}
 
 void defineInfo(CLI::App& app, const SessionOptions& session) {
     auto dir = std::make_shared<std::string>();
@@ -20,7 +28,11 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
         "Needs no key. Shows the headers of secure_objects.db, its .bak and its .tmp,\n"
         "the rows of a plaintext payload, the size of the key blob, whether edbk_digest\n"
         "matches it, and the last lines of the error file.");
-    command->callback([&session, dir] { printInfo(dir->empty() ? session.dir : *dir); });
+    command->callback([&session, dir] {
+        const SessionOptions options = withDirectory(session, *dir);
+        const DirectoryLock lock(options, DirectoryLock::Mode::kShared);
+        printInfo(options.dir);
+    });
 }
 
 void defineDoctor(CLI::App& app, const SessionOptions& session) {
@@ -35,16 +47,15 @@ void defineDoctor(CLI::App& app, const SessionOptions& session) {
         "software keymaster; without its root key, nothing encrypted is.\n"
         "\n"
         "--repair changes something only if the store reads afterwards, and keeps a copy of\n"
-        "every file that it touches in doctor-YYYYMMDD-HHMMSS. Nothing else may use the store\n"
-        "meanwhile. Exit status 1 says that something is wrong, and stays so.\n"
+        "every file that it touches in doctor-YYYYMMDD-HHMMSS. Exit status 1 says that something "
+        "is wrong, and stays so.\n"
         "\n"
         "  zelkm doctor store\n"
         "  zelkm doctor --repair store");
     command->callback([&session, dir, repair] {
-        SessionOptions options = session;
-        if (!dir->empty()) {
-            options.dir = *dir;
-        }
+        const SessionOptions options = withDirectory(session, *dir);
+        const DirectoryLock lock(
+            options, *repair ? DirectoryLock::Mode::kExclusive : DirectoryLock::Mode::kShared);
         runDoctor(options, *repair);
     });
 }

@@ -98,7 +98,7 @@ hidl_vec<uint8_t> keyBlob(Session& session, const KeyOptions& options,
     }
     const hidl_vec<uint8_t> blob = generateKey(session, options.rsa);
     writeOutput(new_key_path, toBytes(blob), Access::kOwnerOnly);
-    std::cerr << "zelkm: the blob of the new key is in " << new_key_path << '\n';
+    note(session.options(), "the blob of the new key is in " + new_key_path);
     return blob;
 }
 

@@ -37,8 +37,10 @@ ACCESSOR=1000 whose patterns let 1000 in. Patterns: [lo..hi] is a range of
 numbers, a final * any rest, *# and *_ anything up to that character. The
 question for * matches every object (for ADMIN and ACCESSOR, if not empty).
 
---patch-level plays a system update: with a newer level than that of the
-store's key, the library upgrades the key. From then on, say the new level.
+--patch-level plays a system update. A key of an older level must be upgraded:
+--upgrade allows the library to do it, for good: say the new level from then on.
+
+One zelkm at a time uses a directory: others wait for it, --wait seconds long.
 
 Exit status: 0 done; 1 refused or failed, with the result code and its meaning;
 2 the command line was not accepted, and nothing was touched.
@@ -63,20 +65,35 @@ void refuseEmptyValues(int argc, char** argv) {
     }
 }
 
+// Empty for a year and a month.
+std::string whyNoPatchLevel(std::string& text) {
+    const bool digits = text.size() == 6 && text.find_first_not_of("0123456789") == text.npos;
+    const bool fits =
+        digits && text >= "200001" && text.substr(4) >= "01" && text.substr(4) <= "12";
+    return fits ? "" : "a patch level is a year and a month, YYYYMM";
+}
+
 int run(int argc, char** argv) {
     refuseEmptyValues(argc, argv);
 
     CLI::App app("Works on a store of secure objects, and on keys, with libzelkeymaster.", "zelkm");
     app.get_formatter()->column_width(kHelpColumn);
+    app.set_version_flag("--version", "zelkm " ZELKM_VERSION);
     app.footer(kFooter);
     app.require_subcommand(1);
     app.fallthrough();
 
     SessionOptions session;
     app.add_option("--dir", session.dir, "The store; default the working directory")
-        ->type_name("DIR");
-    app.add_option("--patch-level", session.patch_level, "Of the software keymaster, YYYYMM")
+        ->type_name("DIR")
+        ->envname("ZELKM_DIR");
+    app.add_option("--wait", session.wait, "Seconds to wait for another zelkm; default 5")
         ->type_name("N");
+    app.add_option("--patch-level", session.patch_level, "Of the software keymaster")
+        ->type_name("YYYYMM")
+        ->check(CLI::Validator(whyNoPatchLevel, ""));
+    app.add_flag("--upgrade", session.upgrade, "Upgrade the store's key to that level");
+    app.add_flag("--quiet", session.quiet, "Only what was asked for, and errors");
     // The library's debug lines hold every command with its values.
     app.add_flag_callback("--verbose", showLog, "The library's whole log, values included");
 

@@ -5,22 +5,24 @@
 
 #include "output.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <ostream>
 
 #include "bytes.h"
+#include "display_width.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
 
-// Characters that stand on a line of their own width: bytes that continue none.
-size_t displayWidth(const std::string& text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
-}
+constexpr size_t kGap = 2;       // between two columns
+constexpr size_t kMinLimit = 8;  // even if the lines do not fit then
 
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
@@ -51,9 +53,45 @@ void printCsvLine(std::ostream& out, const std::vector<std::string>& values) {
     out << "\r\n";
 }
 
+// How wide a column may be so that a line fits; never too narrow to tell anything.
+size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
+    size_t limit = *std::max_element(widths.begin(), widths.end());
+    const auto total = [&] {
+        return std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1),
+                               [&](size_t sum, size_t w) { return sum + std::min(w, limit); });
+    };
+    while (limit > kMinLimit && total() > line_width) {
+        --limit;
+    }
+    return std::max(limit, kMinLimit);
+}
+
+// JSON text with the controls that the library leaves in it, DEL and U+0080 to U+009F, as escapes.
+// They can only be in strings.
+std::string withoutControls(const std::string& json) {
+    std::string text;
+    for (size_t i = 0; i < json.size(); ++i) {
+        const bool two = json[i] == '\xC2' && static_cast<unsigned char>(json[i + 1]) < 0xA0;
+        if (two || json[i] == '\x7F') {
+            i += two ? 1 : 0;
+            text += "\\u00" + hex({&json[i], 1});
+        } else {
+            text += json[i];
+        }
+    }
+    return text;
+}
+
 }  // namespace
 
-void printTable(std::ostream& out, const Table& table) {
+size_t terminalWidth() {
+    winsize size = {};
+    const bool known =
+        ::isatty(STDOUT_FILENO) != 0 && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
+    return known ? size.ws_col : 0;
+}
+
+void printTable(std::ostream& out, const Table& table, size_t width) {
     std::vector<std::vector<std::string>> lines = {table.columns};
     for (const auto& row : table.rows) {
         std::transform(row.begin(), row.end(), std::back_inserter(lines.emplace_back()), escape);
@@ -64,10 +102,12 @@ void printTable(std::ostream& out, const Table& table) {
             widths[i] = std::max(widths[i], displayWidth(line[i]));
         }
     }
+    const size_t limit = width == 0 ? SIZE_MAX : widthLimit(widths, width);
     for (const auto& line : lines) {
         std::string text;
         for (size_t i = 0; i < widths.size(); ++i) {
-            text += line[i] + std::string(widths[i] - displayWidth(line[i]) + 2, ' ');
+            const std::string cell = cutToWidth(line[i], limit);
+            text += cell + std::string(std::min(widths[i], limit) - displayWidth(cell) + kGap, ' ');
         }
         out << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
     }
@@ -86,7 +126,7 @@ void printJson(std::ostream& out, const Table& table) {
         }
         objects.push_back(std::move(object));
     }
-    out << objects.dump(2) << '\n';
+    out << withoutControls(objects.dump(2)) << '\n';
 }
 
 void printCsv(std::ostream& out, const Table& table) {

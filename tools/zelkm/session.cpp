@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
 
+#include "bytes.h"
 #include "failure.h"
 #include "files.h"
 #include "result_text.h"
@@ -19,6 +19,9 @@
 
 namespace zelkm_tool {
 namespace {
+
+using android::hardware::keymaster::V4_0::ErrorCode;
+using android::hardware::keymaster::V4_0::KeyCharacteristics;
 
 bool isThere(const std::string& file) {
     std::error_code ignored;
@@ -73,12 +76,14 @@ soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& op
 }
 
 Session::Session(const SessionOptions& options, Use use)
-    : keymaster_(keymasterOptions(options)), uses_store_(use == Use::kStore) {
+    : options_(options),
+      lock_(options, DirectoryLock::Mode::kExclusive),
+      keymaster_(keymasterOptions(options)),
+      uses_store_(use == Use::kStore) {
     if (::chdir(options.dir.c_str()) != 0) {
         throw Refused("directory " + options.dir + ": " + std::strerror(errno));
     }
-    std::cerr << "zelkm: the keymaster is software and protects nothing; its root key is "
-              << (std::filesystem::path(options.dir) / kRootKeyFile).string() << '\n';
+    had_root_key_ = isThere(kRootKeyFile);
     if (!uses_store_) {
         return;
     }
@@ -88,6 +93,33 @@ Session::Session(const SessionOptions& options, Use use)
         refuseForeignStore(options.dir, *image_);
     } else {
         refuseInterruptedReplacement(options.dir);
+    }
+    if (had_root_key_ && !options.upgrade) {
+        refuseUpgrade();
+    }
+}
+
+Session::~Session() {
+    if (!had_root_key_ && isThere(kRootKeyFile)) {
+        note(options_, "the keymaster is software and protects nothing; its new root key is " +
+                           (std::filesystem::path(options_.dir) / kRootKeyFile).string());
+    }
+}
+
+// An upgraded key is of no use at the level before: that must be wanted, not happen.
+void Session::refuseUpgrade() {
+    const std::optional<std::string> key = readFileIfThere(kKeyFile);
+    ErrorCode answer = ErrorCode::OK;
+    if (key) {
+        keymaster_.getKeyCharacteristics(
+            toVec(*key), {}, {},
+            [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
+    }
+    if (answer == ErrorCode::KEY_REQUIRES_UPGRADE) {
+        throw Refused(std::string(kKeyFile) + " was made at an older patch level than " +
+                      std::to_string(keymasterOptions(options_).patch_level) +
+                      ": --upgrade lets the library upgrade it, and from then on it needs that "
+                      "level ('zelkm info' shows the level)");
     }
 }
 
@@ -104,7 +136,7 @@ void Session::checkStoreResult(int result, const std::string& what) {
     }
     std::string message = failureText(result, what);
     if (result == ZELKM_INVALID_KEY_BLOB) {
-        message += "; was it made under another root key, or upgraded to a newer --patch-level?";
+        message += "; was it made under another root key, or is it of a newer --patch-level?";
     }
     if (result == ZELKM_VERIFICATION_FAILED && image_) {
         if (!isThere(kStoreFile)) {

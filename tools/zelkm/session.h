@@ -9,9 +9,11 @@
 #include <soft_keymaster/soft_keymaster.h>
 #include <zelkeymaster_operation.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
+
+#include "directory_lock.h"
+#include "session_options.h"
 
 namespace zelkm_tool {
 
@@ -23,12 +25,6 @@ inline constexpr char kErrorFile[] = "zelko_err.txt";
 inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
 inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
 
-// What the whole command line shares.
-struct SessionOptions {
-    std::string dir = ".";
-    std::optional<uint32_t> patch_level;  // of the software keymaster, YYYYMM
-};
-
 // The software keymaster of a store that is the working directory.
 soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options);
 
@@ -39,10 +35,15 @@ class Session {
         kKeymasterOnly,  // the other services
     };
 
-    // Makes the directory the process's working directory, where the library keeps its files, and
-    // says on standard error which keymaster is used. Throws Refused when the directory cannot be
-    // entered or, with kStore, when its state is one that the library would make worse.
+    // Locks the directory as long as the session lives, and makes it the process's working
+    // directory, where the library keeps its files. Throws Refused when that cannot be, when the
+    // store's key needs an upgrade that the options do not allow or, with kStore, when the state of
+    // the store is one that the library would make worse.
     Session(const SessionOptions& options, Use use);
+    // Says on standard error that a root key was made, if one was.
+    ~Session();
+
+    const SessionOptions& options() const { return options_; }
 
     // Whether there is a store file.
     bool hasStore() const { return image_.has_value(); }
@@ -59,8 +60,13 @@ class Session {
     void checkStoreResult(int result, const std::string& what);
 
   private:
+    void refuseUpgrade();
+
+    const SessionOptions options_;
+    const DirectoryLock lock_;
     soft_keymaster::SoftKeymaster keymaster_;
     const bool uses_store_;
+    bool had_root_key_;
     std::optional<std::string> image_;  // the store file as it was found
 };
 

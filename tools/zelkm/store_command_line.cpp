@@ -6,6 +6,8 @@
 #include <memory>
 
 #include "command_line.h"
+#include "import_command.h"
+#include "query_command.h"
 #include "store_commands.h"
 
 namespace zelkm_tool {
@@ -27,10 +29,30 @@ void defineAdd(CLI::App& app, const SessionOptions& session) {
     command->add_option("--creator-uid", options->creator_uid, "The creator's uid")->type_name("N");
     command->add_flag("--privileged", options->privileged, "Mark it for privileged access");
     command->add_flag("--duplicate", options->duplicate, "Add it even if it is there already");
+    command->add_flag("--as-is", options->as_is, "Whatever value the store can hold");
     command->footer(
         "Aliases need not be unique to the library; an object with this creator and this\n"
-        "alias is refused here all the same, unless --duplicate is given.");
+        "alias is refused here all the same, unless --duplicate is given.\n"
+        "\n"
+        "Refused, too, are values that would be of no use: one that no condition can ask\n"
+        "for; in --accessor a pattern that never matches, such as [9..1], [1..5 or 10*00;\n"
+        "a blank around an item of a list. --as-is stores them all the same.");
     command->callback([&session, options] { addObject(session, *options); });
+}
+
+void defineFormats(CLI::App& command, Format& format) {
+    const std::pair<const char*, Format> formats[] = {
+        {"--json", Format::kJson}, {"--csv", Format::kCsv}, {"--count", Format::kCount}};
+    CLI::Option* group[3] = {};
+    const char* const descriptions[] = {"Print JSON", "Print CSV", "Print how many there are"};
+    for (size_t i = 0; i < 3; ++i) {
+        group[i] = command.add_flag_callback(
+            formats[i].first, [&format, value = formats[i].second] { format = value; },
+            descriptions[i]);
+        for (size_t other = 0; other < i; ++other) {
+            group[i]->excludes(group[other]);
+        }
+    }
 }
 
 void defineList(CLI::App& app, const SessionOptions& session) {
@@ -39,13 +61,69 @@ void defineList(CLI::App& app, const SessionOptions& session) {
     command->add_option("--where", options->where, kWhereHelp)->type_name("COLUMN=VALUE");
     command->add_option("--columns", options->columns, "Columns to show; default all")
         ->type_name("A,B");
-    CLI::Option* json = command->add_flag("--json", options->json, "Print JSON");
-    command->add_flag("--csv", options->csv, "Print CSV")->excludes(json);
+    defineFormats(*command, options->format);
     command->footer(
-        "The table shows bytes that are not printable as \\xNN, and a backslash as \\\\.\n"
+        "The table shows bytes that are not printable as \\xNN, and a backslash as \\\\. On a\n"
+        "terminal, long values are cut to fit its width, with an ellipsis.\n"
+        "\n"
         "JSON is an array of objects keyed by column name; a value that is no UTF-8 is\n"
-        "{\"hex\": \"...\"} there. CSV is RFC 4180, its values the bytes that they are.");
+        "{\"hex\": \"...\"} there. CSV is RFC 4180, its values the bytes that they are: a\n"
+        "terminal obeys an ESC in them, and a spreadsheet takes what begins with = + - @\n"
+        "for a formula.");
     command->callback([&session, options] { listObjects(session, *options); });
+}
+
+void defineShow(CLI::App& app, const SessionOptions& session) {
+    auto name = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("show", "Show one object, column by column");
+    command->add_option("NAME", *name, "CREATOR::ALIAS, as aliases shows it")
+        ->required()
+        ->type_name("");
+    command->footer("Shows several when several have this name.");
+    command->callback([&session, name] { showObjects(session, *name); });
+}
+
+void defineWho(CLI::App& app, const SessionOptions& session) {
+    auto subject = std::make_shared<std::string>();
+    auto format = std::make_shared<Format>(Format::kTable);
+    CLI::App* command = app.add_subcommand("who", "Show which objects a subject may use");
+    command->add_option("SUBJECT", *subject, "Who it is, such as 10042")->required()->type_name("");
+    defineFormats(*command, *format);
+    command->footer("Those with a pattern in ACCESSOR that lets the subject in.");
+    command->callback([&session, subject, format] { listUsable(session, *subject, *format); });
+}
+
+void defineExport(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<ListOptions>();
+    options->format = Format::kJson;
+    CLI::App* command = app.add_subcommand("export", "Print the whole store");
+    CLI::Option* csv = command->add_flag_callback(
+        "--csv", [options] { options->format = Format::kCsv; }, "Print CSV");
+    command->add_flag("--json", "Print JSON; the default")->excludes(csv);
+    command->footer(
+        "Every value comes back byte for byte:\n"
+        "\n"
+        "  zelkm --dir store export > objects.json\n"
+        "  zelkm --dir other import --as-is objects.json");
+    command->callback([&session, options] { listObjects(session, *options); });
+}
+
+void defineImport(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<ImportOptions>();
+    CLI::App* command = app.add_subcommand("import", "Store objects from a file");
+    command->add_option("FILE", options->file, "CSV or JSON; - is standard input")
+        ->required()
+        ->type_name("");
+    command->add_flag("--keep-going", options->keep_going, "Leave out what cannot be stored");
+    command->add_flag("--as-is", options->as_is, "Duplicates, and whatever the store can hold");
+    command->footer(
+        "The file is as list and export print it. CSV begins with the names of its columns,\n"
+        "in any order. A value that is missing or empty is absent.\n"
+        "\n"
+        "All objects are checked first, as add checks them: when one is refused, its line is\n"
+        "named and nothing is stored. Then each one is stored by itself, through the library:\n"
+        "an interruption (Ctrl-C) leaves those that were stored, and says how many.");
+    command->callback([&session, options] { importObjects(session, *options); });
 }
 
 void defineRemove(CLI::App& app, const SessionOptions& session) {
@@ -53,6 +131,7 @@ void defineRemove(CLI::App& app, const SessionOptions& session) {
     CLI::App* command = app.add_subcommand("remove", "Delete the objects that match");
     command->add_option("--where", options->where, kWhereHelp)->type_name("COLUMN=VALUE");
     command->add_flag("--all", options->all, "Every object; or careless conditions, see below");
+    command->add_flag("--dry-run", options->dry_run, "Only show what would be removed");
     command->footer(
         "Without --where, --all is needed: it removes every object. Careless conditions\n"
         "need it, too: an unknown column (the store skips the condition), the value *\n"
@@ -63,16 +142,24 @@ void defineRemove(CLI::App& app, const SessionOptions& session) {
 
 void defineAliases(CLI::App& app, const SessionOptions& session) {
     CLI::App* command = app.add_subcommand("aliases", "Show creator::alias of every object");
-    command->footer("Bytes that are not printable appear as \\xNN, a backslash as \\\\.");
+    command->footer(
+        "Bytes that are not printable appear as \\xNN, a backslash as \\\\. With :: in a creator\n"
+        "or an alias, two objects can look alike: list --columns CREATOR,ALIAS.");
     command->callback([&session] { listAliases(session); });
 }
 
 void defineQuery(CLI::App& app, const SessionOptions& session) {
-    auto text = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("query", "Run one command text of the engine");
-    command->add_option("TEXT", *text, "The command; \\xNN is the byte NN, \\\\ a backslash")
-        ->required()
-        ->type_name("");
+    auto options = std::make_shared<QueryOptions>();
+    CLI::App* command = app.add_subcommand("query", "Run command texts of the engine");
+    CLI::Option* text =
+        command
+            ->add_option("TEXT", options->text,
+                         "The command; \\xNN is the byte NN, \\\\ a backslash; - reads "
+                         "standard input, one command a line")
+            ->type_name("");
+    command->add_option("--file", options->file, "Read the commands from a file, one a line")
+        ->type_name("FILE")
+        ->excludes(text);
     command->footer(
         "Shows the status and the result; a command that changes the store is stored.\n"
         "Nothing is checked here: an unknown column in a condition, no condition at all\n"
@@ -82,7 +169,7 @@ void defineQuery(CLI::App& app, const SessionOptions& session) {
         "  INSERT (ALIAS,CREATOR) VALUE (\\x1fkey 1\\x1f,app)\n"
         "  SELECT (CREATOR,ALIAS) WHERE ADMIN=1000 AND CREATOR=app\n"
         "  DELETE WHERE ALIAS=\\x1fkey 1\\x1f");
-    command->callback([&session, text] { runQuery(session, *text); });
+    command->callback([&session, options] { runQueries(session, *options); });
 }
 
 }  // namespace
@@ -90,8 +177,12 @@ void defineQuery(CLI::App& app, const SessionOptions& session) {
 void defineStoreCommands(CLI::App& app, const SessionOptions& session) {
     defineAdd(app, session);
     defineList(app, session);
-    defineRemove(app, session);
+    defineShow(app, session);
+    defineWho(app, session);
     defineAliases(app, session);
+    defineRemove(app, session);
+    defineImport(app, session);
+    defineExport(app, session);
     defineQuery(app, session);
 }
 

@@ -5,150 +5,85 @@
 
 #include "store_commands.h"
 
-#include <sod_operation_param.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
-#include <memory>
 
 #include "failure.h"
 #include "output.h"
-#include "result_text.h"
+#include "store_access.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
 
-constexpr char kReading[] = "reading the store";
+constexpr char kBetween[] = "::";  // creator and alias
 
-struct Free {
-    void operator()(uint8_t* data) const { std::free(data); }
-};
-using MallocBytes = std::unique_ptr<uint8_t, Free>;
-
-std::vector<Condition> parseConditions(const std::vector<std::string>& texts) {
-    std::vector<Condition> conditions;
-    std::transform(texts.begin(), texts.end(), std::back_inserter(conditions), parseCondition);
-    return conditions;
+std::string nameOf(const Row& object) {
+    return object[1] + kBetween + object[0];
 }
 
-SODOperationParam paramWith(const std::vector<Condition>& conditions) {
-    SODOperationParam param;
-    for (const Condition& condition : conditions) {
-        // The library writes "=" after the column; a '<' or '>' before it makes "<=" or ">=", which
-        // match nothing, like "<" and ">".
-        std::string column =
-            condition.column + (condition.op == "=" ? "" : condition.op.substr(0, 1));
-        std::string value = condition.value;
-        param.addWhere(column, value);
-    }
-    return param;
-}
-
-// The values of the named columns of every object that satisfies the conditions.
-std::vector<std::vector<std::string>> select(Session& session,
-                                             const std::vector<Condition>& conditions,
-                                             const std::vector<std::string>& columns) {
-    if (!session.hasStore()) {
-        return {};
-    }
-    SODOperationParam param = paramWith(conditions);
-    for (std::string column : columns) {
-        param.addOutputFormat(column);
-    }
-    std::vector<std::string> lines;
-    session.checkStoreResult(session.operation().SodSelect(param, lines), kReading);
-
-    // The library cuts at every line feed; together again, the lines are the text that it cut.
-    std::string text;
-    for (const std::string& line : lines) {
-        text += (&line == &lines.front() ? "" : "\n") + line;
-    }
-    auto rows = splitSelection(text, columns.size());
-    if (!rows) {
-        throw Refused(
-            "a stored value holds the byte 0x1e, so that values cannot be told apart; "
-            "see the rows with: zelkm query 'SELECT (ALIAS)'");
-    }
-    return *std::move(rows);
-}
-
-void requireStorable(const char* option, std::string_view column, std::string_view value) {
-    if (const auto reason = whyNotStored(column, value)) {
-        throw WrongUsage(std::string(option) + ": " + *reason);
+void print(const Table& table, Format format) {
+    switch (format) {
+        case Format::kTable:
+            return printTable(std::cout, table, terminalWidth());
+        case Format::kJson:
+            return printJson(std::cout, table);
+        case Format::kCsv:
+            return printCsv(std::cout, table);
+        case Format::kCount:
+            std::cout << table.rows.size() << '\n';
     }
 }
 
-std::string numObjects(size_t count) {
-    return std::to_string(count) + (count == 1 ? " object" : " objects");
-}
-
-int encryptWithOperation(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
-                         unsigned int len, unsigned char* iv, unsigned char* tag,
-                         unsigned char* aad, unsigned int aad_len) {
-    return static_cast<ZelKeymasterOperation*>(ctx)->DBEncrypt(mode, plain, cipher, len, iv, tag,
-                                                               aad, aad_len);
-}
-
-// Result text with its line structure, and everything else that is not printable as \xNN.
-void printResultText(std::string_view text) {
-    while (!text.empty()) {
-        const size_t end = std::min(text.find('\n'), text.size());
-        std::cout << escape(text.substr(0, end)) << '\n';
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
+// The session ends before anything is printed: whoever reads page by page keeps nobody waiting.
+Table selectTable(const SessionOptions& session_options, const std::vector<Condition>& conditions,
+                  const std::vector<std::string>& columns) {
+    Session session(session_options, Session::Use::kStore);
+    return {columns, select(session, conditions, columns)};
 }
 
 }  // namespace
 
 void addObject(const SessionOptions& session_options, const AddOptions& options) {
-    SODOperationParam param;
-    std::string alias = options.alias;
-    std::string creator = options.creator;
-    requireStorable("--alias", "ALIAS", alias);
-    requireStorable("--creator", "CREATOR", creator);
-    param.setAlias(alias).setCreator(creator).setPrivilegedAccess(options.privileged);
-    if (auto admin = options.admin) {
-        requireStorable("--admin", "ADMIN", *admin);
-        param.setAdmin(*admin);
+    const struct {
+        const char* option;
+        std::optional<std::string> value;
+    } given[] = {{"--alias", options.alias},
+                 {"--creator", options.creator},
+                 {"--admin", options.admin},
+                 {"--accessor", options.accessor},
+                 {"--creator-uid", options.creator_uid}};
+    Row object;
+    for (const auto& [option, value] : given) {
+        const std::string_view column = kColumnNames[object.size()];
+        if (value) {
+            const auto reason = value->empty()  ? whyNotAValue(*value)
+                                : options.as_is ? whyNotWritable(*value)
+                                                : whyNotStored(column, *value);
+            if (reason) {
+                throw WrongUsage(option + (": " + *reason));
+            }
+        }
+        object.push_back(value.value_or(""));
     }
-    if (auto accessor = options.accessor) {
-        requireStorable("--accessor", "ACCESSOR", *accessor);
-        param.setAccessor(*accessor);
-    }
-    if (auto uid = options.creator_uid) {
-        requireStorable("--creator-uid", "CREATOR_UID", *uid);
-        param.setCreatorUid(*uid);
-    }
+    object.push_back(options.privileged ? kPrivileged : "");
 
     Session session(session_options, Session::Use::kStore);
     // All columns: a store that cannot be read back correctly must not be written again, either.
-    for (const auto& row : select(session, {}, parseColumns(""))) {
-        if (!options.duplicate && row[0] == alias && row[1] == creator) {
-            throw Refused("creator " + escape(creator) + " has an object with the alias " +
-                          escape(alias) + " already; --duplicate adds another one");
+    for (const Row& row : select(session, {}, parseColumns(""))) {
+        if (!options.duplicate && row[0] == object[0] && row[1] == object[1]) {
+            throw Refused("creator " + escape(object[1]) + " has an object with the alias " +
+                          escape(object[0]) + " already; --duplicate adds another one");
         }
     }
-    session.checkStoreResult(session.operation().SodInsert(param), "adding the object");
-    std::cout << "added " << escape(creator) << "::" << escape(alias) << '\n';
+    session.checkStoreResult(insert(session, object), "adding the object");
+    confirm(session_options, "added " + escape(nameOf(object)));
 }
 
 void listObjects(const SessionOptions& session_options, const ListOptions& options) {
     const std::vector<Condition> conditions = parseConditions(options.where);
     checkConditions(conditions, /*careless=*/false, /*star_is_careless=*/false);
-    Table table;
-    table.columns = parseColumns(options.columns);
-
-    Session session(session_options, Session::Use::kStore);
-    table.rows = select(session, conditions, table.columns);
-    if (options.json) {
-        printJson(std::cout, table);
-    } else if (options.csv) {
-        printCsv(std::cout, table);
-    } else {
-        printTable(std::cout, table);
-    }
+    print(selectTable(session_options, conditions, parseColumns(options.columns)), options.format);
 }
 
 void removeObjects(const SessionOptions& session_options, const RemoveOptions& options) {
@@ -159,55 +94,76 @@ void removeObjects(const SessionOptions& session_options, const RemoveOptions& o
     checkConditions(conditions, /*careless=*/options.all, /*star_is_careless=*/true);
 
     Session session(session_options, Session::Use::kStore);
-    const size_t count = select(session, conditions, parseColumns("")).size();
-    if (count != 0) {
+    const std::vector<Row> reached = select(session, conditions, parseColumns(""));
+    if (options.dry_run) {
+        for (const Row& object : reached) {
+            std::cout << "would remove " << escape(nameOf(object)) << '\n';
+        }
+        confirm(session_options, "would remove " + numObjects(reached.size()));
+        return;
+    }
+    if (!reached.empty()) {
         SODOperationParam param = paramWith(conditions);
         session.checkStoreResult(session.operation().SodDelete(param), "removing");
     }
-    std::cout << "removed " << numObjects(count) << '\n';
+    confirm(session_options, "removed " + numObjects(reached.size()));
 }
 
 void listAliases(const SessionOptions& session_options) {
-    Session session(session_options, Session::Use::kStore);
-    if (!session.hasStore()) {
-        return;
-    }
-    SODOperationParam param;
     std::vector<std::string> names;
-    session.checkStoreResult(session.operation().SodRetreiveAlias(param, names), kReading);
+    {
+        Session session(session_options, Session::Use::kStore);
+        if (session.hasStore()) {
+            SODOperationParam param;
+            session.checkStoreResult(session.operation().SodRetreiveAlias(param, names),
+                                     "reading the store");
+        }
+    }
+    bool ambiguous = false;
     for (const std::string& name : names) {
         std::cout << escape(name) << '\n';
+        ambiguous = ambiguous || name.find(kBetween) != name.rfind(kBetween);
+    }
+    if (ambiguous) {
+        note(session_options,
+             "a creator or an alias has :: in it; 'zelkm list --columns CREATOR,ALIAS' tells them "
+             "apart");
     }
 }
 
-void runQuery(const SessionOptions& session_options, const std::string& text) {
-    const std::string command = unescape(text);
-    Session session(session_options, Session::Use::kStore);
-    ZelKeymasterOperation& operation = session.operation();
-
-    uint8_t* image = nullptr;
-    uint32_t image_len = 0;
-    check(ZelKeymasterOperation::load_data(kStoreFile, &image, &image_len), kStoreFile);
-    const MallocBytes image_owner(image);
-
-    const keymaster_blob_t stored = {image, image_len};
-    const keymaster_blob_t command_blob = {reinterpret_cast<const uint8_t*>(command.data()),
-                                           command.size()};
-    keymaster_blob_t answer = {};
-    const int status = operation.queryInternal(nullptr, &operation, encryptWithOperation, &stored,
-                                               &command_blob, &answer);
-    MallocBytes answer_owner(const_cast<uint8_t*>(answer.data));
-    std::cout << "status " << resultText(status) << '\n';
-    session.checkStoreResult(status, "query");
-
-    if (command.compare(0, 6, "SELECT") == 0) {
-        printResultText({reinterpret_cast<const char*>(answer.data), answer.data_length});
-        return;
+void showObjects(const SessionOptions& session_options, const std::string& name) {
+    const Table all = selectTable(session_options, {}, parseColumns(""));
+    Table found = {all.columns, {}};
+    const auto take = [&](bool escaped) {
+        std::copy_if(
+            all.rows.begin(), all.rows.end(), std::back_inserter(found.rows),
+            [&](const Row& row) { return name == (escaped ? escape(nameOf(row)) : nameOf(row)); });
+    };
+    take(false);
+    if (found.rows.empty()) {
+        take(true);
     }
-    check(operation.update_db_file(answer.data, static_cast<uint32_t>(answer.data_length)),
-          kStoreFile);
-    (void)answer_owner.release();
-    std::cout << "new store of " << answer.data_length << " bytes\n";
+    if (found.rows.empty()) {
+        throw Refused("no object " + escape(name) + "; CREATOR::ALIAS is expected, as 'zelkm " +
+                      "aliases' shows it");
+    }
+    for (const Row& row : found.rows) {
+        Table lines = {{"COLUMN", "VALUE"}, {}};
+        for (size_t i = 0; i < row.size(); ++i) {
+            lines.rows.push_back({found.columns[i], row[i]});
+        }
+        std::cout << (&row == &found.rows.front() ? "" : "\n");
+        printTable(std::cout, lines);
+    }
+}
+
+void listUsable(const SessionOptions& session_options, const std::string& subject, Format format) {
+    if (subject == "*") {
+        throw WrongUsage("the subject * matches every object that has accessors");
+    }
+    const Condition condition = parseCondition("ACCESSOR=" + subject);
+    print(selectTable(session_options, {condition}, parseColumns("CREATOR,ALIAS,ACCESSOR")),
+          format);
 }
 
 }  // namespace zelkm_tool

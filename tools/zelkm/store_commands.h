@@ -21,18 +21,21 @@ struct AddOptions {
     std::optional<std::string> creator_uid;
     bool privileged = false;
     bool duplicate = false;
+    bool as_is = false;  // values that can be stored, but not asked for
 };
+
+enum class Format { kTable, kJson, kCsv, kCount };
 
 struct ListOptions {
     std::vector<std::string> where;
     std::string columns;  // "A,B"; empty for all
-    bool json = false;
-    bool csv = false;
+    Format format = Format::kTable;
 };
 
 struct RemoveOptions {
     std::vector<std::string> where;
     bool all = false;
+    bool dry_run = false;
 };
 
 void addObject(const SessionOptions& session, const AddOptions& options);
@@ -40,7 +43,11 @@ void listObjects(const SessionOptions& session, const ListOptions& options);
 void removeObjects(const SessionOptions& session, const RemoveOptions& options);
 void listAliases(const SessionOptions& session);
 
-// Runs one command text of the engine, with \xNN escapes, as it is.
-void runQuery(const SessionOptions& session, const std::string& text);
+// Every object whose creator, "::" and alias are `name`, as they are or as listAliases() shows
+// them.
+void showObjects(const SessionOptions& session, const std::string& name);
+
+// The objects whose ACCESSOR lets `subject` in.
+void listUsable(const SessionOptions& session, const std::string& subject, Format format);
 
 }  // namespace zelkm_tool

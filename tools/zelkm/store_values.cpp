@@ -9,6 +9,7 @@
 #include <cctype>
 #include <charconv>
 
+#include "access_patterns.h"
 #include "bytes.h"
 #include "failure.h"
 
@@ -24,12 +25,28 @@ struct ForbiddenByte {
     const char* reason;
 };
 
-constexpr ForbiddenByte kForbiddenBytes[] = {
+constexpr ForbiddenByte kUnwritableBytes[] = {
     {0x1F, "it would end the quoted value"},
     {kFieldEnd, "it separates the values of a stored row"},
+};
+constexpr ForbiddenByte kConfusingBytes[] = {
     {kRowEnd, "it separates the rows of a result"},
     {'\0', "it ends the store's text"},
 };
+
+template <size_t kCount>
+std::optional<std::string> findByte(std::string_view value,
+                                    const ForbiddenByte (&forbidden)[kCount]) {
+    for (size_t i = 0; i < value.size(); ++i) {
+        for (const ForbiddenByte& candidate : forbidden) {
+            if (value[i] == candidate.byte) {
+                return "byte " + std::to_string(i + 1) + " is 0x" + hex(value.substr(i, 1)) + ": " +
+                       candidate.reason;
+            }
+        }
+    }
+    return std::nullopt;
+}
 
 bool isName(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
@@ -52,20 +69,22 @@ bool isColumn(std::string_view name) {
     return std::find(kColumnNames.begin(), kColumnNames.end(), name) != kColumnNames.end();
 }
 
+std::optional<std::string> whyNotWritable(std::string_view value) {
+    if (!value.empty() && value.front() == ',') {
+        return "byte 1 is ',': a quoted value cannot begin with it";
+    }
+    return findByte(value, kUnwritableBytes);
+}
+
 std::optional<std::string> whyNotAValue(std::string_view value) {
     if (value.empty()) {
         return "an empty value cannot be written between quotes";
     }
-    if (value.front() == ',') {
-        return "byte 1 is ',': a quoted value cannot begin with it";
+    if (auto reason = whyNotWritable(value)) {
+        return reason;
     }
-    for (size_t i = 0; i < value.size(); ++i) {
-        for (const ForbiddenByte& forbidden : kForbiddenBytes) {
-            if (value[i] == forbidden.byte) {
-                return "byte " + std::to_string(i + 1) + " is 0x" + hex(value.substr(i, 1)) + ": " +
-                       forbidden.reason;
-            }
-        }
+    if (auto reason = findByte(value, kConfusingBytes)) {
+        return reason;
     }
     const size_t conjunction = value.find(" AND ");
     if (conjunction != value.npos) {
@@ -87,7 +106,10 @@ std::optional<std::string> whyNotStored(std::string_view column, std::string_vie
     if (column == "CREATOR_UID" && !is_number) {
         return "a uid is a decimal number";
     }
-    return whyNotAValue(value);
+    if (auto reason = whyNotAValue(value)) {
+        return reason;
+    }
+    return column == "ADMIN" || column == "ACCESSOR" ? whyNotAList(column, value) : std::nullopt;
 }
 
 Condition parseCondition(std::string_view text) {
@@ -137,6 +159,11 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
         if (condition.op != "=") {
             throw WrongUsage("operator " + condition.op + " in the condition on " +
                              condition.column + ": the store knows it, but no object ever matches");
+        }
+        if (condition.column == "ADMIN" && condition.value.find(',') != std::string::npos) {
+            throw WrongUsage(
+                "the condition on ADMIN has a comma: it is compared with one item of "
+                "the list, so that no object ever matches");
         }
         if (star_is_careless && condition.value == "*") {
             throw WrongUsage("the value * in the condition on " + condition.column +

@@ -18,13 +18,19 @@ namespace zelkm_tool {
 inline constexpr std::array<std::string_view, 6> kColumnNames = {
     "ALIAS", "CREATOR", "ADMIN", "ACCESSOR", "CREATOR_UID", "PRIV_ACC"};
 
+inline constexpr char kPrivileged[] = "1";  // what the library writes to PRIV_ACC
+
 bool isColumn(std::string_view name);
 
-// Why `value` cannot stand in a command or be told from its row's other values afterwards, naming
-// the byte; nothing when it can.
+// Why the library cannot write `value`, naming the byte; nothing when it can, or when it is empty.
+std::optional<std::string> whyNotWritable(std::string_view value);
+
+// The same, and why it cannot stand in a condition or be told from other values by programs that
+// read a result line by line.
 std::optional<std::string> whyNotAValue(std::string_view value);
 
-// The same, and what would make an object hard to address by the value of `column`.
+// The same, and what would make an object hard to address by the value of `column`, or an entry of
+// its lists useless.
 std::optional<std::string> whyNotStored(std::string_view column, std::string_view value);
 
 // COLUMN=VALUE as the user wrote it.

@@ -1,0 +1,197 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command-line tool with many objects, and with several users at once.
+
+#include <sys/file.h>
+
+#include <csignal>
+
+#include "zelkm_program.h"
+
+namespace {
+
+using namespace test;
+
+TEST_F(ZelkmTool, TwoAtOnceLoseNothing) {
+    constexpr size_t kProcesses = 8;
+    constexpr size_t kAdds = 8;
+    std::vector<pid_t> children;
+    for (size_t p = 0; p < kProcesses; ++p) {
+        children.push_back(::fork());
+        if (children.back() == 0) {
+            const std::string name = "p" + std::to_string(p);
+            std::filesystem::create_directory(name);  // for its own output
+            std::filesystem::current_path(name);
+            bool all = true;
+            for (size_t i = 0; i < kAdds; ++i) {
+                all = run({"add", "--wait", "300", "--alias", std::to_string(i), "--creator", name,
+                           "--dir=../s"})
+                              .status == 0 &&
+                      all;
+            }
+            ::_exit(all ? 0 : 1);
+        }
+    }
+    for (const pid_t child : children) {
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(done({"list", "--count"}), std::to_string(kProcesses * kAdds) + '\n');
+}
+
+TEST_F(ZelkmTool, SaysWhoHoldsTheDirectory) {
+    add("k1", "app");
+    const int held = ::open("s", O_RDONLY);
+    const std::string me = "process " + std::to_string(::getpid());
+    const std::vector<std::string> writing = {"list", "--wait", "0"};
+    const std::vector<std::vector<std::string>> reading = {{"info", "--wait", "0"},
+                                                           {"doctor", "--wait", "0"}};
+    ASSERT_EQ(::flock(held, LOCK_SH), 0);
+    EXPECT_TRUE(run(writing).says("in use by " + me)) << run(writing).err;
+    for (const auto& args : reading) {
+        done(args);
+    }
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+    for (const auto& args : reading) {
+        EXPECT_EQ(run(args).status, 1);
+    }
+    const Outcome waited = run({"list", "--wait", "1"});
+    EXPECT_TRUE(waited.says("waiting for " + me)) << waited.err;
+    EXPECT_FALSE(run({"list", "--wait", "1", "--quiet"}).says("waiting"));
+    ::close(held);
+    EXPECT_EQ(done({"aliases"}), "app::k1\n");
+}
+
+// Every value that the store can hold through the library.
+TEST_F(ZelkmTool, ExportsAndImportsByteForByte) {
+    std::vector<std::string> values = {"a\nb",      "\"q\",\r\n",   "x AND y", "\xff\xfe", "*", " ",
+                                       "\xc2\x85z", "\xe4\xb8\xad", "=1+1",    "a,",       "\\"};
+    for (int byte = 0; byte < 256; ++byte) {
+        if (byte != 0x1E && byte != 0x1F && byte != ',') {
+            values.push_back({static_cast<char>(byte), static_cast<char>(byte)});
+        }
+    }
+    const char* const columns[] = {"ALIAS",    "CREATOR",     "ADMIN",
+                                   "ACCESSOR", "CREATOR_UID", "PRIV_ACC"};
+    std::string commands = "INSERT (ADMIN) VALUE (no alias)\nINSERT (ADMIN) VALUE (no alias)\n\n";
+    for (size_t i = 0; i < values.size(); ++i) {
+        std::string escaped;
+        for (const char c : values[i]) {
+            char digits[5];
+            std::snprintf(digits, sizeof(digits), "\\x%02x", static_cast<unsigned char>(c));
+            escaped += digits;
+        }
+        commands +=
+            std::string("INSERT (") + columns[i % 6] + ") VALUE (\\x1f" + escaped + "\\x1f)\n";
+    }
+    done({"query", "-"}, commands);
+    for (const char* format : {"--json", "--csv"}) {
+        const std::string exported = done({"export", format});
+        const std::string other = std::string("--dir=") + (format + 2);
+        std::filesystem::create_directory(format + 2);
+        EXPECT_EQ(done({"import", "--as-is", "-", other}, exported),
+                  "imported " + std::to_string(values.size() + 2) + " objects\n");
+        EXPECT_EQ(done({"export", format, other}), exported);
+        EXPECT_EQ(done({"export", other}), done({"export"}));
+    }
+}
+
+TEST_F(ZelkmTool, ImportNamesWhatItRefuses) {
+    const std::string header = "CREATOR,ALIAS,ACCESSOR\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {header + "c,a,1\nc,\"b\nb\",2\nc,d", "line 5: 2 values for 3 columns"},
+        {header + "c,a,[2..1]", "line 2: ACCESSOR: item '[2..1]'"},
+        {header + "c,a,1\r\nc,a,2\r\n", "line 3: creator c has an object with the alias a already"},
+        {header + "old,k1,", "line 2: creator old has an object with the alias k1 already"},
+        {header + ",a,1", "line 2: CREATOR: an empty value"},
+        {header + "c,\"a", "the closing quote is missing"},
+        {header + "c,\"a\"a,1", "goes on after its closing quote"},
+        {header + "c,a\"\",1", "must be doubled"},
+        {"CREATOR,NAME\nc,a", "line 1: unknown column 'NAME'"},
+        {"", "line 1: the names of the columns are missing"},
+        {R"([{"ALIAS": "a", "CREATOR": "c"}, 1])", "object 2: not an object"},
+        {R"([{"ALIAS": {"hex": "616"}, "CREATOR": "c"}])", "object 1: ALIAS: a value is a string"},
+        {R"([{"ALIAS": "a", "CREATOR": "c", "x": ""}])", "object 1: unknown column 'x'"},
+        {R"([{"ALIAS": "a",])", "standard input: parse error"},
+    };
+    add("k1", "old");
+    for (const auto& [text, reason] : cases) {
+        const Outcome outcome = run({"import", "-"}, text);
+        EXPECT_EQ(outcome.status, 1) << text;
+        EXPECT_TRUE(outcome.says(reason)) << outcome.err;
+    }
+    EXPECT_EQ(done({"aliases"}), "old::k1\n");
+
+    const Outcome some =
+        run({"import", "--keep-going", "-"},
+            "\xEF\xBB\xBF" + header + "c,a,1\nc,b,[x]\n\"c\",\"\"\"\",\nc,\x1e,\n");
+    EXPECT_EQ(some.status, 1);
+    EXPECT_EQ(some.out, "imported 2 objects\n");
+    EXPECT_TRUE(some.says("line 3: ") && some.says("line 5: ") && some.says("left out 2 objects"));
+    EXPECT_EQ(done({"aliases"}), "old::k1\nc::a\nc::\"\n");
+}
+
+TEST_F(ZelkmTool, AnImportCanBeInterrupted) {
+    std::string csv = "ALIAS,CREATOR\n";
+    for (int i = 0; i < 20000; ++i) {
+        csv += std::to_string(i) + ",c\n";
+    }
+    write("many.csv", csv);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const Outcome outcome = run({"import", "many.csv"});
+        const size_t at = outcome.err.find("interrupted before line ");
+        const bool told = outcome.status == 1 && at != outcome.err.npos;
+        write("told", told ? outcome.err.substr(outcome.err.find(": ", at + 7) + 2) : outcome.err);
+        ::_exit(0);
+    }
+    while (!std::filesystem::exists("s/secure_objects.db.bak")) {
+        ::usleep(1000);
+    }
+    // The tool is the only process that holds the directory: it says so itself.
+    const std::string busy = run({"list", "--wait", "0"}).err;
+    const size_t at = busy.find("process ");
+    ASSERT_NE(at, busy.npos) << busy;
+    ::kill(std::stoi(busy.substr(at + 8)), SIGINT);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    const std::string stored = done({"list", "--count"});
+    EXPECT_EQ(text("told"), stored.substr(0, stored.size() - 1) + " of 20000 objects are stored\n");
+}
+
+TEST_F(ZelkmTool, FindsObjects) {
+    done(
+        {"import", "-"},
+        "CREATOR,ALIAS,ACCESSOR,ADMIN\na,b::c,\"1000,[20..30]\",\na::b,c,[25..],25\nx,y\t,*_25,\n");
+    EXPECT_EQ(done({"who", "25", "--csv"}),
+              "CREATOR,ALIAS,ACCESSOR\r\na,b::c,\"1000,[20..30]\"\r\na::b,c,[25..]\r\n");
+    EXPECT_EQ(done({"who", "2", "--count"}), "0\n");
+    EXPECT_EQ(run({"who", "*"}).status, 2);
+    EXPECT_EQ(done({"list", "--where", "ADMIN=25", "--count"}), "1\n");
+
+    const std::string shown = done({"show", "a::b::c"});
+    EXPECT_NE(shown.find("ALIAS        b::c\n"), shown.npos);
+    EXPECT_NE(shown.find("\n\nCOLUMN       VALUE\nALIAS        c\n"), shown.npos);
+    EXPECT_EQ(done({"show", "x::y\\x09"}), done({"show", "x::y\t"}));
+    EXPECT_TRUE(run({"show", "x::z"}).says("no object x::z"));
+
+    EXPECT_TRUE(run({"aliases"}).says("tells them apart"));
+    EXPECT_FALSE(run({"aliases", "--quiet"}).says("tells them apart"));
+    done({"remove", "--where", "ALIAS=b::c"});
+    done({"remove", "--where", "ALIAS=c"});
+    EXPECT_EQ(run({"aliases"}).err, "");
+}
+
+TEST_F(ZelkmTool, RunsCommandsFromAFile) {
+    write("commands", "INSERT (ALIAS) VALUE (k)\n\nSELECT (ALIAS)");
+    EXPECT_EQ(done({"query", "--file", "commands"}),
+              "status 0 success\nnew store of 61 bytes\nstatus 0 success\nk\\x1e\n\\x00\n");
+    EXPECT_TRUE(run({"query", "-"}, "SELECT (ALIAS)\nSELECT \\").says("line 2: byte 8"));
+    EXPECT_TRUE(run({"query", "-"}, "\nSELECT ALIAS\nDELETE").says("line 2: -911"));
+    EXPECT_EQ(run({"query"}).status, 2);
+    EXPECT_EQ(done({"list", "--count"}), "1\n");
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Lists of names and of patterns. See access_patterns.h.
+
+#include "access_patterns.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+
+#include "store_values.h"
+
+namespace zelkm_tool {
+namespace {
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Takes a bound's digits off the text, if there are any. False when they do not fit 32 bits.
+bool takeBound(std::string_view* text, uint32_t* bound) {
+    const size_t len =
+        static_cast<size_t>(std::find_if_not(text->begin(), text->end(), isDigit) - text->begin());
+    const auto parsed = std::from_chars(text->data(), text->data() + len, *bound);
+    text->remove_prefix(len);
+    return len == 0 || parsed.ec == std::errc();
+}
+
+bool take(std::string_view* text, std::string_view expected) {
+    const bool there = text->substr(0, expected.size()) == expected;
+    text->remove_prefix(there ? expected.size() : 0);
+    return there;
+}
+
+// Takes a range off the text, after its bracket.
+std::optional<std::string> takeRange(std::string_view* text) {
+    uint32_t low = 0;
+    uint32_t high = std::numeric_limits<uint32_t>::max();
+    const bool low_fits = takeBound(text, &low);
+    const bool dots = take(text, "..");
+    const bool high_fits = takeBound(text, &high);
+    if (!dots || !take(text, "]")) {
+        return "[ begins a range, [lo..hi] with decimal numbers";
+    }
+    if (!low_fits || !high_fits) {
+        return "a bound of a range has at most 32 bits, 4294967295";
+    }
+    if (low > high) {
+        return "the range is empty: its bounds are the wrong way round";
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> whyNoMatch(std::string_view pattern) {
+    bool after_range = false;  // which takes all digits that there are
+    while (!pattern.empty()) {
+        const char c = pattern.front();
+        pattern.remove_prefix(1);
+        if (after_range && (c == '[' || isDigit(c))) {
+            return "a number cannot follow a range, which takes all digits";
+        }
+        after_range = c == '[';
+        if (c == '[') {
+            if (const auto reason = takeRange(&pattern)) {
+                return reason;
+            }
+        } else if (c == '*' && !pattern.empty() && !take(&pattern, "#") && !take(&pattern, "_")) {
+            return "* stands at the end, or in *# and *_";
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> whyNotAList(std::string_view column, std::string_view list) {
+    while (!list.empty()) {
+        const size_t end = std::min(list.find(','), list.size());
+        const std::string_view item = list.substr(0, end);
+        list.remove_prefix(std::min(end + 1, list.size()));
+        const std::string shown = "item '" + escape(item) + "': ";
+        if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
+            return shown + "the blank would be a part of the name";
+        }
+        if (const auto reason = column == "ACCESSOR" ? whyNoMatch(item) : std::nullopt) {
+            return shown + "nobody would ever match: " + *reason;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace zelkm_tool

@@ -1,0 +1,111 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Command texts of the engine. See query_command.h.
+
+#include "query_command.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <vector>
+
+#include "failure.h"
+#include "files.h"
+#include "result_text.h"
+#include "store_values.h"
+
+namespace zelkm_tool {
+namespace {
+
+struct Free {
+    void operator()(uint8_t* data) const { std::free(data); }
+};
+using MallocBytes = std::unique_ptr<uint8_t, Free>;
+
+struct Command {
+    std::string what;  // for a message
+    std::string text;
+};
+
+int encryptWithOperation(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
+                         unsigned int len, unsigned char* iv, unsigned char* tag,
+                         unsigned char* aad, unsigned int aad_len) {
+    return static_cast<ZelKeymasterOperation*>(ctx)->DBEncrypt(mode, plain, cipher, len, iv, tag,
+                                                               aad, aad_len);
+}
+
+// Result text with its line structure, and everything else that is not printable as \xNN.
+void printResultText(std::string_view text) {
+    while (!text.empty()) {
+        const size_t end = std::min(text.find('\n'), text.size());
+        std::cout << escape(text.substr(0, end)) << '\n';
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
+std::vector<Command> readCommands(const std::string& path) {
+    const std::string content = readInput(path);
+    std::vector<Command> commands;
+    std::string_view rest = content;
+    for (size_t number = 1; !rest.empty(); ++number) {
+        const size_t end = std::min(rest.find('\n'), rest.size());
+        const std::string what = "line " + std::to_string(number);
+        if (end != 0) {
+            try {
+                commands.push_back({what, unescape(rest.substr(0, end))});
+            } catch (const WrongUsage& wrong) {
+                throw WrongUsage(what + ": " + wrong.what() + "; nothing was run");
+            }
+        }
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return commands;
+}
+
+void runCommand(Session& session, const Command& command) {
+    ZelKeymasterOperation& operation = session.operation();
+    uint8_t* image = nullptr;
+    uint32_t image_len = 0;
+    check(ZelKeymasterOperation::load_data(kStoreFile, &image, &image_len), kStoreFile);
+    const MallocBytes image_owner(image);
+
+    const keymaster_blob_t stored = {image, image_len};
+    const keymaster_blob_t text = {reinterpret_cast<const uint8_t*>(command.text.data()),
+                                   command.text.size()};
+    keymaster_blob_t answer = {};
+    const int status =
+        operation.queryInternal(nullptr, &operation, encryptWithOperation, &stored, &text, &answer);
+    MallocBytes answer_owner(const_cast<uint8_t*>(answer.data));
+    std::cout << "status " << resultText(status) << '\n';
+    session.checkStoreResult(status, command.what);
+
+    if (command.text.compare(0, 6, "SELECT") == 0) {
+        printResultText({reinterpret_cast<const char*>(answer.data), answer.data_length});
+        return;
+    }
+    check(operation.update_db_file(answer.data, static_cast<uint32_t>(answer.data_length)),
+          kStoreFile);
+    (void)answer_owner.release();
+    std::cout << "new store of " << answer.data_length << " bytes\n";
+}
+
+}  // namespace
+
+void runQueries(const SessionOptions& session_options, const QueryOptions& options) {
+    std::vector<Command> commands;
+    if (options.file || options.text == "-") {
+        commands = readCommands(options.file.value_or("-"));
+    } else if (!options.text.empty()) {
+        commands.push_back({"query", unescape(options.text)});
+    } else {
+        throw WrongUsage("query: a command, or --file with commands, is missing");
+    }
+    Session session(session_options, Session::Use::kStore);
+    for (const Command& command : commands) {
+        runCommand(session, command);
+    }
+}
+
+}  // namespace zelkm_tool
