@@ -2,13 +2,15 @@
 # SPDX-License-Identifier: Apache-2.0
 
 # Puts down the library, the headers (the host's platform headers in a folder of their own), the
-# software keymaster, the keymaster's check, the tool, the documentation with the
-# examples, a CMake package and a pkg-config file.
+# software keymaster, the keymaster's check, the tool with its page and completion, the documentation
+# with the examples, a CMake package and a pkg-config file. Each has a component, which becomes a
+# Debian package.
 
 include(CMakePackageConfigHelpers)
 
-install(TARGETS zelkeymaster zelkeymaster_platform zelkeymaster_libcrypto soft_keymaster
-    keymaster_check
+install(TARGETS zelkeymaster EXPORT zelkeymaster-targets COMPONENT library)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+install(TARGETS zelkeymaster_platform zelkeymaster_libcrypto soft_keymaster keymaster_check
     EXPORT zelkeymaster-targets)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY soft_keymaster/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
@@ -17,7 +19,10 @@ install(DIRECTORY platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform)
 install(DIRECTORY docs/ examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(ZELKM_TOOL)
-    install(TARGETS zelkm)
+    install(TARGETS zelkm COMPONENT tools)
+    install(FILES ${zelkm_man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES ${zelkm_completion}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zelkeymaster)
@@ -33,3 +38,5 @@ file(RELATIVE_PATH ZELKM_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig 
 configure_file(cmake/zelkeymaster.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+include(ZelkmPackages)

@@ -17,13 +17,33 @@ fail() {
     exit 1
 }
 
-# Shows and runs a command line; what it prints is left in $output. Leaves out the platform's log
-# and the tool's reminder, which the first step shows, that its keymaster protects nothing.
+# Runs a command, with a word every four seconds as long as it goes on: how far it is, as far as the
+# last line of LOG tells.
+patiently() {  # WHAT LOG COMMAND...
+    local what=$1 log=$2 pid next=4 status=0
+    "${@:3}" &
+    pid=$!
+    SECONDS=0
+    while kill -0 "$pid" 2>/dev/null; do
+        sleep 0.2
+        if [[ $SECONDS -ge $next ]]; then
+            next=$((SECONDS + 4))
+            printf '%s: %s s %s\n' "$what" "$SECONDS" "$(tail -n 1 "$log" | grep -o '^\[[0-9/]*\]' || true)"
+        fi
+    done
+    wait "$pid" || status=$?
+    return "$status"
+}
+
+build() {
+    cmake --preset release && cmake --build --preset release --target zelkm
+} >build/demo.log 2>&1
+
+# Shows and runs a command line; what it prints is left in $output.
 run() {  # COMMAND [STATUS]
     local status=0
     printf '$ %s\n' "$1"
     output=$(eval "$1" 2>&1) || status=$?
-    output=$(grep -v -e '^keymaster_tee ' -e '^zelkm: the keymaster is software' <<<"$output" || true)
     [[ -z $output ]] || sed 's/^/  /' <<<"$output"
     [[ $status -eq ${2:-0} ]] || fail "status $status where ${2:-0} was expected"
 }
@@ -38,12 +58,10 @@ flip_byte() {  # FILE OFFSET
     printf '%02x' $((0x$byte ^ 1)) | xxd -r -p | dd of="$1" bs=1 seek="$2" conv=notrunc status=none
 }
 
-scripts/setup.sh
+mkdir -p build
+patiently "setting up" /dev/null scripts/setup.sh
 echo "building"
-cmake --preset release >/dev/null
-if ! build=$(cmake --build --preset release --target zelkm 2>&1); then
-    fail "$build"
-fi
+patiently "building" build/demo.log build || fail "$(cat build/demo.log)"
 PATH=$PWD/build/release/tools:$PATH
 rm -rf build/demo
 mkdir -p build/demo/store
@@ -51,7 +69,6 @@ cd build/demo
 unset ANDROID_LOG_TAGS
 
 say "Three objects: who made the key, who administers it, who may use it"
-{ zelkm --dir store aliases >/dev/null; } 2>&1  # what it says about its keymaster
 run "zelkm --dir store add --alias payment --creator wallet --accessor '1000,[10000..19999]'"
 run "zelkm --dir store add --alias door --creator home --admin 1000 --accessor 'app_*'"
 run "zelkm --dir store add --alias disk --creator vold --privileged"
@@ -68,6 +85,36 @@ run "zelkm --dir store remove --where ALIAS=disk"
 run "zelkm --dir store list --csv --columns CREATOR,ALIAS"
 expect wallet,payment
 [[ $output != *disk* ]] || fail "disk was deleted"
+
+say "Values that would be of no use are refused, and nothing is stored"
+run "zelkm --dir store add --alias gate --creator home --accessor '[20000..10000]'" 2
+expect "bounds are the wrong way round"
+run "zelkm --dir store add --alias gate --creator home --accessor '1000, 2000'" 2
+expect "the blank would be a part of the name"
+
+say "Many objects at once: a bad line is named, and nothing is stored; then all of them are"
+{
+    echo "CREATOR,ALIAS,ACCESSOR"
+    for i in $(seq 200); do echo "app$((i % 5)),key$i,\"$((10000 + i)),system_*\""; done
+} >keys.csv
+sed '100s/10099/[10099/' keys.csv >bad.csv
+mkdir many other
+run "zelkm --dir many import bad.csv" 1
+expect "bad.csv: line 100: ACCESSOR"
+run "zelkm --dir many import keys.csv"
+expect "imported 200 objects"
+run "zelkm --dir many export >objects.json && zelkm --dir other import --as-is objects.json"
+run "zelkm --dir other export | cmp - objects.json && echo 'the same, byte for byte'"
+expect "byte for byte"
+
+say "Which objects may 10042 use?"
+run "zelkm --dir many who 10042"
+expect key42
+
+say "Two writers at once: they take turns, and nothing is lost"
+add_ten() { for i in $(seq 10); do zelkm --dir other --quiet --wait 60 add --alias "$1$i" --creator two; done; }
+run "add_ten a & add_ten b & wait; zelkm --dir other list --where CREATOR=two --count"
+expect 20
 
 say "The file: a header of 52 bytes, then AES-GCM ciphertext under a key of the keymaster"
 run "xxd -l 64 store/secure_objects.db"

@@ -152,6 +152,10 @@ TEST_F(ZelkmTool, ShowsObjects) {
     EXPECT_EQ(done({"list", "--json", "--columns", "CREATOR,CREATOR_UID", "--where", "ACCESSOR=3"}),
               "[\n  {\n    \"CREATOR\": {\n      \"hex\": \"ff5c\"\n    },\n"
               "    \"CREATOR_UID\": \"0100\"\n  }\n]\n");
+    done({"add", "--alias", "\xe4\xb8\xad\xcc\x81", "--creator", "\xf0\x9f\x94\x91\xc2\x9b\x7f"});
+    EXPECT_EQ(done({"list", "--columns", "ALIAS,CREATOR", "--where", "ALIAS=\xe4\xb8\xad\xcc\x81"}),
+              "ALIAS  CREATOR\n\xe4\xb8\xad\xcc\x81     \xf0\x9f\x94\x91\\xc2\\x9b\\x7f\n");
+    EXPECT_NE(done({"list", "--json"}).find("\xf0\x9f\x94\x91\\u009b\\u007f"), std::string::npos);
     EXPECT_EQ(done({"query", "SELECT (ALIAS) WHERE CREATOR=\\x1fb\\x1f"}),
               "status 0 success\nk2\\x1e\n\\x00\n");
     EXPECT_EQ(run({"query", "SELECT (ALIAS) WHERE \\x1"}).status, 2);
@@ -177,8 +181,22 @@ TEST_F(ZelkmTool, ReadsWhatOthersStored) {
 TEST_F(ZelkmTool, ExitStatusTellsUsageFromRefusal) {
     EXPECT_EQ(run({"--help"}).status, 0);
     EXPECT_EQ(run({"add", "--help"}).status, 0);
-    EXPECT_EQ(run({}).status, 2);
-    EXPECT_EQ(run({"list", "--json", "--csv"}).status, 2);
+    const std::pair<std::vector<std::string>, std::string> wrong[] = {
+        {{}, "a command is missing"},
+        {{"frobnicate"}, "unknown command frobnicate"},
+        {{"help", "frobnicate"}, "unknown command frobnicate"},
+        {{"-v"}, "unknown option -v"},
+        {{"list", "--bogus", "x"}, "unknown option --bogus"},
+        {{"aliases", "--where", "ALIAS=x"}, "unknown option --where"},
+        {{"list", "extra"}, "unexpected argument extra"},
+        {{"list", "--json", "--csv"}, "excludes"},
+    };
+    for (const auto& [args, words] : wrong) {
+        const Outcome outcome = run(args);
+        EXPECT_TRUE(outcome.status == 2 && outcome.says(words)) << outcome.err;
+    }
+    EXPECT_EQ(done({"help", "add"}).find("Store an object"), 0u);
+    EXPECT_EQ(done({"--version"}).find("zelkm "), 0u);
     EXPECT_EQ(run({"list", "--patch-level", "x"}).status, 2);
     for (const char* command : {"list", "info"}) {
         std::filesystem::remove("s");
@@ -339,8 +357,32 @@ TEST_F(ZelkmTool, WrapsAndUnwraps) {
         changed[i] = changed[2] = "-";
         EXPECT_EQ(run(changed).status, 2);
     }
+
+    // Neither is a secret lost, nor does it reach anybody else.
+    write("key", secret);
+    for (const std::string out : {"tag", "./key", "none/../key", "a"}) {
+        const Outcome outcome = run(args("wrap", "key", out.c_str()));
+        EXPECT_TRUE(outcome.status == 2 && outcome.says("for something else, too")) << out;
+    }
+    std::filesystem::create_symlink("key", "link");
+    std::filesystem::create_directory("directory");
+    for (const char* out : {"link", "directory", "none/key"}) {
+        EXPECT_EQ(run(args("unwrap", "wrapped", out)).status, 1) << out;
+    }
+    EXPECT_EQ(text("key"), secret);
+    write("open", "");
+    std::filesystem::permissions("open", static_cast<std::filesystem::perms>(0644));
+    done(args("unwrap", "wrapped", "open"));
+    EXPECT_EQ(text("open"), secret);
+    EXPECT_EQ(std::filesystem::status("open").permissions(),
+              static_cast<std::filesystem::perms>(0600));
+
     flipLastByte("tag");
-    EXPECT_TRUE(run(args("unwrap", "wrapped", "-")).says("-30"));
+    EXPECT_TRUE(run(args("unwrap", "wrapped", "open")).says("-30"));
+    EXPECT_EQ(text("open"), secret);
+    for (const auto& entry : std::filesystem::directory_iterator(".")) {
+        EXPECT_EQ(entry.path().string().find("open."), std::string::npos) << entry.path();
+    }
 }
 
 }  // namespace

@@ -97,7 +97,8 @@ void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
         ->type_name("FILE");
     command->footer(
         "One file to read can be - (standard input), one to write - (standard output).\n"
-        "Files are made readable for their owner only. None to read may be empty.\n"
+        "None to read may be empty. Files are written anew, for their owner only, all or\n"
+        "none: not through a link, and never over one that is read.\n"
         "\n"
         "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --out key.w --tag t\n"
         "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material key.w --out key --tag t");

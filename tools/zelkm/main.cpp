@@ -5,12 +5,17 @@
 // are in the files *_command_line.cpp.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
+#include <memory>
 #include <string_view>
 
 #include "command_line.h"
 #include "failure.h"
+#include "files.h"
+#include "generated_pages.h"
 #include "log_capture.h"
+#include "store_values.h"
 
 namespace {
 
@@ -18,6 +23,8 @@ using namespace zelkm_tool;
 
 // Of the option names in a help text, so that descriptions fit beside them.
 constexpr size_t kHelpColumn = 28;
+
+constexpr char kSeeHelp[] = "; see 'zelkm help'";
 
 constexpr char kFooter[] = R"(
 The keymaster is SOFTWARE and protects nothing.
@@ -73,6 +80,44 @@ std::string whyNoPatchLevel(std::string& text) {
     return fits ? "" : "a patch level is a year and a month, YYYYMM";
 }
 
+// Of what the parser could not place, the first.
+std::string whyNotExpected(const CLI::App& app) {
+    const std::vector<std::string> left = app.remaining(/*recurse=*/true);
+    const auto option = std::find_if(left.begin(), left.end(),
+                                     [](const std::string& arg) { return arg[0] == '-'; });
+    if (option != left.end()) {
+        return "unknown option " + escape(*option);
+    }
+    return (app.get_subcommands().empty() ? "unknown command " : "unexpected argument ") +
+           escape(left.empty() ? "" : left.front());
+}
+
+void defineHelp(CLI::App& app) {
+    auto name = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("help", "Tell more about a command");
+    command->add_option("COMMAND", *name, "Which; default all in short")->type_name("");
+    command->callback([&app, name] {
+        const auto found =
+            app.get_subcommands([&](CLI::App* each) { return each->get_name() == *name; });
+        if (found.empty() && !name->empty()) {
+            throw WrongUsage("unknown command " + escape(*name) + kSeeHelp);
+        }
+        std::cout << (found.empty() ? app.help() : found.front()->help(app.get_name()));
+    });
+}
+
+// For the build alone.
+void definePages(CLI::App& app) {
+    auto kind = std::make_shared<std::string>();
+    auto file = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("make-page")->group("");
+    command->add_option("KIND", *kind)->required()->check(CLI::IsMember({"man", "completion"}));
+    command->add_option("FILE", *file)->required();
+    command->callback([&app, kind, file] {
+        writeOutput(*file, *kind == "man" ? manPage(app) : bashCompletion(app), Access::kEverybody);
+    });
+}
+
 int run(int argc, char** argv) {
     refuseEmptyValues(argc, argv);
 
@@ -80,7 +125,7 @@ int run(int argc, char** argv) {
     app.get_formatter()->column_width(kHelpColumn);
     app.set_version_flag("--version", "zelkm " ZELKM_VERSION);
     app.footer(kFooter);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);  // none is told apart from an unknown one below
     app.fallthrough();
 
     SessionOptions session;
@@ -102,10 +147,22 @@ int run(int argc, char** argv) {
     defineExplain(app);
     defineKeyCommands(app, session);
 
+    defineHelp(app);
+    definePages(app);
+
     try {
         app.parse(argc, argv);
+    } catch (const CLI::ExtrasError&) {
+        throw WrongUsage(whyNotExpected(app) + kSeeHelp);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitDone : kExitWrongUsage;
+        if (error.get_exit_code() != 0) {
+            throw WrongUsage(error.what() + std::string(kSeeHelp));
+        }
+        app.exit(error);  // prints the help, or the version
+        return kExitDone;
+    }
+    if (app.get_subcommands().empty()) {
+        throw WrongUsage(std::string("a command is missing") + kSeeHelp);
     }
     std::cout.flush();
     if (!std::cout) {

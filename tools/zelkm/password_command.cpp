@@ -9,11 +9,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 #include "bytes.h"
 #include "failure.h"
 #include "files.h"
+#include "fresh_file.h"
 #include "result_text.h"
 
 namespace zelkm_tool {
@@ -27,6 +29,23 @@ void requireOneStream(const std::vector<std::string>& paths, const char* stream)
     }
 }
 
+// An output must neither be another one nor replace what it was made from.
+void requireDistinct(const std::vector<std::string>& read, std::vector<std::string> written) {
+    const auto resolved = [](const std::string& path) {
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
+    };
+    for (size_t i = 0; i < written.size(); ++i) {
+        const auto same = [&](const std::string& other) {
+            return written[i] != "-" && other != "-" && resolved(other) == resolved(written[i]);
+        };
+        if (std::any_of(read.begin(), read.end(), same) ||
+            std::any_of(written.begin(), written.begin() + static_cast<std::ptrdiff_t>(i), same)) {
+            throw WrongUsage(written[i] +
+                             " would be written, and is named for something else, too");
+        }
+    }
+}
+
 // The session changes directory.
 std::string absolute(const std::string& path) {
     return path == "-" ? path : std::filesystem::absolute(path).string();
@@ -36,20 +55,26 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
              PW_ENCRYPT_TYPE type) {
     const bool wraps = type == PW_ENCRYPT_TYPE_TO_KEY;
     std::vector<std::string> read(options.inputs.begin(), options.inputs.end());
-    std::vector<std::string> written = {options.out, options.rot.value_or("")};
+    std::vector<std::string> written = {options.out};
     read.push_back(options.material);
     (wraps ? written : read).push_back(options.tag);
+    if (options.rot) {
+        written.push_back(*options.rot);
+    }
     requireOneStream(read, "standard input");
     requireOneStream(written, "standard output");
+    requireDistinct(read, written);
 
     std::array<hidl_vec<uint8_t>, 4> in;
     std::transform(options.inputs.begin(), options.inputs.end(), in.begin(),
                    [](const std::string& path) { return toVec(readInput(path)); });
     const hidl_vec<uint8_t> material = toVec(readInput(options.material));
     hidl_vec<uint8_t> tag = wraps ? hidl_vec<uint8_t>() : toVec(readInput(options.tag));
-    const std::string out = absolute(options.out);
-    const std::string tag_out = absolute(options.tag);
-    const std::string rot_out = absolute(options.rot.value_or("-"));
+    // Before anything is computed: an output that cannot be written costs nothing then.
+    std::vector<std::unique_ptr<FreshFile>> outputs;
+    for (const std::string& path : written) {
+        outputs.push_back(std::make_unique<FreshFile>(absolute(path)));
+    }
 
     Session session(session_options, Session::Use::kKeymasterOnly);
     hidl_vec<uint8_t> converted;
@@ -57,12 +82,18 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
     check(session.operation().encryptWithPasswordHWKey(in[0], in[1], material, converted, in[2],
                                                        in[3], tag, rot, type),
           wraps ? "wrap" : "unwrap");
-    writeOutput(out, toBytes(converted), Access::kOwnerOnly);
+    std::vector<std::string> contents = {toBytes(converted)};
     if (wraps) {
-        writeOutput(tag_out, toBytes(tag), Access::kOwnerOnly);
+        contents.push_back(toBytes(tag));
     }
     if (options.rot) {
-        writeOutput(rot_out, toBytes(rot), Access::kOwnerOnly);
+        contents.push_back(toBytes(rot));
+    }
+    for (size_t i = 0; i < outputs.size(); ++i) {
+        outputs[i]->write(contents[i]);
+    }
+    for (const auto& output : outputs) {
+        output->commit();
     }
 }
 

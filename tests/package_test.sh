@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# Copyright 2026 The libzelkeymaster authors
+# SPDX-License-Identifier: Apache-2.0
+#
+# Makes the Debian packages of a build, installs them, uses what they hold, and removes them:
+# package_test.sh BUILD_FOLDER C++_COMPILER, with the build's flags in CXXFLAGS. As root, dpkg
+# installs them into a folder of its own, where it checks their dependencies against the machine's
+# packages; else they are only unpacked.
+
+set -euo pipefail
+build=$1 cxx=$2
+here=$(cd "$(dirname "$0")" && pwd)
+if ! command -v dpkg-shlibdeps >/dev/null; then
+    echo "skipped: no dpkg-shlibdeps"
+    exit 77
+fi
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+root=$scratch/root admin=$scratch/root/var/lib/dpkg
+
+cpack --config "$build/CPackConfig.cmake" -B "$scratch/made" >"$scratch/log" 2>&1 ||
+    { cat "$scratch/log"; exit 1; }
+packages=("$scratch"/made/*.deb)
+test ${#packages[@]} -eq 3
+names=$(for package in "${packages[@]}"; do dpkg-deb -f "$package" Package; done | sort | xargs)
+test "$names" = "libzelkeymaster libzelkeymaster-dev zelkm"
+depends=$(dpkg-deb -f "$scratch"/made/zelkm_*.deb Depends)
+grep -q 'libzelkeymaster (=' <<<"$depends" && grep -q 'libc6 (>=' <<<"$depends"
+
+in_root() {
+    dpkg --root="$root" --force-script-chrootless --no-triggers --log="$scratch/dpkg.log" "$@" \
+        >"$scratch/log" 2>&1 || { grep -v 'files list file' "$scratch/log"; exit 1; }
+}
+
+mkdir -p "$admin"/{info,updates,triggers}
+if [[ $(id -u) -eq 0 ]]; then
+    cp /var/lib/dpkg/status "$admin/status"
+    in_root --install "${packages[@]}"
+    how=installed
+else
+    for package in "${packages[@]}"; do dpkg-deb -x "$package" "$root"; done
+    how="unpacked (installed only as root)"
+fi
+
+mkdir "$scratch/store"
+export ZELKM_DIR=$scratch/store
+"$root/usr/bin/zelkm" --quiet add --alias payment --creator wallet
+test "$("$root/usr/bin/zelkm" aliases)" = wallet::payment
+"$here/tool_pages_test.sh" "$root/usr/bin/zelkm" "$root/usr/share/man/man1/zelkm.1" \
+    "$root/usr/share/bash-completion/completions/zelkm"
+
+PKG_CONFIG_PATH=$(dirname "$(find "$root" -name zelkeymaster.pc)")
+export PKG_CONFIG_PATH
+# shellcheck disable=SC2046,SC2086  # words are wanted
+"$cxx" ${CXXFLAGS:-} -std=c++17 "$here/consumer/engine.cpp" -o "$scratch/engine" $(pkg-config --cflags --libs zelkeymaster)
+"$scratch/engine" 2>/dev/null
+
+if [[ $(id -u) -eq 0 ]]; then
+    in_root --purge zelkm libzelkeymaster-dev libzelkeymaster
+    test -z "$(find "$root/usr" ! -type d 2>/dev/null)"
+fi
+echo "the three packages were $how, and what they hold works"

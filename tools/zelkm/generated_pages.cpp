@@ -1,0 +1,189 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// What is made from the definition of the command line. See generated_pages.h.
+
+#include "generated_pages.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace zelkm_tool {
+namespace {
+
+std::vector<const CLI::App*> visibleCommands(const CLI::App& app) {
+    return app.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); });
+}
+
+// Positional ones or the others; that each command has --help is said once.
+std::vector<const CLI::Option*> optionsOf(const CLI::App& app, bool positional) {
+    return app.get_options([&](const CLI::Option* each) {
+        const bool repeated = app.get_parent() != nullptr && each == app.get_help_ptr();
+        return each->get_positional() == positional && !repeated;
+    });
+}
+
+bool takesValue(const CLI::Option& option) {
+    return option.get_items_expected_max() != 0;
+}
+
+// Text that man(1) shows as it is.
+std::string quoted(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        const bool line_start = result.empty() || result.back() == '\n';
+        if (line_start && (c == '.' || c == '\'')) {
+            result += "\\&";
+        }
+        if (c == '\\') {
+            result += "\\e";
+        } else {
+            result += c == '-' ? "\\-" : std::string(1, c);
+        }
+    }
+    return result;
+}
+
+// Lines that stay lines.
+std::string asIs(const std::string& text) {
+    const size_t start = std::min(text.find_first_not_of('\n'), text.size());
+    return start == text.size() ? "" : ".PP\n.nf\n" + quoted(text.substr(start)) + "\n.fi\n";
+}
+
+std::string namesOf(const CLI::Option& option) {
+    return option.get_positional() ? option.get_name(true) : option.get_name(false, true);
+}
+
+std::string describe(const CLI::Option& option) {
+    const std::string type = option.get_positional() || !takesValue(option)
+                                 ? ""
+                                 : " \\fI" + quoted(option.get_type_name()) + "\\fR";
+    return ".TP\n\\fB" + quoted(namesOf(option)) + "\\fR" + type + "\n" +
+           quoted(option.get_description()) + (option.get_required() ? "; required" : "") +
+           (option.get_envname().empty() ? ""
+                                         : "; or in the environment: " + option.get_envname()) +
+           ".\n";
+}
+
+std::string describe(const std::vector<const CLI::Option*>& options) {
+    std::string text;
+    for (const CLI::Option* option : options) {
+        text += describe(*option);
+    }
+    return text;
+}
+
+std::string describeCommand(const CLI::App& command) {
+    std::string title = quoted(command.get_name()) + " [\\fIoptions\\fR]";
+    for (const CLI::Option* operand : optionsOf(command, true)) {
+        const std::string name = "\\fI" + quoted(namesOf(*operand)) + "\\fR";
+        title += " " + (operand->get_required() ? name : "[" + name + "]");
+    }
+    return ".SS " + title + "\n" + quoted(command.get_description()) + ".\n" +
+           describe(optionsOf(command, true)) + describe(optionsOf(command, false)) +
+           asIs(command.get_footer());
+}
+
+std::string joined(const std::vector<std::string>& words, const char* separator) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : separator) + word;
+    }
+    return text;
+}
+
+std::vector<std::string> optionNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : optionsOf(app, false)) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+void addValued(const CLI::App& app, const std::string& type, std::vector<std::string>* names) {
+    for (const CLI::Option* option : optionsOf(app, false)) {
+        if (takesValue(*option) && (type.empty() || option->get_type_name() == type)) {
+            for (const std::string& name : option->get_lnames()) {
+                names->push_back("--" + name);
+            }
+        }
+    }
+}
+
+// The options whose values are of a type, of all commands, as a pattern of the shell; no type is
+// all of them.
+std::string valuedPattern(const CLI::App& app, const std::string& type) {
+    std::vector<std::string> names;
+    addValued(app, type, &names);
+    for (const CLI::App* command : visibleCommands(app)) {
+        addValued(*command, type, &names);
+    }
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return joined(names, "|");
+}
+
+}  // namespace
+
+std::string manPage(const CLI::App& app) {
+    std::string page = ".TH ZELKM 1 \"\" \"" + quoted(app.version()) + "\" \"User Commands\"\n" +
+                       ".SH NAME\nzelkm \\- work on a store of secure objects, and on keys\n" +
+                       ".SH SYNOPSIS\n\\fBzelkm\\fR [\\fIoptions\\fR] \\fIcommand\\fR " +
+                       "[\\fIoptions\\fR] [\\fIarguments\\fR]\n" + ".SH DESCRIPTION\n" +
+                       quoted(app.get_description()) + "\n" + asIs(app.get_footer()) +
+                       ".SH OPTIONS\nOf all commands; they may stand before a command or after " +
+                       "it.\n" + describe(optionsOf(app, false)) + ".SH COMMANDS\n";
+    for (const CLI::App* command : visibleCommands(app)) {
+        page += describeCommand(*command);
+    }
+    return page;
+}
+
+std::string bashCompletion(const CLI::App& app) {
+    std::vector<std::string> names;
+    std::string cases;
+    for (const CLI::App* command : visibleCommands(app)) {
+        names.push_back(command->get_name());
+        cases += "        " + command->get_name() + ") options+=\" " +
+                 joined(optionNames(*command), " ") + "\" ;;\n";
+    }
+    return R"(# Completion of zelkm's commands and options for bash.
+
+_zelkm() {
+    local command="" i cur=${COMP_WORDS[COMP_CWORD]}
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        case ${COMP_WORDS[i]} in
+        )" +
+           valuedPattern(app, "") +
+           R"() ((++i)) ;;
+        -*) ;;
+        *) command=${COMP_WORDS[i]}; break ;;
+        esac
+    done
+    COMPREPLY=()
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+    )" + valuedPattern(app, "DIR") +
+           R"() mapfile -t COMPREPLY < <(compgen -d -- "$cur"); return ;;
+    )" + valuedPattern(app, "") +
+           R"() return ;;  # files, by default
+    esac
+    local options=")" +
+           joined(optionNames(app), " ") + R"("
+    case $command in
+)" + cases +
+           R"(    esac
+    if [[ $cur == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
+    elif [[ -z $command || $command == help ]]; then
+        mapfile -t COMPREPLY < <(compgen -W ")" +
+           joined(names, " ") + R"(" -- "$cur")
+    fi
+}
+
+complete -o bashdefault -o default -F _zelkm zelkm
+)";
+}
+
+}  // namespace zelkm_tool
