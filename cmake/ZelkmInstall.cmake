@@ -35,8 +35,15 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster-config.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster-config-version.cmake DESTINATION ${package_dir})
 
 file(RELATIVE_PATH ZELKM_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
-configure_file(cmake/zelkeymaster.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelkeymaster.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(ZELKM_LIBCRYPTO STREQUAL "boringssl")
+    set(ZELKM_PC_LIBCRYPTO ${ZELKM_BORINGSSL})
+else()
+    set(ZELKM_PC_LIBCRYPTO -lcrypto)
+endif()
+foreach(name zelkeymaster soft_keymaster)
+    configure_file(cmake/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 
 include(ZelkmPackages)

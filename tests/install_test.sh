@@ -25,9 +25,15 @@ mkdir "$scratch/store"
 
 export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zelkeymaster.pc)")
-# shellcheck disable=SC2046,SC2086  # words are wanted
-"$cxx" ${CXXFLAGS:-} -std=c++17 "$here/consumer/engine.cpp" -o "$scratch/engine" $(pkg-config --cflags --libs zelkeymaster)
+compile() {  # SOURCE PROGRAM PACKAGE
+    # shellcheck disable=SC2046,SC2086  # words are wanted
+    "$cxx" ${CXXFLAGS:-} -std=c++17 "$1" -o "$2" $(pkg-config --cflags --libs "$3")
+}
+compile "$here/consumer/engine.cpp" "$scratch/engine" zelkeymaster
 "$scratch/engine" 2>/dev/null
+compile "$examples/store.cpp" "$scratch/store_program" soft_keymaster
+mkdir "$scratch/other_store"
+(cd "$scratch/other_store" && ../store_program 2>/dev/null | grep -q '^wallet::payment$')
 
 # The installed tool finds the installed library.
 if [[ -e $prefix/bin/zelkm ]]; then

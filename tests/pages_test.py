@@ -7,7 +7,8 @@
 A block that begins with ```console holds commands, each after "$ ", and what they print. The
 commands of a page share one new folder, in the order of the page; `<!-- run: COMMAND -->` prepares
 something without showing it, and must succeed. Times, process numbers, line numbers, random bytes
-and the breaking of lines may differ; a line "..." stands for any lines. What is not run is listed:
+and the breaking of lines may differ; "..." at the end of a
+line stands for any text, alone for any lines. What is not run is listed:
 commands that set up, build or need a device, and blocks of another kind that look like commands.
 
     pages_test.py FOLDER_WITH_PROGRAMS... -- PAGE...
@@ -85,7 +86,7 @@ def masked(text):
 
 def same(shown, printed):
     """Whether what was printed is what is shown, but for masks, line breaks and "..."."""
-    pieces = re.split(r"^\s*\.\.\.$", shown, flags=re.M)
+    pieces = re.split(r"^\s*\.\.\.$|(?<= )\.\.\.$", shown, flags=re.M)
     pattern = " .*".join(re.escape(" ".join([""] + masked(piece))) for piece in pieces)
     return re.fullmatch(pattern, " ".join([""] + masked(printed)), re.S) is not None
 
@@ -100,14 +101,19 @@ class Pages:
         for name in ("ANDROID_LOG_TAGS", "ZELKM_DIR"):
             self.environment.pop(name, None)
         self.ran, self.failed, self.left = 0, 0, []
+        self.exports = ""  # what the page exported so far
 
     def run(self, command, folder):
-        return subprocess.run(["bash", "-c", command], cwd=folder, env=self.environment,
+        export = re.match(r"export \w+=\S+", command)
+        if export:
+            self.exports += export.group() + "; "
+        return subprocess.run(["bash", "-c", self.exports + command], cwd=folder, env=self.environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True, errors="backslashreplace",
                               timeout=120, check=False)
 
     def check(self, page):
+        self.exports = ""
         with tempfile.TemporaryDirectory() as folder:
             for kind, number, lines in blocks(page):
                 if kind == "console":

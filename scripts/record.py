@@ -1,0 +1,78 @@
+#!/usr/bin/env python3
+# Copyright 2026 The libzelkeymaster authors
+# SPDX-License-Identifier: Apache-2.0
+
+"""Draws a terminal session with zelkm, as it really went, to docs/session.svg.
+
+    cmake --preset release && cmake --build --preset release --target zelkm
+    scripts/record.py
+"""
+
+import html
+import os
+import pathlib
+import subprocess
+import tempfile
+import textwrap
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+COLUMNS, LINE, LEFT, TOP, CHARACTER = 88, 19, 16, 44, 8.05
+COMMANDS = [
+    "mkdir store",
+    "export ZELKM_DIR=store",
+    "zelkm add --alias payment --creator wallet --accessor '1000,[10000..19999]'",
+    "zelkm add --alias door --creator home --admin 1000 --accessor 'app_*'",
+    "zelkm list",
+    "zelkm who 10042                    # which objects may 10042 use?",
+    "printf x | dd of=store/secure_objects.db bs=1 seek=60 conv=notrunc status=none",
+    "zelkm doctor                       # one byte of the store was damaged",
+]
+
+
+def session():
+    """Each command with what it prints."""
+    environment = {**os.environ, "LC_ALL": "C.UTF-8", "NO_COLOR": "1"}
+    environment["PATH"] = f"{ROOT / 'build/release/tools'}{os.pathsep}{environment['PATH']}"
+    with tempfile.TemporaryDirectory() as folder:
+        for command in COMMANDS:
+            if command.startswith("export "):
+                name, value = command.split(" ", 1)[1].split("=", 1)
+                environment[name] = value
+            done = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+            yield command, done.stdout.replace(folder + "/", "")
+
+
+def lines():
+    """The lines of the picture, each with its class."""
+    for command, output in session():
+        yield "command", "$ " + command
+        for line in output.splitlines():
+            for piece in textwrap.wrap(line, COLUMNS, drop_whitespace=False) or [""]:
+                yield "output", piece
+
+
+def main():
+    rows = list(lines())
+    width, height = round(2 * LEFT + COLUMNS * CHARACTER), TOP + LINE * len(rows) + 8
+    texts = "\n".join(
+        f'  <text class="{kind}" x="{LEFT}" y="{TOP + LINE * i + 10}">{html.escape(text)}</text>'
+        for i, (kind, text) in enumerate(rows))
+    picture = f"""\
+<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" xml:space="preserve" role="img"
+     aria-label="A terminal session: two objects are added, found, and a damaged store diagnosed">
+  <style>
+    text {{ font-family: monospace; font-size: 13.4px; fill: #c8d0dc }}
+    .command {{ fill: #8fd0a0 }}
+  </style>
+  <rect width="{width}" height="{height}" rx="8" fill="#1b2230"/>
+  <circle cx="20" cy="18" r="5" fill="#e06c75"/>
+  <circle cx="38" cy="18" r="5" fill="#e5c07b"/>
+  <circle cx="56" cy="18" r="5" fill="#98c379"/>
+{texts}
+</svg>
+"""
+    (ROOT / "docs/session.svg").write_text(picture, encoding="utf-8")
+
+
+main()
