@@ -148,10 +148,32 @@ def tool_values_seeds():
     yield "privileged", add(b"p", b"q", given=1) + conditions(1, b"PRIV_ACC=1")
 
 
+def log_seeds():
+    origin = b"[ERR] (zelkeymaster_operation.cpp:450) "
+    engine = b"[DBG] (velt_secure_db.cpp:54) "
+    line = b"2026-11-21 15:20:56.951 ERROR [7] [log_to_file@106] zelkeymaster_operation.cpp(803) :"
+    warning = b"2026-11-21 15:20:57.951 WARN  [7] [log_to_file@102] zelkeymaster_operation.cpp(9) :"
+    yield "error_file", b"\xef\xbb\xbf" + line + b"no key\n" + line + b"no key\n" + warning + b"no file a b\n" + (
+        line + b"file write fail: No space left on device(28)\n" + line + b"what is this\n")
+    yield "libcrypto", (line + b"40A7:error::x:f.c:1:\n(22, (nil))\n") * 2
+    yield "threadtime", b"".join(b"11-21 15:20:56.951  1000  7  8 E keymaster_tee: " + text + b"\n" for text in (
+        origin + b"error in finish process : -30", engine + b"command(3) : L2", engine + b"a\x1fb",
+        b"[ERR] (velt_secure_db.cpp:3) err: state:(1)  t->token=0x7f0, *p(0x7f1)=", b", len=0",
+        b"[ERR] (velt_secure_db.cpp:3) DELETE error(-917)"))
+    yield "long", b"[ 12-31 23:20:56.951  7:  8 E/keymaster_tee ]\n" + origin + b"no tag\n\n" + (
+        b"[ 01-01 00:20:56.951  7:  8 W/keymaster_tee ]\n[WRN] (zelkeymaster_operation.cpp:1) no file edbk\n\n")
+    yield "brief", b"E/keymaster_tee( 7): " + origin + b"invalid tag\nE( 7) " + origin + b"no key  (keymaster_tee)\n"
+    yield "stderr", b"keymaster_tee E 11-21 15:20:56  7  8 " + origin.replace(
+        b"ERR", b"\x1b[31mERR\x1b[0m") + b"fail rename during restore:No such file or directory(2)\r\n"
+    yield "times", b"1795274456.951 +0000 " + origin + b"no key\n 12.5 " + origin + (
+        b"no key\n2026-02-29 23:59:60.1234567 -0130 " + origin + b"no key\n")
+
+
 def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
     for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
-                          ("chain", chain_seeds), ("object", object_seeds), ("tool_values", tool_values_seeds)):
+                          ("chain", chain_seeds), ("object", object_seeds), ("tool_values", tool_values_seeds),
+                          ("log", log_seeds)):
         (folder / target).mkdir(parents=True, exist_ok=True)
         for name, data in seeds():
             (folder / target / name).write_bytes(data)
