@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Tags and purposes that the secure hardware's vendor adds to keymaster 4.0. A keymaster without
-// them answers with an error code of its own.
+// the purposes refuses them, with an error code of its own. One without the tag does not refuse: it
+// ignores a tag that it does not know.
 
 #pragma once
 
@@ -41,6 +42,8 @@ inline constexpr auto PWHW_TAG_TAG =
 inline constexpr auto PWHW_TAG_ROT =
     static_cast<android::hardware::keymaster::V4_0::Tag>(0x9000090E);  // 16 bytes
 
-// A boolean that turns an attestation into a certificate signing request.
+// A boolean that turns an attestation into a certificate signing request. A keymaster that does not
+// know it attests as always: generateCSR() then answers what an attestation without it would, -63
+// when the parameters hold no challenge, or 0 with the request left as it was.
 inline constexpr auto TAG_GENERATE_CSR =
     static_cast<android::hardware::keymaster::V4_0::Tag>(0x70000899);
