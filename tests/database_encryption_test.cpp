@@ -204,25 +204,24 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         Script script;
         int result;
         Lines log;
-        size_t calls;
         const char* cipher;
     } cases[] = {
         // clang-format off
-        {{{"begin", {lost}}}, -1000, {kDead, begin_lost}, 1, "ciphr"},
-        {{{"begin", {lostAfter(refused(-28))}}}, -28, {kDead, begin_lost}, 1, "ciphr"},
-        {{{"begin", {refused(-31)}}}, -31, {process("begin", -31)}, 1, "ciphr"},
-        {{{"begin", {Answer()}}}, -51, {no_nonce, process("begin", -51)}, 1, "ciphr"},
+        {{{"begin", {lost}}}, -1000, {kDead, begin_lost}, "ciphr"},
+        {{{"begin", {lostAfter(refused(-28))}}}, -28, {kDead, begin_lost}, "ciphr"},
+        {{{"begin", {refused(-31)}}}, -31, {process("begin", -31)}, "ciphr"},
+        {{{"begin", {Answer()}}}, -51, {no_nonce, process("begin", -51)}, "ciphr"},
         // Lost updates and finishes are logged, and the answer before stands.
-        {{{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost}, 3, "ciphr"},
-        {{{"update", {lostAfter(wrong_update)}}}, -28, {kDead, update_lost}, 2, "ciphr"},
-        {{{"finish", {lost}}}, 0, {kDead, finish_lost}, 3, "ciphr"},
-        {{{"finish", {lostAfter(wrong_finish)}}}, -21, {kDead, finish_lost}, 3, "CCCCC"},
-        {{{"update", {wrong_update}}}, -28, {process("update", -28)}, 2, "ciphr"},
-        {{{"update", {updated(0, "")}}}, -1000, {consumed("0")}, 2, "ciphr"},
-        {{{"update", {updated(2, "C"), updated(0, "")}}}, -1000, {consumed("2")}, 3, "ciphr"},
-        {{{"update", {updated(UINT32_MAX, "")}}}, -1000, {consumed("4294967295")}, 2, "ciphr"},
-        {{{"finish", {wrong_finish}}}, -21, {process("finish", -21)}, 3, "CCCCC"},
-        {{{"finish", {silent}}}, 0, {}, 3, "ciphr"},
+        {{{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost}, "ciphr"},
+        {{{"update", {lostAfter(wrong_update)}}}, -28, {kDead, update_lost}, "ciphr"},
+        {{{"finish", {lost}}}, 0, {kDead, finish_lost}, "ciphr"},
+        {{{"finish", {lostAfter(wrong_finish)}}}, -21, {kDead, finish_lost}, "CCCCC"},
+        {{{"update", {wrong_update}}}, -28, {process("update", -28)}, "ciphr"},
+        {{{"update", {updated(0, "")}}}, -1000, {consumed("0")}, "ciphr"},
+        {{{"update", {updated(2, "C"), updated(0, "")}}}, -1000, {consumed("2")}, "ciphr"},
+        {{{"update", {updated(UINT32_MAX, "")}}}, -1000, {consumed("4294967295")}, "ciphr"},
+        {{{"finish", {wrong_finish}}}, -21, {process("finish", -21)}, "CCCCC"},
+        {{{"finish", {silent}}}, 0, {}, "ciphr"},
         // clang-format on
     };
     const Script good = km.answers;
@@ -237,7 +236,7 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         cipher = bytes("ciphr");
         EXPECT_EQ(c.result, encrypt());
         EXPECT_EQ(c.log, test::log());
-        EXPECT_EQ(c.calls, km.calls.size());
+        EXPECT_EQ(0u, km.calls.back().find(c.script.begin()->first));  // nothing follows
         EXPECT_EQ(bytes(c.cipher), cipher);
     }
 }

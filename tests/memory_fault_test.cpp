@@ -304,21 +304,46 @@ TEST_F(MemoryFault, PasswordConversionAndAttestation) {
     hidl_vec<uint8_t> csr;
     forEachAllocation(
         "signing request", {0, -41},
-        [&] { return object_->generateCSR(attestationKey(), {}, csr); }, verify);
+        [&] {
+            csr = {};
+            return object_->generateCSR(attestationKey(), {}, csr);
+        },
+        [&](int status) {
+            EXPECT_EQ(status == 0, csr.size() != 0);
+            verify(status);
+        });
 }
 
 TEST_F(MemoryFault, ChainValidation) {
-    const hidl_vec<hidl_vec<uint8_t>> chain = attestationChain();
+    hidl_vec<hidl_vec<uint8_t>> chain = attestationChain();
+    chain = std::vector<hidl_vec<uint8_t>>{chain[0], chain[0], chain[1], chain[2]};
     ASSERT_EQ(0, ZelKeymasterOperation::validateAttestChain(chain, true));
-    ERR_clear_error();  // of what the tests before left
+    ERR_clear_error();           // of what the tests before left
+    std::set<std::string> said;  // the first line of each failure
     bool failed = true;
     for (long nth = 1; failed; ++nth) {
+        test::clearLog();
         test::failAllocation(nth, false);
-        const int status = ZelKeymasterOperation::validateAttestChain(chain, true);
+        // The separate first certificate is not signed by the second one, which is the same.
+        const int status = ZelKeymasterOperation::validateAttestChain(chain, false);
         failed = test::stopFailing();
-        EXPECT_TRUE(status == 0 || (failed && status == -30)) << nth << ": " << status;
+        const std::vector<std::string> lines = test::errors();
+        EXPECT_EQ(-30, status) << nth;
+        ASSERT_FALSE(lines.empty()) << nth;
+        const bool path = lines.back() == "E object: verify_cert_chain fail";
+        said.insert(lines[0].substr(0, lines[0].find(" fail ")) + (path ? ", in the path" : ""));
         EXPECT_EQ(0u, ERR_peek_error()) << nth;
         ++states_;
+    }
+    if (g_libcrypto_memory) {
+        EXPECT_EQ(
+            (std::set<std::string>{"E object: Failed to push certificate",
+                                   "E object: X509_STORE_CTX_init error, in the path",
+                                   "E object: X509_STORE_new error, in the path",
+                                   "E object: X509_verify error during GAK",
+                                   "E object: X509_verify_cert, in the path",
+                                   "E object: d2i_X509 error", "E object: sk_X509_new_null error"}),
+            said);
     }
 }
 

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "engine.h"
-#include "sod_command_text.h"
 
 namespace {
 
@@ -34,7 +33,7 @@ TEST(OperationParam, CollectsWhatEachOperationSays) {
     std::string a = "a";
     std::string b = "b";
     std::string x = "X";
-    EXPECT_EQ("X /b ////", lists(p.setColumn(x, a).setColumn(x, b)));
+    EXPECT_EQ("CREATOR X /'a' b ////", lists(p.setCreator(a).setColumn(x, a).setColumn(x, b)));
     EXPECT_EQ("CREATOR ALIAS /'b' 'a' ////", lists(p.setCreator(a).setAlias(a).setCreator(b)));
     EXPECT_EQ("ADMIN ACCESSOR CREATOR_UID /'a' 'b' 'a' ////",
               lists(p.setAdmin(a).setAccessor(b).setCreatorUid(a)));
@@ -79,16 +78,6 @@ TEST(OperationParam, SplitsStringsAtASeparator) {
         EXPECT_EQ("before", out[0]);
         EXPECT_EQ(pieces, Lines(out.begin() + 1, out.end())) << text;
     }
-}
-
-TEST(OperationParam, BecomesCommandTexts) {
-    const Lines columns = {"CREATOR", "ALIAS"};
-    const Lines values = {"'x y'", "1"};
-    EXPECT_EQ("INSERT (CREATOR,ALIAS) VALUE ('x y',1)", zelkm::insertCommand(columns, values).view());
-    EXPECT_EQ("SELECT (CREATOR,ALIAS) WHERE ", zelkm::selectCommand(columns, {{}, {}}).view());
-    EXPECT_EQ("UPDATE (CREATOR,ALIAS) VALUE ('x y',1) WHERE CREATOR='x y' AND ALIAS=1",
-              zelkm::updateCommand(columns, values, {columns, values}).view());
-    EXPECT_EQ("DELETE WHERE CREATOR='x y' AND ALIAS=1", zelkm::deleteCommand({columns, values}).view());
 }
 
 }  // namespace

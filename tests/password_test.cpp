@@ -156,6 +156,9 @@ TEST_F(Password, ShortFormKeepsTheRotToItself) {
     start({bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
     EXPECT_EQ(0, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
                                                   kEncrypt));
+    EXPECT_EQ((Lines{"begin 102  [90000907=one 90000908=two 90000909=three 9000090a=four "
+                     "9000090c=material 9000090d=tag before]"}),
+              km.calls);
     EXPECT_EQ((Lines{"W object: invalid rot just set 0"}), test::log());
     EXPECT_EQ("encrypted", text(converted));
     EXPECT_EQ("tag before", text(tag));

@@ -152,6 +152,7 @@ TEST_F(Query, SelectsRowsThatSatisfyAllConditions) {
                "a^4^*^u_*#x,[5..]^10^^\n$"));
     const std::string six =
         "ALIAS=a AND ALIAS=* AND ADMIN=* AND ALIAS=a AND CREATOR=* AND PRIV_ACC=1";
+    const std::string star = "ALIAS=* AND CREATOR=* AND ";
     const std::pair<const char*, Lines> cases[] = {
         {"1234", {"", "ALIAS=*", "CREATOR_UID=*", "FOO=x", "ALIASX=x", "alias=x", "=x"}},
         {"124", {"ADMIN=*", "ACCESSOR=*", "ACCESSOR=1000"}},
@@ -159,7 +160,11 @@ TEST_F(Query, SelectsRowsThatSatisfyAllConditions) {
         {"24", {"ACCESSOR=20000", "ACCESSOR=u_v#x"}},
         {"1", {"PRIV_ACC=1", "ADMIN=1000", six, six + " AND ALIAS=b"}},
         {"2", {"ADMIN=7", "ADMIN=8", "ACCESSOR=1000x", "FOO=x AND ALIAS=b"}},
-        {"4", {"CREATOR=4 AND ALIAS=a", "CREATOR_UID=10"}},
+        {"4", {"CREATOR=4 AND ALIAS=a", "CREATOR_UID=10", "FOO=x AND CREATOR=4", " CREATOR =4"}},
+        {"14", {" ALIAS =a", "ALIAS=* AND FOO=x AND ALIAS = a "}},
+        {"2", {star + star + "CREATOR=2 AND ADMIN=7", star + "CREATOR=2"}},
+        {"", {star + star + "CREATOR=2 AND ADMIN=9"}},
+        {"1234", {star + star + star + "CREATOR=9"}},  // the seventh does not count
         {"", {"ALIAS=A", "ALIAS==a", "CREATOR=2 AND ALIAS=a", "ADMIN=1", "ADMIN='1000,1001'"}},
         {"", {"FOO<5", "ALIAS<5", "ALIAS<=a", "ALIAS>=1", "ALIAS>a", "ALIAS=a AND "}}};
     for (const auto& [rows, conditions] : cases) {
@@ -417,6 +422,61 @@ TEST_F(Query, WipesWhatItReleases) {
     g_wiped.clear();
     EXPECT_EQ(0, update("ALIAS", "new", ""));
     EXPECT_TRUE(wiped("old"));
+}
+
+// Tables whose index and text are there already, of every size up to nine rows, where one or the
+// other has to grow: what a change did is what the next commands see.
+TEST_F(Query, ChangesOfAWarmTableWithoutMemory) {
+    const std::pair<const char*, const char*> changes[] = {{"INSERT (ALIAS) (b)", "b"},
+                                                           {"DELETE WHERE ALIAS=a", "-a"},
+                                                           {"DELETE WHERE CREATOR=x", "-x"}};
+    for (const auto& [command, change] : changes) {
+        for (uint32_t more = 0; more < 8; ++more) {
+            bool failed = true;
+            for (long nth = 0; failed; ++nth) {
+                SCOPED_TRACE(std::string(command) + " " + std::to_string(more) + " " +
+                             std::to_string(nth));
+                load(store(2, "x^x^^^^^\na^^^^^^\n$"));
+                if (more % 2 == 0 || change[0] != '-') {
+                    EXPECT_EQ("a^\n", select("SELECT (ALIAS) WHERE ALIAS=a"));  // makes the index
+                }
+                std::string rows = "x^x^^^^^\na^^^^^^\n";
+                for (uint32_t i = 0; i < more; ++i) {
+                    EXPECT_EQ(0, query("INSERT (ALIAS) (r)"));
+                    rows += "r^^^^^^\n";
+                }
+                std::string after = rows + "b^^^^^^\n";
+                if (change[0] == '-') {
+                    const std::string gone =
+                        change[1] == 'a' ? "a^^^^^^\n" : rows.substr(0, rows.find('a'));
+                    after = rows;
+                    after.erase(after.find(gone), gone.size());
+                }
+                g_allocations_left = nth;
+                const int status = query(command);
+                failed = g_allocations_left < 0;
+                g_allocations_left = -1;
+                if (status == 0) {
+                    EXPECT_EQ(
+                        store(uint32_t(std::count(after.begin(), after.end(), '\n')), after + "$"),
+                        result_);
+                    for (const char* alias : {"a", "b", "r", "x"}) {
+                        std::string expected;
+                        for (size_t at = 0; (at = after.find('\n', at)) != std::string::npos;
+                             ++at) {
+                            const size_t start = after.rfind('\n', at - 1) + 1;
+                            expected += after[start] == *alias ? std::string(alias) + "^\n" : "";
+                        }
+                        EXPECT_EQ(expected,
+                                  select("SELECT (ALIAS) WHERE ALIAS=" + std::string(alias)));
+                    }
+                } else if (query(test::kSelectAll) != -914) {
+                    EXPECT_EQ(rows, readable(result_.substr(0, result_.size() - 1)));
+                }
+                messages();
+            }
+        }
+    }
 }
 
 TEST_F(Query, RefusesColumnsThatHoldNoBytes) {
