@@ -115,13 +115,13 @@ def faults_in(path, tree):
 class Tests:
     """The tests of a build folder, the most promising first."""
 
-    def __init__(self, build):
+    def __init__(self, build, pattern):
         self.build = build
         listed = json.loads(subprocess.check_output(["ctest", "--test-dir", build, "--show-only=json-v1"]))
         self.tests = {}
         for test in listed["tests"]:
             command = test.get("command", [""])
-            if pathlib.Path(command[0]).is_relative_to(build):
+            if pathlib.Path(command[0]).is_relative_to(build) and re.search(pattern, test["name"]):
                 properties = {p["name"]: p["value"] for p in test["properties"]}
                 self.tests[test["name"]] = (command, properties)
         self.usual = {}
@@ -172,6 +172,7 @@ def main():
     parser.add_argument("number", type=int)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--sources", default=SOURCES, help="a pattern, from the project's root")
+    parser.add_argument("--tests", default="", help="a regular expression: the tests to run")
     arguments = parser.parse_args()
     tree, build = arguments.tree, os.path.abspath(arguments.build)
 
@@ -180,7 +181,7 @@ def main():
         if path.suffix in (".cpp", ".h"):
             faults += sorted(set(faults_in(path.relative_to(tree), tree)), key=lambda f: (f.start, f.end, f.text))
     random.Random(arguments.seed).shuffle(faults)
-    tests = Tests(build)
+    tests = Tests(build, arguments.tests)
     sound = object_code(build)
     planted, same, survivors = 0, 0, []
     for fault in faults:

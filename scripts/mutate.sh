@@ -3,12 +3,12 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Plants random faults in the library's sources, one at a time, in a copy of the tree, and lists
-# those that no test notices: mutate.sh NUMBER [--seed SEED] [--sources PATTERN]
+# those that no test notices: mutate.sh NUMBER [--seed SEED] [--sources PATTERN] [--tests REGEX]
 # Some seconds each; a survivor is a test that is missing, or a fault that changes nothing.
 
 set -euo pipefail
 cd "$(dirname "$0")/.."
-: "${1:?usage: mutate.sh NUMBER [--seed SEED] [--sources PATTERN]}"
+: "${1:?usage: mutate.sh NUMBER [--seed SEED] [--sources PATTERN] [--tests REGEX]}"
 
 scripts/setup.sh
 tree=build/mutate/tree
@@ -18,5 +18,4 @@ git ls-files -z --cached --others --exclude-standard |
     xargs -0 cp --parents --update --preserve=timestamps -t "$tree"
 cmake -S "$tree" -B build/mutate/build -G Ninja -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_CXX_FLAGS_DEBUG=-O1 >/dev/null
-cmake --build build/mutate/build >/dev/null
 exec python3 scripts/mutate.py "$tree" build/mutate/build "$@"
