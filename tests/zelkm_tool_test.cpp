@@ -282,10 +282,12 @@ TEST_F(ZelkmTool, UpgradesTheKey) {
     for (const char* level : {"4294967295", "20991", "209900", "209913", "2099 1"}) {
         EXPECT_TRUE(run({"--patch-level", level, "--upgrade", "aliases"}).says("YYYYMM")) << level;
     }
+    EXPECT_NE(done({"info"}).find("level of the key: 202601\n"), std::string::npos);
     EXPECT_TRUE(run({"--patch-level", "209912", "aliases"}).says("--upgrade"));
     EXPECT_EQ(text("s/edbk"), key);
     EXPECT_EQ(done({"--patch-level", "209912", "--upgrade", "aliases"}), "app::k1\n");
     EXPECT_NE(text("s/edbk"), key);
+    EXPECT_NE(done({"info"}).find("level of the key: 209912\n"), std::string::npos);
     EXPECT_TRUE(run({"aliases"}).says("-33"));
     EXPECT_EQ(done({"--patch-level", "209912", "aliases"}), "app::k1\n");
 }

@@ -9,6 +9,7 @@
 #include "directory_lock.h"
 #include "doctor_command.h"
 #include "info_command.h"
+#include "key_level.h"
 
 namespace zelkm_tool {
 namespace {
@@ -27,11 +28,13 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
     command->footer(
         "Needs no key. Shows the headers of secure_objects.db, its .bak and its .tmp,\n"
         "the rows of a plaintext payload, the size of the key blob, whether edbk_digest\n"
-        "matches it, and the last lines of the error file.");
+        "matches it, the last lines of the error file and, with the root key of the software\n"
+        "keymaster, the patch level of the key.");
     command->callback([&session, dir] {
         const SessionOptions options = withDirectory(session, *dir);
         const DirectoryLock lock(options, DirectoryLock::Mode::kShared);
         printInfo(options.dir);
+        printKeyLevel(options.dir);
     });
 }
 

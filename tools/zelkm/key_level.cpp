@@ -1,0 +1,72 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The patch level of a key. See key_level.h.
+
+#include "key_level.h"
+
+#include <soft_keymaster/soft_keymaster.h>
+
+#include <cstdint>
+#include <iostream>
+#include <limits>
+#include <optional>
+
+#include "bytes.h"
+#include "failure.h"
+#include "files.h"
+#include "session.h"
+
+namespace zelkm_tool {
+namespace {
+
+// Nothing when the root key of that file, which must be there, does not open the blob.
+std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& root_key_path) {
+    using namespace android::hardware::keymaster::V4_0;
+    soft_keymaster::SoftKeymaster::Options options;
+    options.root_key_path = root_key_path;
+    soft_keymaster::SoftKeymaster keymaster(options);
+
+    // A keymaster tells only whether a key is older or newer than its own level.
+    uint64_t low = 0;
+    uint64_t high = std::numeric_limits<uint32_t>::max();
+    while (low <= high) {
+        const uint64_t level = low + (high - low) / 2;
+        keymaster.setPatchLevel(static_cast<uint32_t>(level));
+        ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
+        keymaster.getKeyCharacteristics(
+            toVec(blob), {}, {},
+            [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
+        if (answer == ErrorCode::OK) {
+            return static_cast<uint32_t>(level);
+        }
+        if (answer != ErrorCode::KEY_REQUIRES_UPGRADE) {
+            low = level + 1;  // newer, or no key of this root key at all
+        } else if (level == 0) {
+            break;
+        } else {
+            high = level - 1;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+void printKeyLevel(const std::string& dir) {
+    try {
+        const std::string root_key = dir + "/" + kRootKeyFile;
+        const std::optional<std::string> blob = readFileIfThere(dir + "/" + kKeyFile);
+        if (!blob || !readFileIfThere(root_key)) {
+            return;
+        }
+        const std::optional<uint32_t> level = levelOfKey(*blob, root_key);
+        std::cout << "level of the key: "
+                  << (level ? std::to_string(*level) : "unknown, it is not of this root key")
+                  << '\n';
+    } catch (const Refused&) {
+        // What cannot be read was named before.
+    }
+}
+
+}  // namespace zelkm_tool
