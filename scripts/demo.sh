@@ -133,6 +133,8 @@ say "A system update: the keymaster wants the database key upgraded, the library
 cp store/edbk edbk.before
 run "zelkm --dir store --patch-level 202612 --upgrade aliases"
 expect "wallet::payment"
+run "zelkm info store | tail -n 1"
+expect "level of the key: 202612"
 if cmp -s edbk.before store/edbk; then fail "the key blob is still the old one"; fi
 run "cmp edbk.before store/edbk.bak && tail -n 2 store/zelko_err.txt | cut -d ' ' -f 3-"
 expect "Upgrade the db key file"
