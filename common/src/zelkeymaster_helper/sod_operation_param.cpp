@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "text_pieces.h"
+
 namespace {
 
 constexpr char kQuote = 0x1F;
@@ -175,10 +177,5 @@ std::vector<std::string>& SODOperationParam::getOutputFormat() {
 }
 
 void getTokensFromString(std::vector<std::string>& out, std::string& in, char separator) {
-    size_t start = 0;
-    do {
-        const size_t end = std::min(in.find(separator, start), in.size());
-        out.emplace_back(in, start, end - start);
-        start = end + 1;
-    } while (start < in.size());
+    zelkm::forEachPiece(in, separator, [&out](std::string_view piece) { out.emplace_back(piece); });
 }

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The operation object: every step that can fail with a message. What need not log is elsewhere:
-// file operations in protected_file, parameter lists in keymaster_params, command texts in sod_command_text,
-// the error file in error_file, the store engine behind velt_secure_db.h.
+// file operations in protected_file, parameter lists in keymaster_params, command texts in
+// sod_command_text, the error file in error_file, the store engine behind velt_secure_db.h.
 
 #include "zelkeymaster_operation.h"
 
@@ -16,6 +16,8 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 #include <utility>
 
 #include "attest_chain.h"
@@ -28,6 +30,7 @@
 #include "platform_log.h"
 #include "protected_file.h"
 #include "sod_command_text.h"
+#include "text_pieces.h"
 #include "velt_secure_db.h"
 #include "zelkeymaster_operation_internal.h"
 
@@ -121,6 +124,57 @@ int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
     return status;
 }
 
+// Runs an action that appends to a list. Without memory for it the list stays as it was.
+template <typename Action>
+int appendTo(std::vector<std::string>* list, Action action) {
+    const size_t before = list->size();
+    if (completes(action)) {
+        return ZELKM_OK;
+    }
+    list->erase(list->begin() + static_cast<std::ptrdiff_t>(before), list->end());
+    return ZELKM_MEMORY_ALLOCATION_FAILED;
+}
+
+// Runs a select and calls action(row), which appends to `list`, for each piece of its text; the
+// last one is a single NUL. The pieces are views: a list of them all, with a string each, would
+// take most of the time.
+template <typename Action>
+int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SODOperationParam& p,
+              std::vector<std::string>* list, Action action) {
+    if (p.getWhereColumnList().size() != p.getWhereValueList().size() ||
+        p.getOutputFormat().empty()) {
+        return ZELKM_SYNTAX_ERROR;
+    }
+    MallocBuffer result;
+    size_t len = 0;
+    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
+    const int status =
+        runCommand(object, stored, selectCommand(p.getOutputFormat(), conditions), &result, &len);
+    if (status != ZELKM_OK) {
+        return status;
+    }
+    return appendTo(list, [&] {
+        forEachPiece({reinterpret_cast<const char*>(result.get()), len}, kRowSeparator, action);
+    });
+}
+
+// The first fields of a row, and how many it has.
+struct Fields {
+    std::string_view first[2];
+    size_t count;
+};
+
+Fields splitFields(std::string_view row) {
+    Fields fields = {};
+    forEachPiece(row, kFieldSeparator, [&fields](std::string_view field) {
+        if (fields.count < std::size(fields.first)) {
+            fields.first[fields.count] = field;
+        }
+        ++fields.count;
+    });
+    return fields;
+}
+
 // Runs a command that changes the store, and then replaces the file and the cached image.
 int runChange(ZelKeymasterOperation* object, const CommandText& text, uint8_t** image,
               uint32_t* image_len) {
@@ -138,17 +192,6 @@ int runChange(ZelKeymasterOperation* object, const CommandText& text, uint8_t** 
     adopt(image, changed.release());
     *image_len = static_cast<uint32_t>(len);
     return ZELKM_OK;
-}
-
-// Runs an action that appends to a list. Without memory for it the list stays as it was.
-template <typename Action>
-int appendTo(std::vector<std::string>* list, Action action) {
-    const size_t before = list->size();
-    if (completes(action)) {
-        return ZELKM_OK;
-    }
-    list->erase(list->begin() + static_cast<std::ptrdiff_t>(before), list->end());
-    return ZELKM_MEMORY_ALLOCATION_FAILED;
 }
 
 // After a tag mismatch, either the cached image is damaged or the file is. Refreshes the first from
@@ -286,62 +329,30 @@ int ZelKeymasterOperation::SodDelete(SODOperationParam& p) {
 }
 
 int ZelKeymasterOperation::SodSelect(SODOperationParam& p, std::vector<std::string>& rows) {
-    if (p.getWhereColumnList().size() != p.getWhereValueList().size() ||
-        p.getOutputFormat().empty()) {
-        return ZELKM_SYNTAX_ERROR;
-    }
-    MallocBuffer result;
-    size_t len = 0;
-    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
-    const int status = runCommand(this, {mDbData, mDbLen},
-                                  selectCommand(p.getOutputFormat(), conditions), &result, &len);
-    if (status != ZELKM_OK) {
-        return status;
-    }
-    return appendTo(&rows, [&] {
-        std::string text;
-        if (len != 0) {
-            text.assign(reinterpret_cast<const char*>(result.get()), len);
-        }
-        getTokensFromString(rows, text, kRowSeparator);
-    });
+    return runSelect(this, {mDbData, mDbLen}, p, &rows,
+                     [&rows](std::string_view row) { rows.emplace_back(row); });
 }
 
 int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out) {
     if (!completes([&p] { p.clearOutputFormat().addCreatorToOutput().addAliasToOutput(); })) {
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
-    std::vector<std::string> rows;
-    const int status = SodSelect(p, rows);
-    if (status != ZELKM_OK) {
-        return status;
-    }
-    return appendTo(&out, [&] {
-        std::vector<std::string> fields;
-        for (std::string& row : rows) {
-            fields.clear();
-            getTokensFromString(fields, row, kFieldSeparator);
-            if (fields.size() == 2) {
-                out.push_back(fields[0] + "::" + fields[1]);
-            }
+    return runSelect(this, {mDbData, mDbLen}, p, &out, [&out](std::string_view row) {
+        const Fields fields = splitFields(row);
+        if (fields.count == 2) {
+            std::string name;
+            name.reserve(fields.first[0].size() + 2 + fields.first[1].size());
+            name.append(fields.first[0]).append("::").append(fields.first[1]);
+            out.push_back(std::move(name));
         }
     });
 }
 
 int ZelKeymasterOperation::SodRetreiveOther(SODOperationParam& p, std::vector<std::string>& out) {
-    std::vector<std::string> rows;
-    const int status = SodSelect(p, rows);
-    if (status != ZELKM_OK) {
-        return status;
-    }
-    return appendTo(&out, [&] {
-        std::vector<std::string> fields;
-        for (std::string& row : rows) {
-            fields.clear();
-            getTokensFromString(fields, row, kFieldSeparator);
-            if (fields.size() == 1 && !fields[0].empty() && fields[0][0] != '\0') {
-                out.push_back(std::move(fields[0]));
-            }
+    return runSelect(this, {mDbData, mDbLen}, p, &out, [&out](std::string_view row) {
+        const Fields fields = splitFields(row);
+        if (fields.count == 1 && !fields.first[0].empty() && fields.first[0][0] != '\0') {
+            out.emplace_back(fields.first[0]);
         }
     });
 }
