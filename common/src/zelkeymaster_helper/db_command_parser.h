@@ -50,7 +50,8 @@ const char* commandWord(uint32_t id);
 [[nodiscard]] CommandError parse_command(const uint8_t* text, uint32_t len, ParsedCommand* out);
 
 // Splits a comma-separated list; an empty text has no items. 0, or -911 with `error` telling why
-// (state 0 when the list merely had too many items).
+// (state 0 when the list merely had too many items). Tokens beyond the count are not touched, nor
+// are conditions below.
 [[nodiscard]] int parse_tokens(const db_token_t* text, db_parsed_tokens_t* out,
                                TokenizerError* error);
 
