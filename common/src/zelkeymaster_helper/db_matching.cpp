@@ -20,7 +20,9 @@ class Cursor {
     bool atEnd() const { return at_ == end_; }
     bool atLast() const { return end_ - at_ == 1; }
     bool atDigit() const { return !atEnd() && *at_ >= '0' && *at_ <= '9'; }
+    const uint8_t* at() const { return at_; }
     uint8_t take() { return *at_++; }
+    void advance(uint32_t count) { at_ += count; }
 
     bool skip(uint8_t byte) {
         if (atEnd() || *at_ != byte) {
@@ -59,22 +61,23 @@ class Cursor {
     const uint8_t* end_;
 };
 
-// A range "lo..hi]", whose "[" has been taken, against the number at the subject.
-bool matchRange(Cursor* pattern, Cursor* subject) {
+// A range "lo..hi]", whose "[" has been taken, against a number. What fails most often comes first.
+bool matchRange(Cursor* pattern, uint32_t number) {
     uint32_t low = 0;
     uint32_t high = UINT32_MAX;
-    uint32_t number = 0;
-    return pattern->takeNumber(&low) && pattern->skip('.') && pattern->skip('.') &&
-           (!pattern->atDigit() || pattern->takeNumber(&high)) && pattern->skip(']') &&
-           subject->atDigit() && subject->takeNumber(&number) && low <= number && number <= high;
+    return pattern->takeNumber(&low) && low <= number && pattern->skip('.') && pattern->skip('.') &&
+           (!pattern->atDigit() || pattern->takeNumber(&high)) && number <= high &&
+           pattern->skip(']');
 }
 
-bool matchPattern(Cursor pattern, Cursor subject) {
+bool matchRest(Cursor pattern, Cursor subject) {
     while (!pattern.atEnd()) {
         const bool last = pattern.atLast();
         const uint8_t element = pattern.take();
         if (element == '[') {
-            if (!matchRange(&pattern, &subject)) {
+            uint32_t number = 0;
+            if (!subject.atDigit() || !subject.takeNumber(&number) ||
+                !matchRange(&pattern, number)) {
                 return false;
             }
         } else if (element == '*') {
@@ -92,41 +95,89 @@ bool matchPattern(Cursor pattern, Cursor subject) {
     return subject.atEnd();
 }
 
-bool isAsterisk(const uint8_t* data, uint32_t len) {
-    return len == 1 && data[0] == '*';
+// Most patterns begin with a range.
+bool matchPattern(Cursor pattern, const Subject& subject) {
+    Cursor rest(subject.data, subject.len);
+    if (pattern.skip('[')) {
+        if (subject.number_len == 0 || !matchRange(&pattern, subject.number)) {
+            return false;
+        }
+        rest.advance(subject.number_len);
+    }
+    return matchRest(pattern, rest);
+}
+
+// One stored value, or item of one, against a subject that is not empty.
+bool matchItem(const uint8_t* item, uint32_t len, const Subject& subject, bool use_pattern) {
+    if (subject.any) {
+        return true;
+    }
+    if (!use_pattern) {
+        return len == subject.len && std::memcmp(item, subject.data, len) == 0;
+    }
+    return len != 0 && matchPattern({item, len}, subject);
+}
+
+bool matchList(const uint8_t* list, uint32_t len, const Subject& subject, bool use_pattern) {
+    const uint8_t* const end = list + len;
+    const uint8_t* item = len != 0 && *list == ',' ? list + 1 : list;
+    while (item != end) {
+        const void* comma = std::memchr(item, ',', static_cast<size_t>(end - item));
+        const uint8_t* item_end = comma != nullptr ? static_cast<const uint8_t*>(comma) : end;
+        if (matchItem(item, static_cast<uint32_t>(item_end - item), subject, use_pattern)) {
+            return true;
+        }
+        item = comma != nullptr ? item_end + 1 : end;
+    }
+    return false;
 }
 
 }  // namespace
 
-void init_condition_table(uint8_t* table, const db_parsed_where_set_t* where) {
-    for (uint32_t i = 0; i < where->count; ++i) {
-        table[i] = findColumn(where->where[i].column);
+Subject::Subject(const uint8_t* bytes, uint32_t length)
+    : data(bytes), len(length), any(length == 1 && bytes[0] == '*'), number(0), number_len(0) {
+    Cursor cursor(bytes, length);
+    if (cursor.takeNumber(&number)) {
+        number_len = static_cast<uint32_t>(cursor.at() - bytes);
     }
 }
 
-int check_condition_set(const db_row* row, const db_parsed_where_set_t* where,
-                        const uint8_t* table) {
-    if (row == nullptr || where == nullptr) {
-        return 0;
-    }
-    for (uint32_t i = 0; i < where->count; ++i) {
-        if (where->where[i].op != SDB_OP_EQUAL) {
-            return 0;
-        }
-        if (table[i] == kNoColumn) {
-            continue;
-        }
-        const db_column_value_t& stored = row->col[table[i]];
-        const db_token_t& subject = where->where[i].value;
-        const uint32_t flags = column_schema[table[i]].flags;
-        const auto compare =
-            (flags & SDB_ATTR_ENUMERATED) != 0 ? enumerated_simple_reg_cmp : simple_reg_cmp;
-        if (compare(stored.data, stored.len, subject.token, subject.len,
-                    flags & SDB_ATTR_PATTERN) == 0) {
-            return 0;
+ConditionSet::ConditionSet(const db_parsed_where_set_t& where) : never(false), count(0) {
+    for (uint32_t i = 0; i < where.count; ++i) {
+        const db_parsed_where_t& condition = where.where[i];
+        const uint8_t column = findColumn(condition.column);
+        if (condition.op != SDB_OP_EQUAL) {
+            never = true;
+        } else if (column != kNoColumn) {
+            if (condition.value.token == nullptr || condition.value.len == 0) {
+                never = true;
+                continue;
+            }
+            const uint32_t flags = column_schema[column].flags;
+            conditions[count++] = {column,
+                                   (flags & SDB_ATTR_ENUMERATED) != 0,
+                                   (flags & SDB_ATTR_PATTERN) != 0,
+                                   {condition.value.token, condition.value.len}};
         }
     }
-    return 1;
+}
+
+bool check_condition_set(const db_row& row, const ConditionSet& set) {
+    if (set.never) {
+        return false;
+    }
+    for (uint32_t i = 0; i < set.count; ++i) {
+        const Condition& condition = set.conditions[i];
+        const db_column_value_t& stored = row.col[condition.column];
+        const bool matches =
+            condition.enumerated
+                ? matchList(stored.data, stored.len, condition.subject, condition.pattern)
+                : matchItem(stored.data, stored.len, condition.subject, condition.pattern);
+        if (!matches) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace zelkm
@@ -136,32 +187,13 @@ int simple_reg_cmp(const uint8_t* pattern, uint32_t plen, const uint8_t* subject
     if (subject == nullptr || slen == 0) {
         return 0;
     }
-    if (zelkm::isAsterisk(subject, slen)) {
-        return 1;
-    }
-    if (use_pattern == 0) {
-        return plen == slen && std::memcmp(pattern, subject, slen) == 0 ? 1 : 0;
-    }
-    if (plen == 0) {
-        return 0;
-    }
-    return zelkm::matchPattern({pattern, plen}, {subject, slen}) ? 1 : 0;
+    return zelkm::matchItem(pattern, plen, {subject, slen}, use_pattern != 0) ? 1 : 0;
 }
 
 int enumerated_simple_reg_cmp(const uint8_t* list, uint32_t llen, const uint8_t* subject,
                               uint32_t slen, uint32_t use_pattern) {
-    uint32_t start = 0;
-    for (uint32_t i = 0; i < llen; ++i) {
-        const bool comma = list[i] == ',';
-        if (!comma && i + 1 != llen) {
-            continue;
-        }
-        const uint32_t end = comma ? i : i + 1;
-        if (end != 0 &&
-            simple_reg_cmp(list + start, end - start, subject, slen, use_pattern) != 0) {
-            return 1;
-        }
-        start = i + 1;
+    if (subject == nullptr || slen == 0) {
+        return 0;
     }
-    return 0;
+    return zelkm::matchList(list, llen, {subject, slen}, use_pattern != 0) ? 1 : 0;
 }

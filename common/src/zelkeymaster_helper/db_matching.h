@@ -10,14 +10,37 @@
 
 namespace zelkm {
 
-// Resolves the column of each condition: table[i] becomes its index, kNoColumn for an unknown name.
-// Entries beyond the conditions are not touched.
-void init_condition_table(uint8_t* table, const db_parsed_where_set_t* where);
+// The value of a query that stored values are compared with. What is looked at again and again is
+// worked out once.
+struct Subject {
+    Subject() = default;
+    Subject(const uint8_t* bytes, uint32_t length);
 
-// Whether the row satisfies all conditions (1 or 0). `table` comes from init_condition_table(). A
-// condition on an unknown column counts as satisfied; one with another operator than "=" never
-// does.
-[[nodiscard]] int check_condition_set(const db_row* row, const db_parsed_where_set_t* where,
-                                      const uint8_t* table);
+    const uint8_t* data;
+    uint32_t len;
+    bool any;             // "*", which every stored value matches
+    uint32_t number;      // at the front
+    uint32_t number_len;  // in digits; 0 if there is no number, or none of 32 bits
+};
+
+struct Condition {
+    uint8_t column;
+    bool enumerated;
+    bool pattern;
+    Subject subject;
+};
+
+// The conditions of one command, made ready for comparing many rows with them. A condition on an
+// unknown column counts as satisfied, and is left out.
+struct ConditionSet {
+    explicit ConditionSet(const db_parsed_where_set_t& where);
+
+    bool never;  // no row satisfies them: one has another operator than "=", or no value
+    uint32_t count;
+    Condition conditions[SDB_MAX_CONDITIONS];
+};
+
+// Whether the row satisfies all conditions.
+[[nodiscard]] bool check_condition_set(const db_row& row, const ConditionSet& set);
 
 }  // namespace zelkm

@@ -7,7 +7,6 @@
 
 #include <cstring>
 
-#include "db_matching.h"
 #include "db_store_format.h"
 
 namespace zelkm {
@@ -22,18 +21,6 @@ uint32_t hashOf(const uint8_t* data, uint32_t len) {
         hash = (hash ^ data[i]) * 16777619u;
     }
     return hash;
-}
-
-// The value of a condition that only rows with exactly this alias satisfy, or null.
-const db_token_t* exactAlias(const db_parsed_where_set_t& where, const uint8_t* condition_table) {
-    for (uint32_t i = 0; i < where.count; ++i) {
-        const db_token_t& value = where.where[i].value;
-        if (condition_table[i] == kAliasColumn && where.where[i].op == SDB_OP_EQUAL &&
-            value.token != nullptr && !(value.len == 1 && value.token[0] == '*')) {
-            return &value;
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -66,92 +53,94 @@ void ObjectTable::rowsChanged() {
     dropText();
 }
 
-size_t ObjectTable::select(const db_parsed_where_set_t& where) {
-    uint8_t condition_table[SDB_MAX_CONDITIONS];
-    init_condition_table(condition_table, &where);
-    size_t count = 0;
-    const auto mark = [&](db_row* row) {
-        const bool matches = check_condition_set(row, &where, condition_table) != 0;
-        row->flags = matches ? row->flags | kSelected : row->flags & ~kSelected;
-        count += matches ? 1 : 0;
-    };
-
-    const db_token_t* alias = exactAlias(where, condition_table);
-    selected_by_alias_ = alias != nullptr && indexAliases();
-    if (!selected_by_alias_) {
-        for (db_row* row = table_.head; row != nullptr; row = row->next) {
-            mark(row);
+size_t ObjectTable::remove(const ConditionSet& conditions) {
+    Progress progress = {};
+    size_t removed = 0;
+    uint32_t hash = 0;
+    if (narrowByAlias(conditions, &hash)) {
+        for (size_t i = 0; i < alias_hashes_.size(); ++i) {
+            db_row* row = indexed_rows_[i];
+            if (alias_hashes_[i] != hash || !check_condition_set(*row, conditions)) {
+                continue;
+            }
+            closeGap(i, &progress);
+            unlink(progress.kept != 0 ? indexed_rows_[progress.kept - 1] : nullptr, row);
+            ++removed;
         }
-        return count;
-    }
-    candidates_hash_ = hashOf(alias->token, alias->len);
-    first_candidate_ = alias_hashes_.size();
-    candidates_end_ = 0;
-    for (size_t i = 0; i < alias_hashes_.size(); ++i) {
-        if (alias_hashes_[i] == candidates_hash_) {
-            first_candidate_ = candidates_end_ != 0 ? first_candidate_ : i;
-            candidates_end_ = i + 1;
-            mark(indexed_rows_[i]);
+    } else {
+        db_row* before = nullptr;
+        db_row* row = table_.head;
+        for (size_t i = 0; row != nullptr; ++i) {
+            db_row* next = row->next;
+            if (check_condition_set(*row, conditions)) {
+                closeGap(i, &progress);
+                unlink(before, row);
+                ++removed;
+            } else {
+                before = row;
+            }
+            row = next;
         }
     }
-    return count;
+    closeGap(table_.count + removed, &progress);
+    if (indexed_) {
+        alias_hashes_.resize(progress.kept);
+        indexed_rows_.resize(progress.kept);
+    }
+    if (has_text_) {
+        text_.resize(progress.text_kept);
+        text_lens_.resize(progress.kept);
+    }
+    return removed;
 }
 
-void ObjectTable::removeSelected() {
-    db_row** link = &table_.head;
-    table_.tail = nullptr;
-    size_t removed = 0;
-    size_t text_at = 0;
-    size_t text_kept = 0;
-    for (size_t i = 0; *link != nullptr; ++i) {
-        db_row* row = *link;
-        const size_t text_len = has_text_ ? encodedLen(*row, kAllColumns) : 0;
-        if (isCandidate(i) && isMarked(row)) {
-            text_at += text_len;
-            *link = row->next;
-            free_row(row);
-            ++removed;
-            continue;
-        }
-        if (text_kept != text_at) {
-            std::memmove(text_.data() + text_kept, text_.data() + text_at, text_len);
-        }
-        text_kept += text_len;
-        text_at += text_len;
-        if (indexed_) {
-            alias_hashes_[i - removed] = alias_hashes_[i];
-            indexed_rows_[i - removed] = row;
-        }
-        table_.tail = row;
-        link = &row->next;
+void ObjectTable::unlink(db_row* before, db_row* row) {
+    (before != nullptr ? before->next : table_.head) = row->next;
+    if (row == table_.tail) {
+        table_.tail = before;
     }
-    table_.count -= static_cast<uint32_t>(removed);
+    --table_.count;
+    free_row(row);
+}
+
+// Moves what was derived from the rows from `from` up to `end`, which goes, down to the rows that
+// stay.
+void ObjectTable::closeGap(size_t end, Progress* progress) {
+    const size_t rows = end - progress->from;
     if (indexed_) {
-        alias_hashes_.resize(table_.count);
-        indexed_rows_.resize(table_.count);
+        alias_hashes_.move(progress->kept, progress->from, rows);
+        indexed_rows_.move(progress->kept, progress->from, rows);
     }
-    text_.resize(text_kept);
+    if (has_text_) {
+        size_t len = 0;
+        for (size_t i = progress->from; i < end; ++i) {
+            len += text_lens_[i];
+        }
+        text_.move(progress->text_kept, progress->text_from, len);
+        progress->text_kept += len;
+        progress->text_from += len + (end < text_lens_.size() ? text_lens_[end] : 0);
+        text_lens_.move(progress->kept, progress->from, rows);
+    }
+    progress->kept += rows;
+    progress->from = end + 1;
 }
 
 size_t ObjectTable::payloadLen() {
-    if (!has_text_) {
-        size_t len = 0;
-        for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-            len += encodedLen(*row, kAllColumns);
-        }
-        if (!text_.reserve(len)) {
-            return len + 1;
-        }
-        encodeRows(text_.data());
-        text_.resize(len);
-        has_text_ = true;
+    if (has_text_ || makeText()) {
+        return text_.size() + 1;
     }
-    return text_.size() + 1;
+    size_t len = 1;
+    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
+        len += encodedLen(*row, kAllColumns);
+    }
+    return len;
 }
 
 void ObjectTable::writePayload(uint8_t* to) const {
     if (!has_text_) {
-        to = encodeRows(to);
+        for (const db_row* row = table_.head; row != nullptr; row = row->next) {
+            to = encodeRow(*row, kAllColumns, to);
+        }
     } else if (text_.size() != 0) {
         std::memcpy(to, text_.data(), text_.size());
         to += text_.size();
@@ -159,11 +148,15 @@ void ObjectTable::writePayload(uint8_t* to) const {
     *to = '\0';
 }
 
-uint8_t* ObjectTable::encodeRows(uint8_t* to) const {
-    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-        to = encodeRow(*row, kAllColumns, to);
+bool ObjectTable::narrowByAlias(const ConditionSet& conditions, uint32_t* hash) {
+    for (uint32_t i = 0; i < conditions.count; ++i) {
+        const Condition& condition = conditions.conditions[i];
+        if (condition.column == kAliasColumn && !condition.subject.any && indexAliases()) {
+            *hash = hashOf(condition.subject.data, condition.subject.len);
+            return true;
+        }
     }
-    return to;
+    return false;
 }
 
 bool ObjectTable::indexAliases() {
@@ -191,21 +184,37 @@ void ObjectTable::dropIndex() {
     alias_hashes_.release();
     indexed_rows_.release();
     indexed_ = false;
-    selected_by_alias_ = false;
+}
+
+bool ObjectTable::makeText() {
+    size_t len = 0;
+    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
+        len += encodedLen(*row, kAllColumns);
+    }
+    has_text_ = text_.reserve(len) && text_lens_.reserve(table_.count);
+    for (const db_row* row = table_.head; has_text_ && row != nullptr; row = row->next) {
+        has_text_ = addToText(*row);
+    }
+    if (!has_text_) {
+        dropText();
+    }
+    return has_text_;
 }
 
 bool ObjectTable::addToText(const db_row& row) {
     const size_t len = encodedLen(row, kAllColumns);
-    if (!text_.reserve(len)) {
+    if (len > UINT32_MAX || !text_.reserve(len) || !text_lens_.reserve(1)) {
         return false;
     }
     encodeRow(row, kAllColumns, text_.end());
     text_.resize(text_.size() + len);
+    text_lens_.push(static_cast<uint32_t>(len));
     return true;
 }
 
 void ObjectTable::dropText() {
     text_.release();
+    text_lens_.release();
     has_text_ = false;
 }
 

@@ -9,6 +9,7 @@
 
 #pragma once
 
+#include "db_matching.h"
 #include "db_table.h"
 #include "growing_array.h"
 #include "velt_secure_db.h"
@@ -33,47 +34,52 @@ class ObjectTable {
     // To be called after values of rows were changed in place.
     void rowsChanged();
 
-    // Selects the rows that satisfy all conditions, until the rows change; needs no memory. Answers
-    // how many they are.
-    size_t select(const db_parsed_where_set_t& where);
-
-    // Calls action(row) for each selected row, in the table's order.
+    // Calls action(row) for each row that satisfies all conditions, in the table's order. Needs no
+    // memory.
     template <typename Action>
-    void forEachSelected(Action action) const {
-        if (!selected_by_alias_) {
-            for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-                if (isMarked(row)) {
-                    action(*row);
+    void forEachMatching(const ConditionSet& conditions, Action action) {
+        uint32_t hash = 0;
+        if (narrowByAlias(conditions, &hash)) {
+            for (size_t i = 0; i < alias_hashes_.size(); ++i) {
+                if (alias_hashes_[i] == hash &&
+                    check_condition_set(*indexed_rows_[i], conditions)) {
+                    action(*indexed_rows_[i]);
                 }
             }
             return;
         }
-        for (size_t i = first_candidate_; i < candidates_end_; ++i) {
-            if (isCandidate(i) && isMarked(indexed_rows_[i])) {
-                action(*indexed_rows_[i]);
+        for (const db_row* row = table_.head; row != nullptr; row = row->next) {
+            if (check_condition_set(*row, conditions)) {
+                action(*row);
             }
         }
     }
 
-    // Releases the selected rows.
-    void removeSelected();
+    // Releases the rows that satisfy all conditions, and answers how many they were. Needs no
+    // memory.
+    size_t remove(const ConditionSet& conditions);
 
     // The length of the store's payload, and the payload itself.
     size_t payloadLen();
     void writePayload(uint8_t* to) const;
 
   private:
-    static constexpr uint32_t kSelected = 1;  // bit of db_row::flags
+    // How far a removal has come: in rows, and in bytes of their text.
+    struct Progress {
+        size_t from;  // the row behind the last one that went
+        size_t kept;  // rows that stay before it
+        size_t text_from;
+        size_t text_kept;
+    };
 
-    static bool isMarked(const db_row* row) { return (row->flags & kSelected) != 0; }
-    bool isCandidate(size_t i) const {
-        return !selected_by_alias_ || (i >= first_candidate_ && i < candidates_end_ &&
-                                       alias_hashes_[i] == candidates_hash_);
-    }
-    uint8_t* encodeRows(uint8_t* to) const;
+    // Whether all rows that satisfy the conditions are indexed under one hash, and under which.
+    bool narrowByAlias(const ConditionSet& conditions, uint32_t* hash);
+    void unlink(db_row* before, db_row* row);
+    void closeGap(size_t end, Progress* progress);
     bool indexAliases();
     bool addToIndex(db_row* row);
     void dropIndex();
+    bool makeText();
     bool addToText(const db_row& row);
     void dropText();
 
@@ -84,14 +90,8 @@ class ObjectTable {
     GrowingArray<db_row*> indexed_rows_;
     bool indexed_ = false;
 
-    // The candidates of a selection by alias are the indexed rows with its hash. Only candidates
-    // have a selected bit with a meaning; without an alias all rows are candidates.
-    bool selected_by_alias_ = false;
-    uint32_t candidates_hash_ = 0;
-    size_t first_candidate_ = 0;
-    size_t candidates_end_ = 0;
-
     GrowingArray<uint8_t> text_;
+    GrowingArray<uint32_t> text_lens_;  // of each row's part
     bool has_text_ = false;
 };
 

@@ -92,18 +92,13 @@ DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count, 
 size_t encodedLen(const db_row& row, const ColumnList& columns) {
     size_t len = 1;
     for (const uint8_t column : columns) {
-        if (column < SDB_NUM_COLUMNS) {
-            len += size_t{row.col[column].len} + 1;
-        }
+        len += size_t{row.col[column].len} + 1;
     }
     return len;
 }
 
 uint8_t* encodeRow(const db_row& row, const ColumnList& columns, uint8_t* to) {
     for (const uint8_t column : columns) {
-        if (column >= SDB_NUM_COLUMNS) {
-            continue;
-        }
         const db_column_value_t& value = row.col[column];
         if (value.len != 0) {
             std::memcpy(to, value.data, value.len);

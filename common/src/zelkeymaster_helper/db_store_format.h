@@ -64,10 +64,16 @@ struct DecodeResult {
 [[nodiscard]] DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count,
                                       uint8_t separator, db_table_t* rows);
 
-// The columns of a text, in order. Entries that are no column are skipped.
-using ColumnList = uint8_t[SDB_NUM_COLUMNS];
+// The columns of a text, in order.
+struct ColumnList {
+    uint8_t columns[SDB_NUM_COLUMNS];
+    uint32_t count;
 
-inline constexpr ColumnList kAllColumns = {0, 1, 2, 3, 4, 5};
+    const uint8_t* begin() const { return columns; }
+    const uint8_t* end() const { return columns + count; }
+};
+
+inline constexpr ColumnList kAllColumns = {{0, 1, 2, 3, 4, 5}, SDB_NUM_COLUMNS};
 
 // The length of a row's text, and the text itself: the values of the columns, each followed by the
 // separator of version 1.1, and a line feed. Returns the address after it.

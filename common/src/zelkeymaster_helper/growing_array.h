@@ -55,6 +55,13 @@ class GrowingArray {
         size_ = size;
     }
 
+    // Copies elements towards the front.
+    void move(size_t to, size_t from, size_t count) {
+        if (to != from && count != 0) {
+            std::memmove(data_ + to, data_ + from, count * sizeof(T));
+        }
+    }
+
     void release() {
         resize(0);
         std::free(data_);

@@ -29,6 +29,7 @@ namespace {
 
 constexpr size_t kDumpedLen = 1023;  // bytes of a command that reach the log
 constexpr int kMaxHandleDraws = 10;
+constexpr size_t kFirstResultLen = 1000;  // of a selection; what more it needs grows
 
 struct EncryptionCallback {
     void* ctx;
@@ -41,10 +42,12 @@ bool g_names_cached;
 
 void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t line) {
     LOG_DEBUG("%s(%d) : L%d", label, static_cast<int>(len), static_cast<int>(line));
-    char text[kDumpedLen + 1] = {};
-    if (len != 0) {
-        std::memcpy(text, data, len < kDumpedLen ? len : kDumpedLen);
+    char text[kDumpedLen + 1];
+    const size_t dumped = len < kDumpedLen ? len : kDumpedLen;
+    if (dumped != 0) {
+        std::memcpy(text, data, dumped);
     }
+    text[dumped] = '\0';
     char* piece = text;
     while (char* end = std::strchr(piece, '\n')) {
         *end = '\0';
@@ -52,7 +55,7 @@ void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t l
         piece = end + 1;
     }
     LOG_DEBUG("%s", piece);
-    OPENSSL_cleanse(text, len < kDumpedLen ? len : kDumpedLen);
+    OPENSSL_cleanse(text, dumped);
 }
 
 // ---- Between the table and its texts ------------------------------------------------------------
@@ -108,16 +111,26 @@ int exportStore(db_bytes_t* out) {
     return status;
 }
 
-// Exports the given columns of the selected rows, as text without a header.
-void exportSelection(const ColumnList& columns, db_bytes_t* out) {
-    size_t len = 1;
-    g_table.forEachSelected([&](const db_row& row) { len += encodedLen(row, columns); });
-    uint8_t* to = allocateResult(len, out);
-    if (to == nullptr) {
+// Exports the given columns of the rows that satisfy all conditions, as text without a header. One
+// walk does it all: rows may lie far apart in memory.
+void exportSelection(const ConditionSet& conditions, const ColumnList& columns, db_bytes_t* out) {
+    GrowingArray<uint8_t> text;
+    bool has_room = text.reserve(kFirstResultLen);
+    g_table.forEachMatching(conditions, [&](const db_row& row) {
+        const size_t len = encodedLen(row, columns);
+        has_room = has_room && text.reserve(len + 1);
+        if (has_room) {
+            encodeRow(row, columns, text.end());
+            text.resize(text.size() + len);
+        }
+    });
+    if (!has_room || text.size() >= UINT32_MAX) {
+        LOG_ERROR("allocation failure for out");
+        text.release();
         return;
     }
-    g_table.forEachSelected([&](const db_row& row) { to = encodeRow(row, columns, to); });
-    *to = '\0';
+    text.push('\0');
+    *out = {text.data(), static_cast<uint32_t>(text.size())};
 }
 
 int reportDecodeError(const DecodeResult& result) {
@@ -245,22 +258,20 @@ int insert_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
 // Succeeds in every case: without memory for the text the result is empty.
 int select_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
-    ColumnList output;
-    for (uint32_t i = 0; i < SDB_MAX_TOKENS; ++i) {
-        output[i] = i < columns->count ? findColumn(columns->tokens[i]) : kNoColumn;
+    ColumnList output = {};
+    for (uint32_t i = 0; i < columns->count; ++i) {
+        const uint8_t column = findColumn(columns->tokens[i]);
+        if (column != kNoColumn) {
+            output.columns[output.count++] = column;
+        }
     }
-    g_table.select(*where);
-    exportSelection(output, out);
+    exportSelection(ConditionSet(*where), output, out);
     return ZELKM_OK;
 }
 
 int delete_handler(db_parsed_tokens_t* /*columns*/, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
-    if (g_table.select(*where) == 0) {
-        return ZELKM_NOTHING_DELETED;
-    }
-    g_table.removeSelected();
-    return exportStore(out);
+    return g_table.remove(ConditionSet(*where)) != 0 ? exportStore(out) : ZELKM_NOTHING_DELETED;
 }
 
 // The column that an UPDATE means: the last one whose name the token begins with.
@@ -285,11 +296,10 @@ int update_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
     for (uint32_t i = 0; i < columns->count; ++i) {
         targets[i] = findColumnByPrefix(columns->tokens[i]);
     }
-    uint8_t condition_table[SDB_MAX_CONDITIONS];
-    init_condition_table(condition_table, where);
+    const ConditionSet conditions(*where);
     g_table.rowsChanged();
     for (db_row* row = g_table.rows().head; row != nullptr; row = row->next) {
-        if (check_condition_set(row, where, condition_table) == 0) {
+        if (!check_condition_set(*row, conditions)) {
             continue;
         }
         for (uint32_t i = 0; i < columns->count; ++i) {
