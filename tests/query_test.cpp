@@ -185,40 +185,51 @@ TEST_F(Query, SelectsRowsThatSatisfyAllConditions) {
 
 // Random changes, each compared with a plain list of rows: order, duplicates, the exported store.
 TEST_F(Query, FollowsAModelThroughChanges) {
+    struct ModelRow {
+        std::string alias, accessor;
+    };
+    constexpr const char* kAccessors[] = {"[3..7]", "8,5", "x*,9", "*"};
     std::mt19937 random(20261121);
-    std::vector<std::pair<std::string, std::string>> rows;  // alias, creator
-    const auto text = [&rows](const std::string& alias) {
+    std::vector<ModelRow> rows;
+    const auto meets = [](const ModelRow& row, const std::string& alias,
+                          const std::string& number) {
+        return (alias == "*" || alias == row.alias) &&
+               matches(row.accessor, number, 4, enumerated_simple_reg_cmp);
+    };
+    const auto text = [&](const std::string& alias, const std::string& number) {
         std::string all;
-        for (const auto& row : rows) {
-            const bool wanted = alias == "*" || alias == row.first;
-            all += wanted ? row.first + "^" + row.second + "^^^^^\n" : "";
+        for (const ModelRow& row : rows) {
+            all += meets(row, alias, number) ? row.alias + "^^^" + row.accessor + "^^^\n" : "";
         }
         return all;
     };
     for (int step = 0; step < 1000; ++step) {
         const std::string alias(1, "abcdefg*"[random() % 8]);
-        const std::string creator(1, "xyz"[random() % 3]);
-        const std::string where = " WHERE ALIAS=" + alias;
+        const std::string number(1, "2589"[random() % 4]);
+        const std::string by_alias = " WHERE ALIAS=" + alias + " AND ACCESSOR=" + number;
+        const std::string by_number = " WHERE ACCESSOR=" + number;
         const unsigned action = random() % 8;
         if (action == 7) {
             handle_ = 0;  // loads the last store again
         } else if (action >= 4) {
-            const auto end = std::remove_if(rows.begin(), rows.end(), [&](const auto& row) {
-                return (alias == "*" || row.first == alias) && row.second == creator;
+            const auto end = std::remove_if(rows.begin(), rows.end(), [&](const ModelRow& row) {
+                return meets(row, action == 4 ? "*" : alias, number);
             });
             const int expected = end == rows.end() ? -917 : 0;
             rows.erase(end, rows.end());
-            ASSERT_EQ(expected, query("DELETE" + where + " AND CREATOR=" + creator));
+            ASSERT_EQ(expected, query("DELETE" + (action == 4 ? by_number : by_alias)));
         } else {
-            rows.emplace_back(alias, creator);
-            ASSERT_EQ(0, query("INSERT (CREATOR,ALIAS) VALUE (" + creator + "," + alias + ")"));
+            rows.push_back({alias, kAccessors[random() % 4]});
+            ASSERT_EQ(0, query("INSERT (ACCESSOR,ALIAS) VALUE ('" + rows.back().accessor + "'," +
+                               alias + ")"));
         }
         if (action < 7 && !result_.empty()) {
-            ASSERT_EQ(store(static_cast<uint32_t>(rows.size()), text("*") + "$"), result_);
+            ASSERT_EQ(store(static_cast<uint32_t>(rows.size()), text("*", "*") + "$"), result_);
             blob_ = result_;
         }
-        ASSERT_EQ(text(alias), select(test::kSelectAll + where));
-        ASSERT_EQ(text("*"), select(test::kSelectAll));
+        ASSERT_EQ(text(alias, number), select(test::kSelectAll + by_alias));
+        ASSERT_EQ(text("*", number), select(test::kSelectAll + by_number));
+        ASSERT_EQ(text("*", "*"), select(test::kSelectAll));
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include "db_matching.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "db_table.h"
@@ -70,14 +71,22 @@ bool matchRange(Cursor* pattern, uint32_t number) {
            pattern->skip(']');
 }
 
-bool matchRest(Cursor pattern, Cursor subject) {
+bool matchPattern(Cursor pattern, const Subject& subject) {
+    Cursor rest(subject.data, subject.len);
     while (!pattern.atEnd()) {
         const bool last = pattern.atLast();
         const uint8_t element = pattern.take();
         if (element == '[') {
-            uint32_t number = 0;
-            if (!subject.atDigit() || !subject.takeNumber(&number) ||
-                !matchRange(&pattern, number)) {
+            uint32_t number = subject.number;
+            if (rest.at() == subject.data) {
+                if (subject.number_len == 0) {
+                    return false;
+                }
+                rest.advance(subject.number_len);
+            } else if (!rest.atDigit() || !rest.takeNumber(&number)) {
+                return false;
+            }
+            if (!matchRange(&pattern, number)) {
                 return false;
             }
         } else if (element == '*') {
@@ -85,26 +94,14 @@ bool matchRest(Cursor pattern, Cursor subject) {
                 return true;
             }
             const uint8_t delimiter = pattern.take();
-            if ((delimiter != '#' && delimiter != '_') || !subject.skipPast(delimiter)) {
+            if ((delimiter != '#' && delimiter != '_') || !rest.skipPast(delimiter)) {
                 return false;
             }
-        } else if (!subject.skip(element)) {
+        } else if (!rest.skip(element)) {
             return false;
         }
     }
-    return subject.atEnd();
-}
-
-// Most patterns begin with a range.
-bool matchPattern(Cursor pattern, const Subject& subject) {
-    Cursor rest(subject.data, subject.len);
-    if (pattern.skip('[')) {
-        if (subject.number_len == 0 || !matchRange(&pattern, subject.number)) {
-            return false;
-        }
-        rest.advance(subject.number_len);
-    }
-    return matchRest(pattern, rest);
+    return rest.atEnd();
 }
 
 // One stored value, or item of one, against a subject that is not empty.
@@ -118,18 +115,38 @@ bool matchItem(const uint8_t* item, uint32_t len, const Subject& subject, bool u
     return len != 0 && matchPattern({item, len}, subject);
 }
 
-bool matchList(const uint8_t* list, uint32_t len, const Subject& subject, bool use_pattern) {
+// Calls action(item, its length) for each item, until one answers true.
+template <typename Action>
+bool anyItem(const uint8_t* list, uint32_t len, Action action) {
     const uint8_t* const end = list + len;
     const uint8_t* item = len != 0 && *list == ',' ? list + 1 : list;
     while (item != end) {
         const void* comma = std::memchr(item, ',', static_cast<size_t>(end - item));
-        const uint8_t* item_end = comma != nullptr ? static_cast<const uint8_t*>(comma) : end;
-        if (matchItem(item, static_cast<uint32_t>(item_end - item), subject, use_pattern)) {
+        const uint8_t* const item_end = comma != nullptr ? static_cast<const uint8_t*>(comma) : end;
+        if (action(item, static_cast<uint32_t>(item_end - item))) {
             return true;
         }
         item = comma != nullptr ? item_end + 1 : end;
     }
     return false;
+}
+
+bool matchList(const uint8_t* list, uint32_t list_len, const Subject& subject, bool use_pattern) {
+    return anyItem(list, list_len, [&](const uint8_t* item, uint32_t len) {
+        return matchItem(item, len, subject, use_pattern);
+    });
+}
+
+// The range of an item that is a number, or one range and no more.
+bool takeItemRange(Cursor item, NumberRange* range) {
+    if (item.skip('[')) {
+        range->high = UINT32_MAX;
+        return item.takeNumber(&range->low) && item.skip('.') && item.skip('.') &&
+               (!item.atDigit() || item.takeNumber(&range->high)) && item.skip(']') && item.atEnd();
+    }
+    const bool number = item.atDigit() && item.takeNumber(&range->low);
+    range->high = range->low;
+    return number && item.atEnd();
 }
 
 }  // namespace
@@ -160,6 +177,17 @@ ConditionSet::ConditionSet(const db_parsed_where_set_t& where) : never(false), c
                                    {condition.value.token, condition.value.len}};
         }
     }
+}
+
+NumberRange rangeOfList(const uint8_t* list, uint32_t list_len) {
+    NumberRange whole = {UINT32_MAX, 0};
+    const bool unknown = anyItem(list, list_len, [&whole](const uint8_t* item, uint32_t len) {
+        NumberRange range = {};
+        const bool known = takeItemRange({item, len}, &range);
+        whole = {std::min(whole.low, range.low), std::max(whole.high, range.high)};
+        return !known;
+    });
+    return unknown ? NumberRange{0, UINT32_MAX} : whole;
 }
 
 bool check_condition_set(const db_row& row, const ConditionSet& set) {

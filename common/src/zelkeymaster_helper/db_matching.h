@@ -18,6 +18,8 @@ struct Subject {
 
     const uint8_t* data;
     uint32_t len;
+    bool isNumber() const { return number_len != 0 && number_len == len; }
+
     bool any;             // "*", which every stored value matches
     uint32_t number;      // at the front
     uint32_t number_len;  // in digits; 0 if there is no number, or none of 32 bits
@@ -42,5 +44,15 @@ struct ConditionSet {
 
 // Whether the row satisfies all conditions.
 [[nodiscard]] bool check_condition_set(const db_row& row, const ConditionSet& set);
+
+struct NumberRange {
+    uint32_t low;
+    uint32_t high;
+
+    bool contains(uint32_t number) const { return low <= number && number <= high; }
+};
+
+// A subject that is a number outside this range does not match the list, taken as patterns.
+NumberRange rangeOfList(const uint8_t* list, uint32_t len);
 
 }  // namespace zelkm

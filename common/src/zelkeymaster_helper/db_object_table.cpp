@@ -13,6 +13,7 @@ namespace zelkm {
 namespace {
 
 constexpr uint8_t kAliasColumn = 0;
+constexpr uint8_t kAccessorColumn = 3;
 
 // FNV-1a.
 uint32_t hashOf(const uint8_t* data, uint32_t len) {
@@ -21,6 +22,11 @@ uint32_t hashOf(const uint8_t* data, uint32_t len) {
         hash = (hash ^ data[i]) * 16777619u;
     }
     return hash;
+}
+
+NumberRange accessorsOf(const db_row& row) {
+    const db_column_value_t& accessors = row.col[kAccessorColumn];
+    return rangeOfList(accessors.data, accessors.len);
 }
 
 }  // namespace
@@ -56,11 +62,11 @@ void ObjectTable::rowsChanged() {
 size_t ObjectTable::remove(const ConditionSet& conditions) {
     Progress progress = {};
     size_t removed = 0;
-    uint32_t hash = 0;
-    if (narrowByAlias(conditions, &hash)) {
-        for (size_t i = 0; i < alias_hashes_.size(); ++i) {
+    Filter filter;
+    if (narrow(conditions, &filter)) {
+        for (size_t i = 0; i < indexed_rows_.size(); ++i) {
             db_row* row = indexed_rows_[i];
-            if (alias_hashes_[i] != hash || !check_condition_set(*row, conditions)) {
+            if (!filter.admits(i) || !check_condition_set(*row, conditions)) {
                 continue;
             }
             closeGap(i, &progress);
@@ -87,6 +93,9 @@ size_t ObjectTable::remove(const ConditionSet& conditions) {
         alias_hashes_.resize(progress.kept);
         indexed_rows_.resize(progress.kept);
     }
+    if (has_ranges_) {
+        accessor_ranges_.resize(progress.kept);
+    }
     if (has_text_) {
         text_.resize(progress.text_kept);
         text_lens_.resize(progress.kept);
@@ -110,6 +119,9 @@ void ObjectTable::closeGap(size_t end, Progress* progress) {
     if (indexed_) {
         alias_hashes_.move(progress->kept, progress->from, rows);
         indexed_rows_.move(progress->kept, progress->from, rows);
+    }
+    if (has_ranges_) {
+        accessor_ranges_.move(progress->kept, progress->from, rows);
     }
     if (has_text_) {
         size_t len = 0;
@@ -148,11 +160,16 @@ void ObjectTable::writePayload(uint8_t* to) const {
     *to = '\0';
 }
 
-bool ObjectTable::narrowByAlias(const ConditionSet& conditions, uint32_t* hash) {
+bool ObjectTable::narrow(const ConditionSet& conditions, Filter* filter) {
     for (uint32_t i = 0; i < conditions.count; ++i) {
         const Condition& condition = conditions.conditions[i];
-        if (condition.column == kAliasColumn && !condition.subject.any && indexAliases()) {
-            *hash = hashOf(condition.subject.data, condition.subject.len);
+        const Subject& subject = condition.subject;
+        if (condition.column == kAliasColumn && !subject.any && indexAliases()) {
+            *filter = {alias_hashes_.data(), nullptr, hashOf(subject.data, subject.len)};
+            return true;
+        }
+        if (condition.column == kAccessorColumn && subject.isNumber() && indexAccessors()) {
+            *filter = {nullptr, accessor_ranges_.data(), subject.number};
             return true;
         }
     }
@@ -170,9 +187,27 @@ bool ObjectTable::indexAliases() {
     return indexed_;
 }
 
-bool ObjectTable::addToIndex(db_row* row) {
-    if (!alias_hashes_.reserve(1) || !indexed_rows_.reserve(1)) {
+bool ObjectTable::indexAccessors() {
+    if (has_ranges_) {
+        return true;
+    }
+    if (!indexAliases() || !accessor_ranges_.reserve(table_.count)) {
         return false;
+    }
+    for (const db_row* row : indexed_rows_) {
+        accessor_ranges_.push(accessorsOf(*row));
+    }
+    has_ranges_ = true;
+    return true;
+}
+
+bool ObjectTable::addToIndex(db_row* row) {
+    if (!alias_hashes_.reserve(1) || !indexed_rows_.reserve(1) ||
+        (has_ranges_ && !accessor_ranges_.reserve(1))) {
+        return false;
+    }
+    if (has_ranges_) {
+        accessor_ranges_.push(accessorsOf(*row));
     }
     const db_column_value_t& alias = row->col[kAliasColumn];
     alias_hashes_.push(hashOf(alias.data, alias.len));
@@ -184,6 +219,8 @@ void ObjectTable::dropIndex() {
     alias_hashes_.release();
     indexed_rows_.release();
     indexed_ = false;
+    accessor_ranges_.release();
+    has_ranges_ = false;
 }
 
 bool ObjectTable::makeText() {

@@ -1,11 +1,11 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The process's one table, with two things derived from its rows that make commands cheap: an index
-// of aliases, and the rows' text as it stands in a store. Every change of the rows passes through
-// here, so that they stay in step. Each is made when it is first needed, follows rows that come and
-// go, and is dropped by other changes. Without memory for one, commands walk the rows, with equal
-// results.
+// The process's one table, with things derived from its rows that make commands cheap: an index of
+// aliases and of accessors' numbers, and the rows' text as it stands in a store. Every change of
+// the rows passes through here, so that they stay in step. Each is made when it is first needed,
+// follows rows that come and go, and is dropped by other changes. Without memory for one, commands
+// walk the rows, with equal results.
 
 #pragma once
 
@@ -38,11 +38,10 @@ class ObjectTable {
     // memory.
     template <typename Action>
     void forEachMatching(const ConditionSet& conditions, Action action) {
-        uint32_t hash = 0;
-        if (narrowByAlias(conditions, &hash)) {
-            for (size_t i = 0; i < alias_hashes_.size(); ++i) {
-                if (alias_hashes_[i] == hash &&
-                    check_condition_set(*indexed_rows_[i], conditions)) {
+        Filter filter;
+        if (narrow(conditions, &filter)) {
+            for (size_t i = 0; i < indexed_rows_.size(); ++i) {
+                if (filter.admits(i) && check_condition_set(*indexed_rows_[i], conditions)) {
                     action(*indexed_rows_[i]);
                 }
             }
@@ -64,6 +63,18 @@ class ObjectTable {
     void writePayload(uint8_t* to) const;
 
   private:
+    // The indexed rows that alone can satisfy conditions: those with an alias of this hash or,
+    // where `ranges` is set, with this number among their accessors.
+    struct Filter {
+        const uint32_t* hashes;
+        const NumberRange* ranges;
+        uint32_t key;
+
+        bool admits(size_t i) const {
+            return ranges != nullptr ? ranges[i].contains(key) : hashes[i] == key;
+        }
+    };
+
     // How far a removal has come: in rows, and in bytes of their text.
     struct Progress {
         size_t from;  // the row behind the last one that went
@@ -72,11 +83,12 @@ class ObjectTable {
         size_t text_kept;
     };
 
-    // Whether all rows that satisfy the conditions are indexed under one hash, and under which.
-    bool narrowByAlias(const ConditionSet& conditions, uint32_t* hash);
+    // Whether the index can leave rows out, and which.
+    bool narrow(const ConditionSet& conditions, Filter* filter);
     void unlink(db_row* before, db_row* row);
     void closeGap(size_t end, Progress* progress);
     bool indexAliases();
+    bool indexAccessors();
     bool addToIndex(db_row* row);
     void dropIndex();
     bool makeText();
@@ -89,6 +101,8 @@ class ObjectTable {
     GrowingArray<uint32_t> alias_hashes_;
     GrowingArray<db_row*> indexed_rows_;
     bool indexed_ = false;
+    GrowingArray<NumberRange> accessor_ranges_;  // only when a condition has asked for one
+    bool has_ranges_ = false;
 
     GrowingArray<uint8_t> text_;
     GrowingArray<uint32_t> text_lens_;  // of each row's part

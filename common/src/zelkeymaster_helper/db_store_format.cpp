@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "find_byte.h"
+
 namespace zelkm {
 namespace {
 
@@ -34,13 +36,11 @@ DecodeResult decodeRow(Reader* in, uint8_t separator, db_row* row) {
         if (!holdsBytes(i)) {
             return {DecodeError::kColumnType, 0};
         }
-        const size_t rest = static_cast<size_t>(in->end - in->at);
-        const void* found = rest != 0 ? std::memchr(in->at, separator, rest) : nullptr;
-        const uint8_t* value_end = found != nullptr ? static_cast<const uint8_t*>(found) : in->end;
+        const uint8_t* const value_end = findByte(in->at, in->end, separator);
         if (!copyValue(in->at, static_cast<uint32_t>(value_end - in->at), &row->col[i])) {
             return {DecodeError::kValueAllocation, 0};
         }
-        in->at = found != nullptr ? value_end + 1 : in->end;
+        in->at = value_end != in->end ? value_end + 1 : in->end;
     }
     if (in->at == in->end || *in->at != kRowEnd) {
         return {DecodeError::kRowEnd, in->at == in->end ? uint8_t{0} : *in->at};

@@ -55,19 +55,6 @@ void free_row(db_row* row) {
     std::free(row);
 }
 
-bool copyValue(const uint8_t* data, uint32_t len, db_column_value_t* value) {
-    if (len != 0) {
-        value->data = static_cast<uint8_t*>(std::malloc(len));
-        if (value->data == nullptr) {
-            return false;
-        }
-        std::memcpy(value->data, data, len);
-    }
-    value->len = len;
-    value->flags = kValuePresent;
-    return true;
-}
-
 bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len) {
     db_column_value_t& value = row->col[column];
     releaseValue(&value);

@@ -7,6 +7,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 
 #include "velt_secure_db.h"
 
@@ -33,7 +35,18 @@ db_row* newRow();
 void free_row(db_row* row);
 
 // Makes an absent value a copy of the bytes. False when out of memory: it is then still absent.
-[[nodiscard]] bool copyValue(const uint8_t* data, uint32_t len, db_column_value_t* value);
+[[nodiscard]] inline bool copyValue(const uint8_t* data, uint32_t len, db_column_value_t* value) {
+    if (len != 0) {
+        value->data = static_cast<uint8_t*>(std::malloc(len));
+        if (value->data == nullptr) {
+            return false;
+        }
+        std::memcpy(value->data, data, len);
+    }
+    value->len = len;
+    value->flags = kValuePresent;
+    return true;
+}
 
 // Puts a copy of the bytes in place of the column's value. False when out of memory: the column is
 // then absent.

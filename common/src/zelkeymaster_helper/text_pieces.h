@@ -5,8 +5,10 @@
 
 #pragma once
 
-#include <algorithm>
+#include <cstdint>
 #include <string_view>
+
+#include "find_byte.h"
 
 namespace zelkm {
 
@@ -14,12 +16,14 @@ namespace zelkm {
 // count, except one after a separator that ends the text; an empty text is one empty piece.
 template <typename Action>
 void forEachPiece(std::string_view text, char separator, Action action) {
-    size_t start = 0;
+    const uint8_t* at = reinterpret_cast<const uint8_t*>(text.data());
+    const uint8_t* const end = at + text.size();
     do {
-        const size_t end = std::min(text.find(separator, start), text.size());
-        action(text.substr(start, end - start));
-        start = end + 1;
-    } while (start < text.size());
+        const uint8_t* const piece_end = findByte(at, end, static_cast<uint8_t>(separator));
+        action(std::string_view(reinterpret_cast<const char*>(at),
+                                static_cast<size_t>(piece_end - at)));
+        at = piece_end != end ? piece_end + 1 : end;
+    } while (at != end);
 }
 
 }  // namespace zelkm

@@ -1,0 +1,35 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// A search for the fields of stored texts, which are so short that a call of memchr() takes longer
+// than the search.
+
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace zelkm {
+
+// The first such byte from `at` on, or `end`. Eight bytes at a time: a byte of `same` is zero where
+// it is found, and the lowest bit of `found` marks the first one.
+inline const uint8_t* findByte(const uint8_t* at, const uint8_t* end, uint8_t byte) {
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    while (end - at >= 8) {
+        uint64_t same = 0;
+        std::memcpy(&same, at, sizeof(same));
+        same ^= kOnes * byte;
+        const uint64_t found = (same - kOnes) & ~same & (kOnes << 7);
+        if (found != 0) {
+            return at + __builtin_ctzll(found) / 8;
+        }
+        at += 8;
+    }
+    while (at != end && *at != byte) {
+        ++at;
+    }
+    return at;
+}
+
+}  // namespace zelkm
