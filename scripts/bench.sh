@@ -46,4 +46,5 @@ if [[ -n $compared ]]; then
     exec python3 benchmarks/run.py --build build/bench/benchmarks \
         --compare "$worktree/build/bench/benchmarks" "${arguments[@]}"
 fi
-exec python3 benchmarks/run.py --build build/bench/benchmarks --docs docs "${arguments[@]}"
+# Debian's own interpreter finds the plotting library.
+exec /usr/bin/python3 benchmarks/run.py --build build/bench/benchmarks --docs docs "${arguments[@]}"

@@ -217,4 +217,23 @@ TEST_F(DeviceCosts, AreTheDocumentedOnes) {
     EXPECT_EQ(expected_.str(), shown);
 }
 
+// What makes a store too large. From there on a change is answered with success, and discloses the
+// store: the transport's failure counts as an answer.
+TEST_F(DeviceCosts, OutgrowTheTransportBetween17000And18000Objects) {
+    Deviation device;
+    device.transport_limit = (1 << 20) - 2 * 4096;
+    for (const size_t rows : {size_t{17000}, size_t{18000}}) {
+        km_.deviate({});
+        ASSERT_NO_FATAL_FAILURE(makeStore(rows));
+        km_.deviate(device);
+        clearLog();
+        SODOperationParam extra = objectParam(rows);
+        EXPECT_EQ(0, object_->SodInsert(extra));
+        const Bytes stored = readFile(kStore).value_or(Bytes());
+        const std::string text(stored.begin(), stored.end());
+        EXPECT_EQ(rows == 18000, text.find("object-") != text.npos);
+        EXPECT_EQ(rows == 18000, !errors().empty());
+    }
+}
+
 }  // namespace
