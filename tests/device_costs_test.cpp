@@ -233,6 +233,10 @@ TEST_F(DeviceCosts, OutgrowTheTransportBetween17000And18000Objects) {
         const std::string text(stored.begin(), stored.end());
         EXPECT_EQ(rows == 18000, text.find("object-") != text.npos);
         EXPECT_EQ(rows == 18000, !errors().empty());
+        stop();
+        start();
+        std::vector<std::string> found;
+        EXPECT_EQ(rows == 18000 ? -913 : 0, object_->SodSelect(extra, found));
     }
 }
 
