@@ -18,8 +18,8 @@ std::string quoted(const std::string& value) {
     return kQuote + value + kQuote;
 }
 
-// Puts `value` at the place of `column`, or both at the end of their lists. Whatever allocates comes
-// first, so that the lists stay in step without memory, too.
+// Puts `value` at the place of `column`, or both at the end of their lists. Whatever allocates
+// comes first, so that the lists stay in step without memory, too.
 void put(std::vector<std::string>& columns, std::vector<std::string>& values, std::string column,
          std::string value) {
     const auto found = std::find(columns.begin(), columns.end(), column);
