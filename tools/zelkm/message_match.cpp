@@ -60,7 +60,7 @@ size_t valueLen(char conversion, std::string_view text) {
 // More bytes than the format can give, if it has no %s.
 size_t maxLen(std::string_view format) {
     size_t len = format.size();
-    for (char c : format) {
+    for (const char c : format) {
         len += c == '%' ? kMaxNumberLen : 0;
     }
     return len;

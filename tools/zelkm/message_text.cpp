@@ -38,7 +38,7 @@ std::string capitalised(std::string text) {
 // A table's cell.
 std::string cell(const std::string& text) {
     std::string result;
-    for (char c : text) {
+    for (const char c : text) {
         result += c == '|' ? "\\|" : std::string(1, c);
     }
     return result;
