@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 
 #include "keymaster_calls.h"
 
@@ -131,6 +132,7 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
     const KeyParameter app_id = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(130, 0xAA));
     const KeyParameter csr = param(Tag(0x70000899), 1);
     std::vector<std::vector<Bytes>> chains;
+    std::set<long> serials;
     for (const Params& params : {kEcKey, kRsaKey}) {
         const Bytes key = newKey(params);
         EXPECT_EQ(Error::ATTESTATION_CHALLENGE_MISSING, attest(km_, key, {app_id}).error);
@@ -151,7 +153,9 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         const std::unique_ptr<X509_REQ, decltype(&X509_REQ_free)> request(
             d2i_X509_REQ(nullptr, &in, long(answer.size())), X509_REQ_free);
         EXPECT_EQ(1, X509_REQ_verify(request.get(), publicKey(certificates[0].get()).get()));
+        serials.insert(ASN1_INTEGER_get(X509_get_serialNumber(certificates[0].get())));
     }
+    EXPECT_EQ(2u, serials.size());
     EXPECT_EQ(chains[0][2], chains[1][2]);
 
     // clang-format off
@@ -168,8 +172,14 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         0xbf, 0x85, 0x45, 0x81, 0x85, 0x04, 0x81, 130, 0x30, 0};  //   application; hardware
     // clang-format on
     expected.insert(expected.end() - 2, 130, 0xAA);
-    const Bytes& leaf = chains[0][0];
-    EXPECT_NE(leaf.end(), std::search(leaf.begin(), leaf.end(), expected.begin(), expected.end()));
+    const auto holds = [](const Bytes& leaf, const Bytes& part) {
+        return std::search(leaf.begin(), leaf.end(), part.begin(), part.end()) != leaf.end();
+    };
+    EXPECT_TRUE(holds(chains[0][0], expected));
+    // Content of 256 bytes and more has two bytes of length.
+    const KeyParameter longer = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(300, 0xAA));
+    EXPECT_TRUE(holds(attest(km_, newKey(kEcKey), {challenge, longer}).chain.at(0),
+                      {0xbf, 0x85, 0x45, 0x82, 1, 0x30, 0x04, 0x82, 1, 0x2c, 0xAA}));
 }
 
 TEST_F(SoftKeymasterTest, PasswordConversionComesBackOnlyUnchanged) {

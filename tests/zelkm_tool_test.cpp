@@ -234,6 +234,14 @@ TEST_F(ZelkmTool, InfoReadsAnyBytes) {
     const std::string shown = done({"info"});
     EXPECT_NE(shown.find("secure_objects.db: unreadable"), shown.npos);
     EXPECT_NE(shown.find("does NOT match"), shown.npos);
+    write("s/edbk_digest", std::string(31, 'd'));
+    EXPECT_NE(done({"info"}).find("not 32 bytes long"), shown.npos);
+    for (const char* missing : {"s/edbk_digest", "s/edbk"}) {  // one without the other: no verdict
+        const std::string content = text(missing);
+        std::filesystem::remove(missing);
+        EXPECT_EQ(done({"info"}).find(" match"), shown.npos) << missing;
+        write(missing, content);
+    }
 
     std::filesystem::remove_all("s");
     std::filesystem::create_directory("s");
