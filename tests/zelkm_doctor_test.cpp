@@ -200,10 +200,7 @@ TEST_F(ZelkmDoctor, LeavesAloneWhatItCannotRepair) {
     const std::vector<Case> cases = {
         {[] {}, "nothing is wrong", 0},
         {[&] { put({}); }, "there is no store", 0},
-        {[&] {
-             put({{"secure_objects.db", plainStore("", 0)}});
-         },
-         "objects: 0", 0},
+        {[&] { put({{"secure_objects.db", plainStore("", 0)}}); }, "objects: 0", 0},
         {[&] { write("s/secure_objects.db.tmp", later_.substr(0, 60)); },
          "before its first rename: secure_objects.db.tmp (partial)", 0},
         {[] { fs::remove("s/soft_keymaster_root.key"); }, "no key was tried", 0},
@@ -219,10 +216,7 @@ TEST_F(ZelkmDoctor, LeavesAloneWhatItCannotRepair) {
              flipLastByte("s/edbk_digest");
          },
          "move edbk_digest away", 1},
-        {[&] {
-             put({{"secure_objects.db", plainStore("a\x1e\n", 1)}});
-         },
-         "row 1 of 1", 1},
+        {[&] { put({{"secure_objects.db", plainStore("a\x1e\n", 1)}}); }, "row 1 of 1", 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.says);
