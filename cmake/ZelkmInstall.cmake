@@ -19,7 +19,7 @@ install(DIRECTORY platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform)
 install(DIRECTORY docs/ examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(ZELKM_TOOL)
-    install(TARGETS zelkm COMPONENT tools)
+    install(TARGETS zelkm zelkeymaster_check COMPONENT tools)
     install(FILES ${zelkm_man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
     install(FILES ${zelkm_completion}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)

@@ -35,8 +35,9 @@ compile "$examples/store.cpp" "$scratch/store_program" soft_keymaster
 mkdir "$scratch/other_store"
 (cd "$scratch/other_store" && ../store_program 2>/dev/null | grep -q '^wallet::payment$')
 
-# The installed tool finds the installed library.
+# The installed programs find the installed library.
 if [[ -e $prefix/bin/zelkm ]]; then
+    (cd "$scratch" && "$prefix/bin/zelkeymaster_check" --no-password >/dev/null 2>&1)
     "$prefix/bin/zelkm" --dir "$scratch/store" aliases 2>/dev/null | grep -q '^wallet::payment$'
 fi
 echo "the installed package builds and runs"

@@ -5,6 +5,7 @@
 // requirement there is a keymaster that breaks it and, as far as that can be, no other.
 
 #include <keymaster_check/keymaster_check.h>
+#include <keymaster_check/report.h>
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
@@ -448,6 +449,18 @@ TEST_F(KeymasterCheck, DeletesItsKeysAndEndsItsOperations) {
     }
     EXPECT_EQ(0u, made.size());
     EXPECT_EQ(0u, begun.size());
+}
+
+TEST(KeymasterCheckReport, EscapesEveryStringOfItsJson) {
+    const std::string json =
+        inJson("a\"b\\c", {{"x.y", Verdict::kNotOffered, "\n\x01", "\xff\x7f", ""}});
+    EXPECT_EQ(
+        "{\n  \"keymaster\": \"a\\\"b\\\\c\",\n  \"holds\": 0,\n  \"broken\": 0,\n"
+        "  \"not_offered\": 1,\n  \"not_tried\": 0,\n  \"findings\": [\n"
+        "    {\"id\": \"x.y\",\n     \"verdict\": \"not offered\",\n"
+        "     \"sent\": \"\\u000a\\u0001\",\n     \"answered\": \"\\u00ff\\u007f\",\n"
+        "     \"consequence\": \"\"}\n  ]\n}\n",
+        json);
 }
 
 TEST_F(KeymasterCheck, EndsWhateverACallDoes) {

@@ -75,6 +75,12 @@ std::string answerInWords(const Answer& answer) {
     return text;
 }
 
+std::string purposeInWords(KeyPurpose purpose) {
+    return purpose == KeyPurpose::ENCRYPT   ? "ENCRYPT"
+           : purpose == KeyPurpose::DECRYPT ? "DECRYPT"
+                                            : std::to_string(static_cast<uint32_t>(purpose));
+}
+
 std::string blobInWords(const Bytes& blob) {
     return "blob of " + std::to_string(blob.size()) + " bytes";
 }
@@ -180,9 +186,7 @@ Answer Caller::attestKey(const Bytes& blob, const Params& params) {
 
 Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params) {
     const Answer answer =
-        make("begin",
-             std::to_string(static_cast<uint32_t>(purpose)) + ", " + blobInWords(blob) + ", " +
-                 inWords(params),
+        make("begin", purposeInWords(purpose) + ", " + blobInWords(blob) + ", " + inWords(params),
              [&](auto callback) {
                  return keymaster_.begin(purpose, blob, params, HardwareAuthToken(), callback);
              });

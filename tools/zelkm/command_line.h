@@ -16,5 +16,6 @@ void defineStoreCommands(CLI::App& app, const SessionOptions& session);
 void defineDirectoryCommands(CLI::App& app, const SessionOptions& session);
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);
 void defineExplain(CLI::App& app);
+void defineCheckCommand(CLI::App& app);
 
 }  // namespace zelkm_tool

@@ -146,6 +146,7 @@ int run(int argc, char** argv) {
     defineDirectoryCommands(app, session);
     defineExplain(app);
     defineKeyCommands(app, session);
+    defineCheckCommand(app);
 
     defineHelp(app);
     definePages(app);

@@ -6,7 +6,8 @@
 //
 // Threads: one check at a time in a process, and meanwhile nothing else that uses the library. The
 // check runs the library itself, whose table and error file belong to the process, in a directory
-// of its own: so it is best run by a process of its own.
+// of its own. So a process of its own is best for it: in one that goes on to use the library, that
+// finds no table in memory, which does no harm, and its messages no longer reach the error file.
 
 #pragma once
 

@@ -1,0 +1,124 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Findings for people and for programs. See report.h.
+
+#include "keymaster_check/report.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace keymaster_check {
+namespace {
+
+constexpr Verdict kVerdicts[] = {Verdict::kHolds, Verdict::kBroken, Verdict::kNotOffered,
+                                 Verdict::kNotTried};
+
+size_t countOf(const std::vector<Finding>& findings, Verdict verdict) {
+    return static_cast<size_t>(
+        std::count_if(findings.begin(), findings.end(),
+                      [verdict](const Finding& finding) { return finding.verdict == verdict; }));
+}
+
+std::string padded(std::string text, size_t width) {
+    text.resize(std::max(text.size(), width), ' ');
+    return text;
+}
+
+std::string quoted(const std::string& text) {
+    std::string result = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            result += '\\';
+            result += c;
+        } else if (byte < 0x20 || byte >= 0x7F) {
+            char escape[8];
+            std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned>(byte));
+            result += escape;
+        } else {
+            result += c;
+        }
+    }
+    return result + '"';
+}
+
+std::string member(const char* name, const std::string& value) {
+    return quoted(name) + ": " + value;
+}
+
+}  // namespace
+
+const char* verdictName(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::kHolds:
+            return "holds";
+        case Verdict::kBroken:
+            return "broken";
+        case Verdict::kNotOffered:
+            return "not offered";
+        case Verdict::kNotTried:
+            return "not tried";
+    }
+    return "";
+}
+
+bool allHolds(const std::vector<Finding>& findings) {
+    return countOf(findings, Verdict::kBroken) == 0;
+}
+
+std::string describe(const android::hardware::keymaster::V4_0::support::Keymaster& keymaster) {
+    const auto& version = keymaster.halVersion();
+    return std::string(version.keymasterName.c_str()) + ", " + version.authorName.c_str() +
+           ", version " + std::to_string(version.majorVersion) + ", security level " +
+           std::to_string(static_cast<uint32_t>(version.securityLevel));
+}
+
+std::string inText(const std::vector<Finding>& findings) {
+    constexpr size_t kVerdictWidth = 13;
+    constexpr size_t kIdWidth = 23;
+    const std::string indent(kVerdictWidth, ' ');
+    std::string text;
+    for (const Finding& finding : findings) {
+        text += padded(verdictName(finding.verdict), kVerdictWidth);
+        if (finding.verdict == Verdict::kBroken) {
+            text += finding.id + "\n" + indent + "sent:     " + finding.sent + "\n" + indent +
+                    "answered: " + finding.answered + "\n" + indent +
+                    "so:       " + finding.consequence + "\n";
+            continue;
+        }
+        // What holds is told in full by the JSON; a slow call matters all the same.
+        const size_t slow = finding.answered.find("slow: ");
+        const std::string note = finding.verdict != Verdict::kHolds ? finding.answered
+                                 : slow != std::string::npos        ? finding.answered.substr(slow)
+                                                                    : "";
+        text += (note.empty() ? finding.id : padded(finding.id, kIdWidth) + note) + "\n";
+    }
+    text += std::to_string(findings.size()) + " requirements:";
+    for (const Verdict verdict : kVerdicts) {
+        text += std::string(verdict == kVerdicts[0] ? " " : ", ") + verdictName(verdict) + " " +
+                std::to_string(countOf(findings, verdict));
+    }
+    return text + "\n";
+}
+
+std::string inJson(const std::string& keymaster, const std::vector<Finding>& findings) {
+    std::string text = "{\n  " + member("keymaster", quoted(keymaster));
+    for (const Verdict verdict : kVerdicts) {
+        std::string name = verdictName(verdict);
+        std::replace(name.begin(), name.end(), ' ', '_');
+        text += ",\n  " + member(name.c_str(), std::to_string(countOf(findings, verdict)));
+    }
+    text += ",\n  \"findings\": [";
+    for (const Finding& finding : findings) {
+        text += std::string(&finding == &findings.front() ? "" : ",") + "\n    {" +
+                member("id", quoted(finding.id)) + ",\n     " +
+                member("verdict", quoted(verdictName(finding.verdict))) + ",\n     " +
+                member("sent", quoted(finding.sent)) + ",\n     " +
+                member("answered", quoted(finding.answered)) + ",\n     " +
+                member("consequence", quoted(finding.consequence)) + "}";
+    }
+    return text + "\n  ]\n}\n";
+}
+
+}  // namespace keymaster_check

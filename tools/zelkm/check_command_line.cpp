@@ -1,0 +1,42 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command line of the keymaster's check. See command_line.h.
+
+#include <soft_keymaster/fault_keymaster.h>
+
+#include <memory>
+
+#include "check_command.h"
+#include "command_line.h"
+
+namespace zelkm_tool {
+
+void defineCheckCommand(CLI::App& app) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* command = app.add_subcommand("check", "Check a keymaster as on a device");
+    std::vector<std::string> names;
+    std::string faults;
+    for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
+        names.push_back(fault.name);
+        faults += "\n  " + names.back() + std::string(20 - names.back().size(), ' ') + fault.what;
+    }
+    command->add_option("--fault", options->fault, "Let the keymaster have this fault")
+        ->type_name("NAME")
+        ->check(CLI::IsMember(names).description(""));
+    command->add_flag("--json", options->json, "Print JSON");
+    command->add_option("--largest-store", options->largest_store, "Payload to go up to")
+        ->type_name("BYTES")
+        ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
+    command->footer(
+        "Tries what the library needs of a keymaster on the software keymaster, and says what\n"
+        "does not hold. No store is touched. zelkeymaster_check does the same on a device;\n"
+        "here a fault shows what a broken keymaster looks like:\n" +
+        faults +
+        "\n\n"
+        "  zelkm check\n"
+        "  zelkm check --fault tag-12");
+    command->callback([options] { checkKeymaster(*options); });
+}
+
+}  // namespace zelkm_tool
