@@ -6,6 +6,7 @@
 
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
+#include <openssl/evp.h>
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
@@ -91,6 +92,65 @@ class WrongImport : public FaultKeymaster {
     Return<void> importKey(const Params& params, KeyFormat, const Blob&, importKey_cb cb) override {
         return generateKey(params, cb);
     }
+};
+
+// Imports keys, and encrypts with them.
+class RightImport : public FaultKeymaster {
+  public:
+    using FaultKeymaster::FaultKeymaster;
+    Return<void> importKey(const Params&, KeyFormat, const Blob& key, importKey_cb cb) override {
+        key_ = key;
+        cb(ErrorCode::OK, kBlob, {});
+        return android::hardware::Void();
+    }
+    Return<void> begin(KeyPurpose purpose, const Blob& key, const Params& params,
+                       const HardwareAuthToken& token, begin_cb cb) override {
+        if (key != kBlob) {
+            return FaultKeymaster::begin(purpose, key, params, token, cb);
+        }
+        KeyParameter nonce = {};
+        nonce.tag = Tag::NONCE;
+        nonce.blob.resize(12);
+        std::fill(nonce.blob.begin(), nonce.blob.end(), uint8_t{7});
+        EVP_EncryptInit_ex(cipher_, EVP_aes_256_gcm(), nullptr, key_.data(), nonce.blob.data());
+        cb(ErrorCode::OK, {nonce}, kHandle);
+        return android::hardware::Void();
+    }
+    Return<void> update(uint64_t handle, const Params& params, const Blob& input,
+                        const HardwareAuthToken& token, const VerificationToken& verification,
+                        update_cb cb) override {
+        if (handle != kHandle) {
+            return FaultKeymaster::update(handle, params, input, token, verification, cb);
+        }
+        int len = 0;
+        EVP_EncryptUpdate(cipher_, nullptr, &len, params[0].blob.data(),
+                          static_cast<int>(params[0].blob.size()));
+        Bytes output(input.size());
+        EVP_EncryptUpdate(cipher_, output.data(), &len, input.data(),
+                          static_cast<int>(input.size()));
+        cb(ErrorCode::OK, static_cast<uint32_t>(input.size()), {}, output);
+        return android::hardware::Void();
+    }
+    Return<void> finish(uint64_t handle, const Params& params, const Blob& input, const Blob& sign,
+                        const HardwareAuthToken& token, const VerificationToken& verification,
+                        finish_cb cb) override {
+        if (handle != kHandle) {
+            return FaultKeymaster::finish(handle, params, input, sign, token, verification, cb);
+        }
+        int len = 0;
+        Bytes tag(16);
+        EVP_EncryptFinal_ex(cipher_, nullptr, &len);
+        EVP_CIPHER_CTX_ctrl(cipher_, EVP_CTRL_GCM_GET_TAG, 16, tag.data());
+        cb(ErrorCode::OK, {}, tag);
+        return android::hardware::Void();
+    }
+    ~RightImport() override { EVP_CIPHER_CTX_free(cipher_); }
+
+  private:
+    const Blob kBlob = {1};
+    static constexpr uint64_t kHandle = 1;
+    Blob key_;
+    EVP_CIPHER_CTX* const cipher_ = EVP_CIPHER_CTX_new();
 };
 
 // Answers finish when the next operation begins.
@@ -245,6 +305,7 @@ std::vector<Row> rows() {
         {"unchecked-tag", named("unchecked-tag"), kUnchecked},
         {"-38 for a wrong tag", exchanged(Call::kFinish, -30, -38), kUnchecked},
         {"ignored-aad", named("ignored-aad"), {"gcm.aad-checked"}},
+        {"an imported key used", deviant<RightImport>(), {}},
         {"another key imported", deviant<WrongImport>(), {"gcm.correct"}},
         {"a byte of output altered",
          each(Call::kUpdate,

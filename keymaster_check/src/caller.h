@@ -6,8 +6,6 @@
 
 #pragma once
 
-#include <keymasterV4_0/Keymaster.h>
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -19,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "keymaster_check/keymaster_check.h"
 #include "words.h"
 
 namespace keymaster_check {

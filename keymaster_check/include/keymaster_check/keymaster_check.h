@@ -11,6 +11,8 @@
 
 #pragma once
 
+#include <memory>  // which the next header needs, and on Android 9 does not include
+
 #include <keymasterV4_0/Keymaster.h>
 
 #include <cstddef>

@@ -5,8 +5,6 @@
 
 #pragma once
 
-#include <keymasterV4_0/Keymaster.h>
-
 #include <string>
 #include <vector>
 
