@@ -131,7 +131,9 @@ Bytes sampleAssociatedData() {
 }
 
 Bytes altered(Bytes bytes, size_t at) {
-    bytes[at] = static_cast<uint8_t>(bytes[at] ^ 1);
+    if (at < bytes.size()) {
+        bytes[at] = static_cast<uint8_t>(bytes[at] ^ 1);
+    }
     return bytes;
 }
 

@@ -44,7 +44,7 @@ Bytes samplePayload(size_t size);
 Bytes randomBytes(size_t size);
 // What the library authenticates with each store.
 Bytes sampleAssociatedData();
-// `bytes` with one bit changed.
+// `bytes` with one bit of the byte `at` changed; as they are when there is no such byte.
 Bytes altered(Bytes bytes, size_t at);
 
 }  // namespace keymaster_check

@@ -118,7 +118,9 @@ Outcome checkEndToEnd(Context& context) {
     story.step("select", select(first), "0, alias_one alias_two");
     Bytes store = readFile(kStore);
     story.step("look into the store file",
-               holdsText(store, "alias_") ? "the objects are readable" : "no object is readable",
+               store.empty()                ? "it is empty"
+               : holdsText(store, "alias_") ? "the objects are readable"
+                                            : "no object is readable",
                "no object is readable");
     if (story.good) {
         story.step("select after a start", select(startLibrary(context.keymaster)),
