@@ -4,7 +4,9 @@
 // The command-line tool with many objects, and with several users at once.
 
 #include <sys/file.h>
+#include <sys/ioctl.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "zelkm_program.h"
@@ -147,7 +149,9 @@ TEST_F(ZelkmTool, AnImportCanBeInterrupted) {
         write("told", told ? outcome.err.substr(outcome.err.find(": ", at + 7) + 2) : outcome.err);
         ::_exit(0);
     }
-    while (!std::filesystem::exists("s/secure_objects.db.bak")) {
+    int status = 0;
+    while (!std::filesystem::exists("s/secure_objects.db.bak") &&
+           ::waitpid(child, &status, WNOHANG) == 0) {
         ::usleep(1000);
     }
     // The tool is the only process that holds the directory: it says so itself.
@@ -155,7 +159,6 @@ TEST_F(ZelkmTool, AnImportCanBeInterrupted) {
     const size_t at = busy.find("process ");
     ASSERT_NE(at, busy.npos) << busy;
     ::kill(std::stoi(busy.substr(at + 8)), SIGINT);
-    int status = 0;
     ::waitpid(child, &status, 0);
     const std::string stored = done({"list", "--count"});
     EXPECT_EQ(text("told"), stored.substr(0, stored.size() - 1) + " of 20000 objects are stored\n");
@@ -182,6 +185,37 @@ TEST_F(ZelkmTool, FindsObjects) {
     done({"remove", "--where", "ALIAS=b::c"});
     done({"remove", "--where", "ALIAS=c"});
     EXPECT_EQ(run({"aliases"}).err, "");
+}
+
+// What the tool writes to a terminal of 40 columns.
+std::string onTerminal(std::vector<std::string> args) {
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    EXPECT_EQ(::grantpt(terminal) + ::unlockpt(terminal), 0);
+    const int other_end = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY);
+    const winsize size = {24, 40, 0, 0};
+    EXPECT_EQ(::ioctl(other_end, TIOCSWINSZ, &size), 0);
+    args.insert(args.begin(), {"zelkm", "--dir=s"});
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::dup2(other_end, 1);
+        ::dup2(other_end, 2);
+        exec(args);
+    }
+    ::waitpid(child, nullptr, 0);
+    char text[4096];
+    const ssize_t len = ::read(terminal, text, sizeof(text));
+    ::close(other_end);
+    ::close(terminal);
+    return {text, static_cast<size_t>(std::max<ssize_t>(len, 0))};
+}
+
+TEST_F(ZelkmTool, FitsATerminal) {
+    write("objects", "ALIAS,CREATOR\n" + std::string(5000, 'x') + ",\xe4\xb8\xad\xe4\xb8\xad\n");
+    EXPECT_NE(onTerminal({"import", "objects"}).find("importing: 0 of 1"), std::string::npos);
+    const std::string shown = onTerminal({"list", "--columns", "ALIAS,CREATOR"});
+    EXPECT_EQ(shown, "ALIAS" + std::string(28, ' ') + "CREATOR\r\n" + std::string(30, 'x') +
+                         "\xe2\x80\xa6  \xe4\xb8\xad\xe4\xb8\xad\r\n");
+    EXPECT_NE(done({"list"}).find(std::string(5000, 'x')), std::string::npos);
 }
 
 TEST_F(ZelkmTool, RunsCommandsFromAFile) {

@@ -29,6 +29,18 @@ inline std::string text(const std::filesystem::path& path) {
     return {content.begin(), content.end()};
 }
 
+// Becomes the tool; the first argument is its name.
+[[noreturn]] inline void exec(std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    for (std::string& arg : args) {
+        argv.push_back(arg.data());
+    }
+    argv.push_back(nullptr);
+    const char* program = std::getenv("ZELKM");
+    ::execv(program != nullptr ? program : "", argv.data());
+    ::_exit(127);
+}
+
 class ZelkmTool : public InTempDir {
   protected:
     ZelkmTool() { std::filesystem::create_directory("s"); }
@@ -43,17 +55,10 @@ class ZelkmTool : public InTempDir {
         write("stdin", input);
         const pid_t child = ::fork();
         if (child == 0) {
-            std::vector<char*> argv;
-            for (std::string& arg : args) {
-                argv.push_back(arg.data());
-            }
-            argv.push_back(nullptr);
             ::dup2(::open("stdin", O_RDONLY), 0);
             ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
             ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-            const char* program = std::getenv("ZELKM");
-            ::execv(program != nullptr ? program : "", argv.data());
-            ::_exit(127);
+            exec(args);
         }
         int status = 0;
         ::waitpid(child, &status, 0);

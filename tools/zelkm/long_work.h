@@ -33,7 +33,7 @@ class LongWork {
     const size_t total_;
     const bool visible_;
     bool shown_ = false;
-    Clock::time_point last_ = Clock::now();
+    Clock::time_point last_;  // when progress was shown; long ago at first
     void (*before_[2])(int);
 };
 
