@@ -20,6 +20,8 @@ import subprocess
 import sys
 import time
 
+sys.dont_write_bytecode = True
+
 SIZES = [10, 100, 1000, 10000]
 LARGE = 100000
 HEAPS = ["fresh", "aged"]
@@ -101,6 +103,7 @@ class Figures:
         self.memory = {}
         self.rounds = 0
         self.machine = ""
+        self.busy = False
 
     def add(self, key, value):
         self.times.setdefault(key, []).append(value)
@@ -131,6 +134,7 @@ class Figures:
 def measure(options, bench):
     figures = Figures()
     figures.rounds = options.rounds
+    load_before = os.getloadavg()[0]
     subjects = bench.subjects(options.only)
     sizes = [100, 1000] if options.quick else SIZES
     heaps = HEAPS[:1] if options.quick else HEAPS
@@ -150,6 +154,7 @@ def measure(options, bench):
         for rows in MEMORY_SIZES:
             figures.memory[rows] = bench.memory(rows)
     figures.machine = machine_line(bench)
+    figures.busy = load_before > 1 or os.getloadavg()[0] > 2  # one of them is this run itself
     progress("")
     return figures
 
