@@ -65,9 +65,13 @@ def plain(value, _):
     return f"{value:,.0f}" if value >= 10 else f"{value:.3g}"
 
 
+def short(value, _):
+    return f"{value:g}" if value < 1000 else f"{value / 1000:,.0f}k"
+
+
 def log_axes(axes, title, ylabel):
     axes.set(xscale="log", yscale="log", title=title, xlabel="objects", ylabel=ylabel)
-    axes.xaxis.set_major_formatter(FuncFormatter(plain))
+    axes.xaxis.set_major_formatter(FuncFormatter(short))
     axes.yaxis.set_major_formatter(FuncFormatter(plain))
     axes.yaxis.set_minor_formatter(NullFormatter())
     axes.xaxis.set_major_locator(LogLocator(numticks=9))

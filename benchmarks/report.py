@@ -130,8 +130,8 @@ def time_section(figures):
 def slope_section(figures):
     lines = ["## From 10,000 to 100,000 rows", "",
              "One run with 100,000 rows, in microseconds. Growth 10 is linear; what no longer fits "
-             "the caches, or comes from the kernel anew each time, grows somewhat faster; quadratic "
-             "costs grow by 100.", ""]
+             "the caches, or comes from the kernel anew each time, grows somewhat faster; "
+             "quadratic costs grow by 100.", ""]
     rows = []
     for subject in figures.subjects():
         small, large, small_floor, large_floor = (
@@ -170,6 +170,6 @@ def tables(figures):
 
 def write(figures, page):
     head = ["# Figures", "",
-            "Written by `scripts/bench.sh`, not by hand; [performance](performance.md) says what is "
-            "measured, and how to read it.", ""]
+            "Written by `scripts/bench.sh`, not by hand; [performance](performance.md) says what "
+            "is measured, and how to read it.", ""]
     page.write_text("\n".join(head + tables(figures)) + "\n")
