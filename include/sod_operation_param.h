@@ -100,7 +100,7 @@ class ZELKM_EXPORT SODOperationParam {
 
 // Appends the pieces of `in` between separators to `out`, which is not cleared first. Empty pieces
 // count, except one after a separator that ends `in`; an empty `in` is one empty piece. `in` is not
-// modified, and must not be an element of `out`. Without memory throws std::bad_alloc, and `out` may
-// hold some of the pieces.
+// modified, and must not be an element of `out`. Without memory throws std::bad_alloc, and `out`
+// may hold some of the pieces.
 ZELKM_EXPORT void getTokensFromString(std::vector<std::string>& out, std::string& in,
                                       char separator);

@@ -204,8 +204,7 @@ TEST(AttestationChain, LeavesForeignErrorsInTheQueue) {
         const Chain& chain;
         int result;
         bool printed;
-    } cases[] = {
-        {good, 0, false}, {{}, -30, false}, {bad_leaf, -30, false}, {bad_root, -30, true}};
+    } cases[] = {{good, 0, false}, {{}, -30, false}, {bad_leaf, -30, false}, {bad_root, -30, true}};
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
         ERR_clear_error();

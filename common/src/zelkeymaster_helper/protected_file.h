@@ -20,8 +20,8 @@
 // in place is not detected.
 //
 // The order of the steps stands where their messages are, in load_data(), update_file() and
-// restoreBackupDB(). Nothing is logged here: each operation answers false when its call failed, with
-// the error number in *error.
+// restoreBackupDB(). Nothing is logged here: each operation answers false when its call failed,
+// with the error number in *error.
 
 #pragma once
 
