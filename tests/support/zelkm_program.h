@@ -58,6 +58,7 @@ class ZelkmTool : public InTempDir {
             ::dup2(::open("stdin", O_RDONLY), 0);
             ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
             ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            ::alarm(120);  // whatever hangs ends
             exec(args);
         }
         int status = 0;

@@ -13,7 +13,8 @@
 namespace zelkm_tool {
 
 void defineStoreCommands(CLI::App& app, const SessionOptions& session);
-void defineDirectoryCommands(CLI::App& app, const SessionOptions& session);
+// `status` receives the exit status, if it is another one than 0.
+void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* status);
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);
 void defineExplain(CLI::App& app);
 void defineCheckCommand(CLI::App& app);

@@ -9,7 +9,6 @@
 #include "directory_lock.h"
 #include "doctor_command.h"
 #include "info_command.h"
-#include "key_level.h"
 
 namespace zelkm_tool {
 namespace {
@@ -23,51 +22,55 @@ SessionOptions withDirectory(SessionOptions options, const std::string& dir) {
 
 void defineInfo(CLI::App& app, const SessionOptions& session) {
     auto dir = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand("info", "Show what a store directory holds");
     command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
+    command->add_flag("--json", *json, "Print one JSON object");
     command->footer(
-        "Needs no key. Shows the headers of secure_objects.db, its .bak and its .tmp,\n"
-        "the rows of a plaintext payload, the size of the key blob, whether edbk_digest\n"
-        "matches it, the last lines of the error file and, with the root key of the software\n"
-        "keymaster, the patch level of the key.");
-    command->callback([&session, dir] {
+        "Needs no key. Shows the library's files with their sizes, modes, owners and times,\n"
+        "the headers of the versions of the store and the rows of a plaintext payload,\n"
+        "which key file edbk_digest fits, the last lines of the error files and, with the root\n"
+        "key of the software keymaster, the patch level of the key.");
+    command->callback([&session, dir, json] {
         const SessionOptions options = withDirectory(session, *dir);
         const DirectoryLock lock(options, DirectoryLock::Mode::kShared);
-        printInfo(options.dir);
-        printKeyLevel(options.dir);
+        printInfo(options.dir, *json);
     });
 }
 
-void defineDoctor(CLI::App& app, const SessionOptions& session) {
+void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
     auto dir = std::make_shared<std::string>();
-    auto repair = std::make_shared<bool>(false);
-    CLI::App* command = app.add_subcommand("doctor", "Tell what a crash left of a store");
+    auto doctor = std::make_shared<DoctorOptions>();
+    CLI::App* command = app.add_subcommand("doctor", "Tell what is wrong with a store directory");
     command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
-    command->add_flag("--repair", *repair, "Put it right, and keep copies");
+    command->add_flag("--repair", doctor->repair, "Put right what can be proved, and keep copies");
+    command->add_flag("--json", doctor->json, "Print one JSON object");
     command->footer(
-        "Looks at the store, the key and its digest, with their .bak and .tmp, and says what\n"
-        "happened and what can be done. All is tried on a copy, with the library and the\n"
-        "software keymaster; without its root key, nothing encrypted is.\n"
+        "Reads every file, compares the versions of the store and of its key, decrypts the\n"
+        "store if the software keymaster's root key is there, and sorts out the error files.\n"
+        "Says what is wrong, by what that shows, what is lost, and what to do about it.\n"
         "\n"
-        "--repair changes something only if the store reads afterwards, and keeps a copy of\n"
-        "every file that it touches in doctor-YYYYMMDD-HHMMSS. Exit status 1 says that something "
-        "is wrong, and stays so.\n"
+        "Exit status: 0 healthy: everything was read, and the store was decrypted with its\n"
+        "key; 1 something is wrong; 2 the directory cannot be read; 3 not decided: nothing\n"
+        "wrong was found, and not everything could be checked, for want of the key mostly.\n"
+        "\n"
+        "--repair makes only changes that the key or, without it, structure or digest prove\n"
+        "to be safe, and keeps a copy of every file that it touches in\n"
+        "doctor-YYYYMMDD-HHMMSS. No program but this one may use the store meanwhile. Root\n"
+        "acts as the directory's owner.\n"
         "\n"
         "  zelkm doctor store\n"
         "  zelkm doctor --repair store");
-    command->callback([&session, dir, repair] {
-        const SessionOptions options = withDirectory(session, *dir);
-        const DirectoryLock lock(
-            options, *repair ? DirectoryLock::Mode::kExclusive : DirectoryLock::Mode::kShared);
-        runDoctor(options, *repair);
+    command->callback([&session, dir, doctor, status] {
+        *status = runDoctor(withDirectory(session, *dir), *doctor);
     });
 }
 
 }  // namespace
 
-void defineDirectoryCommands(CLI::App& app, const SessionOptions& session) {
+void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* status) {
     defineInfo(app, session);
-    defineDoctor(app, session);
+    defineDoctor(app, session, status);
 }
 
 }  // namespace zelkm_tool

@@ -1,15 +1,17 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a crash left of a store. See doctor_command.h.
+// The truth about a store directory. See doctor_command.h.
 
 #include "doctor_command.h"
 
-#include <filesystem>
+#include <algorithm>
 #include <iostream>
+#include <memory>
 
-#include "doctor_diagnosis.h"
+#include "directory_lock.h"
 #include "doctor_repair.h"
+#include "doctor_report.h"
 #include "doctor_trial.h"
 #include "failure.h"
 #include "result_text.h"
@@ -17,74 +19,94 @@
 namespace zelkm_tool {
 namespace {
 
-void printLines(const char* title, const std::vector<std::string>& lines) {
-    for (const std::string& line : lines) {
-        std::cout << title << line << '\n';
+Directory openDirectory(const std::string& path) {
+    try {
+        return Directory(path);
+    } catch (const Refused& refused) {
+        throw WrongUsage(refused.what());
     }
 }
 
-std::string inWords(const Change& change) {
-    return change.file + (change.content ? " from " : " goes: ") + change.source;
-}
-
-void print(const Diagnosis& diagnosis, bool tried) {
-    printLines("", diagnosis.files);
-    if (!tried) {
-        std::cout << "note: no " << kRootKeyFile << ", so no key was tried\n";
-    }
-    printLines("note: ", diagnosis.notes);
-    printLines("wrong: ", diagnosis.problems);
-    printLines("advice: ", diagnosis.advice);
-    if (diagnosis.problems.empty()) {
-        std::cout << "nothing is wrong\n";
+// A key that cannot be opened is no key; what is wrong with its file is said elsewhere.
+std::unique_ptr<StoreTrials> trialsIn(const Directory& directory, const SessionOptions& session) {
+    try {
+        return std::make_unique<StoreTrials>(directory, session);
+    } catch (const Refused&) {
+        return nullptr;
     }
 }
 
-// A repair is made only if the directory is healthy afterwards, and the library reads the store.
-void rehearse(const StoreFiles& repaired, const StoreTrials& trials, const Decrypt& decrypt) {
-    for (const std::string& left : diagnose(repaired, decrypt).problems) {
-        throw Refused("not repaired: it would still be wrong that " + left);
+bool holds(const Findings& findings, const Finding& wanted) {
+    return std::any_of(findings.begin(), findings.end(), [&](const Finding& finding) {
+        return finding.name == wanted.name && finding.what == wanted.what;
+    });
+}
+
+// A repair is made only if it removes what it is for, and adds nothing that is wrong; and where the
+// store can be decrypted, only if the library reads it.
+void rehearse(const Report& report, const Diagnosis& after, const StoreFiles& repaired,
+              StoreTrials* trials) {
+    for (const Finding& left : after.findings) {
+        const bool was_there = holds(report.findings, left);
+        if (left.severity == Severity::kWrong && !left.changes.empty()) {
+            throw Refused("not repaired: it would still be wrong that " + left.what);
+        }
+        if (left.severity == Severity::kWrong && !was_there && left.name != "digest-missing") {
+            throw Refused("not repaired: it would then be wrong that " + left.what);
+        }
     }
-    check(trials.open(repaired), "not repaired: on a copy the library does not read the store");
+    const auto store = after.readings.find(kStoreFile);
+    if (store != after.readings.end() && store->second.reads()) {
+        const std::string& key = store->second.key;
+        check(trials == nullptr
+                  ? ZELKM_OK
+                  : trials->open(repaired.at(kStoreFile), key.empty() ? key : repaired.at(key)),
+              "not repaired: the library does not read what would be the store");
+    }
 }
 
 }  // namespace
 
-void runDoctor(const SessionOptions& options, bool repair) {
-    if (!std::filesystem::is_directory(options.dir)) {
-        throw Refused("directory " + options.dir + ": not a directory");
-    }
-    const StoreTrials trials(options);
+int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
+    const Directory directory = openDirectory(session.dir);
+    const DirectoryLock lock(
+        session, options.repair ? DirectoryLock::Mode::kExclusive : DirectoryLock::Mode::kShared);
+    becomeOwnerOf(directory);
+    const std::unique_ptr<StoreTrials> trials = trialsIn(directory, session);
     Decrypt decrypt;
-    if (trials.canDecrypt()) {
+    KeyStatus key_status;
+    if (trials && trials->canDecrypt()) {
         decrypt = [&trials](const std::string& store, const std::string& key) {
-            return trials.decrypt(store, key);
+            return trials->decrypt(store, key);
         };
+        key_status = [&trials](const std::string& key) { return trials->keyStatus(key); };
     }
-    const StoreFiles files = readStoreFiles(options.dir);
-    const Diagnosis diagnosis = diagnose(files, decrypt);
-    print(diagnosis, trials.canDecrypt());
-    if (diagnosis.problems.empty()) {
-        return;
+    Report report = examine(collectFacts(directory), decrypt, key_status);
+    if (options.repair && !report.changes.empty()) {
+        const std::vector<Change> changes = report.changes;
+        const StoreFiles repaired = applied(report.facts.storeFiles(), changes);
+        rehearse(report, diagnose(repaired, decrypt, key_status), repaired,
+                 decrypt ? trials.get() : nullptr);
+        requireOwnership(report.facts, changes);
+        const std::string copies = keepCopies(directory, report.facts, changes);
+        makeChanges(directory, changes);
+        report = examine(collectFacts(directory), decrypt, key_status);
+        report.repaired = changes;
+        report.copies = copies;
+        if (report.facts.storeFiles() != repaired) {
+            throw Refused(
+                "the files are not as they were written: is something else using the store?");
+        }
     }
-    if (diagnosis.changes.empty()) {
-        throw Refused("something is wrong, and the doctor cannot repair it");
+    if (options.json) {
+        printJson(std::cout, report);
+    } else {
+        printText(std::cout, report);
     }
-    for (const Change& change : diagnosis.changes) {
-        std::cout << (repair ? "repair: " : "possible with --repair: ") << inWords(change) << '\n';
+    if (options.repair && report.repaired.empty() && report.verdict() == Verdict::kWrong) {
+        std::cerr << "zelkm: not repaired: nothing that is proved to be safe would help\n";
     }
-    if (!repair) {
-        throw Refused("something is wrong; --repair makes the changes named, and keeps copies");
-    }
-    const StoreFiles repaired = applied(files, diagnosis.changes);
-    rehearse(repaired, trials, decrypt);
-    std::cout << "copies of what is touched are in "
-              << keepCopies(options.dir, files, diagnosis.changes) << '\n';
-    makeChanges(options.dir, diagnosis.changes);
-    if (readStoreFiles(options.dir) != repaired) {
-        throw Refused("the files are not as they were written: is something else using the store?");
-    }
-    std::cout << "repaired\n";
+    return static_cast<int>(report.verdict());
 }
 
 }  // namespace zelkm_tool

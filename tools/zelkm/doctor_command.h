@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command that tells what a crash left of a store, and repairs it.
+// The command that tells the truth about a store directory, and repairs what it can prove.
 
 #pragma once
 
@@ -9,8 +9,13 @@
 
 namespace zelkm_tool {
 
-// Diagnoses the directory of `options` and, when asked to, repairs it. Throws Refused when
-// something is wrong and stays so.
-void runDoctor(const SessionOptions& options, bool repair);
+struct DoctorOptions {
+    bool repair = false;
+    bool json = false;
+};
+
+// Examines the directory of `session` and, when asked to, repairs it. Returns the exit status.
+// Throws WrongUsage when the directory cannot be read, and Refused when a repair fails.
+int runDoctor(const SessionOptions& session, const DoctorOptions& options);
 
 }  // namespace zelkm_tool

@@ -1,268 +1,309 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What happened to a store directory. See doctor_diagnosis.h, and protected_file.h for the steps of
-// a replacement.
-
-#include "doctor_diagnosis.h"
+// What happened to the store. See doctor_findings.h, and protected_file.h for the steps of a
+// replacement. The key is looked at in doctor_keys.cpp.
 
 #include <algorithm>
 
-#include "bytes.h"
+#include "doctor_keys.h"
 #include "session.h"
 
 namespace zelkm_tool {
 namespace {
 
-constexpr size_t kDigestLen = 32;
+const std::string kStore = kStoreFile;
+const std::string kTemporary = kStore + kTemporarySuffix;
+const std::string kBackup = kStore + kBackupSuffix;
+
+constexpr char kStartsEmpty[] =
+    "; the library starts with an empty store, and the next change replaces what is left";
 
 class Doctor {
   public:
-    Doctor(const StoreFiles& files, const Decrypt& decrypt) : files_(files) {
-        NamedKeys keys;
-        for (const std::string& name : versionsOf(kKeyFile)) {
-            if (!contentOf(name).empty()) {
-                keys.push_back({name, contentOf(name)});
+    Doctor(const StoreFiles& files, const Decrypt& decrypt, const KeyStatus& key_status)
+        : files_(files), keys_(files, key_status) {
+        for (const std::string& name : versionsOf(kStore)) {
+            if (files.count(name) != 0) {
+                diagnosis_.readings[name] = readStore(files.at(name), keys_.named(), decrypt);
             }
         }
-        for (const std::string& name : versionsOf(kStoreFile)) {
-            if (files_.count(name) != 0) {
-                readings_[name] = readStore(contentOf(name), keys, decrypt);
-            }
-        }
-        tried_ = decrypt != nullptr;
     }
 
     Diagnosis run() {
         const std::string chosen = chooseStore();
-        const std::string key = chosen.empty() ? "" : readings_[chosen].key;
-        lookAtStore(chosen);
-        lookAtKey(key);
-        lookAtDigest(key);
-        if (!chosen.empty()) {
-            putStore(chosen);
-        }
-        giveAdvice();
-        listStores();
+        const std::string key = chosen.empty() ? "" : reading(chosen).key;
+        lookAtCurrent(chosen);
+        lookAtTemporary(chosen);
+        lookAtBackup();
+        compareVersions();
+        keys_.judge(key, needsKey(), &diagnosis_);
+        diagnosis_.decrypted = chosen == kStore && key == kKeyFile && !reading(kStore).corrected();
         return std::move(diagnosis_);
     }
 
   private:
-    static std::vector<std::string> versionsOf(const std::string& name) {
-        return {name, name + kTemporarySuffix, name + kBackupSuffix};
-    }
-
     bool has(const std::string& name) const { return files_.count(name) != 0; }
-    std::string contentOf(const std::string& name) const {
-        const auto found = files_.find(name);
-        return found == files_.end() ? std::string() : found->second;
+    const StoreReading& reading(const std::string& name) const {
+        return diagnosis_.readings.at(name);
     }
-    void problem(const std::string& text) { diagnosis_.problems.push_back(text); }
-    void note(const std::string& text) { diagnosis_.notes.push_back(text); }
-    void change(const std::string& file, const std::optional<std::string>& content,
-                const std::string& source) {
-        diagnosis_.changes.push_back({file, content, source});
+    void add(Finding finding) { diagnosis_.findings.push_back(std::move(finding)); }
+    std::string wordsFor(const std::string& name) const { return name + " " + reading(name).words; }
+
+    bool needsKey() const {
+        return std::any_of(diagnosis_.readings.begin(), diagnosis_.readings.end(),
+                           [](const auto& entry) {
+                               const StoreReading& r = entry.second;
+                               return r.state == StoreReading::kNotTried ||
+                                      r.state == StoreReading::kRefused || !r.key.empty();
+                           });
     }
 
-    // The first version that reads: the current one, else the new one, else the old one.
+    // The first version that reads: the current one, else the new one, else the old one. Without a
+    // key, one that is complete may stand in for one that never can be read.
     std::string chooseStore() const {
-        for (const std::string& name : versionsOf(kStoreFile)) {
-            const auto found = readings_.find(name);
-            if (found == readings_.end()) {
+        for (const std::string& name : versionsOf(kStore)) {
+            if (!has(name)) {
                 continue;
             }
-            if (found->second.state == StoreReading::kReads) {
+            const StoreReading& r = reading(name);
+            // A backup alone may be what somebody wanted to be rid of.
+            const bool may_stand_in = name == kTemporary || (name == kBackup && has(kStore));
+            if (r.reads() || (r.looksWhole() && may_stand_in)) {
                 return name;
             }
             // What cannot be tried may be good: nothing older may take its place.
-            if (found->second.state == StoreReading::kNotTried) {
+            if (r.state == StoreReading::kNotTried ||
+                (r.state == StoreReading::kIncomplete && !r.hopeless)) {
                 return "";
             }
         }
         return "";
     }
 
-    std::string wordsFor(const std::string& name) const {
-        return name + " " + readings_.at(name).words;
+    // What puts the chosen version in the place of the current one.
+    std::vector<Change> putStore(const std::string& chosen) const {
+        if (chosen.empty() || (chosen == kStore && !reading(kStore).corrected())) {
+            return {};
+        }
+        const StoreReading& r = reading(chosen);
+        std::vector<Change> changes = {
+            {kStore, r.reads() ? r.image : files_.at(chosen), chosen,
+             chosen + (r.corrected() ? ", with its header put right" : "")}};
+        if (has(kTemporary)) {
+            changes.push_back({kTemporary, std::nullopt, "", "no longer needed"});
+        }
+        return changes;
     }
 
-    void lookAtStore(const std::string& chosen) {
-        if (readings_.empty()) {
-            note("there is no store");
+    std::string lossOf(const std::string& chosen) const {
+        if (chosen == kBackup) {
+            return "the last change; the version before it is in " + kBackup;
+        }
+        if (chosen == kTemporary) {
+            return "nothing: the new version is complete in " + kTemporary;
+        }
+        if (chosen == kStore) {
+            return "nothing: all rows are there";
+        }
+        return has(kBackup) || has(kTemporary)
+                   ? "not known: no version in the directory could be proved to be good"
+                   : "every object, as far as this directory can tell";
+    }
+
+    void lookAtCurrent(const std::string& chosen) {
+        if (!has(kStore)) {
+            lookAtMissing(chosen);
             return;
         }
-        const std::string temporary = std::string(kStoreFile) + kTemporarySuffix;
-        const std::string backup = std::string(kStoreFile) + kBackupSuffix;
-        if (!has(kStoreFile)) {
-            lookAtInterruption(chosen, temporary, backup);
+        const StoreReading& r = reading(kStore);
+        if (r.reads() && r.key.empty() && !r.corrected()) {
+            add({"store-plaintext", Severity::kUnchecked,
+                 wordsFor(kStore) + "; the library writes none with a keymaster",
+                 "the header's flags are 0, and the payload parses as rows",
+                 "secrecy; and whoever may write the file can have written it",
+                 "where the store comes from"});
+        } else if (r.looksWhole()) {
+            add({"store-not-decrypted", Severity::kUnchecked, wordsFor(kStore), "", "",
+                 "the key: whether the payload is as it was written, and how many rows it holds, "
+                 "shows only when it is decrypted"});
+        } else if (!r.finding.empty()) {
+            const std::vector<Change> changes = putStore(chosen);
+            add({r.finding, Severity::kWrong, wordsFor(kStore),
+                 r.key.empty() ? "the bytes of the file" : "the decrypted payload",
+                 r.finding == "answer-lost"
+                     ? "no object; the rows lay readable on the disk: treat them as disclosed"
+                     : lossOf(chosen),
+                 changes.empty() ? whyNothingHelps() : "", changes});
+        }
+    }
+
+    std::string whyNothingHelps() const {
+        const auto any = [this](auto test) {
+            return std::any_of(diagnosis_.readings.begin(), diagnosis_.readings.end(),
+                               [&](const auto& entry) { return test(entry.second); });
+        };
+        if (has(kBackup) &&
+            !any([](const StoreReading& r) { return r.state != StoreReading::kRefused; })) {
+            return "the key: every version is complete, and none opens, so that it is rather the "
+                   "key that is another one. Look for the key before in other copies of the "
+                   "directory";
+        }
+        if (any([](const StoreReading& r) {
+                return r.state == StoreReading::kNotTried ||
+                       (r.state == StoreReading::kIncomplete && !r.hopeless);
+            })) {
+            return "the key: which version is good shows only when it is decrypted. Keep a copy of "
+                   "the directory before the service runs again";
+        }
+        return "another copy of the directory or another root key, or the --patch-level that the "
+               "key was last used at; without one remove the store and key files, and enroll again";
+    }
+
+    void lookAtMissing(const std::string& chosen) {
+        if (!has(kTemporary) && !has(kBackup)) {
+            add({"no-store", Severity::kUnchecked, "there is no store in the directory", "", "",
+                 std::string("whether anything was stored before") +
+                     (has(kKeyFile) ? "; the key that is there may have had a store" : "")});
             return;
         }
-        const StoreReading& reading = readings_.at(kStoreFile);
-        if (has(temporary)) {
-            note("a replacement of " + std::string(kStoreFile) +
-                 " stopped before its first rename: " + temporary +
-                 (readings_.at(temporary).state == StoreReading::kIncomplete ? " (partial)"
-                                                                             : " (complete)") +
-                 " is the version that was to come; the next change overwrites it");
-        }
-        if (reading.state == StoreReading::kNotTried) {
-            note(wordsFor(kStoreFile));
-        } else if (reading.state != StoreReading::kReads || reading.corrected) {
-            problem(wordsFor(kStoreFile));
-        }
-    }
-
-    void lookAtInterruption(const std::string& chosen, const std::string& temporary,
-                            const std::string& backup) {
-        constexpr char kDanger[] =
-            "; the library starts with an empty store, and the next change replaces what is left";
-        if (has(temporary) && has(backup)) {
-            problem("a replacement of " + std::string(kStoreFile) +
-                    " stopped after its first rename: " + backup + " is the version before, " +
-                    temporary + " the new one" + kDanger);
-        } else if (has(backup)) {
-            problem(
-                std::string(kStoreFile) + " is missing, and " + backup +
-                " is there: a restore of the backup stopped half-way, or the store was removed" +
-                kDanger);
-        } else if (has(temporary)) {
-            const bool partial = readings_.at(temporary).state == StoreReading::kIncomplete;
-            problem("the first " + std::string(kStoreFile) + " was being written: " + temporary +
-                    (partial ? " is a part of it, and nothing was stored before"
-                             : " is complete, and did not get its name") +
-                    kDanger);
-            if (partial && chosen.empty()) {
-                change(temporary, std::nullopt, "a part of a store that never was");
-            }
-        }
-    }
-
-    // Without those of which everything is said already.
-    void listStores() {
-        for (const std::string& name : versionsOf(kStoreFile)) {
-            const auto is_it = [&](const std::string& text) { return text == wordsFor(name); };
-            if (has(name) &&
-                std::none_of(diagnosis_.problems.begin(), diagnosis_.problems.end(), is_it) &&
-                std::none_of(diagnosis_.notes.begin(), diagnosis_.notes.end(), is_it)) {
-                diagnosis_.files.push_back(wordsFor(name));
-            }
-        }
-    }
-
-    // `opening` is the key that decrypts the chosen store; empty when there is none.
-    void lookAtKey(const std::string& opening) {
-        const bool is_needed = needsKey();
-        if (contentOf(kKeyFile).empty() && is_needed) {
-            problem(std::string(kKeyFile) + (has(kKeyFile) ? " is empty" : " is missing") +
-                    ": the library makes a new key, which cannot decrypt the store");
-        } else if (!opening.empty() && opening != kKeyFile) {
-            problem(std::string(kKeyFile) + " is not the key of this store, " + opening + " is");
-        }
-        if (!opening.empty() && opening != kKeyFile) {
-            change(kKeyFile, contentOf(opening), opening);
-        }
-        const std::string temporary = std::string(kKeyFile) + kTemporarySuffix;
-        if (has(kKeyFile) && has(temporary) && opening != temporary) {
-            note("a replacement of " + std::string(kKeyFile) +
-                 " stopped before its first rename; " + temporary + " is a leftover");
-        }
-    }
-
-    bool needsKey() const {
-        for (const auto& [name, reading] : readings_) {
-            if (reading.state == StoreReading::kNotTried || !reading.key.empty() ||
-                reading.state == StoreReading::kRefused) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-    // The library consults the digest when the keymaster refuses the key: when the two differ, it
-    // takes the key for damaged and makes a new one. Without a digest it keeps the key.
-    void lookAtDigest(const std::string& opening) {
-        const std::string key_name = opening.empty() ? kKeyFile : opening;
-        const std::string key = contentOf(key_name);
-        const std::string digest = contentOf(kKeyDigestFile);
-        if (key.empty() || digest == sha256(key)) {
-            return;
-        }
-        const bool counts = digest.size() == kDigestLen;
-        const std::string words =
-            std::string(kKeyDigestFile) + (counts ? otherOwnerOf(digest, key_name) : notADigest());
-        if (!opening.empty()) {
-            problem(words);
-            change(kKeyDigestFile, sha256(key), "the SHA-256 of " + opening);
-        } else if (counts && needsKey()) {
-            problem(words);
-            diagnosis_.advice.push_back("move " + std::string(kKeyDigestFile) +
-                                        " away: without one the library keeps a refused key");
+        const bool complete =
+            has(kTemporary) && (reading(kTemporary).reads() || reading(kTemporary).looksWhole());
+        std::string what = "there is no " + kStore;
+        if (complete) {
+            what += has(kBackup) ? ": its replacement stopped after the first rename; " + kBackup +
+                                       " is the version before, " + kTemporary + " the new one"
+                                 : ": it was being written, nothing else is there, and " +
+                                       kTemporary + ", complete, did not get its name";
+        } else if (has(kTemporary)) {
+            what += "; " + wordsFor(kTemporary) +
+                    (has(kBackup) ? ", and " + kBackup + " is an older version"
+                     : has(kKeyFile) || has(std::string(kKeyFile) + kBackupSuffix)
+                         ? "; whether it was the first one cannot be told: there is a key, which "
+                           "may have had a store before"
+                         : "; it would have been the first one");
         } else {
-            note(words);
+            what += ", and " + kBackup +
+                    " is there: two writers at once, a restore that was interrupted, or somebody "
+                    "who removed the store leave this";
         }
-    }
-
-    std::string notADigest() const {
-        return has(kKeyDigestFile) ? " is not 32 bytes long, and counts as missing" : " is missing";
-    }
-
-    std::string otherOwnerOf(const std::string& digest, const std::string& key_name) const {
-        std::string words = " is not the digest of " + key_name;
-        for (const std::string& other : versionsOf(kKeyFile)) {
-            if (has(other) && digest == sha256(contentOf(other))) {
-                words += " but of " + other + " (a change of keys stopped between the two)";
-            }
+        const std::vector<Change> changes = putStore(chosen);
+        std::string needs;
+        if (changes.empty() && has(kBackup) && reading(kBackup).looksWhole()) {
+            needs =
+                "that nobody removed the store on purpose, and that the version before the "
+                "last change is wanted: then 'cp -a " +
+                kBackup + " " + kStore + "', before the service runs again";
+        } else if (changes.empty()) {
+            needs = whyNothingHelps();
         }
-        return words +
-               ": if the keymaster refuses the key once, the library makes a new one, and "
-               "the store is lost";
+        add({complete ? "replacement-interrupted" : "store-missing", Severity::kWrong, what,
+             "the names that are there, and the lengths in their headers",
+             lossOf(complete ? kTemporary : chosen) + kStartsEmpty, needs, changes});
     }
 
-    void putStore(const std::string& chosen) {
-        const StoreReading& reading = readings_.at(chosen);
-        if (chosen == kStoreFile && !reading.corrected) {
+    void lookAtTemporary(const std::string& chosen) {
+        if (!has(kTemporary) || !has(kStore)) {
             return;
         }
-        change(kStoreFile, reading.image,
-               chosen + (reading.corrected ? ", with its header put right" : ""));
-        const std::string temporary = std::string(kStoreFile) + kTemporarySuffix;
-        if (has(temporary)) {
-            change(temporary, std::nullopt, "no longer needed");
-        }
-    }
-
-    void giveAdvice() {
-        auto& advice = diagnosis_.advice;
-        if (diagnosis_.problems.empty() || !diagnosis_.changes.empty() || !advice.empty()) {
-            return;
-        }
-        if (!tried_ && needsKey()) {
-            advice.push_back(
-                "without the keymaster that made the key nothing can be checked: keep a copy of "
-                "the directory, then by hand give the newest whole version its name (first .tmp, "
-                "then .bak), and start the device; when it refuses that one, try the other");
-        } else if (needsKey()) {
-            advice.push_back(
-                "no version here can be read: keep a copy of the directory, and look for another "
-                "root key, or say the --patch-level that the key was last used at; else the "
-                "objects are lost: remove the store and key files, and enroll again");
+        const StoreReading& r = reading(kTemporary);
+        const bool partial = r.state == StoreReading::kIncomplete;
+        Finding finding = {
+            "replacement-unfinished",
+            Severity::kWrong,
+            "a replacement of " + kStore + " stopped before its first rename: " + kTemporary +
+                (partial ? " (partial)" : " (complete)") + " is the version that was to come",
+            wordsFor(kTemporary),
+            "the change that was being made",
+            ""};
+        if (chosen == kTemporary) {
+            finding.needs = "nothing: it takes the place of the current one";
+        } else if (partial || (chosen == kStore && r.state != StoreReading::kNotTried)) {
+            finding.changes = {{kTemporary, std::nullopt, "", "the current version is in use"}};
         } else {
-            advice.push_back(
-                "no version here can be read: keep a copy of the directory, remove "
-                "the files named above, and enroll again");
+            finding.needs =
+                "whether the current version opens: if so, it can be removed, and the "
+                "next change overwrites it";
+        }
+        add(finding);
+    }
+
+    void lookAtBackup() {
+        if (!has(kBackup)) {
+            return;
+        }
+        const StoreReading& r = reading(kBackup);
+        if (r.reads() && r.key.empty()) {
+            add({"backup-plaintext", Severity::kUnchecked, wordsFor(kBackup),
+                 "the header's flags are 0, and the payload parses as rows", "",
+                 "where it comes from"});
+        } else if (r.reads() && r.key != kKeyFile) {
+            add({"backup-of-another-key", Severity::kNote, wordsFor(kBackup),
+                 "which key decrypts it", "", ""});
+        }
+        if (r.finding.empty()) {
+            return;
+        }
+        Finding finding = {"backup-damaged",
+                           Severity::kWrong,
+                           wordsFor(kBackup),
+                           "the bytes of the file",
+                           "the way back to the version before; the current one is another file",
+                           ""};
+        if (r.reads()) {
+            finding.changes = {{kBackup, r.image, kBackup, "with its header put right"}};
+        } else if (r.hopeless && r.state == StoreReading::kIncomplete && has(kStore)) {
+            finding.changes = {
+                {kBackup, std::nullopt, "", "a part of a store cannot be decrypted"}};
+        } else if (r.state == StoreReading::kRefused) {
+            finding.needs =
+                "the key that it was written under, if that was another one: look for "
+                "one before the next change replaces the backup";
+        } else {
+            finding.needs = "nothing: the next change replaces it";
+        }
+        add(finding);
+    }
+
+    // Header fields are no proof of anything once both versions were decrypted.
+    void compareVersions() {
+        std::string earlier;
+        std::string seen;
+        for (const std::string& name : {kBackup, kStore, kTemporary}) {
+            if (!has(name)) {
+                continue;
+            }
+            seen += (seen.empty() ? "" : ", ") + name;
+            const StoreReading& r = reading(name);
+            if (!earlier.empty() && r.looksWhole() &&
+                (reading(earlier).looksWhole() || reading(earlier).reads())) {
+                const std::string why = whyNotOneChange(files_.at(earlier), files_.at(name));
+                if (!why.empty()) {
+                    add({"versions-contradict", Severity::kWrong,
+                         name + " cannot be what one change made of " + earlier +
+                             ": a header was changed, a write that failed went in with the next, "
+                             "or one of them is from elsewhere",
+                         "by their headers " + name + " has " + why,
+                         "a row count that is too small hides the last objects",
+                         "the key: the decrypted payload says how many rows there are"});
+                }
+            }
+            earlier = name;
+        }
+        if (!seen.empty()) {
+            diagnosis_.checked.push_back("sizes and header fields of " + seen);
         }
     }
 
     const StoreFiles& files_;
-    bool tried_ = false;
-    std::map<std::string, StoreReading> readings_;
-    Diagnosis diagnosis_;
+    Keys keys_;
+    Diagnosis diagnosis_ = {};
 };
 
 }  // namespace
 
-Diagnosis diagnose(const StoreFiles& files, const Decrypt& decrypt) {
-    return Doctor(files, decrypt).run();
+Diagnosis diagnose(const StoreFiles& files, const Decrypt& decrypt, const KeyStatus& key_status) {
+    return Doctor(files, decrypt, key_status).run();
 }
 
 }  // namespace zelkm_tool

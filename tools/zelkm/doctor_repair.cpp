@@ -6,7 +6,6 @@
 #include "doctor_repair.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,44 +25,47 @@ void require(bool done, const std::string& path) {
     }
 }
 
-// Makes what was written to a file, or the entries of a directory, last.
-void flush(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool done = fd >= 0 && ::fsync(fd) == 0;
-    const int error = errno;
-    if (fd >= 0) {
-        ::close(fd);
-    }
-    errno = error;
-    require(done, path);
+// Writes a file that is not there yet, so that it lasts.
+Descriptor create(const Directory& directory, const std::string& name, const std::string& content) {
+    const std::string path = directory.path() + "/" + name;
+    Descriptor file(::openat(directory.fd(), name.c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    require(file.get() >= 0, path);
+    writeAll(file.get(), content, path);
+    require(::fsync(file.get()) == 0, path);
+    return file;
 }
 
-void writeDurably(const std::string& path, const std::string& content) {
-    writeOutput(path, content, Access::kOwnerOnly);
-    flush(path);
-}
-
-// Whoever repairs, the files stay their owner's: who may use the directory may use them.
-void giveToOwnerOf(const std::string& dir, const std::string& path) {
-    struct stat owner = {};
-    require(::stat(dir.c_str(), &owner) == 0, dir);
-    if (owner.st_uid != ::geteuid()) {
-        require(::chown(path.c_str(), owner.st_uid, owner.st_gid) == 0, path);
-    }
+void flush(const Directory& directory) {
+    require(::fsync(directory.fd()) == 0, directory.path());
 }
 
 // Replaces a file so that it is there at any time, old or new.
-void replace(const std::string& dir, const std::string& name, const std::string& content) {
-    const std::string fresh = dir + "/" + name + ".doctor";
-    require(::unlink(fresh.c_str()) == 0 || errno == ENOENT, fresh);
-    writeDurably(fresh, content);
-    giveToOwnerOf(dir, fresh);
-    require(::rename(fresh.c_str(), (dir + "/" + name).c_str()) == 0, name);
+void replace(const Directory& directory, const std::string& name, const std::string& content) {
+    const std::string fresh = name + ".doctor";
+    require(::unlinkat(directory.fd(), fresh.c_str(), 0) == 0 || errno == ENOENT, fresh);
+    create(directory, fresh, content);
+    require(::renameat(directory.fd(), fresh.c_str(), directory.fd(), name.c_str()) == 0, name);
 }
 
 }  // namespace
 
-std::string keepCopies(const std::string& dir, const StoreFiles& files,
+void requireOwnership(const Facts& facts, const std::vector<Change>& changes) {
+    if (facts.directory.st_uid != ::geteuid()) {
+        throw Refused(facts.path + " belongs to another user (" +
+                      std::to_string(facts.directory.st_uid) + "): only they can repair it");
+    }
+    for (const Change& change : changes) {
+        const auto found = facts.files.find(change.file);
+        if (found != facts.files.end() && found->second.status.st_uid != ::geteuid()) {
+            throw Refused(change.file + " belongs to another user (" +
+                          std::to_string(found->second.status.st_uid) +
+                          ") than the directory: it is not replaced");
+        }
+    }
+}
+
+std::string keepCopies(const Directory& directory, const Facts& facts,
                        const std::vector<Change>& changes) {
     const std::time_t now = std::time(nullptr);
     std::tm parts = {};
@@ -71,29 +73,33 @@ std::string keepCopies(const std::string& dir, const StoreFiles& files,
     char stamp[32];
     std::strftime(stamp, sizeof(stamp), "doctor-%Y%m%d-%H%M%S", &parts);
     std::string name = stamp;
-    for (int again = 2; ::mkdir((dir + "/" + name).c_str(), 0700) != 0; ++again) {
-        require(errno == EEXIST, dir + "/" + name);
+    for (int again = 2; ::mkdirat(directory.fd(), name.c_str(), 0700) != 0; ++again) {
+        require(errno == EEXIST, directory.path() + "/" + name);
         name = stamp + ("-" + std::to_string(again));
     }
+    const Directory copies = directory.folder(name);
     for (const Change& change : changes) {
-        const auto found = files.find(change.file);
-        if (found != files.end()) {
-            writeDurably(dir + "/" + name + "/" + change.file, found->second);
+        const auto found = facts.files.find(change.file);
+        if (found != facts.files.end()) {
+            const Descriptor copy = create(copies, change.file, *found->second.content);
+            const struct timespec times[] = {found->second.status.st_atim,
+                                             found->second.status.st_mtim};
+            require(::futimens(copy.get(), times) == 0, copies.path());
         }
     }
-    flush(dir + "/" + name);
-    flush(dir);
+    flush(copies);
+    flush(directory);
     return name;
 }
 
-void makeChanges(const std::string& dir, const std::vector<Change>& changes) {
+void makeChanges(const Directory& directory, const std::vector<Change>& changes) {
     for (const Change& change : changes) {
         if (change.content) {
-            replace(dir, change.file, *change.content);
+            replace(directory, change.file, *change.content);
         } else {
-            require(::unlink((dir + "/" + change.file).c_str()) == 0, change.file);
+            require(::unlinkat(directory.fd(), change.file.c_str(), 0) == 0, change.file);
         }
-        flush(dir);
+        flush(directory);
     }
 }
 

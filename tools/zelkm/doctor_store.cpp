@@ -36,6 +36,18 @@ std::vector<Attempt> attempts(const StoreHeader& header, uint32_t available) {
     return all;
 }
 
+bool isZero(const std::string& bytes) {
+    return bytes.find_first_not_of('\0') == bytes.npos;
+}
+
+std::string joined(const std::vector<std::string>& parts) {
+    std::string text;
+    for (const std::string& part : parts) {
+        text += (text.empty() ? "" : ", ") + part;
+    }
+    return text;
+}
+
 // A file under examination.
 class Examination {
   public:
@@ -49,29 +61,63 @@ class Examination {
                 return *reading;
             }
         }
-        if (header_.payload_len == 0) {
-            return failed(StoreReading::kIncomplete,
+        if (header_.payload_len == 0 && (available == 0 || refused_)) {
+            return failed(StoreReading::kIncomplete, "store-header",
                           "says that it holds nothing, not even the NUL of an empty store: the "
                           "library loads no objects from it");
         }
         if (header_.payload_len > available) {
-            return failed(StoreReading::kIncomplete,
+            return failed(StoreReading::kIncomplete, "store-cut",
                           "is cut: " + std::to_string(available) + " of " +
                               std::to_string(header_.payload_len) + " bytes of the payload");
         }
-        if (header_.encrypted() && (!decrypt_ || keys_.empty())) {
-            return failed(StoreReading::kNotTried,
-                          "is complete and encrypted; what it holds was not tried");
-        }
         if (!refusals_.empty()) {
-            return failed(StoreReading::kRefused, refusals_);
+            return failed(StoreReading::kRefused, "store-refused",
+                          "is complete, but " + joined(refusals_));
+        }
+        // A plaintext has neither tag nor nonce.
+        if (header_.encrypted() || (!decrypt_ && !isZero(header_.tag) && !isZero(header_.iv))) {
+            return untried(available);
         }
         return describe({false, header_.payload_len}, storePayload(file_, header_), "");
     }
 
   private:
-    static StoreReading failed(StoreReading::State state, const std::string& words) {
-        return {state, words, "", false, ""};
+    StoreReading failed(StoreReading::State state, const std::string& finding,
+                        const std::string& words) const {
+        return {state, words, finding, "", header_.row_count, "", refused_};
+    }
+
+    // What the fields say about each other without a key.
+    StoreReading untried(uint32_t available) const {
+        std::vector<std::string> wrong;
+        if (header_.magic != kMagic && header_.magic != kMagicV10) {
+            wrong.push_back("its magic is none that the library writes");
+        }
+        if (header_.flags != kEncryptedFlag) {
+            wrong.push_back("its flags are " + std::to_string(header_.flags) + ", not 1");
+        }
+        if (isZero(header_.tag) || isZero(header_.iv)) {
+            wrong.push_back("it has no tag or no nonce, which every encrypted store has");
+        }
+        if (header_.payload_len < available) {
+            wrong.push_back(std::to_string(available - header_.payload_len) +
+                            " bytes follow its payload");
+        }
+        const std::string rows = std::to_string(header_.row_count) + " rows";
+        if (header_.payload_len < minPayloadLen(header_.row_count)) {
+            wrong.push_back(rows + " need " + std::to_string(minPayloadLen(header_.row_count)) +
+                            " bytes, and its payload has " + std::to_string(header_.payload_len));
+        } else if (header_.row_count == 0 && header_.payload_len != minPayloadLen(0)) {
+            wrong.push_back("it says " + rows + ", and its payload has " +
+                            std::to_string(header_.payload_len) + " bytes, not 1");
+        }
+        return failed(
+            StoreReading::kNotTried, wrong.empty() ? "" : "store-header",
+            "is complete and encrypted" +
+                (wrong.empty() ? ", " + rows + " by its header" : ", but " + joined(wrong)) +
+                (unusable_.empty() ? "; what it holds was not tried"
+                                   : "; what it holds is not known: " + joined(unusable_)));
     }
 
     std::optional<StoreReading> readEncrypted(const Attempt& attempt) {
@@ -85,9 +131,13 @@ class Examination {
             if (plain.status == 0) {
                 return describe(attempt, plain.payload, name);
             }
-            if (asWritten(attempt)) {
-                refusals_ += (refusals_.empty() ? "is complete, but " : ", and ") + name +
-                             " does not decrypt it (" + resultText(plain.status) + ")";
+            refused_ = refused_ || plain.status == ZELKM_VERIFICATION_FAILED;
+            if (asWritten(attempt) && plain.status == ZELKM_VERIFICATION_FAILED) {
+                refusals_.push_back(name + " does not decrypt it (" + resultText(plain.status) +
+                                    ")");
+            } else if (asWritten(attempt)) {
+                unusable_.push_back("the keymaster does not take " + name + " (" +
+                                    resultText(plain.status) + ")");
             }
         }
         return std::nullopt;
@@ -102,7 +152,7 @@ class Examination {
             return std::nullopt;
         }
         StoreReading reading = describe(attempt, payload, "");
-        return reading.state == StoreReading::kReads ? std::optional(reading) : std::nullopt;
+        return reading.reads() ? std::optional(reading) : std::nullopt;
     }
 
     bool asWritten(const Attempt& attempt) const {
@@ -120,60 +170,96 @@ class Examination {
             return {StoreReading::kMalformed,
                     opens + ", but " + parseStoreRows(payload, header_).problem +
                         ", so that the library cannot read it",
-                    "", false, key};
+                    "store-malformed",
+                    "",
+                    rows,
+                    key};
         }
+        const bool lost_answer = header_.encrypted() && !attempt.encrypted;
         StoreReading reading = {
-            StoreReading::kReads, "is whole: " + opens + ", objects: " + std::to_string(rows),
-            withStoreHeader(file_, attempt.encrypted, rows, attempt.payload_len), false, key};
-        reading.corrected = reading.image != file_;
-        if (reading.corrected) {
+            StoreReading::kReads,
+            "is whole: " + opens + ", objects: " + std::to_string(rows),
+            "",
+            withStoreHeader(file_, attempt.encrypted, rows, attempt.payload_len),
+            rows,
+            key};
+        if (reading.image != file_) {
+            reading.finding = lost_answer ? "answer-lost" : "store-header";
             reading.words = opens + ", but has a wrong header: " + corrections(attempt, rows);
         }
         return reading;
     }
 
     std::string corrections(const Attempt& attempt, uint32_t rows) const {
-        std::string text;
-        const auto add = [&text](const std::string& what) {
-            text += (text.empty() ? "" : ", ") + what;
-        };
+        std::vector<std::string> wrong;
         if (attempt.encrypted != header_.encrypted()) {
-            add(attempt.encrypted ? "it is marked as plaintext, and is encrypted"
-                                  : "it is marked as encrypted, and is plaintext (an answer of the "
-                                    "keymaster was lost while it was made)");
+            wrong.push_back(attempt.encrypted
+                                ? "it is marked as plaintext, and is encrypted"
+                                : "it is marked as encrypted, and is plaintext (an answer of the "
+                                  "keymaster was lost while it was made)");
+        } else if (header_.flags > kEncryptedFlag) {
+            wrong.push_back("its flags are " + std::to_string(header_.flags) +
+                            ", of which only 1 has a meaning");
         }
         if (attempt.payload_len != header_.payload_len) {
-            add("its payload has " + std::to_string(attempt.payload_len) + " bytes, not " +
-                std::to_string(header_.payload_len));
+            wrong.push_back("its payload has " + std::to_string(attempt.payload_len) +
+                            " bytes, not " + std::to_string(header_.payload_len));
         }
         if (rows != header_.row_count) {
-            add("it holds " + std::to_string(rows) + " rows, not " +
-                std::to_string(header_.row_count));
+            wrong.push_back("it holds " + std::to_string(rows) + " rows, not " +
+                            std::to_string(header_.row_count));
         }
-        return text;
+        if (kHeaderLen + attempt.payload_len < file_.size()) {
+            wrong.push_back(std::to_string(file_.size() - kHeaderLen - attempt.payload_len) +
+                            " bytes follow its payload");
+        }
+        return joined(wrong);
     }
 
     const std::string& file_;
     const StoreHeader header_;
     const NamedKeys& keys_;
     const Decrypt& decrypt_;
-    std::string refusals_;
+    bool refused_ = false;               // in any attempt
+    std::vector<std::string> refusals_;  // of the store, under keys that the keymaster accepts
+    std::vector<std::string> unusable_;  // keys that it does not accept
 };
 
 }  // namespace
 
 StoreReading readStore(const std::string& file, const NamedKeys& keys, const Decrypt& decrypt) {
+    const auto hopeless = [](const char* finding, const std::string& words) -> StoreReading {
+        return {StoreReading::kIncomplete, words, finding, "", 0, "", true};
+    };
     if (file.empty()) {
-        return {StoreReading::kIncomplete,
-                "is empty: the library takes it for a store without objects", "", false, ""};
+        return hopeless("store-empty",
+                        "is empty: the library takes it for a store without objects");
     }
     if (file.size() < kHeaderLen) {
-        return {StoreReading::kIncomplete,
-                "is cut: " + std::to_string(file.size()) + " bytes, and a header has " +
-                    std::to_string(kHeaderLen),
-                "", false, ""};
+        return hopeless("store-cut", "is cut: " + std::to_string(file.size()) +
+                                         " bytes, and a header has " + std::to_string(kHeaderLen));
     }
     return Examination(file, keys, decrypt).run();
+}
+
+std::string whyNotOneChange(const std::string& before, const std::string& now) {
+    const auto old_header = parseStoreHeader(before);
+    const auto header = parseStoreHeader(now);
+    if (!old_header || !header || before == now) {
+        return "";
+    }
+    const auto words = [](const StoreHeader& h) {
+        return std::to_string(h.row_count) + " rows in " + std::to_string(h.payload_len) + " bytes";
+    };
+    const std::string both = words(*header) + ", after " + words(*old_header);
+    const int64_t rows = int64_t{header->row_count} - old_header->row_count;
+    const int64_t bytes = int64_t{header->payload_len} - old_header->payload_len;
+    const int64_t least = static_cast<int64_t>(minPayloadLen(1) - minPayloadLen(0));
+    // A change adds one row, or removes some.
+    if (rows > 0 ? bytes < rows * least : rows < 0 ? bytes > rows * least : true) {
+        return both;
+    }
+    return "";
 }
 
 }  // namespace zelkm_tool

@@ -1,140 +1,142 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Trials of the library on a copy. See doctor_trial.h.
+// Trials of a store in memory. See doctor_trial.h.
 
 #include "doctor_trial.h"
 
 #include <android/log.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <velt_secure_db.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <string_view>
+#include <vector>
 
-#include "failure.h"
-#include "files.h"
+#include "bytes.h"
 #include "store_file.h"
 
 namespace zelkm_tool {
 namespace {
 
-class TemporaryDirectory {
-  public:
-    TemporaryDirectory()
-        : path_((std::filesystem::temp_directory_path() / "zelkm-doctor-XXXXXX").string()) {
-        if (::mkdtemp(path_.data()) == nullptr) {
-            throw Refused(path_ + ": " + std::strerror(errno));
-        }
-    }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+using android::hardware::hidl_vec;
+using namespace android::hardware::keymaster::V4_0;
 
-    const std::string& path() const { return path_; }
+constexpr uint32_t kTagBits = 128;
 
-  private:
-    std::string path_;
-};
-
-// In the child: works, sends the answer, and ends without a trace of its parent's streams.
-[[noreturn]] void runTrial(const std::string& dir, const std::function<std::string()>& work,
-                           int to) {
-    bool sent = false;
-    try {
-        __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // a trial may well fail
-        if (::chdir(dir.c_str()) == 0) {
-            const std::string answer = work();
-            size_t done = 0;
-            ssize_t put = 0;
-            while (done < answer.size() &&
-                   (put = ::write(to, answer.data() + done, answer.size() - done)) > 0) {
-                done += static_cast<size_t>(put);
-            }
-            sent = done == answer.size();
-        }
-    } catch (...) {
-        sent = false;
-    }
-    ::_exit(sent ? 0 : 1);
+KeyParameter number(Tag tag, uint32_t value) {
+    KeyParameter param = {};
+    param.tag = tag;
+    param.f.integer = value;
+    return param;
 }
 
-std::string readToEnd(int from) {
-    std::string answer;
-    char buffer[4096];
-    ssize_t got = 0;
-    while ((got = ::read(from, buffer, sizeof(buffer))) > 0) {
-        answer.append(buffer, static_cast<size_t>(got));
-    }
-    return answer;
+KeyParameter blob(Tag tag, const std::string& bytes) {
+    KeyParameter param = {};
+    param.tag = tag;
+    param.blob = toVec(bytes);
+    return param;
 }
 
 }  // namespace
 
-StoreTrials::StoreTrials(const SessionOptions& options)
-    : options_(options), root_key_(readFileIfThere(options.dir + "/" + kRootKeyFile)) {}
-
-std::string StoreTrials::inCopy(const StoreFiles& files,
-                                const std::function<std::string()>& work) const {
-    const TemporaryDirectory copy;
-    for (const auto& [name, content] : files) {
-        writeOutput(copy.path() + "/" + name, content, Access::kOwnerOnly);
-    }
+StoreTrials::StoreTrials(const Directory& directory, const SessionOptions& options)
+    : root_key_(directory.open(kRootKeyFile)) {
     if (root_key_) {
-        writeOutput(copy.path() + "/" + kRootKeyFile, *root_key_, Access::kOwnerOnly);
+        soft_keymaster::SoftKeymaster::Options with_key = keymasterOptions(options);
+        // The very file that was opened, whatever has become of its name.
+        with_key.root_key_path = "/proc/self/fd/" + std::to_string(root_key_->get());
+        keymaster_.emplace(with_key);
     }
-    int ends[2] = {};
-    if (::pipe(ends) != 0) {
-        throw Refused(std::string("trying the store: ") + std::strerror(errno));
-    }
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::close(ends[0]);
-        runTrial(copy.path(), work, ends[1]);
-    }
-    ::close(ends[1]);
-    std::string answer = readToEnd(ends[0]);
-    ::close(ends[0]);
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status) ||
-        WEXITSTATUS(status) != 0) {
-        throw Refused("trying the store on a copy did not work");
-    }
-    return answer;
 }
 
-StoreTrials::Decryption StoreTrials::decrypt(const std::string& store,
-                                             const std::string& key) const {
-    const std::string answer = inCopy({{kKeyFile, key}}, [&] {
-        soft_keymaster::SoftKeymaster keymaster(keymasterOptions(options_));
-        ZelKeymasterOperation operation(&keymaster, false);
-        StoreHeader header = *parseStoreHeader(store);
-        const std::string_view payload = storePayload(store, header);
-        std::string plain(payload.size(), '\0');
-        const auto bytes = [](auto& text) {
-            return reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
-        };
-        const int result = operation.DBEncrypt(
-            0, bytes(plain), bytes(payload), static_cast<unsigned>(plain.size()), bytes(header.iv),
-            bytes(header.tag), bytes(header.magic), static_cast<unsigned>(header.magic.size()));
-        return std::to_string(result) + '\n' + (result == ZELKM_OK ? plain : "");
+const StoreTrials::UsableKey& StoreTrials::usable(const std::string& key) {
+    const auto known = keys_.find(key);
+    if (known != keys_.end()) {
+        return known->second;
+    }
+    UsableKey result = {ZELKM_UNKNOWN_ERROR, key};
+    keymaster_->getKeyCharacteristics(toVec(key), {}, {}, [&](ErrorCode error, const auto&) {
+        result.status = static_cast<int>(error);
     });
-    return {std::stoi(answer), answer.substr(answer.find('\n') + 1)};
+    if (result.status == ZELKM_KEY_REQUIRES_UPGRADE) {
+        keymaster_->upgradeKey(toVec(key), {}, [&](ErrorCode error, const auto& upgraded) {
+            result = {static_cast<int>(error), toBytes(upgraded)};
+        });
+    }
+    return keys_[key] = result;
 }
 
-int StoreTrials::open(const StoreFiles& files) const {
-    return std::stoi(inCopy(files, [&] {
-        soft_keymaster::SoftKeymaster keymaster(keymasterOptions(options_));
-        ZelKeymasterOperation operation(&keymaster, true);
-        SODOperationParam param;
-        std::vector<std::string> rows;
-        return std::to_string(operation.SodSelect(param.addAliasToOutput(), rows));
-    }));
+int StoreTrials::keyStatus(const std::string& key) {
+    return usable(key).status;
+}
+
+StoreTrials::Decryption StoreTrials::decrypt(const std::string& store, const std::string& key) {
+    const UsableKey& with = usable(key);
+    if (with.status != ZELKM_OK) {
+        return {with.status, ""};
+    }
+    const StoreHeader header = *parseStoreHeader(store);
+    ErrorCode result = ErrorCode::UNKNOWN_ERROR;
+    uint64_t operation = 0;
+    const std::vector<KeyParameter> params = {
+        number(Tag::BLOCK_MODE, static_cast<uint32_t>(BlockMode::GCM)),
+        number(Tag::PADDING, static_cast<uint32_t>(PaddingMode::NONE)),
+        number(Tag::MAC_LENGTH, kTagBits), blob(Tag::NONCE, header.iv)};
+    keymaster_->begin(KeyPurpose::DECRYPT, toVec(with.blob), params, HardwareAuthToken(),
+                      [&](ErrorCode error, const auto&, uint64_t handle) {
+                          result = error;
+                          operation = handle;
+                      });
+    std::string plain;
+    if (result == ErrorCode::OK) {
+        const std::string input(storePayload(store, header));
+        const std::vector<KeyParameter> magic = {blob(Tag::ASSOCIATED_DATA, header.magic)};
+        keymaster_->update(operation, magic, toVec(input + header.tag), HardwareAuthToken(),
+                           VerificationToken(),
+                           [&](ErrorCode error, uint32_t, const auto&, const auto& output) {
+                               result = error;
+                               plain = toBytes(output);
+                           });
+    }
+    if (result == ErrorCode::OK) {
+        keymaster_->finish(operation, {}, {}, {}, HardwareAuthToken(), VerificationToken(),
+                           [&](ErrorCode error, const auto&, const auto& output) {
+                               result = error;
+                               plain += toBytes(output);
+                           });
+    }
+    return {static_cast<int>(result), result == ErrorCode::OK ? plain : ""};
+}
+
+int StoreTrials::open(const std::string& store, const std::string& key) {
+    struct Context {
+        StoreTrials* trials;
+        const std::string& store;
+        const std::string& key;
+    } context = {this, store, key};
+    sdb_register_db_encrypt_fp(
+        &context, [](void* ctx, unsigned, unsigned char* plain, unsigned char*, unsigned len,
+                     unsigned char*, unsigned char*, unsigned char*, unsigned) {
+            const auto* with = static_cast<Context*>(ctx);
+            const Decryption decryption = with->trials->decrypt(with->store, with->key);
+            std::memcpy(plain, decryption.payload.data(),
+                        std::min<size_t>(len, decryption.payload.size()));
+            return decryption.status;
+        });
+    constexpr std::string_view kSelect = "SELECT (ALIAS)";
+    uint64_t handle = 0;
+    unsigned char* out = nullptr;
+    unsigned out_len = 0;
+    const int level = __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // it may well fail
+    const int result = sdb_query(kSelect.data(), static_cast<unsigned>(kSelect.size()),
+                                 reinterpret_cast<const unsigned char*>(store.data()),
+                                 static_cast<unsigned>(store.size()), &out, &out_len, &handle);
+    __android_log_set_minimum_priority(level);
+    std::free(out);
+    sdb_register_db_encrypt_fp(nullptr, nullptr);
+    return result;
 }
 
 }  // namespace zelkm_tool

@@ -1,44 +1,53 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the library itself makes of a store. It repairs on its own, and not always for the better:
-// so it only ever sees a copy, in a process and a directory that both end with the trial.
+// What the keymaster and the library's engine make of a store. All in memory: no file is written,
+// no key is copied, and the library's own repairs, which are not always for the better, stay out.
 
 #pragma once
 
-#include <functional>
+#include <soft_keymaster/soft_keymaster.h>
+
+#include <map>
 #include <optional>
 #include <string>
 
-#include "doctor_files.h"
+#include "directory.h"
 #include "session.h"
 
 namespace zelkm_tool {
 
 class StoreTrials {
   public:
-    // Reads the software keymaster's root key from the options' directory; there may be none.
-    explicit StoreTrials(const SessionOptions& options);
+    // Uses the software keymaster's root key in the directory; there may be none.
+    StoreTrials(const Directory& directory, const SessionOptions& options);
 
     // Without a root key no key blob can be tried.
-    bool canDecrypt() const { return root_key_.has_value(); }
+    bool canDecrypt() const { return keymaster_.has_value(); }
+
+    // What the keymaster says to a key blob: 0 when it can be used, if need be after an upgrade.
+    int keyStatus(const std::string& key);
 
     struct Decryption {
         int status;
         std::string payload;  // when the status is 0
     };
-    // Decrypts the payload of `store`, which must be as long as its header says, under the key blob
-    // `key`. Throws Refused when the trial itself fails, as does the next one.
-    Decryption decrypt(const std::string& store, const std::string& key) const;
+    // Decrypts the payload of `store`, which must be as long as its header says, under a key blob.
+    Decryption decrypt(const std::string& store, const std::string& key);
 
-    // The result of reading the store of a directory that holds `files`.
-    int open(const StoreFiles& files) const;
+    // The result of the engine's reading a store file under a key blob.
+    int open(const std::string& store, const std::string& key);
 
   private:
-    std::string inCopy(const StoreFiles& files, const std::function<std::string()>& work) const;
+    struct UsableKey {
+        int status;
+        std::string blob;
+    };
+    const UsableKey& usable(const std::string& key);
 
-    const SessionOptions options_;
-    const std::optional<std::string> root_key_;
+    std::optional<Descriptor> root_key_;
+    std::optional<soft_keymaster::SoftKeymaster> keymaster_;
+    std::map<std::string, UsableKey> keys_;  // by the blob as it is stored
 };
 
 }  // namespace zelkm_tool

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "descriptor.h"
+#include "directory.h"
 #include "failure.h"
 
 namespace zelkm_tool {
@@ -20,22 +22,7 @@ namespace {
     throw Refused(path + ": " + std::strerror(errno));
 }
 
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ > STDERR_FILENO) {
-            ::close(fd_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return fd_; }
-
-  private:
-    const int fd_;
-};
+}  // namespace
 
 std::string readAll(int fd, const std::string& path) {
     std::string content;
@@ -50,31 +37,36 @@ std::string readAll(int fd, const std::string& path) {
         } else if (errno != EINTR) {
             refuse(path);
         }
-    }
-}
-
-}  // namespace
-
-std::optional<std::string> readFileIfThere(const std::string& path) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) {
-        if (errno == ENOENT) {
-            return std::nullopt;
+        if (content.size() > kMaxFileLen) {
+            throw Refused(path + ": more than " + std::to_string(kMaxFileLen) +
+                          " bytes are not read");
         }
-        refuse(path);
     }
-    return readAll(file.get(), path);
 }
 
 std::string readInput(const std::string& path) {
     if (path == "-") {
         return readAll(STDIN_FILENO, "standard input");
     }
-    std::optional<std::string> content = readFileIfThere(path);
-    if (!content) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0 && errno == ENOENT) {
         throw Refused(path + ": no such file");
     }
-    return *std::move(content);
+    if (file.get() < 0) {
+        refuse(path);
+    }
+    return readAll(file.get(), path);
+}
+
+void writeAll(int fd, const std::string& content, const std::string& path) {
+    for (size_t done = 0; done < content.size();) {
+        const ssize_t put = ::write(fd, content.data() + done, content.size() - done);
+        if (put >= 0) {
+            done += static_cast<size_t>(put);
+        } else if (errno != EINTR) {
+            refuse(path);
+        }
+    }
 }
 
 void writeOutput(const std::string& path, const std::string& content, Access access) {
@@ -85,14 +77,7 @@ void writeOutput(const std::string& path, const std::string& content, Access acc
     if (file.get() < 0) {
         refuse(path);
     }
-    for (size_t done = 0; done < content.size();) {
-        const ssize_t put = ::write(file.get(), content.data() + done, content.size() - done);
-        if (put >= 0) {
-            done += static_cast<size_t>(put);
-        } else if (errno != EINTR) {
-            refuse(path);
-        }
-    }
+    writeAll(file.get(), content, path);
 }
 
 }  // namespace zelkm_tool

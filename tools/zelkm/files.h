@@ -5,14 +5,15 @@
 
 #pragma once
 
-#include <optional>
 #include <string>
 
 namespace zelkm_tool {
 
-// The content, or nothing when there is no such file. Throws Refused for anything else that cannot
-// be read, directories included.
-std::optional<std::string> readFileIfThere(const std::string& path);
+// Everything that is left to read; `path` is for messages. Throws Refused, also beyond kMaxFileLen.
+std::string readAll(int fd, const std::string& path);
+
+// Writes everything. Throws Refused.
+void writeAll(int fd, const std::string& content, const std::string& path);
 
 // The content of a file, or of standard input for "-". Throws Refused.
 std::string readInput(const std::string& path);

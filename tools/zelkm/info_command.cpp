@@ -6,14 +6,13 @@
 #include "info_command.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <iostream>
-#include <optional>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "bytes.h"
-#include "failure.h"
-#include "files.h"
+#include "doctor_report.h"
+#include "key_level.h"
 #include "output.h"
 #include "session.h"
 #include "store_file.h"
@@ -22,41 +21,35 @@
 namespace zelkm_tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 constexpr size_t kErrorLines = 10;
 constexpr size_t kDigestLen = 32;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // begins an error file
 
-// The content, or nothing after a line that says why: a damaged directory is what this is for.
-std::optional<std::string> readAndSay(const std::filesystem::path& path) {
-    std::cout << path.filename().string() << ": ";
-    try {
-        std::optional<std::string> content = readFileIfThere(path);
-        std::cout << (content ? std::to_string(content->size()) + " bytes" : "none") << '\n';
-        return content;
-    } catch (const Refused& refused) {
-        std::cout << "unreadable (" << refused.what() << ")\n";
-        return std::nullopt;
-    }
-}
-
 std::string versionOf(const std::string& magic) {
-    if (magic == "SOBv1.1     ") {
+    if (magic == kMagic) {
         return "1.1";
     }
-    return magic == "SOBv1.0     " ? "1.0" : "unknown, read as 1.1";
+    return magic == kMagicV10 ? "1.0" : "unknown, read as 1.1";
 }
 
-void printStore(const std::filesystem::path& path) {
-    const std::optional<std::string> content = readAndSay(path);
-    if (!content) {
-        return;
+// What is odd about the lengths of a store; empty for nothing.
+std::string lengthsOf(const std::string& content, const StoreHeader& header) {
+    const size_t there = storePayload(content, header).size();
+    if (there < header.payload_len) {
+        return "the file is cut: " + std::to_string(there) + " bytes of the payload are there";
     }
-    const std::optional<StoreHeader> header = parseStoreHeader(*content);
+    const size_t surplus = content.size() - kHeaderLen - there;
+    return surplus == 0 ? "" : std::to_string(surplus) + " bytes after the payload";
+}
+
+void printStore(const std::string& content) {
+    const std::optional<StoreHeader> header = parseStoreHeader(content);
     if (!header) {
         std::cout << "  shorter than a header\n";
         return;
     }
-    const std::string_view payload = storePayload(*content, *header);
     std::cout << "  magic        \"" << escape(header->magic) << "\" (version "
               << versionOf(header->magic) << ")\n"
               << "  flags        " << header->flags
@@ -65,72 +58,167 @@ void printStore(const std::filesystem::path& path) {
               << "  iv           " << hex(header->iv) << '\n'
               << "  row_count    " << header->row_count << '\n'
               << "  payload_len  " << header->payload_len << '\n';
-    const char* const file_end = content->data() + content->size();
-    const auto surplus = file_end - (payload.data() + payload.size());
-    if (payload.size() < header->payload_len) {
-        std::cout << "  the file is cut: " << payload.size() << " bytes of the payload are there\n";
-    } else if (surplus != 0) {
-        std::cout << "  " << surplus << " bytes after the payload\n";
+    const std::string lengths = lengthsOf(content, *header);
+    if (!lengths.empty()) {
+        std::cout << "  " << lengths << '\n';
     }
     if (header->encrypted()) {
         return;
     }
-    const StoreRows stored = parseStoreRows(payload, *header);
+    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header);
     printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
     if (!stored.problem.empty()) {
         std::cout << "  " << stored.problem << '\n';
     }
 }
 
-void printKey(const std::filesystem::path& dir) {
-    const std::optional<std::string> blob = readAndSay(dir / kKeyFile);
-    const std::optional<std::string> digest = readAndSay(dir / kKeyDigestFile);
-    if (!blob || !digest) {
-        return;
+Json storeJson(const std::string& content) {
+    const std::optional<StoreHeader> header = parseStoreHeader(content);
+    if (!header) {
+        return {{"problem", "shorter than a header"}};
     }
-    if (digest->size() != kDigestLen) {
-        std::cout << "  not " << kDigestLen << " bytes long: counts as missing\n";
-    } else if (*digest == sha256(*blob)) {
-        std::cout << "  matches " << kKeyFile << '\n';
-    } else {
-        std::cout << "  does NOT match " << kKeyFile << '\n';
+    Json json = {{"magic", escape(header->magic)},
+                 {"version", versionOf(header->magic)},
+                 {"flags", header->flags},
+                 {"encrypted", header->encrypted()},
+                 {"tag", hex(header->tag)},
+                 {"iv", hex(header->iv)},
+                 {"row_count", header->row_count},
+                 {"payload_len", header->payload_len},
+                 {"problem", lengthsOf(content, *header)}};
+    if (header->encrypted()) {
+        return json;
     }
+    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header);
+    json["rows"] = Json::array();
+    for (const auto& row : stored.rows) {
+        json["rows"].emplace_back();
+        for (size_t i = 0; i < row.size(); ++i) {
+            json["rows"].back()[std::string(kColumnNames[i])] = escape(row[i]);
+        }
+    }
+    if (!stored.problem.empty()) {
+        json["problem"] = stored.problem;
+    }
+    return json;
 }
 
-void printErrors(const std::filesystem::path& dir) {
-    const std::optional<std::string> content = readAndSay(dir / kErrorFile);
-    if (!content) {
-        return;
+// What the digest makes of the key files.
+std::string digestInWords(const StoreFiles& files) {
+    const auto digest = files.find(kKeyDigestFile);
+    if (digest == files.end()) {
+        return "";
     }
-    std::string_view rest = *content;
+    if (digest->second.size() != kDigestLen) {
+        return "not 32 bytes long: counts as missing";
+    }
+    const std::string key = keyOfDigest(files);
+    if (key == kKeyFile) {
+        return "matches edbk";
+    }
+    const std::string current = files.count(kKeyFile) == 0 ? "" : "does NOT match edbk";
+    if (key.empty()) {
+        return current.empty() ? "matches no key file" : current;
+    }
+    return current + (current.empty() ? "" : ": ") + "matches " + key;
+}
+
+// The last lines of an error file, without its byte order mark.
+std::vector<std::string> lastLines(std::string_view rest) {
     if (rest.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
         rest.remove_prefix(kByteOrderMark.size());
     }
-    std::vector<std::string_view> lines;
+    std::vector<std::string> lines;
     while (!rest.empty()) {
         const size_t end = std::min(rest.find('\n'), rest.size());
-        lines.push_back(rest.substr(0, end));
+        lines.push_back(escape(rest.substr(0, end)));
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
-    const size_t first = lines.size() - std::min(lines.size(), kErrorLines);
-    for (size_t i = first; i < lines.size(); ++i) {
-        std::cout << "  " << escape(lines[i]) << '\n';
+    lines.erase(lines.begin(),
+                lines.end() - static_cast<ptrdiff_t>(std::min(lines.size(), kErrorLines)));
+    return lines;
+}
+
+std::vector<std::string> shownNames() {
+    std::vector<std::string> names;
+    for (const char* base : {kStoreFile, kKeyFile, kKeyDigestFile}) {
+        for (const char* suffix : {"", kBackupSuffix, kTemporarySuffix}) {
+            names.push_back(std::string(base) + suffix);
+        }
     }
+    names.insert(names.end(), std::rbegin(kErrorFiles), std::rend(kErrorFiles));
+    return names;
+}
+
+bool isErrorFile(const std::string& name) {
+    return std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) != std::end(kErrorFiles);
+}
+
+bool isStore(const std::string& name) {
+    return name.rfind(kStoreFile, 0) == 0;
+}
+
+void printFile(const std::string& name, const Facts& facts) {
+    std::cout << name << ": ";
+    const auto found = facts.files.find(name);
+    if (found == facts.files.end()) {
+        std::cout << "none\n";
+        return;
+    }
+    const FileFacts& file = found->second;
+    std::cout << (file.content ? "" : "unreadable (" + file.problem + "); ")
+              << describe(file.status) << '\n';
+    if (!file.content) {
+        return;
+    }
+    if (isStore(name)) {
+        printStore(*file.content);
+    } else if (isErrorFile(name)) {
+        for (const std::string& line : lastLines(*file.content)) {
+            std::cout << "  " << line << '\n';
+        }
+    } else if (name == kKeyDigestFile) {
+        std::cout << "  " << digestInWords(facts.storeFiles()) << '\n';
+    }
+}
+
+Json fileJson(const std::string& name, const Facts& facts) {
+    const FileFacts& file = facts.files.at(name);
+    Json json = describeJson(name, file.status);
+    if (!file.content) {
+        json["unreadable"] = file.problem;
+    } else if (isStore(name)) {
+        json["store"] = storeJson(*file.content);
+    } else if (isErrorFile(name)) {
+        json["last_lines"] = lastLines(*file.content);
+    }
+    return json;
 }
 
 }  // namespace
 
-void printInfo(const std::string& dir) {
-    std::error_code error;
-    if (!std::filesystem::is_directory(dir, error)) {
-        throw Refused("directory " + dir + ": " +
-                      (error ? error.message() : std::string("not a directory")));
+void printInfo(const std::string& dir, bool json) {
+    const Directory directory(dir);
+    const Facts facts = collectFacts(directory);
+    const std::string level = keyLevel(directory);
+    if (!json) {
+        for (const std::string& name : shownNames()) {
+            printFile(name, facts);
+        }
+        std::cout << (level.empty() ? "" : "level of the key: " + level + "\n");
+        return;
     }
-    for (const char* suffix : {"", ".bak", ".tmp"}) {
-        printStore(std::filesystem::path(dir) / (std::string(kStoreFile) + suffix));
+    Json object = {{"directory", escape(dir)},
+                   {"key_of_digest", keyOfDigest(facts.storeFiles())},
+                   {"digest", digestInWords(facts.storeFiles())},
+                   {"key_level", level},
+                   {"files", Json::array()}};
+    for (const std::string& name : shownNames()) {
+        if (facts.files.count(name) != 0) {
+            object["files"].push_back(fileJson(name, facts));
+        }
     }
-    printKey(dir);
-    printErrors(dir);
+    std::cout << object.dump(2) << '\n';
 }
 
 }  // namespace zelkm_tool

@@ -9,7 +9,7 @@
 
 namespace zelkm_tool {
 
-// Prints it. Throws Refused when there is no such directory.
-void printInfo(const std::string& dir);
+// Prints it, as text or as one JSON object. Throws Refused when the directory cannot be read.
+void printInfo(const std::string& dir, bool json);
 
 }  // namespace zelkm_tool

@@ -8,13 +8,11 @@
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <cstdint>
-#include <iostream>
 #include <limits>
 #include <optional>
 
 #include "bytes.h"
 #include "failure.h"
-#include "files.h"
 #include "session.h"
 
 namespace zelkm_tool {
@@ -53,19 +51,19 @@ std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& r
 
 }  // namespace
 
-void printKeyLevel(const std::string& dir) {
+std::string keyLevel(const Directory& directory) {
     try {
-        const std::string root_key = dir + "/" + kRootKeyFile;
-        const std::optional<std::string> blob = readFileIfThere(dir + "/" + kKeyFile);
-        if (!blob || !readFileIfThere(root_key)) {
-            return;
+        const std::optional<Descriptor> root_key = directory.open(kRootKeyFile);
+        const std::optional<std::string> blob = directory.read(kKeyFile);
+        if (!blob || !root_key) {
+            return "";
         }
-        const std::optional<uint32_t> level = levelOfKey(*blob, root_key);
-        std::cout << "level of the key: "
-                  << (level ? std::to_string(*level) : "unknown, it is not of this root key")
-                  << '\n';
+        // The very file that was opened, whatever has become of its name.
+        const std::optional<uint32_t> level =
+            levelOfKey(*blob, "/proc/self/fd/" + std::to_string(root_key->get()));
+        return level ? std::to_string(*level) : "unknown, it is not of this root key";
     } catch (const Refused&) {
-        // What cannot be read was named before.
+        return "";  // what cannot be read is named elsewhere
     }
 }
 

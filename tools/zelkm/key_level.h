@@ -7,9 +7,11 @@
 
 #include <string>
 
+#include "directory.h"
+
 namespace zelkm_tool {
 
-// Prints it for the key in a store directory, when there are one and the root key.
-void printKeyLevel(const std::string& dir);
+// It, in words, for the key in a store directory, when there are one and the root key; else empty.
+std::string keyLevel(const Directory& directory);
 
 }  // namespace zelkm_tool

@@ -50,7 +50,8 @@ question for * matches every object (for ADMIN and ACCESSOR, if not empty).
 One zelkm at a time uses a directory: others wait for it, --wait seconds long.
 
 Exit status: 0 done; 1 refused or failed, with the result code and its meaning;
-2 the command line was not accepted, and nothing was touched.
+2 the command line was not accepted, and nothing was touched; 3 'doctor' found
+nothing wrong, and could not check everything.
 
 Examples:
   zelkm --dir store add --alias key1 --creator app --accessor '1000,[10000..19999]'
@@ -143,7 +144,8 @@ int run(int argc, char** argv) {
     app.add_flag_callback("--verbose", showLog, "The library's whole log, values included");
 
     defineStoreCommands(app, session);
-    defineDirectoryCommands(app, session);
+    int status = kExitDone;
+    defineDirectoryCommands(app, session, &status);
     defineExplain(app);
     defineKeyCommands(app, session);
     defineCheckCommand(app);
@@ -169,7 +171,7 @@ int run(int argc, char** argv) {
     if (!std::cout) {
         throw Refused("standard output: write failed");
     }
-    return kExitDone;
+    return status;
 }
 
 }  // namespace

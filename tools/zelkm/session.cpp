@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "bytes.h"
+#include "directory.h"
 #include "failure.h"
 #include "files.h"
 #include "result_text.h"
@@ -64,7 +65,29 @@ void refuseForeignStore(const std::string& dir, const std::string& image) {
     }
 }
 
+// The library and the keymaster open these by name, and wait for a FIFO, or follow a link.
+void refuseOtherThanFiles(const Directory& directory) {
+    for (const std::string& name : usedNames()) {
+        [[maybe_unused]] const std::optional<Descriptor> file = directory.open(name);
+    }
+}
+
 }  // namespace
+
+std::vector<std::string> versionsOf(const std::string& name) {
+    return {name, name + kTemporarySuffix, name + kBackupSuffix};
+}
+
+std::vector<std::string> usedNames() {
+    std::vector<std::string> names = {kRefusedFile, kRootKeyFile, kAttestationRootFile};
+    names.insert(names.end(), std::begin(kErrorFiles), std::end(kErrorFiles));
+    for (const char* base : {kStoreFile, kKeyFile, kKeyDigestFile}) {
+        for (const std::string& name : versionsOf(base)) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
 
 soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options) {
     soft_keymaster::SoftKeymaster::Options result;
@@ -80,14 +103,16 @@ Session::Session(const SessionOptions& options, Use use)
       lock_(options, DirectoryLock::Mode::kExclusive),
       keymaster_(keymasterOptions(options)),
       uses_store_(use == Use::kStore) {
-    if (::chdir(options.dir.c_str()) != 0) {
+    const Directory directory(options.dir);
+    if (::fchdir(directory.fd()) != 0) {
         throw Refused("directory " + options.dir + ": " + std::strerror(errno));
     }
+    refuseOtherThanFiles(directory);
     had_root_key_ = isThere(kRootKeyFile);
     if (!uses_store_) {
         return;
     }
-    image_ = readFileIfThere(kStoreFile);
+    image_ = directory.read(kStoreFile);
     if (image_) {
         refuseEmptyStore(options.dir, *image_);
         refuseForeignStore(options.dir, *image_);
@@ -108,7 +133,7 @@ Session::~Session() {
 
 // An upgraded key is of no use at the level before: that must be wanted, not happen.
 void Session::refuseUpgrade() {
-    const std::optional<std::string> key = readFileIfThere(kKeyFile);
+    const std::optional<std::string> key = Directory(".").read(kKeyFile);
     ErrorCode answer = ErrorCode::OK;
     if (key) {
         keymaster_.getKeyCharacteristics(
@@ -145,7 +170,7 @@ void Session::checkStoreResult(int result, const std::string& what) {
                       static_cast<uint32_t>(image_->size())),
                   kStoreFile);
             message += "; there is no backup, and the store is as it was";
-        } else if (readFileIfThere(kStoreFile) != image_) {
+        } else if (Directory(".").read(kStoreFile) != image_) {
             writeOutput(kRefusedFile, *image_, Access::kOwnerOnly);
             message += std::string("; the library put the backup in place, so try again; ") +
                        "what it refused is " + kRefusedFile;

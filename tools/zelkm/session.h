@@ -11,6 +11,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "directory_lock.h"
 #include "session_options.h"
@@ -22,8 +23,20 @@ inline constexpr char kStoreFile[] = "secure_objects.db";
 inline constexpr char kKeyFile[] = "edbk";
 inline constexpr char kKeyDigestFile[] = "edbk_digest";
 inline constexpr char kErrorFile[] = "zelko_err.txt";
+inline constexpr const char* kErrorFiles[] = {"zelko_err.2.txt", "zelko_err.1.txt", kErrorFile};
 inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
 inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
+inline constexpr char kAttestationRootFile[] = "soft_keymaster_root.key.attest";
+
+// What the library's files are called while they are replaced, and after.
+inline constexpr char kBackupSuffix[] = ".bak";
+inline constexpr char kTemporarySuffix[] = ".tmp";
+
+// The three names of a file that the library replaces: the current one, ".tmp" and ".bak".
+std::vector<std::string> versionsOf(const std::string& name);
+
+// Every name that the library or this tool opens in a store directory.
+std::vector<std::string> usedNames();
 
 // The software keymaster of a store that is the working directory.
 soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options);

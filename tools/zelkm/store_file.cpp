@@ -5,6 +5,8 @@
 
 #include "store_file.h"
 
+#include <algorithm>
+
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -19,11 +21,9 @@ constexpr size_t kIvLen = 12;
 constexpr size_t kRowCountOffset = 44;
 constexpr size_t kPayloadLenOffset = 48;
 
-constexpr std::string_view kMagicV10 = "SOBv1.0     ";
 constexpr char kSeparatorV10 = '|';
 constexpr char kSeparator = 0x1E;
 constexpr std::string_view kPayloadEnd("\0", 1);
-constexpr uint32_t kEncryptedFlag = 1;
 
 uint32_t readLe32(std::string_view file, size_t offset) {
     uint32_t value = 0;
@@ -96,6 +96,11 @@ StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header) {
     return result;
 }
 
+uint64_t minPayloadLen(uint32_t row_count) {
+    constexpr uint64_t kMinRowLen = kColumnNames.size() + 1;  // separators and a line feed
+    return row_count * kMinRowLen + kPayloadEnd.size();
+}
+
 std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header) {
     uint32_t count = 0;
     while (payload != kPayloadEnd) {
@@ -115,10 +120,10 @@ std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count
             file[offset + i] = static_cast<char>(value >> (8 * i) & 0xFF);
         }
     };
-    const uint32_t others = readLe32(file, kFlagsOffset) & ~kEncryptedFlag;
-    put(kFlagsOffset, others | (encrypted ? kEncryptedFlag : 0));
+    put(kFlagsOffset, encrypted ? kEncryptedFlag : 0);
     put(kRowCountOffset, row_count);
     put(kPayloadLenOffset, payload_len);
+    file.resize(std::min(file.size(), kHeaderLen + payload_len));
     return file;
 }
 

@@ -15,6 +15,9 @@
 namespace zelkm_tool {
 
 inline constexpr size_t kHeaderLen = 52;
+inline constexpr uint32_t kEncryptedFlag = 1;
+inline constexpr char kMagic[] = "SOBv1.1     ";
+inline constexpr char kMagicV10[] = "SOBv1.0     ";
 
 struct StoreHeader {
     std::string magic;  // 12 bytes, blanks at the end included
@@ -24,7 +27,7 @@ struct StoreHeader {
     uint32_t row_count;
     uint32_t payload_len;
 
-    bool encrypted() const { return (flags & 1) != 0; }
+    bool encrypted() const { return (flags & kEncryptedFlag) != 0; }
 };
 
 // Nothing when `file` is shorter than a header.
@@ -41,11 +44,14 @@ struct StoreRows {
 // Reads the rows of a plaintext payload.
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header);
 
+// The smallest payload of that many rows: all their values empty.
+uint64_t minPayloadLen(uint32_t row_count);
+
 // How many rows a payload holds, whatever the header says; nothing when it is not made of rows and
 // one NUL.
 std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header);
 
-// The file, which must have a header, with another one. Flags beside "encrypted" stay.
+// The file, which must have a header, with another one, and without what follows the payload.
 std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,
                             uint32_t payload_len);
 

@@ -1,0 +1,230 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The tool on directories that somebody else has prepared, or is changing: it waits for nothing,
+// leaves nothing outside, and does for their owner only what the owner could have done.
+
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <csignal>
+#include <set>
+#include <thread>
+
+#include "damaged_store.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace test;
+
+constexpr uid_t kOwner = 65534;
+
+using ZelkmSafety = DamagedStore;
+
+TEST_F(ZelkmSafety, NamesWhatIsNoFileAndWaitsForNothing) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"doctor"},
+        {"info"},
+        {"list"},
+        {"aliases"},
+        {"add", "--alias", "a", "--creator", "c"},
+        {"query", "SELECT (ALIAS)"},
+        {"csr", "--out", "request"}};
+    write("outside", "0utside");
+    const auto expectNamed = [&](const std::string& name, const std::string& words) {
+        for (const auto& command : commands) {
+            SCOPED_TRACE(command[0] + " " + name);
+            const Outcome outcome = run(command);
+            EXPECT_EQ(outcome.status, command[0] == "info" ? 0 : 1) << outcome.err;
+            const std::string all = outcome.out + outcome.err;
+            EXPECT_NE(all.find(words), all.npos) << all;
+            EXPECT_EQ(all.find("0utside"), all.npos);
+        }
+    };
+    for (const std::string name :
+         {"secure_objects.db", "edbk", "edbk_digest.bak", "zelko_err.txt"}) {
+        const std::string path = "s/" + name;
+        put(start_);
+        fs::remove(path);
+        ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
+        expectNamed(name, "is a FIFO");
+        fs::remove(path);
+        fs::create_symlink("../outside", path);
+        expectNamed(name, "is a link");
+        fs::remove(path);
+        fs::create_directory(path);
+        expectNamed(name, "is a directory");
+    }
+    put(start_);
+    fs::resize_file(kStore, uint64_t{4} << 30);
+    expectNamed("secure_objects.db", "4294967296 bytes");
+}
+
+// Runs the tool until its nth system call, and kills it there. False when it ended before.
+bool killAtCall(int nth, std::vector<std::string> args) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::vector<char*> argv;
+        for (std::string& arg : args) {
+            argv.push_back(arg.data());
+        }
+        argv.push_back(nullptr);
+        const int nowhere = ::open("/dev/null", O_RDWR);
+        ::dup2(nowhere, 1);
+        ::dup2(nowhere, 2);
+        ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // leaks cannot be looked for under a tracer
+        ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        ::execv(std::getenv("ZELKM"), argv.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    for (int call = 0; ::waitpid(child, &status, 0) == child && WIFSTOPPED(status); ++call) {
+        if (call == 2 * nth) {  // each call stops twice
+            ::kill(child, SIGKILL);
+            ::waitpid(child, &status, 0);
+            return true;
+        }
+        ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    }
+    return false;
+}
+
+bool canTrace() {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST_F(ZelkmSafety, LeavesNothingOutsideWhereverItIsKilled) {
+    if (!canTrace()) {
+        GTEST_SKIP() << "no process can be traced here";
+    }
+    fs::create_directory("tmp");
+    ::setenv("TMPDIR", "tmp", 1);
+    interrupt();
+    write("stdout", "");
+    const Files damaged = files();
+    const std::vector<std::string> repair = {"zelkm", "--dir=s", "doctor", "--repair"};
+    int touched = 0;  // up to this call the directory stays as it was
+    for (int step = 512; step != 0; step /= 2) {
+        put(damaged);
+        killAtCall(touched + step, repair);
+        touched += files() == damaged && kept().empty() ? step : 0;
+    }
+    int num_touched = 0;
+    for (int call = touched % 30;; call += call < touched ? 30 : 3) {
+        SCOPED_TRACE(call);
+        put(damaged);
+        std::set<fs::path> before;
+        for (const auto& entry : fs::directory_iterator(".")) {
+            before.insert(entry.path());
+        }
+        if (!killAtCall(call, repair)) {
+            break;
+        }
+        num_touched += files() == damaged ? 0 : 1;
+        EXPECT_TRUE(fs::is_empty("tmp"));
+        for (const auto& entry : fs::directory_iterator(".")) {
+            EXPECT_EQ(before.count(entry.path()), 1u) << entry.path();
+        }
+        for (const auto& [name, content] : kept()) {
+            EXPECT_EQ(name.find(".key"), name.npos) << name;
+        }
+        run({"doctor", "--repair"});
+        EXPECT_EQ(run({"doctor"}).status, 0);
+        EXPECT_EQ(done({"aliases"}), kAll);
+    }
+    ::unsetenv("TMPDIR");
+    EXPECT_GT(num_touched, 5);
+}
+
+// Root repairs what belongs to somebody else, who swaps links for what the doctor makes.
+class ZelkmAsRoot : public DamagedStore {
+  protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root";
+        }
+        fs::create_directory("roots");
+        for (const char* name : {"secure_objects.db", "secure_objects.db.tmp", "file"}) {
+            write(std::string("roots/") + name, "root's");
+            ::chmod((std::string("roots/") + name).c_str(), 0600);
+        }
+    }
+
+    static void give() {
+        EXPECT_EQ(0, std::system(("chown -Rh " + std::to_string(kOwner) + " s").c_str()));
+    }
+
+    static void expectUntouched() {
+        for (const auto& entry : fs::directory_iterator("roots")) {
+            struct stat status = {};
+            EXPECT_EQ(0, ::stat(entry.path().c_str(), &status));
+            EXPECT_EQ(status.st_uid, 0u) << entry.path();
+            EXPECT_EQ(text(entry.path()), "root's") << entry.path();
+        }
+        EXPECT_EQ(std::distance(fs::directory_iterator("roots"), {}), 3);
+    }
+};
+
+TEST_F(ZelkmAsRoot, ActsAsTheDirectorysOwner) {
+    interrupt();
+    fs::create_symlink("../roots/file", "s/secure_objects.db.doctor");
+    give();
+    done({"doctor", "--repair"});
+    for (const auto& entry : fs::recursive_directory_iterator("s")) {
+        struct stat status = {};
+        EXPECT_EQ(0, ::lstat(entry.path().c_str(), &status));
+        EXPECT_EQ(status.st_uid, kOwner) << entry.path();
+    }
+    expectUntouched();
+
+    // What the owner cannot read is not read for them.
+    write("s/edbk", "root's");
+    ::chown("s/edbk", 0, 0);
+    ::chmod("s/edbk", 0600);
+    const Outcome outcome = run({"doctor", "--repair"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.out.find("wrong: unreadable: edbk"), outcome.out.npos) << outcome.out;
+    EXPECT_EQ(text("s/edbk"), "root's");
+}
+
+TEST_F(ZelkmAsRoot, FollowsNoLinkThatIsSwappedIn) {
+    const fs::path roots = fs::absolute("roots");
+    const fs::path store = fs::absolute("s");
+    for (int round = 0; round < 30; ++round) {
+        put(start_);
+        interrupt();
+        give();
+        std::atomic<bool> stop = false;
+        std::thread attacker([&] {
+            std::error_code ignored;
+            while (!stop) {
+                fs::create_symlink(roots / "file", store / "link", ignored);
+                if (fs::exists(store / "secure_objects.db.doctor", ignored)) {
+                    fs::rename(store / "link", store / "secure_objects.db.doctor", ignored);
+                }
+                for (const auto& entry : fs::directory_iterator(store, ignored)) {
+                    const std::string name = entry.path().filename();
+                    if (name.rfind("doctor-", 0) == 0 && entry.is_directory(ignored) &&
+                        !entry.is_symlink(ignored)) {
+                        fs::rename(entry.path(), store / "away", ignored);
+                        fs::create_directory_symlink(roots, entry.path(), ignored);
+                    }
+                }
+            }
+        });
+        run({"doctor", "--repair"});
+        stop = true;
+        attacker.join();
+        expectUntouched();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,38 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The key files of a store: which of them is the key, and what the digest makes of it.
+
+#pragma once
+
+#include <string>
+
+#include "doctor_findings.h"
+
+namespace zelkm_tool {
+
+class Keys {
+  public:
+    Keys(const StoreFiles& files, const KeyStatus& status);
+
+    // The blobs that can be tried, the current one first.
+    const NamedKeys& named() const { return named_; }
+
+    // `opening` is the key file that decrypts the chosen store; empty when there is none.
+    void judge(const std::string& opening, bool is_needed, Diagnosis* diagnosis) const;
+
+  private:
+    bool has(const std::string& name) const { return files_.count(name) != 0; }
+    std::string contentOf(const std::string& name) const;
+    void judgeKey(const std::string& opening, bool is_needed, Findings* findings) const;
+    void judgeDigest(const std::string& opening, bool is_needed, Findings* findings) const;
+    void judgeLeftovers(const std::string& opening, Findings* findings) const;
+    void judgeBackup(const std::string& opening, Findings* findings) const;
+
+    const StoreFiles& files_;
+    const KeyStatus& status_;
+    const std::string by_digest_;
+    NamedKeys named_;
+};
+
+}  // namespace zelkm_tool

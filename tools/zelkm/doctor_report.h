@@ -1,0 +1,45 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The doctor's whole report, and how it is printed.
+
+#pragma once
+
+#include <iosfwd>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "doctor_findings.h"
+#include "doctor_log.h"
+
+namespace zelkm_tool {
+
+struct Report {
+    Facts facts;
+    Diagnosis diagnosis;
+    Findings findings;  // the worst first
+    LogEvidence log;
+    std::vector<Change> changes;
+    std::vector<std::string> commands;  // the changes, for a shell in the directory
+
+    // What a repair has done; empty without one.
+    std::vector<Change> repaired;
+    std::string copies;  // the folder with what was there before
+
+    Verdict verdict() const { return verdictOf(findings); }
+};
+
+Report examine(const Facts& facts, const Decrypt& decrypt, const KeyStatus& key_status);
+
+const char* verdictInWords(Verdict verdict);
+
+// A file's size, mode, owner and time, for people and as the keys "name", "kind", "size", "mode",
+// "uid", "gid" and "modified".
+std::string describe(const struct stat& status);
+nlohmann::ordered_json describeJson(const std::string& name, const struct stat& status);
+
+void printText(std::ostream& out, const Report& report);
+void printJson(std::ostream& out, const Report& report);
+
+}  // namespace zelkm_tool
