@@ -11,6 +11,9 @@
 namespace keymaster_check {
 namespace {
 
+using android::hardware::hidl_string;
+using android::hardware::keymaster::V4_0::SecurityLevel;
+
 constexpr Verdict kVerdicts[] = {Verdict::kHolds, Verdict::kBroken, Verdict::kNotOffered,
                                  Verdict::kNotTried};
 
@@ -67,11 +70,18 @@ bool allHolds(const std::vector<Finding>& findings) {
     return countOf(findings, Verdict::kBroken) == 0;
 }
 
-std::string describe(const android::hardware::keymaster::V4_0::support::Keymaster& keymaster) {
-    const auto& version = keymaster.halVersion();
-    return std::string(version.keymasterName.c_str()) + ", " + version.authorName.c_str() +
-           ", version " + std::to_string(version.majorVersion) + ", security level " +
-           std::to_string(static_cast<uint32_t>(version.securityLevel));
+std::string describe(android::hardware::keymaster::V4_0::support::Keymaster& keymaster) {
+    // Shared with a callback that may come late.
+    const auto said = std::make_shared<std::string>();
+    const android::hardware::Return<void> status = keymaster.getHardwareInfo(
+        [said](SecurityLevel level, const hidl_string& name, const hidl_string& author) {
+            *said = std::string(name.c_str()) + ", " + author.c_str() + ", security level " +
+                    std::to_string(static_cast<uint32_t>(level));
+        });
+    if (!status.isOk() || said->empty()) {
+        return "a keymaster that does not say which";
+    }
+    return *said;
 }
 
 std::string inText(const std::vector<Finding>& findings) {

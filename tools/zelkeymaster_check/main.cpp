@@ -93,7 +93,7 @@ int main(int argc, char** argv) {
     }
     Keymaster& keymaster = *keymasters.front();  // the most secure one
     const std::string name = keymaster_check::describe(keymaster);
-    std::fprintf(stderr, "the keymaster is %s\n", name.c_str());
+    std::fprintf(stderr, "the keymaster: %s\n", name.c_str());
     arguments.options.progress = [](const std::string& id, size_t done, size_t all) {
         std::fprintf(stderr, "[%2zu/%zu] %s\n", done + 1, all, id.c_str());
     };

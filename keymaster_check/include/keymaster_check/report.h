@@ -18,8 +18,8 @@ const char* verdictName(Verdict verdict);
 // Whether all that is offered holds: nothing is broken.
 bool allHolds(const std::vector<Finding>& findings);
 
-// Which keymaster it is, e.g. "SoftKeymaster, libzelkeymaster, version 4, security level 0".
-std::string describe(const android::hardware::keymaster::V4_0::support::Keymaster& keymaster);
+// Which keymaster it says that it is, e.g. "SoftKeymaster, libzelkeymaster, security level 0".
+std::string describe(android::hardware::keymaster::V4_0::support::Keymaster& keymaster);
 
 // A line for each requirement, with three more for what is broken, and a summary.
 std::string inText(const std::vector<Finding>& findings);
