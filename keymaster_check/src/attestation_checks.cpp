@@ -87,13 +87,13 @@ KeyPtr attestedPublicKey(Context& context) {
 
 bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
     const auto encoded = [](EVP_PKEY* key) {
-        uint8_t* der = nullptr;
-        const int len = i2d_PUBKEY(key, &der);
-        const Bytes bytes = len > 0 ? Bytes(der, der + len) : Bytes();
-        OPENSSL_free(der);
-        return bytes;
+        const int len = i2d_PUBKEY(key, nullptr);
+        Bytes der(len > 0 ? static_cast<size_t>(len) : 0);
+        uint8_t* at = der.data();
+        return len > 0 && i2d_PUBKEY(key, &at) == len ? der : Bytes();
     };
-    return encoded(a) == encoded(b);
+    const Bytes one = encoded(a);
+    return !one.empty() && one == encoded(b);
 }
 
 Outcome tryRequest(Context& context) {

@@ -170,7 +170,8 @@ Outcome checkOutputInUpdate(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    for (const size_t size : {100, 17, 16, 15, 1}) {
+    constexpr size_t kSizes[] = {100, 17, 16, 15, 1};
+    for (const size_t size : kSizes) {
         context.caller.startCase();
         const Sealed sealed = seal(context, size);
         if (const Run* failed = failedRun(sealed)) {
@@ -193,7 +194,8 @@ Outcome checkTagInFinish(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    for (const size_t size : {100, 32, 17, 16, 15, 1}) {
+    constexpr size_t kSizes[] = {100, 32, 17, 16, 15, 1};
+    for (const size_t size : kSizes) {
         context.caller.startCase();
         const Sealed sealed = seal(context, size);
         if (const Run* failed = failedRun(sealed)) {

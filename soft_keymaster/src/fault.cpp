@@ -5,6 +5,7 @@
 // have names themselves.
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 #include "soft_keymaster/fault_keymaster.h"
@@ -38,8 +39,9 @@ constexpr const char* kCallNames[] = {
 // 1 MiB less two pages: what the calls of a process share on a device.
 constexpr size_t kTransportLimit = (1 << 20) - 2 * 4096;
 
-template <typename Member, typename Value>
-NamedFault deviation(const char* name, const char* what, Member Deviation::*member, Value value) {
+template <typename Value>
+NamedFault deviation(const char* name, const char* what, Value Deviation::*member,
+                     std::common_type_t<Value> value) {
     Deviation deviation;
     deviation.*member = value;
     return {name, what, [deviation](FaultKeymaster& km) { km.deviate(deviation); }};
@@ -49,7 +51,7 @@ NamedFault deviation(const char* name, const char* what, Member Deviation::*memb
 void resizeWithZeros(hidl_vec<uint8_t>& bytes, size_t size) {
     const size_t kept = std::min(bytes.size(), size);
     bytes.resize(size);
-    std::fill(bytes.begin() + kept, bytes.end(), uint8_t{0});
+    std::fill(bytes.data() + kept, bytes.data() + size, uint8_t{0});
 }
 
 }  // namespace
