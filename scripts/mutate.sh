@@ -12,10 +12,10 @@ cd "$(dirname "$0")/.."
 
 scripts/setup.sh
 tree=build/mutate/tree
-mkdir -p "$tree"
-# Unchanged files keep their times, and what was built of them.
-git ls-files -z --cached --others --exclude-standard |
-    xargs -0 cp --parents --update --preserve=timestamps -t "$tree"
+# Files that have not changed keep their times, and what was built of them.
+git ls-files -z --cached --others --exclude-standard | while read -rd '' file; do
+    cmp -s "$file" "$tree/$file" || install -D "$file" "$tree/$file"
+done
 cmake -S "$tree" -B build/mutate/build -G Ninja -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_CXX_FLAGS_DEBUG=-O1 >/dev/null
 exec python3 scripts/mutate.py "$tree" build/mutate/build "$@"
