@@ -642,6 +642,10 @@ TEST_F(Query, FailedEncryptionDropsTheTableFailedDecryptionLeavesIt) {
     const uint64_t old = handle_;
     EXPECT_EQ("convert_to_internal error 5\n", load(encrypted("a^^^^^^\n")));
     EXPECT_TRUE(cipher.ownWasWiped());
+    cipher.calls.clear();
+    g_allocations_left = 0;
+    EXPECT_EQ("allocation failure\nconvert_to_internal error -41\n", load(encrypted("a^^^^^^\n")));
+    EXPECT_EQ("", cipher.calls);
     handle_ = old;
     EXPECT_EQ("old^^^^^^\n", select(test::kSelectAll));
 }
