@@ -161,7 +161,7 @@ void Session::checkStoreResult(int result, const std::string& what) {
     }
     std::string message = failureText(result, what);
     if (result == ZELKM_INVALID_KEY_BLOB) {
-        message += "; was it made under another root key, or upgraded to a newer --patch-level?";
+        message += "; was it made under another root key, or is it of a newer --patch-level?";
     }
     if (result == ZELKM_VERIFICATION_FAILED && image_) {
         if (!isThere(kStoreFile)) {
