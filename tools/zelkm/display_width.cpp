@@ -34,7 +34,7 @@ size_t widthOf(std::string_view character) {
     }
     auto code = static_cast<wchar_t>(static_cast<unsigned char>(character[0]) &
                                      (0xFF >> (character.size() + 1)));
-    for (char byte : character.substr(1)) {
+    for (const char byte : character.substr(1)) {
         code = static_cast<wchar_t>(code << 6 | (byte & 0x3F));
     }
     const locale_t before = ::uselocale(utf8);

@@ -40,7 +40,7 @@ std::string csvValue(const std::string& value) {
         return value;
     }
     std::string quoted = "\"";
-    for (char c : value) {
+    for (const char c : value) {
         quoted += c == '"' ? "\"\"" : std::string(1, c);
     }
     return quoted + '"';
