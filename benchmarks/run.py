@@ -30,8 +30,8 @@ MEMORY_SIZES = [1000, 10000, 100000]
 # A figure counts as worse when it is so by more than TOLERANCE and by more than NOISES standard
 # errors, after at least SURE_ROUNDS; it is given up as undecided after LAST_ROUND.
 TOLERANCE = 0.03
-NOISES = 4
-SURE_ROUNDS, LAST_ROUND = 10, 30
+NOISES = 5
+SURE_ROUNDS, LAST_ROUND = 15, 30
 
 
 def arguments():
@@ -190,12 +190,13 @@ def machine_line(bench):
 
 def verdict(quotients):
     """Of this revision's figures by the other's: "worse", "fine", or "open" with more to measure."""
-    median = statistics.median(quotients)
-    if median <= 1 + TOLERANCE:
-        return "fine"
     logs = [math.log(quotient) for quotient in quotients]
-    error = statistics.stdev(logs) / math.sqrt(len(logs)) if len(logs) > 1 else math.inf
-    if len(logs) >= SURE_ROUNDS and statistics.mean(logs) > NOISES * error:
+    median = statistics.median(logs)
+    if median <= math.log(1 + TOLERANCE):
+        return "fine"
+    # From the median deviation, as for normal noise: single rounds that went astray count little.
+    error = 1.86 * statistics.median(abs(log - median) for log in logs) / math.sqrt(len(logs))
+    if len(logs) >= SURE_ROUNDS and median > NOISES * error:
         return "worse"
     return "open"
 
