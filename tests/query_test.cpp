@@ -87,6 +87,8 @@ TEST(Matching, ComparesWithPatternsAndEachItemOfAList) {
         {"[5..]", {"5", "123456", "4294967295", "007"}, {"4", "4294967296", "x5", "5x", " 5"}},
         {"[..5]", {"0", "5"}, {"6", "-1"}},
         {"a[1..3]b", {"a2b"}, {"a2", "a4b", "ab"}},
+        {"[..3]b", {"0b"}, {"b"}},
+        {"a[..3]b", {"a0b"}, {"ab"}},
         {"[1..3][5..6]", {}, {"25", "2"}},  // the first range takes all digits
     };
     const MatchCase lists[] = {{",,", {"*"}, {}},
