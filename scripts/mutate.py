@@ -140,7 +140,7 @@ class Tests:
         command, properties = self.tests[name]
         target = os.path.relpath(command[0], self.build)
         if not self.make(target, *(["tools/zelkm"] if target.startswith("tests/zelkm") else [])):
-            raise SystemExit(f"mutate: {target} cannot be linked")
+            return False
         environment = dict(os.environ, **dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", [])))
         try:
             return subprocess.run(command, cwd=properties["WORKING_DIRECTORY"], env=environment, capture_output=True,

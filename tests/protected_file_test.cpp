@@ -80,6 +80,7 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
         {"", "", 0, 0, "", {}},
         {"abc", "read 3", -1, EIO, "", {unreadable + "Input/output error(5)"}},
         {"abc", "read 3", 2, EIO, "", {unreadable + "Input/output error(5)"}},
+        {"abc", "read 3", 2, 0, "", {unreadable + "Success(0)"}},
         {"abc", "lseek end", 0x100000002L, 0, "ab", {}},  // sizes have 32 bits
         // clang-format on
     };
@@ -91,6 +92,7 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
         if (!c.call.empty()) {
             faults.answer(c.call, c.result, c.error);
         }
+        errno = EAGAIN;  // of an earlier call
         test::clearLog();
         uint8_t* data = static_cast<uint8_t*>(std::malloc(1));  // released by the call
         uint32_t len = 99;
@@ -156,6 +158,7 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
         "W object: fail to rename to the backup file: Permission denied(13)";
     const std::string not_open = "E object: file open: Permission denied(13)";
     const std::string not_written = "E object: file write fail: No space left on device(28)";
+    const std::string cut_short = "E object: file write fail: Success(0)";
     const std::string not_gone = "E object: fail unlink: Device or resource busy(16)";
     const std::string not_moved = "E object: fail rename: Input/output error(5)";
     using Fault = std::tuple<std::string, long, int>;
@@ -171,6 +174,7 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
         // clang-format off
         {{{"open f.tmp", -1, EACCES}}, -1000, {not_open}, "old", "older", "left over"},
         {{{"write 3", 2, ENOSPC}}, -1000, {not_written}, "old", "older", ""},
+        {{{"write 3", 2, 0}}, -1000, {cut_short}, "old", "older", ""},
         {{remove_backup}, 0, {not_removed}, "new", "old", "-"},
         {{remove_backup, keep_backup}, 0, {not_removed, not_kept}, "new", "older", "-"},
         {{remove_current}, -1000, {not_gone}, "-", "old", "new"},
@@ -188,6 +192,7 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
         for (const auto& [call, result, error] : c.faults) {
             faults.answer(call, result, error);
         }
+        errno = EAGAIN;  // of an earlier call
         EXPECT_EQ(c.result, update("f", "new"));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.current, contentOf("f"));

@@ -60,7 +60,8 @@ class FileFaults {
     FileFaults(const FileFaults&) = delete;
     FileFaults& operator=(const FileFaults&) = delete;
 
-    // Calls that are recorded as `call` are not made: they answer `result` and set errno.
+    // Calls that are recorded as `call` are not made: they answer `result` and set errno, unless to
+    // 0.
     void answer(const std::string& call, long result, int error) {
         answers_[call] = {result, error};
     }
@@ -82,7 +83,9 @@ class FileFaults {
         if (found == current_->answers_.end()) {
             return real();
         }
-        errno = found->second.second;
+        if (found->second.second != 0) {
+            errno = found->second.second;
+        }
         return static_cast<Result>(found->second.first);
     }
 
