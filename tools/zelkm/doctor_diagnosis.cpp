@@ -130,7 +130,9 @@ class Doctor {
         } else if (!r.finding.empty()) {
             const std::vector<Change> changes = putStore(chosen);
             add({r.finding, Severity::kWrong, wordsFor(kStore),
-                 r.key.empty() ? "the bytes of the file" : "the decrypted payload",
+                 r.state == StoreReading::kRefused ? "the keymaster takes the key, and answers -30"
+                 : r.key.empty()                   ? "the bytes of the file"
+                                                   : "the decrypted payload",
                  r.finding == "answer-lost"
                      ? "no object; the rows lay readable on the disk: treat them as disclosed"
                      : lossOf(chosen),
