@@ -442,25 +442,14 @@ TEST_F(ZelkmDoctor, LooksAtModesTimesAndNames) {
              write("s/zelko_err.txt", log);
              date("zelko_err.txt", kMorning + 100);
          }},
-        {"key-newer-than-store", 0,
-         [] {
-             date("secure_objects.db", kMorning);
-             date("secure_objects.db.bak", kMorning);
-         }},
-        {"store-older-than-backup", 0, [] { date("secure_objects.db", kMorning); }},
+        {"key-newer-than-store", 0, [] { date("edbk", kMorning + 9); }},
+        {"store-older-than-backup", 0, [] { date("secure_objects.db.bak", kMorning + 9); }},
         {"store-began-anew", 0,
          [] {
              fs::remove("s/secure_objects.db.bak");
-             date("edbk", kMorning);
-             date("edbk_digest", kMorning);
+             date("secure_objects.db", kMorning + 9);
          }},
-        {"temporary-is-newest", 1,
-         [&] {
-             for (const char* name : {"edbk", "edbk_digest", "secure_objects.db"}) {
-                 date(name, kMorning);
-             }
-             write("s/secure_objects.db.tmp", later_);
-         }},
+        {"temporary-is-newest", 1, [&] { write("s/secure_objects.db.tmp", later_); }},
         {"log-disk-full", 0,
          [] {
              write("s/zelko_err.1.txt",
@@ -477,6 +466,10 @@ TEST_F(ZelkmDoctor, LooksAtModesTimesAndNames) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.finding);
         put(start_);
+        write("s/zelko_err.txt", logLine("10:03:02", "no file secure_objects.db"));
+        for (const auto& [name, content] : files()) {
+            date(name, kMorning);  // the files' own times, as the log shows
+        }
         c.damage();
         const Json report = diagnose();
         EXPECT_EQ(report["status"], c.status) << report.dump(1);
