@@ -124,6 +124,8 @@ class Tests:
             if pathlib.Path(command[0]).is_relative_to(build) and re.search(pattern, test["name"]):
                 properties = {p["name"]: p["value"] for p in test["properties"]}
                 self.tests[test["name"]] = (command, properties)
+        if not self.tests:
+            raise SystemExit("mutate: there is no test to run")
         self.usual = {}
         self.noticed = {}
         for name in self.tests:

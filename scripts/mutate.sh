@@ -18,4 +18,5 @@ git ls-files -z --cached --others --exclude-standard | while read -rd '' file; d
 done
 cmake -S "$tree" -B build/mutate/build -G Ninja -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_CXX_FLAGS_DEBUG=-O1 >/dev/null
+cmake --build build/mutate/build >/dev/null  # ctest names no program that is not there
 exec python3 scripts/mutate.py "$tree" build/mutate/build "$@"
