@@ -20,12 +20,12 @@
 #include <string_view>
 #include <utility>
 
-#include "attest_chain.h"
 #include "completes.h"
 #include "error_file.h"
 #include "gcm_operation.h"
 #include "keymaster_params.h"
 #include "malloc_buffer.h"
+#include "openssl_handles.h"
 #include "password_conversion.h"
 #include "platform_log.h"
 #include "protected_file.h"
@@ -63,6 +63,8 @@ constexpr char kKeyDigestFile[] = "edbk_digest";
 constexpr size_t kMaxErrorFileText = 1023;  // with its NUL
 constexpr char kRowSeparator = '\n';
 constexpr char kFieldSeparator = 0x1E;
+
+constexpr size_t kMinChainLen = 3;
 
 // The engine's handle of the table that this process's queries work on; 0: load it again.
 uint64_t g_table_handle;
@@ -250,6 +252,79 @@ class ErrorQueueMark {
     ErrorQueueMark(const ErrorQueueMark&) = delete;
     ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
 };
+
+// Ignores bytes after the certificate. libcrypto refuses an empty element, with a reason.
+X509Ptr parseCertificate(const hidl_vec<uint8_t>& der) {
+    const unsigned char* at = der.data();
+    return X509Ptr(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+}
+
+// Adds the certificates from element `first` on to `untrusted`, which owns them. Answers the last
+// one, or null when one failed.
+X509* parseIssuers(const hidl_vec<hidl_vec<uint8_t>>& chain, size_t first,
+                   STACK_OF(X509) * untrusted) {
+    X509* root = nullptr;
+    for (size_t i = first; i < chain.size(); ++i) {
+        X509Ptr certificate = parseCertificate(chain[i]);
+        if (certificate == nullptr) {
+            LOG_ERROR("d2i_X509 error");
+            logErrorQueue();
+            return nullptr;
+        }
+        if (sk_X509_push(untrusted, certificate.get()) == 0) {
+            LOG_ERROR("Failed to push certificate");
+            return nullptr;
+        }
+        root = certificate.release();
+    }
+    return root;
+}
+
+// Whether a path (RFC 5280) leads from the leaf to the root, which is the only trust anchor.
+bool verifyPath(X509* leaf, STACK_OF(X509) * untrusted, X509* root) {
+    const X509StorePtr store(X509_STORE_new());
+    if (store == nullptr) {
+        LOG_ERROR("X509_STORE_new error");
+        return false;
+    }
+    X509_STORE_add_cert(store.get(), root);
+    const X509StoreCtxPtr context(X509_STORE_CTX_new());
+    if (context == nullptr ||
+        X509_STORE_CTX_init(context.get(), store.get(), leaf, untrusted) != 1) {
+        LOG_ERROR("X509_STORE_CTX_init error");
+        return false;
+    }
+    X509_STORE_CTX_set_verify_cb(context.get(), ZelKeymasterOperation_verify_cert_cb);
+    const int result = X509_verify_cert(context.get());
+    if (result != 1) {
+        LOG_ERROR("X509_verify_cert fail %d, %d", result, X509_STORE_CTX_get_error(context.get()));
+        logErrorQueue();
+        return false;
+    }
+    return true;
+}
+
+// Whether the certificate carries a signature made with the leaf's key.
+bool verifySeparateFirst(const hidl_vec<uint8_t>& der, X509* leaf) {
+    const X509Ptr first = parseCertificate(der);
+    if (first == nullptr) {
+        LOG_ERROR("d2i_X509 error");
+        logErrorQueue();
+        return false;
+    }
+    const EvpPkeyPtr key(X509_get_pubkey(leaf));
+    if (key == nullptr) {
+        LOG_ERROR("X509_get_pubkey error");
+        logErrorQueue();
+        return false;
+    }
+    if (X509_verify(first.get(), key.get()) != 1) {
+        LOG_ERROR("X509_verify error during GAK");
+        logErrorQueue();
+        return false;
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -790,51 +865,31 @@ int ZelKeymasterOperation::generateCSR(const hidl_vec<uint8_t>& keyBlob,
 int ZelKeymasterOperation::validateAttestChain(const hidl_vec<hidl_vec<uint8_t>>& chain,
                                                bool chainOnly) {
     const ErrorQueueMark mark;
-    const ChainOutcome outcome =
-        checkChain(chain, !chainOnly, ZelKeymasterOperation_verify_cert_cb);
-    switch (outcome.failure) {
-        case ChainFailure::kNone:
-            return ZELKM_OK;
-        case ChainFailure::kLength:
-            LOG_ERROR("Invalid attestion chain length");
-            break;
-        case ChainFailure::kLeafParse:
-            LOG_ERROR("d2i_X509 error");
-            break;
-        case ChainFailure::kStack:
-            LOG_ERROR("sk_X509_new_null error");
-            break;
-        case ChainFailure::kParse:
-        case ChainFailure::kFirstParse:
-            LOG_ERROR("d2i_X509 error");
-            logErrorQueue();
-            break;
-        case ChainFailure::kPush:
-            LOG_ERROR("Failed to push certificate");
-            break;
-        case ChainFailure::kStore:
-            LOG_ERROR("X509_STORE_new error");
-            LOG_ERROR("verify_cert_chain fail");
-            break;
-        case ChainFailure::kContext:
-            LOG_ERROR("X509_STORE_CTX_init error");
-            LOG_ERROR("verify_cert_chain fail");
-            break;
-        case ChainFailure::kVerify:
-            LOG_ERROR("X509_verify_cert fail %d, %d", outcome.verify_result, outcome.verify_error);
-            logErrorQueue();
-            LOG_ERROR("verify_cert_chain fail");
-            break;
-        case ChainFailure::kLeafKey:
-            LOG_ERROR("X509_get_pubkey error");
-            logErrorQueue();
-            break;
-        case ChainFailure::kFirstVerify:
-            LOG_ERROR("X509_verify error during GAK");
-            logErrorQueue();
-            break;
+    if (chain.size() < kMinChainLen) {
+        LOG_ERROR("Invalid attestion chain length");
+        return ZELKM_VERIFICATION_FAILED;
     }
-    return ZELKM_VERIFICATION_FAILED;
+    const size_t path_start = chainOnly ? 0 : 1;
+    const X509Ptr leaf = parseCertificate(chain[path_start]);
+    if (leaf == nullptr) {
+        LOG_ERROR("d2i_X509 error");
+        return ZELKM_VERIFICATION_FAILED;
+    }
+    const X509StackPtr untrusted(sk_X509_new_null());
+    if (untrusted == nullptr) {
+        LOG_ERROR("sk_X509_new_null error");
+        return ZELKM_VERIFICATION_FAILED;
+    }
+    X509* const root = parseIssuers(chain, path_start + 1, untrusted.get());
+    if (root == nullptr) {
+        return ZELKM_VERIFICATION_FAILED;
+    }
+    if (!verifyPath(leaf.get(), untrusted.get(), root)) {
+        LOG_ERROR("verify_cert_chain fail");
+        return ZELKM_VERIFICATION_FAILED;
+    }
+    return chainOnly || verifySeparateFirst(chain[0], leaf.get()) ? ZELKM_OK
+                                                                  : ZELKM_VERIFICATION_FAILED;
 }
 
 // ---- Files --------------------------------------------------------------------------------------
