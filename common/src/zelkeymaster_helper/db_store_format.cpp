@@ -1,13 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The store blob. See db_store_format.h.
-
 #include "db_store_format.h"
 
 #include <cstring>
-
-#include "find_byte.h"
 
 namespace zelkm {
 namespace {
@@ -15,7 +11,6 @@ namespace {
 constexpr char kMagicV10[] = "SOBv1.0     ";
 constexpr uint8_t kSeparatorV10 = '|';
 constexpr uint8_t kSeparator = 0x1E;
-constexpr uint8_t kRowEnd = '\n';
 
 static_assert(sizeof(kMagic) - 1 == kMagicLen && sizeof(kMagicV10) - 1 == kMagicLen);
 
@@ -23,30 +18,6 @@ void writeLe32(uint32_t value, uint8_t* to) {
     for (int i = 0; i < 4; ++i) {
         to[i] = static_cast<uint8_t>(value >> (8 * i));
     }
-}
-
-// The bytes of one payload, taken from front to back.
-struct Reader {
-    const uint8_t* at;
-    const uint8_t* end;
-};
-
-DecodeResult decodeRow(Reader* in, uint8_t separator, db_row* row) {
-    for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
-        if (!holdsBytes(i)) {
-            return {DecodeError::kColumnType, 0};
-        }
-        const uint8_t* const value_end = findByte(in->at, in->end, separator);
-        if (!copyValue(in->at, static_cast<uint32_t>(value_end - in->at), &row->col[i])) {
-            return {DecodeError::kValueAllocation, 0};
-        }
-        in->at = value_end != in->end ? value_end + 1 : in->end;
-    }
-    if (in->at == in->end || *in->at != kRowEnd) {
-        return {DecodeError::kRowEnd, in->at == in->end ? uint8_t{0} : *in->at};
-    }
-    ++in->at;
-    return {DecodeError::kNone, 0};
 }
 
 }  // namespace
@@ -69,24 +40,6 @@ void writeHeader(uint8_t* header, uint32_t flags, uint32_t row_count, uint32_t p
     writeLe32(flags, header + kFlagsOffset);
     writeLe32(row_count, header + kRowCountOffset);
     writeLe32(payload_len, header + kPayloadLenOffset);
-}
-
-DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count, uint8_t separator,
-                        db_table_t* rows) {
-    Reader in = {payload, payload + len};
-    DecodeResult result = {DecodeError::kNone, 0};
-    while (rows->count < row_count) {
-        db_row* row = newRow();
-        result = row != nullptr ? decodeRow(&in, separator, row)
-                                : DecodeResult{DecodeError::kRowAllocation, 0};
-        if (result.error != DecodeError::kNone) {
-            free_row(row);
-            clearTable(rows);
-            return result;
-        }
-        appendRow(rows, row);
-    }
-    return result;
 }
 
 size_t encodedLen(const db_row& row, const ColumnList& columns) {

@@ -21,6 +21,7 @@
 #include <cstddef>
 
 #include "db_table.h"
+#include "find_byte.h"
 #include "velt_secure_db.h"
 
 namespace zelkm {
@@ -35,6 +36,8 @@ inline constexpr size_t kHeaderLen = 52;
 
 inline constexpr uint32_t kPayloadEncrypted = 1;  // bit of the flags field
 
+inline constexpr uint8_t kRowEnd = '\n';
+
 // The magic that is written, SDB_AAD_LEN bytes.
 inline constexpr char kMagic[] = "SOBv1.1     ";
 
@@ -46,23 +49,35 @@ uint8_t separatorOf(const uint8_t* magic);
 // Fills the header of a new store; tag and iv are zero.
 void writeHeader(uint8_t* header, uint32_t flags, uint32_t row_count, uint32_t payload_len);
 
-enum class DecodeError {
-    kNone,
-    kRowAllocation,
-    kColumnType,  // a column of the schema that holds no bytes
-    kValueAllocation,
-    kRowEnd,  // a row is not closed by a line feed after six values
-};
+// Reads the rows of a payload from front to back, never beyond its end. Bytes after the last row
+// are the caller's to ignore.
+class PayloadReader {
+  public:
+    PayloadReader(const uint8_t* payload, size_t len, uint8_t separator)
+        : at_(payload), end_(payload + len), separator_(separator) {}
 
-struct DecodeResult {
-    DecodeError error;
-    uint8_t byte;  // found instead of the line feed; 0 at the end of the payload
-};
+    // Copies what lies before the next separator into an absent value; without a separator, all
+    // that is left. False when out of memory.
+    [[nodiscard]] bool takeValue(db_column_value_t* value) {
+        const uint8_t* const value_end = findByte(at_, end_, separator_);
+        const uint32_t len = static_cast<uint32_t>(value_end - at_);
+        const bool copied = copyValue(at_, len, value);
+        at_ = value_end != end_ ? value_end + 1 : end_;
+        return copied;
+    }
 
-// Reads `row_count` rows into `rows`, which must be empty and stays so on failure. The bytes after
-// the last row are ignored.
-[[nodiscard]] DecodeResult decodeRows(const uint8_t* payload, size_t len, uint32_t row_count,
-                                      uint8_t separator, db_table_t* rows);
+    // False when another byte than the line feed that ends a row comes next. Answers the byte; 0 at
+    // the end of the payload.
+    [[nodiscard]] bool takeRowEnd(uint8_t* found) {
+        *found = at_ != end_ ? *at_++ : uint8_t{0};
+        return *found == kRowEnd;
+    }
+
+  private:
+    const uint8_t* at_;
+    const uint8_t* end_;
+    const uint8_t separator_;
+};
 
 // The columns of a text, in order.
 struct ColumnList {

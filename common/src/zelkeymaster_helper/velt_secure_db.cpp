@@ -133,35 +133,53 @@ void exportSelection(const ConditionSet& conditions, const ColumnList& columns, 
     *out = {text.data(), static_cast<uint32_t>(text.size())};
 }
 
-int reportDecodeError(const DecodeResult& result) {
-    switch (result.error) {
-        case DecodeError::kNone:
-            break;
-        case DecodeError::kRowAllocation:
-            LOG_ERROR("allocation failure");
-            return ZELKM_MEMORY_ALLOCATION_FAILED;
-        case DecodeError::kColumnType:
+int decodeRow(PayloadReader* payload, db_row* row) {
+    for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        if (!holdsBytes(i)) {
             LOG_ERROR("not supported type");
             return ZELKM_UNSUPPORTED_COLUMN_TYPE;
-        case DecodeError::kValueAllocation:
+        }
+        if (!payload->takeValue(&row->col[i])) {
             LOG_ERROR("create colume value failure");
             return ZELKM_MEMORY_ALLOCATION_FAILED;
-        case DecodeError::kRowEnd:
-            LOG_ERROR("abnormal end of lne %d", result.byte);
-            return ZELKM_MALFORMED_STORE;
+        }
+    }
+    uint8_t found = 0;
+    if (!payload->takeRowEnd(&found)) {
+        LOG_ERROR("abnormal end of lne %d", found);
+        return ZELKM_MALFORMED_STORE;
+    }
+    return ZELKM_OK;
+}
+
+// Reads rows into an empty list. On failure it may hold some of them.
+int decodeRows(PayloadReader* payload, uint32_t row_count, db_table_t* rows) {
+    while (rows->count < row_count) {
+        db_row* row = newRow();
+        if (row == nullptr) {
+            LOG_ERROR("allocation failure");
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+        }
+        appendRow(rows, row);
+        const int status = decodeRow(payload, row);
+        if (status != ZELKM_OK) {
+            return status;
+        }
     }
     return ZELKM_OK;
 }
 
 // Replaces the table's rows by those of a payload that is as long as the header says.
 int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
+    PayloadReader reader(payload, len, separatorOf(header));
     db_table_t rows = {};
-    const DecodeResult result =
-        decodeRows(payload, len, readLe32(header + kRowCountOffset), separatorOf(header), &rows);
-    if (result.error == DecodeError::kNone) {
+    const int status = decodeRows(&reader, readLe32(header + kRowCountOffset), &rows);
+    if (status == ZELKM_OK) {
         g_table.replace(&rows);
+    } else {
+        clearTable(&rows);
     }
-    return reportDecodeError(result);
+    return status;
 }
 
 int loadEncryptedRows(const uint8_t* blob, uint32_t payload_len) {
