@@ -70,16 +70,14 @@ class CheckedStore {
             std::string value = i == 5 ? row[i] : '\x1f' + row[i] + '\x1f';
             param.setColumn(column, value);
         }
-        fuzz::require(change(zelkm::insertCommand(param.getColumnList(), param.getDataList())) ==
-                      0);
+        fuzz::require(change(zelkm::insertCommand(param)) == 0);
         rows_.push_back(row);
     }
 
     void remove(const std::vector<Condition>& conditions) {
         const std::vector<Row> reached = matching(conditions);
         SODOperationParam param = paramWith(conditions);
-        const int status =
-            change(zelkm::deleteCommand({param.getWhereColumnList(), param.getWhereValueList()}));
+        const int status = change(zelkm::deleteCommand(param));
         fuzz::require(status == (reached.empty() ? -917 : 0));
         rows_.erase(std::remove_if(rows_.begin(), rows_.end(),
                                    [&](const Row& row) { return all(row, conditions); }),
@@ -94,10 +92,7 @@ class CheckedStore {
             param.addOutputFormat(column);
         }
         std::string text;
-        fuzz::require(
-            query(zelkm::selectCommand(param.getOutputFormat(),
-                                       {param.getWhereColumnList(), param.getWhereValueList()}),
-                  &text) == 0);
+        fuzz::require(query(zelkm::selectCommand(param), &text) == 0);
         fuzz::require(zelkm_tool::splitSelection(text, kColumnNames.size()) ==
                       matching(conditions));
     }

@@ -47,6 +47,7 @@ class GcmOperation {
     // A view of the input that is not consumed yet.
     HidlBytes remainingInput() const;
 
+    bool decrypts() const { return decrypt_; }
     int32_t error() const { return error_; }  // answered last; -1000 before the first answer
     uint64_t handle() const { return handle_; }
     bool nonceMissing() const { return nonce_missing_; }

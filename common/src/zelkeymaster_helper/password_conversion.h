@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The password conversion of the secure hardware: what goes into its one keymaster call and what is
-// taken out of the answer. See encryptWithPasswordHWKey().
+// The password conversion of the secure hardware: the lengths of its values, and what goes into its
+// one keymaster call. See encryptWithPasswordHWKey().
 
 #pragma once
 
@@ -38,22 +38,6 @@ class PasswordParameters {
     void wipe();
 
     HidlParams list_;
-};
-
-// Receives the answer into the caller's vectors (borrowed).
-struct PasswordAnswer {
-    enum Defect { kNone, kTag, kKey, kEncryptedKey };
-
-    PW_ENCRYPT_TYPE type;
-    HidlBytes& material;
-    HidlBytes& tag;
-    HidlBytes& rot;
-
-    int32_t result = ZELKM_UNKNOWN_ERROR;
-    bool rot_missing = false;  // 16 zero bytes took its place
-    Defect defect = kNone;     // the parameter that made `result` -40
-
-    void take(android::hardware::keymaster::V4_0::ErrorCode error, const HidlParams& out_params);
 };
 
 }  // namespace zelkm

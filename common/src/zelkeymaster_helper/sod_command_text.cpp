@@ -1,14 +1,16 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command texts of secure object operations. See sod_command_text.h.
-
 #include "sod_command_text.h"
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 namespace zelkm {
 namespace {
+
+using StringList = std::vector<std::string>;
 
 // Takes a text piece by piece: counts the bytes, and copies them once there is a place for them.
 class Writer {
@@ -32,14 +34,15 @@ class Writer {
         return *this;
     }
 
-    Writer& operator<<(const Conditions& conditions) {
-        for (size_t i = 0; i < conditions.columns.size(); ++i) {
-            *this << (i != 0 ? " AND " : "") << conditions.columns[i] << "=";
-            if (i < conditions.values.size()) {
-                *this << conditions.values[i];
+    void conditions(SODOperationParam& p) {
+        const StringList& columns = p.getWhereColumnList();
+        const StringList& values = p.getWhereValueList();
+        for (size_t i = 0; i < columns.size(); ++i) {
+            *this << (i != 0 ? " AND " : "") << columns[i] << "=";
+            if (i < values.size()) {
+                *this << values[i];
             }
         }
-        return *this;
     }
 
   private:
@@ -62,23 +65,31 @@ CommandText textOf(Write write) {
 
 }  // namespace
 
-CommandText insertCommand(const StringList& columns, const StringList& values) {
-    return textOf([&](Writer* w) { *w << "INSERT (" << columns << ") VALUE (" << values << ")"; });
-}
-
-CommandText selectCommand(const StringList& columns, const Conditions& conditions) {
-    return textOf([&](Writer* w) { *w << "SELECT (" << columns << ") WHERE " << conditions; });
-}
-
-CommandText updateCommand(const StringList& columns, const StringList& values,
-                          const Conditions& conditions) {
-    return textOf([&](Writer* w) {
-        *w << "UPDATE (" << columns << ") VALUE (" << values << ") WHERE " << conditions;
+CommandText insertCommand(SODOperationParam& p) {
+    return textOf([&p](Writer* w) {
+        *w << "INSERT (" << p.getColumnList() << ") VALUE (" << p.getDataList() << ")";
     });
 }
 
-CommandText deleteCommand(const Conditions& conditions) {
-    return textOf([&](Writer* w) { *w << "DELETE WHERE " << conditions; });
+CommandText selectCommand(SODOperationParam& p) {
+    return textOf([&p](Writer* w) {
+        *w << "SELECT (" << p.getOutputFormat() << ") WHERE ";
+        w->conditions(p);
+    });
+}
+
+CommandText updateCommand(SODOperationParam& p) {
+    return textOf([&p](Writer* w) {
+        *w << "UPDATE (" << p.getColumnList() << ") VALUE (" << p.getDataList() << ") WHERE ";
+        w->conditions(p);
+    });
+}
+
+CommandText deleteCommand(SODOperationParam& p) {
+    return textOf([&p](Writer* w) {
+        *w << "DELETE WHERE ";
+        w->conditions(p);
+    });
 }
 
 }  // namespace zelkm

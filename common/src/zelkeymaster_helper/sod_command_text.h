@@ -7,21 +7,12 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "malloc_buffer.h"
+#include "sod_operation_param.h"
 
 namespace zelkm {
-
-using StringList = std::vector<std::string>;
-
-// The conditions of one command: columns and, in step, quoted values.
-struct Conditions {
-    const StringList& columns;
-    const StringList& values;
-};
 
 // Wiped at its end, since it holds values. data is null when there was no memory for it.
 struct CommandText {
@@ -31,10 +22,9 @@ struct CommandText {
     std::string_view view() const { return {reinterpret_cast<const char*>(data.get()), len}; }
 };
 
-CommandText insertCommand(const StringList& columns, const StringList& values);
-CommandText selectCommand(const StringList& columns, const Conditions& conditions);
-CommandText updateCommand(const StringList& columns, const StringList& values,
-                          const Conditions& conditions);
-CommandText deleteCommand(const Conditions& conditions);
+CommandText insertCommand(SODOperationParam& p);
+CommandText selectCommand(SODOperationParam& p);
+CommandText updateCommand(SODOperationParam& p);
+CommandText deleteCommand(SODOperationParam& p);
 
 }  // namespace zelkm

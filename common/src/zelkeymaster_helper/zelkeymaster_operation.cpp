@@ -66,7 +66,8 @@ constexpr char kFieldSeparator = 0x1E;
 
 constexpr size_t kMinChainLen = 3;
 
-// The engine's handle of the table that this process's queries work on; 0: load it again.
+// The handle that the engine gave out with the table last loaded; 0: load it again. The engine has
+// its own copy, ObjectTable::handle(), and works on its table only while both are equal.
 uint64_t g_table_handle;
 
 // Puts `buffer` in place of an owned one.
@@ -111,6 +112,58 @@ struct KeyBlobAnswer {
     }
 };
 
+// The answer of a password conversion, taken into the caller's vectors (borrowed).
+struct PasswordAnswer {
+    PW_ENCRYPT_TYPE type;
+    HidlBytes& material;
+    HidlBytes& tag;
+    HidlBytes& rot;
+    int32_t result = ZELKM_UNKNOWN_ERROR;
+
+    void take(ErrorCode error, const HidlParams& out_params) {
+        result = static_cast<int32_t>(error);
+        const bool rot_copied = takeRot(out_params);
+        if (result != ZELKM_OK) {
+            return;
+        }
+        const bool to_key = type == PW_ENCRYPT_TYPE_TO_KEY;
+        const KeyParameter* made_tag = findParameter(out_params, PWHW_TAG_TAG);
+        if (to_key && (made_tag == nullptr || made_tag->blob.size() != kPasswordTagLen)) {
+            LOG_ERROR("invalid tag");
+            result = ZELKM_INVALID_TAG;
+            return;
+        }
+        const bool tag_copied = !to_key || copyBlob(*made_tag, &tag);
+        const KeyParameter* made =
+            findParameter(out_params, to_key ? PWHW_TAG_KEY : PWHW_TAG_ENCRYPTED_KEY);
+        if (made == nullptr) {
+            if (to_key) {
+                LOG_ERROR("no key");
+            } else {
+                LOG_ERROR("no encrypted key");
+            }
+            result = ZELKM_INVALID_TAG;
+        } else if (!copyBlob(*made, &material) || !tag_copied || !rot_copied) {
+            result = ZELKM_MEMORY_ALLOCATION_FAILED;
+        }
+    }
+
+  private:
+    static bool copyBlob(const KeyParameter& from, HidlBytes* to) {
+        return copyBytes(from.blob.data(), from.blob.size(), to);
+    }
+
+    bool takeRot(const HidlParams& out_params) {
+        static constexpr uint8_t kNoRot[kRotLen] = {};
+        const KeyParameter* found = findParameter(out_params, PWHW_TAG_ROT);
+        if (found == nullptr || found->blob.size() != kRotLen) {
+            LOG_WARNING("invalid rot just set 0");
+            return copyBytes(kNoRot, kRotLen, &rot);
+        }
+        return copyBlob(*found, &rot);
+    }
+};
+
 // Runs a command on the object's store; `stored` is its cached image.
 int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
                const CommandText& text, MallocBuffer* result, size_t* result_len) {
@@ -149,9 +202,7 @@ int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SOD
     }
     MallocBuffer result;
     size_t len = 0;
-    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
-    const int status =
-        runCommand(object, stored, selectCommand(p.getOutputFormat(), conditions), &result, &len);
+    const int status = runCommand(object, stored, selectCommand(p), &result, &len);
     if (status != ZELKM_OK) {
         return status;
     }
@@ -177,23 +228,29 @@ Fields splitFields(std::string_view row) {
     return fields;
 }
 
-// Runs a command that changes the store, and then replaces the file and the cached image.
+// Replaces the store file, and with it the cached image, which then owns `data`.
+int replaceStore(uint8_t** image, uint32_t* image_len, uint8_t* data, uint32_t len) {
+    const int status = ZelKeymasterOperation::update_file(kStoreFile, data, len);
+    if (status == ZELKM_OK) {
+        adopt(image, data);
+        *image_len = len;
+    }
+    return status;
+}
+
+// Runs a command that changes the store, and stores the new image.
 int runChange(ZelKeymasterOperation* object, const CommandText& text, uint8_t** image,
               uint32_t* image_len) {
     MallocBuffer changed;
     size_t len = 0;
     int status = runCommand(object, {*image, *image_len}, text, &changed, &len);
-    if (status != ZELKM_OK) {
-        return status;
+    if (status == ZELKM_OK) {
+        status = replaceStore(image, image_len, changed.get(), static_cast<uint32_t>(len));
     }
-    status =
-        ZelKeymasterOperation::update_file(kStoreFile, changed.get(), static_cast<uint32_t>(len));
-    if (status != ZELKM_OK) {
-        return status;
+    if (status == ZELKM_OK) {
+        static_cast<void>(changed.release());  // the object's now
     }
-    adopt(image, changed.release());
-    *image_len = static_cast<uint32_t>(len);
-    return ZELKM_OK;
+    return status;
 }
 
 // After a tag mismatch, either the cached image is damaged or the file is. Refreshes the first from
@@ -215,6 +272,67 @@ void recoverImage(uint8_t** image, uint32_t* image_len) {
     }
     adopt(image, stored.release());
     *image_len = stored_len;
+}
+
+// The calls of one AES-GCM operation. Each answers false when it could not go on; the operation's
+// error is then what DBEncrypt() answers: after a transport failure what the keymaster answered
+// before, usually 0, which callers rely on. Callbacks capture one reference only: what is larger
+// makes std::function allocate.
+
+// Leaves an error of the keymaster itself to its caller.
+bool beginOperation(Keymaster* keymaster, const HidlBytes& key, const HidlParams& params,
+                    GcmOperation* operation) {
+    const Return<void> begun = keymaster->begin(
+        operation->decrypts() ? KeyPurpose::DECRYPT : KeyPurpose::ENCRYPT, key, params,
+        HardwareAuthToken(),
+        [operation](ErrorCode error, const HidlParams& out_params, uint64_t handle) {
+            operation->begun(error, out_params, handle);
+        });
+    if (operation->nonceMissing()) {
+        LOG_ERROR("no iv tag in begin out param");
+    }
+    const int32_t transport = ConverHIDLErrorToKeymasterError(begun);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error in begin hidl call : %d", transport);
+    }
+    return transport == ZELKM_OK;
+}
+
+// Offers all the input until the keymaster takes no more; the parameters go with the first part.
+bool feedOperation(Keymaster* keymaster, HidlParams params, GcmOperation* operation) {
+    do {
+        const Return<void> updated = keymaster->update(
+            operation->handle(), params, operation->remainingInput(), HardwareAuthToken(),
+            VerificationToken(),
+            [operation](ErrorCode error, uint32_t consumed, const HidlParams& /*out_params*/,
+                        const HidlBytes& output) { operation->updated(error, consumed, output); });
+        const int32_t transport = ConverHIDLErrorToKeymasterError(updated);
+        if (transport != ZELKM_OK) {
+            LOG_ERROR("error in update hidl call : %d", transport);
+            return false;
+        }
+        if (operation->error() != ZELKM_OK) {
+            LOG_ERROR("error in update process : %d", operation->error());
+            return false;
+        }
+        params = HidlParams();
+    } while (operation->advance());
+    return true;
+}
+
+// Leaves an error of the keymaster itself to its caller.
+bool finishOperation(Keymaster* keymaster, GcmOperation* operation) {
+    const HidlBytes none;
+    const Return<void> finished = keymaster->finish(
+        operation->handle(), HidlParams(), none, none, HardwareAuthToken(), VerificationToken(),
+        [operation](ErrorCode error, const HidlParams& /*out_params*/, const HidlBytes& output) {
+            operation->finished(error, output);
+        });
+    const int32_t transport = ConverHIDLErrorToKeymasterError(finished);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error in finish hidl call : %d", transport);
+    }
+    return transport == ZELKM_OK;
 }
 
 // Accepts certificates outside their validity: a device's clock may be wrong.
@@ -385,21 +503,18 @@ void ZelKeymasterOperation::initZelKeymasterOperation() {
 // ---- Secure objects -----------------------------------------------------------------------------
 
 int ZelKeymasterOperation::SodInsert(SODOperationParam& p) {
-    return runChange(this, insertCommand(p.getColumnList(), p.getDataList()), &mDbData, &mDbLen);
+    return runChange(this, insertCommand(p), &mDbData, &mDbLen);
 }
 
 int ZelKeymasterOperation::SodUpdate(SODOperationParam& p) {
     if (p.getColumnList().empty() || p.getColumnList().size() != p.getDataList().size()) {
         return ZELKM_SYNTAX_ERROR;
     }
-    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
-    return runChange(this, updateCommand(p.getColumnList(), p.getDataList(), conditions), &mDbData,
-                     &mDbLen);
+    return runChange(this, updateCommand(p), &mDbData, &mDbLen);
 }
 
 int ZelKeymasterOperation::SodDelete(SODOperationParam& p) {
-    const Conditions conditions = {p.getWhereColumnList(), p.getWhereValueList()};
-    const int status = runChange(this, deleteCommand(conditions), &mDbData, &mDbLen);
+    const int status = runChange(this, deleteCommand(p), &mDbData, &mDbLen);
     return status == ZELKM_NOTHING_DELETED ? ZELKM_OK : status;
 }
 
@@ -509,19 +624,7 @@ int ZelKeymasterOperation::DBEncrypt(unsigned int mode, unsigned char* plain, un
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
 
-    // Callbacks capture one reference only: what is larger makes std::function allocate.
-    const Return<void> begun = mKeymaster->begin(
-        decrypt ? KeyPurpose::DECRYPT : KeyPurpose::ENCRYPT, viewOf(mDbKeyBlob, mDbKeyBlobLen),
-        begin_params, HardwareAuthToken(),
-        [&operation](ErrorCode error, const HidlParams& out_params, uint64_t handle) {
-            operation.begun(error, out_params, handle);
-        });
-    if (operation.nonceMissing()) {
-        LOG_ERROR("no iv tag in begin out param");
-    }
-    int32_t transport = ConverHIDLErrorToKeymasterError(begun);
-    if (transport != ZELKM_OK) {
-        LOG_ERROR("error in begin hidl call : %d", transport);
+    if (!beginOperation(mKeymaster, viewOf(mDbKeyBlob, mDbKeyBlobLen), begin_params, &operation)) {
         return operation.error();
     }
     if (operation.error() != ZELKM_OK) {
@@ -532,42 +635,16 @@ int ZelKeymasterOperation::DBEncrypt(unsigned int mode, unsigned char* plain, un
         return operation.error();
     }
 
-    do {
-        const Return<void> updated = mKeymaster->update(
-            operation.handle(), update_params, operation.remainingInput(), HardwareAuthToken(),
-            VerificationToken(),
-            [&operation](ErrorCode error, uint32_t consumed, const HidlParams& /*out_params*/,
-                         const HidlBytes& output) { operation.updated(error, consumed, output); });
-        transport = ConverHIDLErrorToKeymasterError(updated);
-        if (transport != ZELKM_OK) {
-            // The error answered before stands, usually 0: callers rely on that.
-            LOG_ERROR("error in update hidl call : %d", transport);
-            return operation.error();
-        }
-        update_params = HidlParams();
-        if (operation.error() != ZELKM_OK) {
-            LOG_ERROR("error in update process : %d", operation.error());
-            return operation.error();
-        }
-    } while (operation.advance());
+    if (!feedOperation(mKeymaster, std::move(update_params), &operation)) {
+        return operation.error();
+    }
     if (operation.consumed() != operation.inputLen()) {
         LOG_ERROR("Not all data has been consumed. Consumed %zu of %zu bytes\n",
                   operation.consumed(), operation.inputLen());
         return ZELKM_UNKNOWN_ERROR;
     }
 
-    const HidlBytes none;
-    const Return<void> finished = mKeymaster->finish(
-        operation.handle(), update_params, none, none, HardwareAuthToken(), VerificationToken(),
-        [&operation](ErrorCode error, const HidlParams& /*out_params*/, const HidlBytes& output) {
-            operation.finished(error, output);
-        });
-    transport = ConverHIDLErrorToKeymasterError(finished);
-    if (transport != ZELKM_OK) {
-        LOG_ERROR("error in finish hidl call : %d", transport);
-        return operation.error();
-    }
-    if (operation.error() != ZELKM_OK) {
+    if (finishOperation(mKeymaster, &operation) && operation.error() != ZELKM_OK) {
         LOG_ERROR("error in finish process : %d", operation.error());
         if (operation.error() == ZELKM_VERIFICATION_FAILED) {
             recoverImage(&mDbData, &mDbLen);
@@ -791,22 +868,6 @@ int ZelKeymasterOperation::encryptWithPasswordHWKey(
         mKeymaster->begin(purpose, HidlBytes(), params.list(), HardwareAuthToken(),
                           [&answer](ErrorCode error, const HidlParams& out_params,
                                     uint64_t /*handle*/) { answer.take(error, out_params); });
-    if (answer.rot_missing) {
-        LOG_WARNING("invalid rot just set 0");
-    }
-    switch (answer.defect) {
-        case PasswordAnswer::kNone:
-            break;
-        case PasswordAnswer::kTag:
-            LOG_ERROR("invalid tag");
-            break;
-        case PasswordAnswer::kKey:
-            LOG_ERROR("no key");
-            break;
-        case PasswordAnswer::kEncryptedKey:
-            LOG_ERROR("no encrypted key");
-            break;
-    }
     const int32_t transport = ConverHIDLErrorToKeymasterError(begun);
     if (transport != ZELKM_OK) {
         LOG_ERROR("error in begin hidl call : %d", transport);
@@ -965,12 +1026,7 @@ int ZelKeymasterOperation::update_file(const char* path, const uint8_t* data, ui
 }
 
 int ZelKeymasterOperation::update_db_file(const uint8_t* data, uint32_t len) {
-    const int status = update_file(kStoreFile, data, len);
-    if (status == ZELKM_OK) {
-        adopt(&mDbData, const_cast<uint8_t*>(data));
-        mDbLen = len;
-    }
-    return status;
+    return replaceStore(&mDbData, &mDbLen, const_cast<uint8_t*>(data), len);
 }
 
 int ZelKeymasterOperation::restoreBackupDB() {
