@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A keymaster that does what cannot be avoided. See bare_keymaster.h.
-
 #include "bare_keymaster.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A ZelKeymasterOperation with a sample in its encrypted store. See object_store.h.
-
 #include "object_store.h"
 
 #include <filesystem>
@@ -17,7 +15,7 @@ namespace {
 
 void skipFlush(int /*fd*/) {}
 
-const auto realFlush = zelkm::file_calls.flush;
+const auto realFlush = zelkm::g_file_calls.flush;
 
 }  // namespace
 
@@ -49,12 +47,12 @@ void dropTable() {
           "drop table");
 }
 
-FlushSwitch::FlushSwitch(bool flush) : before_(zelkm::file_calls.flush) {
-    zelkm::file_calls.flush = flush ? realFlush : skipFlush;
+FlushSwitch::FlushSwitch(bool flush) : before_(zelkm::g_file_calls.flush) {
+    zelkm::g_file_calls.flush = flush ? realFlush : skipFlush;
 }
 
 FlushSwitch::~FlushSwitch() {
-    zelkm::file_calls.flush = before_;
+    zelkm::g_file_calls.flush = before_;
 }
 
 ObjectStore::ObjectStore(const Sample& sample, size_t max_update_bytes)

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The floors. See reference.h.
-
 #include "reference.h"
 
 #include <errno.h>

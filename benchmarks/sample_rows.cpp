@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The rows that everything is measured with. See sample_rows.h.
-
 #include "sample_rows.h"
 
 #include <random>

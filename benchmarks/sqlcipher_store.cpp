@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The peer. See sqlcipher_store.h.
-
 #include "sqlcipher_store.h"
 
 #include <filesystem>

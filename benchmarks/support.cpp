@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What every benchmark needs around it. See support.h.
-
 #include "support.h"
 
 #include <android/log.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The smallest keymaster that carries a store. See vendor_keymaster.h.
-
 #include "vendor_keymaster.h"
 
 #include <openssl/crypto.h>

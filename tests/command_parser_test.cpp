@@ -52,7 +52,7 @@ std::string listOf(const db_token_t& text) {
 std::string conditionsOf(const db_token_t& text) {
     db_parsed_where_set_t set;
     zelkm::TokenizerError error;
-    const int status = zelkm::parse_where_set(&text, &set, &error);
+    const int status = zelkm::parseWhereSet(&text, &set, &error);
     EXPECT_TRUE(status == 0 || status == -911) << status;
     std::string list;
     for (uint32_t i = 0; i < set.count; ++i) {

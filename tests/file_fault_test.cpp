@@ -32,8 +32,8 @@ namespace {
 namespace fs = std::filesystem;
 using soft_keymaster::SoftKeymaster;
 using test::Bytes;
-using zelkm::file_calls;
 using zelkm::FileCalls;
+using zelkm::g_file_calls;
 
 constexpr char kStore[] = "secure_objects.db";
 constexpr char kRootKey[] = "root_key";
@@ -188,10 +188,10 @@ bool shortNow() {
 }
 
 void installFaults(const Plan& plan) {
-    g_real = file_calls;
+    g_real = g_file_calls;
     g_plan = plan;
     g_calls = 0;
-    file_calls.open = [](const char* path, int flags, mode_t mode) {
+    g_file_calls.open = [](const char* path, int flags, mode_t mode) {
         const bool creates = (flags & O_CREAT) != 0;
         const int fd = hit("open") ? -1 : g_real.open(path, flags, mode);
         if (fd >= 0) {
@@ -202,13 +202,13 @@ void installFaults(const Plan& plan) {
         }
         return fd;
     };
-    file_calls.lseek = [](int fd, off_t offset, int whence) -> off_t {
+    g_file_calls.lseek = [](int fd, off_t offset, int whence) -> off_t {
         return hit("lseek") ? -1 : g_real.lseek(fd, offset, whence);
     };
-    file_calls.read = [](int fd, void* data, size_t len) -> ssize_t {
+    g_file_calls.read = [](int fd, void* data, size_t len) -> ssize_t {
         return hit("read") ? -1 : g_real.read(fd, data, shortNow() ? len - 1 : len);
     };
-    file_calls.write = [](int fd, const void* data, size_t len) -> ssize_t {
+    g_file_calls.write = [](int fd, const void* data, size_t len) -> ssize_t {
         if (hit("write")) {
             return -1;
         }
@@ -216,26 +216,26 @@ void installFaults(const Plan& plan) {
         g_events.push_back({Event::kWrite, g_open[fd], "", Bytes(bytes, bytes + len)});
         return g_real.write(fd, data, shortNow() ? len / 2 : len);
     };
-    file_calls.close = [](int fd) {
+    g_file_calls.close = [](int fd) {
         const bool fails = hit("close");
         const int result = g_real.close(fd);
         return fails ? -1 : result;
     };
-    file_calls.rename = [](const char* from, const char* to) {
+    g_file_calls.rename = [](const char* from, const char* to) {
         const int result = hit("rename") ? -1 : g_real.rename(from, to);
         if (result == 0) {
             g_events.push_back({Event::kRename, from, to, {}});
         }
         return result;
     };
-    file_calls.unlink = [](const char* path) {
+    g_file_calls.unlink = [](const char* path) {
         const int result = hit("unlink") ? -1 : g_real.unlink(path);
         if (result == 0) {
             g_events.push_back({Event::kUnlink, path, "", {}});
         }
         return result;
     };
-    file_calls.flush = [](int fd) {
+    g_file_calls.flush = [](int fd) {
         if (hit("flush")) {
             return;  // a flush that fails, silently
         }

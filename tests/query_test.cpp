@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "db_command_parser.h"
-#include "db_table.h"
+#include "db_rows.h"
 #include "engine.h"
 #include "wiped_memory.h"
 
@@ -136,7 +136,7 @@ class Query : public test::Engine {
         zelkm::TokenizerError error;
         EXPECT_EQ(0, zelkm::parse_tokens(&tokens[0], &parsed[0], &error));
         EXPECT_EQ(0, zelkm::parse_tokens(&tokens[1], &parsed[1], &error));
-        EXPECT_EQ(0, zelkm::parse_where_set(&tokens[2], &conditions, &error));
+        EXPECT_EQ(0, zelkm::parseWhereSet(&tokens[2], &conditions, &error));
         db_bytes_t out = {};
         const int status = command_handler[SDB_UPDATE](&parsed[0], &parsed[1], &conditions, &out);
         EXPECT_EQ(status == 0, out.data != nullptr);

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <utility>
 
-#include "db_table.h"
+#include "db_rows.h"
 #include "engine.h"
 
 namespace {

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The calls of a keymaster, made for the check. See caller.h.
-
 #include "caller.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Encryptions and decryptions. See gcm_run.h.
-
 #include "gcm_run.h"
 
 #include <openssl/rand.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A directory of one's own. See private_directory.h.
-
 #include "private_directory.h"
 
 #include <dirent.h>

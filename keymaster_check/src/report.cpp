@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Findings for people and for programs. See report.h.
-
 #include "keymaster_check/report.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Calls and answers in words and values. See words.h.
-
 #include "words.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// AES-GCM, streaming.
-
 #include "aes_gcm.h"
 
 #include <algorithm>

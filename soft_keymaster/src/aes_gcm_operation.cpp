@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One open AES-GCM operation.
-
 #include "aes_gcm_operation.h"
 
 #include <openssl/rand.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Attestation: the authority that certifies keys, and certificate requests.
-
 #include "attestation.h"
 
 #include <openssl/asn1.h>

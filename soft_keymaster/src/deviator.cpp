@@ -2,8 +2,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Makes a keymaster deviate. See deviator.h.
-
 #include "deviator.h"
 
 #include <openssl/rand.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A decorator that records calls and injects faults.
-
 #include "soft_keymaster/fault_keymaster.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Key blobs.
-
 #include "key_blob.h"
 
 #include <openssl/rand.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Making keys.
-
 #include "key_generation.h"
 
 #include <openssl/ec.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Secrets kept in files, and the root key.
-
 #include "root_key.h"
 
 #include <fcntl.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A keymaster 4.0 in software.
-
 #include "soft_keymaster/soft_keymaster.h"
 
 #include <openssl/err.h>

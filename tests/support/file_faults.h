@@ -21,9 +21,9 @@ namespace test {
 // nothing.
 class FileFaults {
   public:
-    FileFaults() : real_(zelkm::file_calls) {
+    FileFaults() : real_(zelkm::g_file_calls) {
         current_ = this;
-        zelkm::FileCalls& calls = zelkm::file_calls;
+        zelkm::FileCalls& calls = zelkm::g_file_calls;
         calls.open = [](const char* path, int flags, mode_t mode) {
             return answered<int>("open " + std::string(path),
                                  [&] { return current_->real_.open(path, flags, mode); });
@@ -56,7 +56,7 @@ class FileFaults {
             current_->record(directory ? "flush directory" : "flush file");
         };
     }
-    ~FileFaults() { zelkm::file_calls = real_; }
+    ~FileFaults() { zelkm::g_file_calls = real_; }
     FileFaults(const FileFaults&) = delete;
     FileFaults& operator=(const FileFaults&) = delete;
 

@@ -40,7 +40,7 @@ template <typename KeymasterType>
 class StoreFixture : public InTempDir {
   protected:
     StoreFixture() : km_(options()), object_(makeObject(&km_, true)) {
-        zelkm::file_calls.flush = [](int) {};  // thousands of states, none of which must last
+        zelkm::g_file_calls.flush = [](int) {};  // thousands of states, none of which must last
         reopen();
         EXPECT_EQ(0, insertAlias(*object_, "a"));
         EXPECT_EQ(0, insertAlias(*object_, "b"));

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Byte strings. See bytes.h.
-
 #include "bytes.h"
 
 #include <openssl/sha.h>

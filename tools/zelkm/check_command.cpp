@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The check of a keymaster. See check_command.h.
-
 #include "check_command.h"
 
 #include <android/log.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One process at a time in a store directory. See directory_lock.h.
-
 #include "directory_lock.h"
 
 #include <fcntl.h>

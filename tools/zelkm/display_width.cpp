@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How wide text stands on a terminal. See display_width.h.
-
 #include "display_width.h"
 
 #include <locale.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Codes, messages and logs explained. See explain_command.h.
-
 #include "explain_command.h"
 
 #include <algorithm>

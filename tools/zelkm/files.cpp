@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Whole files as byte strings. See files.h.
-
 #include "files.h"
 
 #include <fcntl.h>

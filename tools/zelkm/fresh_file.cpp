@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A file that is there as a whole or not at all. See fresh_file.h.
-
 #include "fresh_file.h"
 
 #include <fcntl.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What is made from the definition of the command line. See generated_pages.h.
-
 #include "generated_pages.h"
 
 #include <algorithm>

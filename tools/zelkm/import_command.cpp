@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Many objects at once. See import_command.h.
-
 #include "import_command.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Certificate requests and attestation chains. See key_commands.h.
-
 #include "key_commands.h"
 
 #include <openssl/rand.h>

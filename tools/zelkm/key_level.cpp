@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The patch level of a key. See key_level.h.
-
 #include "key_level.h"
 
 #include <soft_keymaster/soft_keymaster.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The library's platform log in this process. See log_capture.h.
-
 #include "log_capture.h"
 
 #include <android/log.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One line of a log, taken apart. See log_line.h.
-
 #include "log_line.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads logs into events. See log_reader.h.
-
 #include "log_reader.h"
 
 #include <algorithm>

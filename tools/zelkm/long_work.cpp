@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Work that takes its time. See long_work.h.
-
 #include "long_work.h"
 
 #include <signal.h>

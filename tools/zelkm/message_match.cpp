@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Which message of the table a logged text is. See message_match.h.
-
 #include "message_match.h"
 
 #include <algorithm>

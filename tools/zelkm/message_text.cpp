@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Messages and result codes in sentences. See message_text.h.
-
 #include "message_text.h"
 
 #include <cctype>

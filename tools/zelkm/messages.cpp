@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every message that the library logs. See messages.h.
-
 #include "messages.h"
 
 #include <stdexcept>

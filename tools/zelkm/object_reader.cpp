@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Objects from a text. See object_reader.h.
-
 #include "object_reader.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Rows for people and for programs. See output.h.
-
 #include "output.h"
 
 #include <sys/ioctl.h>

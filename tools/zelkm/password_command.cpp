@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Conversion of key material under the password hardware key. See password_command.h.
-
 #include "password_command.h"
 
 #include <zelkeymaster_vendor_tags.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Certificates and requests in files. See pem.h.
-
 #include "pem.h"
 
 #include <openssl/err.h>

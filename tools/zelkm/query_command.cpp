@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Command texts of the engine. See query_command.h.
-
 #include "query_command.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table of result codes. See result_codes.h.
-
 #include "result_codes.h"
 
 #include <algorithm>

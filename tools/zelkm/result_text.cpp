@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a call of the library answered, in words. See result_text.h.
-
 #include "result_text.h"
 
 #include <zelkeymaster_result.h>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A store directory at work. See session.h.
-
 #include "session.h"
 
 #include <unistd.h>

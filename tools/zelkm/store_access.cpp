@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Objects in and out of the store. See store_access.h.
-
 #include "store_access.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The commands on secure objects. See store_commands.h.
-
 #include "store_commands.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What may be said to the store. See store_values.h.
-
 #include "store_values.h"
 
 #include <algorithm>

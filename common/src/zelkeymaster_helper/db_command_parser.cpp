@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command language. See db_command_parser.h.
-
 #include "db_command_parser.h"
 
 #include <cstring>
@@ -212,7 +210,7 @@ int parse_where_token(const db_token_t* text, db_parsed_where_t* out, TokenizerE
     return ZELKM_OK;
 }
 
-int parse_where_set(const db_token_t* text, db_parsed_where_set_t* out, TokenizerError* error) {
+int parseWhereSet(const db_token_t* text, db_parsed_where_set_t* out, TokenizerError* error) {
     out->count = 0;
     *error = {};
     std::string_view rest = view(*text);

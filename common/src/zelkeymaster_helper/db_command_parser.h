@@ -60,7 +60,7 @@ const char* commandWord(uint32_t id);
                                     TokenizerError* error);
 
 // Splits a WHERE clause at " AND ". What follows a sixth condition is ignored.
-[[nodiscard]] int parse_where_set(const db_token_t* text, db_parsed_where_set_t* out,
-                                  TokenizerError* error);
+[[nodiscard]] int parseWhereSet(const db_token_t* text, db_parsed_where_set_t* out,
+                                TokenizerError* error);
 
 }  // namespace zelkm

@@ -1,14 +1,12 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// WHERE conditions and the pattern language. See db_matching.h.
-
 #include "db_matching.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "db_table.h"
+#include "db_rows.h"
 
 namespace zelkm {
 namespace {

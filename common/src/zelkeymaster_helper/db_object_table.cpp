@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The process's one table. See db_object_table.h.
-
 #include "db_object_table.h"
 
 #include <cstring>
@@ -42,7 +40,7 @@ void ObjectTable::append(db_row* row) {
 }
 
 void ObjectTable::clear() {
-    clearTable(&table_);
+    clearRows(&table_);
     rowsChanged();
 }
 

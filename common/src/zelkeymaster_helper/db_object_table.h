@@ -10,7 +10,7 @@
 #pragma once
 
 #include "db_matching.h"
-#include "db_table.h"
+#include "db_rows.h"
 #include "growing_array.h"
 #include "velt_secure_db.h"
 

@@ -20,7 +20,7 @@
 
 #include <cstddef>
 
-#include "db_table.h"
+#include "db_rows.h"
 #include "find_byte.h"
 #include "velt_secure_db.h"
 

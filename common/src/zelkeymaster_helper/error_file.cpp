@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The rolling error file. See error_file.h.
-
 #include "error_file.h"
 
 #include <plog/Appenders/RollingFileAppender.h>

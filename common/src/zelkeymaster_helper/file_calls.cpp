@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The system calls of the file storage. See file_calls.h.
-
 #include "file_calls.h"
 
 #include <stdio.h>
@@ -29,7 +27,7 @@ void flushToDevice(int fd) {
 
 }  // namespace
 
-FileCalls file_calls = {openFile, ::lseek,  ::read,   ::write,
-                        ::close,  ::rename, ::unlink, flushToDevice};
+FileCalls g_file_calls = {openFile, ::lseek,  ::read,   ::write,
+                          ::close,  ::rename, ::unlink, flushToDevice};
 
 }  // namespace zelkm

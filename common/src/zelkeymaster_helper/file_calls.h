@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The system calls of the file storage, as a table: the one point through which the library touches
-// files. Tests swap entries to make calls fail; benchmarks swap `flush` to leave it out.
+// The system calls of the file storage: the one point through which the library touches files.
+// Tests replace pointers to make calls fail; benchmarks replace `flush` to leave it out.
 
 #pragma once
 
@@ -27,6 +27,6 @@ struct FileCalls {
 
 inline constexpr int kWorkingDirectory = AT_FDCWD;
 
-extern FileCalls file_calls;
+extern FileCalls g_file_calls;
 
 }  // namespace zelkm

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The state of one AES-GCM operation of the keymaster. See gcm_operation.h.
-
 #include "gcm_operation.h"
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Parameter lists of the keymaster calls. See keymaster_params.h.
-
 #include "keymaster_params.h"
 
 #include <cstring>

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Small files that are read and replaced whole. See protected_file.h.
-
 #include "protected_file.h"
 
 #include <errno.h>
@@ -30,7 +28,7 @@ CompanionName::CompanionName(const char* path, const char* suffix) {
 }
 
 File::File(const char* path, int flags, int* error)
-    : fd_(file_calls.open(path, flags | O_CLOEXEC, kPrivateMode)) {
+    : fd_(g_file_calls.open(path, flags | O_CLOEXEC, kPrivateMode)) {
     *error = isOpen() ? 0 : errno;
 }
 
@@ -44,13 +42,13 @@ File File::forWriting(const char* path, int* error) {
 
 File::~File() {
     if (isOpen()) {
-        file_calls.close(fd_);
+        g_file_calls.close(fd_);
     }
 }
 
 bool File::takeSize(uint32_t* size, int* error) const {
-    const off_t end = file_calls.lseek(fd_, 0, SEEK_END);
-    if (end < 0 || file_calls.lseek(fd_, 0, SEEK_SET) < 0) {
+    const off_t end = g_file_calls.lseek(fd_, 0, SEEK_END);
+    if (end < 0 || g_file_calls.lseek(fd_, 0, SEEK_SET) < 0) {
         *error = errno;
         return false;
     }
@@ -60,30 +58,30 @@ bool File::takeSize(uint32_t* size, int* error) const {
 
 bool File::read(uint8_t* data, uint32_t len, int* error) const {
     errno = 0;
-    return isWhole(file_calls.read(fd_, data, len), len, error);
+    return isWhole(g_file_calls.read(fd_, data, len), len, error);
 }
 
 bool File::write(const uint8_t* data, uint32_t len, int* error) const {
     errno = 0;
-    return isWhole(file_calls.write(fd_, data, len), len, error);
+    return isWhole(g_file_calls.write(fd_, data, len), len, error);
 }
 
 void File::flush() const {
-    file_calls.flush(fd_);
+    g_file_calls.flush(fd_);
 }
 
 bool removeFile(const char* path, int* error) {
-    *error = file_calls.unlink(path) == 0 ? 0 : errno;
+    *error = g_file_calls.unlink(path) == 0 ? 0 : errno;
     return *error == 0;
 }
 
 bool renameFile(const char* from, const char* to, int* error) {
-    *error = file_calls.rename(from, to) == 0 ? 0 : errno;
+    *error = g_file_calls.rename(from, to) == 0 ? 0 : errno;
     return *error == 0;
 }
 
 void flushDirectory() {
-    file_calls.flush(kWorkingDirectory);
+    g_file_calls.flush(kWorkingDirectory);
 }
 
 }  // namespace zelkm

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The description of one secure object operation. See sod_operation_param.h.
-
 #include "sod_operation_param.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The store engine's entry point, its command handlers, and everything that it logs. What need not
-// log is elsewhere: the language in db_command_parser, conditions in db_matching, rows in db_table,
+// log is elsewhere: the language in db_command_parser, conditions in db_matching, rows in db_rows,
 // the blob in db_store_format.
 
 #include "velt_secure_db.h"
@@ -16,8 +16,8 @@
 #include "db_command_parser.h"
 #include "db_matching.h"
 #include "db_object_table.h"
+#include "db_rows.h"
 #include "db_store_format.h"
-#include "db_table.h"
 #include "malloc_buffer.h"
 #include "platform_log.h"
 
@@ -177,7 +177,7 @@ int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
     if (status == ZELKM_OK) {
         g_table.replace(&rows);
     } else {
-        clearTable(&rows);
+        clearRows(&rows);
     }
     return status;
 }
@@ -409,7 +409,7 @@ int tokenizeList(const db_token_t& text, db_parsed_tokens_t* out) {
 
 int splitConditions(const db_token_t& text, db_parsed_where_set_t* out) {
     TokenizerError error;
-    const int status = parse_where_set(&text, out, &error);
+    const int status = parseWhereSet(&text, out, &error);
     if (status != ZELKM_OK) {
         reportTokenizerError(error);
         LOG_ERROR("parse_where_set_token error(%d)", status);

@@ -1,9 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Rows in a list and their column schema. See db_table.h.
-
-#include "db_table.h"
+#include "db_rows.h"
 
 #include <openssl/crypto.h>
 
@@ -72,7 +70,7 @@ void appendRow(db_table_t* table, db_row* row) {
     table->count += 1;
 }
 
-void clearTable(db_table_t* table) {
+void clearRows(db_table_t* table) {
     db_row* row = table->head;
     for (uint32_t i = 0; i < table->count; ++i) {
         db_row* next = row->next;

@@ -56,6 +56,6 @@ void free_row(db_row* row);
 void appendRow(db_table_t* table, db_row* row);
 
 // Releases all rows; the handle becomes 0.
-void clearTable(db_table_t* table);
+void clearRows(db_table_t* table);
 
 }  // namespace zelkm
