@@ -132,7 +132,7 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
     const KeyParameter app_id = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(130, 0xAA));
     const KeyParameter csr = param(Tag(0x70000899), 1);
     std::vector<std::vector<Bytes>> chains;
-    std::set<long> serials;
+    std::set<uint64_t> serials;
     for (const Params& params : {kEcKey, kRsaKey}) {
         const Bytes key = newKey(params);
         EXPECT_EQ(Error::ATTESTATION_CHALLENGE_MISSING, attest(km_, key, {app_id}).error);
@@ -153,7 +153,10 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         const std::unique_ptr<X509_REQ, decltype(&X509_REQ_free)> request(
             d2i_X509_REQ(nullptr, &in, long(answer.size())), X509_REQ_free);
         EXPECT_EQ(1, X509_REQ_verify(request.get(), publicKey(certificates[0].get()).get()));
-        serials.insert(ASN1_INTEGER_get(X509_get_serialNumber(certificates[0].get())));
+        uint64_t serial = 0;  // with the top bit set no long
+        EXPECT_EQ(1,
+                  ASN1_INTEGER_get_uint64(&serial, X509_get_serialNumber(certificates[0].get())));
+        serials.insert(serial);
     }
     EXPECT_EQ(2u, serials.size());
     EXPECT_EQ(chains[0][2], chains[1][2]);
