@@ -3,14 +3,13 @@
 
 // A service in front of the library: any number of callers, one thread that works.
 //
-// The library has no locks, and what it must not do twice at once belongs to the process: the table
-// in memory, the registered callback, the files in the working directory. So it is not enough to
-// give each caller an object, or a lock of its own. A mutex around every call would do; a thread
-// that alone holds the object makes the rule hard to break, since nobody else can get at it, not
-// even to construct it. And a caller can stop waiting for a keymaster that does not answer
-// (std::future::wait_for), while the call goes on.
+// The library has no locks; zelkeymaster_operation.h says what its callers must serialise. An
+// object or a lock for each caller is not enough, since all objects of a process share their state.
+// A mutex around every call would do. A thread that alone holds the object makes the rule hard to
+// break: nobody else can reach the object, or construct another. And a caller can stop waiting for
+// a keymaster that does not answer (std::future::wait_for), while the call goes on.
 //
-// Two processes in one directory overwrite each other all the same: run one service.
+// Run one service: two processes in one directory overwrite each other all the same.
 
 #include <keymasterV4_0/Keymaster.h>
 #include <zelkeymaster_operation.h>

@@ -72,7 +72,7 @@ class VendorKeymaster : public support::Keymaster {
 
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
-    // Nothing is kept for a key, so nothing is to be done.
+    // The keymaster keeps nothing for a key, so there is nothing to delete.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
 
     // ---- What may answer UNIMPLEMENTED ----------------------------------------------------------

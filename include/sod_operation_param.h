@@ -13,15 +13,17 @@
 
 // Collects the columns and values to write, the conditions to match and the columns to read back.
 //
-// Values are wrapped in the byte 0x1F, the command language's quote; nothing is escaped and nothing
-// is checked against the store's columns. A value therefore must not hold 0x1F, 0x1E, a line feed
-// or NUL, must not be empty or begin with a comma, and, as a condition, must not hold " AND ": such
-// values break the command or the stored row. Values are copied; arguments are not modified.
-// Setters return the object itself, so that calls can be chained.
+// Values are wrapped in the byte 0x1F, the command language's quote. Nothing is escaped, and
+// nothing is checked against the store's columns. Some values break the command or the stored row:
+//  - a value that holds 0x1F, 0x1E, a line feed or NUL
+//  - a value that is empty or begins with a comma
+//  - in a condition, a value that holds " AND "
+// Values are copied; arguments are not modified. Setters return the object itself, so that calls
+// can be chained.
 //
-// Not thread-safe. Without memory the constructor and the setters throw std::bad_alloc, and lists
-// stay as they were; nothing else throws. These and getTokensFromString() are the only exceptions
-// that leave the library.
+// Threads: see zelkeymaster_operation.h. Without memory the constructor, the setters and
+// getTokensFromString() throw std::bad_alloc. The lists of the object then stay as they were. No
+// other exception leaves the library.
 class ZELKM_EXPORT SODOperationParam {
   public:
     // Sets the six column names and leaves all lists empty.

@@ -9,8 +9,8 @@
 //  - Results are 0 or a negative code of zelkeymaster_result.h. A non-zero status of the encryption
 //    callback is passed through unchanged. On failure outputs keep what the caller put there.
 //  - Buffers that the engine hands out come from malloc; the receiver releases them with free().
-//  - The table, the registered callback and the cached name lengths are process-wide and unlocked:
-//    callers serialise all calls, and the callback must not call back into the engine.
+//  - Threads: as in zelkeymaster_operation.h, callers serialise all calls. The callback must not
+//    call back into the engine.
 //  - The engine never touches files and holds no key.
 //  - A null pointer is an error only where a function says so; otherwise pointers must be valid.
 

@@ -13,9 +13,11 @@
 //    "secure_objects.db", the database key's blob "edbk", its SHA-256 "edbk_digest", each with a
 //    ".bak" of the version before and, while being written, a ".tmp"; and the rolling error file
 //    "zelko_err.txt". The library never changes directory.
-//  - Threads: none inside, no locks. All objects of a process share one table, one callback
-//    registration and the files, so calls on all of them must be serialised. Keymaster calls are
-//    made on the caller's thread and answered before the call returns.
+//  - Threads: none inside, and no locks. All objects of a process share one table, one callback
+//    registration and the files, so the callers serialise all calls: on all objects, on all
+//    SODOperationParam and to the engine. Only validateAttestChain() may run beside them, but
+//    not beside a constructor. Keymaster calls are made on the caller's thread and answered before
+//    the call returns.
 //  - No exception leaves the object's methods; want of memory is -41. (SODOperationParam and
 //    getTokensFromString() throw std::bad_alloc.)
 
@@ -104,8 +106,8 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   -30   the tag does not match; `plain` may hold unauthenticated bytes. The cached image is
     //         refreshed from the file or, when both are the same, the backup file is put back.
     //   -1000 no keymaster, `begin` not answered, or not all input consumed
-    // A transport failure of update or finish is logged but does not change the result: it is then
-    // what the keymaster answered last, usually 0, and the output is not filled.
+    // A transport failure of update or finish is logged and does not change the result. The result
+    // is then what the keymaster answered last, usually 0, and the output is not filled.
     [[nodiscard]] int DBEncrypt(unsigned int mode, unsigned char* plain, unsigned char* cipher,
                                 unsigned int len, unsigned char* iv, unsigned char* tag,
                                 unsigned char* aad, unsigned int aadLen);
@@ -130,12 +132,11 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   -62    the keymaster upgraded it: the new blob is cached and written; `blob` stays the
     //          caller's. An upgradeKey that itself answers -62 looks the same, but nothing is
     //          cached or written: init_db_key() then answers 0 without a key
-    //   -32    `blob` is null, `len` is 0 or there is no keymaster; the caller's, like after the
-    //          next two
-    //   -1000  transport failure, or an empty upgraded blob
-    //   an upgradeKey or file error
+    //   -32    `blob` is null, `len` is 0 or there is no keymaster; `blob` stays the caller's
+    //   -1000  transport failure, or an empty upgraded blob; `blob` stays the caller's
+    //   an upgradeKey or file error: `blob` stays the caller's
     //   a getKeyCharacteristics error: cached all the same, and the object owns `blob`
-    // Whether the object took `blob` over shows in whether it is the cached one.
+    // The object owns `blob` exactly when the cached key blob is this buffer.
     [[nodiscard]] int setLoadedDBKey(uint8_t* blob, uint32_t len);
 
     // After the keymaster refused the key: replaces a cached blob that differs from "edbk", and
@@ -148,14 +149,14 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // Converts key material under a password-bound key of the secure hardware, in one keymaster
     // `begin` with the purposes and tags of zelkeymaster_vendor_tags.h. `in1` to `in4` and
     // `material` must not be empty; their meaning is the hardware's business.
-    //   PW_ENCRYPT_TYPE_TO_KEY            `material` is an encrypted key; fills `converted` with
-    //   the
-    //                                     key and `tag` with its 16-byte tag
-    //   PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY  `material` is a key, `tag` (not empty) its tag; fills
-    //                                     `converted` with the encrypted key
-    // `rot` receives the hardware's 16-byte value, or 16 zero bytes when it gives none, also when
-    // the hardware refuses. Outputs are replaced, and may keep a new value after a failure. The
-    // copies that are sent are wiped; inputs and outputs are the caller's to wipe.
+    //   PW_ENCRYPT_TYPE_TO_KEY: `material` is an encrypted key. Fills `converted` with the key and
+    //       `tag` with its 16-byte tag.
+    //   PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY: `material` is a key, and `tag` (not empty) its tag. Fills
+    //       `converted` with the encrypted key.
+    // `rot` receives the hardware's 16-byte value. It receives 16 zero bytes when the hardware
+    // gives none, also when the hardware refuses. Outputs are replaced, and may keep a new value
+    // after a failure. The object wipes the copies that it sends; the caller wipes inputs and
+    // outputs.
     //   -32   no keymaster
     //   -38   an empty input
     //   -2    any other type
@@ -206,9 +207,8 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // revocation is not looked at. Bytes after a certificate within an element are ignored.
     //
     // -30 for every failure, fewer than three elements included; the log tells the cause. Uses no
-    // keymaster; may run on any thread. Leaves nothing in libcrypto's error queue of the thread.
-    // Entries that were there before stay, unless the failure is one that is logged with the queue:
-    // then they are printed and removed with it.
+    // keymaster. Leaves nothing of its own in the thread's error queue of libcrypto. A failure that
+    // is logged with the queue prints and removes what was there before as well.
     [[nodiscard]] static int validateAttestChain(
         const android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>>& chain,
         bool chainOnly);

@@ -46,7 +46,7 @@ struct Answer {
     bool ok() const { return arrived && error == 0; }
 };
 
-// What callbacks did that they should not. Shared with them, since they may come late.
+// What callbacks did that they should not. The callbacks share it, since they may come late.
 struct CallbackWatch {
     std::mutex mutex;
     std::map<std::string, size_t> faults;  // "update: twice", and how often

@@ -25,7 +25,7 @@ Outcome noKey() {
     return notTried("there is no key: see key.generate");
 }
 
-// For a requirement that looks at what comes of an operation which does not work at all.
+// For a requirement on the output of an operation, when the operation does not work at all.
 Outcome noOperation(const Run& run) {
     return notTried(run.failure() + ": see gcm.correct");
 }
@@ -154,7 +154,7 @@ Outcome checkNonceFresh(Context& context) {
             return notTried("an encryption brought no nonce: " + context.caller.answered() +
                             ": see gcm.nonce-length");
         }
-        // Two keys that are one share their nonces.
+        // Equal blobs hold one key, so the nonces of both count together.
         std::set<Bytes>& seen = drawn[keys[0] == keys[1] ? 0 : which];
         if (!seen.insert(nonce->blob).second) {
             return broken(context, "this nonce came before, in " + std::to_string(draws) +

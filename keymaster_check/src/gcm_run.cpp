@@ -118,7 +118,7 @@ Bytes samplePayload(size_t size) {
 
 Bytes randomBytes(size_t size) {
     Bytes bytes(size);
-    // Without random bytes zeros do, too: nothing depends on them but telling answers apart.
+    // Zeros do when there are no random bytes: the bytes only tell answers apart.
     static_cast<void>(RAND_bytes(bytes.data(), static_cast<int>(size)));
     return bytes;
 }

@@ -14,7 +14,7 @@ Params databaseKeyParams();
 // What an operation with it begins with.
 Params gcmParams();
 
-// How an operation went. What came out is kept as it came: from whom, and however much.
+// How an operation went, with all output of each call.
 struct Run {
     enum class End { kDone, kBegin, kUpdate, kFinish };
 

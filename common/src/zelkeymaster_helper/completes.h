@@ -8,8 +8,8 @@
 
 namespace zelkm {
 
-// Runs an action; false when it threw. Built without exceptions, the process ends there instead, as
-// in all code that uses the C++ library so.
+// Runs an action; false when it threw. In a build without exceptions the C++ library ends the
+// process instead.
 template <typename Action>
 [[nodiscard]] bool completes(Action action) {
 #ifdef __cpp_exceptions

@@ -10,8 +10,8 @@
 
 namespace zelkm {
 
-// The value of a query that stored values are compared with. What is looked at again and again is
-// worked out once.
+// The value of a query, which stored values are compared with. The constructor works out once what
+// every comparison looks at.
 struct Subject {
     Subject() = default;
     Subject(const uint8_t* bytes, uint32_t length);
@@ -52,7 +52,7 @@ struct NumberRange {
     bool contains(uint32_t number) const { return low <= number && number <= high; }
 };
 
-// A subject that is a number outside this range does not match the list, taken as patterns.
+// A range of numbers: a subject that is a number outside it matches none of the list's patterns.
 NumberRange rangeOfList(const uint8_t* list, uint32_t len);
 
 }  // namespace zelkm

@@ -1,11 +1,11 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The process's one table, with things derived from its rows that make commands cheap: an index of
+// The process's one table. Two things derived from its rows make commands cheap: an index of
 // aliases and of accessors' numbers, and the rows' text as it stands in a store. Every change of
-// the rows passes through here, so that they stay in step. Each is made when it is first needed,
-// follows rows that come and go, and is dropped by other changes. Without memory for one, commands
-// walk the rows, with equal results.
+// the rows passes through here, so that index and text stay in step. Each is made when it is first
+// needed, follows rows that come and go, and is dropped by other changes. Without memory for one,
+// commands walk the rows, with equal results.
 
 #pragma once
 
@@ -19,6 +19,7 @@ namespace zelkm {
 class ObjectTable {
   public:
     const db_table_t& rows() const { return table_; }
+    // Equal to what the object's source keeps as g_table_handle, while that is current.
     uint64_t handle() const { return table_.handle; }
     void setHandle(uint64_t handle) { table_.handle = handle; }
 

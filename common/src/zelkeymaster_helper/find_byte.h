@@ -11,8 +11,8 @@
 
 namespace zelkm {
 
-// The first such byte from `at` on, or `end`. Eight bytes at a time: a byte of `same` is zero where
-// it is found, and the lowest bit of `found` marks the first one.
+// The first `byte` from `at` on, or `end`. Looks at eight bytes at a time: `same` has a zero byte
+// where the text has `byte`, and the lowest bit of `found` marks the first of them.
 inline const uint8_t* findByte(const uint8_t* at, const uint8_t* end, uint8_t byte) {
     static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
     constexpr uint64_t kOnes = 0x0101010101010101;

@@ -15,8 +15,8 @@
 
 namespace zelkm {
 
-// Copying it copies no elements, and nothing is released by itself: that is what a static instance
-// needs. Others are released with release().
+// The array releases nothing by itself, since a static instance lives as long as its process: the
+// owner of any other calls release(). A copy shares the elements with the original.
 template <typename T>
 class GrowingArray {
     static_assert(std::is_trivially_copyable_v<T>);

@@ -23,8 +23,8 @@ struct PasswordInputs {
     const HidlBytes& in_4;
 };
 
-// The call's parameters, with copies of all bytes, which are wiped at the end. `tag` is sent in the
-// direction to the encrypted key only. The list is empty when there was no memory.
+// The call's parameters, with copies of all bytes. The destructor wipes the copies. `tag` is sent
+// in the direction to the encrypted key only. The list is empty when there was no memory.
 class PasswordParameters {
   public:
     PasswordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs, const HidlBytes& tag);

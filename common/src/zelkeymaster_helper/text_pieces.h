@@ -13,7 +13,7 @@
 namespace zelkm {
 
 // Calls action(piece), with a view into `text`, for each piece between separators. Empty pieces
-// count, except one after a separator that ends the text; an empty text is one empty piece.
+// count. A separator that ends the text is followed by no piece. An empty text is one empty piece.
 template <typename Action>
 void forEachPiece(std::string_view text, char separator, Action action) {
     const uint8_t* at = reinterpret_cast<const uint8_t*>(text.data());

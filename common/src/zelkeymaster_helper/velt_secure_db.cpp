@@ -1,9 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The store engine's entry point, its command handlers, and everything that it logs. What need not
-// log is elsewhere: the language in db_command_parser, conditions in db_matching, rows in db_rows,
-// the blob in db_store_format.
+// The store engine's entry point, its command handlers, and everything that it logs.
+// docs/architecture.md says where the rest is.
 
 #include "velt_secure_db.h"
 

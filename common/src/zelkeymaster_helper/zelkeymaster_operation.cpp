@@ -1,9 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The operation object: every step that can fail with a message. What need not log is elsewhere:
-// file operations in protected_file, parameter lists in keymaster_params, command texts in
-// sod_command_text, the error file in error_file, the store engine behind velt_secure_db.h.
+// The operation object: every step that fails with a message, in its order. docs/architecture.md
+// says where the rest is.
 
 #include "zelkeymaster_operation.h"
 
@@ -190,9 +189,9 @@ int appendTo(std::vector<std::string>* list, Action action) {
     return ZELKM_MEMORY_ALLOCATION_FAILED;
 }
 
-// Runs a select and calls action(row), which appends to `list`, for each piece of its text; the
-// last one is a single NUL. The pieces are views: a list of them all, with a string each, would
-// take most of the time.
+// Runs a select, and calls action(row) for each piece of its text. The last piece is a single NUL.
+// The action appends to `list`. The pieces are views: making a string of each would take most of
+// the time.
 template <typename Action>
 int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SODOperationParam& p,
               std::vector<std::string>* list, Action action) {
@@ -361,8 +360,8 @@ void logErrorQueue() {
     ERR_print_errors_cb(ZelKeymasterOperation_openssl_error_cb, nullptr);
 }
 
-// At its end takes what was added to libcrypto's error queue since its beginning out again. Entries
-// of others before them stay.
+// Its destructor removes the entries that libcrypto's error queue got since the constructor.
+// Earlier entries stay.
 class ErrorQueueMark {
   public:
     ErrorQueueMark() { ERR_set_mark(); }

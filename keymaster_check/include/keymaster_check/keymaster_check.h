@@ -6,8 +6,8 @@
 //
 // Threads: one check at a time in a process, and meanwhile nothing else that uses the library. The
 // check runs the library itself, whose table and error file belong to the process, in a directory
-// of its own. So a process of its own is best for it: in one that goes on to use the library, that
-// finds no table in memory, which does no harm, and its messages no longer reach the error file.
+// of its own. Best give the check a process of its own. A process that goes on to use the library
+// finds no table in memory, which does no harm; its messages no longer reach the error file.
 
 #pragma once
 
@@ -56,14 +56,13 @@ const std::vector<Requirement>& requirements();
 
 // One finding for each requirement, in their order. Borrows `keymaster` for the call.
 //
-// Leaves nothing behind: the keys that it makes are deleted with deleteKey, open operations are
-// aborted (but for those that the library itself leaves open when calls fail), and the directory,
-// made under TMPDIR, else in /data/local/tmp or /tmp, is removed; the working directory is another
-// one while the library runs and is put back. The library's objects stay allocated, a few
-// kilobytes.
+// Leaves nothing behind but the library's objects, which stay allocated, a few kilobytes. The check
+// deletes the keys that it makes with deleteKey. It aborts open operations, but for those that the
+// library itself leaves open when calls fail. While the library runs, the working directory is a
+// new one under TMPDIR, else under /data/local/tmp or /tmp; the check removes it afterwards.
 //
-// No requirement is tried for more than about half a minute, as long as each
-// single call returns. Throws nothing.
+// No requirement is tried for more than about half a minute, as long as each single call returns.
+// Throws nothing.
 std::vector<Finding> checkKeymaster(
     android::hardware::keymaster::V4_0::support::Keymaster& keymaster, const Options& options = {});
 

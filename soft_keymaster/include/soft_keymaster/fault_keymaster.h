@@ -5,12 +5,11 @@
 // A decorator around any keymaster, which records the calls made to it and injects faults by plan:
 //
 //     FaultKeymaster km(inner);
-//     km.plan(Call::kUpdate, 2, Fault::transportAfterCallback());   // the second update from now
-//     on
+//     km.plan(Call::kUpdate, 2, Fault::transportAfterCallback());  // the second from now on
 //     ...
 //     EXPECT_EQ(km.calls(Call::kFinish).size(), 0u);
 //
-// Faults hit single calls. A Deviation is a keymaster's way of being: it spans the calls.
+// A Fault hits a single call. A Deviation changes how the keymaster behaves in all calls.
 //
 // Threads: one at a time.
 
@@ -81,8 +80,8 @@ struct Answer {
 struct Fault {
     enum class Kind {
         kAnswerError,              // the inner keymaster is not called
-        kTransportBeforeCallback,  // nor here; the call fails, and no callback runs
-        kNoCallback,               // nor here; the call succeeds, and no callback runs
+        kTransportBeforeCallback,  // not called either; the call fails, and no callback runs
+        kNoCallback,               // not called either; the call succeeds, and no callback runs
         kTransportAfterCallback,   // called and answered, and yet the call fails
         kAlter,                    // called, and the answer changed by `alter`
         kCallbackTwice,            // called, and answered two times
@@ -95,7 +94,7 @@ struct Fault {
     static Fault transportAfterCallback();
     static Fault noCallback();
     static Fault alter(std::function<void(Answer&)> change);
-    // What has no callback answers as if nothing had been planned, but for the delay.
+    // A call that has no callback is not hit by the next two, and only delayed by slow().
     static Fault callbackTwice();
     static Fault callbackOnThread();
     static Fault slow(std::chrono::milliseconds delay);
@@ -110,8 +109,8 @@ struct Fault {
     std::chrono::milliseconds delay = {};
 };
 
-// How a keymaster departs from others, for as long as it is set. Whatever it departs in, it does
-// itself consistently: it decrypts what it has encrypted.
+// How a keymaster departs from others, for as long as the deviation is set. The keymaster deviates
+// consistently: it decrypts what it has encrypted.
 struct Deviation {
     enum class Output {
         kInUpdate,
@@ -123,11 +122,11 @@ struct Deviation {
     size_t nonce_size = 12;                // bytes, of what an encryption begins with
     bool fixed_nonce = false;              // the same for every encryption
     size_t tag_size = 16;                  // bytes; from 12, whatever length is asked for
-    bool unchecked_tag = false;            // a decryption ends well with any
-    bool ignored_associated_data = false;  // as if there were none
-    size_t transport_limit = SIZE_MAX;     // bytes of a call's arguments; beyond, the call fails
-    bool open_after_errors = false;        // an error ends no operation; 16 fit
-    bool ignored_csr_tag = false;          // attestation, where a request is asked for
+    bool unchecked_tag = false;            // a decryption ends well with any tag
+    bool ignored_associated_data = false;  // as if the call had none
+    size_t transport_limit = SIZE_MAX;     // bytes of a call's arguments; a larger call fails
+    bool open_after_errors = false;        // an error ends no operation; 16 may be open
+    bool ignored_csr_tag = false;          // answers an attestation when a request is asked for
 };
 
 class FaultKeymaster : public Keymaster {
@@ -142,7 +141,7 @@ class FaultKeymaster : public Keymaster {
     void planEach(Call call, Fault fault);
     // The same for every call.
     void planEachCall(const Fault& fault);
-    // In place of the one before. Keys and operations are to be made anew afterwards.
+    // Replaces the deviation. Make keys and operations anew afterwards.
     void deviate(const Deviation& deviation);
     // Forgets all plans, the deviation and all records.
     void reset();

@@ -94,7 +94,7 @@ class SoftKeymaster : public Keymaster {
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
 
-    // No key has a form outside: UNSUPPORTED_KEY_FORMAT for an AES key, else UNIMPLEMENTED.
+    // Exports nothing: UNSUPPORTED_KEY_FORMAT for an AES key, else UNIMPLEMENTED.
     Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
                            const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
