@@ -44,6 +44,7 @@ MASKS = [
     (r"(\w+\.cpp)(\(|:)(\d+|N)(\)?)", r"\1(N)"),
     (r": L(\d+|N)\b", ": LN"),
     (r"\b[0-9a-f]{24,}\b", "HEX"),
+    (r"(\b0[0-7]{3}), \d+:\d+,", r"\1, OWNER,"),
     (r"\b\d+(\.\d+)? (seconds|s|ms)\b", "DURATION"),
     (r"^zelkm: the keymaster is software.*$", ""),
 ]
