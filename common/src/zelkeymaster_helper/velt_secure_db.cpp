@@ -59,44 +59,35 @@ void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t l
 
 // ---- Between the table and its texts ------------------------------------------------------------
 
-// Encrypts the payload of a new store blob in place. On failure the blob is wiped and released.
-int encryptPayload(db_bytes_t* blob) {
-    char aad[sizeof(kMagic)];
-    std::memcpy(aad, kMagic, sizeof(aad));
-    uint8_t* payload = blob->data + kHeaderLen;
-    const int status = g_encryption.fp(g_encryption.ctx, 1, payload, payload,
-                                       blob->len - static_cast<uint32_t>(kHeaderLen),
-                                       blob->data + kIvOffset, blob->data + kTagOffset,
-                                       reinterpret_cast<unsigned char*>(aad), SDB_AAD_LEN);
-    if (status != ZELKM_OK) {
-        OPENSSL_cleanse(blob->data, blob->len);
-        std::free(blob->data);
-        *blob = {};
-    }
-    return status;
-}
-
-// A new buffer for a result; the store format's lengths have 32 bits.
-uint8_t* allocateResult(size_t len, db_bytes_t* out) {
-    uint8_t* data = len <= UINT32_MAX ? static_cast<uint8_t*>(std::malloc(len)) : nullptr;
-    if (data == nullptr) {
-        LOG_ERROR("allocation failure for out");
-        return nullptr;
-    }
-    *out = {data, static_cast<uint32_t>(len)};
-    return data;
-}
-
+// The table as a store blob, encrypted in place when there is a callback. A blob that cannot be
+// finished is wiped.
 int encodeStore(db_bytes_t* out) {
     const size_t payload_len = g_table.payloadLen();
-    uint8_t* data = allocateResult(kHeaderLen + payload_len, out);
-    if (data == nullptr) {
+    const size_t len = kHeaderLen + payload_len;
+    // The store format's lengths have 32 bits.
+    SecretBuffer blob = len <= UINT32_MAX ? allocateSecretBuffer(len) : SecretBuffer();
+    if (blob == nullptr) {
+        LOG_ERROR("allocation failure for out");
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
-    writeHeader(data, g_encryption.fp != nullptr ? kPayloadEncrypted : 0, g_table.rows().count,
+    uint8_t* const header = blob.get();
+    uint8_t* const payload = header + kHeaderLen;
+    const bool encrypted = g_encryption.fp != nullptr;
+    writeHeader(header, encrypted ? kPayloadEncrypted : 0, g_table.rows().count,
                 static_cast<uint32_t>(payload_len));
-    g_table.writePayload(data + kHeaderLen);
-    return g_encryption.fp != nullptr ? encryptPayload(out) : ZELKM_OK;
+    g_table.writePayload(payload);
+    if (encrypted) {
+        unsigned char aad[SDB_AAD_LEN];
+        std::memcpy(aad, kMagic, sizeof(aad));
+        const int status = g_encryption.fp(g_encryption.ctx, 1, payload, payload,
+                                           static_cast<uint32_t>(payload_len), header + kIvOffset,
+                                           header + kTagOffset, aad, sizeof(aad));
+        if (status != ZELKM_OK) {
+            return status;
+        }
+    }
+    *out = {blob.release(), static_cast<uint32_t>(len)};
+    return ZELKM_OK;
 }
 
 // Exports the whole table after a change. A table that cannot be exported is dropped, so that the
