@@ -51,7 +51,7 @@ std::vector<KeyParameter> attestationParams() {
     };
 }
 
-// Attests the key, which is made first; the answer of whichever call did not do.
+// Attests the key, and makes it first. Answers the call that failed, else the attestation.
 Answer attest(Context& context, const Params& params) {
     if (context.attested_key.empty()) {
         const Answer made = context.caller.generateKey(attestedKeyParams());

@@ -86,7 +86,8 @@ Bytes sealWithLibcrypto(const Bytes& key, const Bytes& nonce, const Bytes& paylo
     return done ? output : Bytes();
 }
 
-// As far as both go, which must be beyond the payload: the length of the tag is not the point here.
+// Compares as many bytes as both have, which must be more than the payload: gcm.tag-in-finish
+// judges the length of the tag.
 bool agree(const Bytes& output, const Bytes& expected, size_t payload) {
     const size_t compared = std::min(output.size(), expected.size());
     return compared > payload &&
@@ -95,7 +96,7 @@ bool agree(const Bytes& output, const Bytes& expected, size_t payload) {
                       expected.begin());
 }
 
-// Output beyond the payload is gcm.tag-in-finish's to judge.
+// gcm.tag-in-finish judges output beyond the payload.
 bool bringsBack(const Run& decryption, const Bytes& payload) {
     const Bytes output = decryption.all();
     return decryption.done() && output.size() >= payload.size() &&
@@ -343,7 +344,7 @@ Outcome checkSizes(Context& context) {
         }
         const std::string sent = context.caller.sent();
         const std::string answered = context.caller.answered();
-        // Where between the two it ends.
+        // Finds the limit between the two sizes.
         size_t bad = size;
         while (bad - good > 1 && !context.caller.outOfTime()) {
             const size_t middle = good + (bad - good) / 2;

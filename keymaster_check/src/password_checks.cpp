@@ -55,7 +55,7 @@ Outcome afterRoundTrip(const Context& context) {
     return outcome;
 }
 
-// Empty when the parameter has this size; 0 is any but none.
+// What is wrong with the parameter's size; empty when it is `size`, or any but 0 for a `size` of 0.
 std::string wrongSize(const Answer& answer, Tag tag, const char* name, size_t size) {
     const size_t found = bytesOf(answer, tag).size();
     if (size == 0 ? found > 0 : found == size) {

@@ -25,7 +25,7 @@ AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
     return purpose == KeyPurpose::ENCRYPT ? AesGcm::Mode::kEncrypt : AesGcm::Mode::kDecrypt;
 }
 
-// None or several say nothing, and so does a value that is none of the interface's.
+// An absent, a repeated and an unknown value count as not given.
 BlockMode blockModeOf(const Params& params) {
     const auto mode =
         static_cast<BlockMode>(findSingleInteger(params, Tag::BLOCK_MODE).value_or(0));
@@ -128,7 +128,7 @@ hidl_vec<uint8_t> AesGcmOperation::finish(const Params& params, const hidl_vec<u
 }
 
 void AesGcmOperation::addAssociatedData(const Params& params) {
-    const KeyParameter* param = findParam(params, Tag::ASSOCIATED_DATA);  // one a list counts
+    const KeyParameter* param = findParam(params, Tag::ASSOCIATED_DATA);  // the first alone counts
     if (param != nullptr) {
         require(!payload_begun_, ErrorCode::INVALID_TAG);
         cipher_.addAssociatedData(param->blob.data(), param->blob.size());

@@ -32,7 +32,7 @@ class AesGcmOperation {
 
   private:
     void addAssociatedData(const Params& params);
-    // The most that `size` bytes of input can bring out now.
+    // The most output that `size` bytes of input can make now.
     size_t outputSize(size_t size) const;
     void process(const uint8_t* in, size_t size, uint8_t* out);
 

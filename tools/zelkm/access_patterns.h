@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Lists of names and of patterns, as the store compares them. It takes any text for a pattern, and
-// one that is none never matches.
+// Lists of names and of patterns, as the store compares them. The store takes any text for a
+// pattern; a text that is no pattern never matches.
 
 #pragma once
 

@@ -9,7 +9,7 @@
 
 namespace zelkm_tool {
 
-// Everything that is left to read; `path` is for messages. Throws Refused, also beyond kMaxFileLen.
+// All that is left to read; `path` is for messages. Throws Refused, also beyond kMaxFileLen.
 std::string readAll(int fd, const std::string& path);
 
 // Writes everything. Throws Refused.

@@ -11,7 +11,7 @@
 
 namespace zelkm_tool {
 
-// It, in words, for the key in a store directory, when there are one and the root key; else empty.
+// The level in words, for the key in a store directory; empty without the key or the root key.
 std::string keyLevel(const Directory& directory);
 
 }  // namespace zelkm_tool

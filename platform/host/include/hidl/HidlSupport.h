@@ -29,7 +29,7 @@ namespace details {
     std::abort();
 }
 
-// The iterators of hidl_vec: random access, and no pointers, nor do they become any.
+// The iterators of hidl_vec. They are random access iterators, and do not convert to pointers.
 template <typename T>
 class hidl_vec_iterator {
   public:
