@@ -174,7 +174,7 @@ func TestFaultsAreNoticed(t *testing.T) {
 		{"version_script:", "version_scripts:", `unrecognized property "version_scripts"`},
 		{"cc_library_shared {", "cc_shared_library {", `unrecognized module type`},
 		{`"libcrypto"`, `"libcrypt"`, `undefined module "libcrypt"`},
-		{"/attest_chain.cpp", "/attest_chains.cpp", `srcs: no common/src/`},
+		{"/file_calls.cpp", "/files_calls.cpp", `srcs: no common/src/`},
 		{".map", ".maps", `version_script: no common/`},
 		{"c++17", "c++14", "not compiled as C++17"},
 		{`compile_multilib: "64",`, "", "variant android_vendor.VER_arm_armv7"},
