@@ -64,8 +64,10 @@ void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t l
 int encodeStore(db_bytes_t* out) {
     const size_t payload_len = g_table.payloadLen();
     const size_t len = kHeaderLen + payload_len;
-    // The store format's lengths have 32 bits.
-    SecretBuffer blob = len <= UINT32_MAX ? allocateSecretBuffer(len) : SecretBuffer();
+    SecretBuffer blob;
+    if (len <= UINT32_MAX) {  // what the store format's lengths can say
+        blob = allocateSecretBuffer(len);
+    }
     if (blob == nullptr) {
         LOG_ERROR("allocation failure for out");
         return ZELKM_MEMORY_ALLOCATION_FAILED;
