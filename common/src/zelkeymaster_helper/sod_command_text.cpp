@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zelkm {
@@ -55,12 +56,12 @@ template <typename Write>
 CommandText textOf(Write write) {
     Writer counter(nullptr);
     write(&counter);
-    CommandText text = {allocateSecretBuffer(counter.len()), counter.len()};
-    if (text.data != nullptr) {
-        Writer writer(text.data.get());
+    SecretBuffer data = allocateSecretBuffer(counter.len());
+    if (data != nullptr) {
+        Writer writer(data.get());
         write(&writer);
     }
-    return text;
+    return {std::move(data), counter.len()};
 }
 
 }  // namespace
