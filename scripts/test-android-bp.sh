@@ -12,4 +12,4 @@ scripts/setup.sh golang-go golang-android-soong-dev golang-github-google-bluepri
     golang-github-golang-protobuf-1-3-dev
 
 # The packages are sources below one folder, without modules.
-GO111MODULE=off GOPATH=/usr/share/gocode go test -count=1 tests/soong_test.go
+GO111MODULE=off GOPATH=/usr/share/gocode go test -count=1 tests/checks/soong_test.go

@@ -9,7 +9,6 @@
 #include "fake_keymaster.h"
 #include "file_faults.h"
 #include "operation_peer.h"
-#include "scarce_memory.h"
 
 namespace {
 

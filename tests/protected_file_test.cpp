@@ -11,7 +11,6 @@
 
 #include "file_faults.h"
 #include "operation_peer.h"
-#include "scarce_memory.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "db_command_parser.h"
 #include "log_capture.h"
 #include "velt_secure_db.h"
 
@@ -68,6 +69,14 @@ inline std::string store(uint32_t rows, const std::string& payload,
            le32(static_cast<uint32_t>(payload.size())) + raw(payload);
 }
 
+// Whether a value satisfies a condition.
+inline bool matches(const std::string& pattern, const std::string& subject, uint32_t use_pattern,
+                    decltype(simple_reg_cmp)* compare = simple_reg_cmp) {
+    const Exact p(pattern);
+    const Exact s(subject);
+    return compare(p.data(), p.len(), s.data(), s.len(), use_pattern) != 0;
+}
+
 constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
 
 // Starts with an empty table, no callback and an empty log.
@@ -78,6 +87,7 @@ class Engine : public ::testing::Test {
         EXPECT_EQ(0, query("SELECT ()"));
         clearLog();
     }
+    ~Engine() override { sdb_register_db_encrypt_fp(nullptr, nullptr); }
 
     // Runs a command on the table that `handle_` names, or on `blob_` if that is 0. What comes out
     // is in `result_`.
@@ -101,6 +111,24 @@ class Engine : public ::testing::Test {
             result_.assign(out, out + out_len);
         }
         std::free(out);
+        return status;
+    }
+
+    // UPDATE, which only direct callers reach.
+    int update(const std::string& columns, const std::string& values, const std::string& where) {
+        const Exact texts[] = {Exact(columns), Exact(values), Exact(where)};
+        const db_token_t tokens[] = {texts[0].token(), texts[1].token(), texts[2].token()};
+        db_parsed_tokens_t parsed[2];
+        db_parsed_where_set_t conditions;
+        zelkm::TokenizerError error;
+        EXPECT_EQ(0, zelkm::parse_tokens(&tokens[0], &parsed[0], &error));
+        EXPECT_EQ(0, zelkm::parse_tokens(&tokens[1], &parsed[1], &error));
+        EXPECT_EQ(0, zelkm::parseWhereSet(&tokens[2], &conditions, &error));
+        db_bytes_t out = {};
+        const int status = command_handler[SDB_UPDATE](&parsed[0], &parsed[1], &conditions, &out);
+        EXPECT_EQ(status == 0, out.data != nullptr);
+        result_.assign(out.data, out.data + out.len);
+        std::free(out.data);
         return status;
     }
 

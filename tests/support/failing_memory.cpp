@@ -8,7 +8,6 @@
 #include <openssl/crypto.h>
 
 #include <cstdlib>
-#include <new>
 
 extern "C" {
 void* __real_malloc(size_t size);
@@ -22,7 +21,12 @@ long g_countdown;  // 0: not armed
 bool g_for_good;
 bool g_failed;
 
-bool failNow() {
+constexpr size_t kTooMuch = size_t{1} << 30;
+
+bool failNow(size_t size) {
+    if (size > kTooMuch) {
+        return true;
+    }
     if (g_countdown == 0 || test::allocations_paused != 0) {
         return false;
     }
@@ -69,54 +73,15 @@ bool useFailingLibcryptoMemory() {
 extern "C" {
 
 void* __wrap_malloc(size_t size) {
-    return failNow() ? nullptr : __real_malloc(size);
+    return failNow(size) ? nullptr : __real_malloc(size);
 }
 
 void* __wrap_calloc(size_t count, size_t size) {
-    return failNow() ? nullptr : __real_calloc(count, size);
+    return failNow(count * size) ? nullptr : __real_calloc(count, size);
 }
 
 void* __wrap_realloc(void* old, size_t size) {
-    return failNow() ? nullptr : __real_realloc(old, size);
+    return failNow(size) ? nullptr : __real_realloc(old, size);
 }
 
 }  // extern "C"
-
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return failNow() ? nullptr : __real_malloc(size != 0 ? size : 1);
-}
-
-void* operator new(size_t size) {
-    void* block = operator new(size, std::nothrow);
-    if (block == nullptr) {
-        throw std::bad_alloc();
-    }
-    return block;
-}
-
-void* operator new[](size_t size) {
-    return operator new(size);
-}
-
-void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, size_t) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, size_t) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-    std::free(block);
-}

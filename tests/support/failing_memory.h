@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Makes allocations fail on demand. Linking this replaces operator new for the program, and malloc,
-// calloc and realloc for the objects linked into it (with the linker's --wrap); libcrypto is
-// brought in with useFailingLibcryptoMemory().
+// Makes allocations fail on demand: malloc, calloc and realloc of the objects linked into a
+// program, with the linker's --wrap; the whole program's operator new, too, where failing_new.cpp
+// is linked; libcrypto's with useFailingLibcryptoMemory(). More than 1 GiB is never there.
 
 #pragma once
 
@@ -25,7 +25,7 @@ class AllocationsWork {
     ~AllocationsWork() { --allocations_paused; }
 };
 
-// The opposite, within one.
+// The opposite, within one: the library's turn again.
 class AllocationsFail {
   public:
     AllocationsFail() { --allocations_paused; }

@@ -95,4 +95,13 @@ class FileFaults {
     std::vector<std::string> trace_;
 };
 
+// While one lives, every file seems to have 4 GiB, which failing_memory.cpp refuses.
+class FilesTooLarge {
+  public:
+    FilesTooLarge() { faults_.answer("lseek end", 0xFFFFFFFFL, 0); }
+
+  private:
+    FileFaults faults_;
+};
+
 }  // namespace test

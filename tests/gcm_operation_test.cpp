@@ -1,16 +1,14 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Parameter conversion, and the store's encryption as keymaster operations: what is sent, what is
-// taken out of each answer, and the repair after a tag mismatch.
+// The store's encryption as keymaster operations: what is sent, what is taken out of each answer,
+// and the repair after a tag mismatch.
 
 #include <map>
 
 #include "fake_keymaster.h"
 #include "file_faults.h"
-#include "keymaster_params.h"
 #include "operation_peer.h"
-#include "scarce_memory.h"
 #include "wiped_memory.h"
 #include "zelkeymaster_operation_internal.h"
 
@@ -21,43 +19,6 @@ using namespace android::hardware::keymaster::V4_0;
 using Lines = std::vector<std::string>;
 
 constexpr char kStore[] = "secure_objects.db";
-
-// ---- Conversion ---------------------------------------------------------------------------------
-
-TEST(ParameterConversion, CopiesValuesByTypeAndBorrowsBytes) {
-    const uint8_t data[] = {'x', 'y'};
-    keymaster_key_param_t params[12] = {};
-    for (uint32_t type = 0; type < 12; ++type) {
-        params[type].tag = static_cast<keymaster_tag_t>((type << 28) | 5);
-        params[type].long_integer = 0x1122334455667700 + type;
-    }
-    params[7].boolean = true;
-    params[8].blob = {data, 2};
-    params[9].blob = {data, 1};
-    const zelkm::HidlParams converted = zelkm::kmParamSet2Hidl({params, 12});
-    ASSERT_EQ(12u, converted.size());
-    EXPECT_EQ(
-        "[5=0 10000005=55667701 20000005=55667702 30000005=55667703 40000005=55667704 "
-        "50000005=1122334455667705 60000005=1122334455667706 70000005=true 80000005=xy 90000005=x "
-        "a0000005=112233445566770a b0000005=0]",
-        test::described(converted));
-    EXPECT_EQ(data, converted[8].blob.data());
-    EXPECT_EQ(data, converted[9].blob.data());
-    for (uint32_t type = 0; type < 12; ++type) {
-        const bool known = type != 0 && type != 11;  // the others lose their tag in the input
-        EXPECT_EQ(known ? (type << 28) | 5 : 0, static_cast<uint32_t>(params[type].tag)) << type;
-    }
-    EXPECT_EQ(0u, zelkm::kmParamSet2Hidl({params, 0}).size());
-    EXPECT_EQ(0u, zelkm::kmParamSet2Hidl({nullptr, 3}).size());
-}
-
-TEST(ParameterConversionDeathTest, RefusesBytesBeyond32BitLengths) {
-    const uint8_t byte = 0;
-    keymaster_key_param_t param = {};
-    param.tag = KM_TAG_NONCE;
-    param.blob = {&byte, size_t{1} << 32};
-    EXPECT_DEATH(zelkm::kmParamSet2Hidl({&param, 1}), "external vector size exceeds 2.32 elements");
-}
 
 // ---- One operation ------------------------------------------------------------------------------
 

@@ -4,7 +4,7 @@
 // The platform's build reads Android.bp and makes build rules of it, for a device's vendor image:
 // see scripts/test-android-bp.sh.
 
-package tests
+package checks
 
 import (
 	"fmt"
@@ -133,7 +133,7 @@ func wrong(t *testing.T, text string) []string {
 			"srcs", "version_script", "export_include_dirs", "local_include_dirs",
 		} {
 			for _, path := range values(module, property) {
-				if _, err := os.Stat(filepath.Join("..", path)); err != nil {
+				if _, err := os.Stat(filepath.Join("../..", path)); err != nil {
 					add(property + ": no " + path)
 				}
 			}
@@ -155,7 +155,7 @@ func wrong(t *testing.T, text string) []string {
 }
 
 func androidBp(t *testing.T) string {
-	text, err := os.ReadFile("../Android.bp")
+	text, err := os.ReadFile("../../Android.bp")
 	if err != nil {
 		t.Fatal(err)
 	}

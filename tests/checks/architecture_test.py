@@ -12,7 +12,7 @@ import pathlib
 import re
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 SOURCES = ROOT / "common/src/zelkeymaster_helper"
 PAGE = ROOT / "docs/architecture.md"
 

@@ -8,7 +8,7 @@
 set -euo pipefail
 emulator=$1
 build=$(cd "$2" && pwd)
-root=$(cd "$(dirname "$0")/.." && pwd)
+root=$(cd "$(dirname "$0")/../.." && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 

@@ -6,7 +6,7 @@
 # is not there on a device does not get in.
 
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 
 platform='
     android/hardware/keymaster/4.0/IKeymasterDevice.h android/hardware/keymaster/4.0/types.h

@@ -7,7 +7,7 @@
 # CMake has them (with semicolons between, sources relative to FOLDER, folders absolute).
 
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 
 lines() {
     tr ';' '\n' <<<"$1" | LC_ALL=C sort

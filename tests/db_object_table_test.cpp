@@ -1,0 +1,263 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The table in memory: what changes of it leave, with and without memory for them, and what they
+// wipe.
+
+#include "db_object_table.h"
+
+#include <random>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "engine.h"
+#include "failing_memory.h"
+#include "wiped_memory.h"
+
+namespace {
+
+using namespace test;
+
+class ObjectTable : public test::Engine {};
+
+// Random changes, each compared with a plain list of rows: order, duplicates, the exported store.
+TEST_F(ObjectTable, FollowsAModelThroughChanges) {
+    struct ModelRow {
+        std::string alias, accessor;
+    };
+    constexpr const char* kAccessors[] = {"[3..7]", "8,5", "x*,9", "*"};
+    std::mt19937 random(20261121);
+    std::vector<ModelRow> rows;
+    const auto meets = [](const ModelRow& row, const std::string& alias,
+                          const std::string& number) {
+        return (alias == "*" || alias == row.alias) &&
+               matches(row.accessor, number, 4, enumerated_simple_reg_cmp);
+    };
+    const auto text = [&](const std::string& alias, const std::string& number) {
+        std::string all;
+        for (const ModelRow& row : rows) {
+            all += meets(row, alias, number) ? row.alias + "^^^" + row.accessor + "^^^\n" : "";
+        }
+        return all;
+    };
+    for (int step = 0; step < 1000; ++step) {
+        const std::string alias(1, "abcdefg*"[random() % 8]);
+        const std::string number(1, "2589"[random() % 4]);
+        const std::string by_alias = " WHERE ALIAS=" + alias + " AND ACCESSOR=" + number;
+        const std::string by_number = " WHERE ACCESSOR=" + number;
+        const unsigned action = random() % 8;
+        if (action == 7) {
+            handle_ = 0;  // loads the last store again
+        } else if (action >= 4) {
+            const auto end = std::remove_if(rows.begin(), rows.end(), [&](const ModelRow& row) {
+                return meets(row, action == 4 ? "*" : alias, number);
+            });
+            const int expected = end == rows.end() ? -917 : 0;
+            rows.erase(end, rows.end());
+            ASSERT_EQ(expected, query("DELETE" + (action == 4 ? by_number : by_alias)));
+        } else {
+            rows.push_back({alias, kAccessors[random() % 4]});
+            ASSERT_EQ(0, query("INSERT (ACCESSOR,ALIAS) VALUE ('" + rows.back().accessor + "'," +
+                               alias + ")"));
+        }
+        if (action < 7 && !result_.empty()) {
+            ASSERT_EQ(store(static_cast<uint32_t>(rows.size()), text("*", "*") + "$"), result_);
+            blob_ = result_;
+        }
+        ASSERT_EQ(text(alias, number), select(test::kSelectAll + by_alias));
+        ASSERT_EQ(text("*", number), select(test::kSelectAll + by_number));
+        ASSERT_EQ(text("*", "*"), select(test::kSelectAll));
+    }
+}
+
+TEST_F(ObjectTable, DeleteWithoutConditionsAndInsertWithTwoValues) {
+    load(store(2, "a^^^^^^\nb^^^^^^\n$"));
+    ASSERT_EQ(0, query("DELETEWHERE ALIAS=a"));
+    EXPECT_EQ(store(0, "$"), result_);
+    ASSERT_EQ(0, query("INSERT (ALIAS,CREATOR,ALIAS) VALUE (first,' x,y ',second)"));
+    EXPECT_EQ(store(1, "second^ x,y ^^^^^\n$"), result_);
+    EXPECT_EQ("second^\n", select("SELECT (ALIAS) WHERE PRIV_ACC=*"));  // even an absent value
+    EXPECT_EQ("", select("SELECT (ALIAS) WHERE ADMIN=*"));              // but not an absent list
+}
+
+TEST_F(ObjectTable, UpdateThroughItsHandler) {
+    const char kRows[] = "a^x^^^10^^\nb^x^^^20^^\n";
+    const char* const cases[][4] = {
+        {"CREATOR", "longer", "ALIAS=b", "a^x^^^10^^\nb^longer^^^20^^\n"},
+        {"CREATOR_UID", "5", "", "a^x^^^5^^\nb^x^^^5^^\n"},  // the last name that it begins with
+        {"ALIASX,PRIV_ACC", "c,1", "ALIAS=a", "c^x^^^10^1^\nb^x^^^20^^\n"},
+        {"FOO,ALIA,ADMIN", "1,2,3", "ALIAS=a", "a^x^3^^10^^\nb^x^^^20^^\n"},
+        {"ALIAS", "z", "ALIAS=zz", kRows},
+        {"", "", "", nullptr},
+        {"ALIAS,CREATOR", "z", "", nullptr}};
+    for (const auto& [columns, values, where, rows] : cases) {
+        SCOPED_TRACE(columns);
+        load(store(2, std::string(kRows) + "$"));
+        EXPECT_EQ(rows != nullptr ? 0 : -911, update(columns, values, where));
+        EXPECT_EQ(rows != nullptr ? store(2, rows + std::string("$")) : "", result_);
+        EXPECT_EQ(rows != nullptr ? rows : kRows, select(test::kSelectAll));
+    }
+    ASSERT_EQ(0, update("ALIAS", "b2", "ALIAS=b"));
+    EXPECT_EQ("b2^\n", select("SELECT (ALIAS) WHERE ALIAS=b2"));
+    EXPECT_EQ("", select("SELECT (ALIAS) WHERE ALIAS=b"));
+}
+
+TEST_F(ObjectTable, SaysWhereMemoryRanOut) {
+    // What an operation says while one after the other of its allocations fails.
+    const auto said = [this](auto operation) {
+        std::set<std::string> all;
+        bool failed = true;
+        for (long nth = 1; failed; ++nth) {
+            EXPECT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
+            failAllocation(nth, false);
+            const int status = operation();
+            failed = stopFailing();
+            const std::string text = messages();
+            EXPECT_EQ(text.empty() ? 0 : -41, status);
+            all.insert(text);
+        }
+        return all;
+    };
+    const std::string insert = "INSERT error(-41)\nexecute_command error -41\n";
+    const std::string remove = "DELETE error(-41)\nexecute_command error -41\n";
+    const std::string loading = "convert_to_internal error -41\n";
+    const std::string output = "allocation failure for out\n";
+    const std::string exporting = output + "export sdb fail, clear db to sync again\n";
+    const std::string value = "create colume value failure\n";
+    using Texts = std::set<std::string>;
+    // Before its export a delete needs no memory.
+    EXPECT_EQ((Texts{"", "allocation failure\n" + loading, value + loading, value + insert,
+                     exporting + insert}),
+              said([this] {
+                  handle_ = 0;
+                  return query("INSERT (ALIAS) (b)");
+              }));
+    EXPECT_EQ((Texts{"", exporting + remove}),
+              said([this] { return query("DELETE WHERE ALIAS=a"); }));
+    EXPECT_EQ((Texts{"", "allocation fail during update\n", exporting}),
+              said([this] { return update("ADMIN", "x", "ALIAS=a"); }));
+}
+
+TEST_F(ObjectTable, SelectsAndDeletesWithoutAnyMemory) {
+    for (const std::string where : {" WHERE ALIAS=a", " WHERE CREATOR=x", ""}) {
+        for (const bool warm : {false, true}) {
+            load(store(2, "a^x^^^^^\nb^^^^^^\n$"));
+            if (warm) {  // with the index and the text made
+                ASSERT_EQ(0, query("INSERT (ALIAS) (c)"));
+                select("SELECT () WHERE ALIAS=c");
+            }
+            test::clearLog();
+            failAllocation(1, true);
+            const int selected = query("SELECT (ALIAS)" + where);
+            const bool nothing = result_.empty();
+            const std::string said = messages();
+            const int removed = query("DELETE" + where);
+            stopFailing();
+            EXPECT_EQ(0, selected);
+            EXPECT_TRUE(nothing);
+            EXPECT_EQ("allocation failure for out\n", said);
+            EXPECT_EQ(-41, removed);
+            EXPECT_EQ(
+                "allocation failure for out\nexport sdb fail, clear db to sync again\n"
+                "DELETE error(-41)\nexecute_command error -41\n",
+                messages());
+            EXPECT_EQ(-914, query("SELECT (ALIAS)"));
+        }
+    }
+}
+
+// What leaves the table is wiped: values, the text made of them, and the copy of a command.
+TEST_F(ObjectTable, WipesWhatItReleases) {
+    const auto change = [this](const std::string& command) {
+        g_wiped.clear();
+        ASSERT_EQ(0, query(command));
+        EXPECT_TRUE(wiped(command));
+    };
+    load(store(2, "first^x^^^^^\nsecond^^^^^^\n$"));
+    change("INSERT (ALIAS) VALUE (third)");
+    EXPECT_FALSE(wiped("third"));
+    const std::string text = raw("first^x^^^^^\nsecond^^^^^^\nthird^^^^^^\n");
+    change("INSERT (ALIAS) VALUE (" + std::string(100, 'f') + ")");
+    EXPECT_TRUE(wiped(text));  // grown, it lies elsewhere
+    change("DELETE WHERE ALIAS=second");
+    EXPECT_TRUE(wiped("second"));
+    EXPECT_FALSE(wiped("first"));
+    change("DELETE WHERE ALIAS=" + std::string(100, 'f'));
+    EXPECT_TRUE(wiped(raw(std::string(100, 'f') + "^^^^^^\n")));
+    handle_ = 0;
+    blob_.clear();
+    change("SELECT ()");
+    for (const char* gone : {"first", "x", "third", "first^x^^^^^\nthird^^^^^^\n"}) {
+        EXPECT_TRUE(wiped(raw(gone))) << gone;
+    }
+    load(store(1, "old^^^^^^\n$"));
+    g_wiped.clear();
+    EXPECT_EQ(0, update("ALIAS", "new", ""));
+    EXPECT_TRUE(wiped("old"));
+}
+
+// Tables whose index and text are there already, of every size up to nine rows, where one or the
+// other has to grow: what a change did is what the next commands see.
+TEST_F(ObjectTable, ChangesOfAWarmTableWithoutMemory) {
+    const std::pair<const char*, const char*> changes[] = {{"INSERT (ALIAS) (b)", "b"},
+                                                           {"DELETE WHERE ALIAS=a", "-a"},
+                                                           {"DELETE WHERE CREATOR=x", "-x"}};
+    for (const auto& [command, change] : changes) {
+        for (uint32_t more = 0; more < 8; ++more) {
+            bool failed = true;
+            for (long nth = 1; failed; ++nth) {
+                SCOPED_TRACE(std::string(command) + " " + std::to_string(more) + " " +
+                             std::to_string(nth));
+                load(store(2, "x^x^^^^^\na^^^^^^\n$"));
+                if (more % 2 == 0 || change[0] != '-') {
+                    EXPECT_EQ("a^\n", select("SELECT (ALIAS) WHERE ALIAS=a"));  // makes the index
+                }
+                std::string rows = "x^x^^^^^\na^^^^^^\n";
+                for (uint32_t i = 0; i < more; ++i) {
+                    EXPECT_EQ(0, query("INSERT (ALIAS) (r)"));
+                    rows += "r^^^^^^\n";
+                }
+                std::string after = rows + "b^^^^^^\n";
+                if (change[0] == '-') {
+                    const std::string gone =
+                        change[1] == 'a' ? "a^^^^^^\n" : rows.substr(0, rows.find('a'));
+                    after = rows;
+                    after.erase(after.find(gone), gone.size());
+                }
+                failAllocation(nth, false);
+                const int status = query(command);
+                failed = stopFailing();
+                if (status == 0) {
+                    EXPECT_EQ(
+                        store(uint32_t(std::count(after.begin(), after.end(), '\n')), after + "$"),
+                        result_);
+                    for (const char* alias : {"a", "b", "r", "x"}) {
+                        std::string expected;
+                        for (size_t at = 0; (at = after.find('\n', at)) != std::string::npos;
+                             ++at) {
+                            const size_t start = after.rfind('\n', at - 1) + 1;
+                            expected += after[start] == *alias ? std::string(alias) + "^\n" : "";
+                        }
+                        EXPECT_EQ(expected,
+                                  select("SELECT (ALIAS) WHERE ALIAS=" + std::string(alias)));
+                    }
+                } else if (query(test::kSelectAll) != -914) {
+                    EXPECT_EQ(rows, readable(result_.substr(0, result_.size() - 1)));
+                }
+                messages();
+            }
+        }
+    }
+}
+
+TEST_F(ObjectTable, RefusesColumnsThatHoldNoBytes) {
+    uint32_t& flags = column_schema[2].flags;
+    const uint32_t before = std::exchange(flags, SDB_ATTR_ENUMERATED);
+    EXPECT_EQ(-100, query("INSERT (ADMIN) VALUE (x)"));
+    EXPECT_EQ("not supported type\nINSERT error(-100)\nexecute_command error -100\n", messages());
+    EXPECT_EQ("not supported type\nconvert_to_internal error -100\n", load(store(1, "a^^^^^^\n$")));
+    flags = before;
+}
+
+}  // namespace

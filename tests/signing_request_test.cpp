@@ -1,0 +1,82 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Signing requests: what is asked of the keymaster, and what comes of each answer.
+
+#include "fake_keymaster.h"
+#include "operation_peer.h"
+
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::keymaster::V4_0::KeyParameter;
+using android::hardware::keymaster::V4_0::Tag;
+using namespace test;
+using Lines = std::vector<std::string>;
+
+class SigningRequest : public test::InTempDir {
+  protected:
+    test::FakeKeymaster km;
+    const test::ObjectPtr object = test::makeObject(&km, false);
+    const hidl_vec<uint8_t> key = bytes("key");
+    hidl_vec<uint8_t> csr = bytes("before");
+};
+
+TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
+    const KeyParameter challenge =
+        test::bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
+    KeyParameter asked = {};  // with the value false
+    asked.tag = TAG_GENERATE_CSR;
+    const struct {
+        hidl_vec<KeyParameter> params;
+        std::string sent;
+    } cases[] = {
+        {{}, "attestKey key [70000899=true]"},
+        {{challenge}, "attestKey key [900002c4=challenge 70000899=true]"},
+        {{asked, challenge}, "attestKey key [70000899=false 900002c4=challenge]"},
+    };
+    km.answers["attestKey"] = {Answer()};
+    for (const auto& c : cases) {
+        const std::string before = test::described(c.params);
+        EXPECT_EQ(0, object->generateCSR(key, c.params, csr));
+        EXPECT_EQ(c.sent, km.calls.back());
+        EXPECT_EQ(before, test::described(c.params));
+    }
+}
+
+TEST_F(SigningRequest, EachAnswer) {
+    const std::string start = "D object: GenerateCSR start";
+    const std::string lost = "E object: GenerateCSR: IZelkeymasterDevice void error";
+    const struct {
+        Delivery delivery;
+        int error;
+        std::vector<Bytes> chain;
+        int result;
+        Lines log;
+        std::string csr;
+    } cases[] = {
+        {Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
+        {Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
+        {Delivery::kWhole, 0, {}, 0, {start}, "before"},
+        {Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
+        {Delivery::kWhole, -33, {bytes("request")}, -33, {start}, "before"},
+        {Delivery::kNoCallback, 0, {}, -1000, {start}, "before"},
+        {Delivery::kLostBefore, 0, {}, -1000, {start, lost}, "before"},
+        {Delivery::kLostAfter, -33, {}, -1000, {start, lost}, "before"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        km.answers["attestKey"] = {{c.delivery, c.error, {}, {}, 0, 0, c.chain}};
+        csr = bytes("before");
+        test::clearLog();
+        EXPECT_EQ(c.result, object->generateCSR(key, {}, csr));
+        EXPECT_EQ(c.log, test::log());
+        EXPECT_EQ(bytes(c.csr), Bytes(csr));
+    }
+    const test::ObjectPtr alone = test::makeObject(nullptr, false);
+    test::clearLog();
+    EXPECT_EQ(-32, alone->generateCSR(key, {}, csr));
+    EXPECT_EQ((Lines{"E object: AttestKey: invalid IZelkeymasterDevice pointer"}), test::log());
+}
+
+}  // namespace
