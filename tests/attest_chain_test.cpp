@@ -49,7 +49,8 @@ Lines withoutQueue(const Lines& lines, int* count) {
 void expectRefused(const Chain& chain, bool chain_only, const Lines& log, bool queue_printed) {
     ERR_clear_error();
     test::clearLog();
-    EXPECT_EQ(-30, ZelKeymasterOperation::validateAttestChain(chain, chain_only));
+    EXPECT_EQ(ZELKM_VERIFICATION_FAILED,
+              ZelKeymasterOperation::validateAttestChain(chain, chain_only));
     int queue = 0;
     EXPECT_EQ(log, withoutQueue(test::log(), &queue));
     EXPECT_EQ(queue_printed, queue > 0);
@@ -130,12 +131,16 @@ TEST(AttestationChain, LeavesForeignErrorsInTheQueue) {
     Chain bad_root = good;
     bad_root[2] = bytes("garbage");
     const struct {
+        const char* name;
         const Chain& chain;
         int result;
         bool printed;
-    } cases[] = {{good, 0, false}, {{}, -30, false}, {bad_leaf, -30, false}, {bad_root, -30, true}};
+    } cases[] = {{"good chain", good, 0, false},
+                 {"empty chain", {}, ZELKM_VERIFICATION_FAILED, false},
+                 {"broken leaf", bad_leaf, ZELKM_VERIFICATION_FAILED, false},
+                 {"broken root", bad_root, ZELKM_VERIFICATION_FAILED, true}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         ERR_clear_error();
         const Bytes none;
         const unsigned char* at = nullptr;
@@ -151,18 +156,18 @@ TEST(AttestationChain, LeavesForeignErrorsInTheQueue) {
 TEST(AttestationChain, RefusesWhatIsNotACertificate) {
     const Chain path = encoded(certificates(3));
     const Chain separate = encoded(withFirst(certificates(3)));
-    const std::function<void(hidl_vec<uint8_t>&)> damages[] = {
-        [](auto& der) { der = bytes("garbage"); },
-        [](auto& der) { der.resize(der.size() - 1); },
-        [](auto& der) { der.resize(20); },
-        [](auto& der) { der = hidl_vec<uint8_t>(); },
+    const std::pair<const char*, std::function<void(hidl_vec<uint8_t>&)>> damages[] = {
+        {"garbage", [](auto& der) { der = bytes("garbage"); }},
+        {"one byte short", [](auto& der) { der.resize(der.size() - 1); }},
+        {"20 bytes", [](auto& der) { der.resize(20); }},
+        {"empty", [](auto& der) { der = hidl_vec<uint8_t>(); }},
     };
-    for (const auto& damage : damages) {
-        SCOPED_TRACE(&damage - damages);
+    for (const auto& [name, damage] : damages) {
+        SCOPED_TRACE(name);
         for (const bool chain_only : {true, false}) {
             const Chain& good = chain_only ? path : separate;
             for (size_t i = 0; i < good.size(); ++i) {
-                SCOPED_TRACE(i);
+                SCOPED_TRACE("element " + std::to_string(i));
                 Chain bad = good;
                 damage(bad[i]);
                 const bool is_leaf = i == (chain_only ? 0 : 1);  // there the queue is not printed

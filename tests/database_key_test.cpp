@@ -57,8 +57,8 @@ TEST_F(DatabaseKey, IsGeneratedWithSevenParametersAndStoredWithItsDigest) {
     test::clearLog();
     ASSERT_EQ(0, object->init_db_key(0));
     EXPECT_EQ((Lines{"W object: no file edbk"}), test::log());
-    EXPECT_EQ((Lines{"generateKey [10000002=20 30000003=100 20000004=20 20000006=1 20000001=0 "
-                     "20000001=1 30000008=80]"}),
+    EXPECT_EQ((Lines{"generateKey [ALGORITHM=0x20 KEY_SIZE=0x100 BLOCK_MODE=0x20 PADDING=0x1 "
+                     "PURPOSE=0x0 PURPOSE=0x1 MIN_MAC_LENGTH=0x80]"}),
               km.calls);
     EXPECT_EQ("abc", cached());
     EXPECT_EQ("abc", contentOf("edbk"));
@@ -79,6 +79,7 @@ TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
     const std::string lost = "E object: error in generateKey hidl call : -1000";
     const Answer fresh = answered(bytes("new"));
     const struct {
+        const char* name;
         Answer answer;
         const char* full;  // no space left for it
         int result;
@@ -86,15 +87,18 @@ TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
         std::string stored;
     } cases[] = {
         // clang-format off
-        {refused(-6), "", -6, {}, ""},
-        {answered({}), "", 0, {}, ""},
-        {delivered(Delivery::kLostAfter, fresh), "", -1000, {kDead, lost}, ""},
-        {fresh, "open edbk.tmp", -1000, {not_open}, ""},
-        {fresh, "open edbk_digest.tmp", -1000, {not_open, not_written}, "new"},
+        {"refused", refused(KM_ERROR_UNSUPPORTED_KEY_SIZE), "", KM_ERROR_UNSUPPORTED_KEY_SIZE, {},
+         ""},
+        {"empty blob", answered({}), "", 0, {}, ""},
+        {"lost after the callback", delivered(Delivery::kLostAfter, fresh), "",
+         ZELKM_UNKNOWN_ERROR, {kDead, lost}, ""},
+        {"no space for the key", fresh, "open edbk.tmp", ZELKM_UNKNOWN_ERROR, {not_open}, ""},
+        {"no space for the digest", fresh, "open edbk_digest.tmp", ZELKM_UNKNOWN_ERROR, {not_open,
+         not_written}, "new"},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         start("", "before");
         km.answers["generateKey"] = {c.answer};
         test::FileFaults faults;
@@ -107,7 +111,7 @@ TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
     }
     const test::ObjectPtr alone = test::makeObject(nullptr, false);
     test::clearLog();
-    EXPECT_EQ(-1000, alone->init_db_key(1));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, alone->init_db_key(1));
     EXPECT_EQ((Lines{"W object: This case should not exist, keygeneration with keymaster dev"}),
               test::log());
 }
@@ -121,10 +125,11 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
     const std::string write = "W object: Upgrade the db key file";
     const std::string not_open = "E object: file open: No space left on device(28)";
     const Answer fine = {};
-    const Answer aged = refused(-62);
+    const Answer aged = refused(ZELKM_KEY_REQUIRES_UPGRADE);
     const Answer fresh = answered(bytes("new"));
     const Answer lost_fresh = delivered(Delivery::kLostAfter, fresh);
     const struct {
+        const char* name;
         Answer check;
         Answer upgraded;
         const char* full;  // no space left for it
@@ -133,18 +138,23 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
         Lines log;
     } cases[] = {
         // clang-format off
-        {fine, {}, "", 0, "loaded", {}},
-        {refused(-33), {}, "", -33, "loaded", {set_anyway}},
-        {delivered(Delivery::kLostAfter), {}, "", -1000, "old", {kDead, lost_check}},
-        {aged, fresh, "", -62, "new", {upgrade, write}},
-        {aged, refused(-38), "", -38, "old", {upgrade}},
-        {aged, answered({}), "", -1000, "old", {upgrade}},
-        {aged, lost_fresh, "", -1000, "old", {upgrade, kDead, lost_upgrade}},
-        {aged, fresh, "open edbk.tmp", -1000, "old", {upgrade, write, not_open}},
+        {"accepted", fine, {}, "", 0, "loaded", {}},
+        {"refused", refused(ZELKM_INVALID_KEY_BLOB), {}, "", ZELKM_INVALID_KEY_BLOB, "loaded",
+         {set_anyway}},
+        {"check lost", delivered(Delivery::kLostAfter), {}, "", ZELKM_UNKNOWN_ERROR, "old",
+         {kDead, lost_check}},
+        {"upgraded", aged, fresh, "", ZELKM_KEY_REQUIRES_UPGRADE, "new", {upgrade, write}},
+        {"upgrade refused", aged, refused(ZELKM_INVALID_ARGUMENT), "", ZELKM_INVALID_ARGUMENT,
+         "old", {upgrade}},
+        {"upgrade empty", aged, answered({}), "", ZELKM_UNKNOWN_ERROR, "old", {upgrade}},
+        {"upgrade lost", aged, lost_fresh, "", ZELKM_UNKNOWN_ERROR, "old", {upgrade, kDead,
+         lost_upgrade}},
+        {"no space for the upgraded key", aged, fresh, "open edbk.tmp", ZELKM_UNKNOWN_ERROR,
+         "old", {upgrade, write, not_open}},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         start("loaded", "old");
         km.answers["getKeyCharacteristics"] = {c.check};
         km.answers["upgradeKey"] = {c.upgraded};
@@ -157,7 +167,7 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
         EXPECT_EQ(c.cached, cached());
         EXPECT_EQ(c.cached == "loaded", peer.keyBlobData() == blob);
         EXPECT_EQ(c.cached == "new" ? "new" : "loaded", contentOf("edbk"));
-        EXPECT_EQ(c.check.error == -62
+        EXPECT_EQ(c.check.error == ZELKM_KEY_REQUIRES_UPGRADE
                       ? (Lines{"getKeyCharacteristics loaded", "upgradeKey loaded []"})
                       : (Lines{"getKeyCharacteristics loaded"}),
                   km.calls);
@@ -172,8 +182,8 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
     }
     test::clearLog();
     uint8_t byte = 0;
-    EXPECT_EQ(-32, object->setLoadedDBKey(nullptr, 1));
-    EXPECT_EQ(-32, object->setLoadedDBKey(&byte, 0));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, object->setLoadedDBKey(nullptr, 1));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, object->setLoadedDBKey(&byte, 0));
     EXPECT_EQ((Lines{"E object: invalid param", "E object: invalid param"}), test::log());
 }
 
@@ -181,9 +191,9 @@ TEST_F(DatabaseKey, IsRepairedOrReplacedAtTheFirstUse) {
     // A damaged key is replaced, and still the operation that found it fails.
     start("damaged", "");
     test::writeFile("edbk_digest", digestOf("stored"));
-    km.answers["getKeyCharacteristics"] = {refused(-33)};
+    km.answers["getKeyCharacteristics"] = {refused(ZELKM_INVALID_KEY_BLOB)};
     km.answers["generateKey"] = {answered(bytes("fresh"))};
-    EXPECT_EQ(-33, object->init_db_key(0));
+    EXPECT_EQ(ZELKM_INVALID_KEY_BLOB, object->init_db_key(0));
     EXPECT_EQ("fresh", cached());
     Lines log = test::log();
     log.resize(3);
@@ -220,6 +230,7 @@ TEST_F(DatabaseKey, EachDecisionOfARepair) {
     too_long.push_back(0);
     const Answer fresh = answered(bytes("fresh"));
     const struct {
+        const char* name;
         std::string stored, cached;
         Bytes digest;  // empty: no file
         Answer generated;
@@ -227,19 +238,24 @@ TEST_F(DatabaseKey, EachDecisionOfARepair) {
         std::string cached_after, stored_after;
     } cases[] = {
         // clang-format off
-        {"stored", "stored", {}, fresh, {same, no_digest, unsupported}, "stored", "stored"},
-        {"stored", "stored", too_short, fresh, {same, unsupported}, "stored", "stored"},
-        {"stored", "stored", too_long, fresh, {same, unsupported}, "stored", "stored"},
-        {"stored", "store", {}, fresh, {different, no_digest, unsupported}, "stored", "stored"},
-        {"stored", "stored", good, fresh, {same, intact}, "stored", "stored"},
-        {"stored", "stored", wrong, fresh, {same, damaged}, "fresh", "fresh"},
-        {"stored", "stored", wrong, refused(-6), {same, damaged, hopeless}, "", "stored"},
-        {"", "cached", {}, fresh, {no_key, different, no_digest, unsupported}, "", ""},
-        {"", "", digestOf(""), fresh, {no_key, same, intact}, "", ""},
+        {"cached as stored, no digest", "stored", "stored", {}, fresh, {same, no_digest,
+         unsupported}, "stored", "stored"},
+        {"short digest", "stored", "stored", too_short, fresh, {same, unsupported}, "stored",
+         "stored"},
+        {"long digest", "stored", "stored", too_long, fresh, {same, unsupported}, "stored",
+         "stored"},
+        {"cached differs, no digest", "stored", "store", {}, fresh, {different, no_digest,
+         unsupported}, "stored", "stored"},
+        {"digest right", "stored", "stored", good, fresh, {same, intact}, "stored", "stored"},
+        {"digest wrong", "stored", "stored", wrong, fresh, {same, damaged}, "fresh", "fresh"},
+        {"digest wrong, no new key", "stored", "stored", wrong,
+         refused(KM_ERROR_UNSUPPORTED_KEY_SIZE), {same, damaged, hopeless}, "", "stored"},
+        {"no file", "", "cached", {}, fresh, {no_key, different, no_digest, unsupported}, "", ""},
+        {"no file, nothing cached", "", "", digestOf(""), fresh, {no_key, same, intact}, "", ""},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         start(c.stored, c.cached);
         if (!c.digest.empty()) {
             test::writeFile("edbk_digest", c.digest);
@@ -257,7 +273,7 @@ TEST_F(DatabaseKey, EachDecisionOfARepair) {
     start("stored", "cached");
     {
         const test::FilesTooLarge large;
-        EXPECT_EQ(-41, object->restoreKeyBlob());
+        EXPECT_EQ(ZELKM_MEMORY_ALLOCATION_FAILED, object->restoreKeyBlob());
     }
     EXPECT_EQ((Lines{"E object: No keyfile, it will be restored after rebooting"}), test::log());
     EXPECT_EQ("cached", cached());

@@ -36,7 +36,7 @@ std::string listOf(const db_token_t& text) {
     zelkm::TokenizerError error;
     const int status = zelkm::parse_tokens(&text, &tokens, &error);
     if (status != 0) {
-        EXPECT_EQ(-911, status);
+        EXPECT_EQ(ZELKM_SYNTAX_ERROR, status);
         return error.state == 0
                    ? "too many"
                    : std::to_string(error.state) + "@" + std::to_string(error.at - text.token);
@@ -53,7 +53,7 @@ std::string conditionsOf(const db_token_t& text) {
     db_parsed_where_set_t set;
     zelkm::TokenizerError error;
     const int status = zelkm::parseWhereSet(&text, &set, &error);
-    EXPECT_TRUE(status == 0 || status == -911) << status;
+    EXPECT_TRUE(status == 0 || status == ZELKM_SYNTAX_ERROR) << status;
     std::string list;
     for (uint32_t i = 0; i < set.count; ++i) {
         const db_parsed_where_t& where = set.where[i];

@@ -119,7 +119,8 @@ TEST_F(Matching, NullValueMatchesNothing) {
             EXPECT_EQ(0, command_handler[SDB_SELECT](&columns, &columns, &where, &out));
             EXPECT_EQ(1u, out.len);
             std::free(out.data);
-            EXPECT_EQ(-917, command_handler[SDB_DELETE](&columns, &columns, &where, &out));
+            EXPECT_EQ(ZELKM_NOTHING_DELETED,
+                      command_handler[SDB_DELETE](&columns, &columns, &where, &out));
         }
     }
 }

@@ -53,7 +53,7 @@ TEST_F(ObjectTable, FollowsAModelThroughChanges) {
             const auto end = std::remove_if(rows.begin(), rows.end(), [&](const ModelRow& row) {
                 return meets(row, action == 4 ? "*" : alias, number);
             });
-            const int expected = end == rows.end() ? -917 : 0;
+            const int expected = end == rows.end() ? ZELKM_NOTHING_DELETED : 0;
             rows.erase(end, rows.end());
             ASSERT_EQ(expected, query("DELETE" + (action == 4 ? by_number : by_alias)));
         } else {
@@ -94,7 +94,7 @@ TEST_F(ObjectTable, UpdateThroughItsHandler) {
     for (const auto& [columns, values, where, rows] : cases) {
         SCOPED_TRACE(columns);
         load(store(2, std::string(kRows) + "$"));
-        EXPECT_EQ(rows != nullptr ? 0 : -911, update(columns, values, where));
+        EXPECT_EQ(rows != nullptr ? 0 : ZELKM_SYNTAX_ERROR, update(columns, values, where));
         EXPECT_EQ(rows != nullptr ? store(2, rows + std::string("$")) : "", result_);
         EXPECT_EQ(rows != nullptr ? rows : kRows, select(test::kSelectAll));
     }
@@ -114,7 +114,7 @@ TEST_F(ObjectTable, SaysWhereMemoryRanOut) {
             const int status = operation();
             failed = stopFailing();
             const std::string text = messages();
-            EXPECT_EQ(text.empty() ? 0 : -41, status);
+            EXPECT_EQ(text.empty() ? 0 : ZELKM_MEMORY_ALLOCATION_FAILED, status);
             all.insert(text);
         }
         return all;
@@ -157,12 +157,12 @@ TEST_F(ObjectTable, SelectsAndDeletesWithoutAnyMemory) {
             EXPECT_EQ(0, selected);
             EXPECT_TRUE(nothing);
             EXPECT_EQ("allocation failure for out\n", said);
-            EXPECT_EQ(-41, removed);
+            EXPECT_EQ(ZELKM_MEMORY_ALLOCATION_FAILED, removed);
             EXPECT_EQ(
                 "allocation failure for out\nexport sdb fail, clear db to sync again\n"
                 "DELETE error(-41)\nexecute_command error -41\n",
                 messages());
-            EXPECT_EQ(-914, query("SELECT (ALIAS)"));
+            EXPECT_EQ(ZELKM_STALE_TABLE_HANDLE, query("SELECT (ALIAS)"));
         }
     }
 }
@@ -242,7 +242,7 @@ TEST_F(ObjectTable, ChangesOfAWarmTableWithoutMemory) {
                         EXPECT_EQ(expected,
                                   select("SELECT (ALIAS) WHERE ALIAS=" + std::string(alias)));
                     }
-                } else if (query(test::kSelectAll) != -914) {
+                } else if (query(test::kSelectAll) != ZELKM_STALE_TABLE_HANDLE) {
                     EXPECT_EQ(rows, readable(result_.substr(0, result_.size() - 1)));
                 }
                 messages();
@@ -254,7 +254,7 @@ TEST_F(ObjectTable, ChangesOfAWarmTableWithoutMemory) {
 TEST_F(ObjectTable, RefusesColumnsThatHoldNoBytes) {
     uint32_t& flags = column_schema[2].flags;
     const uint32_t before = std::exchange(flags, SDB_ATTR_ENUMERATED);
-    EXPECT_EQ(-100, query("INSERT (ADMIN) VALUE (x)"));
+    EXPECT_EQ(ZELKM_UNSUPPORTED_COLUMN_TYPE, query("INSERT (ADMIN) VALUE (x)"));
     EXPECT_EQ("not supported type\nINSERT error(-100)\nexecute_command error -100\n", messages());
     EXPECT_EQ("not supported type\nconvert_to_internal error -100\n", load(store(1, "a^^^^^^\n$")));
     flags = before;

@@ -236,7 +236,7 @@ TEST_F(DeviceCosts, OutgrowTheTransportBetween17000And18000Objects) {
         stop();
         start();
         std::vector<std::string> found;
-        EXPECT_EQ(rows == 18000 ? -913 : 0, object_->SodSelect(extra, found));
+        EXPECT_EQ(rows == 18000 ? ZELKM_MALFORMED_STORE : 0, object_->SodSelect(extra, found));
     }
 }
 

@@ -68,7 +68,7 @@ TEST_F(ErrorFile, LinesCarryLevelThreadOriginAndText) {
         std::thread([] {
             test::writeFile("tid", test::bytes(std::to_string(::syscall(SYS_gettid))));
             log_to_file('W', "ignored.cpp", 997, "no file %s", "secure_objects.db");
-            log_to_file('E', nullptr, 12, "%s(%d)", "text", -30);
+            log_to_file('E', nullptr, 12, "%s(%d)", "text", ZELKM_VERIFICATION_FAILED);
             log_to_file('D', nullptr, 13, "debug");
             log_to_file('e', nullptr, 14, "no level");
         }).join();
@@ -89,7 +89,8 @@ TEST_F(ErrorFile, HoldsTheObjectsErrorsAndWarningsOnly) {
         EXPECT_TRUE(test::logged("W object: no file missing"));
         construct();  // a debug line
         uint64_t handle = 0;
-        EXPECT_EQ(-38, sdb_query(nullptr, 0, nullptr, 0, nullptr, nullptr, &handle));
+        EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
+                  sdb_query(nullptr, 0, nullptr, 0, nullptr, nullptr, &handle));
         EXPECT_TRUE(test::logged("E engine: command or len is null"));
         warn();
     });

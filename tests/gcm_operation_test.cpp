@@ -35,7 +35,7 @@ class DatabaseEncryption : public test::InTempDir {
     static Answer begun(const Bytes& nonce) {
         Answer answer;
         answer.params = {test::bytesParameter(Tag::NONCE, nonce)};
-        answer.handle = 0x1122334455667788;
+        answer.handle = 0x700000077;
         return answer;
     }
     static Answer updated(uint32_t consumed, const std::string& output, int error = 0) {
@@ -71,14 +71,13 @@ TEST_F(DatabaseEncryption, EncryptsInOneOperation) {
     EXPECT_EQ(bytes("TAGTAGTAGTAGTAG!"), tag);
     EXPECT_EQ(Lines(), test::log());
 
-    EXPECT_EQ(
-        (Lines{"begin 0 key [20000004=20 20000006=1 300003eb=80]",
-               "update 1234605616436508552 [900003e8=aad] plain", "finish 1234605616436508552 []"}),
-        km.calls);
+    EXPECT_EQ((Lines{"begin ENCRYPT key [BLOCK_MODE=0x20 PADDING=0x1 MAC_LENGTH=0x80]",
+                     "update 0x700000077 [ASSOCIATED_DATA=aad] plain", "finish 0x700000077 []"}),
+              km.calls);
     EXPECT_EQ((std::set<const uint8_t*>{nullptr, peer.keyBlobData(), aad.data()}), km.seen);
 
     ASSERT_EQ(0, convert(7, plain, plain));  // any mode but 0, and in place
-    EXPECT_EQ("update 1234605616436508552 [900003e8=aad] plain", km.calls[4]);
+    EXPECT_EQ("update 0x700000077 [ASSOCIATED_DATA=aad] plain", km.calls[4]);
     EXPECT_EQ(bytes("CCCCC"), plain);
 }
 
@@ -89,9 +88,10 @@ TEST_F(DatabaseEncryption, DecryptsWithTheNonceAndTheTagAfterTheCiphertext) {
     ASSERT_EQ(0, decrypt());
     EXPECT_EQ(bytes("PPPPP"), plain);
     EXPECT_EQ(bytes("tag-------------"), tag);
-    EXPECT_EQ((Lines{"begin 1 key [20000004=20 20000006=1 300003eb=80 900003e9=nonce-------]",
-                     "update 0 [900003e8=aad] ciphrtag-------------", "finish 0 []"}),
-              km.calls);
+    EXPECT_EQ(
+        (Lines{"begin DECRYPT key [BLOCK_MODE=0x20 PADDING=0x1 MAC_LENGTH=0x80 NONCE=nonce-------]",
+               "update 0x0 [ASSOCIATED_DATA=aad] ciphrtag-------------", "finish 0x0 []"}),
+        km.calls);
     EXPECT_EQ(1u, km.seen.count(iv.data()));
 
     // 16 bytes at the end of a decryption make it an encryption.
@@ -105,7 +105,7 @@ TEST_F(DatabaseEncryption, DecryptsWithTheNonceAndTheTagAfterTheCiphertext) {
 
 TEST_F(DatabaseEncryption, WipesItsCopyOfTheDecryptedBytes) {
     km.answers["update"] = {updated(21, "PPPPP")};
-    for (const int error : {0, -30}) {
+    for (const int error : {ZELKM_OK, ZELKM_VERIFICATION_FAILED}) {
         km.answers["finish"] = {finished("", error)};
         test::g_wiped.clear();
         EXPECT_EQ(error, decrypt());
@@ -117,8 +117,8 @@ TEST_F(DatabaseEncryption, WipesItsCopyOfTheDecryptedBytes) {
 TEST_F(DatabaseEncryption, OffersTheRestUntilAllIsConsumed) {
     km.answers["update"] = {updated(2, "C"), updated(1, ""), updated(2, "CCCC")};
     ASSERT_EQ(0, encrypt());
-    EXPECT_EQ((Lines{"update 1234605616436508552 [900003e8=aad] plain",
-                     "update 1234605616436508552 [] ain", "update 1234605616436508552 [] in"}),
+    EXPECT_EQ((Lines{"update 0x700000077 [ASSOCIATED_DATA=aad] plain", "update 0x700000077 [] ain",
+                     "update 0x700000077 [] in"}),
               Lines(km.calls.begin() + 1, km.calls.end() - 1));
     EXPECT_EQ(bytes("CCCCC"), cipher);
 }
@@ -159,35 +159,47 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         return "E object: error in " + std::string(call) + " process : " + std::to_string(error);
     };
     const Answer silent = delivered(Delivery::kNoCallback);
-    const Answer wrong_update = updated(5, "CCCCC", -28);
-    const Answer wrong_finish = finished("TAGTAGTAGTAGTAG!", -21);
+    const Answer wrong_update = updated(5, "CCCCC", KM_ERROR_INVALID_OPERATION_HANDLE);
+    const Answer wrong_finish = finished("TAGTAGTAGTAGTAG!", KM_ERROR_INVALID_INPUT_LENGTH);
     const struct {
+        const char* name;
         Script script;
         int result;
         Lines log;
         const char* cipher;
     } cases[] = {
         // clang-format off
-        {{{"begin", {lost}}}, -1000, {kDead, begin_lost}, "ciphr"},
-        {{{"begin", {lostAfter(refused(-28))}}}, -28, {kDead, begin_lost}, "ciphr"},
-        {{{"begin", {refused(-31)}}}, -31, {process("begin", -31)}, "ciphr"},
-        {{{"begin", {Answer()}}}, -51, {no_nonce, process("begin", -51)}, "ciphr"},
+        {"begin lost", {{"begin", {lost}}}, ZELKM_UNKNOWN_ERROR, {kDead, begin_lost}, "ciphr"},
+        {"begin refused and lost", {{"begin", {lostAfter(refused(KM_ERROR_TOO_MANY_OPERATIONS))}}},
+         KM_ERROR_TOO_MANY_OPERATIONS, {kDead, begin_lost}, "ciphr"},
+        {"begin refused", {{"begin", {refused(KM_ERROR_TOO_MANY_OPERATIONS)}}},
+         KM_ERROR_TOO_MANY_OPERATIONS, {process("begin", KM_ERROR_TOO_MANY_OPERATIONS)}, "ciphr"},
+        {"begin without nonce", {{"begin", {Answer()}}}, ZELKM_MISSING_NONCE, {no_nonce,
+         process("begin", ZELKM_MISSING_NONCE)}, "ciphr"},
         // Lost updates and finishes are logged, and the answer before stands.
-        {{{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost}, "ciphr"},
-        {{{"update", {lostAfter(wrong_update)}}}, -28, {kDead, update_lost}, "ciphr"},
-        {{{"finish", {lost}}}, 0, {kDead, finish_lost}, "ciphr"},
-        {{{"finish", {lostAfter(wrong_finish)}}}, -21, {kDead, finish_lost}, "CCCCC"},
-        {{{"update", {wrong_update}}}, -28, {process("update", -28)}, "ciphr"},
-        {{{"update", {updated(0, "")}}}, -1000, {consumed("0")}, "ciphr"},
-        {{{"update", {updated(2, "C"), updated(0, "")}}}, -1000, {consumed("2")}, "ciphr"},
-        {{{"update", {updated(UINT32_MAX, "")}}}, -1000, {consumed("4294967295")}, "ciphr"},
-        {{{"finish", {wrong_finish}}}, -21, {process("finish", -21)}, "CCCCC"},
-        {{{"finish", {silent}}}, 0, {}, "ciphr"},
+        {"second update lost", {{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost},
+         "ciphr"},
+        {"update refused and lost", {{"update", {lostAfter(wrong_update)}}},
+         KM_ERROR_INVALID_OPERATION_HANDLE, {kDead, update_lost}, "ciphr"},
+        {"finish lost", {{"finish", {lost}}}, 0, {kDead, finish_lost}, "ciphr"},
+        {"finish refused and lost", {{"finish", {lostAfter(wrong_finish)}}},
+         KM_ERROR_INVALID_INPUT_LENGTH, {kDead, finish_lost}, "CCCCC"},
+        {"update refused", {{"update", {wrong_update}}}, KM_ERROR_INVALID_OPERATION_HANDLE,
+         {process("update", KM_ERROR_INVALID_OPERATION_HANDLE)}, "ciphr"},
+        {"update takes nothing", {{"update", {updated(0, "")}}}, ZELKM_UNKNOWN_ERROR,
+         {consumed("0")}, "ciphr"},
+        {"second update takes nothing", {{"update", {updated(2, "C"), updated(0, "")}}},
+         ZELKM_UNKNOWN_ERROR, {consumed("2")}, "ciphr"},
+        {"update takes more than there is", {{"update", {updated(UINT32_MAX, "")}}},
+         ZELKM_UNKNOWN_ERROR, {consumed("4294967295")}, "ciphr"},
+        {"finish refused", {{"finish", {wrong_finish}}}, KM_ERROR_INVALID_INPUT_LENGTH,
+         {process("finish", KM_ERROR_INVALID_INPUT_LENGTH)}, "CCCCC"},
+        {"finish without callback", {{"finish", {silent}}}, 0, {}, "ciphr"},
         // clang-format on
     };
     const Script good = km.answers;
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         km.answers = good;
         for (const auto& [call, answers] : c.script) {
             km.answers[call] = answers;
@@ -204,8 +216,8 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
 
 TEST_F(DatabaseEncryption, RefusedKeyBlobIsRepairedOnceAndTheCallStillFails) {
     test::writeFile("edbk", bytes("stored"));
-    km.answers["begin"] = {refused(-33)};
-    EXPECT_EQ(-33, encrypt());
+    km.answers["begin"] = {refused(ZELKM_INVALID_KEY_BLOB)};
+    EXPECT_EQ(ZELKM_INVALID_KEY_BLOB, encrypt());
     EXPECT_EQ((Lines{"E object: error in begin process : -33",
                      "E object: cached key blob is broken, update with the stored blob",
                      "W object: no file edbk_digest",
@@ -221,24 +233,24 @@ TEST_F(DatabaseEncryption, ChecksItsArgumentsAndNeedsAKey) {
     for (int missing = 0; missing < 7; ++missing) {
         const auto data = [&](int argument) { return argument == missing ? nullptr : ok; };
         const auto len = [&](int argument) { return argument == missing ? 0u : 3u; };
-        EXPECT_EQ(-38,
+        EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
                   object->DBEncrypt(1, data(0), data(1), len(2), data(3), data(4), data(5), len(6)))
             << missing;
     }
     EXPECT_EQ(Lines(), test::log());
     EXPECT_EQ(Lines(), km.calls);
 
-    km.answers["generateKey"] = {refused(-6)};
-    EXPECT_EQ(-6, encrypt());
+    km.answers["generateKey"] = {refused(KM_ERROR_UNSUPPORTED_KEY_SIZE)};
+    EXPECT_EQ(KM_ERROR_UNSUPPORTED_KEY_SIZE, encrypt());
     EXPECT_EQ((Lines{"W object: no file edbk", "E object: init_db_key fail"}), test::log());
     EXPECT_EQ(1u, km.calls.size());
 
     test::clearLog();
-    EXPECT_EQ(-1000, DBEncryptCB(nullptr, 1, ok, ok, 5, ok, ok, ok, 3));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, DBEncryptCB(nullptr, 1, ok, ok, 5, ok, ok, ok, 3));
     EXPECT_EQ(Lines(), test::log());
     const test::ObjectPtr alone = test::makeObject(nullptr, false);
     test::clearLog();
-    EXPECT_EQ(-1000, DBEncryptCB(alone.get(), 1, nullptr, ok, 5, ok, ok, ok, 3));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, DBEncryptCB(alone.get(), 1, nullptr, ok, 5, ok, ok, ok, 3));
     EXPECT_EQ((Lines{"E object: This case should not be happen. keymaster dev shoud not be used "
                      "directrly"}),
               test::log());
@@ -256,21 +268,24 @@ TEST_F(DatabaseEncryption, TagMismatchRefreshesTheImageOrRestoresTheBackup) {
     const std::string no_file = "W object: no file secure_objects.db";
     const std::string cache_broken = "E object: cached db is broken, update with the stored db";
     const struct {
+        const char* name;
         std::string cached, stored, backup;
         Lines log;
         std::string cached_after, stored_after;
     } cases[] = {
         // clang-format off
-        {"same", "same", "older", {failed, file_broken, restored}, "same", "older"},
-        {"same", "same", "", {failed, file_broken, restored, no_backup}, "same", ""},
-        {"cache", "store", "older", {failed, cache_broken}, "store", "store"},
-        {"cache", "", "older", {failed, no_file, cache_broken}, "", ""},
+        {"file as cached", "same", "same", "older", {failed, file_broken, restored}, "same",
+         "older"},
+        {"file as cached, no backup", "same", "same", "", {failed, file_broken, restored,
+         no_backup}, "same", ""},
+        {"file differs", "cache", "store", "older", {failed, cache_broken}, "store", "store"},
+        {"no file", "cache", "", "older", {failed, no_file, cache_broken}, "", ""},
         // clang-format on
     };
     km.answers["update"] = {updated(21, "PPPPP")};
-    km.answers["finish"] = {finished("", -30)};
+    km.answers["finish"] = {finished("", ZELKM_VERIFICATION_FAILED)};
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         const auto put = [](const std::string& path, const std::string& content) {
             std::filesystem::remove(path);
             if (!content.empty()) {
@@ -282,7 +297,7 @@ TEST_F(DatabaseEncryption, TagMismatchRefreshesTheImageOrRestoresTheBackup) {
         peer.setImage(bytes(c.cached));
         plain = bytes("plain");
         test::clearLog();
-        EXPECT_EQ(-30, decrypt());
+        EXPECT_EQ(ZELKM_VERIFICATION_FAILED, decrypt());
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(bytes("PPPPP"), plain);
         EXPECT_EQ(bytes(c.cached_after), peer.image());
@@ -293,7 +308,7 @@ TEST_F(DatabaseEncryption, TagMismatchRefreshesTheImageOrRestoresTheBackup) {
     test::writeFile(kStore, bytes("store"));
     test::clearLog();
     const test::FilesTooLarge large;
-    EXPECT_EQ(-30, decrypt());
+    EXPECT_EQ(ZELKM_VERIFICATION_FAILED, decrypt());
     EXPECT_EQ((Lines{failed,
                      "E object: fail to load secure db file. it might recover after "
                      "rebooting"}),

@@ -22,9 +22,9 @@ TEST(ParameterConversion, CopiesValuesByTypeAndBorrowsBytes) {
     const zelkm::HidlParams converted = zelkm::kmParamSet2Hidl({params, 12});
     ASSERT_EQ(12u, converted.size());
     EXPECT_EQ(
-        "[5=0 10000005=55667701 20000005=55667702 30000005=55667703 40000005=55667704 "
-        "50000005=1122334455667705 60000005=1122334455667706 70000005=true 80000005=xy 90000005=x "
-        "a0000005=112233445566770a b0000005=0]",
+        "[0x5=0x0 0x10000005=0x55667701 0x20000005=0x55667702 0x30000005=0x55667703 "
+        "0x40000005=0x55667704 0x50000005=0x1122334455667705 0x60000005=0x1122334455667706 "
+        "0x70000005=true 0x80000005=xy 0x90000005=x 0xa0000005=0x112233445566770a 0xb0000005=0x0]",
         test::described(converted));
     EXPECT_EQ(data, converted[8].blob.data());
     EXPECT_EQ(data, converted[9].blob.data());

@@ -52,12 +52,12 @@ class Password : public test::InTempDir {
 };
 
 TEST_F(Password, SendsCopiesInOrderAndNoKey) {
-    const std::string inputs = "[90000907=one 90000908=two 90000909=three 9000090a=four ";
-    start({}, -2);
-    EXPECT_EQ(-2, convert(kToKey));
-    EXPECT_EQ(-2, convert(kEncrypt));
-    EXPECT_EQ((Lines{"begin 101  " + inputs + "9000090b=material]",
-                     "begin 102  " + inputs + "9000090c=material 9000090d=tag before]"}),
+    const std::string inputs = "[IN_1=one IN_2=two IN_3=three IN_4=four ";
+    start({}, ZELKM_UNSUPPORTED_PURPOSE);
+    EXPECT_EQ(ZELKM_UNSUPPORTED_PURPOSE, convert(kToKey));
+    EXPECT_EQ(ZELKM_UNSUPPORTED_PURPOSE, convert(kEncrypt));
+    EXPECT_EQ((Lines{"begin TO_KEY  " + inputs + "ENCRYPTED_KEY=material]",
+                     "begin TO_ENCRYPTED_KEY  " + inputs + "KEY=material TAG=tag before]"}),
               km.calls);
     EXPECT_EQ(0u, km.seen.count(tag.data()));
     for (const hidl_vec<uint8_t>& given : in) {
@@ -66,9 +66,10 @@ TEST_F(Password, SendsCopiesInOrderAndNoKey) {
 }
 
 TEST_F(Password, WipesTheCopiesThatItSent) {
-    start({bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"))}, -2);
-    EXPECT_EQ(-2, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4],
-                                                   tag, kEncrypt));
+    start({bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"))}, ZELKM_UNSUPPORTED_PURPOSE);
+    EXPECT_EQ(ZELKM_UNSUPPORTED_PURPOSE,
+              object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
+                                               kEncrypt));
     for (const char* sent : {"one", "two", "three", "four", "material", "tag before"}) {
         EXPECT_TRUE(test::wiped(sent)) << sent;
     }
@@ -98,6 +99,7 @@ TEST_F(Password, EachAnswer) {
     const std::string new_tag = "tagtagtagtagtag!";
     const std::string new_rot = "rotrotrotrotrot!";
     const struct {
+        const char* name;
         PW_ENCRYPT_TYPE type;
         int error;
         std::vector<KeyParameter> params;
@@ -106,23 +108,31 @@ TEST_F(Password, EachAnswer) {
         std::string converted, tag, rot;
     } cases[] = {
         // clang-format off
-        {kToKey, 0, {key, encrypted, tag16, rot16}, 0, {}, "key", new_tag, new_rot},
-        {kToKey, 0, {tag16, key0}, 0, {no_rot}, "", new_tag, kZeros},
-        {kToKey, 0, {tag16, rot16}, -40, {no_key}, old, new_tag, new_rot},
-        {kToKey, 0, {}, -40, {no_rot, no_tag}, old, old_tag, kZeros},
-        {kToKey, 0, {tag15, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
-        {kToKey, 0, {tag17, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
+        {"to a key", kToKey, 0, {key, encrypted, tag16, rot16}, 0, {}, "key", new_tag, new_rot},
+        {"empty key, no rot", kToKey, 0, {tag16, key0}, 0, {no_rot}, "", new_tag, kZeros},
+        {"no key", kToKey, 0, {tag16, rot16}, ZELKM_INVALID_TAG, {no_key}, old, new_tag, new_rot},
+        {"nothing", kToKey, 0, {}, ZELKM_INVALID_TAG, {no_rot, no_tag}, old, old_tag, kZeros},
+        {"short tag", kToKey, 0, {tag15, key, rot16}, ZELKM_INVALID_TAG, {no_tag}, old, old_tag,
+         new_rot},
+        {"long tag", kToKey, 0, {tag17, key, rot16}, ZELKM_INVALID_TAG, {no_tag}, old, old_tag,
+         new_rot},
         // The first of two counts, even when the second would do.
-        {kToKey, 0, {tag15, tag16, key, rot16}, -40, {no_tag}, old, old_tag, new_rot},
-        {kToKey, 0, {rot17, rot16, tag16, key, key0}, 0, {no_rot}, "key", new_tag, kZeros},
-        {kToKey, -28, {rot15, tag16, key}, -28, {no_rot}, old, old_tag, kZeros},
-        {kEncrypt, 0, {encrypted, tag16, rot16, key}, 0, {}, "encrypted", old_tag, new_rot},
-        {kEncrypt, 0, {key, tag16, rot16}, -40, {no_encrypted}, old, old_tag, new_rot},
-        {kEncrypt, -30, {encrypted}, -30, {no_rot}, old, old_tag, kZeros},
+        {"short tag before a good one", kToKey, 0, {tag15, tag16, key, rot16}, ZELKM_INVALID_TAG,
+         {no_tag}, old, old_tag, new_rot},
+        {"long rot before a good one, two keys", kToKey, 0, {rot17, rot16, tag16, key, key0}, 0,
+         {no_rot}, "key", new_tag, kZeros},
+        {"refused with parameters", kToKey, KM_ERROR_INVALID_OPERATION_HANDLE, {rot15, tag16,
+         key}, KM_ERROR_INVALID_OPERATION_HANDLE, {no_rot}, old, old_tag, kZeros},
+        {"to an encrypted key", kEncrypt, 0, {encrypted, tag16, rot16, key}, 0, {}, "encrypted",
+         old_tag, new_rot},
+        {"no encrypted key", kEncrypt, 0, {key, tag16, rot16}, ZELKM_INVALID_TAG, {no_encrypted},
+         old, old_tag, new_rot},
+        {"refused without tag and rot", kEncrypt, ZELKM_VERIFICATION_FAILED, {encrypted},
+         ZELKM_VERIFICATION_FAILED, {no_rot}, old, old_tag, kZeros},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         start(c.params, c.error);
         EXPECT_EQ(c.result, convert(c.type));
         EXPECT_EQ(c.log, test::log());
@@ -134,21 +144,21 @@ TEST_F(Password, EachAnswer) {
 
 TEST_F(Password, LostCallsCountAsUnknownErrorWhateverWasAnswered) {
     const std::string lost = "E object: error in begin hidl call : -1000";
-    start({}, -28);
+    start({}, KM_ERROR_INVALID_OPERATION_HANDLE);
     km.answers["begin"][0].delivery = Delivery::kLostAfter;
-    EXPECT_EQ(-1000, convert(kEncrypt));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, convert(kEncrypt));
     EXPECT_EQ((Lines{"W object: invalid rot just set 0", kDead, lost}), test::log());
     EXPECT_EQ(kZeros, text(rot));
 
     start({});
     km.answers["begin"][0].delivery = Delivery::kLostBefore;
-    EXPECT_EQ(-1000, convert(kToKey));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, convert(kToKey));
     EXPECT_EQ((Lines{kDead, lost}), test::log());
     EXPECT_EQ("rot before", text(rot));
 
     start({});
     km.answers["begin"][0].delivery = Delivery::kNoCallback;
-    EXPECT_EQ(-1000, convert(kToKey));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, convert(kToKey));
     EXPECT_EQ(Lines(), test::log());
 }
 
@@ -156,8 +166,8 @@ TEST_F(Password, ShortFormKeepsTheRotToItself) {
     start({bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
     EXPECT_EQ(0, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
                                                   kEncrypt));
-    EXPECT_EQ((Lines{"begin 102  [90000907=one 90000908=two 90000909=three 9000090a=four "
-                     "9000090c=material 9000090d=tag before]"}),
+    EXPECT_EQ((Lines{"begin TO_ENCRYPTED_KEY  [IN_1=one IN_2=two IN_3=three IN_4=four "
+                     "KEY=material TAG=tag before]"}),
               km.calls);
     EXPECT_EQ((Lines{"W object: invalid rot just set 0"}), test::log());
     EXPECT_EQ("encrypted", text(converted));
@@ -177,25 +187,25 @@ TEST_F(Password, ChecksHandleThenInputsThenType) {
     };
     const test::ObjectPtr alone = test::makeObject(nullptr, false);
     start({});
-    EXPECT_EQ(-32, with(*alone, 0, type));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, with(*alone, 0, type));
     EXPECT_EQ((Lines{"E object: encryptWithPasswordHWKey: invalid keymaster dev pointer"}),
               test::log());
 
     start({});
     for (size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(-38, with(*object, i, type)) << i;
+        EXPECT_EQ(ZELKM_INVALID_ARGUMENT, with(*object, i, type)) << i;
     }
     tag = empty;
-    EXPECT_EQ(-38, with(*object, 5, kEncrypt));
+    EXPECT_EQ(ZELKM_INVALID_ARGUMENT, with(*object, 5, kEncrypt));
     EXPECT_EQ(Lines(), test::log());
-    EXPECT_EQ(-2, with(*object, 5, type));
+    EXPECT_EQ(ZELKM_UNSUPPORTED_PURPOSE, with(*object, 5, type));
     EXPECT_EQ((Lines{"E object: not supported mode : 2"}), test::log());
     EXPECT_EQ(Lines(), km.calls);
     EXPECT_EQ("rot before", text(rot));
 
-    start({}, -100);
+    start({}, KM_ERROR_UNIMPLEMENTED);
     tag = empty;
-    EXPECT_EQ(-100, convert(kToKey));  // there the tag is an output only
+    EXPECT_EQ(KM_ERROR_UNIMPLEMENTED, convert(kToKey));  // there the tag is an output only
 }
 
 }  // namespace

@@ -66,6 +66,7 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
     const std::string unreadable = "E object: file read fail: ";
     const std::string with_nul("a\0b\n", 4);
     const struct {
+        const char* name;
         std::string content;
         std::string call;  // answered with `result` and `error`
         long result;
@@ -74,17 +75,17 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
         Lines log;
     } cases[] = {
         // clang-format off
-        {with_nul, "", 0, 0, with_nul, {}},
-        {"-", "", 0, 0, "", {no_file}},
-        {"", "", 0, 0, "", {}},
-        {"abc", "read 3", -1, EIO, "", {unreadable + "Input/output error(5)"}},
-        {"abc", "read 3", 2, EIO, "", {unreadable + "Input/output error(5)"}},
-        {"abc", "read 3", 2, 0, "", {unreadable + "Success(0)"}},
-        {"abc", "lseek end", 0x100000002L, 0, "ab", {}},  // sizes have 32 bits
+        {"whole", with_nul, "", 0, 0, with_nul, {}},
+        {"no file", "-", "", 0, 0, "", {no_file}},
+        {"empty file", "", "", 0, 0, "", {}},
+        {"read fails", "abc", "read 3", -1, EIO, "", {unreadable + "Input/output error(5)"}},
+        {"short read, error", "abc", "read 3", 2, EIO, "", {unreadable + "Input/output error(5)"}},
+        {"short read", "abc", "read 3", 2, 0, "", {unreadable + "Success(0)"}},
+        {"size beyond 32 bits", "abc", "lseek end", 0x100000002L, 0, "ab", {}},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.call + " on " + c.content);
+        SCOPED_TRACE(c.name);
         std::filesystem::remove("f");
         put("f", c.content);
         FileFaults faults;
@@ -109,12 +110,13 @@ TEST_F(ProtectedFile, LoadRefusesNullArgumentsAndReportsLackOfMemory) {
     put("f", "abc");
     uint8_t* data = static_cast<uint8_t*>(std::malloc(1));
     uint32_t len = 99;
-    EXPECT_EQ(-32, ZelKeymasterOperation::load_data(nullptr, &data, &len));
-    EXPECT_EQ(-32, ZelKeymasterOperation::load_data("f", nullptr, &len));
-    EXPECT_EQ(-32, ZelKeymasterOperation::load_data("f", &data, nullptr));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER,
+              ZelKeymasterOperation::load_data(nullptr, &data, &len));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::load_data("f", nullptr, &len));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::load_data("f", &data, nullptr));
     EXPECT_NE(nullptr, data);
     const test::FilesTooLarge large;
-    EXPECT_EQ(-41, ZelKeymasterOperation::load_data("f", &data, &len));
+    EXPECT_EQ(ZELKM_MEMORY_ALLOCATION_FAILED, ZelKeymasterOperation::load_data("f", &data, &len));
     EXPECT_EQ(nullptr, data);
     EXPECT_EQ(99u, len);
     EXPECT_EQ(Lines(), test::log());
@@ -165,24 +167,31 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
     const Fault keep_backup = {"rename f f.bak", -1, EACCES};
     const Fault remove_current = {"unlink f", -1, EBUSY};
     const struct {
+        const char* name;
         std::vector<Fault> faults;
         int result;
         Lines log;
         std::string current, backup, temporary;
     } cases[] = {
         // clang-format off
-        {{{"open f.tmp", -1, EACCES}}, -1000, {not_open}, "old", "older", "left over"},
-        {{{"write 3", 2, ENOSPC}}, -1000, {not_written}, "old", "older", ""},
-        {{{"write 3", 2, 0}}, -1000, {cut_short}, "old", "older", ""},
-        {{remove_backup}, 0, {not_removed}, "new", "old", "-"},
-        {{remove_backup, keep_backup}, 0, {not_removed, not_kept}, "new", "older", "-"},
-        {{remove_current}, -1000, {not_gone}, "-", "old", "new"},
-        {{keep_backup, remove_current}, -1000, {not_kept, not_gone}, "old", "-", "new"},
-        {{{"rename f.tmp f", -1, EIO}}, -1000, {not_moved}, "-", "old", "new"},
+        {"temporary not opened", {{"open f.tmp", -1, EACCES}}, ZELKM_UNKNOWN_ERROR, {not_open},
+         "old", "older", "left over"},
+        {"short write, error", {{"write 3", 2, ENOSPC}}, ZELKM_UNKNOWN_ERROR, {not_written}, "old",
+         "older", ""},
+        {"short write", {{"write 3", 2, 0}}, ZELKM_UNKNOWN_ERROR, {cut_short}, "old", "older", ""},
+        {"old backup not removed", {remove_backup}, 0, {not_removed}, "new", "old", "-"},
+        {"neither backup removed nor current kept", {remove_backup, keep_backup}, 0, {not_removed,
+         not_kept}, "new", "older", "-"},
+        {"current not removed", {remove_current}, ZELKM_UNKNOWN_ERROR, {not_gone}, "-", "old",
+         "new"},
+        {"current neither kept nor removed", {keep_backup, remove_current}, ZELKM_UNKNOWN_ERROR,
+         {not_kept, not_gone}, "old", "-", "new"},
+        {"temporary not moved", {{"rename f.tmp f", -1, EIO}}, ZELKM_UNKNOWN_ERROR, {not_moved},
+         "-", "old", "new"},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         put("f.tmp", "left over");
         put("f", "old");
         put("f.bak", "older");
@@ -214,7 +223,7 @@ TEST_F(ProtectedFile, SaysEachFailureBeforeTheNextCall) {
              uint32_t len = 0;
              EXPECT_EQ(0, ZelKeymasterOperation::load_data(kStore, &data, &len));
          }},
-        {"write 3", "close", [] { EXPECT_EQ(-1000, update(kStore, "new")); }},
+        {"write 3", "close", [] { EXPECT_EQ(ZELKM_UNKNOWN_ERROR, update(kStore, "new")); }},
         {"unlink " + store + ".bak", "rename " + store + " " + store + ".bak",
          [] { EXPECT_EQ(0, update(kStore, "new")); }},
         {"rename " + store + " " + store + ".bak", "unlink " + store,
@@ -246,9 +255,9 @@ TEST_F(ProtectedFile, SaysEachFailureBeforeTheNextCall) {
 TEST_F(ProtectedFile, UpdateRefusesNullAndEmptyAndCutsLongNames) {
     const uint8_t data[] = {1};
     FileFaults faults;
-    EXPECT_EQ(-32, ZelKeymasterOperation::update_file(nullptr, data, 1));
-    EXPECT_EQ(-32, ZelKeymasterOperation::update_file("f", nullptr, 1));
-    EXPECT_EQ(-32, ZelKeymasterOperation::update_file("f", data, 0));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::update_file(nullptr, data, 1));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::update_file("f", nullptr, 1));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::update_file("f", data, 0));
     EXPECT_EQ(Lines(), faults.trace());
 
     const std::string name(251, 'n');
@@ -269,7 +278,7 @@ TEST_F(ProtectedFile, UpdateDbFileAdoptsTheImageOnSuccessOnly) {
     FileFaults faults;
     faults.fail("open secure_objects.db.tmp", ENOSPC);
     uint8_t* kept = allocated('3');
-    EXPECT_EQ(-1000, object->update_db_file(kept, 1));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, object->update_db_file(kept, 1));
     std::free(kept);
     EXPECT_EQ(bytes("2"), peer.image());
     EXPECT_EQ("2", contentOf(kStore));
@@ -283,6 +292,7 @@ TEST_F(ProtectedFile, RestoresTheBackup) {
     const std::string move = "rename " + store + ".bak " + store;
     const std::string no_backup = not_moved + "No such file or directory(2)";
     const struct {
+        const char* name;
         std::string current, backup, call;
         int error;
         int result;
@@ -290,14 +300,16 @@ TEST_F(ProtectedFile, RestoresTheBackup) {
         std::string restored;
     } cases[] = {
         // clang-format off
-        {"-", "good", "", 0, 0, {missing}, "good"},
-        {"bad", "good", "unlink " + store, EPERM, -1000, {kept}, "bad"},
-        {"bad", "good", move, EIO, -1000, {not_moved + "Input/output error(5)"}, "-"},
-        {"-", "-", "", 0, -1000, {missing, no_backup}, "-"},
+        {"no current file", "-", "good", "", 0, 0, {missing}, "good"},
+        {"current not removed", "bad", "good", "unlink " + store, EPERM, ZELKM_UNKNOWN_ERROR,
+         {kept}, "bad"},
+        {"backup not moved", "bad", "good", move, EIO, ZELKM_UNKNOWN_ERROR,
+         {not_moved + "Input/output error(5)"}, "-"},
+        {"no file at all", "-", "-", "", 0, ZELKM_UNKNOWN_ERROR, {missing, no_backup}, "-"},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.current + " " + c.backup + " " + c.call);
+        SCOPED_TRACE(c.name);
         std::filesystem::remove(store);
         std::filesystem::remove(store + ".bak");
         put(store, c.current);

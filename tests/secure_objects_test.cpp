@@ -124,7 +124,7 @@ TEST_F(SecureObjects, AreSelectedRowByRow) {
 TEST_F(SecureObjects, UpdateReachesTheEngineWhichRefusesIt) {
     std::string k = "k";
     SODOperationParam p;
-    EXPECT_EQ(-911, object->SodUpdate(p.setAdmin(k).addAliasInWhere(k)));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object->SodUpdate(p.setAdmin(k).addAliasInWhere(k)));
     const Lines said = test::log();
     EXPECT_EQ(1, std::count(said.begin(), said.end(),
                             "D engine: UPDATE (ADMIN) VALUE (\x1Fk\x1F) WHERE ALIAS=\x1Fk\x1F"));
@@ -135,13 +135,13 @@ TEST_F(SecureObjects, RefuseUnusableLists) {
     std::string k = "k";
     Lines rows;
     SODOperationParam p;
-    EXPECT_EQ(-911, object->SodUpdate(p));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object->SodUpdate(p));
     p.setAlias(k).getColumnList().push_back("CREATOR");
-    EXPECT_EQ(-911, object->SodUpdate(p));
-    EXPECT_EQ(-911, object->SodRetreiveOther(p, rows));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object->SodUpdate(p));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object->SodRetreiveOther(p, rows));
     p.addAliasInWhere(k).addAliasToOutput().getWhereValueList().clear();
-    EXPECT_EQ(-911, object->SodSelect(p, rows));
-    EXPECT_EQ(-911, object->SodRetreiveAlias(p, rows));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object->SodSelect(p, rows));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object->SodRetreiveAlias(p, rows));
     EXPECT_EQ(Lines(), test::log());
 }
 
@@ -150,8 +150,8 @@ TEST_F(SecureObjects, AreOutOfReachWhenSwitchedOff) {
     object.reset();
     object = test::makeObject(&km, false);
     EXPECT_EQ(Bytes(), image());
-    EXPECT_EQ(-918, insert("k", "u"));
-    EXPECT_EQ(-918, remove("k"));
+    EXPECT_EQ(ZELKM_SECURE_DB_DISABLED, insert("k", "u"));
+    EXPECT_EQ(ZELKM_SECURE_DB_DISABLED, remove("k"));
     EXPECT_EQ((Lines{"-918"}), list());
 }
 
@@ -166,14 +166,16 @@ TEST_F(SecureObjects, AreLoadedAgainOnlyWhenTheTableIsStale) {
     EXPECT_EQ((Lines{"u::k"}), list());
     EXPECT_EQ(1u, km.calls(Call::kBegin).size());
 
-    EXPECT_EQ(-911, object->SodInsert(SODOperationParam().clear()));  // any other failure
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR,
+              object->SodInsert(SODOperationParam().clear()));  // any other failure
     EXPECT_EQ((Lines{"u::k"}), list());
     EXPECT_EQ(2u, km.calls(Call::kBegin).size());
 
     const uint8_t text[] = {'?'};
     const keymaster_blob_t command = {text, 1};
     keymaster_blob_t out = {text, 1};
-    EXPECT_EQ(-911, object->queryInternal(nullptr, nullptr, nullptr, nullptr, &command, &out));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR,
+              object->queryInternal(nullptr, nullptr, nullptr, nullptr, &command, &out));
     EXPECT_EQ(nullptr, out.data);
     EXPECT_EQ(0u, out.data_length);
 }
@@ -186,12 +188,12 @@ TEST_F(SecureObjects, FileAndImageStayWhenAChangeFails) {
         EXPECT_EQ(0, remove("missing"));
         EXPECT_EQ(Lines(), faults.trace());
         faults.fail("open secure_objects.db.tmp", ENOSPC);
-        EXPECT_EQ(-1000, insert("k2", "u2"));
+        EXPECT_EQ(ZELKM_UNKNOWN_ERROR, insert("k2", "u2"));
     }
     EXPECT_EQ((Lines{"u::k", "u2::k2"}), list());  // the table in memory is ahead
 
     km.plan(Call::kBegin, 1, Fault::error(ErrorCode::TOO_MANY_OPERATIONS));
-    EXPECT_EQ(-31, insert("k3", "u3"));
+    EXPECT_EQ(KM_ERROR_TOO_MANY_OPERATIONS, insert("k3", "u3"));
     EXPECT_EQ((Lines{"u::k"}), list());  // dropped, and loaded again
     EXPECT_EQ(before, stored());
     EXPECT_EQ(before, image());
@@ -241,8 +243,9 @@ TEST_F(SecureObjects, StartWithTheImageThatIsThere) {
     EXPECT_EQ(nullptr, peer.imageData());
     EXPECT_EQ(nullptr, peer.keyBlobData());
     EXPECT_EQ(0u, peer.keyBlobLen());
-    EXPECT_EQ(-38, second->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(-1000,
+    EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
+              second->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR,
               DBEncryptCB(second.get(), 0, nullptr, nullptr, 0, nullptr, nullptr, nullptr, 0));
     std::free(left[0]);
     std::free(left[1]);

@@ -31,9 +31,9 @@ TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
         hidl_vec<KeyParameter> params;
         std::string sent;
     } cases[] = {
-        {{}, "attestKey key [70000899=true]"},
-        {{challenge}, "attestKey key [900002c4=challenge 70000899=true]"},
-        {{asked, challenge}, "attestKey key [70000899=false 900002c4=challenge]"},
+        {{}, "attestKey key [GENERATE_CSR=true]"},
+        {{challenge}, "attestKey key [CHALLENGE=challenge GENERATE_CSR=true]"},
+        {{asked, challenge}, "attestKey key [GENERATE_CSR=false CHALLENGE=challenge]"},
     };
     km.answers["attestKey"] = {Answer()};
     for (const auto& c : cases) {
@@ -48,6 +48,7 @@ TEST_F(SigningRequest, EachAnswer) {
     const std::string start = "D object: GenerateCSR start";
     const std::string lost = "E object: GenerateCSR: IZelkeymasterDevice void error";
     const struct {
+        const char* name;
         Delivery delivery;
         int error;
         std::vector<Bytes> chain;
@@ -55,17 +56,35 @@ TEST_F(SigningRequest, EachAnswer) {
         Lines log;
         std::string csr;
     } cases[] = {
-        {Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
-        {Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
-        {Delivery::kWhole, 0, {}, 0, {start}, "before"},
-        {Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
-        {Delivery::kWhole, -33, {bytes("request")}, -33, {start}, "before"},
-        {Delivery::kNoCallback, 0, {}, -1000, {start}, "before"},
-        {Delivery::kLostBefore, 0, {}, -1000, {start, lost}, "before"},
-        {Delivery::kLostAfter, -33, {}, -1000, {start, lost}, "before"},
+        {"one element", Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
+        {"one empty element", Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
+        {"no element", Delivery::kWhole, 0, {}, 0, {start}, "before"},
+        {"two elements", Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
+        {"refused with an element",
+         Delivery::kWhole,
+         ZELKM_INVALID_KEY_BLOB,
+         {bytes("request")},
+         ZELKM_INVALID_KEY_BLOB,
+         {start},
+         "before"},
+        {"no callback", Delivery::kNoCallback, 0, {}, ZELKM_UNKNOWN_ERROR, {start}, "before"},
+        {"lost before the callback",
+         Delivery::kLostBefore,
+         0,
+         {},
+         ZELKM_UNKNOWN_ERROR,
+         {start, lost},
+         "before"},
+        {"lost after the callback",
+         Delivery::kLostAfter,
+         ZELKM_INVALID_KEY_BLOB,
+         {},
+         ZELKM_UNKNOWN_ERROR,
+         {start, lost},
+         "before"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         km.answers["attestKey"] = {{c.delivery, c.error, {}, {}, 0, 0, c.chain}};
         csr = bytes("before");
         test::clearLog();
@@ -75,7 +94,7 @@ TEST_F(SigningRequest, EachAnswer) {
     }
     const test::ObjectPtr alone = test::makeObject(nullptr, false);
     test::clearLog();
-    EXPECT_EQ(-32, alone->generateCSR(key, {}, csr));
+    EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, alone->generateCSR(key, {}, csr));
     EXPECT_EQ((Lines{"E object: AttestKey: invalid IZelkeymasterDevice pointer"}), test::log());
 }
 

@@ -88,8 +88,9 @@ TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
     EXPECT_EQ(Error::OK, made.error);
     EXPECT_EQ(11u, made.params.size());
     const std::string listed = described(characteristics(km_, made.output).params);
-    EXPECT_NE(std::string::npos, listed.find(" 100002be=0 600002bd=")) << listed;
-    EXPECT_NE(std::string::npos, listed.find(" 300002c1=186a0 300002c2=31769]")) << listed;
+    EXPECT_NE(std::string::npos, listed.find(" ORIGIN=0x0 CREATION_DATETIME=")) << listed;
+    EXPECT_NE(std::string::npos, listed.find(" OS_VERSION=0x186a0 OS_PATCHLEVEL=0x31769]"))
+        << listed;
 }
 
 TEST_F(SoftKeymasterAnswers, ToBegin) {

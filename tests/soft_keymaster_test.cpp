@@ -12,6 +12,7 @@
 #include <set>
 
 #include "keymaster_calls.h"
+#include "openssl_handles.h"
 
 namespace {
 
@@ -123,8 +124,8 @@ TEST_F(SoftKeymasterTest, PatchLevelsDecideWhoMayUseAKey) {
 }
 
 // BoringSSL has no X509_get0_pubkey().
-std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> publicKey(X509* certificate) {
-    return {X509_get_pubkey(certificate), EVP_PKEY_free};
+zelkm::EvpPkeyPtr publicKey(X509* certificate) {
+    return zelkm::EvpPkeyPtr(X509_get_pubkey(certificate));
 }
 
 TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
@@ -139,10 +140,10 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         EXPECT_EQ(Error::ATTESTATION_APPLICATION_ID_MISSING, attest(km_, key, {challenge}).error);
         chains.push_back(attest(km_, key, {challenge, app_id}).chain);
         ASSERT_EQ(3u, chains.back().size());
-        std::vector<std::unique_ptr<X509, decltype(&X509_free)>> certificates;
+        std::vector<zelkm::X509Ptr> certificates;
         for (const Bytes& der : chains.back()) {
             const uint8_t* in = der.data();
-            certificates.emplace_back(d2i_X509(nullptr, &in, long(der.size())), X509_free);
+            certificates.emplace_back(d2i_X509(nullptr, &in, long(der.size())));
         }
         for (size_t i = 0; i < 3; ++i) {  // the last one signed itself
             X509* const issuer = certificates[std::min<size_t>(i + 1, 2)].get();
@@ -150,8 +151,8 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         }
         const Bytes answer = attest(km_, key, {csr}).chain.at(0);
         const uint8_t* in = answer.data();
-        const std::unique_ptr<X509_REQ, decltype(&X509_REQ_free)> request(
-            d2i_X509_REQ(nullptr, &in, long(answer.size())), X509_REQ_free);
+        const std::unique_ptr<X509_REQ, zelkm::OpenSslDeleter<X509_REQ_free>> request(
+            d2i_X509_REQ(nullptr, &in, long(answer.size())));
         EXPECT_EQ(1, X509_REQ_verify(request.get(), publicKey(certificates[0].get()).get()));
         uint64_t serial = 0;  // with the top bit set no long
         EXPECT_EQ(1,

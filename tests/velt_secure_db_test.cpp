@@ -107,9 +107,9 @@ TEST_F(Query, DumpsCommandsAndUnknownColumnsAtDebugLevel) {
 TEST_F(Query, NeedsCommandAndHandle) {
     unsigned char* out = nullptr;
     unsigned int len = 4711;
-    EXPECT_EQ(-38, sdb_query(nullptr, 6, nullptr, 0, &out, &len, &handle_));
-    EXPECT_EQ(-38, sdb_query("DELETE", 0, nullptr, 0, &out, &len, &handle_));
-    EXPECT_EQ(-38, sdb_query("DELETE", 6, nullptr, 0, &out, &len, nullptr));
+    EXPECT_EQ(ZELKM_INVALID_ARGUMENT, sdb_query(nullptr, 6, nullptr, 0, &out, &len, &handle_));
+    EXPECT_EQ(ZELKM_INVALID_ARGUMENT, sdb_query("DELETE", 0, nullptr, 0, &out, &len, &handle_));
+    EXPECT_EQ(ZELKM_INVALID_ARGUMENT, sdb_query("DELETE", 6, nullptr, 0, &out, &len, nullptr));
     const std::string message = "command or len is null\n";
     EXPECT_EQ(message + message + message, messages());
     // Without a place for it the result is released.
@@ -125,12 +125,13 @@ TEST_F(Query, HandlesNameTheTableThatWasLoadedLast) {
     const uint64_t first = handle_;
     EXPECT_EQ("a^\n", select("SELECT (ALIAS)"));
     handle_ = 0;
-    EXPECT_EQ(-911, query("SELECT"));  // the table is loaded even if the command is refused
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR,
+              query("SELECT"));  // the table is loaded even if the command is refused
     const uint64_t second = handle_;
     EXPECT_NE(0u, second);
     EXPECT_NE(first, second);
     handle_ = first;
-    EXPECT_EQ(-914, query("SELECT (ALIAS)"));
+    EXPECT_EQ(ZELKM_STALE_TABLE_HANDLE, query("SELECT (ALIAS)"));
     EXPECT_EQ(first, handle_);
     handle_ = second;
     blob_ = "not looked at";
@@ -237,7 +238,7 @@ TEST_F(Query, FailedEncryptionDropsTheTableFailedDecryptionLeavesIt) {
         EXPECT_EQ(5, command[0] == 'U' ? update("ALIAS", "b", "") : query(command));
         EXPECT_EQ(std::string("export sdb fail, clear db to sync again\n") + more, messages());
         EXPECT_TRUE(cipher.ownWasWiped());
-        EXPECT_EQ(-914, query("SELECT (ALIAS)"));
+        EXPECT_EQ(ZELKM_STALE_TABLE_HANDLE, query("SELECT (ALIAS)"));
         EXPECT_EQ("", messages());
     }
     // A failed decryption leaves the table.

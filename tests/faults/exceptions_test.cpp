@@ -95,8 +95,10 @@ TEST_F(Exceptions, LostCallsAreDescribedAsFarAsThereIsMemory) {
     const struct {
         const char* lost;
         int result;  // with memory
-    } cases[] = {
-        {"getKeyCharacteristics", -1000}, {"begin", -1000}, {"update", -913}, {"finish", -913}};
+    } cases[] = {{"getKeyCharacteristics", ZELKM_UNKNOWN_ERROR},
+                 {"begin", ZELKM_UNKNOWN_ERROR},
+                 {"update", ZELKM_MALFORMED_STORE},
+                 {"finish", ZELKM_MALFORMED_STORE}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.lost);
         bool undescribed = false;
@@ -114,7 +116,8 @@ TEST_F(Exceptions, LostCallsAreDescribedAsFarAsThereIsMemory) {
                 }
                 undescribed |= test::logged("E object: HIDL call failed with (out of memory)");
                 last = status;
-                EXPECT_TRUE(status == -41 || status == c.result) << status;
+                EXPECT_TRUE(status == ZELKM_MEMORY_ALLOCATION_FAILED || status == c.result)
+                    << status;
                 EXPECT_EQ(files_[kStore], *test::readFile(kStore));
                 reopen();
                 EXPECT_EQ("a b ", test::readAliases(*object_));
@@ -124,7 +127,7 @@ TEST_F(Exceptions, LostCallsAreDescribedAsFarAsThereIsMemory) {
     }
     const test::AllocationsWork now;
     km_.lost = "generateKey";
-    EXPECT_EQ(-1000, object_->generate_db_key());
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, object_->generate_db_key());
 }
 
 TEST_F(Exceptions, ListsAreAppendedToWholeOrNotAtAll) {
@@ -134,13 +137,14 @@ TEST_F(Exceptions, ListsAreAppendedToWholeOrNotAtAll) {
     files_[kStore] = *test::readFile(kStore);
     using Select = int (ZelKeymasterOperation::*)(SODOperationParam&, Lines&);
     const struct {
+        const char* name;
         Select select;
         size_t rows, none;  // appended, and with an empty result
-    } cases[] = {{&ZelKeymasterOperation::SodSelect, 4, 1},
-                 {&ZelKeymasterOperation::SodRetreiveAlias, 3, 0},
-                 {&ZelKeymasterOperation::SodRetreiveOther, 3, 0}};
+    } cases[] = {{"SodSelect", &ZelKeymasterOperation::SodSelect, 4, 1},
+                 {"SodRetreiveAlias", &ZelKeymasterOperation::SodRetreiveAlias, 3, 0},
+                 {"SodRetreiveOther", &ZelKeymasterOperation::SodRetreiveOther, 3, 0}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         SODOperationParam p;
         Lines rows;
         forEachAllocation(
@@ -156,7 +160,7 @@ TEST_F(Exceptions, ListsAreAppendedToWholeOrNotAtAll) {
                 return ((*object_).*c.select)(p, rows);
             },
             [&](int status) {
-                EXPECT_TRUE(status == 0 || status == -41) << status;
+                EXPECT_TRUE(status == 0 || status == ZELKM_MEMORY_ALLOCATION_FAILED) << status;
                 const bool empty = test::logged("E engine: allocation failure for out");
                 const size_t appended = status != 0 ? 0 : empty ? c.none : c.rows;
                 EXPECT_EQ(1 + appended, rows.size());

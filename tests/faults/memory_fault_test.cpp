@@ -200,12 +200,14 @@ TEST_F(MemoryFault, SecureObjectOperations) {
         };
     };
     forEachAllocation(
-        "insert", {0, -41}, [&] { return object_->SodInsert(added); }, unchanged_or("a b c "));
+        "insert", {0, ZELKM_MEMORY_ALLOCATION_FAILED}, [&] { return object_->SodInsert(added); },
+        unchanged_or("a b c "));
     forEachAllocation(
-        "delete", {0, -41}, [&] { return object_->SodDelete(removed); }, unchanged_or("b "));
+        "delete", {0, ZELKM_MEMORY_ALLOCATION_FAILED}, [&] { return object_->SodDelete(removed); },
+        unchanged_or("b "));
     forEachAllocation(
-        "select", {0, -41}, [&] { return object_->SodSelect(selected, rows); },
-        unchanged_or("a b "));
+        "select", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        [&] { return object_->SodSelect(selected, rows); }, unchanged_or("a b "));
 }
 
 TEST_F(MemoryFault, StartUpAndFiles) {
@@ -218,7 +220,7 @@ TEST_F(MemoryFault, StartUpAndFiles) {
         },
         [this](int) { expectUsable("a b "); });
     forEachAllocation(
-        "load_data", {0, -41},
+        "load_data", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
         [] {
             uint8_t* data = nullptr;
             uint32_t len = 7;
@@ -232,7 +234,7 @@ TEST_F(MemoryFault, StartUpAndFiles) {
 
 TEST_F(MemoryFault, DatabaseKey) {
     forEachAllocation(
-        "generation", {0, -41},
+        "generation", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
         [this] {
             for (const char* name : {"edbk", "edbk.bak"}) {
                 std::filesystem::remove(name);
@@ -249,7 +251,7 @@ TEST_F(MemoryFault, DatabaseKey) {
             expectUsable("");
         });
     forEachAllocation(
-        "upgrade", {0, -41},
+        "upgrade", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
         [this] {
             km_.setPatchLevel(options().patch_level + 1);
             return object_->init_db_key(0);
@@ -275,9 +277,9 @@ TEST_F(MemoryFault, EncryptionAndDecryption) {
     };
     const auto verify = [this](int) { expectUsable("a b "); };
     forEachAllocation(
-        "encryption", {0, -41}, [&] { return convert(1); }, verify);
+        "encryption", {0, ZELKM_MEMORY_ALLOCATION_FAILED}, [&] { return convert(1); }, verify);
     forEachAllocation(
-        "decryption", {0, -41},
+        "decryption", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
         [&] {
             {
                 const test::AllocationsWork preparing;
@@ -295,7 +297,7 @@ TEST_F(MemoryFault, PasswordConversionAndAttestation) {
     hidl_vec<uint8_t> rot;
     const auto verify = [this](int) { expectUsable("a b "); };
     forEachAllocation(
-        "password conversion", {0, -41},
+        "password conversion", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
         [&] {
             return object_->encryptWithPasswordHWKey(in, in, in, converted, in, in, tag, rot,
                                                      PW_ENCRYPT_TYPE_TO_KEY);
@@ -303,7 +305,7 @@ TEST_F(MemoryFault, PasswordConversionAndAttestation) {
         verify);
     hidl_vec<uint8_t> csr;
     forEachAllocation(
-        "signing request", {0, -41},
+        "signing request", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
         [&] {
             csr = {};
             return object_->generateCSR(attestationKey(), {}, csr);
@@ -328,7 +330,7 @@ TEST_F(MemoryFault, ChainValidation) {
         const int status = ZelKeymasterOperation::validateAttestChain(chain, false);
         failed = test::stopFailing();
         const std::vector<std::string> lines = test::errors();
-        EXPECT_EQ(-30, status) << nth;
+        EXPECT_EQ(ZELKM_VERIFICATION_FAILED, status) << nth;
         ASSERT_FALSE(lines.empty()) << nth;
         const bool path = lines.back() == "E object: verify_cert_chain fail";
         said.insert(lines[0].substr(0, lines[0].find(" fail ")) + (path ? ", in the path" : ""));

@@ -55,7 +55,7 @@ TEST_F(OpenEnds, ObjectKeepsTheRefusedImageForOneMoreQuery) {
 TEST_F(OpenEnds, RefusedEncryptionRollsAGoodFileBackAndTheNextWriteReplacesIt) {
     test::ObjectPeer(*other_).setImage(files_[kStore]);
     faulty_.plan(Call::kFinish, 2, Fault::error(ErrorCode::VERIFICATION_FAILED));
-    EXPECT_EQ(-30, insertAlias(*other_, "c"));
+    EXPECT_EQ(ZELKM_VERIFICATION_FAILED, insertAlias(*other_, "c"));
     EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
     EXPECT_EQ(0, insertAlias(*other_, "d"));
     EXPECT_EQ("a b d ", readAliases(*other_));
@@ -94,7 +94,7 @@ TEST_F(OpenEnds, ConditionEndsAtAnAndInItsValue) {
     std::string value = "x AND CREATOR=creator";
     EXPECT_EQ(0, insertAlias(*object_, value));
     SODOperationParam p;
-    EXPECT_EQ(-911, object_->SodDelete(p.addAliasInWhere(value)));
+    EXPECT_EQ(ZELKM_SYNTAX_ERROR, object_->SodDelete(p.addAliasInWhere(value)));
 }
 
 TEST_F(OpenEnds, CarelessConditionsReachEveryObject) {
@@ -130,9 +130,10 @@ TEST_F(OpenEnds, FailedKeyUpgradeNeedsARestart) {
     {
         test::FileFaults faults;
         faults.fail("open edbk.tmp", ENOSPC);
-        EXPECT_EQ(-1000, insertAlias(*object_, "c"));
+        EXPECT_EQ(ZELKM_UNKNOWN_ERROR, insertAlias(*object_, "c"));
     }
-    EXPECT_EQ(-62, insertAlias(*object_, "c"));  // the old key, and nothing upgrades it
+    EXPECT_EQ(ZELKM_KEY_REQUIRES_UPGRADE,
+              insertAlias(*object_, "c"));  // the old key, and nothing upgrades it
     reopen();
     EXPECT_EQ("a b ", readAliases(*object_));
 }
@@ -143,7 +144,7 @@ TEST_F(OpenEnds, KeyUpgradeThatFailsBetweenTheRenamesLosesTheKey) {
     {
         test::FileFaults faults;
         faults.fail("rename edbk.tmp edbk", EIO);
-        EXPECT_EQ(-1000, insertAlias(*object_, "c"));
+        EXPECT_EQ(ZELKM_UNKNOWN_ERROR, insertAlias(*object_, "c"));
     }
     for (const char* name : {"edbk", "edbk.bak", "edbk.tmp"}) {
         EXPECT_NE(files_["edbk"], test::readFile(name).value_or(Bytes())) << name;

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <hardware/keymaster_defs.h>
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <cstdint>
@@ -60,23 +61,59 @@ inline KeyParameter bytesParameter(Tag tag, const Bytes& bytes) {
     return param;
 }
 
-// "tag=value" in hexadecimal, for readable comparisons.
+inline std::string hexadecimal(uint64_t value) {
+    char text[24];
+    std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
+    return text;
+}
+
+// The names of the tags that tests look at, by their numbers; others stay numbers.
+inline std::string nameOf(Tag tag) {
+    static const std::map<uint32_t, const char*> names = {{0x10000002, "ALGORITHM"},
+                                                          {0x100002be, "ORIGIN"},
+                                                          {0x20000001, "PURPOSE"},
+                                                          {0x20000004, "BLOCK_MODE"},
+                                                          {0x20000006, "PADDING"},
+                                                          {0x30000003, "KEY_SIZE"},
+                                                          {0x30000008, "MIN_MAC_LENGTH"},
+                                                          {0x300002c1, "OS_VERSION"},
+                                                          {0x300002c2, "OS_PATCHLEVEL"},
+                                                          {0x300003eb, "MAC_LENGTH"},
+                                                          {0x600002bd, "CREATION_DATETIME"},
+                                                          {0x70000899, "GENERATE_CSR"},
+                                                          {0x900002c4, "CHALLENGE"},
+                                                          {0x900003e8, "ASSOCIATED_DATA"},
+                                                          {0x900003e9, "NONCE"},
+                                                          {0x90000907, "IN_1"},
+                                                          {0x90000908, "IN_2"},
+                                                          {0x90000909, "IN_3"},
+                                                          {0x9000090a, "IN_4"},
+                                                          {0x9000090b, "ENCRYPTED_KEY"},
+                                                          {0x9000090c, "KEY"},
+                                                          {0x9000090d, "TAG"}};
+    const auto found = names.find(static_cast<uint32_t>(tag));
+    return found != names.end() ? found->second : hexadecimal(static_cast<uint32_t>(tag));
+}
+
+inline std::string nameOf(KeyPurpose purpose) {
+    static const std::map<int, const char*> names = {
+        {0, "ENCRYPT"}, {1, "DECRYPT"}, {101, "TO_KEY"}, {102, "TO_ENCRYPTED_KEY"}};
+    const auto found = names.find(static_cast<int>(purpose));
+    return found != names.end() ? found->second : std::to_string(static_cast<int>(purpose));
+}
+
+// "TAG=value", for readable comparisons.
 inline std::string described(const KeyParameter& param) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%x=", static_cast<unsigned>(param.tag));
-    std::string result = text;
+    const std::string name = nameOf(param.tag) + "=";
     const uint32_t type = static_cast<uint32_t>(param.tag) >> 28;
     if (type == 7) {
-        return result + (param.f.boolValue ? "true" : "false");
+        return name + (param.f.boolValue ? "true" : "false");
     }
-    if (type != 8 && type != 9) {
-        const bool wide = type == 5 || type == 6 || type == 10;
-        std::snprintf(text, sizeof(text), "%llx",
-                      wide ? static_cast<unsigned long long>(param.f.longInteger)
-                           : static_cast<unsigned long long>(param.f.integer));
-        return result + text;
+    if (type == 8 || type == 9) {
+        return name + std::string(param.blob.begin(), param.blob.end());
     }
-    return result + std::string(param.blob.begin(), param.blob.end());
+    const bool wide = type == 5 || type == 6 || type == 10;
+    return name + hexadecimal(wide ? param.f.longInteger : param.f.integer);
 }
 
 inline std::string described(const hidl_vec<KeyParameter>& params) {
@@ -100,8 +137,8 @@ class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     std::map<std::string, std::vector<Answer>> answers;
 
     // What was asked: the name, then purpose or handle, key, parameters and input as far as the
-    // call has them, e.g. "begin 0 key [20000004=20]", "update 77 [] input". What should be empty
-    // and is not shows as "!".
+    // call has them, e.g. "begin ENCRYPT key [BLOCK_MODE=0x20]", "update 0x77 [] input". What
+    // should be empty and is not shows as "!".
     std::vector<std::string> calls;
     std::set<const uint8_t*> seen;  // where keys and the bytes of parameters lay
 
@@ -126,17 +163,15 @@ class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     }
     Return<void> begin(KeyPurpose purpose, const Blob& blob, const Params& params,
                        const AuthToken& token, begin_cb cb) override {
-        return reply(
-            "begin",
-            " " + std::to_string(int(purpose)) + key(blob) + " " + list(params) + empty(token),
-            [&](const Answer& a) { cb(ErrorCode(a.error), a.params, a.handle); });
+        return reply("begin", " " + nameOf(purpose) + key(blob) + " " + list(params) + empty(token),
+                     [&](const Answer& a) { cb(ErrorCode(a.error), a.params, a.handle); });
     }
     Return<void> update(uint64_t handle, const Params& params, const Blob& input,
                         const AuthToken& token, const VerificationToken& verification,
                         update_cb cb) override {
         return reply(
             "update",
-            " " + std::to_string(handle) + " " + list(params) + " " +
+            " " + hexadecimal(handle) + " " + list(params) + " " +
                 std::string(input.begin(), input.end()) + empty(token) + empty(verification),
             [&](const Answer& a) { cb(ErrorCode(a.error), a.consumed, Params(), a.output); });
     }
@@ -144,7 +179,7 @@ class FakeKeymaster : public soft_keymaster::SoftKeymaster {
                         const Blob& signature, const AuthToken& token,
                         const VerificationToken& verification, finish_cb cb) override {
         return reply("finish",
-                     " " + std::to_string(handle) + " " + list(params) + empty(input) +
+                     " " + hexadecimal(handle) + " " + list(params) + empty(input) +
                          empty(signature) + empty(token) + empty(verification),
                      [&](const Answer& a) { cb(ErrorCode(a.error), Params(), a.output); });
     }
@@ -170,7 +205,7 @@ class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     Return<void> reply(const std::string& name, const std::string& arguments, Callback callback) {
         calls.push_back(name + arguments);
         std::vector<Answer>& script = answers[name];
-        const Answer answer = script.empty() ? refused(-100) : script.front();
+        const Answer answer = script.empty() ? refused(KM_ERROR_UNIMPLEMENTED) : script.front();
         if (script.size() > 1) {
             script.erase(script.begin());
         }

@@ -73,7 +73,8 @@ inline void forgetTable() {
     ZelKeymasterOperation object(nullptr, true);
     const keymaster_blob_t nothing = {};
     keymaster_blob_t out = {};
-    ASSERT_EQ(-38, object.queryInternal(nullptr, nullptr, nullptr, nullptr, &nothing, &out));
+    ASSERT_EQ(ZELKM_INVALID_ARGUMENT,
+              object.queryInternal(nullptr, nullptr, nullptr, nullptr, &nothing, &out));
     clearLog();
 }
 

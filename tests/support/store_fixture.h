@@ -76,7 +76,8 @@ class StoreFixture : public InTempDir {
         peer.setImage(readFile(kStore).value_or(Bytes()));
         peer.setKeyBlob({});
         keymaster_blob_t out = {};
-        EXPECT_EQ(-38, object_->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out));
+        EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
+                  object_->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out));
         clearLog();
     }
 
