@@ -5,13 +5,13 @@
 // test writes in a child of its own.
 
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
 #include <sstream>
 #include <thread>
 
+#include "child.h"
 #include "operation_peer.h"
 #include "platform_log.h"
 #include "velt_secure_db.h"
@@ -26,14 +26,7 @@ constexpr char kErrorFile[] = "zelko_err.txt";
 class ErrorFile : public test::InTempDir {
   protected:
     static void inChild(const std::function<void()>& action) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            action();
-            _exit(HasFailure() ? 1 : 0);
-        }
-        int status = 0;
-        ASSERT_EQ(child, ::waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        EXPECT_EQ(0, test::runInChild([&] { return action(), HasFailure() ? 1 : 0; }).status);
     }
     static void construct() { ZelKeymasterOperation object(nullptr, false); }
 

@@ -5,9 +5,9 @@
 
 #include "../tools/zelkm/log_reader.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "child.h"
 #include "temp_dir.h"
 #include "zelkeymaster_operation.h"
 
@@ -176,24 +176,21 @@ TEST(LogReader, ReadsWhatAProcessWithTwoObjectsWrote) {
     class Folder : public test::InTempDir {
         void TestBody() override {}
     } folder;
-    const pid_t child = ::fork();
-    if (child == 0) {
+    const test::Ended child = test::runInChild([] {
         const ZelKeymasterOperation first(nullptr, false);
         const ZelKeymasterOperation second(nullptr, false);
         uint8_t* data = nullptr;
         uint32_t len = 0;
         bool done = ZelKeymasterOperation::load_data("a\nb", &data, &len) == ZELKM_OK;
         done &= ZelKeymasterOperation::validateAttestChain({}, true) == ZELKM_VERIFICATION_FAILED;
-        ::_exit(done ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
+        return done ? 0 : 1;
+    });
+    ASSERT_EQ(child.status, 0);
     const auto content = test::readFile("zelko_err.txt").value_or(test::Bytes());
     const Log log = read({content.begin(), content.end()});
     EXPECT_EQ(idsOf(log), "no-file*2 chain-too-short*2");
     EXPECT_EQ(log.foreign.count, 2u);  // of a name that no line can hold
-    EXPECT_EQ(log.events.back().thread, std::to_string(child));
+    EXPECT_EQ(log.events.back().thread, std::to_string(child.pid));
 }
 
 // With quadratic time in any of these the test would not end.

@@ -10,7 +10,6 @@
 // engine's table is the process's.
 
 #include <soft_keymaster/soft_keymaster.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +20,7 @@
 #include <memory>
 #include <set>
 
+#include "child.h"
 #include "file_calls.h"
 #include "operation_peer.h"
 
@@ -257,13 +257,12 @@ int inChild(const fs::path& directory, const std::function<std::string()>& actio
     if (::pipe(ends) != 0) {
         return -1;
     }
-    const pid_t child = ::fork();
-    if (child == 0) {
+    const test::Ended child = test::runInChild([&] {
         fs::current_path(directory);
         const std::string text = action();
         const bool sent = ::write(ends[1], text.data(), text.size()) == ssize_t(text.size());
-        _exit(sent ? kFinished : 1);
-    }
+        return sent ? kFinished : 1;
+    });
     ::close(ends[1]);
     char buffer[4096];
     ssize_t count = 0;
@@ -273,9 +272,7 @@ int inChild(const fs::path& directory, const std::function<std::string()>& actio
         }
     }
     ::close(ends[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return child.status;
 }
 
 std::string joined(const std::vector<std::string>& items) {

@@ -6,11 +6,11 @@
 #pragma once
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
+#include "child.h"
 #include "temp_dir.h"
 
 namespace test {
@@ -53,17 +53,14 @@ class ZelkmTool : public InTempDir {
             args.pop_back();
         }
         write("stdin", input);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::dup2(::open("stdin", O_RDONLY), 0);
-            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-            ::alarm(120);  // whatever hangs ends
-            exec(args);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text("stdout"), text("stderr")};
+        const int status = runInChild([&]() -> int {
+                               ::dup2(::open("stdin", O_RDONLY), 0);
+                               ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+                               ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+                               ::alarm(120);  // whatever hangs ends
+                               exec(args);
+                           }).status;
+        return {status, text("stdout"), text("stderr")};
     }
 
     // Runs it and expects success.
