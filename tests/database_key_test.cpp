@@ -9,6 +9,7 @@
 #include "fake_keymaster.h"
 #include "file_faults.h"
 #include "operation_peer.h"
+#include "results.h"
 
 namespace {
 
@@ -103,7 +104,7 @@ TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
         km.answers["generateKey"] = {c.answer};
         test::FileFaults faults;
         faults.fail(c.full, ENOSPC);
-        EXPECT_EQ(c.result, object->init_db_key(1));
+        EXPECT_EQ(named(c.result), named(object->init_db_key(1)));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ("", cached());
         EXPECT_EQ(nullptr, peer.keyBlobData());
@@ -162,7 +163,7 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
         faults.fail(c.full, ENOSPC);
         uint8_t* blob = static_cast<uint8_t*>(std::malloc(6));
         std::memcpy(blob, "loaded", 6);
-        EXPECT_EQ(c.result, object->setLoadedDBKey(blob, 6));
+        EXPECT_EQ(named(c.result), named(object->setLoadedDBKey(blob, 6)));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.cached, cached());
         EXPECT_EQ(c.cached == "loaded", peer.keyBlobData() == blob);

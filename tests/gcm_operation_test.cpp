@@ -9,6 +9,7 @@
 #include "fake_keymaster.h"
 #include "file_faults.h"
 #include "operation_peer.h"
+#include "results.h"
 #include "wiped_memory.h"
 #include "zelkeymaster_operation_internal.h"
 
@@ -207,7 +208,7 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         km.calls.clear();
         test::clearLog();
         cipher = bytes("ciphr");
-        EXPECT_EQ(c.result, encrypt());
+        EXPECT_EQ(named(c.result), named(encrypt()));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(0u, km.calls.back().find(c.script.begin()->first));  // nothing follows
         EXPECT_EQ(bytes(c.cipher), cipher);

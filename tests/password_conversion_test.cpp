@@ -6,6 +6,7 @@
 
 #include "fake_keymaster.h"
 #include "operation_peer.h"
+#include "results.h"
 #include "wiped_memory.h"
 
 namespace {
@@ -134,7 +135,7 @@ TEST_F(Password, EachAnswer) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         start(c.params, c.error);
-        EXPECT_EQ(c.result, convert(c.type));
+        EXPECT_EQ(named(c.result), named(convert(c.type)));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.converted, text(converted));
         EXPECT_EQ(c.tag, text(tag));

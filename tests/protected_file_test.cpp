@@ -11,6 +11,7 @@
 
 #include "file_faults.h"
 #include "operation_peer.h"
+#include "results.h"
 
 namespace {
 
@@ -201,7 +202,7 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
             faults.answer(call, result, error);
         }
         errno = EAGAIN;  // of an earlier call
-        EXPECT_EQ(c.result, update("f", "new"));
+        EXPECT_EQ(named(c.result), named(update("f", "new")));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.current, contentOf("f"));
         EXPECT_EQ(c.backup, contentOf("f.bak"));
@@ -319,7 +320,7 @@ TEST_F(ProtectedFile, RestoresTheBackup) {
         if (!c.call.empty()) {
             faults.fail(c.call, c.error);
         }
-        EXPECT_EQ(c.result, ZelKeymasterOperation::restoreBackupDB());
+        EXPECT_EQ(named(c.result), named(ZelKeymasterOperation::restoreBackupDB()));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.restored, contentOf(store));
     }

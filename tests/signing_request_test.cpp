@@ -5,6 +5,7 @@
 
 #include "fake_keymaster.h"
 #include "operation_peer.h"
+#include "results.h"
 
 namespace {
 
@@ -88,7 +89,7 @@ TEST_F(SigningRequest, EachAnswer) {
         km.answers["attestKey"] = {{c.delivery, c.error, {}, {}, 0, 0, c.chain}};
         csr = bytes("before");
         test::clearLog();
-        EXPECT_EQ(c.result, object->generateCSR(key, {}, csr));
+        EXPECT_EQ(named(c.result), named(object->generateCSR(key, {}, csr)));
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(bytes(c.csr), Bytes(csr));
     }
