@@ -39,7 +39,9 @@ int run(int argc, char** argv) {
         bench::ageHeap();
     }
     // Root key, database key and error file are there before anything is measured.
-    { bench::ObjectStore first(bench::Sample(1)); }
+    {
+        bench::ObjectStore first(bench::Sample(1));
+    }
 
     bench::registerEngineBenchmarks();
     bench::registerObjectBenchmarks();

@@ -86,7 +86,9 @@ struct BlockCost {
 };
 
 void probe(size_t rows) {
-    { const ObjectStore warm(Sample(1), kSmallUpdate); }  // code and libraries become resident
+    {
+        const ObjectStore warm(Sample(1), kSmallUpdate);
+    }  // code and libraries become resident
     writeStore(rows);
     BareKeymaster keymaster(kSmallUpdate);
     const Sample one(1);

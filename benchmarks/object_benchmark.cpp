@@ -375,8 +375,7 @@ void addWalk(const char* subject, std::function<void(State&)> run, Walk walk) {
 }
 
 void addRetrieve(const char* subject, Retrieve call, Walk walk) {
-    addWalk(
-        subject, [=](State& state) { retrieve(state, call, walk); }, walk);
+    addWalk(subject, [=](State& state) { retrieve(state, call, walk); }, walk);
 }
 
 }  // namespace

@@ -294,9 +294,7 @@ TEST_F(ZelkmDoctor, JudgesWithAndWithoutTheKey) {
          {1, "answer-lost", "app::p\n"},
          {1, "answer-lost", "app::p\n"}},
         {"plaintext without six values",
-         [&] {
-             put({{"secure_objects.db", plainStore("a\x1e\n", 1)}});
-         },
+         [&] { put({{"secure_objects.db", plainStore("a\x1e\n", 1)}}); },
          {1, "store-malformed", ""},
          {1, "store-malformed", ""}},
 

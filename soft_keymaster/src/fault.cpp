@@ -40,7 +40,7 @@ constexpr const char* kCallNames[] = {
 constexpr size_t kTransportLimit = (1 << 20) - 2 * 4096;
 
 template <typename Value>
-NamedFault deviation(const char* name, const char* what, Value Deviation::*member,
+NamedFault deviation(const char* name, const char* what, Value Deviation::* member,
                      std::common_type_t<Value> value) {
     Deviation deviation;
     deviation.*member = value;

@@ -125,29 +125,17 @@ const Change kChanges[] = {
     signedChange("no_basic_constraints", removeExtensions),
     signedChange("not_a_ca", [](X509* x) { Certificate::setBasicConstraints(x, false); }),
     signedChange("unknown_extension",
-                 [](X509* x) {
-                     addExtension(x, "1.3.6.1.4.1.99999.1", false, {5, 0});
-                 }),
+                 [](X509* x) { addExtension(x, "1.3.6.1.4.1.99999.1", false, {5, 0}); }),
     signedChange("unknown_critical_extension",
-                 [](X509* x) {
-                     addExtension(x, "1.3.6.1.4.1.99999.1", true, {5, 0});
-                 }),
+                 [](X509* x) { addExtension(x, "1.3.6.1.4.1.99999.1", true, {5, 0}); }),
     signedChange("no_certificate_signing",
-                 [](X509* x) {
-                     addExtension(x, "2.5.29.15", true, {3, 2, 7, 0x80});
-                 }),
+                 [](X509* x) { addExtension(x, "2.5.29.15", true, {3, 2, 7, 0x80}); }),
     signedChange("extension_twice",
-                 [](X509* x) {
-                     addExtension(x, "2.5.29.19", true, {0x30, 3, 1, 1, 0xFF});
-                 }),
+                 [](X509* x) { addExtension(x, "2.5.29.19", true, {0x30, 3, 1, 1, 0xFF}); }),
     signedChange("malformed_key_usage",
-                 [](X509* x) {
-                     addExtension(x, "2.5.29.15", false, {4, 1, 0});
-                 }),
+                 [](X509* x) { addExtension(x, "2.5.29.15", false, {4, 1, 0}); }),
     signedChange("foreign_authority_key_id",
-                 [](X509* x) {
-                     addExtension(x, "2.5.29.35", false, {0x30, 3, 0x80, 1, 7});
-                 }),
+                 [](X509* x) { addExtension(x, "2.5.29.35", false, {0x30, 3, 0x80, 1, 7}); }),
     signedChange("negative_serial",
                  [](X509* x) { ASN1_INTEGER_set(X509_get_serialNumber(x), -5); }),
     signedChange("generalized_time_before_2050",
