@@ -98,7 +98,7 @@ Caller::~Caller() {
 }
 
 template <typename Make>
-Answer Caller::make(const char* name, std::string arguments, Make make_call) {
+Answer Caller::make(const char* name, const std::string& arguments, Make make_call) {
     const auto pending = std::make_shared<Pending>();
     pending->name = name;
     pending->watch = watch_;
@@ -146,7 +146,7 @@ void Caller::timed(const char* name, steady_clock::time_point started) {
 }
 
 Answer Caller::generateKey(const Params& params) {
-    const Answer answer = make("generateKey", inWords(params), [&](auto callback) {
+    const Answer answer = make("generateKey", inWords(params), [&](const auto& callback) {
         return keymaster_.generateKey(params, callback);
     });
     if (answer.ok() && !answer.bytes.empty()) {
@@ -156,9 +156,11 @@ Answer Caller::generateKey(const Params& params) {
 }
 
 Answer Caller::importKey(const Params& params, const Bytes& key) {
-    const Answer answer = make(
-        "importKey", inWords(params) + ", RAW, " + inWords(key.data(), key.size()),
-        [&](auto callback) { return keymaster_.importKey(params, KeyFormat::RAW, key, callback); });
+    const Answer answer =
+        make("importKey", inWords(params) + ", RAW, " + inWords(key.data(), key.size()),
+             [&](const auto& callback) {
+                 return keymaster_.importKey(params, KeyFormat::RAW, key, callback);
+             });
     if (answer.ok() && !answer.bytes.empty()) {
         keys_.push_back(answer.bytes);
     }
@@ -166,26 +168,26 @@ Answer Caller::importKey(const Params& params, const Bytes& key) {
 }
 
 Answer Caller::exportKey(const Bytes& blob) {
-    return make("exportKey", "X509, " + blobInWords(blob), [&](auto callback) {
+    return make("exportKey", "X509, " + blobInWords(blob), [&](const auto& callback) {
         return keymaster_.exportKey(KeyFormat::X509, blob, {}, {}, callback);
     });
 }
 
 Answer Caller::getKeyCharacteristics(const Bytes& blob) {
-    return make("getKeyCharacteristics", blobInWords(blob), [&](auto callback) {
+    return make("getKeyCharacteristics", blobInWords(blob), [&](const auto& callback) {
         return keymaster_.getKeyCharacteristics(blob, {}, {}, callback);
     });
 }
 
 Answer Caller::attestKey(const Bytes& blob, const Params& params) {
     return make("attestKey", blobInWords(blob) + ", " + inWords(params),
-                [&](auto callback) { return keymaster_.attestKey(blob, params, callback); });
+                [&](const auto& callback) { return keymaster_.attestKey(blob, params, callback); });
 }
 
 Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params) {
     const Answer answer =
         make("begin", purposeInWords(purpose) + ", " + blobInWords(blob) + ", " + inWords(params),
-             [&](auto callback) {
+             [&](const auto& callback) {
                  return keymaster_.begin(purpose, blob, params, HardwareAuthToken(), callback);
              });
     if (answer.ok()) {
@@ -197,14 +199,14 @@ Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params
 Answer Caller::update(uint64_t handle, const Params& params, const uint8_t* input, size_t size) {
     hidl_vec<uint8_t> view;
     view.setToExternal(const_cast<uint8_t*>(input), size);  // which the keymaster only reads
-    return make("update", inWords(params) + ", " + inWords(input, size), [&](auto callback) {
+    return make("update", inWords(params) + ", " + inWords(input, size), [&](const auto& callback) {
         return keymaster_.update(handle, params, view, HardwareAuthToken(), VerificationToken(),
                                  callback);
     });
 }
 
 Answer Caller::finish(uint64_t handle) {
-    const Answer answer = make("finish", "", [&](auto callback) {
+    const Answer answer = make("finish", "", [&](const auto& callback) {
         return keymaster_.finish(handle, {}, {}, {}, HardwareAuthToken(), VerificationToken(),
                                  callback);
     });

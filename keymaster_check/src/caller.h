@@ -94,7 +94,7 @@ class Caller {
     };
 
     template <typename Make>
-    Answer make(const char* name, std::string arguments, Make make_call);
+    Answer make(const char* name, const std::string& arguments, Make make_call);
     void timed(const char* name, std::chrono::steady_clock::time_point started);
     static std::string joined(const std::vector<Call>& calls, std::string Call::* text);
 

@@ -83,6 +83,7 @@ Outcome notTried(const std::string& reason) {
 std::vector<Finding> checkKeymaster(Keymaster& keymaster, const Options& options) {
     const std::vector<Requirement>& all = requirements();
     Caller caller(keymaster);
+    // NOLINTNEXTLINE(misc-const-correctness): the checks that kChecks holds write to it
     Context context = {keymaster, options, caller};
     std::vector<Finding> findings;
     for (const Requirement& requirement : all) {

@@ -21,8 +21,9 @@ Bytes readFile(const char* name) {
     Bytes content;
     if (std::FILE* const file = std::fopen(name, "rb")) {
         uint8_t chunk[4096];
-        size_t count = 0;
-        while ((count = std::fread(chunk, 1, sizeof(chunk), file)) != 0) {
+        size_t count = sizeof(chunk);
+        while (count == sizeof(chunk)) {
+            count = std::fread(chunk, 1, sizeof(chunk), file);
             content.insert(content.end(), chunk, chunk + count);
         }
         std::fclose(file);

@@ -27,29 +27,23 @@ AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
 
 // An absent, a repeated and an unknown value count as not given.
 BlockMode blockModeOf(const Params& params) {
-    const auto mode =
-        static_cast<BlockMode>(findSingleInteger(params, Tag::BLOCK_MODE).value_or(0));
-    switch (mode) {
-        case BlockMode::ECB:
-        case BlockMode::CBC:
-        case BlockMode::CTR:
-        case BlockMode::GCM:
+    const auto given = findSingleInteger(params, Tag::BLOCK_MODE);
+    for (const auto mode : {BlockMode::ECB, BlockMode::CBC, BlockMode::CTR, BlockMode::GCM}) {
+        if (given == static_cast<uint32_t>(mode)) {
             return mode;
+        }
     }
     throw KeymasterError{ErrorCode::UNSUPPORTED_BLOCK_MODE};
 }
 
 PaddingMode paddingOf(const Params& params) {
-    const auto padding =
-        static_cast<PaddingMode>(findSingleInteger(params, Tag::PADDING).value_or(0));
-    switch (padding) {
-        case PaddingMode::NONE:
-        case PaddingMode::RSA_OAEP:
-        case PaddingMode::RSA_PSS:
-        case PaddingMode::RSA_PKCS1_1_5_ENCRYPT:
-        case PaddingMode::RSA_PKCS1_1_5_SIGN:
-        case PaddingMode::PKCS7:
+    const auto given = findSingleInteger(params, Tag::PADDING);
+    for (const auto padding : {PaddingMode::NONE, PaddingMode::RSA_OAEP, PaddingMode::RSA_PSS,
+                               PaddingMode::RSA_PKCS1_1_5_ENCRYPT, PaddingMode::RSA_PKCS1_1_5_SIGN,
+                               PaddingMode::PKCS7}) {
+        if (given == static_cast<uint32_t>(padding)) {
             return padding;
+        }
     }
     throw KeymasterError{ErrorCode::UNSUPPORTED_PADDING_MODE};
 }

@@ -21,7 +21,8 @@ bool isDigit(char c) {
 bool takeBound(std::string_view* text, uint32_t* bound) {
     const size_t len =
         static_cast<size_t>(std::find_if_not(text->begin(), text->end(), isDigit) - text->begin());
-    const auto parsed = std::from_chars(text->data(), text->data() + len, *bound);
+    const std::string_view digits = text->substr(0, len);
+    const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), *bound);
     text->remove_prefix(len);
     return len == 0 || parsed.ec == std::errc();
 }

@@ -12,7 +12,7 @@ namespace zelkm_tool {
 std::string hex(std::string_view bytes) {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (char byte : bytes) {
+    for (const char byte : bytes) {
         const auto value = static_cast<unsigned char>(byte);
         text += kDigits[value >> 4];
         text += kDigits[value & 15];

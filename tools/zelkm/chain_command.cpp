@@ -136,7 +136,7 @@ void verifyChain(const VerifyChainOptions& options) {
     }
     const int result = ZelKeymasterOperation::validateAttestChain(ders, !options.separate_first);
     if (result != ZELKM_OK) {
-        std::string reason = whyRefused(chain, options.separate_first);
+        const std::string reason = whyRefused(chain, options.separate_first);
         ERR_clear_error();
         throw Refused((reason.empty() ? "chain refused" : reason) +
                       "\nzelkm: " + resultText(result));

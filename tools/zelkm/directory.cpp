@@ -73,8 +73,9 @@ struct stat Directory::status() const {
 }
 
 std::vector<std::string> Directory::names() const {
+    const int read_from = ::openat(fd(), ".", kDirectoryFlags);
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(
-        ::fdopendir(::openat(fd(), ".", kDirectoryFlags)), ::closedir);
+        read_from < 0 ? nullptr : ::fdopendir(read_from), ::closedir);
     if (entries == nullptr) {
         refuse("directory " + path_);
     }

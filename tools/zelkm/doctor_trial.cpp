@@ -8,9 +8,7 @@
 #include <android/log.h>
 #include <velt_secure_db.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -20,7 +18,6 @@
 namespace zelkm_tool {
 namespace {
 
-using android::hardware::hidl_vec;
 using namespace android::hardware::keymaster::V4_0;
 
 constexpr uint32_t kTagBits = 128;
@@ -121,8 +118,7 @@ int StoreTrials::open(const std::string& store, const std::string& key) {
                      unsigned char*, unsigned char*, unsigned char*, unsigned) {
             const auto* with = static_cast<Context*>(ctx);
             const Decryption decryption = with->trials->decrypt(with->store, with->key);
-            std::memcpy(plain, decryption.payload.data(),
-                        std::min<size_t>(len, decryption.payload.size()));
+            decryption.payload.copy(reinterpret_cast<char*>(plain), len);
             return decryption.status;
         });
     constexpr std::string_view kSelect = "SELECT (ALIAS)";

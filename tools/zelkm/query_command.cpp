@@ -85,7 +85,7 @@ void runCommand(Session& session, const Command& command) {
     }
     check(operation.update_db_file(answer.data, static_cast<uint32_t>(answer.data_length)),
           kStoreFile);
-    (void)answer_owner.release();
+    static_cast<void>(answer_owner.release());
     std::cout << "new store of " << answer.data_length << " bytes\n";
 }
 

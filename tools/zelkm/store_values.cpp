@@ -54,7 +54,7 @@ bool isName(std::string_view text) {
 
 std::string allColumns() {
     std::string text;
-    for (std::string_view name : kColumnNames) {
+    for (const std::string_view name : kColumnNames) {
         text += text.empty() ? "" : ", ";
         text += name;
     }
@@ -262,7 +262,7 @@ std::string escape(std::string_view bytes) {
             text += piece;
             continue;
         }
-        for (char byte : piece) {
+        for (const char byte : piece) {
             text += "\\x" + hex({&byte, 1});
         }
     }

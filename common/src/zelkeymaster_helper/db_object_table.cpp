@@ -163,11 +163,11 @@ bool ObjectTable::narrow(const ConditionSet& conditions, Filter* filter) {
         const Condition& condition = conditions.conditions[i];
         const Subject& subject = condition.subject;
         if (condition.column == kAliasColumn && !subject.any && indexAliases()) {
-            *filter = {alias_hashes_.data(), nullptr, hashOf(subject.data, subject.len)};
+            *filter = {alias_hashes_.data(), nullptr, false, hashOf(subject.data, subject.len)};
             return true;
         }
         if (condition.column == kAccessorColumn && subject.isNumber() && indexAccessors()) {
-            *filter = {nullptr, accessor_ranges_.data(), subject.number};
+            *filter = {nullptr, accessor_ranges_.data(), true, subject.number};
             return true;
         }
     }

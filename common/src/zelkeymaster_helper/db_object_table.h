@@ -65,14 +65,15 @@ class ObjectTable {
 
   private:
     // The indexed rows that alone can satisfy conditions: those with an alias of this hash or,
-    // where `ranges` is set, with this number among their accessors.
+    // where `by_accessor` is set, with this number among their accessors.
     struct Filter {
         const uint32_t* hashes;
         const NumberRange* ranges;
+        bool by_accessor;
         uint32_t key;
 
         bool admits(size_t i) const {
-            return ranges != nullptr ? ranges[i].contains(key) : hashes[i] == key;
+            return by_accessor ? ranges[i].contains(key) : hashes[i] == key;
         }
     };
 
