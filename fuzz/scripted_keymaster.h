@@ -92,7 +92,7 @@ class ScriptedKeymaster : public soft_keymaster::SoftKeymaster {
             consumed = std::min(consumed, size_t{input_->byte()});
         }
         std::vector<uint8_t>& held = operation_.held;
-        held.insert(held.end(), input.begin(), input.begin() + consumed);
+        held.insert(held.end(), input.data(), input.data() + consumed);
         std::vector<uint8_t> output;
         const size_t kept = operation_.decrypt ? 16 : 0;  // the last bytes may be the tag
         while (held.size() > kept) {
