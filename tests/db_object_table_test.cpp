@@ -26,7 +26,7 @@ TEST_F(ObjectTable, FollowsAModelThroughChanges) {
     struct ModelRow {
         std::string alias, accessor;
     };
-    constexpr const char* kAccessors[] = {"[3..7]", "8,5", "x*,9", "*"};
+    constexpr const char* kAccessors[] = {"[3..7]", "8,5", "x*,9", "*", "[4..]"};
     std::mt19937 random(20261121);
     std::vector<ModelRow> rows;
     const auto meets = [](const ModelRow& row, const std::string& alias,
@@ -57,7 +57,7 @@ TEST_F(ObjectTable, FollowsAModelThroughChanges) {
             rows.erase(end, rows.end());
             ASSERT_EQ(expected, query("DELETE" + (action == 4 ? by_number : by_alias)));
         } else {
-            rows.push_back({alias, kAccessors[random() % 4]});
+            rows.push_back({alias, kAccessors[random() % 5]});
             ASSERT_EQ(0, query("INSERT (ACCESSOR,ALIAS) VALUE ('" + rows.back().accessor + "'," +
                                alias + ")"));
         }

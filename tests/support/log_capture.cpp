@@ -42,11 +42,14 @@ bool take(std::string* text, const std::string& prefix) {
 }
 
 std::string withoutAddresses(std::string text) {
+    unsigned long long before = 0;
     for (size_t at = 0; (at = text.find("0x", at)) != text.npos; at += 2) {
         const size_t end =
             std::min(text.find_first_not_of("0123456789abcdef", at + 2), text.size());
         if (end - at >= 8) {
-            text.replace(at, end - at, "ADDR");
+            const unsigned long long address = std::stoull(text.substr(at, end - at), nullptr, 16);
+            text.replace(at, end - at, address >= before ? "ADDR" : "LOWER");
+            before = address;
         }
     }
     return text;
