@@ -113,6 +113,7 @@ TEST_F(StoreFormat, ReadsNoMoreThanTheHeaderSays) {
         {with(two, 44, 1), "a^^^^^^\n"},
         {with(two, 44, 0), ""},
         {with(two, 44, 0).substr(0, 52), ""},
+        {two.substr(0, 52), rowEnd(0)},
         {with(two, 44, UINT32_MAX), rowEnd(0)},
         {with(two, 48, 0), "old^^^^^^\n"},  // no payload: the table stays
         {with(two, 48, UINT32_MAX), tooLong("-1, expected = 17")},
