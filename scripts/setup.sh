@@ -15,6 +15,7 @@ packages=(
     android-libboringssl-dev                      # the same with a device's libcrypto
     libcli11-dev nlohmann-json3-dev               # the tool
     libgtest-dev python3                          # the tests and their reports
+    file                                          # the Debian packages
     openssl xxd                                   # the demo
     "$@"
 )
