@@ -59,9 +59,16 @@ void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t l
 
 // ---- Between the table and its texts ------------------------------------------------------------
 
-// The table as a store blob, encrypted in place when there is a callback. A blob that cannot be
-// finished is wiped.
-int encodeStore(db_bytes_t* out) {
+// After a failed export the table is dropped, so that the next query starts from what is stored.
+int dropTable(int status) {
+    g_table.clear();
+    LOG_ERROR("export sdb fail, clear db to sync again");
+    return status;
+}
+
+// Exports the whole table after a change, as a store blob that is encrypted in place when there is
+// a callback. A blob that cannot be finished is wiped.
+int exportStore(db_bytes_t* out) {
     const size_t payload_len = g_table.payloadLen();
     const size_t len = kHeaderLen + payload_len;
     SecretBuffer blob;
@@ -70,7 +77,7 @@ int encodeStore(db_bytes_t* out) {
     }
     if (blob == nullptr) {
         LOG_ERROR("allocation failure for out");
-        return ZELKM_MEMORY_ALLOCATION_FAILED;
+        return dropTable(ZELKM_MEMORY_ALLOCATION_FAILED);
     }
     uint8_t* const header = blob.get();
     uint8_t* const payload = header + kHeaderLen;
@@ -85,22 +92,11 @@ int encodeStore(db_bytes_t* out) {
                                            static_cast<uint32_t>(payload_len), header + kIvOffset,
                                            header + kTagOffset, aad, sizeof(aad));
         if (status != ZELKM_OK) {
-            return status;
+            return dropTable(status);
         }
     }
     *out = {blob.release(), static_cast<uint32_t>(len)};
     return ZELKM_OK;
-}
-
-// Exports the whole table after a change. A table that cannot be exported is dropped, so that the
-// next query starts from what is stored.
-int exportStore(db_bytes_t* out) {
-    const int status = encodeStore(out);
-    if (status != ZELKM_OK) {
-        g_table.clear();
-        LOG_ERROR("export sdb fail, clear db to sync again");
-    }
-    return status;
 }
 
 // Exports the given columns of the rows that satisfy all conditions, as text without a header. One
