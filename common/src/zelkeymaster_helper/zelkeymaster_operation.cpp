@@ -111,6 +111,22 @@ struct KeyBlobAnswer {
     }
 };
 
+int upgradeKey(Keymaster* keymaster, const HidlBytes& stored, KeyBlobAnswer* answer) {
+    LOG_WARNING("Upgrade the db key");
+    const Return<void> upgraded = keymaster->upgradeKey(
+        stored, HidlParams(),
+        [answer](ErrorCode error, const HidlBytes& blob) { answer->take(error, blob); });
+    const int32_t transport = ConverHIDLErrorToKeymasterError(upgraded);
+    if (transport != ZELKM_OK) {
+        LOG_ERROR("error during upgradeKey hidl call : %d", transport);
+        return ZELKM_UNKNOWN_ERROR;
+    }
+    if (answer->error != ZELKM_OK) {
+        return answer->error;
+    }
+    return answer->len != 0 ? ZELKM_OK : ZELKM_UNKNOWN_ERROR;
+}
+
 // The answer of a password conversion, taken into the caller's vectors (borrowed).
 struct PasswordAnswer {
     PW_ENCRYPT_TYPE type;
@@ -752,7 +768,7 @@ int ZelKeymasterOperation::setLoadedDBKey(uint8_t* blob, uint32_t len) {
         [&error](ErrorCode answered, const KeyCharacteristics& /*characteristics*/) {
             error = static_cast<int32_t>(answered);
         });
-    int32_t transport = ConverHIDLErrorToKeymasterError(checked);
+    const int32_t transport = ConverHIDLErrorToKeymasterError(checked);
     if (transport != ZELKM_OK) {
         LOG_ERROR("error during getKeyCharacteristics hidl call : %d", transport);
         return ZELKM_UNKNOWN_ERROR;
@@ -767,21 +783,10 @@ int ZelKeymasterOperation::setLoadedDBKey(uint8_t* blob, uint32_t len) {
         return error;
     }
 
-    LOG_WARNING("Upgrade the db key");
     KeyBlobAnswer answer;
-    const Return<void> upgraded = mKeymaster->upgradeKey(
-        stored, HidlParams(),
-        [&answer](ErrorCode answered, const HidlBytes& bytes) { answer.take(answered, bytes); });
-    transport = ConverHIDLErrorToKeymasterError(upgraded);
-    if (transport != ZELKM_OK) {
-        LOG_ERROR("error during upgradeKey hidl call : %d", transport);
-        return ZELKM_UNKNOWN_ERROR;
-    }
-    if (answer.error != ZELKM_OK) {
-        return answer.error;
-    }
-    if (answer.len == 0) {
-        return ZELKM_UNKNOWN_ERROR;
+    const int upgraded = upgradeKey(mKeymaster, stored, &answer);
+    if (upgraded != ZELKM_OK) {
+        return upgraded;
     }
     LOG_WARNING("Upgrade the db key file");
     HidlBytes upgraded_blob = viewOf(answer.blob.get(), answer.len);
