@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // zelkeymaster_check: tells on a device whether its keymaster answers as the library needs it. On a
-// host the keymaster is the software keymaster.
+// host the check runs over the software keymaster.
 
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
@@ -54,7 +54,7 @@ bool parseSize(const char* text, size_t* size) {
     return true;
 }
 
-// False when an argument is not understood.
+// Fills `arguments`. False when an argument is not understood.
 bool parse(int argc, char** argv, Arguments* arguments) {
     for (int i = 1; i < argc; ++i) {
         const char* const argument = argv[i];

@@ -17,7 +17,8 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Takes a bound's digits off the text, if there are any. False when they do not fit 32 bits.
+// Takes the digits of a bound off the front of the text, if there are any. False when the number
+// does not fit 32 bits.
 bool takeBound(std::string_view* text, uint32_t* bound) {
     const size_t len =
         static_cast<size_t>(std::find_if_not(text->begin(), text->end(), isDigit) - text->begin());
@@ -33,7 +34,7 @@ bool take(std::string_view* text, std::string_view expected) {
     return there;
 }
 
-// Takes a range off the text, after its bracket.
+// Takes the rest of a range off the text; its "[" is gone already. Answers why it is no range.
 std::optional<std::string> takeRange(std::string_view* text) {
     uint32_t low = 0;
     uint32_t high = std::numeric_limits<uint32_t>::max();
@@ -55,7 +56,7 @@ std::optional<std::string> takeRange(std::string_view* text) {
 }  // namespace
 
 std::optional<std::string> whyNoMatch(std::string_view pattern) {
-    bool after_range = false;  // which takes all digits that there are
+    bool after_range = false;  // the item before was a range, which takes all digits that follow
     while (!pattern.empty()) {
         const char c = pattern.front();
         pattern.remove_prefix(1);

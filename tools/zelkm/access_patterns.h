@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Lists of names and of patterns, as the store compares them. The store takes any text for a
-// pattern; a text that is no pattern never matches.
+// pattern. A text that breaks the rules of patterns never matches.
 
 #pragma once
 
@@ -12,11 +12,12 @@
 
 namespace zelkm_tool {
 
-// Why no subject can ever match this item of ACCESSOR (but the question for everything, "*");
-// nothing when one can, or when the item is empty.
+// The reason why no subject can ever match this item of ACCESSOR. Nothing when a subject can, or
+// when the item is empty. The subject "*", which matches everything, does not count.
 std::optional<std::string> whyNoMatch(std::string_view pattern);
 
-// Why an item of a list in `column`, ADMIN or ACCESSOR, is not what it seems to be.
+// The reason why an item of a list in `column`, ADMIN or ACCESSOR, is probably a slip: it has a
+// blank at an end, or it never matches. Nothing when no item is.
 std::optional<std::string> whyNotAList(std::string_view column, std::string_view list);
 
 }  // namespace zelkm_tool

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Byte strings: hashed, shown, and as the byte vectors of the keymaster interface.
+// Byte strings: their hash, their form for people, and their conversion to and from the keymaster's
+// byte vectors.
 
 #pragma once
 
@@ -17,7 +18,7 @@ std::string hex(std::string_view bytes);
 
 std::string sha256(std::string_view bytes);
 
-// Both copy.
+// These two copy the bytes.
 inline android::hardware::hidl_vec<uint8_t> toVec(const std::string& bytes) {
     return android::hardware::hidl_vec<uint8_t>(bytes.begin(), bytes.end());
 }

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Validation of an attestation chain. See chain_command.h. The library decides; when it says no,
-// the same steps are gone through here again to find out where, for its answer is one code.
+// The library decides whether a chain is valid, and answers a refusal with one code. This file then
+// repeats the library's steps, to find the certificate that is at fault.
 
 #include "chain_command.h"
 
@@ -69,7 +69,7 @@ int acceptAnyDate(int ok, X509_STORE_CTX* context) {
     return error == X509_V_ERR_CERT_NOT_YET_VALID || error == X509_V_ERR_CERT_HAS_EXPIRED ? 1 : ok;
 }
 
-// Why the path that begins at `first` does not verify; empty when it does.
+// The reason why the path that begins at `first` does not verify; empty when it verifies.
 std::string whyPathRefused(const std::vector<Element>& chain, size_t first) {
     std::vector<X509Ptr> certificates;
     const StackPtr untrusted(sk_X509_new_null());

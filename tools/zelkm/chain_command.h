@@ -12,10 +12,10 @@ namespace zelkm_tool {
 
 struct VerifyChainOptions {
     std::vector<std::string> files;  // leaf first
-    bool separate_first = false;     // the first one is checked against the path's leaf only
+    bool separate_first = false;     // element 0 is checked against the path's leaf only
 };
 
-// Throws Refused with the reason in words and the certificate that it concerns.
+// Throws Refused. Its text names the reason and the certificate at fault.
 void verifyChain(const VerifyChainOptions& options);
 
 }  // namespace zelkm_tool

@@ -44,7 +44,7 @@ class ScratchDirectory {
 }  // namespace
 
 void checkKeymaster(const CheckOptions& options) {
-    // The damage that is made on purpose is logged, too. --verbose shows it.
+    // The check also logs the damage that it makes on purpose. --verbose shows it.
     if (__android_log_get_minimum_priority() == ANDROID_LOG_ERROR) {
         __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
     }

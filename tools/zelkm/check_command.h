@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The check of a keymaster: the tool's own, sound or with a fault.
+// The check of the tool's own keymaster, as it is or with a fault.
 
 #pragma once
 
@@ -16,8 +16,8 @@ struct CheckOptions {
     size_t largest_store = 1 << 20;  // bytes
 };
 
-// Checks a keymaster with a root key of its own, which is removed afterwards: no store is touched.
-// Throws Refused when something is broken.
+// Checks a keymaster with a root key of its own, which is removed afterwards. No store is touched.
+// Throws Refused when a requirement is broken.
 void checkKeymaster(const CheckOptions& options);
 
 }  // namespace zelkm_tool

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line of the keymaster's check. See command_line.h.
+// The command line of the keymaster's check; see command_line.h.
 
 #include <soft_keymaster/fault_keymaster.h>
 

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line: each function adds the commands of one kind to the program. What they are to do
-// is looked up in `session` when they run.
+// The command line. Each function adds the commands of one kind to the program. The commands read
+// the options from `session` when they run.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 namespace zelkm_tool {
 
 void defineStoreCommands(CLI::App& app, const SessionOptions& session);
-// `status` receives the exit status, if it is another one than 0.
+// `status` receives the exit status when that is not 0.
 void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* status);
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);
 void defineExplain(CLI::App& app);

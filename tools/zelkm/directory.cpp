@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A directory of files that are not trusted. See directory.h.
-
 #include "directory.h"
 
 #include <dirent.h>
@@ -108,7 +106,8 @@ std::optional<Descriptor> Directory::open(const std::string& name) const {
     }
     const std::string path = path_ + "/" + name;
     requireReadable(*entry, path);
-    // It may be another file by now: a FIFO would be waited for, a link be followed.
+    // The entry may have changed since look(). O_NONBLOCK keeps open() from waiting for a FIFO, and
+    // O_NOFOLLOW from following a link.
     Descriptor file(
         ::openat(fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat opened = {};

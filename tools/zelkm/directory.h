@@ -1,9 +1,10 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A directory whose files somebody else may have put there, and may be changing. It is held open,
-// and its files are reached through it alone: no link is followed, nothing that is not a regular
-// file is opened for good, and nothing larger than a store can sensibly be is read.
+// A directory whose files are not trusted: somebody else may have made them, and may be changing
+// them. The object holds the directory open, and reaches files through its descriptor only. It
+// follows no link, reads nothing but regular files, and reads none that is larger than a sensible
+// store.
 
 #pragma once
 
@@ -26,27 +27,28 @@ const char* kindOf(const struct stat& status);
 
 class Directory {
   public:
-    // Throws Refused when it cannot be opened.
+    // Throws Refused when the directory cannot be opened.
     explicit Directory(const std::string& path);
 
     const std::string& path() const { return path_; }
     int fd() const { return fd_.get(); }
     struct stat status() const;
 
-    // All names in it, sorted.
+    // The names of all entries, sorted.
     std::vector<std::string> names() const;
 
-    // Of the entry itself, not of what a link leads to; nothing when there is none.
+    // The status of the entry itself, not of the file that a link leads to. Nothing when there is
+    // no such entry.
     std::optional<struct stat> look(const std::string& name) const;
 
-    // A regular file within the limit, open for reading; nothing when there is none. Throws Refused
-    // with the name and the reason for anything else.
+    // Opens a regular file within the limit for reading. Nothing when there is no such entry.
+    // Throws Refused with the name and the reason for anything else.
     std::optional<Descriptor> open(const std::string& name) const;
 
-    // The content of such a file.
+    // The content of a file that open() accepts.
     std::optional<std::string> read(const std::string& name) const;
 
-    // A directory in this one. Throws Refused.
+    // Opens a directory inside this one. Throws Refused.
     Directory folder(const std::string& name) const;
 
   private:
@@ -56,8 +58,9 @@ class Directory {
     Descriptor fd_;
 };
 
-// Where root would work on a directory of somebody else, the process becomes that somebody, for
-// good: what they could not have done by themselves is not done for them. Throws Refused.
+// Makes a process of root act as the directory's owner, for good, when that is another user: the
+// process can then do no more than the owner could. Does nothing in any other process. Throws
+// Refused.
 void becomeOwnerOf(const Directory& directory);
 
 }  // namespace zelkm_tool

@@ -24,7 +24,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kPoll = std::chrono::milliseconds(10);
-constexpr auto kSilence = std::chrono::milliseconds(500);  // before a word about waiting
+constexpr auto kSilence = std::chrono::milliseconds(500);  // until the first note on waiting
 
 int openDirectory(const std::string& dir) {
     const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -41,8 +41,8 @@ std::string firstLine(const std::string& path) {
     return line;
 }
 
-// Best effort: the system's list of locks names a file by its inode, and no process of another
-// process namespace.
+// Names the process that holds the lock, as far as /proc/locks tells. That list shows a file's
+// inode only, and no process of another process namespace.
 std::string holderOf(int directory) {
     struct stat status = {};
     if (::fstat(directory, &status) != 0) {
@@ -65,7 +65,8 @@ std::string holderOf(int directory) {
     return "another process";
 }
 
-// Whether the lock was taken, or cannot be had at all: false says that it is held.
+// False when another process holds the lock. True when the lock was taken, and also when the file
+// system has no locks.
 bool tryLock(int directory, int mode, const SessionOptions& options) {
     if (::flock(directory, mode | LOCK_NB) == 0) {
         return true;

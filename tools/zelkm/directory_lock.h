@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One process at a time in a store directory. The library keeps the whole store in memory and
-// replaces the file, and its backup, on every change: two writers would lose each other's objects,
-// and both files with them.
+// One process at a time in a store directory. The library keeps the whole store in memory, and each
+// change replaces the file and its backup. Two writers would lose each other's objects, and could
+// lose both files.
 
 #pragma once
 
@@ -13,19 +13,19 @@
 
 namespace zelkm_tool {
 
-// An advisory lock on the directory itself: it leaves no file behind, and the system takes it back
-// when the process ends, however it ends. Programs that use the library without this tool do not
-// ask for it.
+// An advisory lock on the directory itself. It leaves no file behind, and the system releases it
+// when the process ends, in whatever way. Programs that use the library without this tool do not
+// take it.
 class DirectoryLock {
   public:
     enum class Mode {
-        kShared,     // for reading without the library
-        kExclusive,  // for everything else: the library repairs the store when it only reads it
+        kShared,     // for readers that do not use the library
+        kExclusive,  // for everything else: even a read through the library may repair the store
     };
 
-    // Waits for the lock as long as the options say, with a word on standard error, and throws
-    // Refused with the process that holds it; or when there is no such directory. On a file system
-    // without locks it only says so.
+    // Waits for the lock as long as the options say, and says so on standard error. Then throws
+    // Refused, which names the process that holds the lock. Throws Refused when there is no such
+    // directory. On a file system without locks it prints a note and goes on.
     DirectoryLock(const SessionOptions& options, Mode mode);
     ~DirectoryLock();
 

@@ -25,7 +25,8 @@ size_t widthOf(std::string_view character) {
     if (character.size() == 1) {
         return 1;
     }
-    // Whatever the user's locale is, the values are UTF-8. Without that locale, all count as one.
+    // Values are UTF-8 whatever the user's locale is. Without this locale every character counts as
+    // one column.
     static const locale_t utf8 = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     if (utf8 == nullptr) {
         return 1;

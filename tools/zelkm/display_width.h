@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How wide text stands on a terminal.
+// The width of text on a terminal.
 
 #pragma once
 
@@ -10,11 +10,12 @@
 
 namespace zelkm_tool {
 
-// In columns: two for most characters of East Asia and emoji, none for combining ones. `text` is as
-// escape() makes it: printable UTF-8.
+// The width in columns: two for most characters of East Asia and for emoji, none for combining
+// characters. `text` must be printable UTF-8, as escape() makes it.
 size_t displayWidth(std::string_view text);
 
-// The text, or as much of its start as fits `width`, at least 1, with an ellipsis.
+// The text. When it is wider than `width` columns (at least 1), as much of its start as fits, with
+// an ellipsis.
 std::string cutToWidth(const std::string& text, size_t width);
 
 }  // namespace zelkm_tool

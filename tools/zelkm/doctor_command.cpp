@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The truth about a store directory. See doctor_command.h.
-
 #include "doctor_command.h"
 
 #include <algorithm>
@@ -27,7 +25,8 @@ Directory openDirectory(const std::string& path) {
     }
 }
 
-// A key that cannot be opened is no key; what is wrong with its file is said elsewhere.
+// Null when the root key's file cannot be opened. lookAround() reports what is wrong with that
+// file.
 std::unique_ptr<StoreTrials> trialsIn(const Directory& directory, const SessionOptions& session) {
     try {
         return std::make_unique<StoreTrials>(directory, session);
@@ -42,8 +41,9 @@ bool holds(const Findings& findings, const Finding& wanted) {
     });
 }
 
-// A repair is made only if it removes what it is for, and adds nothing that is wrong; and where the
-// store can be decrypted, only if the library reads it.
+// Tries a repair in memory. Throws Refused when the repair would leave a finding that it is meant
+// to remove, or would cause a new one. Where the store can be decrypted, also when the library
+// would not read it.
 void rehearse(const Report& report, const Diagnosis& after, const StoreFiles& repaired,
               StoreTrials* trials) {
     for (const Finding& left : after.findings) {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command that tells the truth about a store directory, and repairs what it can prove.
+// The command that says what is wrong with a store directory, and repairs what it can prove.
 
 #pragma once
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Changes to a store directory, written as commands for a device's shell. See doctor_facts.h.
+// Writes changes to a store directory as commands for a device's shell; see doctor_facts.h.
 
 #include <algorithm>
 #include <cstdio>
@@ -23,8 +23,8 @@ std::string octal(std::string_view bytes) {
     return text;
 }
 
-// What turns the bytes `from` of a file into `to`: the bytes that differ, and a new end. Nothing
-// when the file has to grow.
+// Adds the commands that turn the bytes `from` of a file into `to`, which is never longer: they
+// write the bytes that differ, and cut the file.
 void patch(const std::string& file, const std::string& from, const std::string& to,
            std::vector<std::string>* commands) {
     for (size_t at = 0; at < to.size();) {
@@ -56,7 +56,8 @@ std::vector<std::string> shellCommands(const StoreFiles& files,
                 commands.push_back("rm " + change.file);
             }
         } else if (source == files.end()) {
-            // Made from another file, so as to have its owner and its mode.
+            // A missing file starts as a copy of another one, so that it gets that one's owner and
+            // mode.
             const std::string like = files.count(change.file) != 0 ? "" : kKeyFile;
             if (!like.empty()) {
                 commands.push_back("cp -a " + like + " " + change.file);

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What happened to the store. See doctor_findings.h, and protected_file.h for the steps of a
-// replacement. The key is looked at in doctor_keys.cpp.
+// The diagnosis of the store's three versions; see doctor_findings.h. protected_file.h has the
+// steps of a replacement, and doctor_keys.cpp the diagnosis of the key.
 
 #include <algorithm>
 
@@ -59,20 +59,21 @@ class Doctor {
                            });
     }
 
-    // The first version that reads: the current one, else the new one, else the old one. Without a
-    // key, one that is complete may stand in for one that never can be read.
+    // Names the version to use: the first one that reads, in the order current, new, old. A version
+    // that is complete but untried may take the place of one that can never be read.
     std::string chooseStore() const {
         for (const std::string& name : versionsOf(kStore)) {
             if (!has(name)) {
                 continue;
             }
             const StoreReading& r = reading(name);
-            // A backup alone may be what somebody wanted to be rid of.
+            // With nothing else left, somebody may have removed the store on purpose.
             const bool may_stand_in = name == kTemporary || (name == kBackup && has(kStore));
             if (r.reads() || (r.looksWhole() && may_stand_in)) {
                 return name;
             }
-            // What cannot be tried may be good: nothing older may take its place.
+            // This version may be good, although it could not be tried. No older one may take its
+            // place.
             if (r.state == StoreReading::kNotTried ||
                 (r.state == StoreReading::kIncomplete && !r.hopeless)) {
                 return "";
@@ -81,7 +82,7 @@ class Doctor {
         return "";
     }
 
-    // What puts the chosen version in the place of the current one.
+    // The changes that put the chosen version in the place of the current one.
     std::vector<Change> putStore(const std::string& chosen) const {
         if (chosen.empty() || (chosen == kStore && !reading(kStore).corrected())) {
             return {};
@@ -267,7 +268,7 @@ class Doctor {
         add(finding);
     }
 
-    // Header fields are no proof of anything once both versions were decrypted.
+    // Compares the headers of untried versions. A decrypted version needs no such guess.
     void compareVersions() {
         std::string earlier;
         std::string seen;

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The facts of a store directory. See doctor_facts.h.
-
 #include "doctor_facts.h"
 
 #include <algorithm>

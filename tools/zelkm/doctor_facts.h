@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What lies in a store directory, as the doctor and 'zelkm info' handle it: read once, completely,
-// without changing anything, so that everything after it can be thought through in memory.
+// What lies in a store directory, for the doctor and for 'zelkm info'. It is read once and
+// completely, and nothing is changed. All conclusions are then drawn in memory.
 
 #pragma once
 
@@ -15,8 +15,8 @@
 
 namespace zelkm_tool {
 
-// The contents of the files that are there, by name: the store, the key and its digest, each with
-// its backup and its temporary file.
+// The contents of the files of the store, the key and the digest, with their backups and temporary
+// files, by name. Files that do not exist are left out.
 using StoreFiles = std::map<std::string, std::string>;
 
 struct FileFacts {
@@ -32,17 +32,17 @@ struct Facts {
 
     StoreFiles storeFiles() const;
 
-    // A file of the store or its key that is there and has no content here; empty for none.
+    // The name of a file of the store or its key that exists but could not be read; empty for none.
     std::string unread() const;
 };
 
-// Throws Refused when the directory cannot be read; a file that cannot is part of the facts.
+// Throws Refused when the directory cannot be read. A file that cannot be read is one of the facts.
 Facts collectFacts(const Directory& directory);
 
-// Which of the key files the digest is of; empty for none, and without a digest.
+// The key file whose SHA-256 the digest file holds; empty when there is none.
 std::string keyOfDigest(const StoreFiles& files);
 
-// One file that a repair replaces or, without a content, removes.
+// A file that a repair replaces. Without a content, a file that it removes.
 struct Change {
     std::string file;
     std::optional<std::string> content;
@@ -50,10 +50,11 @@ struct Change {
     std::string why;
 };
 
-// The files after the changes.
+// The files as they are after the changes.
 StoreFiles applied(StoreFiles files, const std::vector<Change>& changes);
 
-// The same changes for a shell in the directory, in order. Only files that are there are named.
+// The same changes as commands for a shell in the directory, in order. The commands name only files
+// that exist.
 std::vector<std::string> shellCommands(const StoreFiles& files, const std::vector<Change>& changes);
 
 }  // namespace zelkm_tool

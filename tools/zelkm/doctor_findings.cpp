@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What follows from findings. See doctor_findings.h.
-
 #include "doctor_findings.h"
 
 #include <algorithm>

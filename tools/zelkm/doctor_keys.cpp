@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The key files of a store. See doctor_keys.h.
-
 #include "doctor_keys.h"
 
 #include "bytes.h"
@@ -89,8 +87,9 @@ void Keys::judgeKey(const std::string& opening, bool is_needed, Findings* findin
     findings->push_back(finding);
 }
 
-// The library consults the digest when the keymaster refuses the key: when the two differ, it takes
-// the key for damaged and makes a new one. Without a digest it keeps the key.
+// Judges the digest. The library reads it when the keymaster refuses the key. When key and digest
+// differ, the library takes the key for damaged and makes a new one. Without a digest it keeps the
+// key.
 void Keys::judgeDigest(const std::string& opening, bool is_needed, Findings* findings) const {
     const std::string name = !opening.empty() ? opening : !by_digest_.empty() ? by_digest_ : kKey;
     const std::string key = contentOf(name);
@@ -153,7 +152,7 @@ void Keys::judgeLeftovers(const std::string& opening, Findings* findings) const 
         findings->push_back(finding);
     }
     judgeBackup(opening, findings);
-    // What the keymaster thinks of the current key, when that explains an untried store.
+    // The keymaster's answer to the current key explains why a store was not tried.
     if (status_ && opening.empty() && !contentOf(kKey).empty() &&
         status_(contentOf(kKey)) != ZELKM_OK) {
         findings->push_back(
@@ -165,7 +164,7 @@ void Keys::judgeLeftovers(const std::string& opening, Findings* findings) const 
     }
 }
 
-// The library writes the two together, and reads neither.
+// Judges the backups of key and digest. The library writes both together, and reads neither.
 void Keys::judgeBackup(const std::string& opening, Findings* findings) const {
     const std::string backup = contentOf(kKeyBackup);
     if (backup.empty()) {

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The key files of a store: which of them is the key, and what the digest makes of it.
+// Judges the key files of a store: finds out which of them is the key, and whether the digest fits
+// it.
 
 #pragma once
 
@@ -15,10 +16,11 @@ class Keys {
   public:
     Keys(const StoreFiles& files, const KeyStatus& status);
 
-    // The blobs that can be tried, the current one first.
+    // The key blobs that can be tried, the current one first.
     const NamedKeys& named() const { return named_; }
 
-    // `opening` is the key file that decrypts the chosen store; empty when there is none.
+    // Adds findings to `diagnosis`. `opening` is the key file that decrypts the chosen store; empty
+    // when none does. `is_needed` tells whether there is a store that needs a key.
     void judge(const std::string& opening, bool is_needed, Diagnosis* diagnosis) const;
 
   private:
