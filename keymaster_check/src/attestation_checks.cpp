@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Certificate requests and attestation chains.
+// Checks of certificate requests and attestation chains.
 
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -51,7 +51,8 @@ std::vector<KeyParameter> attestationParams() {
     };
 }
 
-// Attests the key, and makes it first. Answers the call that failed, else the attestation.
+// Attests the key. Makes the key first. Answers the first call that failed, or else the
+// attestation.
 Answer attest(Context& context, const Params& params) {
     if (context.attested_key.empty()) {
         const Answer made = context.caller.generateKey(attestedKeyParams());
@@ -63,14 +64,15 @@ Answer attest(Context& context, const Params& params) {
     return context.caller.attestKey(context.attested_key, params);
 }
 
-// Bytes after the certificate are the library's to judge.
+// The key of a certificate. Bytes after the certificate are left for the library to judge.
 KeyPtr keyOfCertificate(const Bytes& der) {
     const uint8_t* at = der.data();
     const CertificatePtr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
     return KeyPtr(certificate == nullptr ? nullptr : X509_get_pubkey(certificate.get()));
 }
 
-// The public half of the attested key, as far as the keymaster tells it otherwise.
+// The public half of the attested key, taken from another answer of the keymaster when there is
+// one.
 KeyPtr attestedPublicKey(Context& context) {
     const Answer exported = context.caller.exportKey(context.attested_key);
     if (exported.ok()) {
@@ -156,7 +158,7 @@ Outcome checkAttestChain(Context& context) {
     if (answer.chain.size() < kMinChain) {
         return broken(context, "fewer than three certificates");
     }
-    const PrivateDirectory directory;  // for what validateAttestChain writes in the error file
+    const PrivateDirectory directory;  // for the error file, to which validateAttestChain writes
     const std::vector<hidl_vec<uint8_t>> chain(answer.chain.begin(), answer.chain.end());
     const int result = ZelKeymasterOperation::validateAttestChain(chain, /*chainOnly=*/true);
     if (result != 0) {

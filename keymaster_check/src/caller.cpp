@@ -17,9 +17,9 @@ using std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kTimeOfRequirement(30);
 constexpr std::chrono::seconds kSlow(1);
-constexpr size_t kShownCalls = 6;  // of one case
+constexpr size_t kShownCalls = 6;  // so many calls of one case are shown
 
-// One call that is under way, shared with its callback.
+// A call that is under way. Its callback shares it.
 struct Pending {
     const char* name;
     std::shared_ptr<CallbackWatch> watch;  // its mutex guards what follows
@@ -198,7 +198,7 @@ Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params
 
 Answer Caller::update(uint64_t handle, const Params& params, const uint8_t* input, size_t size) {
     hidl_vec<uint8_t> view;
-    view.setToExternal(const_cast<uint8_t*>(input), size);  // which the keymaster only reads
+    view.setToExternal(const_cast<uint8_t*>(input), size);  // the keymaster only reads it
     return make("update", inWords(params) + ", " + inWords(input, size), [&](const auto& callback) {
         return keymaster_.update(handle, params, view, HardwareAuthToken(), VerificationToken(),
                                  callback);
@@ -222,7 +222,7 @@ void Caller::abort(uint64_t handle) {
     timed("abort", started);
     const ErrorCode error = status.isOk() ? ErrorCode(status) : ErrorCode::UNKNOWN_ERROR;
     if (error != ErrorCode::OK && error != ErrorCode::INVALID_OPERATION_HANDLE) {
-        static_cast<void>(finish(handle));  // which ends it, too
+        static_cast<void>(finish(handle));  // this also ends the operation
     }
     open_.erase(handle);
 }

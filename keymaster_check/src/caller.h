@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The calls of a keymaster, made for the check: each is recorded in words and timed, its callback
-// is watched, and the keys and operations that come of it are remembered until they are removed.
+// Makes the check's calls to the keymaster. Each call is timed and recorded in words, and its
+// callback is watched. Keys and operations are remembered until they are removed.
 
 #pragma once
 
@@ -31,9 +31,9 @@ using android::hardware::keymaster::V4_0::KeyPurpose;
 using android::hardware::keymaster::V4_0::Tag;
 using android::hardware::keymaster::V4_0::support::Keymaster;
 
-// What one call answered; what it does not answer is empty.
+// The answer of one call. Members that the call does not have are empty.
 struct Answer {
-    bool arrived = false;  // the transport worked, and the callback ran before the call returned
+    bool arrived = false;  // the call succeeded, and its callback ran before it returned
     int error = -1000;     // -1000 also when nothing arrived
     std::string failure;   // why nothing arrived
     Bytes bytes;           // a key blob, or output
@@ -46,16 +46,16 @@ struct Answer {
     bool ok() const { return arrived && error == 0; }
 };
 
-// What callbacks did that they should not. The callbacks share it, since they may come late.
+// The faults of callbacks. The callbacks share this object, because they may come after their call.
 struct CallbackWatch {
     std::mutex mutex;
-    std::map<std::string, size_t> faults;  // "update: twice", and how often
-    bool late = false;                     // one came after its call had returned
+    std::map<std::string, size_t> faults;  // e.g. "update: twice", and how often
+    bool late = false;                     // some callback came after its call had returned
 };
 
 class Caller {
   public:
-    // Borrows `keymaster`.
+    // Borrows `keymaster` for the object's lifetime.
     explicit Caller(Keymaster& keymaster);
     // Deletes the keys that are left.
     ~Caller();
@@ -73,14 +73,14 @@ class Caller {
     void abort(uint64_t handle);
     void deleteKey(const Bytes& blob);
 
-    // Starts a requirement: its time, and its first case.
+    // Starts a requirement with its time limit and its first case.
     void startRequirement();
     bool outOfTime() const;
-    // Aborts the operations that have not ended well, and answers which calls were slow: "finish
-    // took 1.2 s", or nothing.
+    // Aborts the operations that did not end well. Answers which calls were slow, e.g. "finish took
+    // 1.2 s"; empty when none was.
     std::string endRequirement();
 
-    // Forgets the calls so far. What follows is the next case; its calls and their answers:
+    // Starts the next case: forgets the calls before it. Below are its calls and their answers.
     void startCase() { calls_.clear(); }
     std::string sent() const;
     std::string answered() const;

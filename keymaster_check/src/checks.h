@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One function for each requirement; requirements.cpp says what each is.
+// One function for each requirement. requirements.cpp lists them.
 
 #pragma once
 
@@ -18,19 +18,19 @@ struct Outcome {
     std::string answered;
 };
 
-// What the checks share, in the order in which they run.
+// What the checks hand on to those after them.
 struct Context {
     Keymaster& keymaster;
     const Options& options;
     Caller& caller;
 
-    Bytes key = {};           // of the database; empty unless key.generate holds
-    Bytes attested_key = {};  // an EC key; made when first needed
+    Bytes key = {};           // the database key; empty unless key.generate holds
+    Bytes attested_key = {};  // an EC key, made by the first check that needs one
 
-    Bytes request = {};  // for a certificate
+    Bytes request = {};  // a certificate request
     Outcome request_outcome = {Verdict::kNotTried, "", ""};
 
-    // One conversion, with its way back, and how password.round-trip ended.
+    // One conversion in both directions, and the outcome of password.round-trip.
     Bytes password_inputs[4] = {};
     Bytes material = {};
     Bytes converted = {};
@@ -38,11 +38,11 @@ struct Context {
     Outcome round_trip = {Verdict::kNotTried, "", ""};
 };
 
-// The requirement holds: a summary of the calls, and of the answers.
+// The requirement holds. The texts summarise the calls and the answers.
 Outcome holds(const std::string& sent, const std::string& answered);
-// It is broken by the calls of the present case, for this reason.
+// The requirement is broken: `reason` says what is wrong with the calls of the present case.
 Outcome broken(Context& context, const std::string& reason);
-// The service is refused by the last call of the present case.
+// The last call of the present case refused the service.
 Outcome notOffered(Context& context, const Answer& answer);
 Outcome notTried(const std::string& reason);
 

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// AES-256-GCM: what the library takes from the answers, and what only the keymaster can check.
+// Checks of AES-256-GCM: of the answers that the library relies on, and of what only the keymaster
+// can verify.
 
 #include <openssl/evp.h>
 
@@ -19,18 +20,18 @@ namespace {
 constexpr size_t kNonceSize = 12;
 constexpr size_t kTagSize = 16;
 constexpr int kVerificationFailed = -30;
-constexpr size_t kPayload = 100;  // no multiple of a block
+constexpr size_t kPayload = 100;  // not a multiple of a block
 
 Outcome noKey() {
     return notTried("there is no key: see key.generate");
 }
 
-// For a requirement on the output of an operation, when the operation does not work at all.
+// The outcome when an operation that the requirement builds on does not work at all.
 Outcome noOperation(const Run& run) {
     return notTried(run.failure() + ": see gcm.correct");
 }
 
-// An encryption of the sample payload and how it decrypts; for checks that then alter something.
+// An encryption of the sample payload, and its decryption. Checks alter parts of it.
 struct Sealed {
     Run encryption;
     Run decryption;
@@ -64,7 +65,7 @@ struct CipherContextDeleter {
     void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
 };
 
-// Ciphertext and tag as libcrypto makes them; empty when it cannot.
+// Ciphertext and tag made by libcrypto; empty when that fails.
 Bytes sealWithLibcrypto(const Bytes& key, const Bytes& nonce, const Bytes& payload,
                         const Bytes& associated_data) {
     const std::unique_ptr<EVP_CIPHER_CTX, CipherContextDeleter> context(EVP_CIPHER_CTX_new());
@@ -86,8 +87,8 @@ Bytes sealWithLibcrypto(const Bytes& key, const Bytes& nonce, const Bytes& paylo
     return done ? output : Bytes();
 }
 
-// Compares as many bytes as both have, which must be more than the payload: gcm.tag-in-finish
-// judges the length of the tag.
+// Compares the bytes that both have. They must be more than the payload. The length of the tag is
+// judged by gcm.tag-in-finish.
 bool agree(const Bytes& output, const Bytes& expected, size_t payload) {
     const size_t compared = std::min(output.size(), expected.size());
     return compared > payload &&
@@ -96,7 +97,7 @@ bool agree(const Bytes& output, const Bytes& expected, size_t payload) {
                       expected.begin());
 }
 
-// gcm.tag-in-finish judges output beyond the payload.
+// Output beyond the payload is ignored here: gcm.tag-in-finish judges it.
 bool bringsBack(const Run& decryption, const Bytes& payload) {
     const Bytes output = decryption.all();
     return decryption.done() && output.size() >= payload.size() &&
@@ -141,7 +142,7 @@ Outcome checkNonceFresh(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    constexpr size_t kDraws = 300;  // of each key: enough for a counter of 8 bits to come round
+    constexpr size_t kDraws = 300;  // for each key; a counter of 8 bits repeats within them
     const Answer other = context.caller.generateKey(databaseKeyParams());
     const Bytes keys[] = {context.key, other.ok() ? other.bytes : context.key};
     std::set<Bytes> drawn[2];
@@ -155,7 +156,7 @@ Outcome checkNonceFresh(Context& context) {
             return notTried("an encryption brought no nonce: " + context.caller.answered() +
                             ": see gcm.nonce-length");
         }
-        // Equal blobs hold one key, so the nonces of both count together.
+        // Equal blobs hold one key, so their nonces count together.
         std::set<Bytes>& seen = drawn[keys[0] == keys[1] ? 0 : which];
         if (!seen.insert(nonce->blob).second) {
             return broken(context, "this nonce came before, in " + std::to_string(draws) +
@@ -344,7 +345,7 @@ Outcome checkSizes(Context& context) {
         }
         const std::string sent = context.caller.sent();
         const std::string answered = context.caller.answered();
-        // Finds the limit between the two sizes.
+        // Searches for the limit between the two sizes.
         size_t bad = size;
         while (bad - good > 1 && !context.caller.outOfTime()) {
             const size_t middle = good + (bad - good) / 2;

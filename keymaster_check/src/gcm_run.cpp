@@ -118,7 +118,7 @@ Bytes samplePayload(size_t size) {
 
 Bytes randomBytes(size_t size) {
     Bytes bytes(size);
-    // Zeros do when there are no random bytes: the bytes only tell answers apart.
+    // On a failure the bytes are zeros. That will do: they only tell answers apart.
     static_cast<void>(RAND_bytes(bytes.data(), static_cast<int>(size)));
     return bytes;
 }

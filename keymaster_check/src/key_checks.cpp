@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The database key: making it, accepting it, refusing what is damaged.
+// Checks of the database key: the keymaster makes one, accepts it, and refuses a damaged one.
 
 #include "checks.h"
 #include "gcm_run.h"
@@ -17,7 +17,7 @@ struct Damage {
 };
 
 std::vector<Damage> damagesOf(const Bytes& blob) {
-    constexpr size_t kPlaces = 8;  // from the first byte to the last
+    constexpr size_t kPlaces = 8;  // spread from the first byte to the last
     std::vector<Damage> damages;
     size_t before = blob.size();
     for (size_t i = 0; i < kPlaces; ++i) {

@@ -12,7 +12,7 @@ namespace {
 
 using Check = Outcome (*)(Context&);
 
-// In the order of requirements().
+// The checks, in the order of requirements().
 constexpr Check kChecks[] = {
     checkKeyGenerate,
     checkKeyCharacteristics,

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The library itself over the keymaster: a store is made, read, damaged and repaired.
+// Runs the library itself over the keymaster: makes a store, reads it, damages it and has it
+// repaired.
 
 #include <algorithm>
 #include <cstdio>
@@ -40,14 +41,15 @@ bool writeFile(const char* name, const Bytes& content) {
     return std::fclose(file) == 0 && written;
 }
 
-// Makes the process forget the table that it has in memory.
+// Makes the process forget its table in memory.
 void forgetTable(ZelKeymasterOperation& object) {
     const keymaster_blob_t nothing = {};
     keymaster_blob_t out = {};
     static_cast<void>(object.queryInternal(nullptr, nullptr, nullptr, nullptr, &nothing, &out));
 }
 
-// A new object, as after a start. Kept for good: an object is made to live as long as its process.
+// Makes a new object, as a start of the process does. It is never deleted: objects live as long as
+// their process.
 ZelKeymasterOperation& startLibrary(Keymaster& keymaster) {
     static auto* const kept = new std::vector<ZelKeymasterOperation*>;
     kept->push_back(new ZelKeymasterOperation(&keymaster, true));
@@ -61,7 +63,7 @@ int insert(ZelKeymasterOperation& object, std::string alias) {
     return object.SodInsert(param.setAlias(alias).setCreator(creator));
 }
 
-// "0, first second", or the code.
+// E.g. "0, first second" for two aliases; or only the code.
 std::string select(ZelKeymasterOperation& object) {
     SODOperationParam param;
     std::vector<std::string> aliases;
@@ -77,7 +79,7 @@ bool holdsText(const Bytes& content, const std::string& text) {
     return std::search(content.begin(), content.end(), text.begin(), text.end()) != content.end();
 }
 
-// What was done and what came of it, up to the first step that did not go as it should.
+// The steps and their results, up to the first result that is not as expected.
 struct Story {
     std::string sent;
     std::string answered;

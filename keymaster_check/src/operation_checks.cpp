@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What calls leave behind, and how they are answered.
+// Checks of operations that are left open, and of how calls are answered.
 
 #include "checks.h"
 #include "gcm_run.h"

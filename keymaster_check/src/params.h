@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Single parameters.
+// Makes and finds single parameters.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace keymaster_check {
 
-// Of a type whose value is a number of 32 bits.
+// A parameter whose value is a 32-bit number.
 template <typename Value>
 android::hardware::keymaster::V4_0::KeyParameter integerParam(
     android::hardware::keymaster::V4_0::Tag tag, Value value) {
@@ -37,7 +37,7 @@ inline android::hardware::keymaster::V4_0::KeyParameter trueParam(
     return param;
 }
 
-// The first with this tag, or null.
+// The first parameter with this tag, or null.
 inline const android::hardware::keymaster::V4_0::KeyParameter* findParam(
     const Params& params, android::hardware::keymaster::V4_0::Tag tag) {
     const auto found = std::find_if(params.begin(), params.end(),

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The password conversion.
+// Checks of the password conversion.
 
 #include <utility>
 
@@ -46,7 +46,8 @@ Bytes bytesOf(const Answer& answer, Tag tag) {
     return found == nullptr ? Bytes() : Bytes(found->blob);
 }
 
-// The service's state, for the requirements that build on a round trip that worked.
+// The outcome of password.round-trip, for requirements that build on it. They are not tried when it
+// is broken.
 Outcome afterRoundTrip(const Context& context) {
     Outcome outcome = context.round_trip;
     if (outcome.verdict == Verdict::kBroken) {
@@ -55,7 +56,8 @@ Outcome afterRoundTrip(const Context& context) {
     return outcome;
 }
 
-// What is wrong with the parameter's size; empty when it is `size`, or any but 0 for a `size` of 0.
+// Says when the parameter's size is wrong; empty when it is right. A `size` of 0 allows any size
+// but 0.
 std::string wrongSize(const Answer& answer, Tag tag, const char* name, size_t size) {
     const size_t found = bytesOf(answer, tag).size();
     if (size == 0 ? found > 0 : found == size) {

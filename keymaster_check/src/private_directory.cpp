@@ -14,7 +14,7 @@
 namespace keymaster_check {
 namespace {
 
-// The path of a new directory, or nothing.
+// Makes a new directory and answers its path; empty when no place for one works.
 std::string makeDirectory() {
     const char* const named = std::getenv("TMPDIR");
     for (const char* parent : {named, "/data/local/tmp", "/tmp"}) {
@@ -29,7 +29,7 @@ std::string makeDirectory() {
     return "";
 }
 
-// The library makes no directories.
+// Removes the files in the working directory. The library makes no subdirectories.
 void removeFilesHere() {
     DIR* const here = ::opendir(".");
     if (here == nullptr) {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A directory of one's own as the working directory, where the library keeps its files.
+// A new directory as the working directory, where the library keeps its files.
 
 #pragma once
 
@@ -13,12 +13,12 @@ class PrivateDirectory {
   public:
     // Makes a directory and changes to it.
     PrivateDirectory();
-    // Changes back, and removes the directory with its files.
+    // Changes back to the directory before, and removes this one with its files.
     ~PrivateDirectory();
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;
 
-    // False when there is none; the working directory is then as before.
+    // False when no directory could be made. The working directory is then unchanged.
     bool isThere() const { return before_ >= 0; }
 
   private:

@@ -69,7 +69,7 @@ bool allHolds(const std::vector<Finding>& findings) {
 }
 
 std::string describe(android::hardware::keymaster::V4_0::support::Keymaster& keymaster) {
-    // Shared with a callback that may come late.
+    // The callback shares the text, because it may come late.
     const auto said = std::make_shared<std::string>();
     const android::hardware::Return<void> status = keymaster.getHardwareInfo(
         [said](SecurityLevel level, const hidl_string& name, const hidl_string& author) {
@@ -95,7 +95,7 @@ std::string inText(const std::vector<Finding>& findings) {
                     "so:       " + finding.consequence + "\n";
             continue;
         }
-        // What holds is told in full by the JSON; a slow call matters all the same.
+        // Only JSON tells the details of what holds. A slow call is worth showing here, too.
         const size_t slow = finding.answered.find("slow: ");
         const std::string note = finding.verdict != Verdict::kHolds ? finding.answered
                                  : slow != std::string::npos        ? finding.answered.substr(slow)

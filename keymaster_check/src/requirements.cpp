@@ -1,14 +1,14 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the library needs of a keymaster, and what becomes of its users without it.
+// The table of requirements, with what a keymaster that breaks one does to the library's users.
 
 #include "keymaster_check/keymaster_check.h"
 
 namespace keymaster_check {
 
 const std::vector<Requirement>& requirements() {
-    // Never destroyed: callbacks that come late may outlive everything else.
+    // The table is never destroyed, because callbacks that come late may outlive everything else.
     static const auto* const kRequirements = new std::vector<Requirement>{
         {"key.generate", "generateKey makes a key from the seven parameters of the database key",
          "no store can be encrypted: every insertion fails with the keymaster's code, or answers 0 "

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Calls and answers in words and values, for people who compare them with a log.
+// Puts calls and answers into words and values that can be compared with a log.
 
 #pragma once
 
@@ -18,13 +18,13 @@ namespace keymaster_check {
 using Bytes = std::vector<uint8_t>;
 using Params = android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter>;
 
-// "100 bytes 00ff…": the length and the first bytes.
+// The length and the first bytes, e.g. "100 bytes 00ff…".
 std::string inWords(const uint8_t* data, size_t size);
 
-// "[BLOCK_MODE 32, NONCE 12 bytes 00ff…]"
+// E.g. "[BLOCK_MODE 32, NONCE 12 bytes 00ff…]".
 std::string inWords(const Params& params);
 
-// "-33 INVALID_KEY_BLOB"
+// E.g. "-33 INVALID_KEY_BLOB".
 std::string codeInWords(int code);
 
 }  // namespace keymaster_check

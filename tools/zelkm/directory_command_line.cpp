@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line of the commands on a whole store directory. See command_line.h.
+// The command line of the commands on a whole store directory; see command_line.h.
 
 #include <memory>
 

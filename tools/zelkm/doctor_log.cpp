@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the error files tell. See doctor_log.h.
-
 #include "doctor_log.h"
 
 #include <algorithm>
@@ -17,9 +15,9 @@ namespace zelkm_tool {
 namespace {
 
 constexpr int64_t kSecond = 1000000;
-constexpr int64_t kZoneStep = 15 * 60 * kSecond;  // zones differ by multiples of it
+constexpr int64_t kZoneStep = 15 * 60 * kSecond;  // time zones differ by multiples of this
 constexpr int64_t kLargestZone = 14 * 60 * 60 * kSecond;
-constexpr int64_t kTolerance = 2 * kSecond;  // between a line's time and its file's
+constexpr int64_t kTolerance = 2 * kSecond;  // between a line's time and the time of its file
 
 // A kind of event that says something about the directory.
 struct Kind {
@@ -63,8 +61,9 @@ bool isOneOf(std::string_view id, std::initializer_list<std::string_view> ids) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
-// `last_missing` is the file that the log last found missing. The first change makes the key, and
-// then the store: each of them is missing once, the store first.
+// Names what an event says about the directory; null when it says nothing. `last_missing` is the
+// file that the log named last as missing. A first change finds the store missing, and then the
+// key: that order is no loss.
 const Kind* kindOfEvent(const LogEvent& event, const std::string& last_missing) {
     const std::string_view id = event.message->id;
     const std::string last = event.arguments.empty() ? "" : event.arguments.back();
@@ -154,7 +153,8 @@ class ErrorFiles {
         return names_.at(input) + ":" + std::to_string(line);
     }
 
-    // The last line and its file are of the same moment, up to the zone of whoever wrote the line.
+    // Works out the log's time zone. The last line and its file were written at the same moment, so
+    // their times differ by the zone alone.
     void findZone() {
         const auto last = std::find_if(
             log_.events.rbegin(), log_.events.rend(),
@@ -195,7 +195,7 @@ class ErrorFiles {
             whereIs(event.input, event.line) + ": " + event.time.text + " " + escape(event.text);
         for (Finding& known : evidence_.findings) {
             if (known.name == kind->finding) {
-                known.proof = proof;  // the last one counts
+                known.proof = proof;  // the last event counts
                 return;
             }
         }

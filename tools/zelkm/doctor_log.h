@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the error files in a store directory tell about it.
+// What the error files in a store directory say about it.
 
 #pragma once
 
@@ -14,7 +14,7 @@
 
 namespace zelkm_tool {
 
-// Something that happened: an event of the log, or a file's modification.
+// One point of the timeline: an event of the log, or the last change of a file.
 struct Moment {
     int64_t micros;     // in the log's local time, as if that were UTC
     std::string time;   // in words
@@ -24,12 +24,13 @@ struct Moment {
 
 struct LogEvidence {
     Findings findings;
-    std::vector<Moment> timeline;      // in order of time; files only when their times are real
-    std::optional<bool> times_kept;    // whether the files have their own times; if that shows
+    std::vector<Moment> timeline;      // in order of time; files only if their times are their own
+    std::optional<bool> times_kept;    // whether the files have their own times; empty if unknown
     std::vector<std::string> checked;  // in words
 };
 
-// `decrypted`: the store was found to be whole, so that what is told is the past.
+// `decrypted`: the store was found to be whole. Losses that the log reports are then past, and
+// become notes.
 LogEvidence readErrorFiles(const Facts& facts, bool decrypted);
 
 }  // namespace zelkm_tool

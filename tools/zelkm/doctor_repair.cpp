@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Changes to a store directory. See doctor_repair.h.
-
 #include "doctor_repair.h"
 
 #include <fcntl.h>
@@ -25,7 +23,7 @@ void require(bool done, const std::string& path) {
     }
 }
 
-// Writes a file that is not there yet, so that it lasts.
+// Writes a new file, and flushes it. Fails when the name is taken.
 Descriptor create(const Directory& directory, const std::string& name, const std::string& content) {
     const std::string path = directory.path() + "/" + name;
     Descriptor file(::openat(directory.fd(), name.c_str(),
@@ -40,7 +38,7 @@ void flush(const Directory& directory) {
     require(::fsync(directory.fd()) == 0, directory.path());
 }
 
-// Replaces a file so that it is there at any time, old or new.
+// Replaces a file by a rename, so that the old or the new version is always there.
 void replace(const Directory& directory, const std::string& name, const std::string& content) {
     const std::string fresh = name + ".doctor";
     require(::unlinkat(directory.fd(), fresh.c_str(), 0) == 0 || errno == ENOENT, fresh);

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Changes to a store directory, each file replaced at once and never without a copy of it. All is
-// done within the directory, through its descriptor, and with files that are new.
+// Changes to a store directory. Each file is replaced in one step, and only after a copy of it was
+// kept. Everything is done through the directory's descriptor, with newly made files.
 
 #pragma once
 
@@ -13,12 +13,11 @@
 
 namespace zelkm_tool {
 
-// Throws Refused when a repair would leave files that the directory's owner cannot use, or touch
-// somebody else's.
+// Throws Refused when the directory, or a file that the changes touch, belongs to another user.
 void requireOwnership(const Facts& facts, const std::vector<Change>& changes);
 
-// Copies the files that the changes touch into a new folder, doctor-YYYYMMDD-HHMMSS, with their
-// times, and returns its name. Throws Refused when that cannot be done completely.
+// Copies the files that the changes touch into a new folder, doctor-YYYYMMDD-HHMMSS, and keeps
+// their times. Returns the folder's name. Throws Refused when a copy fails.
 std::string keepCopies(const Directory& directory, const Facts& facts,
                        const std::vector<Change>& changes);
 

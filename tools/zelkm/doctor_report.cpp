@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The doctor's report. See doctor_report.h.
-
 #include "doctor_report.h"
 
 #include <algorithm>
@@ -96,7 +94,8 @@ void printTimeline(std::ostream& out, const std::vector<Moment>& timeline) {
     }
 }
 
-// JSON holds UTF-8 only; what is read from a directory may be anything.
+// JSON holds UTF-8 only, and a name or a content may be any bytes: those that are no UTF-8 are
+// escaped.
 std::string utf8(const std::string& text) {
     return escape(text);
 }

@@ -21,11 +21,11 @@ struct Report {
     Findings findings;  // the worst first
     LogEvidence log;
     std::vector<Change> changes;
-    std::vector<std::string> commands;  // the changes, for a shell in the directory
+    std::vector<std::string> commands;  // what makes the changes in a shell in the directory
 
-    // What a repair has done; empty without one.
+    // What a repair has done. Both are empty without a repair.
     std::vector<Change> repaired;
-    std::string copies;  // the folder with what was there before
+    std::string copies;  // the folder with the files as they were before
 
     Verdict verdict() const { return verdictOf(findings); }
 };
@@ -34,7 +34,7 @@ Report examine(const Facts& facts, const Decrypt& decrypt, const KeyStatus& key_
 
 const char* verdictInWords(Verdict verdict);
 
-// A file's size, mode, owner and time, for people and as the keys "name", "kind", "size", "mode",
+// A file's size, mode, owner and time, for people. JSON has them as "name", "kind", "size", "mode",
 // "uid", "gid" and "modified".
 std::string describe(const struct stat& status);
 nlohmann::ordered_json describeJson(const std::string& name, const struct stat& status);

@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What one version of a store is worth. See doctor_store.h.
-
 #include "doctor_store.h"
 
 #include <optional>
@@ -13,7 +11,8 @@
 namespace zelkm_tool {
 namespace {
 
-// One way to take the file: flags and payload length as they may have been meant.
+// One way to read the file. Flags and payload length in the header may be wrong, so several ways
+// are tried.
 struct Attempt {
     bool encrypted;
     uint32_t payload_len;
@@ -48,7 +47,7 @@ std::string joined(const std::vector<std::string>& parts) {
     return text;
 }
 
-// A file under examination.
+// One file, read in every way that makes sense.
 class Examination {
   public:
     Examination(const std::string& file, const NamedKeys& keys, const Decrypt& decrypt)
@@ -88,7 +87,7 @@ class Examination {
         return {state, words, finding, "", header_.row_count, "", refused_};
     }
 
-    // What the fields say about each other without a key.
+    // Judges an encrypted store without a key, by comparing the header's fields with each other.
     StoreReading untried(uint32_t available) const {
         std::vector<std::string> wrong;
         if (header_.magic != kMagic && header_.magic != kMagicV10) {
@@ -143,7 +142,8 @@ class Examination {
         return std::nullopt;
     }
 
-    // Nothing vouches for a plaintext: where the header speaks of another one, all of it must fit.
+    // Reads a plaintext. Nothing proves that a plaintext is right. So when it contradicts the
+    // header, all of it must be rows, as many as the header says.
     std::optional<StoreReading> readPlain(const Attempt& attempt) {
         const std::string_view payload =
             std::string_view(file_).substr(kHeaderLen, attempt.payload_len);
@@ -220,9 +220,9 @@ class Examination {
     const StoreHeader header_;
     const NamedKeys& keys_;
     const Decrypt& decrypt_;
-    bool refused_ = false;               // in any attempt
-    std::vector<std::string> refusals_;  // of the store, under keys that the keymaster accepts
-    std::vector<std::string> unusable_;  // keys that it does not accept
+    bool refused_ = false;               // some attempt was answered -30
+    std::vector<std::string> refusals_;  // of the unchanged store, under accepted keys
+    std::vector<std::string> unusable_;  // keys that the keymaster does not accept
 };
 
 }  // namespace
@@ -255,7 +255,7 @@ std::string whyNotOneChange(const std::string& before, const std::string& now) {
     const int64_t rows = int64_t{header->row_count} - old_header->row_count;
     const int64_t bytes = int64_t{header->payload_len} - old_header->payload_len;
     const int64_t least = static_cast<int64_t>(minPayloadLen(1) - minPayloadLen(0));
-    // A change adds one row, or removes some.
+    // One change adds one row, or removes some.
     if (rows > 0 ? bytes < rows * least : rows < 0 ? bytes > rows * least : true) {
         return both;
     }

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Kinds, sizes, modes, owners, times and names in a store directory. See doctor_findings.h.
+// Findings about kinds, sizes, modes, owners, times and names; see doctor_findings.h.
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kLeftoverSuffix[] = ".doctor";
 constexpr char kCopiesPrefix[] = "doctor-";
-constexpr time_t kCopyingTakes = 2;  // seconds between files that one copy made
+constexpr time_t kCopyingTakes = 2;  // seconds; files of one copy differ by no more
 
 bool endsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.npos, end) == 0;
@@ -124,7 +124,7 @@ class Surroundings {
                                                                     : nullptr;
     }
 
-    // Modification times are hints: a copy has its own, and anybody can set them.
+    // Modification times are only hints: a copy may have new ones, and anybody can set them.
     void lookAtTimes() {
         time_t oldest = 0;
         time_t newest = 0;

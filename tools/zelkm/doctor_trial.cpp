@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Trials of a store in memory. See doctor_trial.h.
-
 #include "doctor_trial.h"
 
 #include <android/log.h>
@@ -42,7 +40,8 @@ StoreTrials::StoreTrials(const Directory& directory, const SessionOptions& optio
     : root_key_(directory.open(kRootKeyFile)) {
     if (root_key_) {
         soft_keymaster::SoftKeymaster::Options with_key = keymasterOptions(options);
-        // The very file that was opened, whatever has become of its name.
+        // This path names the file that is open already, even when its name leads to another file
+        // by now.
         with_key.root_key_path = "/proc/self/fd/" + std::to_string(root_key_->get());
         keymaster_.emplace(with_key);
     }
@@ -125,7 +124,7 @@ int StoreTrials::open(const std::string& store, const std::string& key) {
     uint64_t handle = 0;
     unsigned char* out = nullptr;
     unsigned out_len = 0;
-    const int level = __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // it may well fail
+    const int level = __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // may well fail
     const int result = sdb_query(kSelect.data(), static_cast<unsigned>(kSelect.size()),
                                  reinterpret_cast<const unsigned char*>(store.data()),
                                  static_cast<unsigned>(store.size()), &out, &out_len, &handle);

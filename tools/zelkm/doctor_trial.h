@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the keymaster and the library's engine make of a store. All in memory: no file is written,
-// no key is copied, and the library's own repairs, which are not always for the better, stay out.
+// Tries a store with the keymaster and the library's engine, in memory. No file is written and no
+// key is copied. The library's own repairs do not run: they can make things worse.
 
 #pragma once
 
@@ -19,23 +19,26 @@ namespace zelkm_tool {
 
 class StoreTrials {
   public:
-    // Uses the software keymaster's root key in the directory; there may be none.
+    // Uses the software keymaster's root key in the directory, if there is one. Throws Refused when
+    // that file cannot be opened.
     StoreTrials(const Directory& directory, const SessionOptions& options);
 
-    // Without a root key no key blob can be tried.
+    // False without a root key: no key blob can then be tried.
     bool canDecrypt() const { return keymaster_.has_value(); }
 
-    // What the keymaster says to a key blob: 0 when it can be used, if need be after an upgrade.
+    // The keymaster's answer to a key blob. 0 when the key can be used, after an upgrade in memory
+    // if it needs one.
     int keyStatus(const std::string& key);
 
     struct Decryption {
         int status;
-        std::string payload;  // when the status is 0
+        std::string payload;  // empty unless the status is 0
     };
-    // Decrypts the payload of `store`, which must be as long as its header says, under a key blob.
+    // Decrypts the payload of `store` under a key blob. The payload must be as long as the header
+    // says.
     Decryption decrypt(const std::string& store, const std::string& key);
 
-    // The result of the engine's reading a store file under a key blob.
+    // The engine's result when it reads a store file under a key blob.
     int open(const std::string& store, const std::string& key);
 
   private:
@@ -47,7 +50,7 @@ class StoreTrials {
 
     std::optional<Descriptor> root_key_;
     std::optional<soft_keymaster::SoftKeymaster> keymaster_;
-    std::map<std::string, UsableKey> keys_;  // by the blob as it is stored
+    std::map<std::string, UsableKey> keys_;  // by the blob as it lies in the file
 };
 
 }  // namespace zelkm_tool

@@ -30,7 +30,7 @@ void printReasons(const std::string& cause, const std::string& advice) {
     printField("to do   ", advice);
 }
 
-// Of a message that passes a code on, what that code means here.
+// Prints cause and advice. When a message only passes a code on, those of the code are printed.
 void printReasons(const FoundMessage& found) {
     const ResultCode* code = codeIn(found);
     if (code != nullptr && found.message->advice == std::string_view(kLookUpCode)) {
@@ -45,7 +45,8 @@ void printCode(const ResultCode& result) {
     printReasons(causeOf(result), adviceOf(result));
 }
 
-// The code that a number or a name means.
+// The code with this number or name; null when there is none. A positive number stands for its
+// negative.
 const ResultCode* findCode(const std::string& text) {
     const size_t digits = text.find_first_not_of("+-") == 1 ? 1 : 0;
     constexpr size_t kMaxDigits = 6;
@@ -79,7 +80,7 @@ void printMessage(const FoundMessage& found) {
 
 class EventPrinter {
   public:
-    // Reasons stand below the first event of each kind, and of each code.
+    // Prints the reasons only below the first event of its kind and code.
     void print(const LogEvent& event, const std::string& file) {
         const FoundMessage found = {event.message, event.arguments};
         std::cout << file << ':' << event.line << ": "

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a result code, a message of the library, or a log means, why it is there, and what to do.
+// Explains a result code, a message of the library, or a log: what it means, its cause, and what to
+// do.
 
 #pragma once
 
@@ -11,8 +12,8 @@
 namespace zelkm_tool {
 
 struct ExplainOptions {
-    std::vector<std::string> what;  // one code or text, or the files of one log
-    bool all = false;               // every message and code instead
+    std::vector<std::string> what;  // one code or one text; or the files of a log
+    bool all = false;               // print every message and code instead
 };
 
 void explain(const ExplainOptions& options);

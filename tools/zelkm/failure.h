@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How a command ends early. main() turns each into one line on standard error and an exit status.
+// How a command fails. main() prints the text as one line on standard error, and sets the exit
+// status.
 
 #pragma once
 
@@ -16,12 +17,12 @@ enum ExitStatus {
     kExitWrongUsage = 2,
 };
 
-// The store, the keymaster, a file or a check of what was found said no. Status 1.
+// The store, the keymaster, a file or a check refused. Exit status 1.
 struct Refused : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The command line alone is enough to say no; nothing was touched. Status 2.
+// The command line cannot be carried out, and nothing was touched. Exit status 2.
 struct WrongUsage : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Whole files as byte strings.
+// Reads and writes whole files.
 
 #pragma once
 
@@ -9,10 +9,11 @@
 
 namespace zelkm_tool {
 
-// All that is left to read; `path` is for messages. Throws Refused, also beyond kMaxFileLen.
+// Reads the rest of an open file. `path` is for messages. Throws Refused, also for more than
+// kMaxFileLen bytes.
 std::string readAll(int fd, const std::string& path);
 
-// Writes everything. Throws Refused.
+// Writes all of `content`. Throws Refused.
 void writeAll(int fd, const std::string& content, const std::string& path);
 
 // The content of a file, or of standard input for "-". Throws Refused.
@@ -20,8 +21,8 @@ std::string readInput(const std::string& path);
 
 enum class Access { kOwnerOnly, kEverybody };
 
-// Writes a file, or standard output for "-". Throws Refused. A file that is there is replaced, and
-// keeps its access rights.
+// Writes a file, or standard output for "-". Throws Refused. An existing file gets the new content,
+// and keeps its access rights.
 void writeOutput(const std::string& path, const std::string& content, Access access);
 
 }  // namespace zelkm_tool

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A file that is there as a whole or not at all.
+// An output file that appears complete, or not at all.
 
 #pragma once
 
@@ -9,11 +9,12 @@
 
 namespace zelkm_tool {
 
-// An output that is known to be writable before there is anything to write. "-" is standard output.
+// The output file. The constructor already finds out whether it can be written. "-" is standard
+// output.
 class FreshFile {
   public:
-    // Makes a new file beside `path`, for its owner only. Throws Refused when that cannot be, or
-    // when `path` is there and no ordinary file: nothing is written through a link.
+    // Makes a temporary file beside `path`, for its owner only. Throws Refused when that fails, or
+    // when `path` exists and is no regular file; nothing is written through a link.
     explicit FreshFile(const std::string& path);
     // Leaves `path` as it was, unless commit() was called.
     ~FreshFile();
@@ -21,10 +22,10 @@ class FreshFile {
     FreshFile(const FreshFile&) = delete;
     FreshFile& operator=(const FreshFile&) = delete;
 
-    // Writes all of the file, so that only commit() is left. Throws Refused.
+    // Writes the content to the temporary file. Throws Refused.
     void write(const std::string& content);
 
-    // Puts it at `path`, in the place of a file that is there. Throws Refused.
+    // Renames the temporary file to `path`, which may exist. Throws Refused.
     void commit();
 
   private:

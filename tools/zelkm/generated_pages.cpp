@@ -13,7 +13,8 @@ std::vector<const CLI::App*> visibleCommands(const CLI::App& app) {
     return app.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); });
 }
 
-// Positional ones or the others; that each command has --help is said once.
+// The positional options, or the others. The --help of each command is left out: the page mentions
+// it once.
 std::vector<const CLI::Option*> optionsOf(const CLI::App& app, bool positional) {
     return app.get_options([&](const CLI::Option* each) {
         const bool repeated = app.get_parent() != nullptr && each == app.get_help_ptr();
@@ -25,7 +26,7 @@ bool takesValue(const CLI::Option& option) {
     return option.get_items_expected_max() != 0;
 }
 
-// Text that man(1) shows as it is.
+// Escapes a text so that man(1) prints it unchanged.
 std::string quoted(const std::string& text) {
     std::string result;
     for (const char c : text) {
@@ -42,7 +43,7 @@ std::string quoted(const std::string& text) {
     return result;
 }
 
-// Lines that stay lines.
+// A paragraph whose line ends man(1) keeps.
 std::string asIs(const std::string& text) {
     const size_t start = std::min(text.find_first_not_of('\n'), text.size());
     return start == text.size() ? "" : ".PP\n.nf\n" + quoted(text.substr(start)) + "\n.fi\n";
@@ -110,8 +111,8 @@ void addValued(const CLI::App& app, const std::string& type, std::vector<std::st
     }
 }
 
-// The options whose values are of a type, of all commands, as a pattern of the shell; no type is
-// all of them.
+// A shell pattern of the options, of all commands, whose values have this type. An empty type
+// stands for every option that takes a value.
 std::string valuedPattern(const CLI::App& app, const std::string& type) {
     std::vector<std::string> names;
     addValued(app, type, &names);

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What is made from the definition of the command line, so that it never differs from it.
+// Pages that are made from the definition of the command line, and so never differ from it.
 
 #pragma once
 
@@ -10,10 +10,10 @@
 
 namespace zelkm_tool {
 
-// A page for man(1), in its language.
+// A page for man(1), in roff.
 std::string manPage(const CLI::App& app);
 
-// A script for bash that completes commands and options, and files where they are expected.
+// A completion script for bash. It completes commands, options, and file names as values.
 std::string bashCompletion(const CLI::App& app);
 
 }  // namespace zelkm_tool

@@ -19,7 +19,7 @@
 namespace zelkm_tool {
 namespace {
 
-constexpr size_t kMaxNamed = 20;  // bad lines in a message
+constexpr size_t kMaxNamed = 20;  // this many bad objects are named in a message
 
 using Name = std::pair<std::string, std::string>;  // alias and creator
 

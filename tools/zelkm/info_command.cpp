@@ -1,8 +1,6 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What lies in a store directory. See info_command.h.
-
 #include "info_command.h"
 
 #include <algorithm>
@@ -34,7 +32,7 @@ std::string versionOf(const std::string& magic) {
     return magic == kMagicV10 ? "1.0" : "unknown, read as 1.1";
 }
 
-// What is odd about the lengths of a store; empty for nothing.
+// What is odd about the lengths of a store; empty when nothing is.
 std::string lengthsOf(const std::string& content, const StoreHeader& header) {
     const size_t there = storePayload(content, header).size();
     if (there < header.payload_len) {
@@ -103,7 +101,7 @@ Json storeJson(const std::string& content) {
     return json;
 }
 
-// What the digest makes of the key files.
+// Says in words which key file the digest fits.
 std::string digestInWords(const StoreFiles& files) {
     const auto digest = files.find(kKeyDigestFile);
     if (digest == files.end()) {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What lies in a store directory, without a key and without the library.
+// Shows what lies in a store directory. It needs no key, and does not use the library.
 
 #pragma once
 
@@ -9,7 +9,8 @@
 
 namespace zelkm_tool {
 
-// Prints it, as text or as one JSON object. Throws Refused when the directory cannot be read.
+// Prints the directory's content, as text or as one JSON object. Throws Refused when the directory
+// cannot be read.
 void printInfo(const std::string& dir, bool json);
 
 }  // namespace zelkm_tool

@@ -62,7 +62,7 @@ std::vector<KeyParameter> newKeyParams(bool rsa) {
     return params;
 }
 
-// Ends a call of the keymaster: its transport status counts first, then its answer.
+// Checks a keymaster call: first the transport's status, then the keymaster's answer.
 void checkCall(const android::hardware::Return<void>& transport, ErrorCode answer,
                const std::string& what) {
     if (!transport.isOk()) {
@@ -84,7 +84,7 @@ hidl_vec<uint8_t> generateKey(Session& session, bool rsa) {
     return blob;
 }
 
-// The key of the options, or a new one, kept in `new_key_path`.
+// The key that the options name. Without one, a new key, whose blob is written to `new_key_path`.
 hidl_vec<uint8_t> keyBlob(Session& session, const KeyOptions& options,
                           const std::optional<std::string>& existing_blob,
                           const std::string& new_key_path) {
@@ -114,7 +114,7 @@ void makeCsr(const SessionOptions& session_options, const CsrOptions& options) {
     if (options.out == "-" && !options.key.file) {
         throw WrongUsage("--out -: the new key needs a place, too; name a key with --key");
     }
-    // The session changes directory.
+    // The session changes the working directory, so the paths are made absolute first.
     const std::string out =
         options.out == "-" ? options.out : std::filesystem::absolute(options.out).string();
     const std::optional<std::string> existing = readKey(options.key);

@@ -12,7 +12,7 @@
 
 namespace zelkm_tool {
 
-// The key to speak for: a blob in a file, or a new one.
+// The key to use: an existing blob in a file, or a new key.
 struct KeyOptions {
     std::optional<std::string> file;
     bool rsa = false;  // a new key is RSA-2048 instead of EC P-256
@@ -31,8 +31,8 @@ struct AttestOptions {
     bool der = false;
 };
 
-// Each throws WrongUsage or Refused. A new key's blob is written beside the result, and never over
-// an existing one.
+// Each throws WrongUsage or Refused. The blob of a new key is written beside the result. It never
+// replaces an existing file.
 void makeCsr(const SessionOptions& session, const CsrOptions& options);
 void attestKey(const SessionOptions& session, const AttestOptions& options);
 

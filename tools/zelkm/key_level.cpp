@@ -16,14 +16,15 @@
 namespace zelkm_tool {
 namespace {
 
-// Nothing when the root key of that file, which must be there, does not open the blob.
+// Nothing when the root key does not open the blob. `root_key_path` must exist.
 std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& root_key_path) {
     using namespace android::hardware::keymaster::V4_0;
     soft_keymaster::SoftKeymaster::Options options;
     options.root_key_path = root_key_path;
     soft_keymaster::SoftKeymaster keymaster(options);
 
-    // A keymaster tells only whether a key is older or newer than its own level.
+    // A keymaster tells only whether a key is older or newer than its own level. So the level is
+    // searched for by halves.
     uint64_t low = 0;
     uint64_t high = std::numeric_limits<uint32_t>::max();
     while (low <= high) {
@@ -37,7 +38,7 @@ std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& r
             return static_cast<uint32_t>(level);
         }
         if (answer != ErrorCode::KEY_REQUIRES_UPGRADE) {
-            low = level + 1;  // newer, or no key of this root key at all
+            low = level + 1;  // newer, or a key of another root key
         } else if (level == 0) {
             break;
         } else {
@@ -56,12 +57,13 @@ std::string keyLevel(const Directory& directory) {
         if (!blob || !root_key) {
             return "";
         }
-        // The very file that was opened, whatever has become of its name.
+        // This path names the file that is open already, even when its name leads to another file
+        // by now.
         const std::optional<uint32_t> level =
             levelOfKey(*blob, "/proc/self/fd/" + std::to_string(root_key->get()));
         return level ? std::to_string(*level) : "unknown, it is not of this root key";
     } catch (const Refused&) {
-        return "";  // what cannot be read is named elsewhere
+        return "";  // the caller names files that cannot be read
     }
 }
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The patch level that a key of the software keymaster was made at, or upgraded to.
+// The patch level at which a key of the software keymaster was made or last upgraded.
 
 #pragma once
 
@@ -11,7 +11,8 @@
 
 namespace zelkm_tool {
 
-// The level in words, for the key in a store directory; empty without the key or the root key.
+// The level of the key in a store directory, in words. Empty when the key or the root key is
+// missing.
 std::string keyLevel(const Directory& directory);
 
 }  // namespace zelkm_tool

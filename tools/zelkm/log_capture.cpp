@@ -22,7 +22,7 @@ namespace {
 
 constexpr size_t kMaxErrors = 64;
 
-// Of what a repair says, these tell more than the refusal that led to it.
+// These messages of a repair explain more than the refusal that came before them.
 constexpr std::string_view kTelling[] = {"store-refused", "store-cache-differed", "key-regenerated",
                                          "key-intact"};
 
@@ -34,8 +34,8 @@ bool isColorWanted() {
     return no_color == nullptr || *no_color == '\0';
 }
 
-// What follows the library's prefix may hold values, and those anything: a terminal gets none of it
-// as it is.
+// A message as a terminal may show it. Its values may hold any bytes, so what follows the library's
+// prefix is escaped there.
 std::string printable(const std::string& message) {
     const size_t end = message.find(") ");
     const size_t start = parseLogLine(withoutEscapes(message)) ? end + 2 : 0;

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The library's platform log in this process: kept, so that a failure can tell its cause.
+// Keeps the library's errors in this process, so that a failed command can name its cause.
 
 #pragma once
 
@@ -9,17 +9,18 @@
 
 namespace zelkm_tool {
 
-// From now on the library's errors are kept, and nothing of its log is printed but what ends the
-// process.
+// From now on the library's errors are kept. Nothing of its log is printed, except a message that
+// ends the process.
 void captureLog();
 
-// From now on all of the log is also printed to standard error: with escape sequences only on a
-// terminal, and not with NO_COLOR in the environment.
+// From now on the whole log is also printed to standard error. Escape sequences appear only on a
+// terminal, and not when NO_COLOR is set in the environment.
 void showLog();
 
-// What the errors kept since the last call tell as the cause, e.g. "the new version of a file could
-// not be written: the disk is full (No space left on device)"; empty when there were none. The
-// first one is the cause, those after it its consequences.
+// The cause that the errors since the last call tell, e.g. "the new version of a file could not be
+// written: the disk is full (No space left on device)". Empty when there were no errors. The first
+// error counts, because later ones follow from it; but the messages of a repair say more, and come
+// before it.
 std::string takeCause();
 
 }  // namespace zelkm_tool

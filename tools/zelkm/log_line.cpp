@@ -10,12 +10,13 @@
 namespace zelkm_tool {
 namespace {
 
-constexpr size_t kMaxPrefixLen = 128;  // of what other programs put before a message
+constexpr size_t kMaxPrefixLen = 128;  // how much other programs may put before a message
 constexpr int64_t kMicrosPerSecond = 1000000;
 constexpr size_t kMicroDigits = 6;
-constexpr size_t kMinEpochDigits = 9;  // with fewer, seconds are not a date of this century
+constexpr size_t kMinEpochDigits = 9;  // fewer digits are seconds since the start of the device
 
-// Reads a text from the front; what does not fit moves nothing.
+// Reads a text from the front. A function that does not find what it wants leaves the position as
+// it was.
 struct Cursor {
     std::string_view rest;
 
@@ -30,7 +31,8 @@ struct Cursor {
         rest.remove_prefix(end);
         return result;
     }
-    // A number of exactly this many digits up to `max`.
+    // A number of exactly `num_digits` digits. False when there is none, or when it is not from
+    // `min` to `max`.
     bool number(size_t num_digits, int min, int max, int* value) {
         Cursor ahead = *this;
         const std::string_view text = ahead.digits();
@@ -48,7 +50,7 @@ uint64_t toNumber(std::string_view digits) {
     return std::stoull("0" + std::string(digits.substr(0, kMaxDigits)));
 }
 
-// ".951" in microseconds; 0 if there is none.
+// Takes a fraction such as ".951" off the text, in microseconds; 0 if there is none.
 int64_t takeFraction(Cursor* in) {
     Cursor ahead = *in;
     if (!ahead.literal(".")) {
@@ -63,7 +65,7 @@ int64_t takeFraction(Cursor* in) {
     return std::stoll(fraction);
 }
 
-// " +0100" in minutes.
+// Takes a zone such as " +0100" off the text, in minutes.
 std::optional<int> takeZone(Cursor* in) {
     Cursor ahead = *in;
     if (!ahead.literal(" ")) {
@@ -80,7 +82,7 @@ std::optional<int> takeZone(Cursor* in) {
     return negative ? -minutes : minutes;
 }
 
-// "[2026-]11-21 15:20:56[.951][ +0100]" at the front of the text.
+// Reads "[2026-]11-21 15:20:56[.951][ +0100]" at the front of the text.
 std::optional<LogTime> parseDate(std::string_view text) {
     constexpr int kFirstYear = 1970;
     constexpr int kLeapYear = 1972;
@@ -112,7 +114,8 @@ std::optional<LogTime> parseDate(std::string_view text) {
     return result;
 }
 
-// Seconds with a fraction before the first blank: since 1970, or since the device started.
+// Reads seconds with a fraction before the first blank. They count from 1970 or from the device's
+// start.
 LogTime parseSeconds(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     Cursor in = {text};
@@ -133,7 +136,7 @@ LogTime parseSeconds(std::string_view text) {
 constexpr std::pair<const char*, Level> kPrefixes[] = {
     {"ERR", Level::kError}, {"WRN", Level::kWarning}, {"DBG", Level::kDebug}};
 
-// The level in "…[ERR]", where escape sequences may have left something of themselves.
+// The level in "…[ERR]". Parts of removed escape sequences may stand around it.
 std::optional<Level> levelBefore(std::string_view before) {
     constexpr size_t kWindow = 28;
     if (before.empty() || before.back() != ']') {
@@ -149,7 +152,7 @@ std::optional<Level> levelBefore(std::string_view before) {
     return std::nullopt;
 }
 
-// "… [ERR] (velt_secure_db.cpp:123) message", where the base name stands at `at`.
+// Reads "… [ERR] (velt_secure_db.cpp:123) message". The base name stands at `at`.
 std::optional<LogLine> parsePlatformLine(std::string_view line, size_t at, Source source) {
     LogLine result = {};
     const auto level = levelBefore(line.substr(0, at - 2));
@@ -165,7 +168,7 @@ std::optional<LogLine> parsePlatformLine(std::string_view line, size_t at, Sourc
     result.source_line = toNumber(number);
     result.text = in.rest;
     result.time = findTime(line.substr(0, at));
-    // logcat's format "process" has the tag behind the message.
+    // logcat's format "process" puts the tag behind the message.
     constexpr std::string_view kTagBehind = "  (keymaster_tee)";
     const size_t start = result.text.size() - std::min(result.text.size(), kTagBehind.size());
     if (line.substr(1, 1) == "(" && result.text.substr(start) == kTagBehind) {
@@ -174,8 +177,8 @@ std::optional<LogLine> parsePlatformLine(std::string_view line, size_t at, Sourc
     return result;
 }
 
-// "2026-11-21 15:20:56.951 WARN  [123] [log_to_file@102] zelkeymaster_operation.cpp(803) :message",
-// where the last bracket stands at `at`.
+// Reads "2026-11-21 15:20:56.951 WARN  [123] [log_to_file@102] zelkeymaster_operation.cpp(803)
+// :text". The last bracket stands at `at`.
 std::optional<LogLine> parseErrorFileLine(std::string_view line, size_t at) {
     LogLine result = {};
     std::string_view before = line.substr(0, at);
@@ -230,7 +233,7 @@ LogTime findTime(std::string_view line) {
 }
 
 std::optional<LogLine> parseLogLine(std::string_view line) {
-    // Whatever comes first is the line's own; the message may quote the others.
+    // The part that comes first belongs to the line. A message may quote the others.
     size_t first = line.find(" [log_to_file@");
     std::optional<Source> platform;
     for (const Source source : {Source::kObject, Source::kEngine}) {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One line of a log, taken apart: what stands around the library's message.
+// Takes one line of a log apart, into the library's message and what stands around it.
 
 #pragma once
 
@@ -25,14 +25,14 @@ enum class Clock {
 
 struct LogTime {
     Clock clock = Clock::kNone;
-    // Microseconds since 1970-01-01 00:00 (kLocal: as if that were UTC), since the device started,
-    // or, without a year, since the new year of 1972; a later year follows when a log passes the
-    // end of December.
+    // Microseconds since 1970-01-01 00:00 (kLocal: as if the local time were UTC), or since the
+    // device started. A date without a year counts from the start of 1972; when a log goes from
+    // December to January, the reader of the log adds a year.
     int64_t micros = 0;
     std::string text;  // as it stands in the line
 };
 
-// A line of the library, in whatever format a log has it.
+// A line of the library, in any of the formats that logs have.
 struct LogLine {
     Level level;
     Source source;
@@ -43,14 +43,14 @@ struct LogLine {
     bool in_error_file;
 };
 
-// Takes a line apart that has no terminal escapes any more (see withoutEscapes()); nothing when it
-// is none of the library's. The views are into `line`.
+// Takes apart a line that has no escape sequences any more; see withoutEscapes(). Nothing when the
+// line is not the library's. The views point into `line`.
 std::optional<LogLine> parseLogLine(std::string_view line);
 
-// The first time in the first bytes of a line.
+// The first time that stands near the start of a line.
 LogTime findTime(std::string_view line);
 
-// The line without its escape sequences ("\033[31m") and the carriage return at its end.
+// The line without its escape sequences ("\033[31m") and without a carriage return at its end.
 std::string withoutEscapes(std::string_view line);
 
 }  // namespace zelkm_tool

@@ -15,18 +15,19 @@ constexpr size_t kMaxContinuations = 4;
 constexpr size_t kShownLen = 200;
 constexpr int64_t kMicrosPerDay = int64_t{24} * 60 * 60 * 1000000;
 
-// A line that is none of the library's by its form, but may go on with a message.
+// A line that does not have the library's form. It may continue the message before it.
 struct Continuation {
     std::string line;
     size_t number;
 };
 
-// "[ 11-21 15:20:56.951  1234: 5678 E/keymaster_tee ]", which stands above a message.
+// Whether the line is "[ 11-21 15:20:56.951  1234: 5678 E/keymaster_tee ]", which logcat puts above
+// a message.
 bool isHeading(std::string_view line) {
     return line.substr(0, 2) == "[ " && line.back() == ']' && line.find('/') != line.npos;
 }
 
-// What follows the tag of a line that goes on with a message of several lines.
+// The text of a line that may continue a message: what follows the tag, if it has one.
 std::string_view continuedText(std::string_view line) {
     const size_t tag = line.find(kTag);
     const size_t end = tag == line.npos ? tag : line.find(": ", tag);
@@ -90,8 +91,8 @@ class Reader {
         event_.line = line_number_;
     }
 
-    // Ends the open line: alone it is a message, or with as few as possible of the lines after it.
-    // One that seems to end with a NUL may go on after a line feed.
+    // Ends the open line. It is a message alone, or together with as few of the following lines as
+    // possible. A message that seems to be cut at a NUL may go on after a line feed.
     void flush() {
         if (!open_) {
             return;
@@ -136,7 +137,7 @@ class Reader {
         log_.events.push_back(std::move(event_));
     }
 
-    // Without a year, a step of more than half a year leads over a new year.
+    // Adds or removes a year when the time steps by more than half a year: that step is a new year.
     void followYear() {
         if (event_.time.clock != Clock::kYearless) {
             return;
@@ -173,14 +174,14 @@ class Reader {
     size_t line_number_ = 0;
 
     LogTime heading_;
-    bool open_ = false;  // whether the members below are a line that waits for more
+    bool open_ = false;  // the members below are a line that may have more text
     Level level_ = Level::kError;
     Source source_ = Source::kObject;
     std::string whole_;
     LogEvent event_;
     std::vector<Continuation> continuations_;
 
-    std::string last_;  // the whole line of the last event, if that was in an error file
+    std::string last_;  // the whole line of the last event, if it was in an error file
     bool seen_yearless_ = false;
     int64_t num_years_ = 0;
     int64_t last_yearless_ = 0;
@@ -231,7 +232,7 @@ std::vector<FoundMessage> findMessages(std::string_view text) {
         return exact;
     }
     std::vector<FoundMessage> found = matchMessages(line, std::nullopt, std::nullopt);
-    // "%s" alone gives every text there is.
+    // The format "%s" alone matches every text.
     const bool says_nothing = !found.empty() && std::string_view("%s") == found[0].message->format;
     return found.empty() || says_nothing ? parts : found;
 }

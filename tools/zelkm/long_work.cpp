@@ -29,7 +29,7 @@ LongWork::LongWork(const SessionOptions& options, std::string what, size_t total
       visible_(!options.quiet && ::isatty(STDERR_FILENO) != 0) {
     interrupted = 0;
     for (size_t i = 0; i < 2; ++i) {
-        before_[i] = ::signal(kSignals[i], takeNote);  // which restarts system calls
+        before_[i] = ::signal(kSignals[i], takeNote);  // system calls then restart
     }
 }
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Work that takes its time: shows how far it is, and can be interrupted between two steps.
+// Work of many steps. It shows its progress, and can be interrupted between two steps.
 
 #pragma once
 
@@ -13,17 +13,17 @@
 
 namespace zelkm_tool {
 
-// From now on SIGINT and SIGTERM only leave a note, as long as this object lives: one at a time.
+// While this object lives, SIGINT and SIGTERM only set a flag. There may be one object at a time.
 class LongWork {
   public:
-    // Progress appears on standard error when that is a terminal, unless the options say --quiet.
+    // Shows progress on standard error if that is a terminal, and not with --quiet.
     LongWork(const SessionOptions& options, std::string what, size_t total);
     ~LongWork();
 
     LongWork(const LongWork&) = delete;
     LongWork& operator=(const LongWork&) = delete;
 
-    // To be called when `done` steps are done. False when it is time to stop.
+    // Call this when `done` steps are done. False when a signal asked to stop.
     bool goesOn(size_t done);
 
   private:
@@ -33,7 +33,7 @@ class LongWork {
     const size_t total_;
     const bool visible_;
     bool shown_ = false;
-    Clock::time_point last_;  // when progress was shown; long ago at first
+    Clock::time_point last_;  // when progress was shown last; long ago at first
     void (*before_[2])(int);
 };
 

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// zelkm: the library at an engineer's desk. This file defines what all commands share; the commands
-// are in the files *_command_line.cpp.
+// zelkm: the library at an engineer's desk. This file defines the options of all commands; the
+// commands themselves are in the files *_command_line.cpp.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -21,8 +21,7 @@ namespace {
 
 using namespace zelkm_tool;
 
-// Of the option names in a help text, so that descriptions fit beside them.
-constexpr size_t kHelpColumn = 28;
+constexpr size_t kHelpColumn = 28;  // of descriptions in a help text
 
 constexpr char kSeeHelp[] = "; see 'zelkm help'";
 
@@ -63,7 +62,7 @@ Examples:
 
 'zelkm COMMAND --help' tells more about each.)";
 
-// The parser would take the next argument for the value of "--admin=".
+// Refuses options such as "--admin=". The parser would take the next argument as their value.
 void refuseEmptyValues(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg = argv[i];
@@ -73,7 +72,7 @@ void refuseEmptyValues(int argc, char** argv) {
     }
 }
 
-// Empty for a year and a month.
+// Why the text is no patch level; empty when it is one.
 std::string whyNoPatchLevel(std::string& text) {
     const bool digits = text.size() == 6 && text.find_first_not_of("0123456789") == text.npos;
     const bool fits =
@@ -81,7 +80,8 @@ std::string whyNoPatchLevel(std::string& text) {
     return fits ? "" : "a patch level is a year and a month, YYYYMM";
 }
 
-// Of what the parser could not place, the first.
+// Why the parser refused the arguments: names the first unknown option, or else the first argument
+// left over.
 std::string whyNotExpected(const CLI::App& app) {
     const std::vector<std::string> left = app.remaining(/*recurse=*/true);
     const auto option = std::find_if(left.begin(), left.end(),
@@ -107,7 +107,7 @@ void defineHelp(CLI::App& app) {
     });
 }
 
-// For the build alone.
+// Defines the hidden command with which the build makes the manual page and the completion.
 void definePages(CLI::App& app) {
     auto kind = std::make_shared<std::string>();
     auto file = std::make_shared<std::string>();
@@ -126,7 +126,7 @@ int run(int argc, char** argv) {
     app.get_formatter()->column_width(kHelpColumn);
     app.set_version_flag("--version", "zelkm " ZELKM_VERSION);
     app.footer(kFooter);
-    app.require_subcommand(0, 1);  // none is told apart from an unknown one below
+    app.require_subcommand(0, 1);  // a missing one is reported below
     app.fallthrough();
 
     SessionOptions session;

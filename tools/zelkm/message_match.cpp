@@ -10,7 +10,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-constexpr size_t kMaxNumberLen = 20;  // of 64 bits, sign or "0x" included
+constexpr size_t kMaxNumberLen = 20;  // a 64-bit number with its sign or "0x"
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
 
@@ -18,7 +18,7 @@ std::string_view withoutLineFeeds(std::string_view text) {
     return text.substr(0, text.find_last_not_of('\n') + 1);
 }
 
-// Takes the conversion that the format begins with, and gives its letter.
+// Removes the conversion at the start of the format, and returns its letter.
 char takeConversion(std::string_view* format) {
     const size_t letter = std::min(format->find_first_not_of("%0123456789lz"), format->size() - 1);
     const char result = (*format)[letter];
@@ -26,14 +26,14 @@ char takeConversion(std::string_view* format) {
     return result;
 }
 
-// How long a number is that the text begins with; 0 if it does not.
+// The length of the number at the start of the text; 0 when there is none.
 size_t numberLen(std::string_view text, std::string_view prefix, std::string_view digits) {
     const size_t start = text.substr(0, prefix.size()) == prefix ? prefix.size() : 0;
     const size_t end = std::min(text.find_first_not_of(digits, start), text.size());
     return end == start || end > kMaxNumberLen ? 0 : end;
 }
 
-// How many bytes of the text the conversion gave, 0 for none.
+// How many bytes at the start of the text this conversion can have printed; 0 for none.
 size_t valueLen(char conversion, std::string_view text) {
     constexpr std::string_view kNullPointer = "(nil)";
     switch (conversion) {
@@ -55,7 +55,7 @@ size_t valueLen(char conversion, std::string_view text) {
     }
 }
 
-// More bytes than the format can give, if it has no %s.
+// A format without %s cannot print more bytes than this.
 size_t maxLen(std::string_view format) {
     size_t len = format.size();
     for (const char c : format) {
@@ -76,7 +76,8 @@ bool match(std::string_view format, std::string_view text, Arguments* arguments)
         }
         const char conversion = takeConversion(&format);
         if (conversion == 's') {
-            // What follows reaches to the end of the text, so that its start is near.
+            // When no other %s follows, the rest of the format is short, and the value's end is
+            // near the text's end.
             const bool another = format.find("%s") != format.npos;
             const size_t tail = another ? text.size() : std::min(text.size(), maxLen(format));
             const size_t num_before = arguments->size();
@@ -93,7 +94,7 @@ bool match(std::string_view format, std::string_view text, Arguments* arguments)
         }
         const size_t len = valueLen(conversion, text);
         if (conversion == 'c' && len == 0) {
-            arguments->emplace_back();  // a NUL, with which the logged text ends
+            arguments->emplace_back();  // a NUL, at which the logged text ends
             return true;
         }
         if (len == 0) {

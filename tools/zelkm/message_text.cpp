@@ -33,7 +33,7 @@ std::string capitalised(std::string text) {
     return text;
 }
 
-// A table's cell.
+// Text for a cell of a Markdown table.
 std::string cell(const std::string& text) {
     std::string result;
     for (const char c : text) {

@@ -12,11 +12,11 @@
 
 namespace zelkm_tool {
 
-// What a logged message means, with what its arguments tell. `with_code`: with its result code,
-// too.
+// The meaning of a logged message, with the information in its arguments. `with_code` adds the
+// meaning of its result code.
 std::string describe(const FoundMessage& found, bool with_code);
 
-// The result code among the arguments; null when the message has none, or one that is not known.
+// The result code among the arguments; null when there is none, or when it is unknown.
 const ResultCode* codeIn(const FoundMessage& found);
 
 // E.g. "-49 SECURE_HW_COMMUNICATION_FAILED: the secure hardware does not answer".
@@ -25,7 +25,7 @@ std::string nameAndMeaning(const ResultCode& result);
 // 'E', 'W' or 'D'.
 char letterOf(Level level);
 
-// The sections of docs/diagnostics.md on messages and result codes, in Markdown.
+// The sections on messages and result codes of docs/diagnostics.md, in Markdown.
 std::string markdownTables();
 
 }  // namespace zelkm_tool

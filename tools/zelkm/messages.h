@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every message that the library logs, and what it means: the one table behind the cause of a
-// failed command, 'zelkm explain', the doctor's reading of logs, and docs/diagnostics.md.
+// Every message that the library logs, with its meaning. This one table serves the causes of failed
+// commands, 'zelkm explain', the doctor's reading of logs, and docs/diagnostics.md.
 
 #pragma once
 
@@ -19,10 +19,10 @@ enum class Source {
     kEngine,  // velt_secure_db.cpp: platform log only
 };
 
-// The base name that stands in a line.
+// The source's base name, as log lines have it.
 const char* sourceName(Source source);
 
-// What the arguments of a message tell.
+// What kind of information a message's arguments hold.
 enum class Detail {
     kNone,
     kResult,       // the last one is a result code
@@ -30,7 +30,7 @@ enum class Detail {
     kText,         // the first one is a text that speaks for itself
 };
 
-// The advice of messages that pass on what the keymaster answered.
+// The advice of a message that passes on the keymaster's answer.
 inline constexpr char kLookUpCode[] = "Look the code up below, or with `zelkm explain -- CODE`.";
 
 struct Message {
@@ -42,8 +42,8 @@ struct Message {
     const char* meaning;  // a clause without a full stop, e.g. "the medium is full"
     const char* cause;    // sentences; empty when the meaning says it
     const char* advice;   // sentences
-    const char* result;   // the codes that the caller gets with it; empty when it varies or is 0
-    // The words that the first %s stands for, with '|' between them; null: any text.
+    const char* result;   // the codes that its caller gets; empty when they vary or are 0
+    // The words that the first %s can stand for, separated by '|'. Null when it can be any text.
     const char* words = nullptr;
 };
 
@@ -55,7 +55,7 @@ struct MessageGroup {
 
 const std::vector<MessageGroup>& messageGroups();
 
-// The message of this id. Throws std::out_of_range if there is none.
+// The message with this id. Throws std::out_of_range if there is none.
 const Message& messageById(std::string_view id);
 
 }  // namespace zelkm_tool

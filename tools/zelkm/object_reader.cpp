@@ -18,7 +18,7 @@ using Json = nlohmann::json;
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // written by spreadsheets
 
-// Records of CSV, one after the other, and the lines that they begin at.
+// Reads the records of a CSV text one after the other, each with the number of its first line.
 class CsvReader {
   public:
     explicit CsvReader(std::string_view text) : rest_(text) {}
@@ -49,7 +49,7 @@ class CsvReader {
         return c;
     }
 
-    // Whether another field of the record follows.
+    // Takes one field. True when another field of the same record follows.
     bool takeField(std::string* field, std::string* problem) {
         const bool is_quoted = rest_.substr(0, 1) == "\"";
         if (is_quoted) {
@@ -131,7 +131,7 @@ std::vector<ReadObject> readCsv(std::string_view text) {
     return objects;
 }
 
-// The bytes of a value of an object, or nothing when it is none.
+// The bytes of a JSON value of an object; nothing when the value is not allowed there.
 std::optional<std::string> bytesOf(const Json& value) {
     if (value.is_null()) {
         return "";
@@ -179,7 +179,7 @@ std::vector<ReadObject> readJson(std::string_view text) {
     try {
         items = Json::parse(text);
     } catch (const Json::exception& error) {
-        const std::string what = error.what();  // "[json.exception...] what is wrong"
+        const std::string what = error.what();  // it says "[json.exception...] what is wrong"
         throw Refused(what.substr(std::min(what.find("] ") + 2, what.size())));
     }
     std::vector<ReadObject> objects;

@@ -20,7 +20,7 @@ namespace zelkm_tool {
 namespace {
 
 constexpr size_t kGap = 2;       // between two columns
-constexpr size_t kMinLimit = 8;  // even if the lines do not fit then
+constexpr size_t kMinLimit = 8;  // a limit is never lower, even if lines then do not fit
 
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
@@ -51,7 +51,7 @@ void printCsvLine(std::ostream& out, const std::vector<std::string>& values) {
     out << "\r\n";
 }
 
-// How wide a column may be so that a line fits; never too narrow to tell anything.
+// The widest that a column may be so that lines fit. Never so narrow that nothing could be read.
 size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
     size_t limit = *std::max_element(widths.begin(), widths.end());
     const auto total = [&] {
@@ -64,8 +64,8 @@ size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
     return std::max(limit, kMinLimit);
 }
 
-// JSON text with the controls that the library leaves in it, DEL and U+0080 to U+009F, as escapes.
-// They can only be in strings.
+// Escapes DEL and U+0080 to U+009F in a JSON text, which the JSON library leaves as they are. They
+// can stand only inside strings.
 std::string withoutControls(const std::string& json) {
     std::string text;
     for (size_t i = 0; i < json.size(); ++i) {

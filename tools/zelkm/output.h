@@ -16,18 +16,18 @@ struct Table {
     std::vector<std::vector<std::string>> rows;  // as many values as columns each
 };
 
-// The width of the terminal that standard output is, in columns; 0 when it is none.
+// The width of standard output in columns; 0 when it is no terminal.
 size_t terminalWidth();
 
-// Aligned columns; bytes that a terminal cannot show appear as \xNN. With a width, longer values
-// are cut, with an ellipsis, as far as that makes the lines fit.
+// Prints aligned columns. Bytes that a terminal cannot show appear as \xNN. With a `width`, long
+// values are cut with an ellipsis, until lines fit or columns are as narrow as they may be.
 void printTable(std::ostream& out, const Table& table, size_t width = 0);
 
-// An array of objects keyed by column name. A value that is no UTF-8, which JSON cannot hold, is an
-// object instead of a string: {"hex": "ff00"}. Control characters are escaped.
+// Prints an array of objects, keyed by column name. JSON strings hold only UTF-8: any other value
+// becomes an object such as {"hex": "ff00"}. Control characters are escaped.
 void printJson(std::ostream& out, const Table& table);
 
-// RFC 4180: a header line, lines that end in CR LF, values as the bytes they are.
+// Prints CSV (RFC 4180): a header line, lines that end in CR LF, values as their bytes.
 void printCsv(std::ostream& out, const Table& table);
 
 }  // namespace zelkm_tool

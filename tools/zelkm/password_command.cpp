@@ -27,7 +27,7 @@ void requireOneStream(const std::vector<std::string>& paths, const char* stream)
     }
 }
 
-// An output must neither be another one nor replace what it was made from.
+// Refuses an output path that is also an input, or another output.
 void requireDistinct(const std::vector<std::string>& read, std::vector<std::string> written) {
     const auto resolved = [](const std::string& path) {
         return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
@@ -44,7 +44,7 @@ void requireDistinct(const std::vector<std::string>& read, std::vector<std::stri
     }
 }
 
-// The session changes directory.
+// Makes a path absolute, because the session changes the working directory.
 std::string absolute(const std::string& path) {
     return path == "-" ? path : std::filesystem::absolute(path).string();
 }
@@ -68,7 +68,8 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
                    [](const std::string& path) { return toVec(readInput(path)); });
     const hidl_vec<uint8_t> material = toVec(readInput(options.material));
     hidl_vec<uint8_t> tag = wraps ? hidl_vec<uint8_t>() : toVec(readInput(options.tag));
-    // Before anything is computed: an output that cannot be written costs nothing then.
+    // The outputs are opened first, so that an output that cannot be written ends the command
+    // before its work.
     std::vector<std::unique_ptr<FreshFile>> outputs;
     for (const std::string& path : written) {
         outputs.push_back(std::make_unique<FreshFile>(absolute(path)));

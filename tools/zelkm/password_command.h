@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Conversion of key material under the password hardware key.
+// Converts key material under the password hardware key.
 
 #pragma once
 
@@ -13,17 +13,17 @@
 
 namespace zelkm_tool {
 
-// All are files; "-" is standard input or output.
+// All members name files. "-" is standard input or output.
 struct PasswordOptions {
     std::array<std::string, 4> inputs;
     std::string material;
     std::string out;
     std::string tag;                 // written by wrap, read by unwrap
-    std::optional<std::string> rot;  // where to write the hardware's value
+    std::optional<std::string> rot;  // receives the hardware's value
 };
 
-// Each throws WrongUsage or Refused. wrap() converts material and makes its tag; unwrap() converts
-// it back, when material, inputs and tag are the same.
+// Each throws WrongUsage or Refused. wrap() converts material, and makes its tag. unwrap() converts
+// it back, if inputs and tag are the same.
 void wrap(const SessionOptions& session, const PasswordOptions& options);
 void unwrap(const SessionOptions& session, const PasswordOptions& options);
 

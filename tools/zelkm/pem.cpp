@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kPemStart[] = "-----BEGIN ";
 
-// Frees what PEM_read_bio() hands out.
+// Owns what PEM_read_bio() returns.
 struct PemBlock {
     char* name = nullptr;
     char* header = nullptr;

@@ -10,12 +10,12 @@
 
 namespace zelkm_tool {
 
-// DER in PEM armour (RFC 7468) with this label.
+// The DER bytes in PEM armour (RFC 7468) with this label.
 std::string toPem(const char* label, const std::string& der);
 
 // The certificates of a file: the CERTIFICATE blocks of a PEM text, or DER certificates one after
-// the other. What does not parse as DER stands at the end as an element of its own. Throws Refused
-// for damaged PEM; `name` is for the message.
+// the other. Bytes that are no DER become the last element. Throws Refused for damaged PEM; `name`
+// is for the message.
 std::vector<std::string> splitCertificates(const std::string& content, const std::string& name);
 
 }  // namespace zelkm_tool

@@ -34,7 +34,8 @@ int encryptWithOperation(void* ctx, unsigned int mode, unsigned char* plain, uns
                                                                aad, aad_len);
 }
 
-// Result text with its line structure, and everything else that is not printable as \xNN.
+// Prints a result text. Line feeds and printable characters stay, and all other bytes appear as
+// \xNN.
 void printResultText(std::string_view text) {
     while (!text.empty()) {
         const size_t end = std::min(text.find('\n'), text.size());

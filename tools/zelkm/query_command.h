@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Command texts of the engine, run as they are.
+// Runs command texts of the engine unchanged.
 
 #pragma once
 
@@ -14,7 +14,7 @@ namespace zelkm_tool {
 
 struct QueryOptions {
     std::string text;                 // one command; "-" reads them from standard input
-    std::optional<std::string> file;  // one command a line
+    std::optional<std::string> file;  // a file with one command in each line
 };
 
 // Throws WrongUsage, or Refused at the first command that fails.

@@ -13,17 +13,17 @@ struct ResultCode {
     int code;
     const char* name;
     const char* meaning;  // a few words
-    const char* cause;    // in this library; empty: none of its calls is known to lead to it
-    const char* advice;   // empty: only the keymaster's makers know
+    const char* cause;    // in this library; empty when none of its calls leads to it
+    const char* advice;   // empty when only the keymaster's makers can tell
 };
 
-// All of them, 0 first, then downwards.
+// All codes: 0 first, then downwards.
 const std::vector<ResultCode>& resultCodes();
 
-// Null for a code that is in no table.
+// Null when the code is unknown.
 const ResultCode* findResultCode(int code);
 
-// What stands for an empty cause and an empty advice.
+// The cause and the advice, or general ones where the code has none.
 const char* causeOf(const ResultCode& result);
 const char* adviceOf(const ResultCode& result);
 

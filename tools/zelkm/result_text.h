@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a call of the library answered, in words.
+// Puts the result of a library call into words.
 
 #pragma once
 
@@ -12,12 +12,12 @@ namespace zelkm_tool {
 // The code and its meaning, e.g. "-914 stale table handle".
 std::string resultText(int code);
 
-// "<what>: <code and meaning>: <cause>", with the cause that the library's log of the call tells;
-// without it when it tells none.
+// "<what>: <code and meaning>: <cause>". The cause comes from what the library logged during the
+// call; it is left out when nothing was logged.
 std::string failureText(int code, const std::string& what);
 
-// Throws Refused with the failure's text unless the code is 0. A call that logged an error, and
-// succeeded all the same, is told on standard error.
+// Throws Refused with the failure's text unless the code is 0. A call that logged an error and
+// still answered 0 is reported on standard error.
 void check(int code, const std::string& what);
 
 }  // namespace zelkm_tool

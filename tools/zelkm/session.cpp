@@ -27,7 +27,8 @@ bool isThere(const std::string& file) {
     return std::filesystem::exists(file, ignored);
 }
 
-// An insertion would take a missing store for an empty one, and overwrite what is left of it.
+// Refuses a directory whose store file is missing while its backup or its new version exists. An
+// insertion would take the store for an empty one, and overwrite both.
 void refuseInterruptedReplacement(const std::string& dir) {
     for (const char* suffix : {".bak", ".tmp"}) {
         const std::string left = std::string(kStoreFile) + suffix;
@@ -39,7 +40,8 @@ void refuseInterruptedReplacement(const std::string& dir) {
     }
 }
 
-// An empty file is a store without objects to the library: as dangerous as a missing one.
+// Refuses an empty store file. To the library it is a store without objects, as if the file were
+// missing.
 void refuseEmptyStore(const std::string& dir, const std::string& image) {
     if (image.empty()) {
         throw Refused(dir + ": " + kStoreFile +
@@ -48,8 +50,8 @@ void refuseEmptyStore(const std::string& dir, const std::string& image) {
     }
 }
 
-// A keymaster that cannot decrypt the store makes the library roll it back to its backup, and
-// remove it when there is none.
+// Refuses an encrypted store whose key or root key is missing. When the keymaster cannot decrypt
+// the store, the library puts the backup in its place, or removes it when there is no backup.
 void refuseForeignStore(const std::string& dir, const std::string& image) {
     const std::optional<StoreHeader> header = parseStoreHeader(image);
     if (!header || !header->encrypted()) {
@@ -63,7 +65,8 @@ void refuseForeignStore(const std::string& dir, const std::string& image) {
     }
 }
 
-// The library and the keymaster open these by name, and wait for a FIFO, or follow a link.
+// Refuses links, FIFOs and whatever else is no regular file. The library and the keymaster open
+// files by name: they would follow a link, and wait for a FIFO.
 void refuseOtherThanFiles(const Directory& directory) {
     for (const std::string& name : usedNames()) {
         [[maybe_unused]] const std::optional<Descriptor> file = directory.open(name);
@@ -129,7 +132,8 @@ Session::~Session() {
     }
 }
 
-// An upgraded key is of no use at the level before: that must be wanted, not happen.
+// Refuses to upgrade the key without --upgrade, because the older patch level cannot use the
+// upgraded key.
 void Session::refuseUpgrade() {
     const std::optional<std::string> key = Directory(".").read(kKeyFile);
     ErrorCode answer = ErrorCode::OK;
@@ -147,7 +151,7 @@ void Session::refuseUpgrade() {
 }
 
 ZelKeymasterOperation& Session::operation() {
-    // Lives as long as the process, as the library expects: its destructor leaves the key's buffer.
+    // The object lives as long as the process, as the library expects.
     static auto* const operation = new ZelKeymasterOperation(&keymaster_, uses_store_);
     return *operation;
 }

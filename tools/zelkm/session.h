@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A store directory at work: the software keymaster under the root key that lies in the directory,
-// and the operation object.
+// Work on one store directory: the software keymaster, with the root key of the directory, and the
+// operation object.
 
 #pragma once
 
@@ -28,32 +28,32 @@ inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
 inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
 inline constexpr char kAttestationRootFile[] = "soft_keymaster_root.key.attest";
 
-// What the library's files are called while they are replaced, and after.
+// The suffixes of a file that is being replaced.
 inline constexpr char kBackupSuffix[] = ".bak";
 inline constexpr char kTemporarySuffix[] = ".tmp";
 
-// The three names of a file that the library replaces: the current one, ".tmp" and ".bak".
+// The names under which a version of such a file can lie: the current one, ".tmp" and ".bak".
 std::vector<std::string> versionsOf(const std::string& name);
 
-// Every name that the library or this tool opens in a store directory.
+// All names that the library or this tool opens in a store directory.
 std::vector<std::string> usedNames();
 
-// The software keymaster of a store that is the working directory.
+// The options of the software keymaster for a store in the working directory.
 soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options);
 
 class Session {
   public:
     enum class Use {
-        kStore,          // the secure objects
-        kKeymasterOnly,  // the other services
+        kStore,          // work on the secure objects
+        kKeymasterOnly,  // use the other services only
     };
 
     // Locks the directory as long as the session lives, and makes it the process's working
-    // directory, where the library keeps its files. Throws Refused when that cannot be, when the
-    // store's key needs an upgrade that the options do not allow or, with kStore, when the state of
-    // the store is one that the library would make worse.
+    // directory, where the library keeps its files. Throws Refused when that fails.
+    // With kStore also when the store's key needs an upgrade that the options do not allow, or when
+    // the library would make the state of the store worse.
     Session(const SessionOptions& options, Use use);
-    // Says on standard error that a root key was made, if one was.
+    // Reports on standard error when a new root key was made.
     ~Session();
 
     const SessionOptions& options() const { return options_; }
@@ -61,15 +61,16 @@ class Session {
     // Whether there is a store file.
     bool hasStore() const { return image_.has_value(); }
 
-    // Made on the first call, for the process's first session: without a store file it leaves a
-    // warning in the error file, and so a file in a directory that may be no store at all.
+    // The object. The first call makes it, with the keymaster of the process's only session. It is
+    // not made earlier: without a store file it leaves an error file in the directory, which may be
+    // no store at all.
     ZelKeymasterOperation& operation();
 
     android::hardware::keymaster::V4_0::support::Keymaster& keymaster() { return keymaster_; }
 
-    // Throws Refused unless the result of a store operation is 0. A store that it cannot decrypt
-    // the library replaces by the backup: the refused one is then kept as kRefusedFile. Or, without
-    // a backup, it removes the store: the file is then put back as it was.
+    // Throws Refused unless the result of a store operation is 0. When the library could not
+    // decrypt the store, it has replaced the file by its backup: the refused file is kept as
+    // kRefusedFile. Without a backup the library has removed the file: it is put back.
     void checkStoreResult(int result, const std::string& what);
 
   private:
@@ -80,7 +81,7 @@ class Session {
     soft_keymaster::SoftKeymaster keymaster_;
     const bool uses_store_;
     bool had_root_key_;
-    std::optional<std::string> image_;  // the store file as it was found
+    std::optional<std::string> image_;  // the store file's content at the start
 };
 
 }  // namespace zelkm_tool

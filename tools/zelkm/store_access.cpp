@@ -23,8 +23,8 @@ std::vector<Condition> parseConditions(const std::vector<std::string>& texts) {
 SODOperationParam paramWith(const std::vector<Condition>& conditions) {
     SODOperationParam param;
     for (const Condition& condition : conditions) {
-        // The library writes "=" after the column; a '<' or '>' before it makes "<=" or ">=", which
-        // match nothing, like "<" and ">".
+        // The library writes "=" after the column name. With a '<' or '>' at the end of the name,
+        // that makes "<=" or ">=". These match no object, as "<" and ">" would.
         std::string column =
             condition.column + (condition.op == "=" ? "" : condition.op.substr(0, 1));
         std::string value = condition.value;
@@ -45,7 +45,7 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
     std::vector<std::string> lines;
     session.checkStoreResult(session.operation().SodSelect(param, lines), "reading the store");
 
-    // The library cuts at every line feed; together again, the lines are the text that it cut.
+    // The library cuts its text at every line feed. Joined again, the lines are the whole text.
     std::string text;
     for (const std::string& line : lines) {
         text += (&line == &lines.front() ? "" : "\n") + line;

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line of the commands on secure objects. See command_line.h.
+// The command line of the commands on secure objects; see command_line.h.
 
 #include <memory>
 

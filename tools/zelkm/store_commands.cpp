@@ -33,7 +33,7 @@ void print(const Table& table, Format format) {
     }
 }
 
-// The session ends before anything is printed: whoever reads page by page keeps nobody waiting.
+// The session ends before anything is printed. A reader who pages through the output keeps no lock.
 Table selectTable(const SessionOptions& session_options, const std::vector<Condition>& conditions,
                   const std::vector<std::string>& columns) {
     Session session(session_options, Session::Use::kStore);
@@ -67,7 +67,7 @@ void addObject(const SessionOptions& session_options, const AddOptions& options)
     object.push_back(options.privileged ? kPrivileged : "");
 
     Session session(session_options, Session::Use::kStore);
-    // All columns: a store that cannot be read back correctly must not be written again, either.
+    // Reads all columns: a store that cannot be read back correctly must not be written again.
     for (const Row& row : select(session, {}, parseColumns(""))) {
         if (!options.duplicate && row[0] == object[0] && row[1] == object[1]) {
             throw Refused("creator " + escape(object[1]) + " has an object with the alias " +

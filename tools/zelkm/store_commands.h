@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The commands on secure objects. Each throws WrongUsage before anything is touched, or Refused.
+// The commands on secure objects. Each throws Refused, or WrongUsage before it touches anything.
 
 #pragma once
 
@@ -21,7 +21,7 @@ struct AddOptions {
     std::optional<std::string> creator_uid;
     bool privileged = false;
     bool duplicate = false;
-    bool as_is = false;  // values that can be stored, but not asked for
+    bool as_is = false;  // also store values that no condition can ask for
 };
 
 enum class Format { kTable, kJson, kCsv, kCount };
@@ -43,11 +43,11 @@ void listObjects(const SessionOptions& session, const ListOptions& options);
 void removeObjects(const SessionOptions& session, const RemoveOptions& options);
 void listAliases(const SessionOptions& session);
 
-// Every object whose creator, "::" and alias are `name`, as they are or as listAliases() shows
-// them.
+// Shows every object whose creator, "::" and alias make up `name`, as they are or as listAliases()
+// prints them.
 void showObjects(const SessionOptions& session, const std::string& name);
 
-// The objects whose ACCESSOR lets `subject` in.
+// Lists the objects whose ACCESSOR matches `subject`.
 void listUsable(const SessionOptions& session, const std::string& subject, Format format);
 
 }  // namespace zelkm_tool

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads the bytes of a store file. See store_file.h, and docs/store-format.md for the format.
+// See docs/store-format.md for the format.
 
 #include "store_file.h"
 
@@ -33,7 +33,7 @@ uint32_t readLe32(std::string_view file, size_t offset) {
     return value;
 }
 
-// Takes the values of one row off the payload; false when it does not end after six of them.
+// Takes one row off the payload. False when the row does not end after six values.
 bool takeRow(std::string_view* payload, char separator, std::vector<std::string>* row) {
     while (row->size() < kColumnNames.size()) {
         const size_t end = payload->find(separator);
@@ -88,7 +88,7 @@ StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header) {
         }
         result.rows.push_back(std::move(row));
     }
-    // The writer closes the rows with one NUL.
+    // One NUL ends a payload.
     if (payload != kPayloadEnd) {
         result.problem = std::to_string(payload.size()) + " bytes after row " +
                          std::to_string(header.row_count) + ", where one NUL is expected";

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads the bytes of a store file without the library and without a key. Pure functions that take
-// any bytes: nothing outside them is read, whatever their length fields claim.
+// Reads the bytes of a store file without the library and without a key. The functions take any
+// bytes, and never read beyond them, whatever the length fields claim.
 
 #pragma once
 
@@ -33,25 +33,25 @@ struct StoreHeader {
 // Nothing when `file` is shorter than a header.
 std::optional<StoreHeader> parseStoreHeader(std::string_view file);
 
-// What is left of the payload after the header, at most `payload_len` bytes.
+// The bytes of the payload that are there, at most `payload_len`.
 std::string_view storePayload(std::string_view file, const StoreHeader& header);
 
 struct StoreRows {
-    std::vector<std::vector<std::string>> rows;  // six values each, up to the first bad row
-    std::string problem;                         // empty when all the header's rows were there
+    std::vector<std::vector<std::string>> rows;  // six values each; up to the first bad row
+    std::string problem;                         // empty when the payload is as the header says
 };
 
 // Reads the rows of a plaintext payload.
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header);
 
-// The smallest payload of that many rows: all their values empty.
+// The length of the smallest payload with that many rows: all values are empty.
 uint64_t minPayloadLen(uint32_t row_count);
 
-// How many rows a payload holds, whatever the header says; nothing when it is not made of rows and
-// one NUL.
+// The number of rows in a payload, whatever the header says. Nothing when the payload is anything
+// but rows and one NUL.
 std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header);
 
-// The file, which must have a header, with another one, and without what follows the payload.
+// The file with another header, and without the bytes after the payload. `file` must have a header.
 std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,
                             uint32_t payload_len);
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kFieldEnd = 0x1E;
 constexpr char kRowEnd = '\n';
-constexpr size_t kMaxConditions = 6;  // the store drops any further one silently
+constexpr size_t kMaxConditions = 6;  // the store ignores further ones
 
 struct ForbiddenByte {
     char byte;
@@ -94,7 +94,8 @@ std::optional<std::string> whyNotAValue(std::string_view value) {
 }
 
 std::optional<std::string> whyNotStored(std::string_view column, std::string_view value) {
-    // Every question for this value would be one for all objects.
+    // A condition with the value "*" matches every object, so this object could not be asked for
+    // alone.
     if (value == "*" && column != "ACCESSOR") {
         return "byte 1 is '*' and stands alone: a condition with this value matches every object";
     }
@@ -123,7 +124,7 @@ Condition parseCondition(std::string_view text) {
         condition.op += '=';
     }
     condition.value = text.substr(at + condition.op.size());
-    // Anything but a name could bring an operator or a condition of its own into the command.
+    // Anything but a name could bring another operator or condition into the command.
     if (!isName(condition.column)) {
         throw WrongUsage(shown + "a column's name has letters, digits and '_' only");
     }
@@ -238,7 +239,7 @@ size_t utf8Length(std::string_view text) {
             return 0;
         }
     }
-    // Overlong forms, surrogates, and what lies beyond the last code point.
+    // Refuses overlong forms, surrogates, and code points that are too large.
     const bool overlong = (lead == 0xE0 && at(1) < 0xA0) || (lead == 0xF0 && at(1) < 0x90);
     const bool beyond = (lead == 0xED && at(1) > 0x9F) || (lead == 0xF4 && at(1) > 0x8F);
     return overlong || beyond ? 0 : len;
@@ -256,7 +257,7 @@ std::string escape(std::string_view bytes) {
         }
         const auto lead = static_cast<unsigned char>(piece[0]);
         const bool ascii = piece.size() == 1 && lead >= 0x20 && lead < 0x7F;
-        // U+0080 to U+009F are control characters to a terminal, too.
+        // U+0080 to U+009F are control characters of a terminal as well.
         const bool control = lead == 0xC2 && static_cast<unsigned char>(piece.back()) < 0xA0;
         if (ascii || (piece.size() > 1 && !control)) {
             text += piece;

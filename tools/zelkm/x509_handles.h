@@ -33,7 +33,7 @@ struct StackFreer {
 };
 using StackPtr = std::unique_ptr<STACK_OF(X509), StackFreer>;
 
-// What was written to a memory BIO.
+// What was written to a BIO in memory.
 inline std::string bioText(const BioPtr& bio) {
     char* data = nullptr;
     const long len = BIO_get_mem_data(bio.get(), &data);

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Findings for people and for programs.
+// Prints findings, for people and for programs.
 
 #pragma once
 
@@ -15,18 +15,19 @@ namespace keymaster_check {
 // "holds", "broken", "not offered" or "not tried".
 const char* verdictName(Verdict verdict);
 
-// Whether all that is offered holds: nothing is broken.
+// True when nothing is broken.
 bool allHolds(const std::vector<Finding>& findings);
 
-// Which keymaster it says that it is, e.g. "SoftKeymaster, libzelkeymaster, security level 0".
+// What the keymaster says about itself, e.g. "SoftKeymaster, libzelkeymaster, security level 0".
 std::string describe(android::hardware::keymaster::V4_0::support::Keymaster& keymaster);
 
-// A line for each requirement, with three more for what is broken, and a summary.
+// One line for each requirement, three more lines for a broken one, and a summary.
 std::string inText(const std::vector<Finding>& findings);
 
+// One JSON object:
 // {"keymaster": "...", "holds": n, "broken": n, "not_offered": n, "not_tried": n, "findings":
 // [{"id": "...", "verdict": "...", "sent": "...", "answered": "...", "consequence": "..."}, ...]}
-// A byte beyond ASCII appears as the character of its number.
+// All strings are ASCII. Any other byte appears as \u00NN.
 std::string inJson(const std::string& keymaster, const std::vector<Finding>& findings);
 
 }  // namespace keymaster_check
