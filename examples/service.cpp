@@ -1,15 +1,15 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A service in front of the library: any number of callers, one thread that works.
+// A service in front of the library: any number of callers, and one thread that works for them.
 //
-// The library has no locks; zelkeymaster_operation.h says what its callers must serialise. An
-// object or a lock for each caller is not enough, since all objects of a process share their state.
-// A mutex around every call would do. A thread that alone holds the object makes the rule hard to
-// break: nobody else can reach the object, or construct another. And a caller can stop waiting for
-// a keymaster that does not answer (std::future::wait_for), while the call goes on.
+// The conventions in zelkeymaster_operation.h say which calls must be serialised. An object or a
+// lock for each caller is not enough, because all objects of a process share their state. A mutex
+// around every call would do. But when only one thread holds the object, nobody else can reach it,
+// or construct another. A caller can also stop waiting for a keymaster that does not answer
+// (std::future::wait_for); the call itself goes on.
 //
-// Run one service: two processes in one directory overwrite each other all the same.
+// Run one such service only: two processes in one directory overwrite each other's files.
 
 #include <keymasterV4_0/Keymaster.h>
 #include <zelkeymaster_operation.h>
@@ -29,11 +29,12 @@ using android::hardware::keymaster::V4_0::support::Keymaster;
 
 class StoreService {
   public:
-    // Borrows the keymaster. Construct one, after the process has changed to the store's directory.
+    // Borrows the keymaster. Construct one service, after the process has changed to the store's
+    // directory.
     explicit StoreService(Keymaster& keymaster)
         : worker_([this, &keymaster] { work(keymaster); }) {}
 
-    // Answers what is queued, then ends. No caller may be left, nor come.
+    // Answers the queued calls, and then ends. All callers must be done before.
     ~StoreService() {
         {
             const std::lock_guard<std::mutex> lock(mutex_);
@@ -46,9 +47,9 @@ class StoreService {
     StoreService(const StoreService&) = delete;
     StoreService& operator=(const StoreService&) = delete;
 
-    // These may be called on any thread, and wait for the answer: 0, or a code of
-    // zelkeymaster_result.h. Check the values first (docs/reliability.md): the library escapes
-    // nothing.
+    // These may be called on any thread. Each waits for its answer: 0, or a code of
+    // zelkeymaster_result.h. Check the values before: the library escapes nothing
+    // (docs/reliability.md).
 
     int add(std::string alias, std::string creator, std::string accessors) {
         return answerOf([&](ZelKeymasterOperation& object) {
@@ -58,7 +59,7 @@ class StoreService {
         });
     }
 
-    // Appends "creator::alias" of what `caller` may use.
+    // Appends "creator::alias" of each object that `caller` may use.
     int usableBy(std::string caller, std::vector<std::string>& found) {
         return answerOf([&](ZelKeymasterOperation& object) {
             SODOperationParam param;
@@ -70,7 +71,7 @@ class StoreService {
   private:
     using Request = std::packaged_task<int(ZelKeymasterOperation&)>;
 
-    // Each caller waits for its answer, so the queue is never longer than there are callers.
+    // Each caller waits for its answer, so the queue never holds more calls than there are callers.
     template <typename Call>
     int answerOf(Call call) {
         Request request(std::move(call));
@@ -84,8 +85,8 @@ class StoreService {
     }
 
     void work(Keymaster& keymaster) {
-        // One object for the life of the process. A second one would read the store's file again,
-        // and double each line of the error file.
+        // There is one object for the life of the process. A second one would read the store's file
+        // again, and every line of the error file would appear twice.
         ZelKeymasterOperation object(&keymaster, /*enableSecureDb=*/true);
         std::unique_lock<std::mutex> lock(mutex_);
         for (;;) {
@@ -95,7 +96,7 @@ class StoreService {
             }
             Request request = std::move(queue_.front());
             queue_.pop_front();
-            lock.unlock();  // others may queue up meanwhile
+            lock.unlock();  // callers may queue calls meanwhile
             request(object);
             lock.lock();
         }
@@ -103,12 +104,12 @@ class StoreService {
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Request> queue_;  // with is_ending_, under the mutex
+    std::deque<Request> queue_;  // used under the mutex, as is_ending_ is
     bool is_ending_ = false;
-    std::thread worker_;  // the last member: it uses the others
+    std::thread worker_;  // the last member, because it uses the others
 };
 
-// Plays some callers at once; a real service would have its binder threads here.
+// Simulates some callers at once. A real service would have its binder threads here.
 int main() {
     // The most secure keymaster of the device. On a host, the software keymaster is the only one.
     const Keymaster::KeymasterSet keymasters = Keymaster::enumerateAvailableDevices();

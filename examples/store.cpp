@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Stores a key's alias in the working directory, and finds out who may use the key. README.md shows
-// this program from here on.
+// the lines below.
 
-#include <soft_keymaster/soft_keymaster.h>  // SoftKeymaster: a host's; a device has its own
+#include <soft_keymaster/soft_keymaster.h>  // the host's keymaster; a device has its own
 #include <zelkeymaster_operation.h>
 
 #include <cstdio>

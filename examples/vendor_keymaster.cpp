@@ -20,12 +20,12 @@ namespace {
 constexpr size_t kKeySize = 32;
 constexpr size_t kNonceSize = 12;
 constexpr size_t kTagSize = 16;
-// How much one update takes of its input. Any number does: the library offers the rest again.
+// The most input that one update takes. Any limit is allowed: the library offers the rest again.
 constexpr size_t kMaxInput = 64 * 1024;
-// Room in the hardware for operations. 16 is what the platform asks of it.
+// The number of operations that the hardware has room for. The platform asks for 16.
 constexpr size_t kMaxOperations = 16;
 
-// A blob: the format's version, a nonce, the sealed key, the seal's tag.
+// A blob is the format's version, a nonce, the encrypted key and its tag.
 constexpr uint8_t kBlobVersion = 1;
 constexpr size_t kNonceOffset = 1;
 constexpr size_t kSealedOffset = kNonceOffset + kNonceSize;
@@ -33,13 +33,13 @@ constexpr size_t kTagOffset = kSealedOffset + kKeySize;
 constexpr size_t kBlobSize = kTagOffset + kTagSize;
 
 KeyParameter parameter(Tag tag, uint32_t value) {
-    KeyParameter made = {};  // the members have no initialisers of their own
+    KeyParameter made = {};  // the structure has no default member initialisers
     made.tag = tag;
     made.f.integer = value;
     return made;
 }
 
-// What generateKey() must be asked for; the library's seven parameters.
+// The seven parameters that generateKey() must be given. They are the library's.
 hidl_vec<KeyParameter> keyKind() {
     return {parameter(Tag::ALGORITHM, static_cast<uint32_t>(Algorithm::AES)),
             parameter(Tag::KEY_SIZE, 8 * kKeySize),
@@ -50,8 +50,8 @@ hidl_vec<KeyParameter> keyKind() {
             parameter(Tag::MIN_MAC_LENGTH, 8 * kTagSize)};
 }
 
-// What a key has: what it was asked for, and where it comes from. Had this keymaster other kinds of
-// keys, the blob would have to carry the list, under the seal.
+// The characteristics of a key: its parameters, and its origin. A keymaster with several kinds of
+// keys would have to store this list in the blob, sealed with the key.
 KeyCharacteristics characteristics() {
     std::vector<KeyParameter> list = keyKind();
     list.push_back(parameter(Tag::ORIGIN, static_cast<uint32_t>(KeyOrigin::GENERATED)));
@@ -60,7 +60,7 @@ KeyCharacteristics characteristics() {
     return made;
 }
 
-// The values of these tags are all numbers of 32 bits.
+// Whether the list holds this parameter. All values here are 32-bit numbers.
 bool holds(const hidl_vec<KeyParameter>& params, const KeyParameter& wanted) {
     return std::any_of(params.begin(), params.end(), [&](const KeyParameter& param) {
         return param.tag == wanted.tag && param.f.integer == wanted.f.integer;
@@ -73,8 +73,8 @@ const KeyParameter* find(const hidl_vec<KeyParameter>& params, Tag tag) {
     return found == params.end() ? nullptr : &*found;
 }
 
-// Whether a key of the one kind was asked for. A keymaster refuses what it would not honour: a tag
-// that it does not know may forbid something.
+// Checks that a key of the one kind is asked for. A keymaster refuses what it does not support,
+// because a tag that it does not know may forbid something.
 ErrorCode checkKind(const hidl_vec<KeyParameter>& asked) {
     const hidl_vec<KeyParameter> kind = keyKind();
     if (!holds(asked, kind[0])) {
@@ -105,16 +105,16 @@ class Gcm {
                     EVP_CipherInit_ex(context_.get(), EVP_aes_256_gcm(), nullptr, key, nonce,
                                       encrypts ? 1 : 0) == 1) {}
 
-    // All of it before the first byte of payload.
+    // Takes all associated data, before the first byte of payload.
     bool addAssociatedData(const uint8_t* data, size_t size) { return run(data, size, nullptr); }
-    // `size` bytes to as many; `out` may be `in`.
+    // Converts `size` bytes. `out` may be `in`.
     bool process(const uint8_t* in, size_t size, uint8_t* out) { return run(in, size, out); }
 
     bool finishEncryption(uint8_t* tag) {
         return finish() &&
                EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_GET_TAG, kTagSize, tag) == 1;
     }
-    // False also when the tag is another one.
+    // False when the tag does not match, or when libcrypto fails.
     bool finishDecryption(const uint8_t* tag) {
         return is_ready_ &&
                EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_SET_TAG, kTagSize,
@@ -138,13 +138,13 @@ class Gcm {
     bool is_ready_;
 };
 
-// A key in the clear: wiped when it is no longer needed. Hardware.
+// A key in the clear. It is wiped when it is no longer needed. Hardware.
 struct ClearKey {
     ~ClearKey() { OPENSSL_cleanse(bytes, sizeof(bytes)); }
     uint8_t bytes[kKeySize] = {};
 };
 
-// Empty when the generator or libcrypto fails.
+// Encrypts a key into a blob; empty when the generator or libcrypto fails.
 hidl_vec<uint8_t> seal(const VendorKeymaster::DeviceKey& device_key, const ClearKey& key) {
     hidl_vec<uint8_t> blob;
     blob.resize(kBlobSize);
@@ -160,7 +160,7 @@ hidl_vec<uint8_t> seal(const VendorKeymaster::DeviceKey& device_key, const Clear
     return is_sealed ? blob : hidl_vec<uint8_t>();
 }
 
-// False for everything but an unchanged blob of this device.
+// Opens a blob. False for everything but an unchanged blob of this device.
 bool open(const VendorKeymaster::DeviceKey& device_key, const hidl_vec<uint8_t>& blob,
           ClearKey& key) {
     if (blob.size() != kBlobSize || blob[0] != kBlobVersion) {
@@ -172,10 +172,10 @@ bool open(const VendorKeymaster::DeviceKey& device_key, const hidl_vec<uint8_t>&
            gcm.finishDecryption(blob.data() + kTagOffset);
 }
 
-// What begin() needs beside the key: each refusal has a code of its own.
+// Checks the parameters of begin(). Each refusal has a code of its own.
 ErrorCode checkBegin(KeyPurpose purpose, const hidl_vec<KeyParameter>& params) {
     if (purpose != KeyPurpose::ENCRYPT && purpose != KeyPurpose::DECRYPT) {
-        return ErrorCode::UNSUPPORTED_PURPOSE;  // the vendor's purposes 101 and 102, too
+        return ErrorCode::UNSUPPORTED_PURPOSE;  // also the vendor's purposes 101 and 102
     }
     if (!holds(params, parameter(Tag::BLOCK_MODE, static_cast<uint32_t>(BlockMode::GCM)))) {
         return ErrorCode::UNSUPPORTED_BLOCK_MODE;
@@ -205,7 +205,7 @@ struct VendorKeymaster::Operation {
     Operation(bool encrypts_in, const uint8_t* key, const uint8_t* nonce)
         : encrypts(encrypts_in), gcm(encrypts_in, key, nonce) {}
 
-    // Takes associated data and input; appends what comes out to `output`.
+    // Takes associated data and input. Appends the converted bytes to `output`.
     ErrorCode feed(const hidl_vec<KeyParameter>& params, const uint8_t* input, size_t size,
                    std::vector<uint8_t>& output) {
         const KeyParameter* data = find(params, Tag::ASSOCIATED_DATA);
@@ -219,7 +219,7 @@ struct VendorKeymaster::Operation {
             return ErrorCode::UNKNOWN_ERROR;
         }
         payload_begun = payload_begun || size > 0;
-        // Decrypting, the last 16 bytes so far may be the tag: they wait for what follows.
+        // When decrypting, the last 16 bytes so far may be the tag, so they wait for more input.
         pending.insert(pending.end(), input, input + size);
         const size_t kept = encrypts ? 0 : std::min(pending.size(), kTagSize);
         output.resize(pending.size() - kept);
@@ -230,7 +230,7 @@ struct VendorKeymaster::Operation {
         return ErrorCode::OK;
     }
 
-    // The end, after the last input.
+    // Ends the operation, after the last input.
     ErrorCode close(std::vector<uint8_t>& output) {
         if (encrypts) {
             const size_t payload = output.size();
@@ -283,7 +283,7 @@ Return<void> VendorKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key
                                                     const hidl_vec<uint8_t>& app_data,
                                                     getKeyCharacteristics_cb cb) {
     ClearKey key;
-    // No key is bound to a client, so none opens for one.
+    // No key is bound to a client, so none opens for a client.
     if (client_id.size() != 0 || app_data.size() != 0 || !open(device_key_, key_blob, key)) {
         cb(ErrorCode::INVALID_KEY_BLOB, {});
         return Void();
@@ -358,14 +358,14 @@ Return<void> VendorKeymaster::finish(uint64_t handle, const hidl_vec<KeyParamete
     std::vector<uint8_t> output;
     ErrorCode error = ErrorCode::INVALID_OPERATION_HANDLE;
     if (found != operations_.end()) {
-        // finish() cannot take a part only; the library gives it nothing.
+        // finish() cannot take only a part of its input. The library gives it none.
         error = input.size() > kMaxInput
                     ? ErrorCode::INVALID_INPUT_LENGTH
                     : found->second->feed(in_params, input.data(), input.size(), output);
         if (error == ErrorCode::OK) {
             error = found->second->close(output);
         }
-        operations_.erase(found);  // the end in any case
+        operations_.erase(found);  // the operation ends in any case
     }
     if (error != ErrorCode::OK) {
         output.clear();

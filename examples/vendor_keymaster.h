@@ -1,21 +1,21 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The smallest keymaster that carries a store, for those who write one for the first time. Its
-// cryptography is libcrypto's; in a real one everything marked "hardware" happens in the secure
-// world, and this class only passes on what it is told from there.
+// The smallest keymaster that carries a store, for those who write a keymaster for the first time.
+// Its cryptography is libcrypto's. In a real keymaster the parts marked "hardware" run in the
+// secure world, and this class only passes their results on.
 //
 // How calls work
-//  - An answer goes to the callback: once, on the caller's thread, before the call returns. A
+//  - The answer goes to the callback: once, on the caller's thread, before the call returns. A
 //    refusal is an answer, too: the callback gets an error code and empty values, and the call
-//    returns Void(). What a call returns speaks of the transport alone.
+//    returns Void(). The return value speaks of the transport only.
 //  - The arguments are borrowed: they are gone when the call has returned.
-//  - A key never leaves the hardware in the clear. generateKey() answers a blob, the key sealed
-//    under a key that the device keeps for itself; the caller stores it and hands it in again. So
-//    the keymaster keeps nothing for a key.
-//  - An operation is begun, fed and finished, by a handle. It ends with finish(), abort() or any
-//    error. The library never calls abort(): what it leaves open has to end some other way, or the
-//    table of operations runs full.
+//  - A key never leaves the hardware in the clear. generateKey() answers a blob: the key, sealed
+//    under a key that the device keeps for itself. The caller stores the blob, and passes it in
+//    again. So the keymaster stores nothing for a key.
+//  - An operation is begun, fed and finished, by its handle. It ends with finish(), abort() or any
+//    error. The library never calls abort(). So an operation that it leaves open must end in some
+//    other way, or the table of operations runs full.
 
 #pragma once
 
@@ -36,7 +36,8 @@ class VendorKeymaster : public support::Keymaster {
   public:
     using DeviceKey = std::array<uint8_t, 32>;
 
-    // Hardware: the device key is different on each device, never changes, and cannot be read out.
+    // Hardware: the device key differs from device to device, never changes, and cannot be read
+    // out.
     explicit VendorKeymaster(const DeviceKey& device_key);
     ~VendorKeymaster() override;
 
@@ -46,23 +47,23 @@ class VendorKeymaster : public support::Keymaster {
 
     // Makes the one kind of key that this keymaster has: AES-256-GCM with tags of 128 bits.
     Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
-    // Says whether a blob is this device's and whole. The library asks at every start. Exactly
-    // INVALID_KEY_BLOB makes it look for a better copy of the blob.
+    // Says whether a blob is whole and of this device. The library asks at every start. Only the
+    // answer INVALID_KEY_BLOB makes it look for a better copy of the blob.
     Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
                                        const hidl_vec<uint8_t>& client_id,
                                        const hidl_vec<uint8_t>& app_data,
                                        getKeyCharacteristics_cb cb) override;
-    // Encrypting, the nonce is the keymaster's choice: 12 random bytes, never the same twice.
+    // When encrypting, the keymaster chooses the nonce: 12 random bytes, never the same twice.
     Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
                        const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
                        begin_cb cb) override;
-    // Puts out one byte for each byte of payload, at once: what the library has not got when the
-    // last update has answered, it does not write.
+    // Puts out one byte for each byte of payload, at once. The library stores only what it has got
+    // when the last update has answered.
     Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
                         const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, update_cb cb) override;
-    // Encrypting, puts out the 16 bytes of the tag; decrypting, nothing, and VERIFICATION_FAILED
-    // unless the last 16 bytes of the input were the right tag.
+    // When encrypting, puts out the 16 bytes of the tag. When decrypting, puts out nothing, and
+    // answers VERIFICATION_FAILED unless the last 16 bytes of the input were the right tag.
     Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
                         const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
                         const HardwareAuthToken& auth_token,
@@ -72,14 +73,14 @@ class VendorKeymaster : public support::Keymaster {
 
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
-    // The keymaster keeps nothing for a key, so there is nothing to delete.
+    // The keymaster stores nothing for a key, so there is nothing to delete.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
 
     // ---- What may answer UNIMPLEMENTED ----------------------------------------------------------
-    // upgradeKey: needed as soon as blobs carry the system's patch level, as they should. The
-    //     library calls it after KEY_REQUIRES_UPGRADE, which this keymaster never answers.
+    // upgradeKey: needed when blobs carry the system's patch level, as they should. The library
+    //     calls it after KEY_REQUIRES_UPGRADE, which this keymaster never answers.
     // attestKey: needed for attestation and, with the vendor's tag, for signing requests.
-    // The others the library never calls.
+    // The library calls none of the others.
 
     Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
                             const hidl_vec<KeyParameter>& upgrade_params,

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Holds the vendor keymaster of this folder to what the library needs, before a store depends on
-// it. Exit status 0 when all that it offers holds.
+// Checks the vendor keymaster of this folder, before a store depends on it. The exit status is 0
+// when all that it offers holds.
 
 #include <keymaster_check/keymaster_check.h>
 
@@ -13,7 +13,7 @@
 using keymaster_check::Verdict;
 
 int main() {
-    // Hardware: of course this is no program's to know.
+    // Hardware: a real device key is known to no program.
     const example::VendorKeymaster::DeviceKey device_key = {1, 2, 3};
     example::VendorKeymaster keymaster(device_key);
 

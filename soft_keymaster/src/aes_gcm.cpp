@@ -9,7 +9,7 @@ namespace soft_keymaster {
 
 namespace {
 
-// OpenSSL's lengths are of type int, a keymaster's reach 2^32 - 1.
+// OpenSSL's lengths are of type int, while a keymaster's lengths reach 2^32 - 1.
 constexpr size_t kMaxStep = size_t{1} << 30;
 
 const EVP_CIPHER* cipherFor(size_t key_size) {
@@ -35,7 +35,7 @@ AesGcm::AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce) : context_(EVP
 }
 
 void AesGcm::addAssociatedData(const uint8_t* data, size_t size) {
-    // To OpenSSL no output means associated data.
+    // Without an output buffer OpenSSL takes the input for associated data.
     for (size_t done = 0; done < size;) {
         const size_t step = std::min(size - done, kMaxStep);
         int written = 0;

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// AES-GCM, streaming.
+// AES-GCM on a stream of input.
 
 #pragma once
 
@@ -24,13 +24,13 @@ class AesGcm {
     // `key` has 16, 24 or 32 bytes, and `nonce` kNonceSize.
     AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce);
 
-    // Only before the first call of update().
+    // Must not be called after update().
     void addAssociatedData(const uint8_t* data, size_t size);
     // Writes `size` bytes to `out`, which may be `in`.
     void update(const uint8_t* in, size_t size, uint8_t* out);
-    // Encryption: ends it and writes the first `size` bytes of the tag.
+    // Ends an encryption, and writes the first `size` bytes of the tag.
     void finish(uint8_t* tag, size_t size);
-    // Decryption: ends it; false when the tag does not match.
+    // Ends a decryption. False when the tag does not match.
     [[nodiscard]] bool verify(const uint8_t* tag, size_t size);
 
   private:

@@ -25,7 +25,7 @@ AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
     return purpose == KeyPurpose::ENCRYPT ? AesGcm::Mode::kEncrypt : AesGcm::Mode::kDecrypt;
 }
 
-// An absent, a repeated and an unknown value count as not given.
+// A value that is absent, repeated or unknown counts as not given.
 BlockMode blockModeOf(const Params& params) {
     const auto given = findSingleInteger(params, Tag::BLOCK_MODE);
     for (const auto mode : {BlockMode::ECB, BlockMode::CBC, BlockMode::CTR, BlockMode::GCM}) {
@@ -48,7 +48,8 @@ PaddingMode paddingOf(const Params& params) {
     throw KeymasterError{ErrorCode::UNSUPPORTED_PADDING_MODE};
 }
 
-// The asked-for tag size in bytes, after all checks that do not concern the nonce.
+// Makes all checks that do not concern the nonce. Returns the tag size that was asked for, in
+// bytes.
 size_t checkParams(const Key& key, const Params& params) {
     const BlockMode block_mode = blockModeOf(params);
     require(hasEnum(key.characteristics, Tag::BLOCK_MODE, block_mode),
@@ -122,7 +123,7 @@ hidl_vec<uint8_t> AesGcmOperation::finish(const Params& params, const hidl_vec<u
 }
 
 void AesGcmOperation::addAssociatedData(const Params& params) {
-    const KeyParameter* param = findParam(params, Tag::ASSOCIATED_DATA);  // the first alone counts
+    const KeyParameter* param = findParam(params, Tag::ASSOCIATED_DATA);  // only the first counts
     if (param != nullptr) {
         require(!payload_begun_, ErrorCode::INVALID_TAG);
         cipher_.addAssociatedData(param->blob.data(), param->blob.size());
@@ -146,7 +147,8 @@ void AesGcmOperation::process(const uint8_t* in, size_t size, uint8_t* out) {
         cipher_.update(in, size, out);
         return;
     }
-    // What leaves is the held bytes first, then the input, up to the last tag_size_ bytes.
+    // The output comes from the held bytes first, and then from the input. The last tag_size_ bytes
+    // are held.
     const size_t leaving = outputSize(size);
     const size_t from_held = std::min(leaving, held_size_);
     const size_t from_input = leaving - from_held;

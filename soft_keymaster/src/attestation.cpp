@@ -54,14 +54,15 @@ void addExtension(X509* certificate, const char* oid, bool critical, const Bytes
     requireSsl(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1);
 }
 
-// Identifies a certificate's key, by SHA-1 as is usual.
+// The identifier of a certificate's key: its SHA-1, as is usual.
 Bytes keyId(const X509* certificate) {
     Bytes id(SHA_DIGEST_LENGTH);
     requireSsl(X509_pubkey_digest(certificate, EVP_sha1(), id.data(), nullptr) == 1);
     return id;
 }
 
-// An unsigned certificate, valid from yesterday on. Without an `issuer` it is its own.
+// A certificate without a signature, valid from yesterday on. Without an `issuer` it is its own
+// issuer.
 X509Ptr startCertificate(const char* subject, EVP_PKEY* public_key, const X509* issuer) {
     uint64_t serial = 0;
     requireSsl(RAND_bytes(reinterpret_cast<uint8_t*>(&serial), sizeof(serial)) == 1);

@@ -14,13 +14,13 @@ namespace soft_keymaster {
 
 class AttestationAuthority {
   public:
-    // Loads the authority kept in the file `path` (PEM: the issuing key, its certificate, the
-    // root's certificate), or makes one. The root's key is thrown away once it has signed.
-    // KEYMASTER_NOT_CONFIGURED for a file that holds anything else.
+    // Loads the authority from the file `path`, or makes one. The file is PEM: the issuing key, its
+    // certificate and the root's certificate. The root's key is deleted once it has signed. Throws
+    // KEYMASTER_NOT_CONFIGURED for a file with any other content.
     explicit AttestationAuthority(const std::string& path);
 
-    // A chain for the public half of `key`, in DER: a leaf that carries `key_description` in the
-    // attestation extension, the issuer, the root.
+    // The attestation chain for the public half of `key`, in DER: the leaf with `key_description`
+    // in the attestation extension, the issuer, the root.
     hidl_vec<hidl_vec<uint8_t>> certify(EVP_PKEY* key, const Bytes& key_description) const;
 
   private:
@@ -29,7 +29,7 @@ class AttestationAuthority {
     X509Ptr root_;
 };
 
-// A PKCS#10 request for `key`, signed by it, in DER.
+// A PKCS#10 request for `key`, in DER, signed by that key.
 hidl_vec<uint8_t> makeCertificateRequest(EVP_PKEY* key);
 
 }  // namespace soft_keymaster

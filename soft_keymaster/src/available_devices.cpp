@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The host as a device whose only keymaster is the software keymaster, so that a program which
-// takes its handle from the platform runs here unchanged. See soft_keymaster.h.
+// Makes the host a device whose only keymaster is the software keymaster. A program that gets its
+// handle from the platform then runs here unchanged. See soft_keymaster.h.
 
 #include <cstdlib>
 #include <filesystem>
@@ -21,7 +21,8 @@ using soft_keymaster::SoftKeymaster;
 Keymaster::KeymasterSet Keymaster::enumerateAvailableDevices() {
     const char* const named = std::getenv(soft_keymaster::kRootKeyVariable);
     SoftKeymaster::Options options;
-    // Absolute, since a caller may change the working directory before the keymaster is first used.
+    // The path is made absolute, because a caller may change the working directory before the
+    // keymaster is first used.
     const bool is_named = named != nullptr && *named != '\0';
     options.root_key_path =
         std::filesystem::absolute(is_named ? named : "soft_keymaster_root.key").string();
@@ -30,7 +31,7 @@ Keymaster::KeymasterSet Keymaster::enumerateAvailableDevices() {
     return keymasters;
 }
 
-// The software keymaster checks no token, and has nobody to agree with.
+// Does nothing: the software keymaster checks no token, and is alone.
 void Keymaster::performHmacKeyAgreement(const KeymasterSet& /* keymasters */) {}
 
 }  // namespace support

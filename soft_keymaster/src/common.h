@@ -2,8 +2,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What every file here needs: owners for OpenSSL's objects, and the one exception, which carries
-// the error code that the keymaster will answer and never leaves it.
+// Shared by all files here: owners of OpenSSL's objects, and the one exception. The exception
+// carries the error code that the keymaster will answer, and never leaves the keymaster.
 
 #pragma once
 
@@ -36,7 +36,7 @@ inline void require(bool condition, ErrorCode code) {
     }
 }
 
-// For OpenSSL calls that fail only when memory or the library does.
+// For OpenSSL calls that fail only for want of memory, or because of a fault in OpenSSL.
 inline void requireSsl(bool condition) {
     require(condition, ErrorCode::UNKNOWN_ERROR);
 }

@@ -32,7 +32,8 @@ void setInteger(std::vector<KeyParameter>& params, Tag tag, size_t value) {
     }
 }
 
-// As many bytes as the inner keymaster takes: with zeros at the end, or folded.
+// A nonce of the size that the inner keymaster takes. A short one gets zeros at its end, a long one
+// is folded.
 KeyParameter innerNonce(const Bytes& given) {
     Bytes nonce(AesGcm::kNonceSize);
     for (size_t i = 0; i < given.size(); ++i) {
@@ -119,7 +120,7 @@ void FaultKeymaster::Deviator::change(const CallRecord& call, Answer& answer) {
     holdBack(call, answer);
 }
 
-// The key is told to be what was asked for.
+// Makes the characteristics look as if nothing had been changed in the request.
 void FaultKeymaster::Deviator::changeCharacteristics(Params& characteristics) const {
     if (!choosesNonce() && !otherTag()) {
         return;

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Makes a keymaster deviate: changes what it is sent, and what it answers.
+// Makes a keymaster deviate: changes the calls that it gets, and its answers.
 
 #pragma once
 
@@ -20,13 +20,14 @@ class FaultKeymaster::Deviator {
   public:
     explicit Deviator(const Deviation& deviation = {}) : deviation_(deviation) {}
 
-    // Whether the call's arguments get through the transport.
+    // False when the call's arguments are too large for the transport.
     bool fits(const CallRecord& call) const;
-    // What the call is answered without the inner keymaster.
+    // The answer when the deviation refuses the call; nothing when the inner keymaster is to be
+    // called.
     std::optional<ErrorCode> refusal(const CallRecord& call) const;
-    // The parameters for the inner keymaster. Chooses the nonce of an encryption.
+    // The parameters to send to the inner keymaster. For an encryption, also chooses the nonce.
     Params sent(const CallRecord& call);
-    // Changes what the inner keymaster answered to the call.
+    // Changes the inner keymaster's answer to the call.
     void change(const CallRecord& call, Answer& answer);
     void aborted(uint64_t handle) { open_.erase(handle); }
 
@@ -40,7 +41,7 @@ class FaultKeymaster::Deviator {
 
     const Deviation deviation_;
     Bytes nonce_;                     // of the encryption that begins
-    std::map<uint64_t, Bytes> held_;  // output by operation
+    std::map<uint64_t, Bytes> held_;  // output not put out yet, by operation
     std::set<uint64_t> open_;
 };
 

@@ -1,8 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The faults that a FaultKeymaster can inject, the names of the calls that they hit, and those that
-// have names themselves.
+// The faults of a FaultKeymaster, the names of its calls, and the faults that have names.
 
 #include <algorithm>
 #include <type_traits>

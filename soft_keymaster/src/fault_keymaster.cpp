@@ -41,7 +41,7 @@ CallRecord operationRecord(Call call, uint64_t handle, const hidl_vec<KeyParamet
     return made;
 }
 
-// Where a forwarded call leaves what the inner keymaster answered; empty until then.
+// Receives the answer of a forwarded call. Empty until the answer comes.
 using Slot = std::optional<Answer>;
 
 Answer& fill(Slot& slot, ErrorCode error) {
@@ -75,7 +75,7 @@ void put(Answer& answer, const VerificationToken& value) {
     answer.token = value;
 }
 
-// A callback for any of the calls, which fills the slot.
+// A callback for any of the calls. It fills the slot.
 auto into(Slot& slot) {
     return [&slot](ErrorCode error, const auto&... values) {
         Answer& answer = fill(slot, error);
@@ -134,8 +134,8 @@ std::optional<Fault> FaultKeymaster::enter(CallRecord made) {
     return plan.each;
 }
 
-// `forward` calls the inner keymaster with a callback that fills a slot; `reply` runs the caller's
-// callback with an answer. A failure of the inner transport is passed on unlooked at.
+// `forward` calls the inner keymaster with a callback that fills a slot. `reply` runs the caller's
+// callback with an answer. When the inner transport fails, that failure is passed on unchanged.
 template <typename Forward, typename Reply>
 Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply reply) {
     const std::optional<Fault> fault = enter(std::move(made));
@@ -182,7 +182,7 @@ Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply repl
     return status;
 }
 
-// For the calls that answer one code and have no callback: a failing transport hides the code.
+// For calls that answer one code and have no callback. When the transport fails, the code is lost.
 template <typename Forward>
 Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
     const std::optional<Fault> fault = enter(std::move(made));

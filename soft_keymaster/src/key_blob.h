@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Keys, and the blobs that carry them outside.
+// Keys, and the blobs in which they leave the keymaster.
 //
 // A blob, integers with the most significant byte first:
 //
@@ -29,14 +29,15 @@ struct Key {
     Bytes material;  // AES: the key itself; EC and RSA: the private key in DER
 };
 
-// What binds a key to its client: APPLICATION_ID and APPLICATION_DATA, which stand in no blob.
-// Empty ones count as absent.
+// The data that binds a key to its client, from APPLICATION_ID and APPLICATION_DATA. It is in no
+// blob. An empty value counts as absent.
 Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
                    const hidl_vec<uint8_t>& application_data);
 Bytes clientDataOf(const Params& params);
 
 hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data);
-// INVALID_KEY_BLOB for anything that wrapKey() did not make under this root key for this client.
+// Throws INVALID_KEY_BLOB for anything that wrapKey() did not make under this root key for this
+// client.
 Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob, const Bytes& client_data);
 
 }  // namespace soft_keymaster

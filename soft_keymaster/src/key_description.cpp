@@ -62,7 +62,7 @@ Bytes element(uint8_t identifier, const Bytes& content) {
 
 Bytes integer(uint64_t value, uint8_t identifier = kInteger) {
     size_t size = 1;
-    // The top bit is the sign, so it has to stay clear.
+    // The top bit is the sign, so it must be 0.
     while (size < 9 && value >> (8 * size - 1) != 0) {
         ++size;
     }
@@ -95,7 +95,7 @@ Bytes tagged(uint32_t number, const Bytes& content) {
     return element(identifier, content);
 }
 
-// Whether an AuthorizationList has a place for `tag`.
+// Whether AuthorizationList has a member for `tag`.
 bool isListed(Tag tag) {
     switch (tag) {
         case Tag::PURPOSE:
@@ -145,7 +145,7 @@ Bytes authorizationList(const std::vector<KeyParameter>& params) {
         const uint32_t number = static_cast<uint32_t>(tag) & 0x0FFFFFFFu;
         Bytes member = encodings.front();
         if (typeOf(tag) == TagType::ENUM_REP) {
-            // DER sorts a set; equal entries say nothing more.
+            // DER sorts the members of a set. Equal members are kept once.
             std::sort(encodings.begin(), encodings.end());
             encodings.erase(std::unique(encodings.begin(), encodings.end()), encodings.end());
             Bytes all;

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The attestation extension's content: what a key is, in DER.
+// Encodes the content of the attestation extension: a description of the key, in DER.
 
 #pragma once
 
@@ -11,8 +11,8 @@
 
 namespace soft_keymaster {
 
-// A KeyDescription of version 3, all of whose statements are software enforced: the characteristics
-// that it has a place for, and the identity of the application that asked.
+// A KeyDescription of version 3. It holds the characteristics that it has members for, all as
+// software enforced, and the identity of the application that asked.
 Bytes encodeKeyDescription(const Params& characteristics, const hidl_vec<uint8_t>& challenge,
                            const hidl_vec<uint8_t>& application_id);
 

@@ -28,7 +28,7 @@ constexpr uint32_t kMinMacBits = 96;
 constexpr uint32_t kMaxMacBits = 8 * AesGcm::kTagSize;
 constexpr uint32_t kRsaBits = 2048;
 constexpr uint64_t kRsaExponent = 65537;
-constexpr uint32_t kOsVersion = 100000;  // of the device that is played: 10.00.00
+constexpr uint32_t kOsVersion = 100000;  // of the device that is simulated: 10.00.00
 
 struct Curve {
     EcCurve name;
@@ -98,10 +98,10 @@ Bytes generateRsa(const Params& params) {
     const PkeyContextPtr context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
     requireSsl(context != nullptr && EVP_PKEY_keygen_init(context.get()) == 1 &&
                EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), kRsaBits) == 1);
-    return toDer(generated(context.get()).get(), i2d_PrivateKey);  // the exponent is the default
+    return toDer(generated(context.get()).get(), i2d_PrivateKey);  // with the default exponent
 }
 
-// Now, in milliseconds.
+// The present time, in milliseconds.
 KeyParameter creationTime() {
     KeyParameter param{};
     param.tag = Tag::CREATION_DATETIME;

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Making keys.
+// Makes keys.
 
 #pragma once
 
@@ -14,16 +14,15 @@
 
 namespace soft_keymaster {
 
-// A new key for the caller's `params`. Its characteristics are these, except for what binds the key
-// to its client, for tags without a known type and for the versions, which are the keymaster's own
-// to say; and what a keymaster adds: origin, creation time, OS version and patch level, the size
-// and the curve of an EC key.
+// A new key for the caller's `params`. The key's characteristics are these parameters, except for
+// client data, for tags without a known type and for versions. The keymaster adds its own: origin,
+// creation time, OS version and patch level, and for an EC key size and curve.
 Key generateKey(const Params& params, uint32_t patch_level);
 
 // A fresh key pair on P-256.
 PkeyPtr makeEcKeyPair();
 
-// The private key of an EC or RSA key; INCOMPATIBLE_ALGORITHM for any other.
+// The private key of an EC or RSA key. Throws INCOMPATIBLE_ALGORITHM for any other key.
 PkeyPtr privateKey(const Key& key);
 
 }  // namespace soft_keymaster

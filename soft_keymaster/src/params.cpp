@@ -38,7 +38,7 @@ void setValue(KeyParameter& param, uint64_t value) {
     if (typeOf(param.tag) == TagType::BOOL) {
         param.f.boolValue = value != 0;
     } else {
-        // Sets the 32-bit members too: host and device are both little-endian.
+        // This sets a 32-bit member as well, because host and device are both little-endian.
         param.f.longInteger = value;
     }
 }

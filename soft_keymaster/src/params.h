@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Lists of key parameters: looking entries up, making them, and their stored form.
+// Finds, makes and encodes key parameters.
 
 #pragma once
 
@@ -19,7 +19,7 @@ using android::hardware::keymaster::V4_0::TagType;
 using Params = hidl_vec<KeyParameter>;
 
 TagType typeOf(Tag tag);
-// Whether the type in the tag is one that has values.
+// Whether the type in the tag is a known one.
 bool hasKnownType(Tag tag);
 
 // The first entry with this tag; null when there is none.
@@ -28,10 +28,10 @@ const KeyParameter* findParam(const Params& params, Tag tag);
 // The value of the first ENUM, ENUM_REP or UINT entry with this tag.
 std::optional<uint32_t> findInteger(const Params& params, Tag tag);
 
-// The same when the list has one such entry, and nothing when it has several.
+// The same, but nothing when the list has several such entries.
 std::optional<uint32_t> findSingleInteger(const Params& params, Tag tag);
 
-// Whether one of the entries with this tag has this value; for repeatable tags.
+// Whether some entry with this tag has this value. For repeatable tags.
 bool hasInteger(const Params& params, Tag tag, uint32_t value);
 template <typename Enum>
 bool hasEnum(const Params& params, Tag tag, Enum value) {
@@ -41,13 +41,13 @@ bool hasEnum(const Params& params, Tag tag, Enum value) {
 KeyParameter integerParam(Tag tag, uint32_t value);
 KeyParameter blobParam(Tag tag, const uint8_t* data, size_t size);
 
-// Appends an unsigned integer of `size` bytes, most significant first.
+// Appends an unsigned integer of `size` bytes, most significant byte first.
 void appendBigEndian(Bytes& out, uint64_t value, size_t size);
 
-// The stored form of a list: per entry the tag (4 bytes), then the value in 8 bytes, or for BYTES
-// and BIGNUM the length in 4 bytes and the bytes. A tag without a known type is UNSUPPORTED_TAG.
+// Encodes a list. Each entry is its tag (4 bytes) and its value in 8 bytes; for BYTES and BIGNUM,
+// the length (4 bytes) and the bytes. Throws UNSUPPORTED_TAG for a tag without a known type.
 Bytes encodeParams(const Params& params);
-// The list of an encoded form; INVALID_KEY_BLOB when it is none.
+// Decodes such a list. Throws INVALID_KEY_BLOB when the bytes are no list.
 Params decodeParams(const uint8_t* data, size_t size);
 
 }  // namespace soft_keymaster

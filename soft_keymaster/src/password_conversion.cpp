@@ -1,11 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The password conversion.
-//
-// Only the material and a tag of 16 bytes come back, so no random nonce could be stored. The tag is
-// therefore a synthetic nonce: an HMAC of the material, and also where the CTR key stream starts.
-// Equal inputs convert equally; that, and nothing else, shows.
+// The answer has room for the material and a tag of 16 bytes only, and not for a random nonce. So
+// the tag is a synthetic nonce: an HMAC of the material, with which the CTR key stream starts.
+// Equal inputs therefore give equal answers, and nothing else shows.
 
 #include "password_conversion.h"
 
@@ -42,7 +40,7 @@ SyntheticTag macOf(const Bytes& keys, const Bytes& material) {
     return tag;
 }
 
-// CTR undoes itself.
+// Applied twice, CTR gives its input back.
 Bytes applyKeyStream(const Bytes& keys, const SyntheticTag& start, const uint8_t* in, size_t size) {
     require(size <= INT32_MAX, ErrorCode::INVALID_INPUT_LENGTH);
     const CipherContextPtr context(EVP_CIPHER_CTX_new());

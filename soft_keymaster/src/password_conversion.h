@@ -2,8 +2,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The password conversion: key material in, material under a key of the device and of four input
-// blobs out, and back.
+// The password conversion. It converts key material under a key that comes from the device's root
+// key and four input blobs, and converts it back.
 
 #pragma once
 
@@ -13,9 +13,9 @@
 
 namespace soft_keymaster {
 
-// Answers `begin` for one of the two vendor purposes: the out parameters. INVALID_ARGUMENT when an
-// input is missing or empty, or a tag is not of 16 bytes; VERIFICATION_FAILED when the material,
-// its tag or one of the four blobs is not what the conversion out used.
+// The out parameters of `begin` for one of the two vendor purposes. Throws INVALID_ARGUMENT when an
+// input is missing or empty, or when a tag has not 16 bytes. Throws VERIFICATION_FAILED when
+// material, tag or one of the four blobs differs from the first conversion.
 Params convertPassword(const RootKey& root_key, KeyPurpose purpose, const Params& params);
 
 }  // namespace soft_keymaster

@@ -45,7 +45,7 @@ void requireFile(bool condition) {
     require(condition, ErrorCode::KEYMASTER_NOT_CONFIGURED);
 }
 
-// Nothing when there is no such file.
+// Nothing when the file does not exist.
 std::optional<Bytes> readFile(const std::string& path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0 && errno == ENOENT) {
@@ -79,8 +79,8 @@ void writeAll(int fd, const Bytes& content) {
     requireFile(fsync(fd) == 0);
 }
 
-// Makes the file whole or not at all. A link, unlike a rename, never replaces the file of another
-// process that came first.
+// Makes the file, complete or not at all. A link never replaces the file of another process that
+// was first, as a rename would.
 void createFile(const std::string& path, const Bytes& content) {
     std::string temporary = path + ".XXXXXX";
     const Descriptor file(mkstemp(temporary.data()));  // exclusive, mode 0600
@@ -115,9 +115,9 @@ RootKey::RootKey(const std::string& path)
 }
 
 Bytes RootKey::derive(const char* label, const Bytes& context, size_t size) const {
-    Bytes info(label, label + strlen(label) + 1);  // the label's end is part of it
+    Bytes info(label, label + strlen(label) + 1);  // with its NUL
     const size_t label_size = info.size();
-    info.resize(label_size + SHA256_DIGEST_LENGTH);  // OpenSSL takes an info of 2 KiB at most
+    info.resize(label_size + SHA256_DIGEST_LENGTH);  // OpenSSL takes at most 2 KiB of info
     requireSsl(SHA256(context.data(), context.size(), info.data() + label_size) != nullptr);
     Bytes derived(size);
 #ifdef OPENSSL_IS_BORINGSSL

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Secrets kept in files, and the root key, from which every other symmetric key comes.
+// Secrets in files, and the root key. Every other symmetric key is derived from the root key.
 
 #pragma once
 
@@ -15,8 +15,8 @@
 
 namespace soft_keymaster {
 
-// The content of the file `path`. A missing file is made first, with mode 0600 and what `make`
-// gives; when several processes do so at once, one of them wins and all of them get its content.
+// The content of the file `path`. A missing file is made first, with mode 0600 and the content from
+// `make`. When several processes do so at once, one of them wins, and all get its content. Throws
 // KEYMASTER_NOT_CONFIGURED when the file can be neither read nor made.
 Bytes loadOrCreateFile(const std::string& path, const std::function<Bytes()>& make);
 
@@ -24,11 +24,11 @@ class RootKey {
   public:
     static constexpr size_t kSize = 32;
 
-    // Loads the key, or makes one. KEYMASTER_NOT_CONFIGURED also for a file of another size.
+    // Loads the key, or makes one. Throws KEYMASTER_NOT_CONFIGURED also for a file of another size.
     explicit RootKey(const std::string& path);
 
-    // HKDF-SHA256 of the root key: `size` bytes for one use, named by `label`, and for its
-    // `context`, of any length.
+    // Derives `size` bytes with HKDF-SHA256. `label` names the use, and `context` may have any
+    // length.
     Bytes derive(const char* label, const Bytes& context, size_t size) const;
 
   private:

@@ -40,7 +40,8 @@ constexpr uint8_t kMajorVersion = 4;
 constexpr size_t kMaxEntropySize = 2048;
 constexpr size_t kMaxChallengeSize = 128;
 
-// A real keymaster is another process: it leaves nothing in the caller's queue of OpenSSL errors.
+// Keeps errors of this keymaster out of the caller's OpenSSL error queue. A real keymaster is
+// another process, and leaves nothing there.
 class ErrorQueueGuard {
   public:
     ErrorQueueGuard() { ERR_set_mark(); }
@@ -49,7 +50,7 @@ class ErrorQueueGuard {
     ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
 };
 
-// Runs `body` and turns what it throws into the code to answer.
+// Runs `body`, and turns an exception into the code to answer.
 template <typename Body>
 ErrorCode guarded(Body body) {
     const ErrorQueueGuard guard;
@@ -65,7 +66,7 @@ ErrorCode guarded(Body body) {
     }
 }
 
-// Runs the callback; a null one is refused, as the platform does.
+// Runs the callback. Refuses a null one, as the platform does.
 template <typename Callback, typename... Values>
 Return<void> answer(const Callback& cb, const Values&... values) {
     if (!cb) {
@@ -110,7 +111,7 @@ struct SoftKeymaster::State {
         return *attestation;
     }
 
-    // A key that may be used at the device's patch level.
+    // Opens a key that may be used at the device's patch level.
     Key usableKey(const hidl_vec<uint8_t>& blob, const Bytes& client_data) {
         Key key = unwrapKey(rootKey(), blob, client_data);
         require(patchLevelOf(key) <= options.patch_level, ErrorCode::INVALID_KEY_BLOB);

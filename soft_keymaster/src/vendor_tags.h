@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The vendor's tags: all BYTES but the last one, which is BOOL.
+// The vendor's tags. They are of type BYTES, but the last one is a BOOL.
 
 #pragma once
 

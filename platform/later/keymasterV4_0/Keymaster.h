@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// For platform trees from Android 11 on, where the handle to a keymaster has another name: gives it
-// the name, and this file the path, that the library knows. Its interface extends that of 4.0, so
-// nothing else changes but the constructor's mangled name.
+// For platform trees from Android 11 on. There the handle to a keymaster has another name and path:
+// this header gives it those that the library uses. Its interface extends that of 4.0, so nothing
+// else changes but the constructor's mangled name.
 
 #pragma once
 

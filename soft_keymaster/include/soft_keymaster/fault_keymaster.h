@@ -50,7 +50,7 @@ enum class Call {
     kAbort,
 };
 
-// The member's name, as in IKeymasterDevice.
+// The name of the member of IKeymasterDevice.
 const char* callName(Call call);
 
 // One recorded call; every vector is a copy of its own. Members that a call does not have are zero
@@ -64,7 +64,7 @@ struct CallRecord {
     hidl_vec<uint8_t> input;  // update, finish, addRngEntropy
 };
 
-// What a call is about to answer. Members that the call does not answer are ignored.
+// The answer that a call is about to give. Members that the call does not have are ignored.
 struct Answer {
     ErrorCode error;
     uint64_t handle;           // begin
@@ -79,14 +79,14 @@ struct Answer {
 
 struct Fault {
     enum class Kind {
-        kAnswerError,              // the inner keymaster is not called
-        kTransportBeforeCallback,  // not called either; the call fails, and no callback runs
-        kNoCallback,               // not called either; the call succeeds, and no callback runs
-        kTransportAfterCallback,   // called and answered, and yet the call fails
-        kAlter,                    // called, and the answer changed by `alter`
-        kCallbackTwice,            // called, and answered two times
-        kCallbackOnThread,         // called, and answered from another thread, in time
-        kSlow,                     // called, and answered after `delay`
+        kAnswerError,              // the inner keymaster is not called; the answer is `code`
+        kTransportBeforeCallback,  // the inner keymaster is not called; the call fails
+        kNoCallback,               // neither it nor the callback is called; the call succeeds
+        kTransportAfterCallback,   // the callback runs, and then the call fails
+        kAlter,                    // the callback gets the answer changed by `change`
+        kCallbackTwice,            // the callback runs two times
+        kCallbackOnThread,         // the callback runs on another thread, before the call returns
+        kSlow,                     // the answer comes after `delay`
     };
 
     static Fault error(ErrorCode code);
@@ -94,12 +94,12 @@ struct Fault {
     static Fault transportAfterCallback();
     static Fault noCallback();
     static Fault alter(std::function<void(Answer&)> change);
-    // A call that has no callback is not hit by the next two, and only delayed by slow().
+    // The next two do nothing to a call that has no callback, and slow() only delays it.
     static Fault callbackTwice();
     static Fault callbackOnThread();
     static Fault slow(std::chrono::milliseconds delay);
-    // Alterations that tests ask for often. A size of 0 removes the NONCE entry, or answers OK with
-    // nothing; more than there was is filled up with zeros.
+    // Changes that tests often need. A size of 0 removes the NONCE entry, or leaves no output. A
+    // larger size than before adds zeros.
     static Fault nonceSize(size_t size);
     static Fault outputSize(size_t size);
 
@@ -109,8 +109,8 @@ struct Fault {
     std::chrono::milliseconds delay = {};
 };
 
-// How a keymaster departs from others, for as long as the deviation is set. The keymaster deviates
-// consistently: it decrypts what it has encrypted.
+// Properties in which a keymaster differs from others in every call. The keymaster stays
+// consistent: it decrypts what it has encrypted.
 struct Deviation {
     enum class Output {
         kInUpdate,
@@ -119,14 +119,14 @@ struct Deviation {
     };
 
     Output output = Output::kInUpdate;
-    size_t nonce_size = 12;                // bytes, of what an encryption begins with
+    size_t nonce_size = 12;                // bytes of an encryption's nonce
     bool fixed_nonce = false;              // the same for every encryption
-    size_t tag_size = 16;                  // bytes; from 12, whatever length is asked for
-    bool unchecked_tag = false;            // a decryption ends well with any tag
-    bool ignored_associated_data = false;  // as if the call had none
+    size_t tag_size = 16;                  // bytes, at least 12, whatever length is asked for
+    bool unchecked_tag = false;            // a decryption succeeds with any tag
+    bool ignored_associated_data = false;  // as if the call had no associated data
     size_t transport_limit = SIZE_MAX;     // bytes of a call's arguments; a larger call fails
     bool open_after_errors = false;        // an error ends no operation; 16 may be open
-    bool ignored_csr_tag = false;          // answers an attestation when a request is asked for
+    bool ignored_csr_tag = false;          // attests when a request is asked for
 };
 
 class FaultKeymaster : public Keymaster {
@@ -135,18 +135,18 @@ class FaultKeymaster : public Keymaster {
     explicit FaultKeymaster(Keymaster& inner);
     ~FaultKeymaster() override;
 
-    // Applies `fault` to the nth such call from now on; 1 is the next one.
+    // Applies `fault` to the nth call of this kind from now on; 1 is the next one.
     void plan(Call call, size_t nth, Fault fault);
-    // Applies `fault` to every such call that has no fault of its own.
+    // Applies `fault` to every call of this kind that has no fault of its own.
     void planEach(Call call, Fault fault);
-    // The same for every call.
+    // Applies `fault` to every call that has no fault of its own.
     void planEachCall(const Fault& fault);
-    // Replaces the deviation. Make keys and operations anew afterwards.
+    // Replaces the deviation. Keys and operations made before may then stop working: make new ones.
     void deviate(const Deviation& deviation);
     // Forgets all plans, the deviation and all records.
     void reset();
 
-    // All calls in order, those that a fault hit included.
+    // All calls in order, with those that a fault hit.
     const std::vector<CallRecord>& calls() const { return calls_; }
     std::vector<CallRecord> calls(Call call) const;
 
@@ -203,7 +203,7 @@ class FaultKeymaster : public Keymaster {
     template <typename Forward>
     Return<ErrorCode> answerCode(CallRecord record, Forward forward);
 
-    // The faults of one call: by its number, and for all the others.
+    // The faults of one kind of call: some by number, and one for all the others.
     struct Plan {
         size_t count = 0;
         std::map<size_t, Fault> nth;
@@ -217,7 +217,8 @@ class FaultKeymaster : public Keymaster {
     std::unique_ptr<Deviator> deviator_;
 };
 
-// A keymaster to try a program with: what it does, and how to make it do so.
+// A fault to try a program with: its name, what the keymaster does then, and the function that
+// makes it do so.
 struct NamedFault {
     const char* name;
     const char* what;

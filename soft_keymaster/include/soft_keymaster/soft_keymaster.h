@@ -9,10 +9,10 @@
 // certificate requests, and the password conversion (vendor purposes 101 and 102). The rest of the
 // interface answers UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
 //
-// Key blobs carry the key and its characteristics, sealed under the root key: whoever uses the same
+// Key blobs hold the key and its characteristics, sealed under the root key. Whoever uses the same
 // root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the same
-// bytes at every use, else its blob is an INVALID_KEY_BLOB. All characteristics are software
-// enforced.
+// bytes at every use; without them its blob is an INVALID_KEY_BLOB. All characteristics are
+// software enforced.
 //
 // Threads: one at a time per object. Several objects, and several processes, may share a root key
 // file. Every callback runs before its call returns; on an error it gets empty values. No exception
@@ -29,26 +29,26 @@
 
 namespace soft_keymaster {
 
-// The library also makes the host a device with this one keymaster: it defines the platform's
-// Keymaster::enumerateAvailableDevices(). The root key is then the file that this environment
-// variable names, or soft_keymaster_root.key in the working directory.
+// The library also defines the platform's Keymaster::enumerateAvailableDevices(), so that the host
+// is a device with this one keymaster. The root key is then in the file that this environment
+// variable names, or in soft_keymaster_root.key in the working directory.
 inline constexpr char kRootKeyVariable[] = "SOFT_KEYMASTER_ROOT_KEY";
 
 class SoftKeymaster : public Keymaster {
   public:
     struct Options {
-        // The root key: 32 random bytes, made with mode 0600 when the file is first needed. The
-        // attestation root is kept beside it, under the same name with ".attest" at the end. A file
-        // that cannot be read or made shows as KEYMASTER_NOT_CONFIGURED from every call that needs
-        // it, and is tried again by the next one.
+        // The file of the root key, 32 random bytes. It is made with mode 0600 when it is first
+        // needed. The attestation root lies beside it, under the same name with ".attest" at the
+        // end. When a file cannot be read or made, every call that needs it answers
+        // KEYMASTER_NOT_CONFIGURED. The next call tries again.
         std::string root_key_path;
-        // The device's patch level, YYYYMM. Keys carry the level that they were made at: an older
-        // key needs upgradeKey, a newer one is an INVALID_KEY_BLOB (INVALID_ARGUMENT in
-        // upgradeKey).
+        // The device's patch level, YYYYMM. A key carries the level at which it was made. An older
+        // key needs upgradeKey. A newer one is an INVALID_KEY_BLOB, and an INVALID_ARGUMENT of
+        // upgradeKey.
         uint32_t patch_level = 202601;
-        // How much of its input one `update` consumes, in bytes; 0 is no limit.
+        // The most bytes of input that one `update` consumes; 0 is no limit.
         size_t max_update_bytes = 0;
-        // How many operations may be open at once; `begin` then answers TOO_MANY_OPERATIONS.
+        // The most operations that may be open at once; `begin` then answers TOO_MANY_OPERATIONS.
         // An operation ends with `finish`, `abort` or any error.
         size_t max_operations = 16;
     };
@@ -59,7 +59,7 @@ class SoftKeymaster : public Keymaster {
     SoftKeymaster(const SoftKeymaster&) = delete;
     SoftKeymaster& operator=(const SoftKeymaster&) = delete;
 
-    // Plays a system update (or a downgrade): counts from the next call on.
+    // Plays a system update or a downgrade. It takes effect with the next call.
     void setPatchLevel(uint32_t patch_level);
 
     const VersionResult& halVersion() const override;
@@ -71,12 +71,12 @@ class SoftKeymaster : public Keymaster {
                                        const hidl_vec<uint8_t>& client_id,
                                        const hidl_vec<uint8_t>& app_data,
                                        getKeyCharacteristics_cb cb) override;
-    // An empty blob with OK says that the key is at the device's patch level already.
+    // Answers OK with an empty blob when the key is at the device's patch level already.
     Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
                             const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
-    // Both answer OK to everything: nothing is kept for a key, so there is nothing to delete, and
-    // the blob goes on working.
+    // These two answer OK to everything. The keymaster stores no keys, so there is nothing to
+    // delete, and a blob goes on working.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
     Return<ErrorCode> deleteAllKeys() override;
     Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
@@ -94,12 +94,12 @@ class SoftKeymaster : public Keymaster {
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
 
-    // Exports nothing: UNSUPPORTED_KEY_FORMAT for an AES key, else UNIMPLEMENTED.
+    // Exports nothing. Answers UNSUPPORTED_KEY_FORMAT for an AES key, and otherwise UNIMPLEMENTED.
     Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
                            const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
 
-    // UNIMPLEMENTED, all of them.
+    // The following answer UNIMPLEMENTED.
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
     Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                    computeSharedHmac_cb cb) override;

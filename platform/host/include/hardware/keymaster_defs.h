@@ -14,8 +14,8 @@
 #include <stdint.h>
 #endif
 
-// An enumeration of the C kind: types above 7 come out as negative numbers, so a tag is made
-// unsigned before its type is shifted down.
+// As a C enumeration, tags of the types from 8 on are negative. So a tag is made unsigned before it
+// is shifted down to its type.
 typedef enum {
     KM_INVALID = 0,
     KM_ENUM = 1 << 28,

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Host stand-in for the platform's HIDL containers. Offers what the platform offers and nothing
-// more, so that a source which compiles here compiles there too.
+// Host stand-in for the platform's HIDL containers. It has nothing that the platform lacks: a
+// source that compiles here compiles there, too.
 
 #pragma once
 
@@ -73,13 +73,13 @@ class hidl_vec_iterator {
 
 }  // namespace details
 
-// A contiguous array with a 32-bit length, owned (made with new[]) or borrowed.
+// An array with a 32-bit length. It owns its elements, made with new[], or borrows them.
 template <typename T>
 struct hidl_vec {
     hidl_vec() noexcept : mBuffer(nullptr), mSize(0), mOwnsBuffer(false) {}
     // A copy owns its elements, whether or not `other` does.
     hidl_vec(const hidl_vec& other) : hidl_vec() { copyFrom(other.data(), other.size()); }
-    // `other` keeps its pointer and size, and only loses its ownership.
+    // `other` keeps its pointer and size, but no longer owns the elements.
     hidl_vec(hidl_vec&& other) noexcept : hidl_vec() { *this = std::move(other); }
     hidl_vec(const std::initializer_list<T> list) : hidl_vec() {
         copyFrom(list.begin(), list.size());
@@ -140,7 +140,8 @@ struct hidl_vec {
     }
     bool operator!=(const hidl_vec& other) const { return !(*this == other); }
 
-    // Keeps the elements that fit; new elements are default-initialised. Owning afterwards.
+    // Keeps the elements that fit. New elements are default-initialised. Afterwards the vector owns
+    // its elements.
     void resize(size_t size) {
         checkSize(size);
         T* buffer = new T[size];
@@ -148,7 +149,7 @@ struct hidl_vec {
         adopt(buffer, size);
     }
 
-    // Borrows `data`, or takes it over when `shouldOwn` (then it has to come from new[]).
+    // Borrows `data`, or takes it over with `shouldOwn`; it must then come from new[].
     void setToExternal(T* data, size_t size, bool shouldOwn = false) {
         if (size > UINT32_MAX) {
             details::logAlwaysFatal("external vector size exceeds 2^32 elements.");
@@ -159,8 +160,8 @@ struct hidl_vec {
         mOwnsBuffer = shouldOwn;
     }
 
-    // Hands the elements to the caller, who frees them with delete[]. Borrowed elements are copied
-    // first. Pointer and size stay readable here.
+    // Passes the elements to the caller, who frees them with delete[]. Borrowed elements are copied
+    // first. This vector keeps its pointer and size.
     T* releaseData() {
         if (!mOwnsBuffer && mSize > 0) {
             resize(mSize);
@@ -176,7 +177,7 @@ struct hidl_vec {
         }
     }
 
-    // The source may lie inside this vector, so it is copied before the old elements go.
+    // The source may lie inside this vector, so it is copied before the old elements are freed.
     template <typename InputIterator>
     void copyFrom(InputIterator first, size_t size) {
         checkSize(size);
@@ -220,7 +221,8 @@ struct hidl_string {
     std::string mText;
 };
 
-// A fixed array inside the structure; uninitialised unless the structure is value-initialised.
+// A fixed array inside the structure. Its elements are uninitialised unless the structure is
+// value-initialised.
 template <typename T, size_t N>
 struct hidl_array {
     T* data() { return mBuffer; }

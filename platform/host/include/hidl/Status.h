@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Host stand-in for the platform's transport status and for the result type of HIDL calls. A failed
-// result that nobody looked at ends the process here as it does on a device.
+// Host stand-in for the platform's transport status, and for the result type of HIDL calls. As on a
+// device, a failed result that nobody looked at ends the process.
 
 #pragma once
 
@@ -26,7 +26,7 @@ namespace details {
 class return_status;
 }
 
-// The transport's status: none, an exception, or a failed transaction with its status_t.
+// The status of the transport: no error, an exception, or a failed transaction with its status_t.
 class Status final {
   public:
     enum Exception : int32_t {
@@ -67,7 +67,7 @@ class Status final {
   private:
     friend class details::return_status;
 
-    // What a failed transaction without a more exact status carries.
+    // The status_t of a failed transaction that has no more exact one.
     static constexpr status_t kFailedTransaction = INT32_MIN + 2;
 
     Status(int32_t exception, status_t errorCode, const char* message)
@@ -112,7 +112,8 @@ class Status final {
 
 namespace details {
 
-// The status half of a call's result. Move only; a moved-from status counts as looked at.
+// The status part of a call's result. It can only be moved. A moved-from status counts as looked
+// at.
 class return_status {
   public:
     return_status() : return_status(Status::ok()) {}

@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Host stand-in for the platform's handle to a keymaster. The members of the interface stay pure
-// virtual in it. The two static functions are the software keymaster's: whoever calls them links
-// it.
+// Host stand-in for the platform's handle to a keymaster. It leaves the members of the interface
+// pure virtual. The software keymaster defines the two static functions: a program that calls them
+// must link it.
 
 #pragma once
 
@@ -41,8 +41,8 @@ class Keymaster : public IKeymasterDevice {
 
     // All keymasters of the device, the most secure first.
     static KeymasterSet enumerateAvailableDevices();
-    // Lets them agree on the key that authenticates their tokens, once after each start of the
-    // system.
+    // Makes the keymasters agree on the key that authenticates their tokens. To be called once
+    // after each start of the system.
     static void performHmacKeyAgreement(const KeymasterSet& keymasters);
 
   private:

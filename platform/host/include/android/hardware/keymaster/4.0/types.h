@@ -1,8 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Host stand-in for the keymaster 4.0 types. As on the platform no structure has default member
-// initialisers: `HardwareAuthToken()` is all zero, a plain `HardwareAuthToken token;` is not.
+// Host stand-in for the keymaster 4.0 types. As on the platform, no structure has default member
+// initialisers: `HardwareAuthToken()` is all zero, but a plain `HardwareAuthToken token;` is
+// uninitialised.
 
 #pragma once
 
@@ -29,7 +30,7 @@ enum class TagType : uint32_t {
     ULONG_REP = 10u << 28,
 };
 
-// The type in the top four bits, the number below.
+// The top four bits are the type, the others a number.
 enum class Tag : uint32_t {
     INVALID = 0,
     PURPOSE = 0x20000000u | 1,
