@@ -1,15 +1,15 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The one place where exceptions end. The library throws none, but strings, vectors and plog do,
-// for want of memory.
+// The one place where exceptions end. The library throws none itself, but strings, vectors and plog
+// throw when there is no memory.
 
 #pragma once
 
 namespace zelkm {
 
-// Runs an action; false when it threw. In a build without exceptions the C++ library ends the
-// process instead.
+// Runs an action. False when the action threw. In a build without exceptions the C++ library ends
+// the process instead.
 template <typename Action>
 [[nodiscard]] bool completes(Action action) {
 #ifdef __cpp_exceptions

@@ -40,8 +40,8 @@ std::string_view trimBlanks(std::string_view text) {
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-// The position of the first byte that is `wanted` or NUL. (The texts are so short that
-// find_first_of(), with a call for each byte, is many times slower.)
+// The position of the first byte that is `wanted` or NUL. The texts are short: find_first_of()
+// makes a call for each byte, and is many times slower.
 template <typename Wanted>
 size_t findByte(std::string_view text, size_t from, Wanted wanted) {
     for (size_t at = from; at < text.size(); ++at) {
@@ -157,7 +157,7 @@ int parse_tokens(const db_token_t* list, db_parsed_tokens_t* out, TokenizerError
         } else {
             start = at;
             state = state == kBetween ? kUnquoted : kInQuotes;
-            // The rest of the token up to what may end it.
+            // Skips the rest of the token, up to a byte that may end it.
             while (at + 1 < text.size() && text[at + 1] != kQuote &&
                    (state == kInQuotes || text[at + 1] != ',')) {
                 ++at;

@@ -31,7 +31,7 @@ class Cursor {
         return true;
     }
 
-    // Moves behind the next `byte`; false, without moving, if there is none.
+    // Moves behind the next `byte`. When there is none, it does not move, and answers false.
     bool skipPast(uint8_t byte) {
         const void* found =
             atEnd() ? nullptr : std::memchr(at_, byte, static_cast<size_t>(end_ - at_));
@@ -42,7 +42,8 @@ class Cursor {
         return true;
     }
 
-    // Takes the run of digits here, 0 if there is none. False when it does not fit 32 bits.
+    // Takes the digits at this place off the run; without digits the number is 0. False when the
+    // number does not fit 32 bits.
     bool takeNumber(uint32_t* number) {
         uint64_t value = 0;
         while (atDigit()) {
@@ -60,7 +61,8 @@ class Cursor {
     const uint8_t* end_;
 };
 
-// A range "lo..hi]", whose "[" has been taken, against a number. What fails most often comes first.
+// Compares a range with a number. The range's "[" is taken already: "lo..hi]". The part that fails
+// most often comes first.
 bool matchRange(Cursor* pattern, uint32_t number) {
     uint32_t low = 0;
     uint32_t high = UINT32_MAX;
@@ -102,7 +104,7 @@ bool matchPattern(Cursor pattern, const Subject& subject) {
     return rest.atEnd();
 }
 
-// One stored value, or item of one, against a subject that is not empty.
+// Compares a stored value, or an item of one, with a subject that is not empty.
 bool matchItem(const uint8_t* item, uint32_t len, const Subject& subject, bool use_pattern) {
     if (subject.any) {
         return true;
@@ -135,7 +137,7 @@ bool matchList(const uint8_t* list, uint32_t list_len, const Subject& subject, b
     });
 }
 
-// The range of an item that is a number, or one range and no more.
+// The range of an item that is one number or one range. False for any other item.
 bool takeItemRange(Cursor item, NumberRange* range) {
     if (item.skip('[')) {
         range->high = UINT32_MAX;

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// WHERE conditions and the pattern language of stored access lists. simple_reg_cmp() and
-// enumerated_simple_reg_cmp(), also defined here, are described in velt_secure_db.h.
+// WHERE conditions, and the patterns of stored access lists. velt_secure_db.h describes
+// simple_reg_cmp() and enumerated_simple_reg_cmp(), which are also defined here.
 
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace zelkm {
 
-// The value of a query, which stored values are compared with. The constructor works out once what
-// every comparison looks at.
+// The value of a query, with which stored values are compared. The constructor works out once what
+// all comparisons need.
 struct Subject {
     Subject() = default;
     Subject(const uint8_t* bytes, uint32_t length);
@@ -21,8 +21,8 @@ struct Subject {
     bool isNumber() const { return number_len != 0 && number_len == len; }
 
     bool any;             // "*", which every stored value matches
-    uint32_t number;      // at the front
-    uint32_t number_len;  // in digits; 0 if there is no number, or none of 32 bits
+    uint32_t number;      // the number at the subject's start
+    uint32_t number_len;  // its digits; 0 without a number of 32 bits
 };
 
 struct Condition {
@@ -32,12 +32,12 @@ struct Condition {
     Subject subject;
 };
 
-// The conditions of one command, made ready for comparing many rows with them. A condition on an
+// The conditions of one command, prepared for a comparison with many rows. A condition on an
 // unknown column counts as satisfied, and is left out.
 struct ConditionSet {
     explicit ConditionSet(const db_parsed_where_set_t& where);
 
-    bool never;  // no row satisfies them: one has another operator than "=", or no value
+    bool never;  // no row can match: a condition has no value, or another operator than "="
     uint32_t count;
     Condition conditions[SDB_MAX_CONDITIONS];
 };
@@ -52,7 +52,8 @@ struct NumberRange {
     bool contains(uint32_t number) const { return low <= number && number <= high; }
 };
 
-// A range of numbers: a subject that is a number outside it matches none of the list's patterns.
+// A range that holds the numbers of all patterns in a list. A subject whose number is outside it
+// matches none of them.
 NumberRange rangeOfList(const uint8_t* list, uint32_t len);
 
 }  // namespace zelkm

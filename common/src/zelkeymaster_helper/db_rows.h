@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Rows in a list, lookups in their column schema, and the ownership rules: the table owns its rows,
-// a row owns its values. Values are wiped before they are released.
+// Rows in a list, and lookups in their column schema. The table owns its rows, and a row owns its
+// values. Values are wiped before they are released.
 
 #pragma once
 
@@ -15,12 +15,12 @@
 namespace zelkm {
 
 inline constexpr uint32_t kValuePresent = 1;  // bit of db_column_value_t::flags
-inline constexpr uint8_t kNoColumn = 255;     // stands for an unknown column name
+inline constexpr uint8_t kNoColumn = 255;     // instead of an index when the name is unknown
 
-// Fills the schema's name lengths in. Until then no column is found by a name of its own length.
+// Stores the lengths of the names in the schema. Before that no column is found by its name.
 void cacheColumnNameLengths();
 
-// The index of the column with exactly this name, else kNoColumn.
+// The index of the column with exactly this name, or kNoColumn.
 uint8_t findColumn(const db_token_t& name);
 
 // Whether a value of this column can be stored.
@@ -34,7 +34,8 @@ db_row* newRow();
 // Wipes and releases a row and its values. Null is allowed.
 void free_row(db_row* row);
 
-// Makes an absent value a copy of the bytes. False when out of memory: it is then still absent.
+// Gives an absent value a copy of the bytes. False when out of memory: the value is then still
+// absent.
 [[nodiscard]] inline bool copyValue(const uint8_t* data, uint32_t len, db_column_value_t* value) {
     if (len != 0) {
         value->data = static_cast<uint8_t*>(std::malloc(len));
@@ -48,14 +49,14 @@ void free_row(db_row* row);
     return true;
 }
 
-// Puts a copy of the bytes in place of the column's value. False when out of memory: the column is
-// then absent.
+// Replaces the column's value by a copy of the bytes. False when out of memory: the value is then
+// absent.
 [[nodiscard]] bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len);
 
-// Takes `row` over as the last one.
+// Appends `row`. The table owns it from now on.
 void appendRow(db_table_t* table, db_row* row);
 
-// Releases all rows; the handle becomes 0.
+// Releases all rows, and sets the handle to 0.
 void clearRows(db_table_t* table);
 
 }  // namespace zelkm

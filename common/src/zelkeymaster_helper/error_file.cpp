@@ -19,13 +19,14 @@ constexpr char kFileName[] = "zelko_err.txt";
 constexpr size_t kMaxFileSize = 10000;
 constexpr int kMaxFiles = 3;
 
-// What a line names as its origin. The numbers are fixed: whoever reads the files sorts by them.
+// The origin that each line names. The numbers never change, because readers of the files sort by
+// them.
 constexpr char kFunction[] = "void log_to_file(char, const char *, const int, const char *, ...)";
 constexpr size_t kWarningLine = 102;
 constexpr size_t kErrorLine = 106;
 
-// plog allocates and may throw for want of memory; a line of this file is not worth more than
-// being dropped.
+// plog allocates memory, and may throw when there is none. The line is then dropped: no call fails
+// because of this file.
 template <typename Action>
 void dropOnException(Action action) {
     static_cast<void>(completes(action));

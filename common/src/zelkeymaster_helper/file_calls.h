@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The system calls of the file storage: the one point through which the library touches files.
-// Tests replace pointers to make calls fail; benchmarks replace `flush` to leave it out.
+// The system calls of the file storage. The library touches files only through these pointers.
+// Tests replace some to make calls fail. Benchmarks replace `flush` to leave it out.
 
 #pragma once
 
@@ -20,8 +20,8 @@ struct FileCalls {
     int (*rename)(const char* from, const char* to);
     int (*unlink)(const char* path);
 
-    // Brings a file's data, or with kWorkingDirectory the directory's entries, to the device. Has
-    // no result: a replacement that could not be flushed is still the best that can be had.
+    // Brings a file's data to the device, or the directory's entries for kWorkingDirectory. It has
+    // no result: after a failed flush there is nothing better to do than to go on.
     void (*flush)(int fd);
 };
 

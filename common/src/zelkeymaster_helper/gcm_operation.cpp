@@ -15,7 +15,7 @@ using android::hardware::keymaster::V4_0::ErrorCode;
 using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
 
-// Copies as much as fits and returns how much that was.
+// Copies as many bytes as fit. Returns their number.
 size_t copyBounded(uint8_t* to, size_t capacity, const HidlBytes& from) {
     const size_t count = std::min(capacity, from.size());
     if (count != 0) {

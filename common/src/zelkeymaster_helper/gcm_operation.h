@@ -1,11 +1,12 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The state of one AES-GCM operation of the keymaster: what each answer changes, without the calls.
+// The state of one AES-GCM operation of the keymaster. It follows the keymaster's answers, and
+// makes no calls.
 //
-// The keymaster takes the tag at the end of the ciphertext. All output of the updates is collected
-// and copied out in one go when the operation finishes, so plain and cipher may be one buffer.
-// Nothing that the keymaster answers is trusted to have the right size.
+// The keymaster takes the tag at the end of the ciphertext. The output of the updates is collected,
+// and copied out when the operation finishes: so plain and cipher may be one buffer. No size in an
+// answer is trusted.
 
 #pragma once
 
@@ -29,26 +30,26 @@ class GcmOperation {
     // Borrows the buffers.
     GcmOperation(bool decrypt, const GcmBuffers& buffers) : decrypt_(decrypt), buffers_(buffers) {}
 
-    // Must come first. False when out of memory.
+    // To be called first. False when out of memory.
     [[nodiscard]] bool allocate();
 
-    // The keymaster's answers. An encryption whose begin brings no nonce fails with -51.
+    // Take an answer of the keymaster. An encryption whose begin brings no nonce fails with -51.
     void begun(android::hardware::keymaster::V4_0::ErrorCode error, const HidlParams& out_params,
                uint64_t handle);
     void updated(android::hardware::keymaster::V4_0::ErrorCode error, uint32_t consumed,
                  const HidlBytes& output);
-    // Fills the buffers, whatever the error. A decryption that ends with 16 bytes of output is
-    // taken for an encryption.
+    // Takes the last answer, and fills the buffers whatever the error is. A decryption that ends
+    // with 16 bytes of output is taken for an encryption.
     void finished(android::hardware::keymaster::V4_0::ErrorCode error, const HidlBytes& output);
 
-    // Counts what the last update took. False when there is no use in another one.
+    // Counts the input that the last update took. False when another update is of no use.
     bool advance();
 
     // A view of the input that is not consumed yet.
     HidlBytes remainingInput() const;
 
     bool decrypts() const { return decrypt_; }
-    int32_t error() const { return error_; }  // answered last; -1000 before the first answer
+    int32_t error() const { return error_; }  // the last answer; -1000 before the first
     uint64_t handle() const { return handle_; }
     bool nonceMissing() const { return nonce_missing_; }
     size_t consumed() const { return consumed_; }

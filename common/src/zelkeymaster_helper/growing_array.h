@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// An array of plain values that grows, in memory from malloc. Memory is wiped before it is
-// released: what is derived from the store's values is as secret as they are.
+// A growing array of plain values in memory from malloc. The memory is wiped before it is released,
+// because what is derived from stored values is as secret as they are.
 
 #pragma once
 
@@ -15,21 +15,21 @@
 
 namespace zelkm {
 
-// The array releases nothing by itself, since a static instance lives as long as its process: the
-// owner of any other calls release(). A copy shares the elements with the original.
+// The destructor releases nothing, because a static array lives as long as its process. The owner
+// of any other array calls release(). A copy shares the elements with the original.
 template <typename T>
 class GrowingArray {
     static_assert(std::is_trivially_copyable_v<T>);
 
   public:
-    // Makes room for `count` more elements. False when out of memory; the array is then as before.
+    // Makes room for `count` more elements. False when out of memory: the array is then unchanged.
     [[nodiscard]] bool reserve(size_t count) {
         if (capacity_ - size_ >= count) {
             return true;
         }
         const size_t wanted = size_ + count;
         const size_t capacity = wanted > 2 * capacity_ ? wanted : 2 * capacity_;
-        // Not realloc, which leaves the old block's content behind.
+        // realloc() would leave the content of the old block behind.
         T* data = static_cast<T*>(std::malloc(capacity * sizeof(T)));
         if (data == nullptr) {
             return false;
@@ -45,9 +45,9 @@ class GrowingArray {
         return true;
     }
 
-    void push(const T& value) { data_[size_++] = value; }  // into reserved room
+    void push(const T& value) { data_[size_++] = value; }  // there must be reserved room
 
-    // Within reserved room. What is cut off is wiped.
+    // Changes the size within the reserved room. Elements that are cut off are wiped.
     void resize(size_t size) {
         if (size < size_) {
             OPENSSL_cleanse(data_ + size, (size_ - size) * sizeof(T));
@@ -55,7 +55,7 @@ class GrowingArray {
         size_ = size;
     }
 
-    // Copies elements towards the front.
+    // Copies `count` elements from `from` to `to`, which is nearer to the start.
     void move(size_t to, size_t from, size_t count) {
         if (to != from && count != 0) {
             std::memmove(data_ + to, data_ + from, count * sizeof(T));

@@ -17,7 +17,7 @@ using android::hardware::keymaster::V4_0::Tag;
 constexpr uint32_t kAesKeyBits = 256;
 constexpr uint32_t kGcmTagBits = 128;
 
-// The type nibble of a tag, or of a tag type.
+// The type bits of a tag, or of a tag type.
 template <typename T>
 constexpr uint32_t typeOf(T tag) {
     return static_cast<uint32_t>(tag) >> 28;
@@ -48,7 +48,7 @@ keymaster_key_param_t bytesParam(keymaster_tag_t tag, const uint8_t* data, size_
 
 HidlBytes viewOf(const uint8_t* data, size_t len) {
     HidlBytes view;
-    // The keymaster's interface takes vectors by const reference; it does not write through them.
+    // The keymaster takes vectors by const reference, and does not write through them.
     view.setToExternal(const_cast<uint8_t*>(data), len);
     return view;
 }

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Owners of buffers from malloc().
+// Owners of buffers from malloc(). Allocating functions answer null when out of memory.
 
 #pragma once
 
@@ -20,12 +20,11 @@ struct FreeDeleter {
 
 using MallocBuffer = std::unique_ptr<uint8_t[], FreeDeleter>;
 
-// Null when out of memory.
 inline MallocBuffer allocateBuffer(size_t len) {
     return MallocBuffer(static_cast<uint8_t*>(std::malloc(len)));
 }
 
-// Wipes a buffer of `len` bytes before it is released.
+// Wipes a buffer of `len` bytes, and releases it.
 struct WipingDeleter {
     size_t len = 0;
     void operator()(void* buffer) const {
@@ -36,12 +35,11 @@ struct WipingDeleter {
 
 using SecretBuffer = std::unique_ptr<uint8_t[], WipingDeleter>;
 
-// Null when out of memory.
 inline SecretBuffer allocateSecretBuffer(size_t len) {
     return SecretBuffer(static_cast<uint8_t*>(std::malloc(len)), {len});
 }
 
-// The same, filled with zeros.
+// The same, with all bytes 0.
 inline SecretBuffer allocateZeroedSecretBuffer(size_t len) {
     return SecretBuffer(static_cast<uint8_t*>(std::calloc(1, len)), {len});
 }

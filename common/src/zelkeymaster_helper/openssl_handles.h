@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Owners of libcrypto's objects; valid for OpenSSL and BoringSSL.
+// Owners of libcrypto's objects, for OpenSSL and BoringSSL.
 
 #pragma once
 

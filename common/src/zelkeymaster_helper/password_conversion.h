@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The password conversion of the secure hardware: the lengths of its values, and what goes into its
-// one keymaster call. See encryptWithPasswordHWKey().
+// The password conversion of the secure hardware: the lengths of its values, and the parameters of
+// its one keymaster call. See encryptWithPasswordHWKey().
 
 #pragma once
 
@@ -23,8 +23,8 @@ struct PasswordInputs {
     const HidlBytes& in_4;
 };
 
-// The call's parameters, with copies of all bytes. The destructor wipes the copies. `tag` is sent
-// in the direction to the encrypted key only. The list is empty when there was no memory.
+// The call's parameters. They hold copies of all bytes, which the destructor wipes. `tag` is sent
+// only in the direction to the encrypted key. The list is empty when there was no memory.
 class PasswordParameters {
   public:
     PasswordParameters(PW_ENCRYPT_TYPE type, const PasswordInputs& inputs, const HidlBytes& tag);

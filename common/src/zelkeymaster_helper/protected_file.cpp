@@ -14,8 +14,8 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0600;
 
-// Whether a call that answered `count` transferred all of `len` bytes. errno was 0 before it, since
-// a count that falls short need not set it.
+// Whether a call transferred all of `len` bytes. `count` is its answer. errno was 0 before the
+// call, because a count that falls short need not set it.
 bool isWhole(ssize_t count, uint32_t len, int* error) {
     *error = errno;
     return count == static_cast<ssize_t>(len);

@@ -3,8 +3,8 @@
 
 // Small files that are read whole and replaced whole, so that a crash never leaves half a version.
 //
-// Replacing file N, and the files present after each step. "old" is the version before, "older" the
-// one before that; a reader at restart opens N and nothing else.
+// Replacing file N, with the files that are there after each step. "old" is the version before,
+// "older" the one before that. At a restart a reader opens N and nothing else.
 //
 //   step                      N      N.bak    N.tmp       at restart
 //   (before)                  old    older    -           old
@@ -15,12 +15,12 @@
 //   5 rename N.tmp to N       new    old      -           new
 //   6 flush the directory     new    old      -           new
 //
-// A killed process leaves one of these rows. So does a power cut, on a file system that keeps the
-// order of renames: the data of N.tmp is flushed before it gets its name. Putting an old file back
-// in place is not detected.
+// A process that is killed leaves the files of one of these rows. So does a power cut, on a file
+// system that keeps the order of renames: the data of N.tmp is flushed before it gets its name.
+// Nobody notices when an old file is put back in place.
 //
-// The order of the steps stands where their messages are, in load_data(), update_file() and
-// restoreBackupDB(). Nothing is logged here: each operation answers false when its call failed,
+// update_file() makes these steps in this order. It logs their failures, as load_data() and
+// restoreBackupDB() do. Nothing is logged here: an operation answers false when its call failed,
 // with the error number in *error.
 
 #pragma once
@@ -30,7 +30,7 @@
 
 namespace zelkm {
 
-// A file's name with a suffix, together at most 254 bytes: what is longer is cut.
+// A file's name with a suffix. A result of more than 254 bytes is cut.
 class CompanionName {
   public:
     CompanionName(const char* path, const char* suffix);
@@ -40,7 +40,7 @@ class CompanionName {
     char name_[256];
 };
 
-// An open file, closed at the end of its life.
+// An open file. The destructor closes it.
 class File {
   public:
     static File forReading(const char* path, int* error);
@@ -53,14 +53,15 @@ class File {
 
     bool isOpen() const { return fd_ >= 0; }
 
-    // The size modulo 2^32.
+    // The file's size modulo 2^32.
     [[nodiscard]] bool takeSize(uint32_t* size, int* error) const;
 
-    // All bytes in one call. A count that falls short is a failure, whose number may be 0.
+    // Read and write all bytes in one call. A smaller count is a failure, and its error number may
+    // be 0.
     [[nodiscard]] bool read(uint8_t* data, uint32_t len, int* error) const;
     [[nodiscard]] bool write(const uint8_t* data, uint32_t len, int* error) const;
 
-    // Brings the content to the device as far as that works.
+    // Brings the content to the device, as far as that works.
     void flush() const;
 
   private:
@@ -72,7 +73,7 @@ class File {
 [[nodiscard]] bool removeFile(const char* path, int* error);
 [[nodiscard]] bool renameFile(const char* from, const char* to, int* error);
 
-// Brings the working directory's entries to the device as far as that works.
+// Brings the working directory's entries to the device, as far as that works.
 void flushDirectory();
 
 }  // namespace zelkm

@@ -13,7 +13,7 @@ namespace {
 
 using StringList = std::vector<std::string>;
 
-// Takes a text piece by piece: counts the bytes, and copies them once there is a place for them.
+// Takes a text piece by piece. Counts the bytes, and copies them once there is a buffer for them.
 class Writer {
   public:
     explicit Writer(uint8_t* to) : to_(to) {}
@@ -51,7 +51,7 @@ class Writer {
     size_t len_ = 0;
 };
 
-// The text that write(Writer*) makes.
+// Makes the text that write(Writer*) produces: the first run counts, the second one copies.
 template <typename Write>
 CommandText textOf(Write write) {
     Writer counter(nullptr);

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command texts that secure object operations are made of. Values come with their quote bytes;
-// nothing is added or escaped. Wrong lists make a text that the engine refuses.
+// The command texts of secure object operations. Values come with their quote bytes: nothing is
+// added, and nothing is escaped. Lists of different lengths make a text that the engine refuses.
 
 #pragma once
 
@@ -14,7 +14,8 @@
 
 namespace zelkm {
 
-// Wiped at its end, since it holds values. data is null when there was no memory for it.
+// A command. The destructor wipes it, since it holds values. `data` is null when there was no
+// memory.
 struct CommandText {
     SecretBuffer data;
     size_t len = 0;

@@ -16,14 +16,14 @@ std::string quoted(const std::string& value) {
     return kQuote + value + kQuote;
 }
 
-// Puts `value` at the place of `column`, or both at the end of their lists. Whatever allocates
-// comes first, so that the lists stay in step without memory, too.
+// Sets the value of `column`, or appends both to their lists. All allocations come first, so that
+// the lists stay in step even without memory.
 void put(std::vector<std::string>& columns, std::vector<std::string>& values, std::string column,
          std::string value) {
     const auto found = std::find(columns.begin(), columns.end(), column);
     if (found != columns.end()) {
         const size_t place = static_cast<size_t>(found - columns.begin());
-        if (place >= values.size()) {  // a caller has changed the lists
+        if (place >= values.size()) {  // only if a caller changed the lists
             values.resize(place + 1);
         }
         values[place] = std::move(value);

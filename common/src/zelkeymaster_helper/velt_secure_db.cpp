@@ -26,9 +26,9 @@
 namespace zelkm {
 namespace {
 
-constexpr size_t kDumpedLen = 1023;  // bytes of a command that reach the log
+constexpr size_t kDumpedLen = 1023;  // bytes of a command that are logged
 constexpr int kMaxHandleDraws = 10;
-constexpr size_t kFirstResultLen = 1000;  // of a selection; what more it needs grows
+constexpr size_t kFirstResultLen = 1000;  // of a selection's text, which grows
 
 struct EncryptionCallback {
     void* ctx;
@@ -59,20 +59,20 @@ void dump_token(const char* label, const uint8_t* data, uint32_t len, uint32_t l
 
 // ---- Between the table and its texts ------------------------------------------------------------
 
-// After a failed export the table is dropped, so that the next query starts from what is stored.
+// Drops the table after a failed export: the next query then loads what is really stored.
 int dropTable(int status) {
     g_table.clear();
     LOG_ERROR("export sdb fail, clear db to sync again");
     return status;
 }
 
-// Exports the whole table after a change, as a store blob that is encrypted in place when there is
+// Exports the whole table after a change, as a store blob. Encrypts the blob in place when there is
 // a callback. A blob that cannot be finished is wiped.
 int exportStore(db_bytes_t* out) {
     const size_t payload_len = g_table.payloadLen();
     const size_t len = kHeaderLen + payload_len;
     SecretBuffer blob;
-    if (len <= UINT32_MAX) {  // what the store format's lengths can say
+    if (len <= UINT32_MAX) {  // as long as the store's lengths can say
         blob = allocateSecretBuffer(len);
     }
     if (blob == nullptr) {
@@ -99,8 +99,8 @@ int exportStore(db_bytes_t* out) {
     return ZELKM_OK;
 }
 
-// Exports the given columns of the rows that satisfy all conditions, as text without a header. One
-// walk does it all: rows may lie far apart in memory.
+// Exports the given columns of the rows that satisfy all conditions, as text without a header. It
+// walks the rows only once, because they may lie far apart in memory.
 void exportSelection(const ConditionSet& conditions, const ColumnList& columns, db_bytes_t* out) {
     GrowingArray<uint8_t> text;
     bool has_room = text.reserve(kFirstResultLen);
@@ -140,7 +140,7 @@ int decodeRow(PayloadReader* payload, db_row* row) {
     return ZELKM_OK;
 }
 
-// Reads rows into an empty list. On failure it may hold some of them.
+// Reads rows into an empty list. After a failure the list may hold some of them.
 int decodeRows(PayloadReader* payload, uint32_t row_count, db_table_t* rows) {
     while (rows->count < row_count) {
         db_row* row = newRow();
@@ -157,7 +157,7 @@ int decodeRows(PayloadReader* payload, uint32_t row_count, db_table_t* rows) {
     return ZELKM_OK;
 }
 
-// Replaces the table's rows by those of a payload that is as long as the header says.
+// Replaces the table's rows by those of a payload. `len` is the length that the header says.
 int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
     PayloadReader reader(payload, len, separatorOf(header));
     db_table_t rows = {};
@@ -171,13 +171,13 @@ int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
 }
 
 int loadEncryptedRows(const uint8_t* blob, uint32_t payload_len) {
-    // Zeroed, since a callback may succeed without having filled it.
+    // The buffer is zeroed, because a callback may succeed without filling it.
     const SecretBuffer plain = allocateZeroedSecretBuffer(payload_len);
     if (plain == nullptr) {
         LOG_ERROR("allocation failure");
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
-    // The callback's type takes writable pointers; decrypting, it reads through them.
+    // The callback's type takes writable pointers. When decrypting, the callback only reads these.
     uint8_t* const source = const_cast<uint8_t*>(blob);
     const int status =
         g_encryption.fp(g_encryption.ctx, 0, plain.get(), source + kHeaderLen, payload_len,
@@ -185,10 +185,10 @@ int loadEncryptedRows(const uint8_t* blob, uint32_t payload_len) {
     return status == ZELKM_OK ? loadRows(blob, plain.get(), payload_len) : status;
 }
 
-// Loads the table from a store blob; on failure it stays as it was. A blob without payload leaves
-// it as it was, too.
+// Loads the table from a store blob. The table stays as it was after a failure, and also when the
+// blob has no payload.
 int convert_to_internal(const uint8_t* blob, uint32_t len) {
-    // A blob that ends inside the length field (48 to 51 bytes) says as little as a shorter one.
+    // A blob of 48 to 51 bytes ends inside the length field. It is refused like a shorter one.
     if (len < kHeaderLen) {
         LOG_ERROR("db size error");
         return ZELKM_MALFORMED_STORE;
@@ -261,7 +261,7 @@ int insert_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
     return exportStore(out);
 }
 
-// Succeeds in every case: without memory for the text the result is empty.
+// Always succeeds. Without memory for the text the result is empty.
 int select_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* /*values*/,
                    db_parsed_where_set_t* where, db_bytes_t* out) {
     ColumnList output = {};
@@ -280,7 +280,7 @@ int delete_handler(db_parsed_tokens_t* /*columns*/, db_parsed_tokens_t* /*values
     return g_table.remove(ConditionSet(*where)) != 0 ? exportStore(out) : ZELKM_NOTHING_DELETED;
 }
 
-// The column that an UPDATE means: the last one whose name the token begins with.
+// The column that an UPDATE names: the last one whose name is a prefix of the token.
 uint8_t findColumnByPrefix(const db_token_t& token) {
     uint8_t found = kNoColumn;
     for (uint8_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
@@ -337,7 +337,7 @@ uint64_t drawHandle() {
     return handle;
 }
 
-// Makes the table the one that the caller means.
+// Makes sure that the table is the one that the caller means.
 int chooseTable(const uint8_t* blob, uint32_t blob_len, uint64_t* handle) {
     if (*handle != 0) {
         return *handle == g_table.handle() ? ZELKM_OK : ZELKM_STALE_TABLE_HANDLE;

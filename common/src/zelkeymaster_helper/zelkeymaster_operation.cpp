@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The operation object: every step that fails with a message, in its order. docs/architecture.md
-// says where the rest is.
+// The operation object: the order of its steps, and the message of each failure.
+// docs/architecture.md says where the rest is.
 
 #include "zelkeymaster_operation.h"
 
@@ -65,11 +65,11 @@ constexpr char kFieldSeparator = 0x1E;
 
 constexpr size_t kMinChainLen = 3;
 
-// The handle that the engine gave out with the table last loaded; 0: load it again. The engine has
-// its own copy, ObjectTable::handle(), and works on its table only while both are equal.
+// The handle of the table that the engine loaded last; 0 makes the engine load it again. The engine
+// keeps a copy, ObjectTable::handle(), and uses its table only while both are equal.
 uint64_t g_table_handle;
 
-// Puts `buffer` in place of an owned one.
+// Frees the buffer that `owned` holds, and stores `buffer` there.
 void adopt(uint8_t** owned, uint8_t* buffer) {
     if (*owned != buffer) {
         std::free(*owned);
@@ -81,7 +81,7 @@ bool sameBytes(const uint8_t* a, size_t a_len, const uint8_t* b, size_t b_len) {
     return a_len == b_len && (a_len == 0 || std::memcmp(a, b, a_len) == 0);
 }
 
-// load_data() into an owned buffer.
+// Calls load_data() for an owned buffer.
 int loadFile(const char* path, MallocBuffer* data, uint32_t* len) {
     uint8_t* loaded = nullptr;
     *len = 0;
@@ -90,7 +90,7 @@ int loadFile(const char* path, MallocBuffer* data, uint32_t* len) {
     return status;
 }
 
-// What generateKey or upgradeKey answered: the error and a copy of the blob.
+// The answer of generateKey or upgradeKey: the error, and a copy of the blob.
 struct KeyBlobAnswer {
     int32_t error = ZELKM_UNKNOWN_ERROR;
     MallocBuffer blob;
@@ -127,7 +127,7 @@ int upgradeKey(Keymaster* keymaster, const HidlBytes& stored, KeyBlobAnswer* ans
     return answer->len != 0 ? ZELKM_OK : ZELKM_UNKNOWN_ERROR;
 }
 
-// The answer of a password conversion, taken into the caller's vectors (borrowed).
+// Copies the answer of a password conversion into the caller's vectors (borrowed).
 struct PasswordAnswer {
     PW_ENCRYPT_TYPE type;
     HidlBytes& material;
@@ -179,7 +179,7 @@ struct PasswordAnswer {
     }
 };
 
-// Runs a command on the object's store; `stored` is its cached image.
+// Runs a command on the object's store. `stored` is its cached image.
 int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
                const CommandText& text, MallocBuffer* result, size_t* result_len) {
     if (text.data == nullptr) {
@@ -194,7 +194,8 @@ int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
     return status;
 }
 
-// Runs an action that appends to a list. Without memory for it the list stays as it was.
+// Runs an action that appends to a list. When there is no memory for that, the list stays as it
+// was.
 template <typename Action>
 int appendTo(std::vector<std::string>* list, Action action) {
     const size_t before = list->size();
@@ -205,8 +206,8 @@ int appendTo(std::vector<std::string>* list, Action action) {
     return ZELKM_MEMORY_ALLOCATION_FAILED;
 }
 
-// Runs a select, and calls action(row) for each piece of its text. The last piece is a single NUL.
-// The action appends to `list`. The pieces are views: making a string of each would take most of
+// Runs a select, and calls action(row) for each piece of its text; the last piece is a single NUL.
+// The action appends to `list`. The pieces are views, because making a string of each takes most of
 // the time.
 template <typename Action>
 int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SODOperationParam& p,
@@ -226,7 +227,7 @@ int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SOD
     });
 }
 
-// The first fields of a row, and how many it has.
+// The first fields of a row, and the number of all its fields.
 struct Fields {
     std::string_view first[2];
     size_t count;
@@ -243,7 +244,7 @@ Fields splitFields(std::string_view row) {
     return fields;
 }
 
-// Replaces the store file, and with it the cached image, which then owns `data`.
+// Replaces the store file. Then the object owns `data`, as its cached image.
 int replaceStore(uint8_t** image, uint32_t* image_len, uint8_t* data, uint32_t len) {
     const int status = ZelKeymasterOperation::update_file(kStoreFile, data, len);
     if (status == ZELKM_OK) {
@@ -268,8 +269,8 @@ int runChange(ZelKeymasterOperation* object, const CommandText& text, uint8_t** 
     return status;
 }
 
-// After a tag mismatch, either the cached image is damaged or the file is. Refreshes the first from
-// the second or, when both are the same, puts the backup file in place.
+// Repairs after a tag mismatch: either the cached image or the file is damaged. When they differ,
+// the file's content replaces the image. When they are equal, the backup takes the file's place.
 void recoverImage(uint8_t** image, uint32_t* image_len) {
     MallocBuffer stored;
     uint32_t stored_len = 0;
@@ -280,7 +281,7 @@ void recoverImage(uint8_t** image, uint32_t* image_len) {
     if (sameBytes(stored.get(), stored_len, *image, *image_len)) {
         LOG_ERROR("cached db is same as the stored db, regard the stored db is broken");
         LOG_ERROR("restore the stored db. need to restart keystore");
-        // The refused image stays cached: the restored file is read at the next start.
+        // The refused image stays cached. The restored file is read later: see docs/reliability.md.
         static_cast<void>(ZelKeymasterOperation::restoreBackupDB());
     } else {
         LOG_ERROR("cached db is broken, update with the stored db");
@@ -289,12 +290,12 @@ void recoverImage(uint8_t** image, uint32_t* image_len) {
     *image_len = stored_len;
 }
 
-// The calls of one AES-GCM operation. Each answers false when it could not go on; the operation's
-// error is then what DBEncrypt() answers: after a transport failure what the keymaster answered
-// before, usually 0, which callers rely on. Callbacks capture one reference only: what is larger
-// makes std::function allocate.
+// The calls of one AES-GCM operation. Each answers false when its transport failed, or when it
+// could not go on. DBEncrypt() then answers the operation's error: after a transport failure this
+// is the keymaster's last answer, usually 0. Callers rely on that. Callbacks capture only one
+// reference, because std::function would allocate memory for more.
 
-// Leaves an error of the keymaster itself to its caller.
+// False when the transport failed. The caller handles an error that the keymaster answers.
 bool beginOperation(Keymaster* keymaster, const HidlBytes& key, const HidlParams& params,
                     GcmOperation* operation) {
     const Return<void> begun = keymaster->begin(
@@ -313,7 +314,8 @@ bool beginOperation(Keymaster* keymaster, const HidlBytes& key, const HidlParams
     return transport == ZELKM_OK;
 }
 
-// Offers all the input until the keymaster takes no more; the parameters go with the first part.
+// Offers the rest of the input until the keymaster takes no more. Only the first call has the
+// parameters.
 bool feedOperation(Keymaster* keymaster, HidlParams params, GcmOperation* operation) {
     do {
         const Return<void> updated = keymaster->update(
@@ -335,7 +337,7 @@ bool feedOperation(Keymaster* keymaster, HidlParams params, GcmOperation* operat
     return true;
 }
 
-// Leaves an error of the keymaster itself to its caller.
+// False when the transport failed. The caller handles an error that the keymaster answers.
 bool finishOperation(Keymaster* keymaster, GcmOperation* operation) {
     const HidlBytes none;
     const Return<void> finished = keymaster->finish(
@@ -350,7 +352,7 @@ bool finishOperation(Keymaster* keymaster, GcmOperation* operation) {
     return transport == ZELKM_OK;
 }
 
-// Accepts certificates outside their validity: a device's clock may be wrong.
+// Accepts certificates before and after their validity, because a device's clock may be wrong.
 int ZelKeymasterOperation_verify_cert_cb(int ok, X509_STORE_CTX* ctx) {
     if (ctx == nullptr) {
         LOG_ERROR("ctx is NULL");
@@ -376,8 +378,8 @@ void logErrorQueue() {
     ERR_print_errors_cb(ZelKeymasterOperation_openssl_error_cb, nullptr);
 }
 
-// Its destructor removes the entries that libcrypto's error queue got since the constructor.
-// Earlier entries stay.
+// Removes, when it is destroyed, the entries that libcrypto's error queue has got since its
+// construction. Earlier entries stay.
 class ErrorQueueMark {
   public:
     ErrorQueueMark() { ERR_set_mark(); }
@@ -386,14 +388,14 @@ class ErrorQueueMark {
     ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
 };
 
-// Ignores bytes after the certificate. libcrypto refuses an empty element, with a reason.
+// Bytes after the certificate are ignored. libcrypto refuses an empty element, with a reason.
 X509Ptr parseCertificate(const hidl_vec<uint8_t>& der) {
     const unsigned char* at = der.data();
     return X509Ptr(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
 }
 
 // Adds the certificates from element `first` on to `untrusted`, which owns them. Answers the last
-// one, or null when one failed.
+// one; null when one cannot be added.
 X509* parseIssuers(const hidl_vec<hidl_vec<uint8_t>>& chain, size_t first,
                    STACK_OF(X509) * untrusted) {
     X509* root = nullptr;
@@ -413,7 +415,7 @@ X509* parseIssuers(const hidl_vec<hidl_vec<uint8_t>>& chain, size_t first,
     return root;
 }
 
-// Whether a path (RFC 5280) leads from the leaf to the root, which is the only trust anchor.
+// Whether a path (RFC 5280) leads from the leaf to the root. The root is the only trust anchor.
 bool verifyPath(X509* leaf, STACK_OF(X509) * untrusted, X509* root) {
     const X509StorePtr store(X509_STORE_new());
     if (store == nullptr) {
@@ -437,7 +439,7 @@ bool verifyPath(X509* leaf, STACK_OF(X509) * untrusted, X509* root) {
     return true;
 }
 
-// Whether the certificate carries a signature made with the leaf's key.
+// Whether the leaf's key made the certificate's signature.
 bool verifySeparateFirst(const hidl_vec<uint8_t>& der, X509* leaf) {
     const X509Ptr first = parseCertificate(der);
     if (first == nullptr) {
@@ -501,7 +503,7 @@ ZelKeymasterOperation::ZelKeymasterOperation(Keymaster* km, bool enableSecureDb)
     LOG_DEBUG("instantiated with IZelKeymasterDevice");
 }
 
-// mDbKeyBlob stays: an object lives as long as its process.
+// mDbKeyBlob is not freed: an object lives as long as its process.
 ZelKeymasterOperation::~ZelKeymasterOperation() {
     std::free(mDbData);
 }
@@ -775,7 +777,7 @@ int ZelKeymasterOperation::setLoadedDBKey(uint8_t* blob, uint32_t len) {
     }
     if (error != ZELKM_KEY_REQUIRES_UPGRADE) {
         if (error != ZELKM_OK) {
-            // The number is 0 whatever the error: readers of the log search for the whole line.
+            // The number is always 0, because readers of the log search for the whole line.
             LOG_ERROR("getKeyCharacteristics but set anyway, err : %d", 0);
         }
         adopt(&mDbKeyBlob, blob);

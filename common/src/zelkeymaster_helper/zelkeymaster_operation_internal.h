@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Functions of the operation object's source that are not members and that tests reach as well.
+// Functions of the operation object's source that are no members. Tests call them as well.
 
 #pragma once
 
@@ -9,14 +9,14 @@
 
 #include <cstdint>
 
-// Writes a message to the error file, at most 1022 bytes of it. Level 'E' or 'W'; others are
-// dropped. `file` is ignored: lines carry the name of the operation object's source.
+// Writes at most 1022 bytes of a message to the error file. `level` is 'E' or 'W'; a message with
+// another level is dropped. `file` is ignored: each line names the operation object's source.
 __attribute__((format(printf, 4, 5))) void log_to_file(char level, const char* file, const int line,
                                                        const char* fmt, ...);
 
 namespace zelkm {
 
-// Turns the transport status of a finished keymaster call into 0 or -1000, and logs a failure.
+// Turns the transport status of a finished keymaster call into 0 or -1000. Logs a failure.
 [[nodiscard]] int32_t ConverHIDLErrorToKeymasterError(const android::hardware::Return<void>& ret);
 
 }  // namespace zelkm
