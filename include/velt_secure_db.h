@@ -1,18 +1,19 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The secure object store engine: one table of six text columns, kept in process memory, driven by
-// command texts, loaded from and exported to a store blob. Usable from C and C++.
+// The secure object store engine: one table of six text columns in the memory of the process.
+// Command texts drive it. It is loaded from a store blob, and exported to one. Usable from C and
+// C++.
 //
 // Conventions
 //  - Lengths are in bytes. Byte strings carry their length and need no terminating NUL.
 //  - Results are 0 or a negative code of zelkeymaster_result.h. A non-zero status of the encryption
-//    callback is passed through unchanged. On failure outputs keep what the caller put there.
+//    callback is passed on unchanged. On failure outputs keep what the caller put there.
 //  - Buffers that the engine hands out come from malloc; the receiver releases them with free().
-//  - Threads: as in zelkeymaster_operation.h, callers serialise all calls. The callback must not
-//    call back into the engine.
+//  - Threads: callers serialise all calls; see zelkeymaster_operation.h. The callback must not call
+//    back into the engine.
 //  - The engine never touches files and holds no key.
-//  - A null pointer is an error only where a function says so; otherwise pointers must be valid.
+//  - A null pointer is an error only where a function says so. All other pointers must be valid.
 
 #pragma once
 
@@ -22,7 +23,7 @@
 
 #define SDB_EXPORT __attribute__((visibility("default")))
 
-// C has nothing that a caller could silence with a cast.
+// C has no attribute that a cast to void silences.
 #ifdef __cplusplus
 #define SDB_NODISCARD [[nodiscard]]
 #else
@@ -50,8 +51,8 @@ enum {
     SDB_ATTR_ENUMERATED = 8  // the stored value is a comma-separated list
 };
 
-// Operators of a condition; 0 stands for a condition whose text was empty. Only SDB_OP_EQUAL is
-// ever satisfied: the others parse, and match no row.
+// Operators of a condition. 0 stands for a condition whose text was empty. A row can only satisfy
+// SDB_OP_EQUAL: conditions with another operator are accepted, and match no row.
 enum {
     SDB_OP_EQUAL = 1,
     SDB_OP_LESS = 2,
@@ -60,10 +61,11 @@ enum {
     SDB_OP_GREATER_EQUAL = 5
 };
 
-// Index of a command in command_handler.
+// Indexes of the commands in command_handler.
 enum { SDB_INSERT = 0, SDB_SELECT = 1, SDB_DELETE = 2, SDB_UPDATE = 3 };
 
-// A piece of the caller's command text; never owned. len 0 is an empty token.
+// A piece of the caller's command text, which the token does not own. With len 0 the token is
+// empty.
 typedef struct db_token {
     const uint8_t* token;
     uint32_t len;
@@ -82,7 +84,7 @@ typedef struct db_parsed_where {
     uint32_t op;  // SDB_OP_…
 } db_parsed_where_t;
 
-// All conditions of one command; a row must satisfy every one.
+// All conditions of one command. A row must satisfy every one.
 typedef struct db_parsed_where_set {
     db_parsed_where_t where[SDB_MAX_CONDITIONS];
     uint32_t count;
@@ -114,7 +116,7 @@ typedef struct db_row {
     struct db_row* next;  // null at the tail
 } db_row;
 
-// The table; exactly one exists in a process.
+// The table. A process has exactly one.
 typedef struct db_table {
     uint64_t handle;  // 0: nothing loaded
     db_row* head;
@@ -123,34 +125,34 @@ typedef struct db_table {
     uint32_t reserved;  // 0
 } db_table_t;
 
-// Encrypts or decrypts a store payload; ciphertext and plaintext are both len bytes.
+// Encrypts or decrypts a store payload. Ciphertext and plaintext both have len bytes.
 //
 //   mode 1, encrypt: plain and cipher are the same buffer, converted in place; the callback fills
 //           iv (SDB_IV_LEN bytes) and tag (SDB_TAG_LEN bytes).
 //   mode 0, decrypt: reads cipher, iv and tag, writes plain, a separate buffer.
 //
-// aad is SDB_AAD_LEN bytes that must be authenticated with the payload. No buffer may be kept after
-// the return. Answers 0, or any other value to make the engine's call fail with that value: the
-// engine then discards (encrypting: wipes) the payload, so its content no longer matters. The nonce
-// must never repeat under one key; choosing it is the callback's business.
+// aad is SDB_AAD_LEN bytes, which must be authenticated with the payload. No buffer may be kept
+// after the return. Answers 0, or any other value to make the engine's call fail with that value.
+// The engine then wipes its copy of the payload. The callback chooses the nonce, which must never
+// repeat under one key.
 typedef int (*sdb_encrypt_fp)(void* ctx, unsigned int mode, unsigned char* plain,
                               unsigned char* cipher, unsigned int len, unsigned char* iv,
                               unsigned char* tag, unsigned char* aad, unsigned int aad_len);
 
 // Runs one parsed command on the loaded table. `columns` and `values` are the command's lists,
-// `where` its conditions; `out` must hold {NULL, 0} and receives the result: the new store blob, or
-// for a select the selection text. Answers 0 or a negative code; see sdb_query().
+// `where` its conditions. `out` must hold {NULL, 0}, and receives the new store blob, or for a
+// select its text. Answers 0 or a negative code; see sdb_query().
 typedef int (*db_command_handler_t)(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
                                     db_parsed_where_set_t* where, db_bytes_t* out);
 
-// The handlers, indexed by SDB_INSERT … SDB_UPDATE. No command text reaches the update handler (the
-// parser refuses every UPDATE); it is for direct callers, after a first sdb_query(). Such callers
-// use the table as the last query left it.
+// The handlers, indexed by SDB_INSERT … SDB_UPDATE. No command text reaches the update handler,
+// because the parser refuses every UPDATE: it is for direct callers. They may call handlers after a
+// first sdb_query(), and use the table as the last query left it.
 SDB_EXPORT extern const db_command_handler_t command_handler[SDB_NUM_COMMANDS];
 
-// The column schema, in the order of the columns in rows and stores. For reading only; it is not
-// constant because the first sdb_query() of a process fills the name lengths in, and before that no
-// column is found by its name.
+// The column schema, in the order of the columns in rows and stores. It is for reading only. It is
+// not constant, because the first sdb_query() of a process stores the lengths of the names. Before
+// that no column is found by its name.
 SDB_EXPORT extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
 
 // Runs one command.
@@ -158,10 +160,11 @@ SDB_EXPORT extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
 //   command, len   the text, e.g. "SELECT (ALIAS) WHERE CREATOR=app"; len > 0.
 //   blob, blob_len the stored store blob, or null/0 for an empty store. Read only when *handle is
 //                  0; not kept.
-//   out, out_len   receive the result on success when both are non-null: for INSERT, UPDATE and
-//                  DELETE the new store blob, to be stored by the caller; for SELECT the selected
+//   out, out_len   receive the result on success when both are non-null: for INSERT and DELETE
+//                  the new store blob, to be stored by the caller; for SELECT the selected
 //                  rows as text (each value followed by 0x1E, each row by a line feed, one NUL at
-//                  the end, counted). The caller frees *out. Untouched on failure.
+//                  the end, counted). The caller frees *out. Untouched on failure. A SELECT
+//                  without memory for its text succeeds with null and 0.
 //   handle         in/out. 0 makes the engine load its table from blob and draw a new handle, even
 //                  if the command then fails to parse. Any other value must be the one that the
 //                  engine handed out last.
@@ -172,7 +175,7 @@ SDB_EXPORT extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
 //    -41   out of memory
 //   -100   a column of the schema is not of type SDB_TYPE_BYTES
 //   -910   INSERT names an unknown column
-//   -911   syntax error, or lists of different lengths
+//   -911   syntax error, lists of different lengths, or an UPDATE
 //   -913   the blob ends inside its header, or a row does not end after six values
 //   -914   *handle is stale: set it to 0 and call again with the stored blob
 //   -915   the blob's payload length is larger than the blob
@@ -186,29 +189,30 @@ SDB_NODISCARD SDB_EXPORT int sdb_query(const char* command, unsigned int len,
                                        unsigned char** out, unsigned int* out_len,
                                        uint64_t* handle);
 
-// Registers the encryption callback and its context, replacing the previous pair; borrowed until
-// then. A null fp turns encryption off: blobs are then written, and read, as plaintext.
+// Registers the encryption callback and its context. Both are borrowed until the next registration
+// replaces them. A null fp turns encryption off: blobs are then written and read as plaintext.
 SDB_EXPORT void sdb_register_db_encrypt_fp(void* ctx, sdb_encrypt_fp fp);
 
-// Compares a stored value with a queried one; answers 1 on match, else 0.
+// Compares a stored value with a queried one. Answers 1 when they match, else 0.
 //
 // An empty or null subject matches nothing. The subject "*" matches everything. With use_pattern 0
-// the bytes must be equal; otherwise the pattern may hold "[lo..hi]" (a decimal number in the
-// range, either bound may be missing), a final "*" (any rest), and "*#" or "*_" (anything up to the
-// first such delimiter; no backtracking). There is no escape character. Reads plen and slen bytes
-// at most.
+// the bytes must be equal. Otherwise the first value is a pattern, which may hold
+//   "[lo..hi]"      a decimal number in this range; either bound may be missing
+//   "*" at its end  any rest
+//   "*#" and "*_"   anything up to the first such delimiter; there is no backtracking
+// There is no escape character. Reads at most plen and slen bytes.
 SDB_NODISCARD SDB_EXPORT int simple_reg_cmp(const uint8_t* pattern, uint32_t plen,
                                             const uint8_t* subject, uint32_t slen,
                                             uint32_t use_pattern);
 
-// Compares each item of a comma-separated list with the subject as simple_reg_cmp() does; answers 1
-// if one matches, else 0, also for an empty list. A leading comma makes no item.
+// Compares each item of a comma-separated list with the subject, as simple_reg_cmp() does. Answers
+// 1 when an item matches, else 0, also for an empty list. A leading comma makes no item.
 SDB_NODISCARD SDB_EXPORT int enumerated_simple_reg_cmp(const uint8_t* list, uint32_t llen,
                                                        const uint8_t* subject, uint32_t slen,
                                                        uint32_t use_pattern);
 
-// Removes leading and trailing bytes equal to c from the token, in place. A token of nothing else
-// keeps its start and gets length 0.
+// Removes leading and trailing bytes equal to c from the token, in place. A token that holds
+// nothing else keeps its start, and gets length 0.
 SDB_EXPORT void strip_char(db_token_t* t, char c);
 
 #ifdef __cplusplus

@@ -5,21 +5,21 @@
 // on top of a keymaster 4.0 handle.
 //
 // Conventions
-//  - Results are 0 or a negative code of zelkeymaster_result.h; any other keymaster error code is
-//    passed through. A function's comment names the codes that it adds itself. A transport failure
-//    of a keymaster call counts as -1000 unless a comment says otherwise.
+//  - Results are 0 or a negative code of zelkeymaster_result.h. A function's comment names the
+//    codes that the function adds itself; it also passes on the keymaster's codes. A transport
+//    failure of a keymaster call is -1000 unless a comment says otherwise.
 //  - Lengths are in bytes. Buffers marked "malloc" are released with free().
-//  - Files have fixed relative names and lie in the process's working directory: the store
-//    "secure_objects.db", the database key's blob "edbk", its SHA-256 "edbk_digest", each with a
-//    ".bak" of the version before and, while being written, a ".tmp"; and the rolling error file
+//  - Files have fixed relative names, in the process's working directory: the store
+//    "secure_objects.db", the database key's blob "edbk" and its SHA-256 "edbk_digest". Each has a
+//    ".bak" of the version before and, while it is written, a ".tmp". The rolling error file is
 //    "zelko_err.txt". The library never changes directory.
-//  - Threads: none inside, and no locks. All objects of a process share one table, one callback
-//    registration and the files, so the callers serialise all calls: on all objects, on all
-//    SODOperationParam and to the engine. Only validateAttestChain() may run beside them, but
-//    not beside a constructor. Keymaster calls are made on the caller's thread and answered before
-//    the call returns.
-//  - No exception leaves the object's methods; want of memory is -41. (SODOperationParam and
-//    getTokensFromString() throw std::bad_alloc.)
+//  - Threads: the library starts none, and has no locks. All objects of a process share one table,
+//    one callback registration and the files. So the callers serialise all calls: those on all
+//    objects, those on all SODOperationParam and those to the engine. Only validateAttestChain()
+//    may run at the same time, but not beside a constructor. Keymaster calls are made on the
+//    caller's thread, and answered before the call returns.
+//  - No exception leaves the object's methods: without memory they answer -41. SODOperationParam
+//    and getTokensFromString() throw std::bad_alloc.
 
 #pragma once
 
@@ -36,14 +36,14 @@
 #include "zelkeymaster_result.h"
 #include "zelkeymaster_vendor_tags.h"
 
-// The object through which the key-store side uses the library. Lives as long as the process in its
-// usual setting: the destructor releases the cached store image, and leaves the key blob's buffer.
+// The object through which the key-store side uses the library. It is made to live as long as the
+// process: the destructor frees the cached store image, but not the key blob.
 class ZELKM_EXPORT ZelKeymasterOperation {
   public:
-    // Borrows `km` for the object's lifetime; null means that there is no keymaster. Sets the error
-    // file up; every construction after the first makes each of its lines appear once more. With
-    // `enableSecureDb`, reads the stored image into the cache: a missing or unreadable file leaves
-    // it empty, without an error. The database key is not touched before the first query.
+    // Borrows `km` for the object's lifetime. Null means that there is no keymaster. Sets the error
+    // file up: each construction after the first makes every line appear once more. With
+    // `enableSecureDb`, reads the store file into the cache. A missing or unreadable file leaves
+    // the cache empty, without an error. The database key is not touched before the first query.
     ZelKeymasterOperation(android::hardware::keymaster::V4_0::support::Keymaster* km,
                           bool enableSecureDb);
     virtual ~ZelKeymasterOperation();
@@ -51,45 +51,51 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     ZelKeymasterOperation(const ZelKeymasterOperation&) = delete;
     ZelKeymasterOperation& operator=(const ZelKeymasterOperation&) = delete;
 
-    // Makes a raw object usable: forgets handle, image and key (releasing nothing), keeps the
-    // switch of the secure database, and sets the error file up as the constructor does.
+    // Makes a raw object usable. Forgets the keymaster handle, the image and the key, and frees
+    // nothing. Keeps `enableSecureDb`. Sets the error file up as the constructor does.
     void initZelKeymasterOperation();
 
     // ---- Secure objects -------------------------------------------------------------------------
-    // Each builds one command from `p` and runs it. Beside the codes named, each passes on what the
-    // engine (see sdb_query()), queryInternal() and update_file() answer. -41: out of memory; lists
-    // to append to are as before, and so is the store.
+    // Each function builds one command from `p` and runs it. It passes on the codes of sdb_query(),
+    // queryInternal() and update_file(). With -41 the store and the list to append to are as
+    // before. A select without memory for its text answers 0 all the same; SodSelect() then appends
+    // one empty string, and the others nothing.
 
-    // Stores one object: the write lists of `p`. Aliases need not be unique. A failed file write
-    // leaves the cached image as it was, while the table in memory already holds the row.
+    // Stores one object: the write lists of `p`. Aliases need not be unique. After a failed file
+    // write the cached image is as before, but the table in memory already has the new row.
     [[nodiscard]] int SodInsert(SODOperationParam& p);
 
-    // Appends one string per matching object to `rows`, in store order: the values of the columns
-    // to read back, each followed by 0x1E; and after them one string that holds a single NUL. -911:
-    // no column to read back, or condition lists of different lengths.
+    // Appends one string for each matching object to `rows`, in store order: the values of the
+    // columns to read back, each followed by 0x1E. Then appends one string that holds a single NUL.
+    // -911: there is no column to read back, or the condition lists differ in length.
     [[nodiscard]] int SodSelect(SODOperationParam& p, std::vector<std::string>& rows);
 
-    // Appends "creator::alias" per matching object to `out`. Replaces the columns to read back of
-    // `p`, for good, by CREATOR and ALIAS (with -41 perhaps by only the first or none of them).
+    // Appends "creator::alias" of each matching object to `out`. Replaces the columns to read back
+    // of `p` by CREATOR and ALIAS, and does not restore them. With -41 perhaps only the first of
+    // them is there, or none.
     [[nodiscard]] int SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out);
 
-    // Appends the value of the one column to read back per matching object to `out`; objects whose
-    // value is empty are left out, and with several columns nothing is appended.
+    // Appends a value of each matching object to `out`: that of the one column to read back.
+    // Objects whose value is empty are left out. With several columns nothing is appended. -911 as
+    // for SodSelect().
     [[nodiscard]] int SodRetreiveOther(SODOperationParam& p, std::vector<std::string>& out);
 
-    // Builds an update of the matching objects. The engine's parser refuses every UPDATE text, so
-    // the answer is -911 in any case; delete and insert instead.
+    // Builds an update of the matching objects. It never succeeds: the engine refuses every UPDATE
+    // text with -911, if nothing else fails before. Delete and insert instead.
     [[nodiscard]] int SodUpdate(SODOperationParam& p);
 
-    // Deletes the matching objects; without conditions, all of them. 0 also when none matched.
+    // Deletes the matching objects. Without conditions it deletes all objects. 0 also when none
+    // matched.
     [[nodiscard]] int SodDelete(SODOperationParam& p);
 
     // ---- Queries --------------------------------------------------------------------------------
 
-    // Registers `ctx` and `cb` with the engine and runs `command`, on the table in memory when it
-    // is current and else on `storedDb` (borrowed; null for none). `params` is ignored. `out`
-    // receives the engine's buffer (malloc, the caller's) and must not be null; it holds {null, 0}
-    // on failure. -918: the secure database is switched off. -38: `out` is null.
+    // Registers `ctx` and `cb` with the engine, and runs `command`. The command works on the table
+    // in memory when that is current, and otherwise on `storedDb` (borrowed; null for none).
+    // `params` is ignored. `out` receives the engine's buffer (malloc, the caller's), and {null, 0}
+    // on failure.
+    //   -918  the secure database is switched off; `out` is not touched
+    //   -38   `out` is null
     [[nodiscard]] int queryInternal(const keymaster_key_param_set_t* params, void* ctx,
                                     int (*cb)(void*, unsigned int, unsigned char*, unsigned char*,
                                               unsigned int, unsigned char*, unsigned char*,
@@ -98,65 +104,68 @@ class ZELKM_EXPORT ZelKeymasterOperation {
                                     const keymaster_blob_t* command, keymaster_blob_t* out);
 
     // Encrypts (mode not 0) or decrypts (mode 0) `len` bytes with AES-256-GCM (NIST SP 800-38D)
-    // under the database key, in one keymaster operation; loads or makes the key first. Encrypting
-    // reads `plain` and fills `cipher` (may be the same buffer), `iv` (12) and `tag` (16);
-    // decrypting reads `cipher`, `iv` and `tag` and fills `plain`.
+    // under the database key, in one keymaster operation. Loads or makes the key first. Encrypting
+    // reads `plain` and fills `cipher` (which may be the same buffer), `iv` (12 bytes) and `tag`
+    // (16 bytes). Decrypting reads `cipher`, `iv` and `tag`, and fills `plain`.
     //   -38   a null pointer, or `len` or `aadLen` is 0
     //   -51   the keymaster returned no nonce for an encryption
-    //   -30   the tag does not match; `plain` may hold unauthenticated bytes. The cached image is
-    //         refreshed from the file or, when both are the same, the backup file is put back.
-    //   -1000 no keymaster, `begin` not answered, or not all input consumed
-    // A transport failure of update or finish is logged and does not change the result. The result
-    // is then what the keymaster answered last, usually 0, and the output is not filled.
+    //   -30   the tag does not match; `plain` may hold unauthenticated bytes. The file's content
+    //         replaces the cached image; when both are the same, the backup replaces the file
+    //   -41   out of memory
+    //   -1000 no keymaster, no answer to `begin`, or not all input consumed
+    // A transport failure is logged, and does not change the result. The result is then what the
+    // keymaster answered last, usually 0, and the output is not filled.
     [[nodiscard]] int DBEncrypt(unsigned int mode, unsigned char* plain, unsigned char* cipher,
                                 unsigned int len, unsigned char* iv, unsigned char* tag,
                                 unsigned char* aad, unsigned int aadLen);
 
     // ---- Database key ---------------------------------------------------------------------------
 
-    // Makes a database key usable. 0: keeps a loaded key, else loads "edbk" (upgrading it when the
-    // keymaster asks), else generates one. Not 0: discards the key and generates a fresh one, after
-    // which the present store can no longer be decrypted. -1000: a key is needed and there is no
-    // keymaster.
+    // Makes a database key usable. With 0 it keeps a loaded key, or else loads "edbk", or else
+    // generates a key; the keymaster upgrades an old "edbk". With another value it discards the key
+    // and generates a new one: the present store can then no longer be decrypted. Without a
+    // keymaster: -32 when there is an "edbk" to load, and otherwise -1000.
     [[nodiscard]] int init_db_key(int regenerate);
 
-    // Generates an AES-256-GCM key, writes "edbk" and "edbk_digest" and caches the blob. An empty
-    // blob from the keymaster is 0 without any of that. -32: no keymaster.
+    // Generates an AES-256-GCM key, writes "edbk" and "edbk_digest", and caches the blob. When the
+    // keymaster answers an empty blob, the result is 0 and nothing is done. -32: no keymaster. -41:
+    // out of memory.
     [[nodiscard]] int generate_db_key();
 
-    // Writes `blob` to "edbk" and its SHA-256 (FIPS 180-4) to "edbk_digest".
+    // Writes `blob` to "edbk" and its SHA-256 (FIPS 180-4) to "edbk_digest". 0 also when no SHA-256
+    // can be made: "edbk_digest" then stays as it was.
     [[nodiscard]] int updateDBKeyFile(android::hardware::hidl_vec<uint8_t>& blob);
 
-    // Checks a blob (malloc) in the keymaster and caches it.
+    // Checks a blob (malloc) with the keymaster, and caches it.
     //   0      cached; the object owns `blob`
-    //   -62    the keymaster upgraded it: the new blob is cached and written; `blob` stays the
-    //          caller's. An upgradeKey that itself answers -62 looks the same, but nothing is
-    //          cached or written: init_db_key() then answers 0 without a key
+    //   -62    the keymaster upgraded it: the new blob is cached and written, and `blob` stays the
+    //          caller's. When upgradeKey itself answers -62, nothing is cached or written, and
+    //          init_db_key() answers 0 without a key
     //   -32    `blob` is null, `len` is 0 or there is no keymaster; `blob` stays the caller's
+    //   -41    no memory for the upgraded blob; `blob` stays the caller's
     //   -1000  transport failure, or an empty upgraded blob; `blob` stays the caller's
     //   an upgradeKey or file error: `blob` stays the caller's
-    //   a getKeyCharacteristics error: cached all the same, and the object owns `blob`
-    // The object owns `blob` exactly when the cached key blob is this buffer.
+    //   a getKeyCharacteristics error: the blob is cached all the same, and the object owns it
+    // In any case the object owns `blob` exactly when its cached key blob is this buffer.
     [[nodiscard]] int setLoadedDBKey(uint8_t* blob, uint32_t len);
 
-    // After the keymaster refused the key: replaces a cached blob that differs from "edbk", and
-    // generates a new key when the digest file shows that the blob is damaged. 0 whatever was done;
-    // the failing load's result when a key file could not be loaded.
+    // Repairs after the keymaster refused the key. Replaces a cached blob that differs from "edbk".
+    // Generates a new key when the digest file shows that the blob is damaged. Answers 0 whatever
+    // it did. -41: a key file could not be loaded.
     [[nodiscard]] int restoreKeyBlob();
 
     // ---- Password hardware key ------------------------------------------------------------------
 
     // Converts key material under a password-bound key of the secure hardware, in one keymaster
     // `begin` with the purposes and tags of zelkeymaster_vendor_tags.h. `in1` to `in4` and
-    // `material` must not be empty; their meaning is the hardware's business.
+    // `material` must not be empty. The hardware alone knows their meaning.
     //   PW_ENCRYPT_TYPE_TO_KEY: `material` is an encrypted key. Fills `converted` with the key and
     //       `tag` with its 16-byte tag.
     //   PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY: `material` is a key, and `tag` (not empty) its tag. Fills
     //       `converted` with the encrypted key.
-    // `rot` receives the hardware's 16-byte value. It receives 16 zero bytes when the hardware
-    // gives none, also when the hardware refuses. Outputs are replaced, and may keep a new value
-    // after a failure. The object wipes the copies that it sends; the caller wipes inputs and
-    // outputs.
+    // `rot` receives the hardware's 16-byte value. When the hardware gives none, or refuses, it
+    // receives 16 zero bytes. Outputs are replaced, and may have a new value even after a failure.
+    // The object wipes the copies that it sends. The caller wipes inputs and outputs.
     //   -32   no keymaster
     //   -38   an empty input
     //   -2    any other type
@@ -173,7 +182,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
                                                android::hardware::hidl_vec<uint8_t>& rot,
                                                PW_ENCRYPT_TYPE type);
 
-    // The same without the rot value.
+    // The same function without the `rot` output.
     [[nodiscard]] int encryptWithPasswordHWKey(const android::hardware::hidl_vec<uint8_t>& in1,
                                                const android::hardware::hidl_vec<uint8_t>& in2,
                                                const android::hardware::hidl_vec<uint8_t>& material,
@@ -185,54 +194,57 @@ class ZELKM_EXPORT ZelKeymasterOperation {
 
     // ---- Attestation ----------------------------------------------------------------------------
 
-    // Asks the keymaster for a certificate signing request (usually PKCS #10, RFC 2986; passed on
-    // unread) for the key in `keyBlob`, through its attestation call. TAG_GENERATE_CSR is added to
-    // a copy of `params` unless it is there, with whatever value. `csr` is replaced only when the
-    // keymaster answers OK with exactly one blob: with OK and another number the result is 0 and
-    // `csr` as before. -32: no keymaster. -41: out of memory.
+    // Asks the keymaster for a certificate signing request for the key in `keyBlob`, through its
+    // attestation call. The request is usually PKCS #10 (RFC 2986), and is passed on unread. Adds
+    // TAG_GENERATE_CSR to a copy of `params`, unless that tag is there with any value. `csr` is
+    // replaced only when the keymaster answers OK with exactly one blob. When it answers OK with
+    // another number, the result is 0 and `csr` is as before.
+    //   -32   no keymaster
+    //   -41   out of memory
     [[nodiscard]] int generateCSR(
         const android::hardware::hidl_vec<uint8_t>& keyBlob,
         const android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter>& params,
         android::hardware::hidl_vec<uint8_t>& csr);
 
     // Checks that a path (RFC 5280) leads from the first of some DER certificates, the leaf, to the
-    // last of them. It is looked for among all that lie between: their order does not matter, and
-    // neither do certificates that have nothing to do with the path. With `chainOnly` false element
-    // 0 is not on the path: it must carry a signature made with the key of element 1, the path's
-    // leaf, and nothing else about it is checked.
+    // last of them. The path may use all certificates in between, in any order; those that do not
+    // belong to it do no harm. With `chainOnly` false element 0 is not on the path, and element 1
+    // is the path's leaf. Element 0 must then carry a signature made with the leaf's key. Nothing
+    // else about it is checked.
     //
-    // 0 is NOT trust. The last certificate is taken as the anchor whoever made it, so any
-    // self-consistent chain passes, an attacker's own included: compare the last element with the
-    // roots that you trust. Certificates before or after their validity pass on purpose, and
-    // revocation is not looked at. Bytes after a certificate within an element are ignored.
+    // 0 is NOT trust. The last certificate is the anchor, whoever made it. So any self-consistent
+    // chain passes, even an attacker's own: compare the last element with the roots that you trust.
+    // Certificates before or after their validity pass on purpose, and revocation is not checked.
+    // Bytes after a certificate in an element are ignored.
     //
-    // -30 for every failure, fewer than three elements included; the log tells the cause. Uses no
-    // keymaster. Leaves nothing of its own in the thread's error queue of libcrypto. A failure that
-    // is logged with the queue prints and removes what was there before as well.
+    // -30 for every failure, and for fewer than three elements; the log tells the cause. Uses no
+    // keymaster. Leaves nothing of its own in the thread's error queue of libcrypto. When a failure
+    // is logged with that queue, earlier entries are printed and removed as well.
     [[nodiscard]] static int validateAttestChain(
         const android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>>& chain,
         bool chainOnly);
 
     // ---- Files ----------------------------------------------------------------------------------
 
-    // Reads a whole file into a new buffer (malloc, the caller's), after freeing *data. 0 also for
-    // a missing, empty or unreadable file: *data is then null and *len 0. -32: a null argument.
-    // -41: out of memory; *data is null, *len unchanged.
+    // Frees *data, and reads a whole file into a new buffer (malloc, the caller's). A missing,
+    // empty or unreadable file is 0, with *data null and *len 0. -32: a null argument. -41: out of
+    // memory; *data is then null and *len unchanged.
     [[nodiscard]] static int load_data(const char* path, uint8_t** data, uint32_t* len);
 
-    // Replaces a file so that a crash at any point leaves a whole version, old or new, under the
-    // file's name, its ".bak" or its ".tmp". With their suffix names are cut to 254 bytes; from 253
-    // bytes on both companions get one name, nothing is promised, and the file can be lost. -32: a
-    // null argument or length 0. -1000: a file call failed; the current file may then be missing,
-    // and its content in ".bak".
+    // Replaces a file. After a crash at any point a whole version, old or new, lies under the
+    // file's name, its ".bak" or its ".tmp". With their suffix names are cut to 254 bytes. From 253
+    // bytes on both companions get one name: nothing is promised, and the file can be lost.
+    //   -32    a null argument, or length 0
+    //   -1000  a file call failed. The current file may then be missing: its content is in ".bak",
+    //          or the new content is in ".tmp"
     [[nodiscard]] static int update_file(const char* path, const uint8_t* data, uint32_t len);
 
-    // Stores an image (malloc) and makes it the cached one. On 0 the object owns `data`; otherwise
-    // the caller does.
+    // Replaces the store file by an image (malloc), and caches the image. On 0 the object owns
+    // `data`; otherwise the caller does. Codes as for update_file().
     [[nodiscard]] int update_db_file(const uint8_t* data, uint32_t len);
 
-    // Puts "secure_objects.db.bak" in place of the store file. The cache stays. -1000: there is no
-    // backup, or a file call failed; the current file may be gone all the same.
+    // Puts "secure_objects.db.bak" in place of the store file. The cached image stays. -1000: there
+    // is no backup, or a file call failed. Even then the current file may be gone.
     [[nodiscard]] static int restoreBackupDB();
 
   private:
@@ -246,7 +258,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     android::hardware::keymaster::V4_0::support::Keymaster* mKeymaster;  // borrowed
 };
 
-// The store's encryption callback, for queryInternal(): forwards to DBEncrypt() of the
+// The store's encryption callback, for queryInternal(). Calls DBEncrypt() of the
 // ZelKeymasterOperation at `ctx`. -1000: `ctx` is null.
 [[nodiscard]] ZELKM_EXPORT int DBEncryptCB(void* ctx, unsigned int mode, unsigned char* plain,
                                            unsigned char* cipher, unsigned int len,

@@ -3,10 +3,10 @@
 
 // Result codes of the library, usable from C and C++.
 //
-// Every function that can fail answers a signed 32-bit code: 0 for success, a negative number
-// otherwise. The codes down to -1000 are keymaster 4.0 error codes (`ErrorCode` in C++,
-// `keymaster_error_t` in C) or the library's own -9xx range; any other keymaster error code is
-// passed through as the keymaster answered it.
+// Every function that can fail answers a signed 32-bit code: 0 for success, otherwise a negative
+// number. The codes are those of keymaster 4.0 (`ErrorCode` in C++, `keymaster_error_t` in C), and
+// the library's own from -910 to -918. A keymaster error code that is not listed here is passed on
+// unchanged.
 
 #pragma once
 

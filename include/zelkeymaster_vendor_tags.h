@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Tags and purposes that the secure hardware's vendor adds to keymaster 4.0. A keymaster without
-// the purposes refuses them, with an error code of its own. One without the tag does not refuse: it
-// ignores a tag that it does not know.
+// the purposes refuses them, with an error code of its own. A keymaster without a tag does not
+// refuse it: it ignores tags that it does not know.
 
 #pragma once
 
@@ -11,8 +11,8 @@
 
 #include <cstdint>
 
-// The two directions of encryptWithPasswordHWKey(). The type is fixed, so that any other number
-// from a caller is a value, to be refused.
+// The two directions of encryptWithPasswordHWKey(). The enumeration has a fixed underlying type, so
+// that any other number from a caller can be refused.
 enum PW_ENCRYPT_TYPE : int32_t {
     PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY = 0,  // takes a key and its tag, answers the encrypted key
     PW_ENCRYPT_TYPE_TO_KEY = 1,            // takes an encrypted key, answers the key and its tag
@@ -43,7 +43,7 @@ inline constexpr auto PWHW_TAG_ROT =
     static_cast<android::hardware::keymaster::V4_0::Tag>(0x9000090E);  // 16 bytes
 
 // A boolean that turns an attestation into a certificate signing request. A keymaster that does not
-// know it attests as always: generateCSR() then answers what an attestation without it would, -63
-// when the parameters hold no challenge, or 0 with the request left as it was.
+// know it attests as always. generateCSR() then answers -63 when the parameters hold no challenge,
+// and otherwise 0 with the request left as it was.
 inline constexpr auto TAG_GENERATE_CSR =
     static_cast<android::hardware::keymaster::V4_0::Tag>(0x70000899);
