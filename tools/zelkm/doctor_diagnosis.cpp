@@ -67,7 +67,7 @@ class Doctor {
                 continue;
             }
             const StoreReading& r = reading(name);
-            // With nothing else left, somebody may have removed the store on purpose.
+            // When only a backup is left, somebody may have removed the store on purpose.
             const bool may_stand_in = name == kTemporary || (name == kBackup && has(kStore));
             if (r.reads() || (r.looksWhole() && may_stand_in)) {
                 return name;

@@ -21,7 +21,7 @@ struct Report {
     Findings findings;  // the worst first
     LogEvidence log;
     std::vector<Change> changes;
-    std::vector<std::string> commands;  // what makes the changes in a shell in the directory
+    std::vector<std::string> commands;  // the same changes for a shell in the directory
 
     // What a repair has done. Both are empty without a repair.
     std::vector<Change> repaired;

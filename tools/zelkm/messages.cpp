@@ -20,7 +20,7 @@ constexpr Detail kSystemError = Detail::kSystemError;
 constexpr Detail kText = Detail::kText;
 
 constexpr char kNothing[] = "Nothing.";
-constexpr char kCheckService[] = "Check that the keymaster service lives, and try again.";
+constexpr char kCheckService[] = "Check that the keymaster service runs, and try again.";
 constexpr char kCheckPermissions[] = "Check the directory's owner, mode and file system.";
 constexpr char kRestart[] = "Free memory and restart the process.";
 constexpr char kGiveHandle[] = "Construct the object with a keymaster handle.";
@@ -81,8 +81,8 @@ std::vector<MessageGroup> makeGroups() {
              {"generate-lost", E, kObject, "error in generateKey hidl call : %d", kResult,
               "a call that makes the database key did not get through", "", kCheckService, "-1000"},
              {"no-key-given", E, kObject, "invalid param", kNone,
-              "`setLoadedDBKey` was given nothing", "A caller's mistake.",
-              "Give it the key's blob.", "-32"},
+              "`setLoadedDBKey` was given no key", "The caller passed null, or length 0.",
+              "Pass the key's blob.", "-32"},
              {"characteristics-lost", E, kObject,
               "error during getKeyCharacteristics hidl call : %d", kResult,
               "a call that checks the stored key did not get through", "", kCheckService, "-1000"},
@@ -122,7 +122,7 @@ std::vector<MessageGroup> makeGroups() {
               "key blob is verified, regard the device is corrupted or the old version", kNone,
               "the key is intact, and yet the keymaster refuses it",
               "The keymaster lost its root key, or the system was downgraded. Nothing is deleted.",
-              "Put the system back that the key was made or upgraded under.", ""},
+              "Go back to the system under which the key was made or upgraded.", ""},
              {"key-regenerated", E, kObject,
               "key blob is corrupted. regard the key file is broken and regenerate key", kNone,
               "the key does not fit its digest, so a new one takes its place",
@@ -202,20 +202,20 @@ std::vector<MessageGroup> makeGroups() {
               "encryptWithPasswordHWKey: invalid keymaster dev pointer", kNone,
               "the object has no keymaster", "", kGiveHandle, "-32"},
              {"password-mode", E, kObject, "not supported mode : %d", kNone,
-              "the type of a password conversion is neither 0 nor 1", "A caller's mistake.",
-              "Give a type of `PW_ENCRYPT_TYPE`.", "-2"},
+              "the type of a password conversion is neither 0 nor 1", "",
+              "Pass a type of `PW_ENCRYPT_TYPE`.", "-2"},
              {"no-rot", W, kObject, "invalid rot just set 0", kNone,
               "the answer had no hardware value of 16 bytes, and zeros took its place", "",
-              "Nothing where the hardware gives none.", ""},
+              "Nothing, if the hardware has no such value.", ""},
              {"no-tag", E, kObject, "invalid tag", kNone, "the answer had no tag of 16 bytes", "",
               kKeymasterAtFault, "-40"},
-             {"no-converted-key", E, kObject, "no key", kNone, "the answer had no wrapped material",
-              "", kKeymasterAtFault, "-40"},
+             {"no-converted-key", E, kObject, "no key", kNone,
+              "the answer had no `KEY`, the converted material", "", kKeymasterAtFault, "-40"},
              {"no-encrypted-key", E, kObject, "no encrypted key", kNone,
-              "the answer had no unwrapped material", "", kKeymasterAtFault, "-40"},
+              "the answer had no `ENCRYPTED_KEY`, the converted material", "", kKeymasterAtFault,
+              "-40"},
              {"csr-without-keymaster", E, kObject, "AttestKey: invalid IZelkeymasterDevice pointer",
-              kNone, "a signing request was asked of an object without keymaster", "", kGiveHandle,
-              "-32"},
+              kNone, "the object has no keymaster for a signing request", "", kGiveHandle, "-32"},
              {"csr-start", D, kObject, "GenerateCSR start", kNone, "a signing request begins", "",
               kNothing, ""},
              {"csr-lost", E, kObject, "GenerateCSR: IZelkeymasterDevice void error", kNone,
@@ -227,7 +227,7 @@ std::vector<MessageGroup> makeGroups() {
              {"path-invalid", E, kObject, "X509_verify_cert fail %d, %d", kNone,
               "the certification path is not valid",
               "The numbers are the result and libcrypto's error (`X509_V_ERR_…`).",
-              "`zelkm verify-chain` says the second one in words.", "-30"},
+              "`zelkm verify-chain` puts the second one into words.", "-30"},
              {"path-not-verified", E, kObject, "verify_cert_chain fail", kNone,
               "the certification path was not accepted", "The line before says why.", kSeeBefore,
               "-30"},
@@ -237,10 +237,10 @@ std::vector<MessageGroup> makeGroups() {
               "element 0 is not signed with the key of element 1", "",
               "Check the order of the elements.", "-30"},
              {"libcrypto-error", E, kObject, "print_openssl_error_cb", kNone,
-              "libcrypto had an error to tell", "The next message is its text.",
+              "libcrypto reported an error", "The next message is its text.",
               "See the next message.", ""},
              {"libcrypto-error-text", E, kObject, "%s(%d, %p)", kText,
-              "libcrypto's own words, their length, and nothing", "", "Read the text.", ""},
+              "libcrypto's text, its length, and a null pointer", "", "Read the text.", ""},
              {"no-stack", E, kObject, "sk_X509_new_null error", kNone,
               "libcrypto had no memory for the list of certificates", "", kRestart, "-30"},
              {"certificate-not-pushed", E, kObject, "Failed to push certificate", kNone,
@@ -250,7 +250,7 @@ std::vector<MessageGroup> makeGroups() {
              {"no-verification", E, kObject, "X509_STORE_CTX_init error", kNone,
               "libcrypto had no memory for the verification", "", kRestart, "-30"},
              {"no-context", E, kObject, "ctx is NULL", kNone,
-              "libcrypto asked about no certificate", "Cannot happen.", "Report it.", "-30"},
+              "libcrypto called back without a certificate", "Cannot happen.", "Report it.", "-30"},
          }},
         {"Start-up",
          {
@@ -260,11 +260,11 @@ std::vector<MessageGroup> makeGroups() {
         {"The engine: commands",
          {
              {"no-command", E, kEngine, "command or len is null", kNone,
-              "there is no command or no handle", "A null pointer, or length 0.",
-              "A caller's mistake.", "-38"},
+              "there is no command or no handle", "The caller passed null, or length 0.",
+              "Pass both.", "-38"},
              {"dump", D, kEngine, "%s(%d) : L%d", kNone,
               "a command, or a column name that is unknown, follows",
-              "The label, the text's length in bytes, the source line.", kNothing, "",
+              "The numbers are the text's length in bytes and a source line.", kNothing, "",
               "command|invalid column name"},
              {"dump-text", D, kEngine, "%s", kText, "a line of that text",
               "At most its first 1023 bytes are logged.", kNothing, ""},
@@ -281,9 +281,10 @@ std::vector<MessageGroup> makeGroups() {
               "-911"},
              {"list-rules", E, kEngine, "err: state:(%d)  t->token=%p, *p(%p)=%c, len=%d\n", kNone,
               "a list of columns, values or conditions breaks the rules",
-              "The tokenizer's state (1 between items, 2 after an opening quote, 3 in quotes, 4 "
-              "after a closing quote, 5 in an unquoted item), the list, the offending byte, its "
-              "value, the length of the item so far.",
+              "The values are the tokenizer's state (1 between items, 2 after an opening quote, 3 "
+              "in "
+              "quotes, 4 after a closing quote, 5 in an unquoted item), the addresses of the list "
+              "and of the wrong byte, that byte, and the length of the item so far.",
               "Correct the command, or the value that went into it: it holds the byte 0x1f or "
               "begins with a comma.",
               "-911"},
@@ -294,7 +295,7 @@ std::vector<MessageGroup> makeGroups() {
               "Without a line before it there are more than six items.", kSeeBefore, "its code"},
              {"conditions-refused", E, kEngine, "parse_where_set_token error(%d)", kResult,
               "the conditions were not understood",
-              "Without a line before it, one has no operator.", kSeeBefore, "its code"},
+              "Without a line before it, a condition has no operator.", kSeeBefore, "its code"},
              {"handler-failed", E, kEngine, "%s error(%d)", kResult, "the command failed",
               "Without a line before it, the code says why: lists of different lengths are -911, "
               "and a DELETE that no object matches is -917.",
@@ -331,9 +332,9 @@ std::vector<MessageGroup> makeGroups() {
               "the store ends inside its header", "The file was cut or overwritten.", kDamaged,
               "-913"},
              {"payload-too-long", E, kEngine, "invalid db file len = %d, expected = %d", kNone,
-              "the header's payload length is larger than what is there",
-              "The file was cut, or its header changed. The numbers are the length that the header "
-              "has and what is there.",
+              "the header's payload length is larger than the payload",
+              "The file was cut, or its header changed. The numbers are the length in the header "
+              "and the length that is there.",
               kDamaged, "-915"},
              {"row-malformed", E, kEngine, "abnormal end of lne %d", kNone,
               "a row does not end after six values",

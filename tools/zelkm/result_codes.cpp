@@ -75,15 +75,15 @@ const std::vector<ResultCode>& resultCodes() {
          "Try again."},
         {-29, "INSUFFICIENT_BUFFER_SPACE", "a buffer is too small", "", ""},
         {-30, "VERIFICATION_FAILED", "verification failed",
-         "The store is not what the key encrypted: damaged, or of another key; the backup takes "
-         "its "
-         "place. Or: a password conversion with other inputs or another tag; or an attestation "
-         "chain that is not valid.",
+         "From a query: the store is damaged, or was encrypted under another key; the backup takes "
+         "its place. From a password conversion: the inputs or the tag are others than before. "
+         "From "
+         "the validation of a chain: the chain is not valid.",
          "After a query, restart the process before the next change, and run `zelkm doctor` if it "
          "stays. For a chain, `zelkm verify-chain` says what is wrong."},
         {-31, "TOO_MANY_OPERATIONS", "too many open operations",
-         "Others hold the keymaster's operations, or ones stay open whose answers were lost: the "
-         "library aborts none.",
+         "Other clients hold the keymaster's operations. Or operations stayed open after errors or "
+         "lost answers: the library never aborts one.",
          kTryAgain},
         {-32, "UNEXPECTED_NULL_POINTER", "null or empty argument, or no keymaster",
          "A null pointer or a length of 0 was passed, or the object was made without a keymaster.",
@@ -212,8 +212,7 @@ const ResultCode* findResultCode(int code) {
 }
 
 const char* causeOf(const ResultCode& result) {
-    return *result.cause != '\0' ? result.cause
-                                 : "None of the library's calls gives a keymaster reason for it.";
+    return *result.cause != '\0' ? result.cause : "No call of the library is known to lead to it.";
 }
 
 const char* adviceOf(const ResultCode& result) {

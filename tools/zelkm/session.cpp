@@ -50,8 +50,8 @@ void refuseEmptyStore(const std::string& dir, const std::string& image) {
     }
 }
 
-// Refuses an encrypted store whose key or root key is missing. When the keymaster cannot decrypt
-// the store, the library puts the backup in its place, or removes it when there is no backup.
+// Refuses an encrypted store whose key or root key is missing. The library would replace a store
+// that the keymaster cannot decrypt by its backup, or remove the store when there is no backup.
 void refuseForeignStore(const std::string& dir, const std::string& image) {
     const std::optional<StoreHeader> header = parseStoreHeader(image);
     if (!header || !header->encrypted()) {
