@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The attestation extension's content:
+// The structure that is encoded:
 //
 //     KeyDescription ::= SEQUENCE {
 //         attestationVersion        INTEGER,

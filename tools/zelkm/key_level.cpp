@@ -23,8 +23,8 @@ std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& r
     options.root_key_path = root_key_path;
     soft_keymaster::SoftKeymaster keymaster(options);
 
-    // A keymaster tells only whether a key is older or newer than its own level. So this
-    // is a binary search.
+    // A keymaster tells only whether a key is older or newer than its own level. So this is a
+    // binary search.
     uint64_t low = 0;
     uint64_t high = std::numeric_limits<uint32_t>::max();
     while (low <= high) {
