@@ -141,6 +141,7 @@ TEST_F(ZelkmDoctor, JudgesWithAndWithoutTheKey) {
     put({});
     add("strange", "app");
     const Files strange = files();
+    const Files short_row = {{"secure_objects.db", plainStore("a\x1e\n", 1)}};
 
     const auto takeKeyOf = [](const Files& from) {
         for (const char* name : {"edbk", "edbk_digest"}) {
@@ -294,7 +295,7 @@ TEST_F(ZelkmDoctor, JudgesWithAndWithoutTheKey) {
          {1, "answer-lost", "app::p\n"},
          {1, "answer-lost", "app::p\n"}},
         {"plaintext without six values",
-         [&] { put({{"secure_objects.db", plainStore("a\x1e\n", 1)}}); },
+         [&] { put(short_row); },
          {1, "store-malformed", ""},
          {1, "store-malformed", ""}},
 

@@ -117,6 +117,10 @@ Change signedChange(const char* name, std::function<void(X509*)> change) {
     return {name, [change](Certificate& c) { c.change = change; }};
 }
 
+Change extended(const char* name, const char* oid, bool critical, const Bytes& der) {
+    return signedChange(name, [=](X509* x) { addExtension(x, oid, critical, der); });
+}
+
 const Change kChanges[] = {
     signedChange("v1", [](X509* x) { X509_set_version(x, 0), removeExtensions(x); }),
     signedChange("v1_with_extensions", [](X509* x) { X509_set_version(x, 0); }),
@@ -124,18 +128,12 @@ const Change kChanges[] = {
     signedChange("v4", [](X509* x) { X509_set_version(x, 3); }),
     signedChange("no_basic_constraints", removeExtensions),
     signedChange("not_a_ca", [](X509* x) { Certificate::setBasicConstraints(x, false); }),
-    signedChange("unknown_extension",
-                 [](X509* x) { addExtension(x, "1.3.6.1.4.1.99999.1", false, {5, 0}); }),
-    signedChange("unknown_critical_extension",
-                 [](X509* x) { addExtension(x, "1.3.6.1.4.1.99999.1", true, {5, 0}); }),
-    signedChange("no_certificate_signing",
-                 [](X509* x) { addExtension(x, "2.5.29.15", true, {3, 2, 7, 0x80}); }),
-    signedChange("extension_twice",
-                 [](X509* x) { addExtension(x, "2.5.29.19", true, {0x30, 3, 1, 1, 0xFF}); }),
-    signedChange("malformed_key_usage",
-                 [](X509* x) { addExtension(x, "2.5.29.15", false, {4, 1, 0}); }),
-    signedChange("foreign_authority_key_id",
-                 [](X509* x) { addExtension(x, "2.5.29.35", false, {0x30, 3, 0x80, 1, 7}); }),
+    extended("unknown_extension", "1.3.6.1.4.1.99999.1", false, {5, 0}),
+    extended("unknown_critical_extension", "1.3.6.1.4.1.99999.1", true, {5, 0}),
+    extended("no_certificate_signing", "2.5.29.15", true, {3, 2, 7, 0x80}),
+    extended("extension_twice", "2.5.29.19", true, {0x30, 3, 1, 1, 0xFF}),
+    extended("malformed_key_usage", "2.5.29.15", false, {4, 1, 0}),
+    extended("foreign_authority_key_id", "2.5.29.35", false, {0x30, 3, 0x80, 1, 7}),
     signedChange("negative_serial",
                  [](X509* x) { ASN1_INTEGER_set(X509_get_serialNumber(x), -5); }),
     signedChange("generalized_time_before_2050",

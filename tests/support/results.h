@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
 #include "zelkeymaster_result.h"
 
@@ -14,7 +15,7 @@ namespace test {
 
 // "ZELKM_INVALID_TAG (-40)"; a code that only a keymaster has is its number.
 inline std::string named(int code) {
-#define NAMED(code) {code, #code}
+#define NAMED(code) std::make_pair(code, #code)
     static const std::map<int, const char*> names = {NAMED(ZELKM_OK),
                                                      NAMED(ZELKM_UNSUPPORTED_PURPOSE),
                                                      NAMED(ZELKM_VERIFICATION_FAILED),
