@@ -254,7 +254,7 @@ std::string Caller::endRequirement() {
     return text;
 }
 
-std::string Caller::joined(const std::vector<Call>& calls, std::string Call::* text) {
+std::string Caller::joined(const std::vector<Call>& calls, Text text) {
     std::string result;
     for (size_t i = 0; i < calls.size(); ++i) {
         const bool shown = calls.size() <= kShownCalls || i < kShownCalls / 2 ||

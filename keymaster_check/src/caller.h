@@ -92,11 +92,12 @@ class Caller {
         std::string sent;
         std::string answered;
     };
+    using Text = std::string Call::*;
 
     template <typename Make>
     Answer make(const char* name, const std::string& arguments, Make make_call);
     void timed(const char* name, std::chrono::steady_clock::time_point started);
-    static std::string joined(const std::vector<Call>& calls, std::string Call::* text);
+    static std::string joined(const std::vector<Call>& calls, Text text);
 
     Keymaster& keymaster_;
     const std::shared_ptr<CallbackWatch> watch_;

@@ -39,7 +39,10 @@ constexpr const char* kCallNames[] = {
 constexpr size_t kTransportLimit = (1 << 20) - 2 * 4096;
 
 template <typename Value>
-NamedFault deviation(const char* name, const char* what, Value Deviation::* member,
+using Member = Value Deviation::*;
+
+template <typename Value>
+NamedFault deviation(const char* name, const char* what, Member<Value> member,
                      std::common_type_t<Value> value) {
     Deviation deviation;
     deviation.*member = value;
