@@ -37,18 +37,16 @@ Return<void> BareKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& /
                                   const HardwareAuthToken& /*auth_token*/, begin_cb cb) {
     decrypting_ = purpose == KeyPurpose::DECRYPT;
     held_.clear();
-    if (decrypting_) {
-        cipher_.beginDecryption(zelkm::findParameter(in_params, Tag::NONCE)->blob.data());
-        cb(ErrorCode::OK, {}, kHandle);
-        return Void();
-    }
     uint8_t iv[SDB_IV_LEN];
-    cipher_.beginEncryption(iv);
+    if (decrypting_) {
+        std::memcpy(iv, zelkm::findParameter(in_params, Tag::NONCE)->blob.data(), sizeof(iv));
+    }
+    cipher_.begin(decrypting_, iv);
     KeyParameter nonce;
     nonce.tag = Tag::NONCE;
     nonce.blob = zelkm::viewOf(iv, sizeof(iv));
     hidl_vec<KeyParameter> out_params;
-    out_params.setToExternal(&nonce, 1);
+    out_params.setToExternal(&nonce, decrypting_ ? 0 : 1);
     cb(ErrorCode::OK, out_params, kHandle);
     return Void();
 }
@@ -58,24 +56,19 @@ Return<void> BareKeymaster::update(uint64_t /*handle*/, const hidl_vec<KeyParame
                                    const HardwareAuthToken& /*auth_token*/,
                                    const VerificationToken& /*verification_token*/, update_cb cb) {
     const size_t len = std::min(input.size(), max_update_bytes_);
-    size_t leaving = len;
-    if (decrypting_) {
-        const size_t total = held_.size() + len;
-        leaving = total - std::min<size_t>(total, SDB_TAG_LEN);
-    }
+    const size_t total = held_.size() + len;
+    const size_t leaving = decrypting_ ? total - std::min<size_t>(total, SDB_TAG_LEN) : len;
     if (output_.size() < leaving) {
         output_.resize(leaving);
     }
-    if (decrypting_) {
-        const size_t from_held = std::min(leaving, held_.size());
-        const size_t from_input = leaving - from_held;
-        cipher_.decrypt(held_.data(), from_held, output_.data());
-        cipher_.decrypt(input.data(), from_input, output_.data() + from_held);
+    const size_t from_held = std::min(leaving, held_.size());
+    const size_t from_input = leaving - from_held;
+    if (from_held != 0) {
+        cipher_.update(held_.data(), from_held, output_.data());
         held_.erase(held_.begin(), held_.begin() + static_cast<ptrdiff_t>(from_held));
-        held_.insert(held_.end(), input.data() + from_input, input.data() + len);
-    } else {
-        cipher_.encrypt(input.data(), len, output_.data());
     }
+    cipher_.update(input.data(), from_input, output_.data() + from_held);
+    held_.insert(held_.end(), input.data() + from_input, input.data() + len);
     cb(ErrorCode::OK, static_cast<uint32_t>(len), {}, zelkm::viewOf(output_.data(), leaving));
     return Void();
 }
@@ -86,12 +79,12 @@ Return<void> BareKeymaster::finish(uint64_t /*handle*/, const hidl_vec<KeyParame
                                    const HardwareAuthToken& /*auth_token*/,
                                    const VerificationToken& /*verification_token*/, finish_cb cb) {
     if (decrypting_) {
-        const bool good = held_.size() == SDB_TAG_LEN && cipher_.endDecryption(held_.data());
+        const bool good = held_.size() == SDB_TAG_LEN && cipher_.finish(held_.data());
         cb(good ? ErrorCode::OK : ErrorCode::VERIFICATION_FAILED, {}, {});
         return Void();
     }
     uint8_t tag[SDB_TAG_LEN];
-    cipher_.endEncryption(tag);
+    check(cipher_.finish(tag), "encryption");
     cb(ErrorCode::OK, {}, zelkm::viewOf(tag, sizeof(tag)));
     return Void();
 }

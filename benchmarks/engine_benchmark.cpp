@@ -4,21 +4,20 @@
 // The store engine without encryption ("plain") and with AES-256-GCM ("gcm"), each operation beside
 // its floor.
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "malloc_buffer.h"
 #include "reference.h"
-#include "registrations.h"
 #include "sample_rows.h"
 #include "support.h"
 #include "velt_secure_db.h"
 
 namespace bench {
 namespace {
-
-using benchmark::State;
 
 constexpr const char* kColumns[SDB_NUM_COLUMNS] = {"ALIAS",    "CREATOR",     "ADMIN",
                                                    "ACCESSOR", "CREATOR_UID", "PRIV_ACC"};
@@ -65,8 +64,10 @@ class Engine {
         sdb_register_db_encrypt_fp(&cipher_, encrypted ? Cipher::callback : nullptr);
         load();
         if (encrypted) {
-            check(query(insertText(sample.extra)).len > image_.size(), "first insert");
-            image_ = query(deleteText(sample.extra)).text();
+            choose(sample.extra);
+            insert();
+            remove();
+            image_ = std::exchange(result_, {}).text();
             load();
         }
         check(all() == sample.payload, "sample");
@@ -89,9 +90,7 @@ class Engine {
 
     void clear() {
         handle_ = 0;
-        check(sdb_query(kSelectAll, sizeof(kSelectAll) - 1, nullptr, 0, nullptr, nullptr,
-                        &handle_) == ZELKM_OK,
-              "clear");
+        query(kSelectAll);
     }
 
     Result query(const std::string& text) {
@@ -106,10 +105,27 @@ class Engine {
 
     std::string all() { return query(kSelectAll).text(); }
 
+    // The row that insert() and remove() take.
+    void choose(const Row& row) {
+        insert_ = insertText(row);
+        remove_ = deleteText(row);
+    }
+    void insert() { result_ = query(insert_); }
+    void remove() { result_ = query(remove_); }
+
+    size_t count() {
+        check(result_.len == image_.size(), "image");
+        const std::string rows = all();
+        return static_cast<size_t>(std::count(rows.begin(), rows.end(), kRowEnd));
+    }
+
   private:
     Cipher cipher_;
     std::string image_;
     uint64_t handle_ = 0;
+    std::string insert_;
+    std::string remove_;
+    Result result_;  // of the last change
 };
 
 // The floor of whatever makes a new store image.
@@ -155,12 +171,8 @@ void load(State& state, bool encrypted) {
 void loadFloor(State& state, bool encrypted) {
     keepPages();
     const Sample sample = sampleOf(state);
-    const size_t len = sample.payload.size();
-    Cipher cipher;
-    std::vector<uint8_t> stored(len);
-    uint8_t iv[SDB_IV_LEN];
-    uint8_t tag[SDB_TAG_LEN];
-    cipher.encrypt(bytesOf(sample.payload), len, stored.data(), iv, tag);
+    Message message(sample);
+    message.encrypt();
     RowList rows(sample);
     timeEach(
         state,
@@ -170,35 +182,25 @@ void loadFloor(State& state, bool encrypted) {
         },
         [&] {
             if (!encrypted) {
-                rows.load(bytesOf(sample.payload));
+                rows.load(message.plain.data());
                 return;
             }
-            const zelkm::MallocBuffer plain = zelkm::allocateBuffer(len);
-            check(cipher.decrypt(stored.data(), len, plain.get(), iv, tag), "decryption");
+            const zelkm::MallocBuffer plain = zelkm::allocateBuffer(message.sealed.size());
+            message.decrypt(plain.get());
             rows.load(plain.get());
         },
         [] {});
     Texts texts;
     rows.allRows(&texts);
-    check(texts.size() == sample.rows.size() && texts.back() == encodeRow(sample.rows.back()),
-          "loaded rows");
+    check(texts == sample.texts(), "loaded rows");
 }
 
 // ---- Changes ------------------------------------------------------------------------------------
 
-void insert(State& state, bool encrypted) {
+void change(State& state, bool encrypted, bool removing) {
     const Sample sample = sampleOf(state);
     Engine engine(sample, encrypted);
-    const std::string text = insertText(sample.extra);
-    const std::string undo = deleteText(sample.extra);
-    Result result;
-    timeEach(
-        state, [] {}, [&] { result = engine.query(text); },
-        [&] {
-            check(result.len > sample.image.size(), "image");
-            result = engine.query(undo);
-        });
-    check(engine.all() == sample.payload, "rows");
+    timeChanges(state, sample, engine, removing);
 }
 
 void imageFloor(State& state, bool encrypted) {
@@ -209,34 +211,10 @@ void imageFloor(State& state, bool encrypted) {
     }
 }
 
-// Rows come back at the end of the table; which one goes is scattered over all of them.
-void remove(State& state, bool encrypted) {
-    const Sample sample = sampleOf(state);
-    Engine engine(sample, encrypted);
-    uint64_t step = 0;
-    std::string text;
-    std::string undo;
-    Result result;
-    timeEach(
-        state,
-        [&] {
-            const Row& row = sample.rows[sample.pick(step++)];
-            text = deleteText(row);
-            undo = insertText(row);
-        },
-        [&] { result = engine.query(text); },
-        [&] {
-            check(result.len < sample.image.size(), "image");
-            result = engine.query(undo);
-        });
-    check(engine.all().size() == sample.payload.size(), "rows");
-}
-
 void removeFloor(State& state, bool encrypted) {
     const Sample sample = sampleOf(state);
     ImageFloor image(sample, encrypted);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
+    const RowList rows(sample);
     uint64_t step = 0;
     Texts found;
     for ([[maybe_unused]] auto _ : state) {
@@ -268,10 +246,8 @@ void selectAccessor(State& state, bool encrypted) {
     const Sample sample = sampleOf(state);
     Engine engine(sample, encrypted);
     const std::string text = std::string(kSelectAll) + " WHERE ACCESSOR=" + quoted(kAccessor);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
     Texts found;
-    rows.findAccessor(kAccessorNumber, &found);
+    RowList(sample).findAccessor(kAccessorNumber, &found);
     std::string expected;
     for (const std::string& row : found) {
         expected += row + kRowEnd;
@@ -288,10 +264,6 @@ void selectAll(State& state, bool encrypted) {
     for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(engine.query(kSelectAll).data.get());
     }
-}
-
-void selectAllFloor(State& state, bool /*encrypted*/) {
-    imageFloor(state, false);
 }
 
 // ---- Export -------------------------------------------------------------------------------------
@@ -325,19 +297,22 @@ struct Operation {
 
 constexpr Operation kOperations[] = {
     {"load", Timing::kEach, load, Timing::kEach, loadFloor},
-    {"insert", Timing::kEach, insert, Timing::kLoop, imageFloor},
-    {"delete", Timing::kEach, remove, Timing::kLoop, removeFloor},
+    {"insert", Timing::kEach, [](State& state, bool encrypted) { change(state, encrypted, false); },
+     Timing::kLoop, imageFloor},
+    {"delete", Timing::kEach, [](State& state, bool encrypted) { change(state, encrypted, true); },
+     Timing::kLoop, removeFloor},
     {"select_alias", Timing::kLoop, selectAlias, Timing::kLoop,
      [](State& state, bool /*encrypted*/) { selectAliasFloor(state); }},
     {"select_accessor", Timing::kLoop, selectAccessor, Timing::kLoop,
      [](State& state, bool /*encrypted*/) { selectAccessorFloor(state); }},
-    {"select_all", Timing::kLoop, selectAll, Timing::kLoop, selectAllFloor},
+    {"select_all", Timing::kLoop, selectAll, Timing::kLoop,
+     [](State& state, bool /*encrypted*/) { imageFloor(state, false); }},
     {"export", Timing::kLoop, exportImage, Timing::kLoop, imageFloor},
 };
 
 }  // namespace
 
-void registerEngineBenchmarks() {
+void addEngineBenchmarks() {
     for (const Operation& operation : kOperations) {
         for (const bool encrypted : {false, true}) {
             const std::string subject =

@@ -10,60 +10,35 @@
 #include <openssl/crypto.h>
 #include <sqlcipher/sqlite3.h>
 
-#include <cstdio>
-#include <cstring>
-#include <exception>
+#include <string_view>
 
 #include "object_store.h"
-#include "registrations.h"
 #include "support.h"
 
 namespace {
 
-// Takes the option off the command line.
-bool takeOption(const char* option, int* argc, char** argv) {
-    if (*argc < 2 || std::strcmp(argv[1], option) != 0) {
-        return false;
-    }
-    for (int i = 1; i < *argc; ++i) {
-        argv[i] = argv[i + 1];
-    }
-    --*argc;
-    return true;
-}
-
-int run(int argc, char** argv) {
-    bench::silenceLog();
-    const bench::WorkDirectory directory;
-    if (takeOption("--aged-heap", &argc, argv)) {
+void run(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);  // takes its options off
+    if (argc == 2 && argv[1] == std::string_view("--aged-heap")) {
         bench::ageHeap();
+    } else {
+        bench::check(!benchmark::ReportUnrecognizedArguments(argc, argv), "arguments");
     }
     // Root key, database key and error file are there before anything is measured.
-    {
-        bench::ObjectStore first(bench::Sample(1));
-    }
+    const bench::Sample one(1);
+    (void)bench::ObjectStore(one);
 
-    bench::registerEngineBenchmarks();
-    bench::registerObjectBenchmarks();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 2;
-    }
+    bench::addEngineBenchmarks();
+    bench::addObjectBenchmarks();
     benchmark::AddCustomContext("compiler", __VERSION__);
     benchmark::AddCustomContext("openssl", OpenSSL_version(OPENSSL_VERSION_STRING));
     benchmark::AddCustomContext("sqlite", sqlite3_libversion());
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return run(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "benchmarks: %s\n", error.what());
-        return 1;
-    }
+    return bench::runApart([&] { run(argc, argv); });
 }

@@ -86,15 +86,14 @@ struct BlockCost {
 };
 
 void probe(size_t rows) {
-    {
-        const ObjectStore warm(Sample(1), kSmallUpdate);
-    }  // code and libraries become resident
+    const Sample one(1);
+    (void)ObjectStore(one, kSmallUpdate);  // code and libraries become resident
     writeStore(rows);
     BareKeymaster keymaster(kSmallUpdate);
-    const Sample one(1);
     SODOperationParam find = aliasParam(one.rows[0]);
     SODOperationParam row = rowParam(one.extra);
-    const FlushSwitch unflushed(false);
+    SODOperationParam everything;
+    readAllColumns(everything);
     Texts texts;
 
     const Peak peak;
@@ -103,8 +102,8 @@ void probe(size_t rows) {
     const size_t load = peak.growth();
     check(object.SodInsert(row) == ZELKM_OK, "insert");
     const size_t insert = peak.growth();
-    texts = ObjectStore::all(object);
-    check(texts.size() == rows + 2, "read all");
+    texts.clear();
+    check(object.SodSelect(everything, texts) == ZELKM_OK && texts.size() == rows + 2, "read all");
     const size_t read_all = peak.growth();
 
     BlockCost cost;
@@ -130,13 +129,5 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: zelkm_memory_probe ROWS\n");
         return 2;
     }
-    try {
-        silenceLog();
-        const WorkDirectory directory;
-        probe(std::stoul(argv[1]));
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "memory probe: %s\n", error.what());
-        return 1;
-    }
+    return runApart([&] { probe(std::stoul(argv[1])); });
 }

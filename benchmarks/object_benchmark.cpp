@@ -15,15 +15,12 @@
 #include "db_store_format.h"
 #include "object_store.h"
 #include "reference.h"
-#include "registrations.h"
 #include "sample_rows.h"
 #include "sqlcipher_store.h"
 #include "support.h"
 
 namespace bench {
 namespace {
-
-using benchmark::State;
 
 constexpr size_t kSmallUpdate = 4096;
 constexpr char kFloorFile[] = "floor.db";
@@ -32,23 +29,19 @@ constexpr char kPeerFile[] = "peer.db";
 // ---- SodInsert and SodDelete --------------------------------------------------------------------
 
 struct Change {
+    const char* name;
     bool flush;
     size_t max_update_bytes;
 };
 
-void insert(State& state, Change change) {
+constexpr Change kChanges[] = {
+    {"unflushed", false, 0}, {"unflushed_4KiB", false, kSmallUpdate}, {"flushed", true, 0}};
+
+void makeChanges(State& state, const Change& change, bool removing) {
     const Sample sample = sampleOf(state);
     ObjectStore store(sample, change.max_update_bytes);
-    const FlushSwitch flushing(change.flush);
-    SODOperationParam row = rowParam(sample.extra);
-    SODOperationParam alias = aliasParam(sample.extra);
-    timeEach(
-        state, [] {}, [&] { check(store.object().SodInsert(row) == ZELKM_OK, "SodInsert"); },
-        [&] {
-            check(std::filesystem::file_size(kStoreFile) > sample.image.size(), "store file");
-            check(store.object().SodDelete(alias) == ZELKM_OK, "SodDelete");
-        });
-    check(store.all() == expectedTexts(sample), "rows");
+    setFlush(change.flush);
+    timeChanges(state, sample, store, removing);
 }
 
 void changeFloor(State& state, bool flush) {
@@ -65,47 +58,10 @@ void changeFloor(State& state, bool flush) {
     check(std::filesystem::file_size(kFloorFile) == image.size(), "file");
 }
 
-void insertPeer(State& state) {
+void changePeer(State& state, bool removing) {
     const Sample sample = sampleOf(state);
-    SqlcipherStore::create(kPeerFile, sample.rows);
-    SqlcipherStore peer(kPeerFile);
-    timeEach(
-        state, [] {}, [&] { peer.insert(sample.extra); }, [&] { peer.remove(sample.extra[0]); });
-    check(peer.count() == sample.rows.size(), "rows");
-}
-
-// Rows come back at the end of the store; which one goes is scattered over all of them.
-void remove(State& state, Change change) {
-    const Sample sample = sampleOf(state);
-    ObjectStore store(sample, change.max_update_bytes);
-    const FlushSwitch flushing(change.flush);
-    uint64_t step = 0;
-    SODOperationParam row;
-    SODOperationParam alias;
-    timeEach(
-        state,
-        [&] {
-            const Row& next = sample.rows[sample.pick(step++)];
-            row = rowParam(next);
-            alias = aliasParam(next);
-        },
-        [&] { check(store.object().SodDelete(alias) == ZELKM_OK, "SodDelete"); },
-        [&] {
-            check(std::filesystem::file_size(kStoreFile) < sample.image.size(), "store file");
-            check(store.object().SodInsert(row) == ZELKM_OK, "SodInsert");
-        });
-    check(store.all().size() == sample.rows.size() + 1, "rows");
-}
-
-void removePeer(State& state) {
-    const Sample sample = sampleOf(state);
-    SqlcipherStore::create(kPeerFile, sample.rows);
-    SqlcipherStore peer(kPeerFile);
-    uint64_t step = 0;
-    timeEach(
-        state, [] {}, [&] { peer.remove(sample.rows[sample.pick(step)][0]); },
-        [&] { peer.insert(sample.rows[sample.pick(step++)]); });
-    check(peer.count() == sample.rows.size(), "rows");
+    SqlcipherStore peer = SqlcipherStore::create(kPeerFile, sample.rows);
+    timeChanges(state, sample, peer, removing);
 }
 
 // ---- SodSelect and its kin ----------------------------------------------------------------------
@@ -113,37 +69,20 @@ void removePeer(State& state) {
 void selectAlias(State& state) {
     const Sample sample = sampleOf(state);
     ObjectStore store(sample);
-    std::vector<SODOperationParam> params;
-    for (uint64_t step = 0; step < kProbes; ++step) {
-        params.push_back(aliasParam(sample.rows[sample.pick(step)]));
-        readAllColumns(params.back());
-    }
-    size_t next = 0;
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        check(store.object().SodSelect(params[next++ % kProbes], texts) == ZELKM_OK, "SodSelect");
-    }
-    const Row& last = sample.rows[sample.pick((next - 1) % kProbes)];
-    check(texts.size() == 2 && texts[0] == encodeRow(last), "row");
+    const auto prepare = [](const Row& row) {
+        SODOperationParam param = aliasParam(row);
+        return readAllColumns(param);
+    };
+    timeProbes(state, sample, prepare,
+               [&](SODOperationParam& param, Texts* texts) { store.select(param, texts); });
 }
 
 void selectAliasPeer(State& state) {
     const Sample sample = sampleOf(state);
-    SqlcipherStore::create(kPeerFile, sample.rows);
-    SqlcipherStore peer(kPeerFile);
-    std::vector<std::string> statements;
-    for (uint64_t step = 0; step < kProbes; ++step) {
-        statements.push_back(SqlcipherStore::selectText(sample.rows[sample.pick(step)][0]));
-    }
-    size_t next = 0;
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        peer.select(statements[next++ % kProbes], &texts);
-    }
-    const Row& last = sample.rows[sample.pick((next - 1) % kProbes)];
-    check(texts.size() == 1 && texts[0] == encodeRow(last), "row");
+    SqlcipherStore peer = SqlcipherStore::create(kPeerFile, sample.rows);
+    timeProbes(
+        state, sample, [](const Row& row) { return SqlcipherStore::selectText(row[0]); },
+        [&](const std::string& statement, Texts* texts) { peer.select(statement.c_str(), texts); });
 }
 
 void selectAccessor(State& state) {
@@ -152,17 +91,10 @@ void selectAccessor(State& state) {
     std::string accessor = kAccessor;
     SODOperationParam param;
     readAllColumns(param.addAccessorInWhere(accessor));
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        check(store.object().SodSelect(param, texts) == ZELKM_OK, "SodSelect");
-    }
-    Texts found;
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    rows.findAccessor(kAccessorNumber, &found);
-    texts.pop_back();
-    check(texts == found, "rows");
+    const Texts texts = timeSelect(state, [&](Texts* found) { store.select(param, found); });
+    Texts expected;
+    RowList(sample).findAccessor(kAccessorNumber, &expected);
+    check(withoutEnd(texts) == expected, "rows");
 }
 
 void selectAll(State& state) {
@@ -170,27 +102,17 @@ void selectAll(State& state) {
     ObjectStore store(sample);
     SODOperationParam param;
     readAllColumns(param);
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        check(store.object().SodSelect(param, texts) == ZELKM_OK, "SodSelect");
-    }
-    check(texts == expectedTexts(sample), "rows");
+    const Texts texts = timeSelect(state, [&](Texts* found) { store.select(param, found); });
+    check(withoutEnd(texts) == sample.texts(), "rows");
 }
 
 void selectAllPeer(State& state) {
     const Sample sample = sampleOf(state);
-    SqlcipherStore::create(kPeerFile, sample.rows);
-    SqlcipherStore peer(kPeerFile);
-    const std::string statement = SqlcipherStore::selectAllText();
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        peer.select(statement, &texts);
-    }
-    Texts expected = expectedTexts(sample);
-    expected.pop_back();
-    check(texts == expected, "rows");
+    SqlcipherStore peer = SqlcipherStore::create(kPeerFile, sample.rows);
+    check(
+        timeSelect(state, [&](Texts* texts) { peer.select(SqlcipherStore::kSelectAll, texts); }) ==
+            sample.texts(),
+        "rows");
 }
 
 using Retrieve = int (ZelKeymasterOperation::*)(SODOperationParam&, Texts&);
@@ -201,27 +123,18 @@ void retrieve(State& state, Retrieve call, Walk walk) {
     ObjectStore store(sample);
     SODOperationParam param;
     param.addAliasToOutput();
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        check((store.object().*call)(param, texts) == ZELKM_OK, "SodRetreive");
-    }
+    const Texts texts = timeSelect(state, [&](Texts* found) {
+        check((store.object().*call)(param, *found) == ZELKM_OK, "SodRetreive");
+    });
     Texts expected;
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    (rows.*walk)(&expected);
+    (RowList(sample).*walk)(&expected);
     check(texts == expected, "texts");
 }
 
 void walkFloor(State& state, Walk walk) {
     const Sample sample = sampleOf(state);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    Texts texts;
-    for ([[maybe_unused]] auto _ : state) {
-        texts.clear();
-        (rows.*walk)(&texts);
-    }
+    const RowList rows(sample);
+    const Texts texts = timeSelect(state, [&](Texts* found) { (rows.*walk)(found); });
     check(texts.size() == sample.rows.size(), "rows");
 }
 
@@ -248,19 +161,15 @@ void openAndRead(State& state, size_t max_update_bytes) {
             check(object->SodSelect(everything, texts) == ZELKM_OK, "SodSelect");
         },
         [] {});
-    check(texts == expectedTexts(sample), "rows");
+    check(withoutEnd(std::move(texts)) == sample.texts(), "rows");
 }
 
 void openAndReadFloor(State& state) {
     keepPages();
     const Sample sample = sampleOf(state);
-    const size_t len = sample.payload.size();
-    Cipher cipher;
-    std::vector<uint8_t> stored(len);
-    uint8_t iv[SDB_IV_LEN];
-    uint8_t tag[SDB_TAG_LEN];
-    cipher.encrypt(bytesOf(sample.payload), len, stored.data(), iv, tag);
-    replaceFileBare(kFloorFile, stored.data(), len, false);
+    Message message(sample);
+    message.encrypt();
+    replaceFileBare(kFloorFile, message.sealed.data(), message.sealed.size(), false);
     RowList rows(sample);
     Texts texts;
     timeEach(
@@ -271,20 +180,19 @@ void openAndReadFloor(State& state) {
             mergeFreeBlocks();
         },
         [&] {
-            readFileBare(kFloorFile, &stored);
-            check(cipher.decrypt(stored.data(), len, stored.data(), iv, tag), "decryption");
-            rows.load(stored.data());
+            readFileBare(kFloorFile, &message.sealed);
+            message.decrypt(message.sealed.data());
+            rows.load(message.sealed.data());
             rows.allRows(&texts);
         },
         [] {});
-    check(texts.size() == sample.rows.size(), "rows");
+    check(texts == sample.texts(), "rows");
 }
 
 void openAndReadPeer(State& state) {
     keepPages();
     const Sample sample = sampleOf(state);
     SqlcipherStore::create(kPeerFile, sample.rows);
-    const std::string statement = SqlcipherStore::selectAllText();
     std::optional<SqlcipherStore> peer;
     Texts texts;
     timeEach(
@@ -296,29 +204,13 @@ void openAndReadPeer(State& state) {
         },
         [&] {
             peer.emplace(kPeerFile);
-            peer->select(statement, &texts);
+            peer->select(SqlcipherStore::kSelectAll, &texts);
         },
         [] {});
-    Texts expected = expectedTexts(sample);
-    expected.pop_back();
-    check(texts == expected, "rows");
+    check(texts == sample.texts(), "rows");
 }
 
 // ---- DBEncrypt ----------------------------------------------------------------------------------
-
-// A payload, and what becomes of it.
-struct Message {
-    explicit Message(const Sample& sample)
-        : plain(sample.payload.begin(), sample.payload.end()),
-          sealed(plain.size()),
-          opened(plain.size()) {}
-
-    std::vector<uint8_t> plain;
-    std::vector<uint8_t> sealed;
-    std::vector<uint8_t> opened;
-    uint8_t iv[SDB_IV_LEN];
-    uint8_t tag[SDB_TAG_LEN];
-};
 
 // `run` encrypts the message when its argument is false, and else decrypts it.
 template <typename Run>
@@ -345,28 +237,14 @@ void convert(State& state, bool decrypt, size_t max_update_bytes) {
 }
 
 void convertFloor(State& state, bool decrypt) {
-    Cipher cipher;
     Message message(sampleOf(state));
     convertMessage(state, message, decrypt, [&](bool decrypting) {
-        const size_t len = message.plain.size();
         if (decrypting) {
-            check(cipher.decrypt(message.sealed.data(), len, message.opened.data(), message.iv,
-                                 message.tag),
-                  "decryption");
+            message.decrypt(message.opened.data());
         } else {
-            cipher.encrypt(message.plain.data(), len, message.sealed.data(), message.iv,
-                           message.tag);
+            message.encrypt();
         }
     });
-}
-
-void addChange(const char* subject, Change change, void (*run)(State&, Change),
-               void (*peer)(State&)) {
-    add(subject, "ours", Timing::kEach, [=](State& state) { run(state, change); });
-    add(subject, "floor", Timing::kLoop, [=](State& state) { changeFloor(state, change.flush); });
-    if (change.flush) {
-        add(subject, "sqlcipher", Timing::kEach, peer);
-    }
 }
 
 void addWalk(const char* subject, std::function<void(State&)> run, Walk walk) {
@@ -375,18 +253,27 @@ void addWalk(const char* subject, std::function<void(State&)> run, Walk walk) {
 }
 
 void addRetrieve(const char* subject, Retrieve call, Walk walk) {
-    addWalk(subject, [=](State& state) { retrieve(state, call, walk); }, walk);
+    const auto run = [=](State& state) { retrieve(state, call, walk); };
+    addWalk(subject, run, walk);
 }
 
 }  // namespace
 
-void registerObjectBenchmarks() {
-    addChange("SodInsert.unflushed", {false, 0}, insert, insertPeer);
-    addChange("SodInsert.unflushed_4KiB", {false, kSmallUpdate}, insert, insertPeer);
-    addChange("SodInsert.flushed", {true, 0}, insert, insertPeer);
-    addChange("SodDelete.unflushed", {false, 0}, remove, removePeer);
-    addChange("SodDelete.unflushed_4KiB", {false, kSmallUpdate}, remove, removePeer);
-    addChange("SodDelete.flushed", {true, 0}, remove, removePeer);
+void addObjectBenchmarks() {
+    for (const bool removing : {false, true}) {
+        for (const Change& each : kChanges) {
+            const std::string subject =
+                (removing ? "SodDelete." : "SodInsert.") + std::string(each.name);
+            add(subject, "ours", Timing::kEach,
+                [=](State& state) { makeChanges(state, each, removing); });
+            add(subject, "floor", Timing::kLoop,
+                [=](State& state) { changeFloor(state, each.flush); });
+            if (each.flush) {
+                add(subject, "sqlcipher", Timing::kEach,
+                    [=](State& state) { changePeer(state, removing); });
+            }
+        }
+    }
 
     add("SodSelect_alias", "ours", Timing::kLoop, selectAlias);
     add("SodSelect_alias", "floor", Timing::kLoop, selectAliasFloor);

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "file_calls.h"
 #include "support.h"
@@ -47,51 +48,45 @@ void dropTable() {
           "drop table");
 }
 
-FlushSwitch::FlushSwitch(bool flush) : before_(zelkm::g_file_calls.flush) {
+void setFlush(bool flush) {
     zelkm::g_file_calls.flush = flush ? realFlush : skipFlush;
-}
-
-FlushSwitch::~FlushSwitch() {
-    zelkm::g_file_calls.flush = before_;
 }
 
 ObjectStore::ObjectStore(const Sample& sample, size_t max_update_bytes)
     : keymaster_(max_update_bytes) {
     mergeFreeBlocks();
-    const FlushSwitch unflushed(false);
+    setFlush(false);
     std::filesystem::remove(std::string(kStoreFile) + ".bak");
     std::ofstream(kStoreFile, std::ios::binary | std::ios::trunc) << sample.image;
     dropTable();
     object_.emplace(&keymaster_, true);
 
     // The first changes encrypt it.
-    SODOperationParam row = rowParam(sample.extra);
-    SODOperationParam alias = aliasParam(sample.extra);
-    check(object_->SodInsert(row) == ZELKM_OK && object_->SodDelete(alias) == ZELKM_OK,
-          "encrypt the store");
+    choose(sample.extra);
+    insert();
+    remove();
     check(std::filesystem::file_size(kStoreFile) == sample.image.size(), "store file");
     dropTable();
     mergeFreeBlocks();
-    check(all() == expectedTexts(sample), "rows");
+    check(rows() == sample.texts(), "rows");
 }
 
-ObjectStore::~ObjectStore() {
+void ObjectStore::choose(const Row& row) {
+    row_ = rowParam(row);
+    alias_ = aliasParam(row);
+}
+
+Texts ObjectStore::rows() {
     dropTable();
-}
-
-Texts ObjectStore::all(ZelKeymasterOperation& object) {
     SODOperationParam everything;
     Texts texts;
-    check(object.SodSelect(readAllColumns(everything), texts) == ZELKM_OK, "SodSelect");
-    return texts;
+    select(readAllColumns(everything), &texts);
+    return withoutEnd(std::move(texts));
 }
 
-Texts expectedTexts(const Sample& sample) {
-    Texts texts;
-    for (const Row& row : sample.rows) {
-        texts.push_back(encodeRow(row));
-    }
-    texts.push_back(std::string(1, '\0'));
+Texts withoutEnd(Texts texts) {
+    check(!texts.empty() && texts.back() == std::string(1, '\0'), "last text");
+    texts.pop_back();
     return texts;
 }
 

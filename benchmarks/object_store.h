@@ -7,8 +7,6 @@
 
 #include <cstddef>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "bare_keymaster.h"
 #include "sample_rows.h"
@@ -18,47 +16,51 @@ namespace bench {
 
 inline constexpr char kStoreFile[] = "secure_objects.db";
 
-// Parameters for a row as a whole, for a condition on its alias, and for all columns to read back.
+// Parameters for a row as a whole, and for a condition on its alias.
 SODOperationParam rowParam(const Row& row);
 SODOperationParam aliasParam(const Row& row);
+
+// Adds all columns to what a select puts out.
 SODOperationParam& readAllColumns(SODOperationParam& param);
 
 // Forgets the engine's table, so that the next query of any object loads its image.
 void dropTable();
 
-// Leaves the flush out, or puts it back in, for as long as it lives.
-class FlushSwitch {
-  public:
-    explicit FlushSwitch(bool flush);
-    ~FlushSwitch();
-    FlushSwitch(const FlushSwitch&) = delete;
-    FlushSwitch& operator=(const FlushSwitch&) = delete;
-
-  private:
-    void (*const before_)(int fd);
-};
+// Leaves the flush out from now on, or puts it back in.
+void setFlush(bool flush);
 
 class ObjectStore {
   public:
-    // Replaces the files of an earlier store, save the database key's.
+    // Replaces the files of an earlier store, save the database key's, and leaves the flush out.
     explicit ObjectStore(const Sample& sample, size_t max_update_bytes = 0);
-    ~ObjectStore();
+    ~ObjectStore() { dropTable(); }
     ObjectStore(const ObjectStore&) = delete;
     ObjectStore& operator=(const ObjectStore&) = delete;
 
     BareKeymaster& keymaster() { return keymaster_; }
     ZelKeymasterOperation& object() { return *object_; }
 
-    // What SodSelect() answers for all rows and columns.
-    Texts all() { return all(*object_); }
-    static Texts all(ZelKeymasterOperation& object);
+    // The row that insert() and remove() take.
+    void choose(const Row& row);
+    void insert() { check(object_->SodInsert(row_) == ZELKM_OK, "SodInsert"); }
+    void remove() { check(object_->SodDelete(alias_) == ZELKM_OK, "SodDelete"); }
+
+    void select(SODOperationParam& param, Texts* texts) {
+        check(object_->SodSelect(param, *texts) == ZELKM_OK, "SodSelect");
+    }
+
+    // All rows and columns of the store's file.
+    Texts rows();
+    size_t count() { return rows().size(); }
 
   private:
     BareKeymaster keymaster_;
     std::optional<ZelKeymasterOperation> object_;
+    SODOperationParam row_;
+    SODOperationParam alias_;
 };
 
-// What ObjectStore::all() must answer: one text per row, and a last one that is a single NUL.
-Texts expectedTexts(const Sample& sample);
+// What SodSelect() answers, without the last text, which is a single NUL.
+Texts withoutEnd(Texts texts);
 
 }  // namespace bench

@@ -11,8 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support.h"
-
 namespace bench {
 namespace {
 
@@ -52,62 +50,44 @@ void append(const db_row& row, std::string* text) {
 
 Cipher::Cipher() : encrypting_(newContext(1)), decrypting_(newContext(0)) {}
 
-void Cipher::beginEncryption(uint8_t* iv) {
-    std::memset(iv, 0, SDB_IV_LEN);
-    std::memcpy(iv, &next_nonce_, sizeof(next_nonce_));
-    ++next_nonce_;
-    int done = 0;
-    check(EVP_EncryptInit_ex(encrypting_.get(), nullptr, nullptr, nullptr, iv) == 1 &&
-              EVP_EncryptUpdate(encrypting_.get(), nullptr, &done, kAad, SDB_AAD_LEN) == 1,
-          "encryption");
+void Cipher::begin(bool decrypting, uint8_t* iv) {
+    current_ = decrypting ? decrypting_.get() : encrypting_.get();
+    if (!decrypting) {
+        std::memset(iv, 0, SDB_IV_LEN);
+        std::memcpy(iv, &next_nonce_, sizeof(next_nonce_));
+        ++next_nonce_;
+    }
+    check(EVP_CipherInit_ex(current_, nullptr, nullptr, nullptr, iv, -1) == 1, "nonce");
+    update(kAad, SDB_AAD_LEN, nullptr);
 }
 
-void Cipher::encrypt(const uint8_t* in, size_t len, uint8_t* out) {
+void Cipher::update(const uint8_t* in, size_t len, uint8_t* out) {
     int done = 0;
-    check(EVP_EncryptUpdate(encrypting_.get(), out, &done, in, static_cast<int>(len)) == 1,
-          "encryption");
+    check(EVP_CipherUpdate(current_, out, &done, in, static_cast<int>(len)) == 1, "update");
 }
 
-void Cipher::endEncryption(uint8_t* tag) {
+bool Cipher::finish(uint8_t* tag) {
+    const bool decrypting = current_ == decrypting_.get();
     uint8_t rest[SDB_TAG_LEN];
     int done = 0;
-    check(EVP_EncryptFinal_ex(encrypting_.get(), rest, &done) == 1 &&
-              EVP_CIPHER_CTX_ctrl(encrypting_.get(), EVP_CTRL_GCM_GET_TAG, SDB_TAG_LEN, tag) == 1,
-          "encryption");
-}
-
-void Cipher::beginDecryption(const uint8_t* iv) {
-    int done = 0;
-    check(EVP_DecryptInit_ex(decrypting_.get(), nullptr, nullptr, nullptr, iv) == 1 &&
-              EVP_DecryptUpdate(decrypting_.get(), nullptr, &done, kAad, SDB_AAD_LEN) == 1,
-          "decryption");
-}
-
-void Cipher::decrypt(const uint8_t* in, size_t len, uint8_t* out) {
-    int done = 0;
-    check(EVP_DecryptUpdate(decrypting_.get(), out, &done, in, static_cast<int>(len)) == 1,
-          "decryption");
-}
-
-bool Cipher::endDecryption(const uint8_t* tag) {
-    uint8_t rest[SDB_TAG_LEN];
-    int done = 0;
-    return EVP_CIPHER_CTX_ctrl(decrypting_.get(), EVP_CTRL_GCM_SET_TAG, SDB_TAG_LEN,
-                               const_cast<uint8_t*>(tag)) == 1 &&
-           EVP_DecryptFinal_ex(decrypting_.get(), rest, &done) == 1;
+    if (decrypting) {
+        check(EVP_CIPHER_CTX_ctrl(current_, EVP_CTRL_GCM_SET_TAG, SDB_TAG_LEN, tag) == 1, "tag");
+    }
+    return EVP_CipherFinal_ex(current_, rest, &done) == 1 &&
+           (decrypting ||
+            EVP_CIPHER_CTX_ctrl(current_, EVP_CTRL_GCM_GET_TAG, SDB_TAG_LEN, tag) == 1);
 }
 
 void Cipher::encrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag) {
-    beginEncryption(iv);
-    encrypt(in, len, out);
-    endEncryption(tag);
+    begin(false, iv);
+    update(in, len, out);
+    check(finish(tag), "encryption");
 }
 
-bool Cipher::decrypt(const uint8_t* in, size_t len, uint8_t* out, const uint8_t* iv,
-                     const uint8_t* tag) {
-    beginDecryption(iv);
-    decrypt(in, len, out);
-    return endDecryption(tag);
+void Cipher::decrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag) {
+    begin(true, iv);
+    update(in, len, out);
+    check(finish(tag), "decryption");
 }
 
 int Cipher::callback(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
@@ -115,9 +95,10 @@ int Cipher::callback(void* ctx, unsigned int mode, unsigned char* plain, unsigne
                      unsigned char* /*aad*/, unsigned int /*aad_len*/) {
     Cipher* self = static_cast<Cipher*>(ctx);
     if (mode == 0) {
-        return self->decrypt(cipher, len, plain, iv, tag) ? ZELKM_OK : ZELKM_VERIFICATION_FAILED;
+        self->decrypt(cipher, len, plain, iv, tag);
+    } else {
+        self->encrypt(plain, len, cipher, iv, tag);
     }
-    self->encrypt(plain, len, cipher, iv, tag);
     return ZELKM_OK;
 }
 
@@ -129,6 +110,7 @@ RowList::RowList(const Sample& sample) {
             lengths_.push_back(static_cast<uint32_t>(value.size()));
         }
     }
+    load(bytesOf(sample.payload));
 }
 
 void RowList::load(const uint8_t* payload) {
@@ -202,34 +184,18 @@ void RowList::allAliases(Texts* texts) const {
     }
 }
 
-void selectAliasFloor(benchmark::State& state) {
+void selectAliasFloor(State& state) {
     const Sample sample = sampleOf(state);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    Texts aliases;
-    for (uint64_t step = 0; step < kProbes; ++step) {
-        aliases.push_back(sample.rows[sample.pick(step)][0]);
-    }
-    size_t next = 0;
-    Texts found;
-    for ([[maybe_unused]] auto _ : state) {
-        found.clear();
-        rows.findAlias(aliases[next++ % kProbes], &found);
-        benchmark::DoNotOptimize(found.data());
-    }
-    check(!found.empty(), "row");
+    const RowList rows(sample);
+    timeProbes(
+        state, sample, [](const Row& row) { return row[0]; },
+        [&](const std::string& alias, Texts* found) { rows.findAlias(alias, found); });
 }
 
-void selectAccessorFloor(benchmark::State& state) {
+void selectAccessorFloor(State& state) {
     const Sample sample = sampleOf(state);
-    RowList rows(sample);
-    rows.load(bytesOf(sample.payload));
-    Texts found;
-    for ([[maybe_unused]] auto _ : state) {
-        found.clear();
-        rows.findAccessor(kAccessorNumber, &found);
-        benchmark::DoNotOptimize(found.data());
-    }
+    const RowList rows(sample);
+    timeSelect(state, [&](Texts* found) { rows.findAccessor(kAccessorNumber, found); });
 }
 
 // ---- Files --------------------------------------------------------------------------------------

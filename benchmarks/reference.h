@@ -5,7 +5,6 @@
 
 #pragma once
 
-#include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 
 #include <cstddef>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "sample_rows.h"
+#include "support.h"
 #include "velt_secure_db.h"
 
 namespace bench {
@@ -25,20 +25,16 @@ class Cipher {
   public:
     Cipher();
 
-    // In pieces: a nonce of the cipher's own or the given one, the data, the tag.
-    void beginEncryption(uint8_t* iv);
-    void encrypt(const uint8_t* in, size_t len, uint8_t* out);
-    void endEncryption(uint8_t* tag);
-    void beginDecryption(const uint8_t* iv);
-    void decrypt(const uint8_t* in, size_t len, uint8_t* out);
+    // In pieces. An encryption puts out the nonce, which is the cipher's own, and the tag; a
+    // decryption takes them.
+    void begin(bool decrypting, uint8_t* iv);
+    void update(const uint8_t* in, size_t len, uint8_t* out);
     // False when the tag does not match.
-    [[nodiscard]] bool endDecryption(const uint8_t* tag);
+    [[nodiscard]] bool finish(uint8_t* tag);
 
     // At once.
     void encrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag);
-    // False when the tag does not match.
-    [[nodiscard]] bool decrypt(const uint8_t* in, size_t len, uint8_t* out, const uint8_t* iv,
-                               const uint8_t* tag);
+    void decrypt(const uint8_t* in, size_t len, uint8_t* out, uint8_t* iv, uint8_t* tag);
 
     // The engine's encryption callback; `ctx` is a Cipher.
     static int callback(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
@@ -53,13 +49,32 @@ class Cipher {
 
     Context encrypting_;
     Context decrypting_;
+    EVP_CIPHER_CTX* current_ = nullptr;
     uint64_t next_nonce_ = 1;
+};
+
+// A sample's payload, room for what encryption makes of it, and for what decryption makes of that.
+struct Message {
+    explicit Message(const Sample& sample)
+        : plain(sample.payload.begin(), sample.payload.end()),
+          sealed(plain.size()),
+          opened(plain.size()) {}
+
+    void encrypt() { cipher.encrypt(plain.data(), plain.size(), sealed.data(), iv, tag); }
+    void decrypt(uint8_t* to) { cipher.decrypt(sealed.data(), sealed.size(), to, iv, tag); }
+
+    Cipher cipher;
+    std::vector<uint8_t> plain;
+    std::vector<uint8_t> sealed;
+    std::vector<uint8_t> opened;
+    uint8_t iv[SDB_IV_LEN];
+    uint8_t tag[SDB_TAG_LEN];
 };
 
 // Rows in memory as the engine must keep them: a linked list, each value with a heap block.
 class RowList {
   public:
-    // `sample` gives the lengths, and must outlive the list.
+    // Loads the sample, which also gives the lengths of what is loaded later.
     explicit RowList(const Sample& sample);
     ~RowList() { clear(); }
     RowList(const RowList&) = delete;
@@ -83,8 +98,8 @@ class RowList {
 };
 
 // Floors of a select, as benchmarks: a walk over a list of the sample's rows.
-void selectAliasFloor(benchmark::State& state);
-void selectAccessorFloor(benchmark::State& state);
+void selectAliasFloor(State& state);
+void selectAccessorFloor(State& state);
 
 // Replaces a file by the system calls that this takes, and no other.
 void replaceFileBare(const std::string& path, const void* data, size_t len, bool flush);

@@ -22,9 +22,8 @@ import time
 
 sys.dont_write_bytecode = True
 
-SIZES = [10, 100, 1000, 10000]
-LARGE = 100000
-HEAPS = ["fresh", "aged"]
+from report import HEAPS, LARGE, tables, write
+
 MEMORY_SIZES = [1000, 10000, 100000]
 
 # A figure counts as worse when it is so by more than TOLERANCE and by more than NOISES standard
@@ -41,14 +40,13 @@ def arguments():
     parser.add_argument("--compare", type=pathlib.Path, metavar="FOLDER",
                         help="the same of another revision: exit 1 if this one is slower anywhere")
     parser.add_argument("--quick", action="store_true", help="a smoke run")
-    parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--min-time", type=float, default=0.05, help="seconds per figure")
     parser.add_argument("--only", default="", help="subjects that match this expression")
     parser.add_argument("--docs", type=pathlib.Path, metavar="FOLDER",
                         help="write the tables and pictures of a whole run here")
     options = parser.parse_args()
-    if options.quick:
-        options.rounds, options.min_time = 1, 0.002
+    options.rounds, options.min_time = (1, 0.002) if options.quick else (5, 0.05)  # seconds each
+    options.sizes = [100, 1000] if options.quick else [10, 100, 1000, 10000]
+    options.heaps = HEAPS[:1] if options.quick else HEAPS
     return options
 
 
@@ -105,9 +103,6 @@ class Figures:
         self.machine = ""
         self.busy = False
 
-    def add(self, key, value):
-        self.times.setdefault(key, []).append(value)
-
     def subjects(self):
         return list(dict.fromkeys(key[0] for key in self.times))
 
@@ -136,23 +131,18 @@ def measure(options, bench):
     figures.rounds = options.rounds
     load_before = os.getloadavg()[0]
     subjects = bench.subjects(options.only)
-    sizes = [100, 1000] if options.quick else SIZES
-    heaps = HEAPS[:1] if options.quick else HEAPS
-    todo = [(subject, rows, heap) for heap in heaps for subject in subjects for rows in sizes]
+    todo = [(subject, rows, heap) for heap in options.heaps for subject in subjects
+            for rows in options.sizes]
+    once = [] if options.quick else [(subject, LARGE, "fresh") for subject in subjects]
     for turn in range(options.rounds):
-        for done, (subject, rows, heap) in enumerate(todo):
-            progress(f"round {turn + 1} of {options.rounds}: {done} of {len(todo)}, {subject}")
+        this_turn = todo + (once if turn == 0 else [])
+        for done, (subject, rows, heap) in enumerate(this_turn):
+            progress(f"round {turn + 1} of {options.rounds}: {done} of {len(this_turn)}, {subject}")
             for side in subjects[subject][::-1 if turn % 2 else 1]:  # no side is always the first
-                figures.add((subject, side, rows, heap),
-                            bench.time(subject, side, rows, heap, options.min_time))
+                figures.times.setdefault((subject, side, rows, heap), []).append(
+                    bench.time(subject, side, rows, heap, options.min_time))
     if not options.quick:
-        for subject, sides in subjects.items():
-            progress(f"{LARGE} rows: {subject}")
-            for side in sides:
-                figures.add((subject, side, LARGE, "fresh"),
-                            bench.time(subject, side, LARGE, "fresh", options.min_time))
-        for rows in MEMORY_SIZES:
-            figures.memory[rows] = bench.memory(rows)
+        figures.memory = {rows: bench.memory(rows) for rows in MEMORY_SIZES}
     figures.machine = machine_line(bench)
     figures.busy = load_before > 1 or os.getloadavg()[0] > 2  # one of them is this run itself
     progress("")
@@ -204,10 +194,8 @@ def verdict(quotients):
 def compare(options, bench, other):
     """The floors are the same on both sides, so the quotient of two ratios to them is that of the
     times. Returns whether nothing is worse."""
-    sizes = [100, 1000] if options.quick else SIZES
-    heaps = HEAPS[:1] if options.quick else HEAPS
-    quotients = {(*name, heap): [] for name in bench.names for heap in heaps
-                 if name[1].startswith("ours") and name[2] in sizes and name in other.names
+    quotients = {(*name, heap): [] for name in bench.names for heap in options.heaps
+                 if name[1].startswith("ours") and name[2] in options.sizes and name in other.names
                  and re.search(options.only, name[0])}
     steps = ("load", "insert", "read_all")
     memory = {("memory", step, rows, "fresh"): [] for step in steps for rows in MEMORY_SIZES[:2]
@@ -248,12 +236,11 @@ def main():
     bench = Bench(options.build)
     if options.compare:
         sys.exit(0 if compare(options, bench, Bench(options.compare)) else 1)
-    import report  # needs what is measured here
     figures = measure(options, bench)
-    print("\n".join(report.tables(figures)))
+    print("\n".join(tables(figures)))
     if options.docs and not options.quick and not options.only:
-        report.write(figures, options.docs / "figures.md")
-        import charts
+        write(figures, options.docs / "figures.md")
+        import charts  # needs the plotting library
         charts.draw(figures, options.docs / "pictures")
 
 

@@ -31,8 +31,6 @@ class Random {
     std::mt19937_64 generator_{kSeed};
 };
 
-}  // namespace
-
 std::vector<Row> makeRows(size_t count) {
     constexpr std::string_view kDigits = "0123456789";
     constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz";
@@ -51,6 +49,8 @@ std::vector<Row> makeRows(size_t count) {
     }
     return rows;
 }
+
+}  // namespace
 
 std::string encodeRow(const Row& row) {
     std::string text;
@@ -77,6 +77,14 @@ Sample::Sample(size_t count) : rows(makeRows(count + 1)), extra(rows.back()) {
 size_t Sample::pick(uint64_t step) const {
     constexpr uint64_t kScatter = 0x9E3779B97F4A7C15;  // 2^64 divided by the golden ratio
     return (step * kScatter >> 32) % rows.size();
+}
+
+Texts Sample::texts() const {
+    Texts texts;
+    for (const Row& row : rows) {
+        texts.push_back(encodeRow(row));
+    }
+    return texts;
 }
 
 }  // namespace bench

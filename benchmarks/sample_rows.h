@@ -27,14 +27,11 @@ inline constexpr size_t kProbes = 64;  // aliases that a select looks for in tur
 using Texts = std::vector<std::string>;
 using Row = std::array<std::string, SDB_NUM_COLUMNS>;  // in the order of the columns
 
-// Rows of 60 bytes on average in the store, with distinct aliases. Fewer rows are the first of
-// more.
-std::vector<Row> makeRows(size_t count);
-
 // A row's text as the store and a select of all columns have it, without its line feed.
 std::string encodeRow(const Row& row);
 
-// A store of `rows`: what a select of everything answers, and what the store's blob contains.
+// A store of rows of 60 bytes on average, with distinct aliases. The rows of a smaller one are the
+// first of a larger one's.
 struct Sample {
     explicit Sample(size_t count);
 
@@ -45,6 +42,9 @@ struct Sample {
 
     // The index of a row; fixed for each `step`, and without a pattern from one to the next.
     size_t pick(uint64_t step) const;
+
+    // What a select of all rows and columns finds.
+    Texts texts() const;
 };
 
 inline const uint8_t* bytesOf(const std::string& text) {

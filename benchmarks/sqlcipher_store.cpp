@@ -34,7 +34,7 @@ SqlcipherStore::SqlcipherStore(const std::string& path) {
           "open database");
 }
 
-void SqlcipherStore::create(const std::string& path, const std::vector<Row>& rows) {
+SqlcipherStore SqlcipherStore::create(const std::string& path, const std::vector<Row>& rows) {
     std::filesystem::remove(path);
     SqlcipherStore store(path);
     store.execute(
@@ -43,38 +43,39 @@ void SqlcipherStore::create(const std::string& path, const std::vector<Row>& row
     store.execute("CREATE INDEX objects_by_alias ON objects (alias)");
     store.execute("BEGIN");
     for (const Row& row : rows) {
-        store.insert(row);
+        store.choose(row);
+        store.insert();
     }
     store.execute("COMMIT");
+    return SqlcipherStore(path);
 }
 
-void SqlcipherStore::insert(const Row& row) {
+void SqlcipherStore::choose(const Row& row) {
+    row_ = &row;
     if (insert_ == nullptr) {
         insert_ = prepare("INSERT INTO objects VALUES (?, ?, ?, ?, ?, ?)");
+        remove_ = prepare("DELETE FROM objects WHERE alias = ?");
     }
-    for (size_t i = 0; i < row.size(); ++i) {
-        bindText(insert_.get(), static_cast<int>(i) + 1, row[i]);
+}
+
+void SqlcipherStore::insert() {
+    int position = 0;
+    for (const std::string& value : *row_) {
+        bindText(insert_.get(), ++position, value);
     }
     runOnce(insert_.get());
 }
 
-void SqlcipherStore::remove(const std::string& alias) {
-    if (remove_ == nullptr) {
-        remove_ = prepare("DELETE FROM objects WHERE alias = ?");
-    }
-    bindText(remove_.get(), 1, alias);
+void SqlcipherStore::remove() {
+    bindText(remove_.get(), 1, (*row_)[0]);
     runOnce(remove_.get());
 }
 
 std::string SqlcipherStore::selectText(const std::string& alias) {
-    return selectAllText() + " WHERE alias = '" + alias + "'";
+    return kSelectAll + std::string(" WHERE alias = '") + alias + "'";
 }
 
-std::string SqlcipherStore::selectAllText() {
-    return "SELECT alias, creator, admin, accessor, creator_uid, priv_acc FROM objects";
-}
-
-void SqlcipherStore::select(const std::string& sql, std::vector<std::string>* texts) {
+void SqlcipherStore::select(const char* sql, Texts* texts) {
     const Statement statement = prepare(sql);
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
         std::string& text = texts->emplace_back();
@@ -89,9 +90,9 @@ void SqlcipherStore::select(const std::string& sql, std::vector<std::string>* te
 }
 
 size_t SqlcipherStore::count() {
-    const Statement statement = prepare("SELECT count(*) FROM objects");
-    check(sqlite3_step(statement.get()) == SQLITE_ROW, sqlite3_errmsg(database_.get()));
-    return static_cast<size_t>(sqlite3_column_int64(statement.get(), 0));
+    Texts texts;
+    select(kSelectAll, &texts);
+    return texts.size();
 }
 
 void SqlcipherStore::execute(const char* sql) {
@@ -99,10 +100,9 @@ void SqlcipherStore::execute(const char* sql) {
           sqlite3_errmsg(database_.get()));
 }
 
-SqlcipherStore::Statement SqlcipherStore::prepare(const std::string& sql) {
+SqlcipherStore::Statement SqlcipherStore::prepare(const char* sql) {
     sqlite3_stmt* statement = nullptr;
-    check(sqlite3_prepare_v2(database_.get(), sql.data(), static_cast<int>(sql.size()), &statement,
-                             nullptr) == SQLITE_OK,
+    check(sqlite3_prepare_v2(database_.get(), sql, -1, &statement, nullptr) == SQLITE_OK,
           sqlite3_errmsg(database_.get()));
     return Statement(statement);
 }

@@ -25,18 +25,22 @@ class SqlcipherStore {
     // Opens the database without reading it.
     explicit SqlcipherStore(const std::string& path);
 
-    // Makes the table with `rows`, in a transaction, and reopens it.
-    static void create(const std::string& path, const std::vector<Row>& rows);
+    // Makes the database with `rows`, in one transaction, and reopens it.
+    static SqlcipherStore create(const std::string& path, const std::vector<Row>& rows);
+
+    // The row that insert() and remove() take; it must outlive them.
+    void choose(const Row& row);
 
     // One transaction each, with a statement prepared once.
-    void insert(const Row& row);
-    void remove(const std::string& alias);
+    void insert();
+    void remove();
 
-    static std::string selectText(const std::string& alias);  // SQL
-    static std::string selectAllText();
+    static constexpr char kSelectAll[] =
+        "SELECT alias, creator, admin, accessor, creator_uid, priv_acc FROM objects";
+    static std::string selectText(const std::string& alias);
 
     // Prepares and runs a select; appends one string per row to `texts`, as SodSelect() does.
-    void select(const std::string& sql, std::vector<std::string>* texts);
+    void select(const char* sql, Texts* texts);
 
     size_t count();
 
@@ -48,9 +52,10 @@ class SqlcipherStore {
     using Statement = std::unique_ptr<sqlite3_stmt, Close>;
 
     void execute(const char* sql);
-    Statement prepare(const std::string& sql);
+    Statement prepare(const char* sql);
 
     std::unique_ptr<sqlite3, Close> database_;
+    const Row* row_ = nullptr;
     Statement insert_;
     Statement remove_;
 };

@@ -6,35 +6,33 @@
 #include <android/log.h>
 #include <malloc.h>
 #include <stdlib.h>
-#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <utility>
-#include <vector>
 
 namespace bench {
-namespace {
 
-constexpr int64_t kRowCounts[] = {10, 100, 1000, 10000, 100000};
-
-}  // namespace
-
-void silenceLog() {
+int runApart(const std::function<void()>& work) {
+    // liblog is still called: debug lines cost what they cost on a device, where it drops them too.
     __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
-}
-
-WorkDirectory::WorkDirectory() : outside_(std::filesystem::current_path()) {
-    std::string pattern = outside_ + "/run-XXXXXX";
-    check(mkdtemp(pattern.data()) != nullptr && chdir(pattern.c_str()) == 0, "work directory");
-    path_ = pattern;
-}
-
-WorkDirectory::~WorkDirectory() {
+    const std::filesystem::path outside = std::filesystem::current_path();
+    std::string inside = outside / "run-XXXXXX";
+    int status = 1;
+    try {
+        check(mkdtemp(inside.data()) != nullptr, "work directory");
+        std::filesystem::current_path(inside);
+        work();
+        status = 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "benchmarks: %s\n", error.what());
+    }
     std::error_code ignored;
-    std::filesystem::current_path(outside_, ignored);
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::current_path(outside, ignored);
+    std::filesystem::remove_all(inside, ignored);
+    return status;
 }
 
 void ageHeap() {
@@ -64,11 +62,11 @@ void keepPages() {
 }
 
 void add(const std::string& subject, const char* side, Timing timing,
-         std::function<void(benchmark::State&)> run) {
+         std::function<void(State&)> run) {
     benchmark::internal::Benchmark* added =
         benchmark::RegisterBenchmark((subject + "/" + side).c_str(), std::move(run));
-    for (const int64_t count : kRowCounts) {
-        added->Arg(count);
+    for (const int64_t rows : {10, 100, 1000, 10000, 100000}) {
+        added->Arg(rows);
     }
     added->Unit(benchmark::kMicrosecond);
     if (timing == Timing::kEach) {

@@ -5,7 +5,7 @@
 # Builds the benchmarks, runs them and prints ratios, times and the machine. A whole run also
 # rewrites docs/figures.md and the pictures in docs/pictures.
 #
-#   scripts/bench.sh [--quick] [further arguments of benchmarks/run.py]
+#   scripts/bench.sh [--quick] [--only EXPRESSION]
 #   scripts/bench.sh --compare REV [--only EXPRESSION]
 #
 #   --quick         a smoke run of less than a minute, whose figures mean nothing
