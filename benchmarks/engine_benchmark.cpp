@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "db_store_format.h"
 #include "malloc_buffer.h"
 #include "reference.h"
 #include "sample_rows.h"
@@ -114,8 +115,8 @@ class Engine {
     void remove() { result_ = query(remove_); }
 
     size_t count() {
-        check(result_.len == image_.size(), "image");
         const std::string rows = all();
+        check(result_.len == zelkm::kHeaderLen + rows.size(), "image");
         return static_cast<size_t>(std::count(rows.begin(), rows.end(), kRowEnd));
     }
 

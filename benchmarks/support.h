@@ -90,7 +90,13 @@ void timeChanges(State& state, const Sample& sample, Store& store, bool removing
         const auto choose = [] {};  // the same row every time
         timeEach(state, choose, insert, remove);
     }
-    check(store.count() == sample.rows.size(), "rows");
+    const size_t count = sample.rows.size();
+    check(store.count() == count, "rows");
+    store.choose(sample.extra);
+    store.insert();
+    check(store.count() == count + 1, "inserted row");
+    store.remove();
+    check(store.count() == count, "removed row");
 }
 
 // Measures `select`, which appends its texts; returns the last ones.
