@@ -92,7 +92,10 @@ bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
         const int len = i2d_PUBKEY(key, nullptr);
         Bytes der(len > 0 ? static_cast<size_t>(len) : 0);
         uint8_t* at = der.data();
-        return len > 0 && i2d_PUBKEY(key, &at) == len ? der : Bytes();
+        if (len <= 0 || i2d_PUBKEY(key, &at) != len) {
+            der.clear();
+        }
+        return der;
     };
     const Bytes one = encoded(a);
     return !one.empty() && one == encoded(b);

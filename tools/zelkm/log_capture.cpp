@@ -46,12 +46,30 @@ std::string printable(const std::string& message) {
            (terminal ? escape(text) : withoutEscapes(text));
 }
 
-void logger(const __android_logger_data* data, const char* message) {
-    if (data->priority >= ANDROID_LOG_ERROR && g_errors.size() < kMaxErrors) {
+// Keeps an error, and answers whether the message is to be shown.
+bool take(int priority, const char* message) {
+    if (priority >= ANDROID_LOG_ERROR && g_errors.size() < kMaxErrors) {
         g_errors.emplace_back(message);
     }
-    if (g_shown || data->priority >= ANDROID_LOG_FATAL) {
+    return g_shown || priority >= ANDROID_LOG_FATAL;
+}
+
+// liblog's type of a logger decides which of these two is compiled. Debian 12's liblog passes the
+// message beside its data, Debian 13's within.
+template <typename Data>
+void logger(const Data* data, const char* message) {
+    if (take(data->priority, message)) {
         __android_log_stderr_logger(data, printable(message).c_str());
+    }
+}
+
+template <typename Message>
+void logger(const Message* message) {
+    if (take(message->priority, message->message)) {
+        const std::string text = printable(message->message);
+        Message shown = *message;
+        shown.message = text.c_str();
+        __android_log_stderr_logger(&shown);
     }
 }
 
