@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         elements.emplace_back(block.data.get(), block.data.get() + block.len);
     }
     const int status = ZelKeymasterOperation::validateAttestChain(elements, chain_only);
-    fuzz::require(status == 0 || (status == -30 && ERR_peek_error() == 0));
+    fuzz::require(status == 0 || (status == ZELKM_VERIFICATION_FAILED && ERR_peek_error() == 0));
     fuzz::require(status != 0 || elements.size() >= 3);
     ERR_clear_error();
     return 0;

@@ -32,6 +32,35 @@ struct ZelKeymasterOperationPeer {
 
 namespace {
 
+// The one place that holds the numbers of codes, tags and purposes. All other tests use the names.
+static_assert(ZELKM_OK == 0);
+static_assert(ZELKM_UNSUPPORTED_PURPOSE == -2);
+static_assert(ZELKM_VERIFICATION_FAILED == -30);
+static_assert(ZELKM_UNEXPECTED_NULL_POINTER == -32);
+static_assert(ZELKM_INVALID_KEY_BLOB == -33);
+static_assert(ZELKM_INVALID_ARGUMENT == -38);
+static_assert(ZELKM_INVALID_TAG == -40);
+static_assert(ZELKM_MEMORY_ALLOCATION_FAILED == -41);
+static_assert(ZELKM_MISSING_NONCE == -51);
+static_assert(ZELKM_KEY_REQUIRES_UPGRADE == -62);
+static_assert(ZELKM_UNSUPPORTED_COLUMN_TYPE == -100);
+static_assert(ZELKM_UNKNOWN_COLUMN == -910);
+static_assert(ZELKM_SYNTAX_ERROR == -911);
+static_assert(ZELKM_MALFORMED_STORE == -913);
+static_assert(ZELKM_STALE_TABLE_HANDLE == -914);
+static_assert(ZELKM_PAYLOAD_TOO_LONG == -915);
+static_assert(ZELKM_NOTHING_DELETED == -917);
+static_assert(ZELKM_SECURE_DB_DISABLED == -918);
+static_assert(ZELKM_UNKNOWN_ERROR == -1000);
+static_assert(PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY == 0 && PW_ENCRYPT_TYPE_TO_KEY == 1);
+static_assert(int(PWHW_PURPOSE_TO_KEY) == 101 && int(PWHW_PURPOSE_TO_ENCRYPTED_KEY) == 102);
+static_assert(uint32_t(PWHW_TAG_IN_1) == 0x90000907 && uint32_t(PWHW_TAG_IN_2) == 0x90000908);
+static_assert(uint32_t(PWHW_TAG_IN_3) == 0x90000909 && uint32_t(PWHW_TAG_IN_4) == 0x9000090A);
+static_assert(uint32_t(PWHW_TAG_ENCRYPTED_KEY) == 0x9000090B);
+static_assert(uint32_t(PWHW_TAG_KEY) == 0x9000090C && uint32_t(PWHW_TAG_TAG) == 0x9000090D);
+static_assert(uint32_t(PWHW_TAG_ROT) == 0x9000090E);
+static_assert(uint32_t(TAG_GENERATE_CSR) == 0x70000899);
+
 TEST(Abi, StructuresOfTheEngine) {
     const db_token_t token = {};
     EXPECT_EQ((Layout{0, 8, 16}), layout(token, token.token, token.len));

@@ -16,7 +16,6 @@ namespace {
 
 using android::hardware::hidl_vec;
 using namespace test;
-using Lines = std::vector<std::string>;
 
 // The same behind a separate first certificate, which the path's leaf signed.
 std::vector<Certificate> withFirst(std::vector<Certificate> path) {

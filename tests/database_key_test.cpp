@@ -6,15 +6,12 @@
 
 #include <openssl/sha.h>
 
-#include "fake_keymaster.h"
+#include "fake_keymaster_fixture.h"
 #include "file_faults.h"
-#include "operation_peer.h"
-#include "results.h"
 
 namespace {
 
 using namespace test;
-using Lines = std::vector<std::string>;
 
 Bytes digestOf(const std::string& text) {
     Bytes digest(SHA256_DIGEST_LENGTH);
@@ -22,17 +19,10 @@ Bytes digestOf(const std::string& text) {
     return digest;
 }
 
-class DatabaseKey : public test::InTempDir {
+class DatabaseKey : public OverFakeKeymaster {
   protected:
-    // "" stands for no cached blob, and for a missing file.
-    std::string cached() const {
-        const Bytes blob = peer.keyBlob();
-        return std::string(blob.begin(), blob.end());
-    }
-    static std::string contentOf(const char* path) {
-        const Bytes content = test::readFile(path).value_or(Bytes());
-        return std::string(content.begin(), content.end());
-    }
+    // The cached blob; "" when there is none.
+    std::string cached() const { return text(peer.keyBlob()); }
     // The key files and the cache as given, and an empty log.
     void start(const std::string& stored, const std::string& cached_blob) {
         for (const char* name : {"edbk", "edbk.bak", "edbk_digest", "edbk_digest.bak"}) {
@@ -47,10 +37,6 @@ class DatabaseKey : public test::InTempDir {
         km.answers.clear();
         test::clearLog();
     }
-
-    test::FakeKeymaster km;
-    const test::ObjectPtr object = test::makeObject(&km, false);
-    test::ObjectPeer peer{*object};
 };
 
 TEST_F(DatabaseKey, IsGeneratedWithSevenParametersAndStoredWithItsDigest) {
@@ -62,7 +48,7 @@ TEST_F(DatabaseKey, IsGeneratedWithSevenParametersAndStoredWithItsDigest) {
                      "PURPOSE=0x0 PURPOSE=0x1 MIN_MAC_LENGTH=0x80]"}),
               km.calls);
     EXPECT_EQ("abc", cached());
-    EXPECT_EQ("abc", contentOf("edbk"));
+    EXPECT_EQ("abc", text("edbk"));
     const Bytes digest = test::readFile("edbk_digest").value_or(Bytes());
     ASSERT_EQ(32u, digest.size());
     EXPECT_EQ(0xBA, digest[0]);  // FIPS 180-4's own example
@@ -76,8 +62,9 @@ TEST_F(DatabaseKey, IsGeneratedWithSevenParametersAndStoredWithItsDigest) {
 
 TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
     const std::string not_open = "E object: file open: No space left on device(28)";
-    const std::string not_written = "E object: key file hash writing fail -1000";
-    const std::string lost = "E object: error in generateKey hidl call : -1000";
+    const std::string not_written =
+        "E object: key file hash writing fail " + std::to_string(ZELKM_UNKNOWN_ERROR);
+    const std::string lost = callLost("error in generateKey");
     const Answer fresh = answered(bytes("new"));
     const struct {
         const char* name;
@@ -108,9 +95,8 @@ TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ("", cached());
         EXPECT_EQ(nullptr, peer.keyBlobData());
-        EXPECT_EQ(c.stored, contentOf("edbk"));
+        EXPECT_EQ(c.stored, text("edbk"));
     }
-    const test::ObjectPtr alone = test::makeObject(nullptr, false);
     test::clearLog();
     EXPECT_EQ(ZELKM_UNKNOWN_ERROR, alone->init_db_key(1));
     EXPECT_EQ((Lines{"W object: This case should not exist, keygeneration with keymaster dev"}),
@@ -120,8 +106,8 @@ TEST_F(DatabaseKey, FailingGenerationLeavesNoKey) {
 TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
     const std::string set_anyway =
         "E object: getKeyCharacteristics but set anyway, err : 0";  // whatever the error is
-    const std::string lost_check = "E object: error during getKeyCharacteristics hidl call : -1000";
-    const std::string lost_upgrade = "E object: error during upgradeKey hidl call : -1000";
+    const std::string lost_check = callLost("error during getKeyCharacteristics");
+    const std::string lost_upgrade = callLost("error during upgradeKey");
     const std::string upgrade = "W object: Upgrade the db key";
     const std::string write = "W object: Upgrade the db key file";
     const std::string not_open = "E object: file open: No space left on device(28)";
@@ -167,14 +153,14 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.cached, cached());
         EXPECT_EQ(c.cached == "loaded", peer.keyBlobData() == blob);
-        EXPECT_EQ(c.cached == "new" ? "new" : "loaded", contentOf("edbk"));
+        EXPECT_EQ(c.cached == "new" ? "new" : "loaded", text("edbk"));
         EXPECT_EQ(c.check.error == ZELKM_KEY_REQUIRES_UPGRADE
                       ? (Lines{"getKeyCharacteristics loaded", "upgradeKey loaded []"})
                       : (Lines{"getKeyCharacteristics loaded"}),
                   km.calls);
         EXPECT_EQ((std::set<const uint8_t*>{blob}), km.seen);
         if (c.cached == "new") {
-            EXPECT_EQ("loaded", contentOf("edbk.bak"));
+            EXPECT_EQ("loaded", text("edbk.bak"));
             EXPECT_EQ(digestOf("new"), test::readFile("edbk_digest"));
         }
         if (peer.keyBlobData() != blob) {
@@ -198,9 +184,10 @@ TEST_F(DatabaseKey, IsRepairedOrReplacedAtTheFirstUse) {
     EXPECT_EQ("fresh", cached());
     Lines log = test::log();
     log.resize(3);
+    const std::string code = "(" + std::to_string(ZELKM_INVALID_KEY_BLOB) + ")";
     EXPECT_EQ((Lines{"E object: getKeyCharacteristics but set anyway, err : 0",
-                     "E object: check_and_upgrade_db_key error(-33)",
-                     "W object: try restoreKeyBlob(-33)"}),
+                     "E object: check_and_upgrade_db_key error" + code,
+                     "W object: try restoreKeyBlob" + code}),
               log);
 
     // An empty key file counts as none.
@@ -265,7 +252,7 @@ TEST_F(DatabaseKey, EachDecisionOfARepair) {
         EXPECT_EQ(0, object->restoreKeyBlob());
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(c.cached_after, cached());
-        EXPECT_EQ(c.stored_after, contentOf("edbk"));
+        EXPECT_EQ(c.stored_after, text("edbk"));
         const bool regenerated = c.cached_after == "fresh";
         EXPECT_EQ(regenerated ? digestOf("fresh") : c.digest,
                   test::readFile("edbk_digest").value_or(Bytes()));

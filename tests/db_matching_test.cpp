@@ -13,7 +13,6 @@
 namespace {
 
 using namespace test;
-using Lines = std::vector<std::string>;
 
 class Matching : public test::Engine {};
 

@@ -119,9 +119,9 @@ TEST_F(ObjectTable, SaysWhereMemoryRanOut) {
         }
         return all;
     };
-    const std::string insert = "INSERT error(-41)\nexecute_command error -41\n";
-    const std::string remove = "DELETE error(-41)\nexecute_command error -41\n";
-    const std::string loading = "convert_to_internal error -41\n";
+    const std::string insert = refusedBy("INSERT", ZELKM_MEMORY_ALLOCATION_FAILED);
+    const std::string remove = refusedBy("DELETE", ZELKM_MEMORY_ALLOCATION_FAILED);
+    const std::string loading = notLoaded(ZELKM_MEMORY_ALLOCATION_FAILED);
     const std::string output = "allocation failure for out\n";
     const std::string exporting = output + "export sdb fail, clear db to sync again\n";
     const std::string value = "create colume value failure\n";
@@ -158,10 +158,9 @@ TEST_F(ObjectTable, SelectsAndDeletesWithoutAnyMemory) {
             EXPECT_TRUE(nothing);
             EXPECT_EQ("allocation failure for out\n", said);
             EXPECT_EQ(ZELKM_MEMORY_ALLOCATION_FAILED, removed);
-            EXPECT_EQ(
-                "allocation failure for out\nexport sdb fail, clear db to sync again\n"
-                "DELETE error(-41)\nexecute_command error -41\n",
-                messages());
+            EXPECT_EQ("allocation failure for out\nexport sdb fail, clear db to sync again\n" +
+                          refusedBy("DELETE", ZELKM_MEMORY_ALLOCATION_FAILED),
+                      messages());
             EXPECT_EQ(ZELKM_STALE_TABLE_HANDLE, query("SELECT (ALIAS)"));
         }
     }
@@ -255,8 +254,10 @@ TEST_F(ObjectTable, RefusesColumnsThatHoldNoBytes) {
     uint32_t& flags = column_schema[2].flags;
     const uint32_t before = std::exchange(flags, SDB_ATTR_ENUMERATED);
     EXPECT_EQ(ZELKM_UNSUPPORTED_COLUMN_TYPE, query("INSERT (ADMIN) VALUE (x)"));
-    EXPECT_EQ("not supported type\nINSERT error(-100)\nexecute_command error -100\n", messages());
-    EXPECT_EQ("not supported type\nconvert_to_internal error -100\n", load(store(1, "a^^^^^^\n$")));
+    EXPECT_EQ("not supported type\n" + refusedBy("INSERT", ZELKM_UNSUPPORTED_COLUMN_TYPE),
+              messages());
+    EXPECT_EQ("not supported type\n" + notLoaded(ZELKM_UNSUPPORTED_COLUMN_TYPE),
+              load(store(1, "a^^^^^^\n$")));
     flags = before;
 }
 

@@ -28,15 +28,15 @@ std::string with(std::string blob, size_t offset, uint32_t value) {
     return blob.replace(offset, 4, le32(value));
 }
 
-constexpr char kShort[] = "db size error\nconvert_to_internal error -913\n";
+const std::string kShort = "db size error\n" + notLoaded(ZELKM_MALFORMED_STORE);
 
 std::string tooLong(const std::string& numbers) {
-    return "invalid db file len = " + numbers + "\nconvert_to_internal error -915\n";
+    return "invalid db file len = " + numbers + "\n" + notLoaded(ZELKM_PAYLOAD_TOO_LONG);
 }
 
 // A row is followed by another byte than a line feed; 0 at the end of the payload.
 std::string rowEnd(int byte) {
-    return "abnormal end of lne " + std::to_string(byte) + "\nconvert_to_internal error -913\n";
+    return "abnormal end of lne " + std::to_string(byte) + "\n" + notLoaded(ZELKM_MALFORMED_STORE);
 }
 
 class StoreFormat : public test::Engine {

@@ -229,9 +229,7 @@ TEST_F(DeviceCosts, OutgrowTheTransportBetween17000And18000Objects) {
         clearLog();
         SODOperationParam extra = objectParam(rows);
         EXPECT_EQ(0, object_->SodInsert(extra));
-        const Bytes stored = readFile(kStore).value_or(Bytes());
-        const std::string text(stored.begin(), stored.end());
-        EXPECT_EQ(rows == 18000, text.find("object-") != text.npos);
+        EXPECT_EQ(rows == 18000, text(kStore).find("object-") != std::string::npos);
         EXPECT_EQ(rows == 18000, !errors().empty());
         stop();
         start();

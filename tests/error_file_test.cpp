@@ -19,21 +19,20 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using test::Lines;
 
 constexpr char kErrorFile[] = "zelko_err.txt";
 
 class ErrorFile : public test::InTempDir {
   protected:
     static void inChild(const std::function<void()>& action) {
-        EXPECT_EQ(0, test::runInChild([&] { return action(), HasFailure() ? 1 : 0; }).status);
+        EXPECT_EQ(0, test::runInChild([&] { return action(), HasFailure() ? 1 : 0; }));
     }
     static void construct() { ZelKeymasterOperation object(nullptr, false); }
 
     // What follows "yyyy-mm-dd hh:mm:ss.mmm " in each line. A file begins with a byte order mark.
     static Lines lines(const std::string& name = kErrorFile) {
-        const test::Bytes content = test::readFile(name).value_or(test::Bytes());
-        std::istringstream in(std::string(content.begin(), content.end()));
+        std::istringstream in(test::text(name));
         Lines result;
         for (std::string line; std::getline(in, line);) {
             const size_t mark = line.rfind("\xEF\xBB\xBF", 0) == 0 ? 3 : 0;
@@ -49,10 +48,7 @@ class ErrorFile : public test::InTempDir {
         return "WARN  [" + tid + "] [log_to_file@102] zelkeymaster_operation.cpp" + message;
     }
     // What a child wrote into "tid".
-    static std::string tid() {
-        const test::Bytes content = test::readFile("tid").value_or(test::Bytes());
-        return std::string(content.begin(), content.end());
-    }
+    static std::string tid() { return test::text("tid"); }
 };
 
 TEST_F(ErrorFile, LinesCarryLevelThreadOriginAndText) {

@@ -6,10 +6,8 @@
 
 #include <map>
 
-#include "fake_keymaster.h"
+#include "fake_keymaster_fixture.h"
 #include "file_faults.h"
-#include "operation_peer.h"
-#include "results.h"
 #include "wiped_memory.h"
 #include "zelkeymaster_operation_internal.h"
 
@@ -17,13 +15,16 @@ namespace {
 
 using namespace test;
 using namespace android::hardware::keymaster::V4_0;
-using Lines = std::vector<std::string>;
 
 constexpr char kStore[] = "secure_objects.db";
 
+std::string process(const char* call, int error) {
+    return "E object: error in " + std::string(call) + " process : " + std::to_string(error);
+}
+
 // ---- One operation ------------------------------------------------------------------------------
 
-class DatabaseEncryption : public test::InTempDir {
+class DatabaseEncryption : public OverFakeKeymaster {
   protected:
     DatabaseEncryption() {
         peer.setKeyBlob(bytes("key"));
@@ -53,9 +54,6 @@ class DatabaseEncryption : public test::InTempDir {
                                  tag.data(), aad.data(), unsigned(aad.size()));
     }
 
-    test::FakeKeymaster km;
-    const test::ObjectPtr object = test::makeObject(&km, false);
-    test::ObjectPeer peer{*object};
     // Each on the heap with its exact size, so that sanitizers see one byte too many.
     Bytes plain = bytes("plain");
     Bytes cipher = bytes("ciphr");
@@ -148,16 +146,13 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
     using Script = std::map<std::string, std::vector<Answer>>;
     const Answer lost = delivered(Delivery::kLostBefore);
     const auto lostAfter = [](Answer answer) { return delivered(Delivery::kLostAfter, answer); };
-    const std::string begin_lost = "E object: error in begin hidl call : -1000";
-    const std::string update_lost = "E object: error in update hidl call : -1000";
-    const std::string finish_lost = "E object: error in finish hidl call : -1000";
+    const std::string begin_lost = callLost("error in begin");
+    const std::string update_lost = callLost("error in update");
+    const std::string finish_lost = callLost("error in finish");
     const std::string no_nonce = "E object: no iv tag in begin out param";
     const auto consumed = [](const char* count) {
         return "E object: Not all data has been consumed. Consumed " + std::string(count) +
                " of 5 bytes\n";
-    };
-    const auto process = [](const char* call, int error) {
-        return "E object: error in " + std::string(call) + " process : " + std::to_string(error);
     };
     const Answer silent = delivered(Delivery::kNoCallback);
     const Answer wrong_update = updated(5, "CCCCC", KM_ERROR_INVALID_OPERATION_HANDLE);
@@ -219,7 +214,7 @@ TEST_F(DatabaseEncryption, RefusedKeyBlobIsRepairedOnceAndTheCallStillFails) {
     test::writeFile("edbk", bytes("stored"));
     km.answers["begin"] = {refused(ZELKM_INVALID_KEY_BLOB)};
     EXPECT_EQ(ZELKM_INVALID_KEY_BLOB, encrypt());
-    EXPECT_EQ((Lines{"E object: error in begin process : -33",
+    EXPECT_EQ((Lines{process("begin", ZELKM_INVALID_KEY_BLOB),
                      "E object: cached key blob is broken, update with the stored blob",
                      "W object: no file edbk_digest",
                      "E object: No key digest file, regard it does not support"}),
@@ -236,7 +231,7 @@ TEST_F(DatabaseEncryption, ChecksItsArgumentsAndNeedsAKey) {
         const auto len = [&](int argument) { return argument == missing ? 0u : 3u; };
         EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
                   object->DBEncrypt(1, data(0), data(1), len(2), data(3), data(4), data(5), len(6)))
-            << missing;
+            << "argument " << missing;
     }
     EXPECT_EQ(Lines(), test::log());
     EXPECT_EQ(Lines(), km.calls);
@@ -249,8 +244,6 @@ TEST_F(DatabaseEncryption, ChecksItsArgumentsAndNeedsAKey) {
     test::clearLog();
     EXPECT_EQ(ZELKM_UNKNOWN_ERROR, DBEncryptCB(nullptr, 1, ok, ok, 5, ok, ok, ok, 3));
     EXPECT_EQ(Lines(), test::log());
-    const test::ObjectPtr alone = test::makeObject(nullptr, false);
-    test::clearLog();
     EXPECT_EQ(ZELKM_UNKNOWN_ERROR, DBEncryptCB(alone.get(), 1, nullptr, ok, 5, ok, ok, ok, 3));
     EXPECT_EQ((Lines{"E object: This case should not be happen. keymaster dev shoud not be used "
                      "directrly"}),
@@ -260,7 +253,7 @@ TEST_F(DatabaseEncryption, ChecksItsArgumentsAndNeedsAKey) {
 // ---- The repair after a tag mismatch ------------------------------------------------------------
 
 TEST_F(DatabaseEncryption, TagMismatchRefreshesTheImageOrRestoresTheBackup) {
-    const std::string failed = "E object: error in finish process : -30";
+    const std::string failed = process("finish", ZELKM_VERIFICATION_FAILED);
     const std::string file_broken =
         "E object: cached db is same as the stored db, regard the stored db is broken";
     const std::string restored = "E object: restore the stored db. need to restart keystore";

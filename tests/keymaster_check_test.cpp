@@ -208,10 +208,11 @@ Make deviant(Arguments... arguments) {
     return [=](Keymaster& inner) { return std::make_unique<Deviant>(inner, arguments...); };
 }
 
-Make exchanged(Call call, int from, int to) {
+// Answers INVALID_ARGUMENT where `error` is due.
+Make argumentFor(ErrorCode error, Call call) {
     return each(call, [=](Answer& answer) {
-        if (answer.error == ErrorCode(from)) {
-            answer.error = ErrorCode(to);
+        if (answer.error == error) {
+            answer.error = ErrorCode::INVALID_ARGUMENT;
         }
     });
 }
@@ -269,7 +270,9 @@ std::vector<Row> rows() {
     const Ids kUnchecked = {"gcm.tag-checked", "gcm.aad-checked", "library.end-to-end"};
     return {
         {"none", with([](FaultKeymaster&) {}), {}},
-        {"no key", nth(Call::kGenerateKey, 1, Fault::error(ErrorCode(-4))), {"key.generate"}},
+        {"no key",
+         nth(Call::kGenerateKey, 1, Fault::error(ErrorCode::UNSUPPORTED_ALGORITHM)),
+         {"key.generate"}},
         {"an empty key", nth(Call::kGenerateKey, 1, Fault::outputSize(0)), {"key.generate"}},
         {"a smaller key",
          each(Call::kGetKeyCharacteristics,
@@ -280,12 +283,14 @@ std::vector<Row> rows() {
               }),
          {"key.characteristics"}},
         {"every key refused",
-         each(Call::kGetKeyCharacteristics, Fault::error(ErrorCode(-33))),
+         each(Call::kGetKeyCharacteristics, Fault::error(ErrorCode::INVALID_KEY_BLOB)),
          {"key.characteristics", "library.end-to-end"}},
-        {"-38 for a damaged key",
-         exchanged(Call::kGetKeyCharacteristics, -33, -38),
+        {"INVALID_ARGUMENT for a damaged key",
+         argumentFor(ErrorCode::INVALID_KEY_BLOB, Call::kGetKeyCharacteristics),
          {"key.damaged-blob"}},
-        {"-38 from its use", exchanged(Call::kBegin, -33, -38), {"key.damaged-blob"}},
+        {"INVALID_ARGUMENT from its use",
+         argumentFor(ErrorCode::INVALID_KEY_BLOB, Call::kBegin),
+         {"key.damaged-blob"}},
         {"nonce-16", named("nonce-16"), {"gcm.nonce-length", "library.end-to-end"}},
         {"no nonce",
          each(Call::kBegin, Fault::nonceSize(0)),
@@ -303,7 +308,8 @@ std::vector<Row> rows() {
               }),
          {"gcm.tag-in-finish", "library.end-to-end"}},
         {"unchecked-tag", named("unchecked-tag"), kUnchecked},
-        {"-38 for a wrong tag", exchanged(Call::kFinish, -30, -38), kUnchecked},
+        {"INVALID_ARGUMENT for a wrong tag",
+         argumentFor(ErrorCode::VERIFICATION_FAILED, Call::kFinish), kUnchecked},
         {"ignored-aad", named("ignored-aad"), {"gcm.aad-checked"}},
         {"an imported key used", deviant<RightImport>(), {}},
         {"another key imported", deviant<WrongImport>(), {"gcm.correct"}},
@@ -375,7 +381,7 @@ std::vector<Row> rows() {
          {"key.characteristics", "key.damaged-blob", "call.answered-once", "library.end-to-end"}},
         {"late answers", deviant<LateAnswer>(), {"gcm.correct", "gcm.sizes", "call.answered-once"}},
         {"no key for the library",
-         nth(Call::kGenerateKey, 4, Fault::error(ErrorCode(-4))),
+         nth(Call::kGenerateKey, 4, Fault::error(ErrorCode::UNSUPPORTED_ALGORITHM)),
          {"library.end-to-end"}},
     };
 }
@@ -525,17 +531,20 @@ TEST(KeymasterCheckReport, EscapesEveryStringOfItsJson) {
 }
 
 TEST_F(KeymasterCheck, EndsWhateverACallDoes) {
-    const Fault faults[] = {Fault::transportBeforeCallback(), Fault::transportAfterCallback(),
-                            Fault::noCallback(), Fault::outputSize(100000),
-                            Fault::alter([](Answer& answer) { answer = Answer(); })};
+    const std::pair<const char*, Fault> faults[] = {
+        {"lost before the callback", Fault::transportBeforeCallback()},
+        {"lost after the callback", Fault::transportAfterCallback()},
+        {"no callback", Fault::noCallback()},
+        {"output of 100000", Fault::outputSize(100000)},
+        {"empty answer", Fault::alter([](Answer& answer) { answer = Answer(); })}};
     for (const Call call :
          {Call::kGenerateKey, Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpdate,
           Call::kFinish, Call::kAttestKey, Call::kDeleteKey, Call::kAbort}) {
-        for (const Fault& fault : faults) {
+        for (const auto& [name, fault] : faults) {
             const Ids broken = idsWith(check(each(call, fault)), Verdict::kBroken);
             const bool harmless = call == Call::kDeleteKey || call == Call::kAbort;
             EXPECT_TRUE(broken.empty() == harmless || fault.kind == Fault::Kind::kAlter)
-                << callName(call) << " " << static_cast<int>(fault.kind);
+                << callName(call) << ": " << name;
         }
     }
 }

@@ -30,7 +30,8 @@ TEST(ParameterConversion, CopiesValuesByTypeAndBorrowsBytes) {
     EXPECT_EQ(data, converted[9].blob.data());
     for (uint32_t type = 0; type < 12; ++type) {
         const bool known = type != 0 && type != 11;  // the others lose their tag in the input
-        EXPECT_EQ(known ? (type << 28) | 5 : 0, static_cast<uint32_t>(params[type].tag)) << type;
+        EXPECT_EQ(known ? (type << 28) | 5 : 0, static_cast<uint32_t>(params[type].tag))
+            << "type " << type;
     }
     EXPECT_EQ(0u, zelkm::kmParamSet2Hidl({params, 0}).size());
     EXPECT_EQ(0u, zelkm::kmParamSet2Hidl({nullptr, 3}).size());

@@ -176,7 +176,7 @@ TEST(LogReader, ReadsWhatAProcessWithTwoObjectsWrote) {
     class Folder : public test::InTempDir {
         void TestBody() override {}
     } folder;
-    const test::Ended child = test::runInChild([] {
+    const pid_t child = test::startChild([] {
         const ZelKeymasterOperation first(nullptr, false);
         const ZelKeymasterOperation second(nullptr, false);
         uint8_t* data = nullptr;
@@ -185,12 +185,11 @@ TEST(LogReader, ReadsWhatAProcessWithTwoObjectsWrote) {
         done &= ZelKeymasterOperation::validateAttestChain({}, true) == ZELKM_VERIFICATION_FAILED;
         return done ? 0 : 1;
     });
-    ASSERT_EQ(child.status, 0);
-    const auto content = test::readFile("zelko_err.txt").value_or(test::Bytes());
-    const Log log = read({content.begin(), content.end()});
+    ASSERT_EQ(test::exitStatus(child), 0);
+    const Log log = read(test::text("zelko_err.txt"));
     EXPECT_EQ(idsOf(log), "no-file*2 chain-too-short*2");
     EXPECT_EQ(log.foreign.count, 2u);  // of a name that no line can hold
-    EXPECT_EQ(log.events.back().thread, std::to_string(child.pid));
+    EXPECT_EQ(log.events.back().thread, std::to_string(child));
 }
 
 // With quadratic time in any of these the test would not end.

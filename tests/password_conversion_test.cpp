@@ -4,34 +4,24 @@
 // The password conversion: the one call that it makes, what it takes out of the answer, and what it
 // leaves alone on a failure.
 
-#include "fake_keymaster.h"
-#include "operation_peer.h"
-#include "results.h"
+#include "fake_keymaster_fixture.h"
 #include "wiped_memory.h"
 
 namespace {
 
-using android::hardware::hidl_vec;
-using android::hardware::keymaster::V4_0::KeyParameter;
-using android::hardware::keymaster::V4_0::Tag;
 using namespace test;
-using Lines = std::vector<std::string>;
 
 constexpr PW_ENCRYPT_TYPE kToKey = PW_ENCRYPT_TYPE_TO_KEY;
 constexpr PW_ENCRYPT_TYPE kEncrypt = PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY;
 const std::string kZeros(16, '\0');
 
-std::string text(const hidl_vec<uint8_t>& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
-
-class Password : public test::InTempDir {
+class Password : public OverFakeKeymaster {
   protected:
     int convert(PW_ENCRYPT_TYPE type) {
         return object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
                                                 rot, type);
     }
-    Password() { test::ObjectPeer(*object).setKeyBlob(bytes("never sent")); }
+    Password() { peer.setKeyBlob(bytes("never sent")); }
     void start(const std::vector<KeyParameter>& out_params, int error = 0) {
         Answer answer = test::refused(error);
         answer.params = out_params;
@@ -43,8 +33,6 @@ class Password : public test::InTempDir {
         test::clearLog();
     }
 
-    test::FakeKeymaster km;
-    const test::ObjectPtr object = test::makeObject(&km, false);
     const hidl_vec<uint8_t> in[5] = {bytes("one"), bytes("two"), bytes("material"), bytes("three"),
                                      bytes("four")};
     hidl_vec<uint8_t> converted;
@@ -144,7 +132,7 @@ TEST_F(Password, EachAnswer) {
 }
 
 TEST_F(Password, LostCallsCountAsUnknownErrorWhateverWasAnswered) {
-    const std::string lost = "E object: error in begin hidl call : -1000";
+    const std::string lost = callLost("error in begin");
     start({}, KM_ERROR_INVALID_OPERATION_HANDLE);
     km.answers["begin"][0].delivery = Delivery::kLostAfter;
     EXPECT_EQ(ZELKM_UNKNOWN_ERROR, convert(kEncrypt));
@@ -186,7 +174,6 @@ TEST_F(Password, ChecksHandleThenInputsThenType) {
         return o.encryptWithPasswordHWKey(use(0), use(1), use(2), converted, use(3), use(4), tag,
                                           rot, t);
     };
-    const test::ObjectPtr alone = test::makeObject(nullptr, false);
     start({});
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, with(*alone, 0, type));
     EXPECT_EQ((Lines{"E object: encryptWithPasswordHWKey: invalid keymaster dev pointer"}),
@@ -194,7 +181,7 @@ TEST_F(Password, ChecksHandleThenInputsThenType) {
 
     start({});
     for (size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(ZELKM_INVALID_ARGUMENT, with(*object, i, type)) << i;
+        EXPECT_EQ(ZELKM_INVALID_ARGUMENT, with(*object, i, type)) << "empty: " << text(in[i]);
     }
     tag = empty;
     EXPECT_EQ(ZELKM_INVALID_ARGUMENT, with(*object, 5, kEncrypt));

@@ -16,7 +16,6 @@
 namespace {
 
 using namespace test;
-using Lines = std::vector<std::string>;
 
 constexpr char kStore[] = "secure_objects.db";
 
@@ -52,8 +51,7 @@ class ProtectedFile : public test::InTempDir {
     }
     // "-" stands for a missing file.
     static std::string contentOf(const std::string& path) {
-        const std::optional<Bytes> content = test::readFile(path);
-        return content ? std::string(content->begin(), content->end()) : "-";
+        return std::filesystem::exists(path) ? text(path) : "-";
     }
     static void put(const std::string& path, const std::string& content) {
         if (content != "-") {
@@ -241,7 +239,10 @@ TEST_F(ProtectedFile, SaysEachFailureBeforeTheNextCall) {
         FileFaults faults;
         faults.answer(c.failing, -1, missing ? ENOENT : EIO);
         std::vector<size_t> lines;  // logged before each call
-        faults.before_each = [&lines] { lines.push_back(test::log().size()); };
+        faults.before_each = [&lines](const FileCall&) {
+            lines.push_back(test::log().size());
+            return Fate::kMade;
+        };
         c.action();
         const Lines& calls = faults.trace();
         const auto at = [&](const std::string& call) {

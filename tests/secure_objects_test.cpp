@@ -10,6 +10,7 @@
 
 #include "file_faults.h"
 #include "operation_peer.h"
+#include "results.h"
 #include "velt_secure_db.h"
 #include "zelkeymaster_operation_internal.h"
 
@@ -21,7 +22,6 @@ using soft_keymaster::Fault;
 using soft_keymaster::FaultKeymaster;
 using soft_keymaster::SoftKeymaster;
 using namespace test;
-using Lines = std::vector<std::string>;
 
 constexpr char kStore[] = "secure_objects.db";
 const std::string kEnd(1, '\0');  // the last element of every selection
@@ -51,13 +51,13 @@ class SecureObjects : public test::InTempDir {
         SODOperationParam p;
         return object->SodDelete(p.addAliasInWhere(alias));
     }
-    // "creator::alias" of all objects; the result code when there is one.
+    // "creator::alias" of all objects, or the name of the error.
     Lines list() {
         SODOperationParam p;
         p.addAdminToOutput();  // replaced
         Lines result;
         const int status = object->SodRetreiveAlias(p, result);
-        return status == 0 ? result : Lines{std::to_string(status)};
+        return status == 0 ? result : Lines{named(status)};
     }
     static Bytes stored() { return test::readFile(kStore).value_or(Bytes()); }
     Bytes image() { return test::ObjectPeer(*object).image(); }
@@ -73,8 +73,7 @@ TEST_F(SecureObjects, LiveInAnEncryptedFileThatANewProcessReads) {
     ASSERT_EQ(0, insert("k2", "u2"));
     EXPECT_EQ(stored(), image());
     EXPECT_EQ(first, test::readFile("secure_objects.db.bak"));
-    const Bytes blob = stored();
-    EXPECT_EQ(std::string::npos, std::string(blob.begin(), blob.end()).find("u1"));
+    EXPECT_EQ(std::string::npos, text(kStore).find("u1"));
 
     restart();
     ASSERT_EQ(0, remove("k1"));
@@ -152,7 +151,7 @@ TEST_F(SecureObjects, AreOutOfReachWhenSwitchedOff) {
     EXPECT_EQ(Bytes(), image());
     EXPECT_EQ(ZELKM_SECURE_DB_DISABLED, insert("k", "u"));
     EXPECT_EQ(ZELKM_SECURE_DB_DISABLED, remove("k"));
-    EXPECT_EQ((Lines{"-918"}), list());
+    EXPECT_EQ((Lines{named(ZELKM_SECURE_DB_DISABLED)}), list());
 }
 
 TEST_F(SecureObjects, AreLoadedAgainOnlyWhenTheTableIsStale) {
@@ -208,11 +207,12 @@ TEST_F(SecureObjects, TamperedFileIsRefusedAndTheBackupRestored) {
     bad.back() ^= 1;
     test::writeFile(kStore, bad);
     restart();
-    EXPECT_EQ((Lines{"-30"}), list());
-    EXPECT_EQ((Lines{"E object: error in finish process : -30",
+    EXPECT_EQ((Lines{named(ZELKM_VERIFICATION_FAILED)}), list());
+    const std::string code = std::to_string(ZELKM_VERIFICATION_FAILED);
+    EXPECT_EQ((Lines{"E object: error in finish process : " + code,
                      "E object: cached db is same as the stored db, regard the stored db is broken",
                      "E object: restore the stored db. need to restart keystore",
-                     "E engine: convert_to_internal error -30"}),
+                     "E engine: convert_to_internal error " + code}),
               test::errors());
     EXPECT_EQ(backup, stored());
     restart();
@@ -222,7 +222,7 @@ TEST_F(SecureObjects, TamperedFileIsRefusedAndTheBackupRestored) {
     test::writeFile(kStore, good);
     restart();
     test::ObjectPeer(*object).setImage(bad);
-    EXPECT_EQ((Lines{"-30"}), list());
+    EXPECT_EQ((Lines{named(ZELKM_VERIFICATION_FAILED)}), list());
     EXPECT_TRUE(test::logged("E object: cached db is broken, update with the stored db"));
     EXPECT_EQ((Lines{"u1::k1", "u2::k2"}), list());
 }

@@ -3,22 +3,14 @@
 
 // Signing requests: what is asked of the keymaster, and what comes of each answer.
 
-#include "fake_keymaster.h"
-#include "operation_peer.h"
-#include "results.h"
+#include "fake_keymaster_fixture.h"
 
 namespace {
 
-using android::hardware::hidl_vec;
-using android::hardware::keymaster::V4_0::KeyParameter;
-using android::hardware::keymaster::V4_0::Tag;
 using namespace test;
-using Lines = std::vector<std::string>;
 
-class SigningRequest : public test::InTempDir {
+class SigningRequest : public OverFakeKeymaster {
   protected:
-    test::FakeKeymaster km;
-    const test::ObjectPtr object = test::makeObject(&km, false);
     const hidl_vec<uint8_t> key = bytes("key");
     hidl_vec<uint8_t> csr = bytes("before");
 };
@@ -93,7 +85,6 @@ TEST_F(SigningRequest, EachAnswer) {
         EXPECT_EQ(c.log, test::log());
         EXPECT_EQ(bytes(c.csr), Bytes(csr));
     }
-    const test::ObjectPtr alone = test::makeObject(nullptr, false);
     test::clearLog();
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, alone->generateCSR(key, {}, csr));
     EXPECT_EQ((Lines{"E object: AttestKey: invalid IZelkeymasterDevice pointer"}), test::log());

@@ -11,7 +11,7 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using test::Lines;
 
 // The five lists of a description, in the readable form; it is empty afterwards.
 std::string lists(SODOperationParam& param) {

@@ -21,7 +21,7 @@ struct Row {
 
 void expectAll(std::initializer_list<Row> rows) {
     for (const Row& row : rows) {
-        EXPECT_EQ(int(row.wanted), int(row.answered)) << row.call;
+        EXPECT_EQ(row.wanted, row.answered) << row.call;
     }
 }
 

@@ -94,9 +94,9 @@ TEST_F(SoftKeymasterTest, ChangedBlobsAreRefused) {
     for (size_t i = 0; i < key.size(); i += i < 8 ? 1 : 13) {
         Bytes damaged = key;
         damaged[i] ^= 0x80;
-        EXPECT_EQ(Error::INVALID_KEY_BLOB, check(km_, damaged)) << i;
+        EXPECT_EQ(Error::INVALID_KEY_BLOB, check(km_, damaged)) << "byte " << i;
         damaged.resize(i);
-        EXPECT_EQ(Error::INVALID_KEY_BLOB, check(km_, damaged)) << i;
+        EXPECT_EQ(Error::INVALID_KEY_BLOB, check(km_, damaged)) << i << " bytes";
     }
     // Nor does another root key open them; one that cannot be read is tried again.
     SoftKeymaster other(options(0, "other"));
@@ -131,7 +131,7 @@ zelkm::EvpPkeyPtr publicKey(X509* certificate) {
 TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
     const KeyParameter challenge = bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
     const KeyParameter app_id = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(130, 0xAA));
-    const KeyParameter csr = param(Tag(0x70000899), 1);
+    const KeyParameter csr = param(TAG_GENERATE_CSR, 1);
     std::vector<std::vector<Bytes>> chains;
     std::set<uint64_t> serials;
     for (const Params& params : {kEcKey, kRsaKey}) {
@@ -147,7 +147,8 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         }
         for (size_t i = 0; i < 3; ++i) {  // the last one signed itself
             X509* const issuer = certificates[std::min<size_t>(i + 1, 2)].get();
-            EXPECT_EQ(1, X509_verify(certificates[i].get(), publicKey(issuer).get())) << i;
+            EXPECT_EQ(1, X509_verify(certificates[i].get(), publicKey(issuer).get()))
+                << "certificate " << i;
         }
         const Bytes answer = attest(km_, key, {csr}).chain.at(0);
         const uint8_t* in = answer.data();
@@ -187,14 +188,14 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
 }
 
 TEST_F(SoftKeymasterTest, PasswordConversionComesBackOnlyUnchanged) {
-    const auto kConvert = static_cast<KeyPurpose>(101);
-    const auto kRevert = static_cast<KeyPurpose>(102);
+    constexpr auto kConvert = PWHW_PURPOSE_TO_KEY;
+    constexpr auto kRevert = PWHW_PURPOSE_TO_ENCRYPTED_KEY;
     const Bytes material(1000, 'm');
     Params inputs;
-    for (uint32_t i = 7; i <= 10; ++i) {
-        inputs.push_back(bytesParameter(Tag(0x90000900 + i), Bytes(3000, uint8_t(i))));
+    for (const Tag tag : {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4}) {
+        inputs.push_back(bytesParameter(tag, Bytes(3000, uint8_t(tag))));
     }
-    const KeyParameter key = bytesParameter(Tag(0x9000090B), material);
+    const KeyParameter key = bytesParameter(PWHW_TAG_ENCRYPTED_KEY, material);
     const Result out = begin(km_, kConvert, {}, with(inputs, {key}));
     EXPECT_NE(material, Bytes(out.params.at(0).blob));
 
@@ -207,31 +208,34 @@ TEST_F(SoftKeymasterTest, PasswordConversionComesBackOnlyUnchanged) {
     for (size_t i = 0; i < sent.size(); ++i) {
         Params changed = sent;
         changed[i].blob[changed[i].blob.size() - 1] ^= 1;
-        EXPECT_EQ(Error::VERIFICATION_FAILED, begin(km_, kRevert, {}, changed).error) << i;
+        EXPECT_EQ(Error::VERIFICATION_FAILED, begin(km_, kRevert, {}, changed).error)
+            << described(sent[i]).substr(0, 20);
         changed.erase(changed.begin() + long(i));
-        EXPECT_EQ(Error::INVALID_ARGUMENT, begin(km_, kRevert, {}, changed).error) << i;
+        EXPECT_EQ(Error::INVALID_ARGUMENT, begin(km_, kRevert, {}, changed).error)
+            << described(sent[i]).substr(0, 20);
     }
     // Bytes that move from one input to the next count as a change.
     Params moved = sent;
     moved[0].blob.resize(2999);
-    moved[1].blob = Bytes(3001, 8);
-    moved[1].blob[0] = 7;
+    moved[1].blob = Bytes(3001, moved[1].blob[0]);
+    moved[1].blob[0] = moved[0].blob[0];
     EXPECT_EQ(Error::VERIFICATION_FAILED, begin(km_, kRevert, {}, moved).error);
 }
 
 TEST_F(SoftKeymasterTest, FaultsHitTheCallThatTheyArePlannedFor) {
     const struct {
+        const char* name;
         Fault fault;
         bool transport;
         ErrorCode error;
         size_t nonce_size;
     } cases[] = {
-        {Fault::noCallback(), true, Error::VERSION_MISMATCH, 0},
-        {Fault::transportBeforeCallback(), false, Error::VERSION_MISMATCH, 0},
-        {Fault::transportAfterCallback(), false, Error::OK, 12},
-        {Fault::error(Error::INVALID_KEY_BLOB), true, Error::INVALID_KEY_BLOB, 0},
-        {Fault::nonceSize(0), true, Error::OK, 0},
-        {Fault::nonceSize(13), true, Error::OK, 13},
+        {"no callback", Fault::noCallback(), true, Error::VERSION_MISMATCH, 0},
+        {"lost before", Fault::transportBeforeCallback(), false, Error::VERSION_MISMATCH, 0},
+        {"lost after", Fault::transportAfterCallback(), false, Error::OK, 12},
+        {"refused", Fault::error(Error::INVALID_KEY_BLOB), true, Error::INVALID_KEY_BLOB, 0},
+        {"empty nonce", Fault::nonceSize(0), true, Error::OK, 0},
+        {"long nonce", Fault::nonceSize(13), true, Error::OK, 13},
     };
     FaultKeymaster faulty(km_);
     const Bytes key = generate(faulty, kAesKey).output;
@@ -239,11 +243,12 @@ TEST_F(SoftKeymasterTest, FaultsHitTheCallThatTheyArePlannedFor) {
         faulty.plan(Call::kBegin, i + 1, cases[i].fault);
     }
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         const Result begun = begin(faulty, kEncrypt, key, kGcm);
-        EXPECT_EQ(c.transport, begun.transport) << &c - cases;
-        EXPECT_EQ(c.error, begun.error) << &c - cases;
+        EXPECT_EQ(c.transport, begun.transport);
+        EXPECT_EQ(c.error, begun.error);
         EXPECT_EQ(c.nonce_size, begun.params.empty() ? 0 : begun.params[0].blob.size());
-        EXPECT_EQ(c.error == Error::OK, faulty.abort(begun.handle) == Error::OK) << &c - cases;
+        EXPECT_EQ(c.error == Error::OK, faulty.abort(begun.handle) == Error::OK);
     }
     EXPECT_EQ(test::described(kGcm), test::described(faulty.calls(Call::kBegin).at(5).params));
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using test::Lines;
 
 std::filesystem::path data(const std::string& name) {
     return std::filesystem::path(ZELKM_TEST_DATA_DIR) / name;
@@ -74,10 +74,7 @@ TEST_F(FirstRelease, StoreAndKeyAreReadAndKept) {
 
 class PlaintextStore : public test::Engine {
   protected:
-    static std::string content(const std::string& name) {
-        const test::Bytes bytes = test::readFile(data(name)).value_or(test::Bytes());
-        return std::string(bytes.begin(), bytes.end());
-    }
+    static std::string content(const std::string& name) { return test::text(data(name)); }
     // What is stored after one insertion into a store.
     std::string afterInsertion(const std::string& name) {
         handle_ = 0;

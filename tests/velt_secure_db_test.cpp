@@ -18,7 +18,6 @@
 namespace {
 
 using namespace test;
-using Lines = std::vector<std::string>;
 
 int g_random_failures;  // draws that fail or give 0, in turn
 
@@ -46,9 +45,9 @@ class Query : public test::Engine {};
 // ---- Messages -----------------------------------------------------------------------------------
 
 TEST_F(Query, RefusalsSayWhyAndChangeNothing) {
-    const std::string parsed = "parse_command error -911\n";
-    const std::string list = "parse_tokens error(-911)\nexecute_command error -911\n";
-    const std::string where = "parse_where_set_token error(-911)\nexecute_command error -911\n";
+    const std::string parsed = "parse_command error " + std::to_string(ZELKM_SYNTAX_ERROR) + "\n";
+    const std::string list = refusedBy("parse_tokens", ZELKM_SYNTAX_ERROR);
+    const std::string where = refusedBy("parse_where_set_token", ZELKM_SYNTAX_ERROR);
     const auto at = [](int state, char byte, int len) {
         return "err: state:(" + std::to_string(state) + ")  t->token=ADDR, *p(ADDR)=" + byte +
                ", len=" + std::to_string(len) + "\n\n";
@@ -66,11 +65,11 @@ TEST_F(Query, RefusalsSayWhyAndChangeNothing) {
         {at(2, '\x1F', 0) + where, {"DELETE WHERE ALIAS=''"}},
         {at(3, ' ', 2) + where, {"DELETE WHERE ALIAS='ab"}},
         {where, {"DELETE WHERE ALIAS", "DELETE WHERE ALIAS=", "DELETE WHERE ALIAS=a,b"}},
-        {"INSERT error(-911)\nexecute_command error -911\n",
+        {refusedBy("INSERT", ZELKM_SYNTAX_ERROR),
          {"INSERT () VALUE ()", "INSERT (ALIAS,CREATOR) VALUE (a)", "INSERT (ALIAS) VALUE ()"}},
-        {"invalid column name\nINSERT error(-910)\nexecute_command error -910\n",
+        {"invalid column name\n" + refusedBy("INSERT", ZELKM_UNKNOWN_COLUMN),
          {"INSERT (ALIAS,ALIA) VALUE (a,b)", "INSERT (CREATOR_UIDS) VALUE (a)"}},
-        {"DELETE error(-917)\nexecute_command error -917\n", {"DELETE WHERE ALIAS=b"}}};
+        {refusedBy("DELETE", ZELKM_NOTHING_DELETED), {"DELETE WHERE ALIAS=b"}}};
     ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (a)"));
     for (const auto& [expected, commands] : cases) {
         for (const std::string& command : commands) {
@@ -220,7 +219,7 @@ TEST_F(Query, EncryptsInPlaceAndDecryptsIntoAnotherBuffer) {
               cipher.calls);
     cipher.calls.clear();
     EXPECT_EQ("c^^^^^^\n", load(store(1, "c^^^^^^\n$", "SOBv1.1     ", 0xFFFFFFFE)));
-    EXPECT_EQ("db size error\nconvert_to_internal error -913\n",
+    EXPECT_EQ("db size error\n" + notLoaded(ZELKM_MALFORMED_STORE),
               load(encrypted("a^^^^^^\n").substr(0, 52)));
     EXPECT_EQ("", cipher.calls);
 }
@@ -228,15 +227,15 @@ TEST_F(Query, EncryptsInPlaceAndDecryptsIntoAnotherBuffer) {
 TEST_F(Query, FailedEncryptionDropsTheTableFailedDecryptionLeavesIt) {
     Cipher cipher;
     cipher.status = 5;  // positive ones are failures, too
-    const std::pair<const char*, const char*> cases[] = {
-        {"INSERT (ALIAS) (b)", "INSERT error(5)\nexecute_command error 5\n"},
-        {"DELETE", "DELETE error(5)\nexecute_command error 5\n"},
+    const std::pair<const char*, std::string> cases[] = {
+        {"INSERT (ALIAS) (b)", refusedBy("INSERT", 5)},
+        {"DELETE", refusedBy("DELETE", 5)},
         {"UPDATE", ""}};
     for (const auto& [command, more] : cases) {
         EXPECT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
         sdb_register_db_encrypt_fp(&cipher, Cipher::convert);
         EXPECT_EQ(5, command[0] == 'U' ? update("ALIAS", "b", "") : query(command));
-        EXPECT_EQ(std::string("export sdb fail, clear db to sync again\n") + more, messages());
+        EXPECT_EQ("export sdb fail, clear db to sync again\n" + more, messages());
         EXPECT_TRUE(cipher.ownWasWiped());
         EXPECT_EQ(ZELKM_STALE_TABLE_HANDLE, query("SELECT (ALIAS)"));
         EXPECT_EQ("", messages());
@@ -244,11 +243,12 @@ TEST_F(Query, FailedEncryptionDropsTheTableFailedDecryptionLeavesIt) {
     // A failed decryption leaves the table.
     EXPECT_EQ("old^^^^^^\n", load(store(1, "old^^^^^^\n$")));
     const uint64_t old = handle_;
-    EXPECT_EQ("convert_to_internal error 5\n", load(encrypted("a^^^^^^\n")));
+    EXPECT_EQ(notLoaded(5), load(encrypted("a^^^^^^\n")));
     EXPECT_TRUE(cipher.ownWasWiped());
     cipher.calls.clear();
     failAllocation(1, false);
-    EXPECT_EQ("allocation failure\nconvert_to_internal error -41\n", load(encrypted("a^^^^^^\n")));
+    EXPECT_EQ("allocation failure\n" + notLoaded(ZELKM_MEMORY_ALLOCATION_FAILED),
+              load(encrypted("a^^^^^^\n")));
     EXPECT_TRUE(stopFailing());
     EXPECT_EQ("", cipher.calls);
     handle_ = old;

@@ -20,25 +20,21 @@ TEST_F(ZelkmTool, TwoAtOnceLoseNothing) {
     constexpr size_t kAdds = 8;
     std::vector<pid_t> children;
     for (size_t p = 0; p < kProcesses; ++p) {
-        children.push_back(::fork());
-        if (children.back() == 0) {
+        children.push_back(startChild([&] {
             const std::string name = "p" + std::to_string(p);
             std::filesystem::create_directory(name);  // for its own output
             std::filesystem::current_path(name);
-            bool all = true;
+            int refused = 0;
             for (size_t i = 0; i < kAdds; ++i) {
-                all = run({"add", "--wait", "300", "--alias", std::to_string(i), "--creator", name,
-                           "--dir=../s"})
-                              .status == 0 &&
-                      all;
+                const Outcome added = run({"add", "--wait", "300", "--alias", std::to_string(i),
+                                           "--creator", name, "--dir=../s"});
+                refused += added.status == 0 ? 0 : 1;
             }
-            ::_exit(all ? 0 : 1);
-        }
+            return refused;
+        }));
     }
     for (const pid_t child : children) {
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        EXPECT_EQ(exitStatus(child), 0) << "so many adds were refused";
     }
     EXPECT_EQ(done({"list", "--count"}), std::to_string(kProcesses * kAdds) + '\n');
 }
@@ -141,17 +137,15 @@ TEST_F(ZelkmTool, AnImportCanBeInterrupted) {
         csv += std::to_string(i) + ",c\n";
     }
     write("many.csv", csv);
-    const pid_t child = ::fork();
-    if (child == 0) {
+    const pid_t child = startChild([this] {
         const Outcome outcome = run({"import", "many.csv"});
         const size_t at = outcome.err.find("interrupted before line ");
         const bool told = outcome.status == 1 && at != outcome.err.npos;
         write("told", told ? outcome.err.substr(outcome.err.find(": ", at + 7) + 2) : outcome.err);
-        ::_exit(0);
-    }
-    int status = 0;
+        return 0;
+    });
     while (!std::filesystem::exists("s/secure_objects.db.bak") &&
-           ::waitpid(child, &status, WNOHANG) == 0) {
+           ::waitpid(child, nullptr, WNOHANG) == 0) {
         ::usleep(1000);
     }
     // The tool is the only process that holds the directory: it says so itself.
@@ -159,7 +153,7 @@ TEST_F(ZelkmTool, AnImportCanBeInterrupted) {
     const size_t at = busy.find("process ");
     ASSERT_NE(at, busy.npos) << busy;
     ::kill(std::stoi(busy.substr(at + 8)), SIGINT);
-    ::waitpid(child, &status, 0);
+    EXPECT_EQ(exitStatus(child), 0);
     const std::string stored = done({"list", "--count"});
     EXPECT_EQ(text("told"), stored.substr(0, stored.size() - 1) + " of 20000 objects are stored\n");
 }
@@ -195,13 +189,11 @@ std::string onTerminal(std::vector<std::string> args) {
     const winsize size = {24, 40, 0, 0};
     EXPECT_EQ(::ioctl(other_end, TIOCSWINSZ, &size), 0);
     args.insert(args.begin(), {"zelkm", "--dir=s"});
-    const pid_t child = ::fork();
-    if (child == 0) {
+    runInChild([&]() -> int {
         ::dup2(other_end, 1);
         ::dup2(other_end, 2);
         exec(args);
-    }
-    ::waitpid(child, nullptr, 0);
+    });
     char text[4096];
     const ssize_t len = ::read(terminal, text, sizeof(text));
     ::close(other_end);

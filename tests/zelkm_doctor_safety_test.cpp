@@ -64,21 +64,14 @@ TEST_F(ZelkmSafety, NamesWhatIsNoFileAndWaitsForNothing) {
 
 // Runs the tool until its nth system call, and kills it there. False when it ended before.
 bool killAtCall(int nth, std::vector<std::string> args) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        std::vector<char*> argv;
-        for (std::string& arg : args) {
-            argv.push_back(arg.data());
-        }
-        argv.push_back(nullptr);
+    const pid_t child = startChild([&]() -> int {
         const int nowhere = ::open("/dev/null", O_RDWR);
         ::dup2(nowhere, 1);
         ::dup2(nowhere, 2);
         ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // leaks cannot be looked for under a tracer
         ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        ::execv(std::getenv("ZELKM"), argv.data());
-        ::_exit(127);
-    }
+        exec(args);
+    });
     int status = 0;
     for (int call = 0; ::waitpid(child, &status, 0) == child && WIFSTOPPED(status); ++call) {
         if (call == 2 * nth) {  // each call stops twice
@@ -92,13 +85,7 @@ bool killAtCall(int nth, std::vector<std::string> args) {
 }
 
 bool canTrace() {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? 0 : 1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return runInChild([] { return int(::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr)); }) == 0;
 }
 
 TEST_F(ZelkmSafety, LeavesNothingOutsideWhereverItIsKilled) {
@@ -119,7 +106,7 @@ TEST_F(ZelkmSafety, LeavesNothingOutsideWhereverItIsKilled) {
     }
     int num_touched = 0;
     for (int call = touched % 30;; call += call < touched ? 30 : 3) {
-        SCOPED_TRACE(call);
+        SCOPED_TRACE("killed at system call " + std::to_string(call));
         put(damaged);
         std::set<fs::path> before;
         for (const auto& entry : fs::directory_iterator(".")) {

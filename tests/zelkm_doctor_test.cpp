@@ -405,7 +405,7 @@ TEST_F(ZelkmDoctor, NoChangedDirectoryIsHealthy) {
     };
     for (const auto& [name, content] : healthy) {
         for (size_t at = 0; at < content.size(); at += at < 52 ? 3 : 17) {
-            SCOPED_TRACE(at);
+            SCOPED_TRACE("byte " + std::to_string(at));
             std::string changed = content;
             changed[at] = static_cast<char>(changed[at] ^ 1 << at % 8);
             expectNoticed(name, changed);

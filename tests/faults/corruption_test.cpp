@@ -13,6 +13,11 @@ namespace {
 
 using test::Bytes;
 
+const std::string kNotVerified = test::refusal(ZELKM_VERIFICATION_FAILED);
+const std::string kMalformed = test::refusal(ZELKM_MALFORMED_STORE);
+const std::string kTooLong = test::refusal(ZELKM_PAYLOAD_TOO_LONG);
+const std::string kInvalidKey = test::refusal(ZELKM_INVALID_KEY_BLOB);
+
 class Corruption : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
   protected:
     // What a query answers when `name` has this content.
@@ -59,16 +64,16 @@ TEST_F(Corruption, NoFlipOfTheStoreIsTakenForOtherData) {
         if (at >= zelkm::kFlagsOffset && at < zelkm::kTagOffset) {
             // Not authenticated. Without its bit 0 the ciphertext is read as text.
             const bool plaintext = at == zelkm::kFlagsOffset && bit == 0;
-            EXPECT_EQ(plaintext ? "status -913 " : "a b ", found);
+            EXPECT_EQ(plaintext ? kMalformed : "a b ", found);
         } else if (at >= zelkm::kRowCountOffset && at < zelkm::kPayloadLenOffset) {
             // Not authenticated: fewer rows are read, from the first on; more are not there.
             const uint32_t rows = zelkm::readLe32(&store[zelkm::kRowCountOffset]);
-            EXPECT_EQ(rows == 0 ? "" : rows == 1 ? "a " : "status -913 ", found);
+            EXPECT_EQ(rows == 0 ? "" : rows == 1 ? "a " : kMalformed, found);
         } else if (at >= zelkm::kPayloadLenOffset && at < zelkm::kHeaderLen) {
             const uint32_t len = zelkm::readLe32(&store[zelkm::kPayloadLenOffset]);
-            EXPECT_EQ(len == 0 ? "" : len > payload_len ? "status -915 " : "status -30 ", found);
+            EXPECT_EQ(len == 0 ? "" : len > payload_len ? kTooLong : kNotVerified, found);
         } else {
-            EXPECT_EQ("status -30 ", found);
+            EXPECT_EQ(kNotVerified, found);
             EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
             reopen();
             EXPECT_EQ("a ", test::readAliases(*object_));
@@ -79,8 +84,8 @@ TEST_F(Corruption, NoFlipOfTheStoreIsTakenForOtherData) {
 TEST_F(Corruption, TruncatedStoreIsRefused) {
     truncateEachWay(kStore, [&](const Bytes& store, size_t len) {
         const std::string expected = len == 0                   ? ""
-                                     : len <= zelkm::kHeaderLen ? "status -913 "
-                                                                : "status -915 ";
+                                     : len <= zelkm::kHeaderLen ? kMalformed
+                                                                : kTooLong;
         EXPECT_EQ(expected, readWith(kStore, store));
         EXPECT_EQ(store, *test::readFile(kStore));
     });
@@ -89,7 +94,7 @@ TEST_F(Corruption, TruncatedStoreIsRefused) {
 // A damaged key is told by its digest, and replaced: the store is then lost with it.
 TEST_F(Corruption, DamagedKeyIsReplaced) {
     const auto check = [this](const Bytes& blob) {
-        EXPECT_EQ(blob.empty() ? "status -30 " : "status -33 ", readWith("edbk", blob));
+        EXPECT_EQ(blob.empty() ? kNotVerified : kInvalidKey, readWith("edbk", blob));
         EXPECT_NE(blob, *test::readFile("edbk"));
         EXPECT_NE(files_["edbk_digest"], *test::readFile("edbk_digest"));
         std::filesystem::remove(kStore);

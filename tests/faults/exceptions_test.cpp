@@ -20,7 +20,7 @@ using android::hardware::Return;
 using android::hardware::Status;
 using namespace android::hardware::keymaster::V4_0;
 using soft_keymaster::SoftKeymaster;
-using Lines = std::vector<std::string>;
+using test::Lines;
 
 // A keymaster in another process, with memory of its own, that some call does not reach.
 class RemoteKeymaster : public SoftKeymaster {
@@ -117,7 +117,7 @@ TEST_F(Exceptions, LostCallsAreDescribedAsFarAsThereIsMemory) {
                 undescribed |= test::logged("E object: HIDL call failed with (out of memory)");
                 last = status;
                 EXPECT_TRUE(status == ZELKM_MEMORY_ALLOCATION_FAILED || status == c.result)
-                    << status;
+                    << test::named(status);
                 EXPECT_EQ(files_[kStore], *test::readFile(kStore));
                 reopen();
                 EXPECT_EQ("a b ", test::readAliases(*object_));
@@ -160,7 +160,8 @@ TEST_F(Exceptions, ListsAreAppendedToWholeOrNotAtAll) {
                 return ((*object_).*c.select)(p, rows);
             },
             [&](int status) {
-                EXPECT_TRUE(status == 0 || status == ZELKM_MEMORY_ALLOCATION_FAILED) << status;
+                EXPECT_TRUE(status == 0 || status == ZELKM_MEMORY_ALLOCATION_FAILED)
+                    << test::named(status);
                 const bool empty = test::logged("E engine: allocation failure for out");
                 const size_t appended = status != 0 ? 0 : empty ? c.none : c.rows;
                 EXPECT_EQ(1 + appended, rows.size());

@@ -21,8 +21,8 @@
 #include <set>
 
 #include "child.h"
-#include "file_calls.h"
-#include "operation_peer.h"
+#include "file_faults.h"
+#include "store_fixture.h"
 
 // The leak sanitizer's, where it is linked in: a child leaves without its usual check.
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
@@ -32,8 +32,9 @@ namespace {
 namespace fs = std::filesystem;
 using soft_keymaster::SoftKeymaster;
 using test::Bytes;
-using zelkm::FileCalls;
-using zelkm::g_file_calls;
+using test::Fate;
+using test::FileCall;
+using test::FileFaults;
 
 constexpr char kStore[] = "secure_objects.db";
 constexpr char kRootKey[] = "root_key";
@@ -50,22 +51,9 @@ SoftKeymaster::Options options(uint32_t patch_level) {
     return result;
 }
 
-int insert(ZelKeymasterOperation& object, std::string alias) {
-    SODOperationParam p;
-    std::string creator = "creator";
-    return object.SodInsert(p.setAlias(alias).setCreator(creator));
-}
-
 int remove(ZelKeymasterOperation& object, std::string alias) {
     SODOperationParam p;
     return object.SodDelete(p.addAliasInWhere(alias));
-}
-
-std::vector<std::string> aliases(ZelKeymasterOperation& object, int* status) {
-    SODOperationParam p;
-    std::vector<std::string> rows;
-    *status = object.SodRetreiveOther(p.addAliasToOutput(), rows);
-    return rows;
 }
 
 // What the backup holds after two inserts.
@@ -93,9 +81,9 @@ struct Operation {
     std::string name;
     std::function<void()> prepare;  // makes the directory, in a child, without faults
     std::function<void()> run;
-    std::vector<std::string> before;  // the aliases that the store holds
-    std::vector<std::string> after;
-    std::vector<std::string> from_empty;  // after, when the store file could not be read
+    std::string before;  // the aliases that the store holds
+    std::string after;
+    std::string from_empty;  // the aliases afterwards, when the store file could not be read
 };
 
 void ignore(int) {}
@@ -107,22 +95,16 @@ std::vector<Operation> operations() {
             steps(*test::makeObject(&km, true));
         };
     };
-    const auto two_rows = with([](auto& o) { ignore(insert(o, "a")), ignore(insert(o, "b")); });
+    const auto insert = [with](const char* alias, uint32_t level = 1) {
+        return with([alias](auto& o) { ignore(test::insertAlias(o, alias)); }, level);
+    };
+    const auto two_rows =
+        with([](auto& o) { ignore(test::insertAlias(o, "a")), ignore(test::insertAlias(o, "b")); });
     return {
-        {"first insert", [] {}, with([](auto& o) { ignore(insert(o, "a")); }), {}, {"a"}, {"a"}},
-        {"insert",
-         two_rows,
-         with([](auto& o) { ignore(insert(o, "c")); }),
-         {"a", "b"},
-         {"a", "b", "c"},
-         {"c"}},
-        {"delete", two_rows, with([](auto& o) { ignore(remove(o, "a")); }), {"a", "b"}, {"b"}, {}},
-        {"key upgrade",
-         two_rows,
-         with([](auto& o) { ignore(insert(o, "c")); }, 2),
-         {"a", "b"},
-         {"a", "b", "c"},
-         {"c"}},
+        {"first insert", [] {}, insert("a"), "", "a ", "a "},
+        {"insert", two_rows, insert("c"), "a b ", "a b c ", "c "},
+        {"delete", two_rows, with([](auto& o) { ignore(remove(o, "a")); }), "a b ", "b ", ""},
+        {"key upgrade", two_rows, insert("c", 2), "a b ", "a b c ", "c "},
         {"repair",
          [two_rows] {
              two_rows();
@@ -130,157 +112,59 @@ std::vector<Operation> operations() {
              store.back() ^= 1;
              test::writeFile(kStore, store);
          },
-         with([](auto& o) {
-             int status = 0;
-             aliases(o, &status);
-         }),
-         {"a"},
-         {"a"},
-         {}},
+         with([](auto& o) { test::readAliases(o); }), "a ", "a ", ""},
     };
 }
 
 // ---- Faults -------------------------------------------------------------------------------------
 
-// What happens to the call with the given number; all others go through, but for those of the same
-// kind after kFailFromThen.
+// What becomes of the call with the number `nth`. All others are made, except that after
+// kFailFromThen the later ones of its kind fail as well.
 struct Plan {
-    enum Kind { kNone, kFail, kFailFromThen, kShort, kExit };
-    Kind kind = kNone;
-    int nth = 0;
-    int error = 0;
-};
-
-struct Event {
-    enum Kind { kCreate, kWrite, kFlush, kFlushDirectory, kRename, kUnlink };
+    enum Kind { kFail, kFailFromThen, kShort, kExit };
     Kind kind;
-    std::string path;
-    std::string to;
-    Bytes data;
+    int error;
+    int nth = 0;
 };
 
-FileCalls g_real;
-Plan g_plan;
-int g_calls;
-std::map<int, std::string> g_open;
-std::vector<Event> g_events;
-
-std::string g_failing;  // the kind of call that fails from now on
-
-// Counts a call of a kind; true when it is to fail.
-bool hit(const char* kind) {
-    const bool now = ++g_calls == g_plan.nth;
-    if (now && g_plan.kind == Plan::kExit) {
-        _exit(kDied);
-    }
-    if (now && g_plan.kind == Plan::kFailFromThen) {
-        g_failing = kind;
-    }
-    const bool fails = g_failing == kind || (now && g_plan.kind == Plan::kFail);
-    if (fails) {
-        errno = g_plan.error;
-    }
-    return fails;
-}
-
-bool shortNow() {
-    return g_plan.kind == Plan::kShort && g_calls == g_plan.nth;
-}
-
-void installFaults(const Plan& plan) {
-    g_real = g_file_calls;
-    g_plan = plan;
-    g_calls = 0;
-    g_file_calls.open = [](const char* path, int flags, mode_t mode) {
-        const bool creates = (flags & O_CREAT) != 0;
-        const int fd = hit("open") ? -1 : g_real.open(path, flags, mode);
-        if (fd >= 0) {
-            g_open[fd] = path;
-            if (creates) {
-                g_events.push_back({Event::kCreate, path, "", {}});
-            }
+// Lets the file calls fail as planned, and counts them.
+void carryOut(const Plan& plan, FileFaults* faults) {
+    faults->before_each = [plan, faults, failing = std::string()](const FileCall& call) mutable {
+        const bool now = faults->calls().size() == size_t(plan.nth);
+        if (now && plan.kind == Plan::kExit) {
+            _exit(kDied);
         }
-        return fd;
-    };
-    g_file_calls.lseek = [](int fd, off_t offset, int whence) -> off_t {
-        return hit("lseek") ? -1 : g_real.lseek(fd, offset, whence);
-    };
-    g_file_calls.read = [](int fd, void* data, size_t len) -> ssize_t {
-        return hit("read") ? -1 : g_real.read(fd, data, shortNow() ? len - 1 : len);
-    };
-    g_file_calls.write = [](int fd, const void* data, size_t len) -> ssize_t {
-        if (hit("write")) {
-            return -1;
+        if (now && plan.kind == Plan::kShort) {
+            return Fate::kShort;
         }
-        const uint8_t* bytes = static_cast<const uint8_t*>(data);
-        g_events.push_back({Event::kWrite, g_open[fd], "", Bytes(bytes, bytes + len)});
-        return g_real.write(fd, data, shortNow() ? len / 2 : len);
-    };
-    g_file_calls.close = [](int fd) {
-        const bool fails = hit("close");
-        const int result = g_real.close(fd);
-        return fails ? -1 : result;
-    };
-    g_file_calls.rename = [](const char* from, const char* to) {
-        const int result = hit("rename") ? -1 : g_real.rename(from, to);
-        if (result == 0) {
-            g_events.push_back({Event::kRename, from, to, {}});
+        if (now && plan.kind == Plan::kFailFromThen) {
+            failing = call.kind();
         }
-        return result;
-    };
-    g_file_calls.unlink = [](const char* path) {
-        const int result = hit("unlink") ? -1 : g_real.unlink(path);
-        if (result == 0) {
-            g_events.push_back({Event::kUnlink, path, "", {}});
+        if (!now && call.kind() != failing) {
+            return Fate::kMade;
         }
-        return result;
-    };
-    g_file_calls.flush = [](int fd) {
-        if (hit("flush")) {
-            return;  // a flush that fails, silently
-        }
-        const bool directory = fd == zelkm::kWorkingDirectory;
-        g_events.push_back({directory ? Event::kFlushDirectory : Event::kFlush,
-                            directory ? "" : g_open[fd],
-                            "",
-                            {}});
+        errno = plan.error;
+        return Fate::kFails;
     };
 }
 
 // ---- Children -----------------------------------------------------------------------------------
 
-// Runs `action` in a child whose working directory is `directory`; returns its exit status, or -1
-// when a signal ended it. What the child returns is sent to `answer`.
+// Runs `action` in a child whose working directory is `directory`. Returns its exit status, or -1
+// when a signal ended it, and in `answer` what the action returned.
 int inChild(const fs::path& directory, const std::function<std::string()>& action,
             std::string* answer = nullptr) {
-    int ends[2];
-    if (::pipe(ends) != 0) {
-        return -1;
-    }
-    const test::Ended child = test::runInChild([&] {
+    const fs::path file = directory.parent_path() / "answer";
+    fs::remove(file);
+    const int status = test::runInChild([&] {
         fs::current_path(directory);
-        const std::string text = action();
-        const bool sent = ::write(ends[1], text.data(), text.size()) == ssize_t(text.size());
-        return sent ? kFinished : 1;
+        test::writeFile(file, test::bytes(action()));
+        return kFinished;
     });
-    ::close(ends[1]);
-    char buffer[4096];
-    ssize_t count = 0;
-    while ((count = ::read(ends[0], buffer, sizeof(buffer))) > 0) {
-        if (answer != nullptr) {
-            answer->append(buffer, static_cast<size_t>(count));
-        }
+    if (answer != nullptr) {
+        *answer = test::text(file);
     }
-    ::close(ends[0]);
-    return child.status;
-}
-
-std::string joined(const std::vector<std::string>& items) {
-    std::string text;
-    for (const std::string& item : items) {
-        text += item + " ";
-    }
-    return text;
+    return status;
 }
 
 // What a new process reads in a directory: the aliases, or the result code.
@@ -290,9 +174,7 @@ std::string readBack(const fs::path& directory, uint32_t patch_level) {
         directory,
         [patch_level] {
             SoftKeymaster km(options(patch_level));
-            int result = 0;
-            const std::vector<std::string> rows = aliases(*test::makeObject(&km, true), &result);
-            return result == 0 ? joined(rows) : "status " + std::to_string(result);
+            return test::readAliases(*test::makeObject(&km, true));
         },
         &answer);
     return status == kFinished ? answer : "crash " + std::to_string(status);
@@ -324,8 +206,6 @@ class FileFault : public test::InTempDir {
 
     // Whether some version of the store opens with some version of the key, with the right content.
     bool holdsWholeVersion(const fs::path& directory, const Operation& operation, Repair repair) {
-        const std::string old_rows = joined(operation.before);
-        const std::string new_rows = joined(operation.after);
         if (operation.before.empty() && !fs::exists(prepared() / kStore)) {
             return true;  // there was nothing to lose
         }
@@ -345,7 +225,7 @@ class FileFault : public test::InTempDir {
                 fs::copy(key_path, scratch() / "edbk");
                 fs::copy(directory / kRootKey, scratch() / kRootKey);
                 const std::string rows = readBack(scratch(), 2);
-                if (rows == old_rows || rows == new_rows ||
+                if (rows == operation.before || rows == operation.after ||
                     (repair == kBackupRestored && rows == kBackupRows)) {
                     return true;
                 }
@@ -357,19 +237,20 @@ class FileFault : public test::InTempDir {
     // The promise for one directory that a fault left behind.
     void check(const fs::path& directory, const Operation& operation, const std::string& context,
                Repair repair = kNoRepair) {
-        EXPECT_TRUE(holdsWholeVersion(directory, operation, repair)) << context;
+        EXPECT_TRUE(holdsWholeVersion(directory, operation, repair))
+            << context << ": no store among the files opens with a key among them";
         copyTo(directory, scratch());
         const std::string opened = readBack(scratch(), 2);
-        std::set<std::string> allowed = {joined(operation.before),
-                                         joined(operation.after),
-                                         joined(operation.from_empty),
+        std::set<std::string> allowed = {operation.before,
+                                         operation.after,
+                                         operation.from_empty,
                                          "",  // the store starts empty between the renames
-                                         "status -30",
-                                         "status -38"};
+                                         test::refusal(ZELKM_VERIFICATION_FAILED),
+                                         test::refusal(ZELKM_INVALID_ARGUMENT)};
         if (repair != kNoRepair) {
             allowed.insert(kBackupRows);
         }
-        EXPECT_EQ(1u, allowed.count(opened)) << context << ": " << opened;
+        EXPECT_EQ(1u, allowed.count(opened)) << context << ": a new process reads " << opened;
         ++states_;
     }
 
@@ -384,13 +265,14 @@ int runWithPlan(const fs::path& directory, const Operation& operation, const Pla
     const int status = inChild(
         directory,
         [&] {
-            installFaults(plan);
+            FileFaults faults;
+            carryOut(plan, &faults);
             operation.run();
             if (__lsan_do_recoverable_leak_check != nullptr &&
                 __lsan_do_recoverable_leak_check() != 0) {
                 _exit(kLeaked);
             }
-            return std::to_string(g_calls) + " " + std::to_string(repairDone());
+            return std::to_string(faults.calls().size()) + " " + std::to_string(repairDone());
         },
         &answer);
     *calls = status == kFinished ? std::stoi(answer) : 0;
@@ -399,12 +281,13 @@ int runWithPlan(const fs::path& directory, const Operation& operation, const Pla
 }
 
 TEST_F(FileFault, FailedCallsAndKilledProcessesLoseNothing) {
-    std::vector<std::pair<std::string, Plan>> kinds = {{"exit", {Plan::kExit, 0, 0}},
-                                                       {"short", {Plan::kShort, 0, 0}}};
+    std::vector<std::pair<std::string, Plan>> kinds = {
+        {"exit", {Plan::kExit, 0}},
+        {"short", {Plan::kShort, 0}},
+        {"no such call any more", {Plan::kFailFromThen, EIO}}};
     for (const int error : {EIO, ENOSPC, EACCES, EINTR}) {
-        kinds.push_back({std::strerror(error), {Plan::kFail, 0, error}});
+        kinds.push_back({std::strerror(error), {Plan::kFail, error}});
     }
-    kinds.push_back({"no such call any more", {Plan::kFailFromThen, 0, EIO}});
     for (const Operation& operation : operations()) {
         prepare(operation);
         for (auto [kind, plan] : kinds) {
@@ -439,39 +322,31 @@ struct Disk {
     std::set<std::shared_ptr<Bytes>> unflushed;
     decltype(entries) durable;
 
-    void apply(const Event& event) {
+    void apply(const FileCall& call) {
         const auto change = [this](std::function<void(decltype(entries)&)> step) {
             step(entries);
             pending.push_back(std::move(step));
         };
-        switch (event.kind) {
-            case Event::kCreate: {
-                // A file that is there already is cut to length 0: its content is then unflushed.
-                const auto content = std::make_shared<Bytes>();
-                unflushed.insert(content);
-                change([=](auto& e) { e[event.path] = content; });
-                break;
-            }
-            case Event::kWrite:
-                *entries[event.path] = event.data;
-                break;
-            case Event::kFlush:
-                unflushed.erase(entries[event.path]);
-                break;
-            case Event::kFlushDirectory:
-                durable = entries;
-                pending.clear();
-                break;
-            case Event::kRename:
-                change([=](auto& e) {
-                    if (const auto node = e.extract(event.path)) {
-                        e[event.to] = node.mapped();
-                    }
-                });
-                break;
-            case Event::kUnlink:
-                change([=](auto& e) { e.erase(event.path); });
-                break;
+        if (call.creates) {
+            // A file that is there already is cut to length 0: its content is then unflushed.
+            const auto content = std::make_shared<Bytes>();
+            unflushed.insert(content);
+            change([=](auto& e) { e[call.path] = content; });
+        } else if (call.kind() == "write") {
+            *entries[call.path] = call.data;
+        } else if (call.text == "flush file") {
+            unflushed.erase(entries[call.path]);
+        } else if (call.text == "flush directory") {
+            durable = entries;
+            pending.clear();
+        } else if (call.kind() == "rename") {
+            change([=](auto& e) {
+                if (const auto node = e.extract(call.path)) {
+                    e[call.to] = node.mapped();
+                }
+            });
+        } else if (call.kind() == "unlink") {
+            change([=](auto& e) { e.erase(call.path); });
         }
     }
 
@@ -492,68 +367,54 @@ struct Disk {
     }
 };
 
-std::vector<Event> record(const fs::path& directory, const Operation& operation) {
-    const fs::path list = directory.parent_path() / "events";
-    inChild(directory, [&] {
-        installFaults({});
-        operation.run();
-        std::ofstream out(list, std::ios::binary);
-        for (const Event& event : g_events) {
-            out << int(event.kind) << ' ' << event.path << "; " << event.to << "; "
-                << event.data.size() << ' ';
-            out.write(reinterpret_cast<const char*>(event.data.data()),
-                      std::streamsize(event.data.size()));
+// The calls of an operation that change the directory or bring it to the device.
+std::vector<FileCall> changesOf(const Operation& operation, const fs::path& directory) {
+    const fs::path before = fs::current_path();
+    fs::current_path(directory);
+    FileFaults recorder;
+    operation.run();
+    fs::current_path(before);
+    test::forgetTable();
+    std::vector<FileCall> changes;
+    for (const FileCall& call : recorder.calls()) {
+        const std::string kind = call.kind();
+        const bool writes = kind == "write" || kind == "flush";
+        if (call.creates || writes ||
+            ((kind == "rename" || kind == "unlink") && call.result == 0)) {
+            changes.push_back(call);
         }
-        return std::string();
-    });
-    std::vector<Event> events;
-    std::ifstream in(list, std::ios::binary);
-    int kind = 0;
-    const auto name = [&in] {
-        std::string text;
-        in.get();
-        std::getline(in, text, ';');
-        return text;
-    };
-    while (in >> kind) {
-        Event event = {static_cast<Event::Kind>(kind), name(), "", {}};
-        event.to = name();
-        size_t len = 0;
-        in >> len;
-        in.get();
-        event.data.resize(len);
-        in.read(reinterpret_cast<char*>(event.data.data()), std::streamsize(len));
-        events.push_back(std::move(event));
     }
-    return events;
+    return changes;
 }
 
 TEST_F(FileFault, PowerCutsLoseNothing) {
     for (const Operation& operation : operations()) {
         prepare(operation);
         copyTo(prepared(), tried());
-        const std::vector<Event> events = record(tried(), operation);
-        ASSERT_FALSE(events.empty()) << operation.name;
+        const std::vector<FileCall> changes = changesOf(operation, tried());
+        ASSERT_FALSE(changes.empty()) << operation.name;
         Disk disk;
         for (const auto& file : fs::directory_iterator(prepared())) {
             disk.entries[file.path().filename().string()] =
                 std::make_shared<Bytes>(*test::readFile(file.path()));
         }
         disk.durable = disk.entries;
-        for (size_t at = 0; at <= events.size(); ++at) {
+        for (size_t at = 0; at <= changes.size(); ++at) {
             for (size_t kept = 0; kept <= disk.pending.size(); ++kept) {
                 for (const size_t numerator : {0u, 1u, 2u}) {
                     fs::remove_all(tried());
                     fs::create_directory(tried());
                     disk.write(tried(), kept, numerator);
                     check(tried(), operation,
-                          operation.name + ", power cut after call " + std::to_string(at) + ", " +
-                              std::to_string(kept) + " entry changes, content " +
-                              std::to_string(numerator) + "/2");
+                          operation.name + ", power cut after '" +
+                              (at == 0 ? "" : changes[at - 1].text) + "' (change " +
+                              std::to_string(at) + "); on the device are " + std::to_string(kept) +
+                              " of the latest changes of names, and " + std::to_string(numerator) +
+                              "/2 of each content that was not flushed");
                 }
             }
-            if (at < events.size()) {
-                disk.apply(events[at]);
+            if (at < changes.size()) {
+                disk.apply(changes[at]);
             }
         }
         EXPECT_TRUE(disk.pending.empty()) << operation.name << ": done, and not on the device";

@@ -107,7 +107,7 @@ class MemoryFault : public test::StoreFixture<RemoteKeymaster> {
                     ++replaced_keys_;
                     continue;
                 }
-                EXPECT_EQ(1u, allowed.count(status)) << status;
+                EXPECT_EQ(1u, allowed.count(status)) << test::named(status);
                 if (!failed) {
                     EXPECT_EQ(0, status);
                     ASSERT_GT(nth, 1) << "nothing was allocated";
@@ -324,17 +324,18 @@ TEST_F(MemoryFault, ChainValidation) {
     std::set<std::string> said;  // the first line of each failure
     bool failed = true;
     for (long nth = 1; failed; ++nth) {
+        SCOPED_TRACE("allocation " + std::to_string(nth));
         test::clearLog();
         test::failAllocation(nth, false);
         // The separate first certificate is not signed by the second one, which is the same.
         const int status = ZelKeymasterOperation::validateAttestChain(chain, false);
         failed = test::stopFailing();
         const std::vector<std::string> lines = test::errors();
-        EXPECT_EQ(ZELKM_VERIFICATION_FAILED, status) << nth;
-        ASSERT_FALSE(lines.empty()) << nth;
+        EXPECT_EQ(ZELKM_VERIFICATION_FAILED, status);
+        ASSERT_FALSE(lines.empty());
         const bool path = lines.back() == "E object: verify_cert_chain fail";
         said.insert(lines[0].substr(0, lines[0].find(" fail ")) + (path ? ", in the path" : ""));
-        EXPECT_EQ(0u, ERR_peek_error()) << nth;
+        EXPECT_EQ(0u, ERR_peek_error());
         ++states_;
     }
     if (g_libcrypto_memory) {

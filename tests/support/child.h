@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A part of a test that needs a process of its own.
+// Child processes, for parts of a test that need a process of their own.
 
 #pragma once
 
@@ -12,20 +12,24 @@
 
 namespace test {
 
-struct Ended {
-    pid_t pid;
-    int status;  // of exit; -1 when the process did not end by itself
-};
-
-// Runs `action` in a child, which ends with its result, and waits.
-inline Ended runInChild(const std::function<int()>& action) {
+// Starts a child that runs `action` and exits with its result. The caller waits for it.
+inline pid_t startChild(const std::function<int()>& action) {
     const pid_t child = ::fork();
     if (child == 0) {
         ::_exit(action());
     }
+    return child;
+}
+
+// Waits for a child and returns its exit status, or -1 when it did not end by itself.
+inline int exitStatus(pid_t child) {
     int status = 0;
     const bool ended = ::waitpid(child, &status, 0) == child && WIFEXITED(status);
-    return {child, ended ? WEXITSTATUS(status) : -1};
+    return ended ? WEXITSTATUS(status) : -1;
+}
+
+inline int runInChild(const std::function<int()>& action) {
+    return exitStatus(startChild(action));
 }
 
 }  // namespace test

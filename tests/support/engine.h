@@ -77,6 +77,15 @@ inline bool matches(const std::string& pattern, const std::string& subject, uint
     return compare(p.data(), p.len(), s.data(), s.len(), use_pattern) != 0;
 }
 
+// The messages that end a refused command, and those of a refused store.
+inline std::string refusedBy(const std::string& step, int code) {
+    const std::string number = std::to_string(code);
+    return step + " error(" + number + ")\nexecute_command error " + number + "\n";
+}
+inline std::string notLoaded(int code) {
+    return "convert_to_internal error " + std::to_string(code) + "\n";
+}
+
 constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
 
 // Starts with an empty table, no callback and an empty log.

@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "temp_dir.h"
+#include "zelkeymaster_result.h"
+#include "zelkeymaster_vendor_tags.h"
 
 namespace test {
 
@@ -32,6 +34,11 @@ enum class Delivery { kWhole, kNoCallback, kLostBefore, kLostAfter };
 // What the platform says about a failed call.
 inline const char kDead[] =
     "E object: HIDL call failed with Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '";
+
+// What the library says about it.
+inline std::string callLost(const std::string& error_in_call) {
+    return "E object: " + error_in_call + " hidl call : " + std::to_string(ZELKM_UNKNOWN_ERROR);
+}
 
 struct Answer {
     Delivery delivery = Delivery::kWhole;
@@ -67,38 +74,41 @@ inline std::string hexadecimal(uint64_t value) {
     return text;
 }
 
-// The names of the tags that tests look at, by their numbers; others stay numbers.
+// The names of the tags that tests look at. Others stay numbers.
 inline std::string nameOf(Tag tag) {
-    static const std::map<uint32_t, const char*> names = {{0x10000002, "ALGORITHM"},
-                                                          {0x100002be, "ORIGIN"},
-                                                          {0x20000001, "PURPOSE"},
-                                                          {0x20000004, "BLOCK_MODE"},
-                                                          {0x20000006, "PADDING"},
-                                                          {0x30000003, "KEY_SIZE"},
-                                                          {0x30000008, "MIN_MAC_LENGTH"},
-                                                          {0x300002c1, "OS_VERSION"},
-                                                          {0x300002c2, "OS_PATCHLEVEL"},
-                                                          {0x300003eb, "MAC_LENGTH"},
-                                                          {0x600002bd, "CREATION_DATETIME"},
-                                                          {0x70000899, "GENERATE_CSR"},
-                                                          {0x900002c4, "CHALLENGE"},
-                                                          {0x900003e8, "ASSOCIATED_DATA"},
-                                                          {0x900003e9, "NONCE"},
-                                                          {0x90000907, "IN_1"},
-                                                          {0x90000908, "IN_2"},
-                                                          {0x90000909, "IN_3"},
-                                                          {0x9000090a, "IN_4"},
-                                                          {0x9000090b, "ENCRYPTED_KEY"},
-                                                          {0x9000090c, "KEY"},
-                                                          {0x9000090d, "TAG"}};
-    const auto found = names.find(static_cast<uint32_t>(tag));
+    static const std::map<Tag, const char*> names = {{Tag::ALGORITHM, "ALGORITHM"},
+                                                     {Tag::ORIGIN, "ORIGIN"},
+                                                     {Tag::PURPOSE, "PURPOSE"},
+                                                     {Tag::BLOCK_MODE, "BLOCK_MODE"},
+                                                     {Tag::PADDING, "PADDING"},
+                                                     {Tag::KEY_SIZE, "KEY_SIZE"},
+                                                     {Tag::MIN_MAC_LENGTH, "MIN_MAC_LENGTH"},
+                                                     {Tag::OS_VERSION, "OS_VERSION"},
+                                                     {Tag::OS_PATCHLEVEL, "OS_PATCHLEVEL"},
+                                                     {Tag::MAC_LENGTH, "MAC_LENGTH"},
+                                                     {Tag::CREATION_DATETIME, "CREATION_DATETIME"},
+                                                     {TAG_GENERATE_CSR, "GENERATE_CSR"},
+                                                     {Tag::ATTESTATION_CHALLENGE, "CHALLENGE"},
+                                                     {Tag::ASSOCIATED_DATA, "ASSOCIATED_DATA"},
+                                                     {Tag::NONCE, "NONCE"},
+                                                     {PWHW_TAG_IN_1, "IN_1"},
+                                                     {PWHW_TAG_IN_2, "IN_2"},
+                                                     {PWHW_TAG_IN_3, "IN_3"},
+                                                     {PWHW_TAG_IN_4, "IN_4"},
+                                                     {PWHW_TAG_ENCRYPTED_KEY, "ENCRYPTED_KEY"},
+                                                     {PWHW_TAG_KEY, "KEY"},
+                                                     {PWHW_TAG_TAG, "TAG"}};
+    const auto found = names.find(tag);
     return found != names.end() ? found->second : hexadecimal(static_cast<uint32_t>(tag));
 }
 
 inline std::string nameOf(KeyPurpose purpose) {
-    static const std::map<int, const char*> names = {
-        {0, "ENCRYPT"}, {1, "DECRYPT"}, {101, "TO_KEY"}, {102, "TO_ENCRYPTED_KEY"}};
-    const auto found = names.find(static_cast<int>(purpose));
+    static const std::map<KeyPurpose, const char*> names = {
+        {KeyPurpose::ENCRYPT, "ENCRYPT"},
+        {KeyPurpose::DECRYPT, "DECRYPT"},
+        {PWHW_PURPOSE_TO_KEY, "TO_KEY"},
+        {PWHW_PURPOSE_TO_ENCRYPTED_KEY, "TO_ENCRYPTED_KEY"}};
+    const auto found = names.find(purpose);
     return found != names.end() ? found->second : std::to_string(static_cast<int>(purpose));
 }
 

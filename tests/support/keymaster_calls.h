@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fake_keymaster.h"
+#include "results.h"
 
 namespace test {
 

@@ -99,12 +99,12 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
 
 namespace test {
 
-std::vector<std::string> log() {
+Lines log() {
     return lines();
 }
 
-std::vector<std::string> errors() {
-    std::vector<std::string> result = log();
+Lines errors() {
+    Lines result = log();
     result.erase(std::remove_if(result.begin(), result.end(),
                                 [](const std::string& line) { return line.rfind("D ", 0) == 0; }),
                  result.end());
@@ -112,7 +112,7 @@ std::vector<std::string> errors() {
 }
 
 bool logged(const std::string& line) {
-    const std::vector<std::string> all = log();
+    const Lines all = log();
     return std::find(all.begin(), all.end(), line) != all.end();
 }
 

@@ -82,7 +82,7 @@ Path named(Path path, const EVP_MD* digest, int nid, int parameters) {
     return path;
 }
 
-void addExtension(X509* x, const char* oid, bool critical, Bytes der) {
+void addExtension(X509* x, const char* oid, bool critical, const Bytes& der) {
     ASN1_OCTET_STRING* value = ASN1_OCTET_STRING_new();
     ASN1_OCTET_STRING_set(value, der.data(), int(der.size()));
     ASN1_OBJECT* object = OBJ_txt2obj(oid, 1);

@@ -5,32 +5,41 @@
 
 #pragma once
 
-#include <map>
-#include <string>
-#include <utility>
+#include <android/hardware/keymaster/4.0/types.h>
 
+#include <map>
+#include <ostream>
+#include <string>
+
+#include "../../keymaster_check/src/words.h"
 #include "zelkeymaster_result.h"
 
 namespace test {
 
-// "ZELKM_INVALID_TAG (-40)"; a code that only a keymaster has is its number.
+// "-40 INVALID_TAG"; the bare number when the code has no name.
 inline std::string named(int code) {
-#define NAMED(code) std::make_pair(code, #code)
-    static const std::map<int, const char*> names = {NAMED(ZELKM_OK),
-                                                     NAMED(ZELKM_UNSUPPORTED_PURPOSE),
-                                                     NAMED(ZELKM_VERIFICATION_FAILED),
-                                                     NAMED(ZELKM_UNEXPECTED_NULL_POINTER),
-                                                     NAMED(ZELKM_INVALID_KEY_BLOB),
-                                                     NAMED(ZELKM_INVALID_ARGUMENT),
-                                                     NAMED(ZELKM_INVALID_TAG),
-                                                     NAMED(ZELKM_MEMORY_ALLOCATION_FAILED),
-                                                     NAMED(ZELKM_MISSING_NONCE),
-                                                     NAMED(ZELKM_KEY_REQUIRES_UPGRADE),
-                                                     NAMED(ZELKM_UNKNOWN_ERROR)};
-#undef NAMED
-    const auto found = names.find(code);
-    const std::string number = std::to_string(code);
-    return found != names.end() ? std::string(found->second) + " (" + number + ")" : number;
+    // Codes that no keymaster answers.
+    static const std::map<int, const char*> own = {
+        {ZELKM_OK, " OK"},
+        {ZELKM_UNKNOWN_COLUMN, " UNKNOWN_COLUMN"},
+        {ZELKM_SYNTAX_ERROR, " SYNTAX_ERROR"},
+        {ZELKM_MALFORMED_STORE, " MALFORMED_STORE"},
+        {ZELKM_STALE_TABLE_HANDLE, " STALE_TABLE_HANDLE"},
+        {ZELKM_PAYLOAD_TOO_LONG, " PAYLOAD_TOO_LONG"},
+        {ZELKM_NOTHING_DELETED, " NOTHING_DELETED"},
+        {ZELKM_SECURE_DB_DISABLED, " SECURE_DB_DISABLED"}};
+    const auto found = own.find(code);
+    return found != own.end() ? std::to_string(code) + found->second
+                              : keymaster_check::codeInWords(code);
 }
 
 }  // namespace test
+
+namespace android::hardware::keymaster::V4_0 {
+
+// What GoogleTest prints.
+inline void PrintTo(ErrorCode error, std::ostream* out) {
+    *out << test::named(static_cast<int>(error));
+}
+
+}  // namespace android::hardware::keymaster::V4_0

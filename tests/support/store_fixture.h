@@ -13,6 +13,7 @@
 
 #include "file_calls.h"
 #include "operation_peer.h"
+#include "results.h"
 #include "temp_dir.h"
 
 namespace test {
@@ -23,8 +24,12 @@ inline int insertAlias(ZelKeymasterOperation& object, std::string alias) {
     return object.SodInsert(p.setAlias(alias).setCreator(creator));
 }
 
-// The aliases in the store, each followed by a blank; "status -30 " and the like when it cannot be
-// read.
+// What readAliases() answers about a store that is refused.
+inline std::string refusal(int code) {
+    return "refused with " + named(code);
+}
+
+// The aliases in the store, each followed by a blank.
 inline std::string readAliases(ZelKeymasterOperation& object) {
     SODOperationParam p;
     std::vector<std::string> rows;
@@ -33,7 +38,7 @@ inline std::string readAliases(ZelKeymasterOperation& object) {
     for (const std::string& row : rows) {
         text += row + " ";
     }
-    return status == 0 ? text : "status " + std::to_string(status) + " ";
+    return status == 0 ? text : refusal(status);
 }
 
 template <typename KeymasterType>

@@ -33,6 +33,15 @@ inline std::optional<Bytes> readFile(const std::filesystem::path& path) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+inline std::string text(const Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+// The file's content as a string, which is empty when there is no such file.
+inline std::string text(const std::filesystem::path& path) {
+    return text(readFile(path).value_or(Bytes()));
+}
+
 inline void writeFile(const std::filesystem::path& path, const Bytes& content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(content.data()),

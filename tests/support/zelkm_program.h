@@ -23,12 +23,6 @@ struct Outcome {
     bool says(const std::string& text) const { return err.find(text) != err.npos; }
 };
 
-// The file's content; empty when there is no such file.
-inline std::string text(const std::filesystem::path& path) {
-    const Bytes content = readFile(path).value_or(Bytes());
-    return {content.begin(), content.end()};
-}
-
 // Becomes the tool; the first argument is its name.
 [[noreturn]] inline void exec(std::vector<std::string>& args) {
     std::vector<char*> argv;
@@ -54,12 +48,12 @@ class ZelkmTool : public InTempDir {
         }
         write("stdin", input);
         const int status = runInChild([&]() -> int {
-                               ::dup2(::open("stdin", O_RDONLY), 0);
-                               ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-                               ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-                               ::alarm(120);  // whatever hangs ends
-                               exec(args);
-                           }).status;
+            ::dup2(::open("stdin", O_RDONLY), 0);
+            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            ::alarm(120);  // ends a tool that hangs
+            exec(args);
+        });
         return {status, text("stdout"), text("stderr")};
     }
 
