@@ -195,6 +195,19 @@ Make each(Call call, std::function<void(Answer&)> change) {
     return with([=](FaultKeymaster& km) { km.planEach(call, Fault::alter(change)); });
 }
 
+// Changes each answer of so many certificates; a request is one.
+Make eachChain(size_t size, std::function<void(hidl_vec<Blob>&)> change) {
+    return each(Call::kAttestKey, [=](Answer& answer) {
+        if (answer.chain.size() == size) {
+            change(answer.chain);
+        }
+    });
+}
+
+void flipEnd(hidl_vec<Blob>& chain) {
+    flip(chain[0], chain[0].size() - 1);
+}
+
 Make each(Call call, const Fault& fault) {
     return with([=](FaultKeymaster& km) { km.planEach(call, fault); });
 }
@@ -324,31 +337,12 @@ std::vector<Row> rows() {
         {"a transport of 5000 bytes", smallTransport(kTransportLimit), {"gcm.sizes"}},
         {"open-after-errors", named("open-after-errors"), {"ops.unfinished"}},
         {"ignored-csr-tag", named("ignored-csr-tag"), {"csr.request"}},
-        {"a request altered",
-         each(Call::kAttestKey,
-              [](Answer& answer) {
-                  if (answer.chain.size() == 1) {
-                      flip(answer.chain[0], answer.chain[0].size() - 1);
-                  }
-              }),
-         {"csr.proof"}},
+        {"a request altered", eachChain(1, flipEnd), {"csr.proof"}},
         {"a request for another key", foreignRequest(), {"csr.proof"}},
         {"two certificates",
-         each(Call::kAttestKey,
-              [](Answer& answer) {
-                  if (answer.chain.size() == 3) {
-                      answer.chain.resize(2);
-                  }
-              }),
+         eachChain(3, [](hidl_vec<Blob>& chain) { chain.resize(2); }),
          {"attest.chain"}},
-        {"a certificate altered",
-         each(Call::kAttestKey,
-              [](Answer& answer) {
-                  if (answer.chain.size() == 3) {
-                      flip(answer.chain[0], answer.chain[0].size() - 1);
-                  }
-              }),
-         {"attest.chain"}},
+        {"a certificate altered", eachChain(3, flipEnd), {"attest.chain"}},
         {"other material back",
          each(Call::kBegin,
               [](Answer& answer) {

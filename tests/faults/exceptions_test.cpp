@@ -4,71 +4,16 @@
 // No exception leaves the object's methods: one after the other of their allocations fails, in the
 // descriptions of lost calls and in the lists that selections are appended to.
 
-#include <soft_keymaster/soft_keymaster.h>
-
 #include <functional>
-#include <string_view>
 
-#include "failing_memory.h"
-#include "log_capture.h"
+#include "remote_keymaster.h"
 #include "store_fixture.h"
 
 namespace {
 
-using android::hardware::hidl_vec;
-using android::hardware::Return;
-using android::hardware::Status;
-using namespace android::hardware::keymaster::V4_0;
-using soft_keymaster::SoftKeymaster;
 using test::Lines;
 
-// A keymaster in another process, with memory of its own, that some call does not reach.
-class RemoteKeymaster : public SoftKeymaster {
-  public:
-    using SoftKeymaster::SoftKeymaster;
-
-    std::string_view lost;
-
-    Return<void> generateKey(const hidl_vec<KeyParameter>& params, generateKey_cb cb) override {
-        return remote("generateKey", [&] { return SoftKeymaster::generateKey(params, cb); });
-    }
-    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& blob, const hidl_vec<uint8_t>& id,
-                                       const hidl_vec<uint8_t>& data,
-                                       getKeyCharacteristics_cb cb) override {
-        return remote("getKeyCharacteristics",
-                      [&] { return SoftKeymaster::getKeyCharacteristics(blob, id, data, cb); });
-    }
-    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& blob,
-                       const hidl_vec<KeyParameter>& params, const HardwareAuthToken& token,
-                       begin_cb cb) override {
-        return remote("begin",
-                      [&] { return SoftKeymaster::begin(purpose, blob, params, token, cb); });
-    }
-    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& params,
-                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& token,
-                        const VerificationToken& verification, update_cb cb) override {
-        return remote("update", [&] {
-            return SoftKeymaster::update(handle, params, input, token, verification, cb);
-        });
-    }
-    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& params,
-                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
-                        const HardwareAuthToken& token, const VerificationToken& verification,
-                        finish_cb cb) override {
-        return remote("finish", [&] {
-            return SoftKeymaster::finish(handle, params, input, signature, token, verification, cb);
-        });
-    }
-
-  private:
-    template <typename Call>
-    Return<void> remote(std::string_view name, Call call) {
-        const test::AllocationsWork there;
-        return name == lost ? Return<void>(Status::fromStatusT(android::DEAD_OBJECT)) : call();
-    }
-};
-
-class Exceptions : public test::StoreFixture<RemoteKeymaster> {
+class Exceptions : public test::StoreFixture<test::RemoteKeymaster> {
   protected:
     // Calls verify(action's result) after each allocation of the action that fails.
     void forEachAllocation(const std::function<int()>& action,

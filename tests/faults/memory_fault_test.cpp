@@ -7,82 +7,22 @@
 // address sanitizer.
 
 #include <openssl/err.h>
-#include <soft_keymaster/soft_keymaster.h>
 
 #include <cstdio>
 #include <functional>
 #include <set>
 
-#include "failing_memory.h"
+#include "remote_keymaster.h"
 #include "store_fixture.h"
 #include "zelkeymaster_operation.h"
 
 namespace {
 
 using android::hardware::hidl_vec;
-using android::hardware::Return;
 using namespace android::hardware::keymaster::V4_0;
 using test::Bytes;
 
-// A keymaster in another process: its allocations are not the library's. The callback, which is the
-// library's, takes part again.
-template <typename... Args>
-auto counted(std::function<void(Args...)> callback) {
-    return [callback](Args... args) {
-        const test::AllocationsFail again;
-        callback(args...);
-    };
-}
-
-class RemoteKeymaster : public soft_keymaster::SoftKeymaster {
-    using Token = HardwareAuthToken;
-    using Base = soft_keymaster::SoftKeymaster;
-
-  public:
-    using Base::Base;
-
-    Return<void> generateKey(const hidl_vec<KeyParameter>& params, generateKey_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::generateKey(params, counted(cb));
-    }
-    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& blob, const hidl_vec<uint8_t>& id,
-                                       const hidl_vec<uint8_t>& data,
-                                       getKeyCharacteristics_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::getKeyCharacteristics(blob, id, data, counted(cb));
-    }
-    Return<void> attestKey(const hidl_vec<uint8_t>& blob, const hidl_vec<KeyParameter>& params,
-                           attestKey_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::attestKey(blob, params, counted(cb));
-    }
-    Return<void> upgradeKey(const hidl_vec<uint8_t>& blob, const hidl_vec<KeyParameter>& params,
-                            upgradeKey_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::upgradeKey(blob, params, counted(cb));
-    }
-    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& blob,
-                       const hidl_vec<KeyParameter>& params, const Token& token,
-                       begin_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::begin(purpose, blob, params, token, counted(cb));
-    }
-    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& params,
-                        const hidl_vec<uint8_t>& input, const Token& token,
-                        const VerificationToken& verification, update_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::update(handle, params, input, token, verification, counted(cb));
-    }
-    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& params,
-                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
-                        const Token& token, const VerificationToken& verification,
-                        finish_cb cb) override {
-        const test::AllocationsWork remote;
-        return Base::finish(handle, params, input, signature, token, verification, counted(cb));
-    }
-};
-
-class MemoryFault : public test::StoreFixture<RemoteKeymaster> {
+class MemoryFault : public test::StoreFixture<test::RemoteKeymaster> {
   protected:
     ~MemoryFault() override {
         std::printf("states after a failed allocation: %d, of which lost the key file: %d\n",
