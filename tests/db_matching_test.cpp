@@ -119,7 +119,7 @@ TEST_F(Matching, NullValueMatchesNothing) {
             EXPECT_EQ(1u, out.len);
             std::free(out.data);
             EXPECT_EQ(ZELKM_NOTHING_DELETED,
-                      command_handler[SDB_DELETE](&columns, &columns, &where, &out));
+                      Code(command_handler[SDB_DELETE](&columns, &columns, &where, &out)));
         }
     }
 }

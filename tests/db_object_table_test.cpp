@@ -53,7 +53,7 @@ TEST_F(ObjectTable, FollowsAModelThroughChanges) {
             const auto end = std::remove_if(rows.begin(), rows.end(), [&](const ModelRow& row) {
                 return meets(row, action == 4 ? "*" : alias, number);
             });
-            const int expected = end == rows.end() ? ZELKM_NOTHING_DELETED : 0;
+            const Code expected = end == rows.end() ? ZELKM_NOTHING_DELETED : 0;
             rows.erase(end, rows.end());
             ASSERT_EQ(expected, query("DELETE" + (action == 4 ? by_number : by_alias)));
         } else {

@@ -47,9 +47,9 @@ class DatabaseEncryption : public OverFakeKeymaster {
         return {Delivery::kWhole, error, bytes(output)};
     }
 
-    int encrypt() { return convert(1, plain, cipher); }
-    int decrypt() { return convert(0, plain, cipher); }
-    int convert(unsigned mode, Bytes& from, Bytes& to) {
+    Code encrypt() { return convert(1, plain, cipher); }
+    Code decrypt() { return convert(0, plain, cipher); }
+    Code convert(unsigned mode, Bytes& from, Bytes& to) {
         return object->DBEncrypt(mode, from.data(), to.data(), unsigned(from.size()), iv.data(),
                                  tag.data(), aad.data(), unsigned(aad.size()));
     }

@@ -17,7 +17,7 @@ const std::string kZeros(16, '\0');
 
 class Password : public OverFakeKeymaster {
   protected:
-    int convert(PW_ENCRYPT_TYPE type) {
+    Code convert(PW_ENCRYPT_TYPE type) {
         return object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
                                                 rot, type);
     }

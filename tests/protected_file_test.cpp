@@ -45,7 +45,7 @@ namespace {
 
 class ProtectedFile : public test::InTempDir {
   protected:
-    static int update(const std::string& path, const std::string& content) {
+    static Code update(const std::string& path, const std::string& content) {
         const Bytes data = bytes(content);
         return ZelKeymasterOperation::update_file(path.c_str(), data.data(), uint32_t(data.size()));
     }

@@ -43,11 +43,11 @@ class SecureObjects : public test::InTempDir {
         object = test::makeObject(&km, true);
         test::clearLog();
     }
-    int insert(std::string alias, std::string creator) {
+    Code insert(std::string alias, std::string creator) {
         SODOperationParam p;
         return object->SodInsert(p.setAlias(alias).setCreator(creator));
     }
-    int remove(std::string alias) {
+    Code remove(std::string alias) {
         SODOperationParam p;
         return object->SodDelete(p.addAliasInWhere(alias));
     }

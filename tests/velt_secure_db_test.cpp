@@ -45,7 +45,7 @@ class Query : public test::Engine {};
 // ---- Messages -----------------------------------------------------------------------------------
 
 TEST_F(Query, RefusalsSayWhyAndChangeNothing) {
-    const std::string parsed = "parse_command error " + std::to_string(ZELKM_SYNTAX_ERROR) + "\n";
+    const std::string parsed = "parse_command error " + named(ZELKM_SYNTAX_ERROR) + "\n";
     const std::string list = refusedBy("parse_tokens", ZELKM_SYNTAX_ERROR);
     const std::string where = refusedBy("parse_where_set_token", ZELKM_SYNTAX_ERROR);
     const auto at = [](int state, char byte, int len) {

@@ -16,6 +16,7 @@
 
 #include "db_command_parser.h"
 #include "log_capture.h"
+#include "results.h"
 #include "velt_secure_db.h"
 
 namespace test {
@@ -77,13 +78,14 @@ inline bool matches(const std::string& pattern, const std::string& subject, uint
     return compare(p.data(), p.len(), s.data(), s.len(), use_pattern) != 0;
 }
 
-// The messages that end a refused command, and those of a refused store.
+// The messages that end a refused command, as messages() gives them.
 inline std::string refusedBy(const std::string& step, int code) {
-    const std::string number = std::to_string(code);
-    return step + " error(" + number + ")\nexecute_command error " + number + "\n";
+    return step + " error(" + named(code) + ")\nexecute_command error " + named(code) + "\n";
 }
+
+// The last message about a refused store.
 inline std::string notLoaded(int code) {
-    return "convert_to_internal error " + std::to_string(code) + "\n";
+    return "convert_to_internal error " + named(code) + "\n";
 }
 
 constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
@@ -100,7 +102,7 @@ class Engine : public ::testing::Test {
 
     // Runs a command on the table that `handle_` names, or on `blob_` if that is 0. What comes out
     // is in `result_`.
-    int query(const std::string& command) {
+    Code query(const std::string& command) {
         const Exact text(raw(command));
         const Exact blob(blob_);
         unsigned char untouched = 0;
@@ -124,7 +126,7 @@ class Engine : public ::testing::Test {
     }
 
     // UPDATE, which only direct callers reach.
-    int update(const std::string& columns, const std::string& values, const std::string& where) {
+    Code update(const std::string& columns, const std::string& values, const std::string& where) {
         const Exact texts[] = {Exact(columns), Exact(values), Exact(where)};
         const db_token_t tokens[] = {texts[0].token(), texts[1].token(), texts[2].token()};
         db_parsed_tokens_t parsed[2];
@@ -157,17 +159,25 @@ class Engine : public ::testing::Test {
         return status == 0 ? readable(result_.substr(0, result_.size() - 1)) : messages(status);
     }
 
-    // The error messages since the last call, each ended by a line feed, without their prefix. The
-    // last one must end with the status that they explain.
+    // The error messages since the last call, each ended by a line feed, without their prefix and
+    // with the names of codes. The last one must end with the status that they explain.
     static std::string messages(int status = 0) {
         const std::string prefix = "E engine: ";
         std::string all;
         for (const std::string& line : errors()) {
-            all += (line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line) + "\n";
+            std::string text = line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line;
+            const size_t error = text.rfind("error");
+            const size_t code =
+                error == text.npos ? error : text.find_first_of("-0123456789", error);
+            if (code != text.npos) {  // "error(-1)" or "error -1"
+                const size_t end = std::min(text.find(')', code), text.size());
+                text.replace(code, end - code, named(std::stoi(text.substr(code))));
+            }
+            all += text + "\n";
         }
-        const std::string code = std::to_string(status) + "\n";
-        EXPECT_TRUE(status == 0 ||
-                    (all.size() > code.size() && all.substr(all.size() - code.size()) == code))
+        const std::string end = named(status) + "\n";
+        EXPECT_TRUE(status == 0 || (all.size() > end.size() &&
+                                    all.compare(all.size() - end.size(), end.size(), end) == 0))
             << all;
         clearLog();
         return all;

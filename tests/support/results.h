@@ -33,11 +33,26 @@ inline std::string named(int code) {
                               : keymaster_check::codeInWords(code);
 }
 
+// A result code that GoogleTest prints with its name.
+class Code {
+  public:
+    Code(int code) : code_(code) {}
+    operator int() const { return code_; }
+    friend void PrintTo(Code code, std::ostream* out) { *out << named(code); }
+
+  private:
+    int code_;
+};
+
 }  // namespace test
+
+// The same for the codes themselves.
+inline void PrintTo(zelkm_result code, std::ostream* out) {
+    *out << test::named(code);
+}
 
 namespace android::hardware::keymaster::V4_0 {
 
-// What GoogleTest prints.
 inline void PrintTo(ErrorCode error, std::ostream* out) {
     *out << test::named(static_cast<int>(error));
 }

@@ -18,7 +18,7 @@
 
 namespace test {
 
-inline int insertAlias(ZelKeymasterOperation& object, std::string alias) {
+inline Code insertAlias(ZelKeymasterOperation& object, std::string alias) {
     SODOperationParam p;
     std::string creator = "creator";
     return object.SodInsert(p.setAlias(alias).setCreator(creator));
