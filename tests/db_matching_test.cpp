@@ -111,6 +111,7 @@ TEST_F(Matching, NullValueMatchesNothing) {
     load(store(1, "a^x^^^^^\n$"));
     for (const std::string column : {"ALIAS", "CREATOR"}) {
         for (const uint32_t len : {1u, 5u}) {
+            SCOPED_TRACE(column + ", " + std::to_string(len) + " bytes at a null pointer");
             const Exact name(column);
             db_parsed_tokens_t columns = {};
             db_parsed_where_set_t where = {{{name.token(), {nullptr, len}, SDB_OP_EQUAL}}, 1};

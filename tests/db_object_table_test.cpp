@@ -55,7 +55,8 @@ TEST_F(ObjectTable, FollowsAModelThroughChanges) {
             });
             const Code expected = end == rows.end() ? ZELKM_NOTHING_DELETED : 0;
             rows.erase(end, rows.end());
-            ASSERT_EQ(expected, query("DELETE" + (action == 4 ? by_number : by_alias)));
+            const std::string removal = "DELETE" + (action == 4 ? by_number : by_alias);
+            ASSERT_EQ(expected, query(removal)) << removal;
         } else {
             rows.push_back({alias, kAccessors[random() % 5]});
             ASSERT_EQ(0, query("INSERT (ACCESSOR,ALIAS) VALUE ('" + rows.back().accessor + "'," +

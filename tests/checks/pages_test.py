@@ -6,10 +6,10 @@
 
 A block that begins with ```console holds commands, each after "$ ", and what they print. The
 commands of a page share one new folder, in the order of the page; `<!-- run: COMMAND -->` prepares
-something without showing it, and must succeed. Times, process numbers, line numbers, random bytes
-and the breaking of lines may differ; "..." at the end of a
-line stands for any text, alone for any lines. What is not run is listed:
-commands that set up, build or need a device, and blocks of another kind that look like commands.
+something without showing it, and must succeed. Times, owners, process numbers, line numbers, random
+bytes and the breaking of lines may differ. "..." at the end of a line stands for any text, and alone
+for any lines. What is not run is listed: commands that set up, build or need a device, and all
+blocks of another kind.
 
     pages_test.py FOLDER_WITH_PROGRAMS... -- PAGE...
 """
@@ -45,6 +45,7 @@ MASKS = [
     (r": L(\d+|N)\b", ": LN"),
     (r"\b[0-9a-f]{24,}\b", "HEX"),
     (r"(\b0[0-7]{3}), \d+:\d+,", r"\1, OWNER,"),
+    (r"^([-d][-rwx]{9} +\d+) \S+ +\S+", r"\1 USER GROUP"),  # of ls -l
     (r"\b\d+(\.\d+)? (seconds|s|ms)\b", "DURATION"),
     (r"^zelkm: the keymaster is software.*$", ""),
 ]
