@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Chains of certificates, good and mutilated, through validateAttestChain(): a listed result, and
-// an empty error queue after a failure.
+// Chains of certificates, good and mutilated, for validateAttestChain(). The result must be a
+// listed one, and the error queue empty after a failure.
 
 #include <openssl/err.h>
 

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the fuzz targets share: pieces of the input in exactly sized heap blocks, so that a read
-// past an end is seen, and a silent platform log.
+// What the fuzz targets share. Pieces of the input lie in heap blocks of their exact size, so that
+// the address sanitizer sees a read past an end.
 
 #pragma once
 
@@ -44,7 +44,7 @@ class Input {
         return *data_++;
     }
 
-    // A piece whose length is given by the next two bytes, as far as there is that much.
+    // Takes a piece whose length the next two bytes give, or all that is left when that is less.
     Block block() {
         const size_t low = byte();
         const size_t wanted = low + 256 * size_t{byte()};

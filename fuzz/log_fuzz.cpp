@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The tool's reading of logs: whatever the bytes, each event is what its message gives with its
-// arguments, no line is taken twice, and a log cut in two has the same events.
+// Any bytes for the tool's reader of logs. Each event must be its message with its arguments. No
+// line counts twice. A log cut in two has the same events.
 
 #include <algorithm>
 #include <vector>
@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::require(log.events.size() == num_events);
     findMessages(text);
 
-    // Before a line of the library nothing is left to go on.
+    // Nothing that stands before a line of the library can go on in it.
     for (const LogEvent& event : log.events) {
         size_t start = 0;
         for (size_t line = 1; line < event.line; ++line) {

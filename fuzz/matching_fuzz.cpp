@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The pattern language against a slow, obvious model of it.
+// The pattern language must agree with a slow, obvious model of it.
 
 #include <string>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-// Takes the digits at `at`; false if they do not fit 32 bits.
+// Takes the digits at `at`. Returns false when they do not fit 32 bits.
 bool number(const std::string& text, size_t* at, uint64_t* value) {
     *value = 0;
     for (; *at < text.size() && text[*at] >= '0' && text[*at] <= '9'; ++*at) {

@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The whole object over a keymaster whose answers are part of the input: changes, reads, restarts,
-// other services, damaged and missing files. Whatever happened before, once the keymaster is well
-// again, what a change wrote is what the next process reads, or its load is refused.
+// The whole object over a keymaster whose answers are part of the input. The input also chooses
+// changes, reads, restarts, other services, and files to damage or remove. Once the keymaster is
+// well again, the next process must read what a change wrote, or refuse to load it.
 
 #include <stdlib.h>
 #include <unistd.h>
@@ -30,7 +30,7 @@ struct ZelKeymasterOperationPeer {
         object.mDbKeyBlobLen = 0;
         keymaster_blob_t out = {};
         fuzz::require(object.queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out) ==
-                      -38);  // without a handle, so the table is forgotten
+                      ZELKM_INVALID_ARGUMENT);  // without a handle, so the table is forgotten
     }
 };
 
@@ -59,7 +59,7 @@ class Folder {
     std::string path_;
 };
 
-// While one lives, the process works there.
+// While an object of this class lives, the process works in its folder.
 class WorkingIn {
   public:
     explicit WorkingIn(const Folder& folder) { fs::current_path(folder.path()); }

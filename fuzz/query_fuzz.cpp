@@ -1,9 +1,11 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Sequences of commands and blobs through sdb_query(), with a callback that behaves as the input
-// says. Whatever happens, results are listed codes, outputs are untouched on failure, and a handle
-// that is not current is refused.
+// Sequences of commands and blobs for sdb_query(), with a callback that behaves as the input says.
+// The results must be listed codes, outputs untouched on failure, and a stale handle refused.
+
+#include <algorithm>
+#include <iterator>
 
 #include "fuzz.h"
 #include "velt_secure_db.h"
@@ -36,12 +38,18 @@ int callback(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* 
 }
 
 bool isListed(int status) {
-    for (const int code : {0, -41, -100, -910, -911, -913, -914, -915, -917, -38, kCallbackError}) {
-        if (status == code) {
-            return true;
-        }
-    }
-    return false;
+    constexpr zelkm_result kListed[] = {ZELKM_OK,
+                                        ZELKM_INVALID_ARGUMENT,
+                                        ZELKM_MEMORY_ALLOCATION_FAILED,
+                                        ZELKM_UNSUPPORTED_COLUMN_TYPE,
+                                        ZELKM_UNKNOWN_COLUMN,
+                                        ZELKM_SYNTAX_ERROR,
+                                        ZELKM_MALFORMED_STORE,
+                                        ZELKM_STALE_TABLE_HANDLE,
+                                        ZELKM_PAYLOAD_TOO_LONG,
+                                        ZELKM_NOTHING_DELETED};
+    return status == kCallbackError ||
+           std::find(std::begin(kListed), std::end(kListed), status) != std::end(kListed);
 }
 
 }  // namespace
@@ -88,7 +96,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         if (last_handle != 0 && handle != last_handle) {
             uint64_t stale = last_handle;
-            fuzz::require(sdb_query("SELECT ()", 9, nullptr, 0, nullptr, nullptr, &stale) == -914);
+            fuzz::require(sdb_query("SELECT ()", 9, nullptr, 0, nullptr, nullptr, &stale) ==
+                          ZELKM_STALE_TABLE_HANDLE);
         }
         last_handle = handle;
     }

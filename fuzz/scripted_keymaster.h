@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // A keymaster that answers as a fuzz input says, or well. Its cipher protects nothing and takes no
-// time; what was altered is refused all the same. Any blob is a key.
+// time, and yet it refuses altered ciphertext. Any blob is a key.
 
 #pragma once
 
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fuzz.h"
+#include "zelkeymaster_vendor_tags.h"
 
 namespace fuzz {
 
@@ -28,7 +29,8 @@ class ScriptedKeymaster : public soft_keymaster::SoftKeymaster {
   public:
     ScriptedKeymaster() : SoftKeymaster(Options()) {}
 
-    // Takes its answers from `input` (borrowed), or answers well without one.
+    // Takes the answers from `input`, which is borrowed. Without an input the keymaster answers
+    // well.
     void follow(Input* input) { input_ = input; }
 
     Return<void> generateKey(const Params&, generateKey_cb cb) override {
@@ -55,11 +57,13 @@ class ScriptedKeymaster : public soft_keymaster::SoftKeymaster {
 
     Return<void> begin(KeyPurpose purpose, const Bytes& blob, const Params& params,
                        const HardwareAuthToken&, begin_cb cb) override {
-        if (int(purpose) > 100) {  // password conversion: hands back what it got, under all tags
+        if (purpose == PWHW_PURPOSE_TO_KEY || purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
+            // A password conversion hands back what it got, under all tags.
             return reply(params[4].blob, [&](int error, const Bytes& answer) {
                 std::vector<KeyParameter> out;
-                for (const uint32_t tag : {0x9000090Bu, 0x9000090Cu, 0x9000090Du, 0x9000090Eu}) {
-                    out.push_back(bytesParameter(Tag(tag), answer));
+                for (const Tag tag :
+                     {PWHW_TAG_ENCRYPTED_KEY, PWHW_TAG_KEY, PWHW_TAG_TAG, PWHW_TAG_ROT}) {
+                    out.push_back(bytesParameter(tag, answer));
                 }
                 cb(ErrorCode(error), out, 0);
             });
@@ -113,10 +117,11 @@ class ScriptedKeymaster : public soft_keymaster::SoftKeymaster {
             tag[i] = uint8_t(mixed(operation_.state, {uint8_t(i)}) >> 8);
         }
         const bool refused = operation_.decrypt && operation_.held != tag;
-        return reply(operation_.decrypt ? std::vector<uint8_t>() : tag,
-                     [&](int error, const Bytes& answer) {
-                         cb(ErrorCode(error == 0 && refused ? -30 : error), Params(), answer);
-                     });
+        return reply(
+            operation_.decrypt ? std::vector<uint8_t>() : tag, [&](int error, const Bytes& answer) {
+                cb(error == 0 && refused ? ErrorCode::VERIFICATION_FAILED : ErrorCode(error),
+                   Params(), answer);
+            });
     }
 
   private:

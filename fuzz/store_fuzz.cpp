@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A store blob that loads, exported and loaded again, holds the same rows.
+// A store blob that loads holds the same rows when it is exported and loaded again.
 
 #include <string>
 
@@ -14,7 +14,7 @@ constexpr char kAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_A
 constexpr char kInsert[] = "INSERT (ALIAS) VALUE (last)";
 constexpr char kLastRow[] = "last\x1e\x1e\x1e\x1e\x1e\x1e\n";
 
-// Runs a command; the result, or "" when it fails.
+// Runs a command and returns its result, or "" when it fails.
 std::string query(const char* command, const void* blob, size_t len, uint64_t* handle) {
     unsigned char* out = nullptr;
     unsigned int out_len = 0;
@@ -45,8 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint64_t again = 0;
     const std::string reloaded = query(kAll, exported.data(), exported.size(), &again);
 
-    // The separator of version 1.0 leaves room for values that hold the one of version 1.1: such
-    // stores do not survive. All others do.
+    // A value of version 1.0 may hold the separator of version 1.1. Such a store does not survive.
+    // All others do.
     const bool is_v10 = blob.len >= 12 && std::memcmp(blob.data.get(), "SOBv1.0     ", 12) == 0;
     if (!is_v10) {
         fuzz::require(reloaded == rows.substr(0, rows.size() - 1) + kLastRow + '\0');

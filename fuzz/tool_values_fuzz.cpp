@@ -1,8 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The tool's checks in front of the engine, against a model of the store: what they accept comes
-// back byte for byte, can be asked for, and neither reaches nor changes any other object.
+// The tool's checks in front of the engine. A value that they accept must come back byte for byte,
+// and must be found when it is asked for. It must neither reach nor change any other object. A
+// model of the store tells.
 
 #include <algorithm>
 #include <vector>
@@ -78,7 +79,7 @@ class CheckedStore {
         const std::vector<Row> reached = matching(conditions);
         SODOperationParam param = paramWith(conditions);
         const int status = change(zelkm::deleteCommand(param));
-        fuzz::require(status == (reached.empty() ? -917 : 0));
+        fuzz::require(status == (reached.empty() ? ZELKM_NOTHING_DELETED : ZELKM_OK));
         rows_.erase(std::remove_if(rows_.begin(), rows_.end(),
                                    [&](const Row& row) { return all(row, conditions); }),
                     rows_.end());
@@ -133,7 +134,7 @@ class CheckedStore {
     std::vector<Row> rows_;
 };
 
-// Whom a pattern lets in that the tool takes for one that can match.
+// A value that a pattern must let in when the tool says that the pattern can match.
 std::string witnessOf(std::string pattern) {
     std::string subject;
     for (size_t i = 0; i < pattern.size(); ++i) {
@@ -148,7 +149,7 @@ std::string witnessOf(std::string pattern) {
     return subject.empty() ? "x" : subject;
 }
 
-// The tool's judgement of a pattern, against the engine's.
+// The tool and the engine must judge a pattern alike.
 void judgePattern(const std::string& pattern, const std::string& subject) {
     const auto bytes = [](const std::string& text) {
         return reinterpret_cast<const uint8_t*>(text.data());
@@ -162,7 +163,7 @@ void judgePattern(const std::string& pattern, const std::string& subject) {
     fuzz::require(pattern.empty() || useless || lets_in(witnessOf(pattern)));
 }
 
-// A new object, if the tool would store it.
+// Adds an object if the tool would store it.
 void tryToAdd(fuzz::Input* input, CheckedStore* store) {
     Row row(kColumnNames.size());
     const uint8_t given = input->byte();

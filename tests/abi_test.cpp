@@ -1,8 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The layout of what callers share with the library. These numbers are a promise: a caller built
-// against an older header must go on working, so a change here is a change of the interface.
+// The numbers that callers share with the library: codes, tags, purposes and layouts. They are a
+// promise, since a caller built against an older header must go on working. Who changes a number
+// here changes the interface.
 
 #include <gtest/gtest.h>
 
@@ -32,7 +33,7 @@ struct ZelKeymasterOperationPeer {
 
 namespace {
 
-// The one place that holds the numbers of codes, tags and purposes. All other tests use the names.
+// All other tests of the library use the names.
 static_assert(ZELKM_OK == 0);
 static_assert(ZELKM_UNSUPPORTED_PURPOSE == -2);
 static_assert(ZELKM_VERIFICATION_FAILED == -30);

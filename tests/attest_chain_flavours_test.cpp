@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Which odd chains each flavour of libcrypto takes, and that the page for integrators says so. The
-// chains are kept in a file, since only OpenSSL can make them all; with OpenSSL they are also made
-// anew. ZELKM_WRITE_CHAINS=FILE writes them.
+// Each flavour of libcrypto takes the odd chains that the page for integrators says. The chains are
+// kept in a file, since only OpenSSL can make them all. With OpenSSL they are also made anew, and
+// ZELKM_WRITE_CHAINS=FILE writes them.
 
 #include <cstdlib>
 #include <fstream>
@@ -28,7 +28,7 @@ bool accepts(const Chain& chain) {
     return ZelKeymasterOperation::validateAttestChain(chain, true) == 0;
 }
 
-// A chain is a line with its name, and one with each certificate in base64. "=3" is the third
+// A chain is a line with its name, and a line with each certificate in base64. "=3" is the third
 // certificate of the file once more.
 [[maybe_unused]] void write(const NamedChains& chains, const std::string& path) {
     std::ofstream out(path);

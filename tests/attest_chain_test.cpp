@@ -1,8 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Attestation chains made here: each bad one differs from a good one in one respect, and none
-// depends on today's date.
+// Attestation chains made here. Each bad one differs from a good one in one respect.
 
 #include <openssl/err.h>
 
@@ -17,7 +16,7 @@ namespace {
 using android::hardware::hidl_vec;
 using namespace test;
 
-// The same behind a separate first certificate, which the path's leaf signed.
+// The path behind a separate first certificate, which the path's leaf signed.
 std::vector<Certificate> withFirst(std::vector<Certificate> path) {
     Certificate first;
     first.subject = "first";

@@ -23,7 +23,7 @@ class DatabaseKey : public OverFakeKeymaster {
   protected:
     // The cached blob; "" when there is none.
     std::string cached() const { return text(peer.keyBlob()); }
-    // The key files and the cache as given, and an empty log.
+    // Starts with the key file and the cache as given, no other key files, and an empty log.
     void start(const std::string& stored, const std::string& cached_blob) {
         for (const char* name : {"edbk", "edbk.bak", "edbk_digest", "edbk_digest.bak"}) {
             std::filesystem::remove(name);
@@ -175,7 +175,7 @@ TEST_F(DatabaseKey, EachAnswerToALoadedBlob) {
 }
 
 TEST_F(DatabaseKey, IsRepairedOrReplacedAtTheFirstUse) {
-    // A damaged key is replaced, and still the operation that found it fails.
+    // A new key replaces a damaged one, and still the operation that found it fails.
     start("damaged", "");
     test::writeFile("edbk_digest", digestOf("stored"));
     km.answers["getKeyCharacteristics"] = {refused(ZELKM_INVALID_KEY_BLOB)};

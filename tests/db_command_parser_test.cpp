@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command language: what is accepted, what each part becomes, and nothing read beyond the text.
+// The command language: which commands are accepted, and what becomes of each part. Nothing beyond
+// the text is read.
 
 #include "db_command_parser.h"
 

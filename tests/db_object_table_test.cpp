@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table in memory: what changes of it leave, with and without memory for them, and what they
+// The table in memory: what changes leave in it, with and without memory for them, and what they
 // wipe.
 
 #include "db_object_table.h"
@@ -21,7 +21,7 @@ using namespace test;
 
 class ObjectTable : public test::Engine {};
 
-// Random changes, each compared with a plain list of rows: order, duplicates, the exported store.
+// A plain list of rows follows random changes. Order, duplicates and the exported store must agree.
 TEST_F(ObjectTable, FollowsAModelThroughChanges) {
     struct ModelRow {
         std::string alias, accessor;
@@ -105,7 +105,7 @@ TEST_F(ObjectTable, UpdateThroughItsHandler) {
 }
 
 TEST_F(ObjectTable, SaysWhereMemoryRanOut) {
-    // What an operation says while one after the other of its allocations fails.
+    // The messages of an operation while its allocations fail, one after the other.
     const auto said = [this](auto operation) {
         std::set<std::string> all;
         bool failed = true;
@@ -197,8 +197,8 @@ TEST_F(ObjectTable, WipesWhatItReleases) {
     EXPECT_TRUE(wiped("old"));
 }
 
-// Tables whose index and text are there already, of every size up to nine rows, where one or the
-// other has to grow: what a change did is what the next commands see.
+// Tables of up to nine rows already have their index and text, and one of the two has to grow. The
+// next commands must see what the change did.
 TEST_F(ObjectTable, ChangesOfAWarmTableWithoutMemory) {
     const std::pair<const char*, const char*> changes[] = {{"INSERT (ALIAS) (b)", "b"},
                                                            {"DELETE WHERE ALIAS=a", "-a"},

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The store blob: the bytes that are written, the versions that are read, and what becomes of
-// lying ones.
+// The store blob: the bytes that the engine writes, the versions that it reads, and what becomes of
+// blobs that lie.
 
 #include "db_store_format.h"
 
@@ -34,7 +34,7 @@ std::string tooLong(const std::string& numbers) {
     return "invalid db file len = " + numbers + "\n" + notLoaded(ZELKM_PAYLOAD_TOO_LONG);
 }
 
-// A row is followed by another byte than a line feed; 0 at the end of the payload.
+// Another byte than a line feed follows a row. It is 0 at the end of the payload.
 std::string rowEnd(int byte) {
     return "abnormal end of lne " + std::to_string(byte) + "\n" + notLoaded(ZELKM_MALFORMED_STORE);
 }

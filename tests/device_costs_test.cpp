@@ -1,9 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What an operation costs on a device: keymaster calls, bytes through its transport, file calls,
-// flushes, bytes read and written. docs/device-costs.md shows these counts, and must show the
-// present ones.
+// What an operation costs on a device: keymaster calls, bytes through the keymaster's transport,
+// file calls, flushes, and bytes read and written. docs/device-costs.md must show these counts.
 
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
@@ -23,7 +22,7 @@ using namespace test;
 constexpr char kStore[] = "secure_objects.db";
 constexpr double kTransports[] = {0.1, 1, 5};  // milliseconds a call
 
-// 60 bytes in the store.
+// An object that takes 60 bytes in the store.
 SODOperationParam objectParam(size_t number) {
     std::string alias = "object-" + std::to_string(100000000 + number);
     std::string creator = "creator1";
@@ -100,7 +99,7 @@ class DeviceCosts : public InTempDir {
     }
     void start() { object_ = makeObject(&km_, true); }
 
-    // Runs the operation; it must make exactly these calls. Adds its costs to both tables.
+    // Runs the operation, which must make exactly these calls, and adds its costs to both tables.
     void measure(const std::string& name, size_t rows, const std::string& keymaster_calls,
                  const std::string& file_calls, const std::function<void()>& operation) {
         km_.reset();
@@ -217,8 +216,8 @@ TEST_F(DeviceCosts, AreTheDocumentedOnes) {
     EXPECT_EQ(expected_.str(), shown);
 }
 
-// What makes a store too large. From there on a change is answered with success, and discloses the
-// store: the transport's failure counts as an answer.
+// The transport's limit makes a store too large. Beyond it a change succeeds and discloses the
+// store, since the library takes the failed call for an answer.
 TEST_F(DeviceCosts, OutgrowTheTransportBetween17000And18000Objects) {
     Deviation device;
     device.transport_limit = (1 << 20) - 2 * 4096;

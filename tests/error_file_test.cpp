@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The error file, line by line. Its logger belongs to the process and keeps every set-up, so each
-// test writes in a child of its own.
+// The error file, line by line. Its logger belongs to the process and keeps every set-up. Each test
+// therefore writes in a child of its own.
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -114,7 +114,7 @@ TEST_F(ErrorFile, CutsTextsAndRollsOver) {
     EXPECT_EQ(error(tid(), "(39" + cut), lines().back());
     EXPECT_EQ(error(tid(), "(" + std::to_string(40 - lines().size() - 1) + cut),
               lines("zelko_err.1.txt").back());
-    // A file is closed by the line that takes it beyond 10000 bytes; the oldest of three goes.
+    // The line that takes a file beyond 10000 bytes is its last one. At most three files stay.
     const auto size = [](const char* name) { return std::filesystem::file_size(name); };
     EXPECT_GT(size("zelko_err.1.txt"), 10000u);
     EXPECT_LT(size("zelko_err.1.txt"), 10000u + 1200);

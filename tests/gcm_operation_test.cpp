@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The store's encryption as keymaster operations: what is sent, what is taken out of each answer,
-// and the repair after a tag mismatch.
+// The store's encryption as keymaster operations: what the library sends, what it takes out of each
+// answer, and its repair after a tag mismatch.
 
 #include <map>
 
@@ -54,7 +54,7 @@ class DatabaseEncryption : public OverFakeKeymaster {
                                  tag.data(), aad.data(), unsigned(aad.size()));
     }
 
-    // Each on the heap with its exact size, so that sanitizers see one byte too many.
+    // Each buffer has its exact size on the heap, so that sanitizers see a byte too many.
     Bytes plain = bytes("plain");
     Bytes cipher = bytes("ciphr");
     Bytes iv = bytes("nonce-------");
@@ -172,7 +172,7 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
          KM_ERROR_TOO_MANY_OPERATIONS, {process("begin", KM_ERROR_TOO_MANY_OPERATIONS)}, "ciphr"},
         {"begin without nonce", {{"begin", {Answer()}}}, ZELKM_MISSING_NONCE, {no_nonce,
          process("begin", ZELKM_MISSING_NONCE)}, "ciphr"},
-        // Lost updates and finishes are logged, and the answer before stands.
+        // The library logs a lost update or finish, and keeps the answer before it.
         {"second update lost", {{"update", {updated(2, "CC"), lost}}}, 0, {kDead, update_lost},
          "ciphr"},
         {"update refused and lost", {{"update", {lostAfter(wrong_update)}}},

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The keymaster's check finds each deviation, and takes nothing else for broken: for every
-// requirement there is a keymaster that breaks it and, as far as that can be, no other.
+// The keymaster's check finds each deviation and calls nothing else broken. For every requirement
+// there is a keymaster that breaks this one and, as far as possible, no other.
 
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
@@ -195,7 +195,7 @@ Make each(Call call, std::function<void(Answer&)> change) {
     return with([=](FaultKeymaster& km) { km.planEach(call, Fault::alter(change)); });
 }
 
-// Changes each answer of so many certificates; a request is one.
+// Changes each answer that has so many certificates. A request counts as one.
 Make eachChain(size_t size, std::function<void(hidl_vec<Blob>&)> change) {
     return each(Call::kAttestKey, [=](Answer& answer) {
         if (answer.chain.size() == size) {
@@ -389,7 +389,7 @@ class KeymasterCheck : public test::InTempDir {
     }
     ~KeymasterCheck() override { ::unsetenv("TMPDIR"); }
 
-    // Whatever the keymaster does, nothing is left behind.
+    // Checks a keymaster, and that the check leaves nothing behind.
     std::vector<Finding> check(Keymaster& keymaster) {
         const auto before = std::filesystem::current_path();
         const auto findings = checkKeymaster(keymaster, options_);
@@ -399,7 +399,7 @@ class KeymasterCheck : public test::InTempDir {
         return findings;
     }
 
-    // Over a fresh keymaster: the library leaves operations open when calls fail.
+    // Checks a fresh keymaster, since the library leaves operations open when calls fail.
     std::vector<Finding> check(const Make& make) {
         SoftKeymaster inner({"root"});
         return check(*make(inner));
@@ -448,7 +448,7 @@ TEST_F(KeymasterCheck, FindsEachDeviationAndNoOther) {
 }
 
 TEST_F(KeymasterCheck, SaysTheLargestStoreToTheByte) {
-    // The decryption's update has the tag, and the associated data as a parameter, beside it.
+    // The update of a decryption carries the tag and the associated data's parameter, too.
     const size_t largest = kTransportLimit - 16 - 12 - sizeof(KeyParameter);
     const std::string said = answered(check(smallTransport(kTransportLimit)), "gcm.sizes");
     EXPECT_NE(said.npos, said.find("8192 bytes do not get through; the largest payload that does "

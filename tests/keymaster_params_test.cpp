@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Parameters of the older interface as those of the newer one.
+// The conversion of the older interface's parameters into those of the newer one.
 
 #include "keymaster_params.h"
 

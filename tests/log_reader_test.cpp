@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The tool's reading of logs: what each kind of line is taken for, and what is left alone.
+// The tool's reading of logs: which kind of line it knows, and which it leaves alone.
 
 #include "../tools/zelkm/log_reader.h"
 
@@ -54,7 +54,7 @@ TEST(LogReader, KnowsTheLibrarysLineInEveryFormat) {
          "11-21 15:20:56.951"},
         {"1795274456.951  2464  2465 E keymaster_tee: " + message, Clock::kUtc, "1795274456.951"},
         {"     1234.500  2464  2465 E keymaster_tee: " + message, Clock::kSinceBoot, "1234.500"},
-        // Copied out of a viewer that shows escapes, or drops only the escape character.
+        // A line from a viewer that shows escapes, or drops only the escape character.
         {"[^[[31mERR^[[0m] (zelkeymaster_operation.cpp:803) error in begin process : -49",
          Clock::kNone, ""},
     };
@@ -111,7 +111,7 @@ TEST(LogReader, TakesWhatBelongsTogetherAndCountsTheRest) {
         {engine + "err: state:(1)  t->token=0x7f0, *p(0x7f1)=\n" + tag + ", len=0\n" + engine +
              "err: state:(1)  t->token=0x7f0, *p(0x7f1)=\n" + engine + "db size error\n",
          "list-rules list-rules store-too-short", 0, 0},
-        // Others between the library's; the library's by form only.
+        // Lines of others between the library's, and lines that only look like the library's.
         {"--------- beginning of main\n11-21 15:20:56.951  7  7 I other: [ERR] (f.cpp:1) no key\n" +
              error("no key") + "\nnoise\n" + tag + "new words\n" + error("other words") + engine +
              "foo error(-3)\n" + engine + "no key\n",
@@ -192,7 +192,7 @@ TEST(LogReader, ReadsWhatAProcessWithTwoObjectsWrote) {
     EXPECT_EQ(log.events.back().thread, std::to_string(child));
 }
 
-// With quadratic time in any of these the test would not end.
+// The test would not end if one of these took quadratic time.
 TEST(LogReader, TakesLinearTime) {
     constexpr size_t kLen = 4000000;
     const std::string prefix = "[ERR] (zelkeymaster_operation.cpp:1) ";

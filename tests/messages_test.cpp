@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The tool's tables of messages and result codes, against the sources that log, the headers that
-// number, and the page that explains.
+// The tool's tables of messages and result codes agree with the sources that log the messages, the
+// headers that number the codes, and the page that explains both.
 
 #include "../tools/zelkm/messages.h"
 
@@ -26,7 +26,7 @@ std::string sourceFile(const std::string& name) {
     return std::string(content->begin(), content->end());
 }
 
-// The adjacent string literals at the front of a text, as one text; nothing if there is none.
+// The adjacent string literals at this place of the code, as one text. Nothing when there is none.
 std::optional<std::string> literals(const std::string& code, size_t at) {
     std::optional<std::string> result;
     while ((at = code.find_first_not_of(" \n", at)) != code.npos && code[at] == '"') {
@@ -160,7 +160,7 @@ TEST(ResultCodes, AreTheOnesOfTheHeaders) {
         }
     }
     EXPECT_GT(num_named, 40u);
-    // Without gaps but those that the interface has.
+    // The table has no gaps but those of the interface.
     for (int code = 0; code >= -72; --code) {
         EXPECT_EQ(findResultCode(code) != nullptr, code != -42 && code != -43) << code;
     }

@@ -75,7 +75,8 @@ TEST(HidlVecDeathTest, RefusesMoreThan32Bits) {
     EXPECT_DEATH(vec.resize(kTooMany), "hidl_vec can't hold more than 2\\^32 elements\\.");
 }
 
-// No constructor, no initialiser: T() is zero, and a plain declaration sets nothing.
+// These types have no constructor and no initialiser: T() is zero, and a plain declaration sets
+// nothing.
 static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
 static_assert(std::is_trivially_default_constructible_v<KeyParameter::IntegerParams>);
 static_assert(std::is_final_v<KeyParameter> && std::is_final_v<HardwareAuthToken>);

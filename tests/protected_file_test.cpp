@@ -208,8 +208,8 @@ TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
     }
 }
 
-// A process that is killed has said what went wrong so far: each message comes before the next
-// call.
+// Each message comes before the next call, so that a process that is killed has said what went
+// wrong.
 TEST_F(ProtectedFile, SaysEachFailureBeforeTheNextCall) {
     const std::string store = kStore;
     const struct {

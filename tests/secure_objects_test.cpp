@@ -36,7 +36,7 @@ class SecureObjects : public test::InTempDir {
         result.max_update_bytes = 7;  // so that every operation takes several updates
         return result;
     }
-    // What a new process would see.
+    // Makes the object and the table anew, as a new process would.
     void restart() {
         object.reset();
         test::forgetTable();

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Signing requests: what is asked of the keymaster, and what comes of each answer.
+// Signing requests: the call to the keymaster, and the outcome of each answer.
 
 #include "fake_keymaster_fixture.h"
 

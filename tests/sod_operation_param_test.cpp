@@ -13,7 +13,7 @@ namespace {
 
 using test::Lines;
 
-// The five lists of a description, in the readable form; it is empty afterwards.
+// The five lists of a description in the readable form. Leaves the description empty.
 std::string lists(SODOperationParam& param) {
     std::string all;
     for (const Lines& list :

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the software keymaster answers, call by call: as the platform's own software keymaster does,
-// except where the interface's text says otherwise.
+// The software keymaster's answers, call by call. They are those of the platform's own software
+// keymaster, except where the interface's text says otherwise.
 
 #include <soft_keymaster/soft_keymaster.h>
 
@@ -35,7 +35,7 @@ class SoftKeymasterAnswers : public test::InTempDir {
         return generate(km_, {param(Tag::ALGORITHM, Algorithm::EC), param(Tag::KEY_SIZE, bits)})
             .error;
     }
-    // Leaves no operation open.
+    // Begins an operation and aborts it.
     ErrorCode begun(KeyPurpose purpose, const Bytes& key, const Params& params) {
         const Result result = test::begin(km_, purpose, key, params);
         EXPECT_EQ(result.error == Error::OK, km_.abort(result.handle) == Error::OK);
@@ -152,7 +152,7 @@ TEST_F(SoftKeymasterAnswers, ToUpdateAndFinish) {
     const Params nonce = with(kGcm, {bytesParameter(Tag::NONCE, Bytes(12))});
     const uint64_t first = test::begin(km_, kEncrypt, key_, kGcm).handle;
     const uint64_t second = test::begin(km_, kDecrypt, key_, nonce).handle;
-    // Braces: the calls are made in the order in which they stand.
+    // In braces the calls are made in the order in which they stand.
     expectAll({
         {"one too many", Error::TOO_MANY_OPERATIONS, begun(kEncrypt, key_, kGcm)},
         {"header first", Error::OK, update(km_, first, header, {1}).error},

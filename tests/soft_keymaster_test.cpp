@@ -19,7 +19,7 @@ namespace {
 using namespace soft_keymaster;
 using namespace test;
 
-// A whole operation: as many updates as it takes, then finish.
+// Runs a whole operation, with as many updates as it takes.
 Result run(Keymaster& km, KeyPurpose purpose, const Bytes& blob, const Params& params, Bytes input,
            const Bytes& associated_data = bytes("header")) {
     Result result = begin(km, purpose, blob, params);
@@ -98,7 +98,7 @@ TEST_F(SoftKeymasterTest, ChangedBlobsAreRefused) {
         damaged.resize(i);
         EXPECT_EQ(Error::INVALID_KEY_BLOB, check(km_, damaged)) << i << " bytes";
     }
-    // Nor does another root key open them; one that cannot be read is tried again.
+    // Another root key does not open them either. One that cannot be read is tried again.
     SoftKeymaster other(options(0, "other"));
     test::writeFile("other", bytes("short"));
     EXPECT_EQ(Error::KEYMASTER_NOT_CONFIGURED, check(other, key));
@@ -155,7 +155,7 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         const std::unique_ptr<X509_REQ, zelkm::OpenSslDeleter<X509_REQ_free>> request(
             d2i_X509_REQ(nullptr, &in, long(answer.size())));
         EXPECT_EQ(1, X509_REQ_verify(request.get(), publicKey(certificates[0].get()).get()));
-        uint64_t serial = 0;  // with the top bit set no long
+        uint64_t serial = 0;  // has the top bit set, which no long takes
         EXPECT_EQ(1,
                   ASN1_INTEGER_get_uint64(&serial, X509_get_serialNumber(certificates[0].get())));
         serials.insert(serial);

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Files of the first release (see data/README.md) are read, and plaintext stores written, byte for
-// byte the same on every architecture.
+// Every architecture reads the files of the first release (see data/README.md), and writes the same
+// bytes into plaintext stores.
 
 #include <soft_keymaster/soft_keymaster.h>
 

@@ -111,7 +111,7 @@ TEST_F(Query, NeedsCommandAndHandle) {
     EXPECT_EQ(ZELKM_INVALID_ARGUMENT, sdb_query("DELETE", 6, nullptr, 0, &out, &len, nullptr));
     const std::string message = "command or len is null\n";
     EXPECT_EQ(message + message + message, messages());
-    // Without a place for it the result is released.
+    // A result without a place for it is released.
     EXPECT_EQ(0, sdb_query("SELECT (ALIAS)", 14, nullptr, 0, nullptr, &len, &handle_));
     EXPECT_EQ(0, sdb_query("SELECT (ALIAS)", 14, nullptr, 0, &out, nullptr, &handle_));
     EXPECT_EQ(nullptr, out);
@@ -158,7 +158,7 @@ TEST_F(Query, DrawsHandlesUpToTenTimes) {
 
 constexpr char kNonceAndTag[] = "tagTAGtagTAGtag!ivIVivIVivIV";
 
-// A callback that checks what it is given and flips bits.
+// A callback that checks its arguments and flips bits.
 struct Cipher {
     int status = 0;
     std::string calls;          // mode, length, associated data

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The tool on directories that somebody else has prepared, or is changing: it waits for nothing,
-// leaves nothing outside, and does for their owner only what the owner could have done.
+// The tool on directories that somebody else has prepared or is changing. It waits for nothing and
+// leaves nothing outside. Root's tool does for the owner only what the owner could have done.
 
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -62,7 +62,7 @@ TEST_F(ZelkmSafety, NamesWhatIsNoFileAndWaitsForNothing) {
     expectNamed("secure_objects.db", "4294967296 bytes");
 }
 
-// Runs the tool until its nth system call, and kills it there. False when it ended before.
+// Runs the tool and kills it at its nth system call. Returns false when it ended before.
 bool killAtCall(int nth, std::vector<std::string> args) {
     const pid_t child = startChild([&]() -> int {
         const int nowhere = ::open("/dev/null", O_RDWR);
@@ -172,7 +172,7 @@ TEST_F(ZelkmAsRoot, ActsAsTheDirectorysOwner) {
     }
     expectUntouched();
 
-    // What the owner cannot read is not read for them.
+    // The tool does not read for the owner what the owner cannot read.
     write("s/edbk", "root's");
     ::chown("s/edbk", 0, 0);
     ::chmod("s/edbk", 0600);

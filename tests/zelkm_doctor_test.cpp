@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// `zelkm doctor` on damaged directories, with their key and without: its verdict, what it finds,
-// and whether its advice does what it promises.
+// `zelkm doctor` on damaged directories, with their key and without it. The tests hold its verdict
+// and its findings, and follow its advice to see whether that keeps its promise.
 
 #include <algorithm>
 #include <functional>
@@ -85,7 +85,7 @@ class ZelkmDoctor : public DamagedStore {
         std::string reads;    // the aliases after its advice was followed; empty without advice
     };
 
-    // Judges the directory as `damaged`, and follows the advice: by hand, and with --repair.
+    // Lets the doctor judge the files `damaged`, and follows its advice by hand and with --repair.
     void judge(const Files& damaged, const Expected& expected) {
         put(damaged);
         const Json report = diagnose();
@@ -391,8 +391,8 @@ TEST_F(ZelkmDoctor, JudgesWithAndWithoutTheKey) {
     }
 }
 
-// Whatever byte of whatever file is changed, and whatever file is missing: with the key at hand, it
-// is no healthy directory.
+// With the key at hand the doctor calls no directory healthy in which a byte of a file is changed
+// or a file is missing.
 TEST_F(ZelkmDoctor, NoChangedDirectoryIsHealthy) {
     done({"--patch-level", "202602", "--upgrade", "aliases"});  // leaves backups of key and digest
     fs::remove("s/zelko_err.txt");
@@ -540,7 +540,7 @@ TEST_F(ZelkmDoctor, InfoShowsTheSameFacts) {
     EXPECT_EQ(info["files"][0]["mode"], "0600");
 }
 
-// The other commands stay away from what the doctor is for.
+// The other commands do not touch a damaged directory and name the doctor.
 TEST_F(ZelkmDoctor, IsNamedByTheOthers) {
     cut("secure_objects.db", 0);
     EXPECT_TRUE(run({"list"}).says("zelkm doctor"));

@@ -1,8 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tool says about codes, messages and logs, and about its own failures: ZELKM in the
-// environment is its path.
+// What the tool says about codes, messages and logs, and about its own failures.
 
 #include <sys/resource.h>
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command-line tool, as a program: ZELKM in the environment is its path.
+// The command-line tool's commands: values, conditions, listings, keys, chains and exit status.
 
 #include <cstring>
 
@@ -11,7 +11,7 @@ namespace {
 
 using namespace test;
 
-// A store blob; its lengths are those given.
+// A store blob whose header says what is given, whether it is true or not.
 std::string blob(const std::string& magic, char flags, char row_count, char payload_len,
                  const std::string& payload) {
     return magic + flags + std::string(31, '\0') + row_count + std::string(3, '\0') + payload_len +
@@ -368,7 +368,7 @@ TEST_F(ZelkmTool, WrapsAndUnwraps) {
         EXPECT_EQ(run(changed).status, 2);
     }
 
-    // Neither is a secret lost, nor does it reach anybody else.
+    // No secret is lost, and none reaches another user.
     write("key", secret);
     for (const std::string out : {"tag", "./key", "none/../key", "a"}) {
         const Outcome outcome = run(args("wrap", "key", out.c_str()));

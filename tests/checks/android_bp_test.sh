@@ -2,9 +2,10 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The platform's build compiles the sources that CMake's does, with the same folders of the project
-# to search for headers: android_bp_test.sh [MODULE FOLDER SOURCES INCLUDE_FOLDERS]..., the lists as
-# CMake has them (with semicolons between, sources relative to FOLDER, folders absolute).
+# The platform's build compiles the same sources as CMake's, and searches the same folders of the
+# project for headers: android_bp_test.sh [MODULE FOLDER SOURCES INCLUDE_FOLDERS]...
+# The lists are as CMake has them (with semicolons between, sources relative to FOLDER, folders
+# absolute).
 
 set -euo pipefail
 cd "$(dirname "$0")/../.."

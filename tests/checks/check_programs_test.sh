@@ -2,8 +2,8 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The programs that check a keymaster: exit status, lines, JSON, and nothing left behind:
-# check_programs_test.sh ZELKEYMASTER_CHECK ZELKM
+# The programs that check a keymaster print the right lines and JSON, exit with the right status and
+# leave nothing behind: check_programs_test.sh ZELKEYMASTER_CHECK ZELKM
 
 set -euo pipefail
 check=$(realpath "$1") zelkm=$(realpath "$2")
@@ -61,7 +61,7 @@ python3 -m json.tool out >formatted
 says formatted '"verdict": "broken"' 2
 runs 2 "$zelkm" check --fault none
 runs 2 "$zelkm" check --largest-store 0
-# Every fault that the help names can be had; what is slow is not broken.
+# The program has every fault that its help names. A slow keymaster is not broken.
 "$zelkm" check --help >out
 faults=$(sed -nE 's/^  ([a-z0-9-]+)  +[a-z0-9].*/\1/p' out | grep -v '^zelkm')
 [[ $(wc -w <<<"$faults") == 13 ]] || fail "these faults: $faults"

@@ -2,8 +2,8 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The sources for a device include their own headers and those in the lists below, nothing else: what
-# is not there on a device does not get in.
+# The sources for a device include only their own headers and those in the lists below, so that no
+# header gets in that is not there on a device.
 
 set -euo pipefail
 cd "$(dirname "$0")/../.."

@@ -3,9 +3,9 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Makes the Debian packages of a build, installs them, uses what they hold, and removes them:
-# package_test.sh BUILD_FOLDER C++_COMPILER, with the build's flags in CXXFLAGS. As root, dpkg
-# installs them into a folder of its own, where it checks their dependencies against the machine's
-# packages; else they are only unpacked.
+# package_test.sh BUILD_FOLDER C++_COMPILER, with the build's flags in CXXFLAGS. For root, dpkg
+# installs them into a folder of its own, and checks their dependencies against the machine's
+# packages. For others they are only unpacked.
 
 set -euo pipefail
 build=$1 cxx=$2

@@ -2,7 +2,8 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The pages that are made from the tool's command line: tool_pages_test.sh TOOL MAN_PAGE COMPLETION
+# The manual and the completion have all commands and options of the tool:
+# tool_pages_test.sh TOOL MAN_PAGE COMPLETION
 
 set -euo pipefail
 tool=$1 man_page=$2 completion=$3
@@ -12,7 +13,7 @@ fail() {
     exit 1
 }
 
-# All that the helps name is in the manual.
+# The manual has every command and option that the tool's helps name.
 text=$(sed 's/\\-/-/g' "$man_page")
 commands=$("$tool" --help | sed -n '/^subcommands:/I,/^$/s/^  \([a-z-]*\) .*/\1/p')
 [[ $commands == *verify-chain* ]] || fail "the help has no commands"

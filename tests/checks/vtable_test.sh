@@ -2,7 +2,7 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The virtual table of ZelKeymasterOperation in a library: type information, then the two
+# The virtual table of ZelKeymasterOperation in a library holds the type information, then the two
 # destructors, and nothing else: vtable_test.sh NM READELF LIBRARY
 
 set -euo pipefail

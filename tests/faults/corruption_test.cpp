@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every flipped bit and every truncation of the store, the key file and its digest, each met by an
-// object that has just started.
+// A newly started object meets every flipped bit and every truncation of the store, the key file
+// and the key's digest.
 
 #include <cstdio>
 
@@ -91,7 +91,7 @@ TEST_F(Corruption, TruncatedStoreIsRefused) {
     });
 }
 
-// A damaged key is told by its digest, and replaced: the store is then lost with it.
+// The digest tells that a key is damaged. A new key replaces it, and the store is lost.
 TEST_F(Corruption, DamagedKeyIsReplaced) {
     const auto check = [this](const Bytes& blob) {
         EXPECT_EQ(blob.empty() ? kNotVerified : kInvalidKey, readWith("edbk", blob));

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// No exception leaves the object's methods: one after the other of their allocations fails, in the
-// descriptions of lost calls and in the lists that selections are appended to.
+// No exception leaves the object's methods when memory runs out: in the descriptions of lost calls,
+// and in the lists that selections are appended to. One allocation after the other fails.
 
 #include <functional>
 

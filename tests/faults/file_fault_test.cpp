@@ -1,13 +1,12 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every file call of every operation, in turn, fails, alone or with all later ones of its kind,
-// ends the process, or is the last one before a power cut. After each, the directory must still
-// hold a whole store and a key that decrypts it, old or new: under the files' own names, as
-// backups, or as complete temporary files.
+// Every file call of every operation has its turn: it fails, alone or with all later ones of its
+// kind, or it ends the process, or the power is cut after it. Each time the directory must still
+// hold a whole store and a key that decrypts it. Both may be the old ones or the new ones, under
+// their own names, as backups, or as complete temporary files.
 //
-// Each try runs in a child process of its own, on a copy of a prepared directory, since the
-// engine's table is the process's.
+// Each try runs on a copy of a prepared directory, in a child process with an engine of its own.
 
 #include <soft_keymaster/soft_keymaster.h>
 #include <unistd.h>
@@ -24,7 +23,7 @@
 #include "file_faults.h"
 #include "store_fixture.h"
 
-// The leak sanitizer's, where it is linked in: a child leaves without its usual check.
+// A function of the leak sanitizer, where that is linked in. A child exits without its usual check.
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
 
 namespace {
@@ -39,8 +38,8 @@ using test::FileFaults;
 constexpr char kStore[] = "secure_objects.db";
 constexpr char kRootKey[] = "root_key";
 constexpr int kDied = 99;     // exit status of a child that a fault ended
-constexpr int kLeaked = 98;   // its operation left memory behind
-constexpr int kFinished = 0;  // its operation came to an end, whatever the result
+constexpr int kLeaked = 98;   // of one whose operation left memory behind
+constexpr int kFinished = 0;  // of one whose operation ended, with any result
 
 // ---- Operations ---------------------------------------------------------------------------------
 
@@ -59,12 +58,12 @@ int remove(ZelKeymasterOperation& object, std::string alias) {
 // What the backup holds after two inserts.
 constexpr char kBackupRows[] = "a ";
 
-// What the operation did on its own to a store or key that it took for broken. Both are what it has
-// always done, and a file call that fails at the wrong moment is enough:
-//  - a key file that cannot be read is replaced by a new key, which does not open the store; the
-//    store's backup is then put in place;
-//  - a key file that is lost in the middle of an upgrade does not match its digest, with the same
-//  end.
+// What the operation did on its own to a store or key that it took for broken. Both repairs are old
+// behaviour, and one failing file call can cause them:
+//  - A new key replaces a key file that cannot be read. The new key does not open the store, so the
+//    store's backup is put in place.
+//  - A key file that is lost in the middle of an upgrade does not match its digest. It is replaced
+//    with the same consequence.
 enum Repair { kNoRepair, kBackupRestored, kKeyReplaced };
 
 Repair repairDone() {
@@ -79,7 +78,7 @@ Repair repairDone() {
 
 struct Operation {
     std::string name;
-    std::function<void()> prepare;  // makes the directory, in a child, without faults
+    std::function<void()> prepare;  // fills the directory, in a child, without faults
     std::function<void()> run;
     std::string before;  // the aliases that the store holds
     std::string after;
@@ -234,7 +233,7 @@ class FileFault : public test::InTempDir {
         return false;
     }
 
-    // The promise for one directory that a fault left behind.
+    // Checks the promise for one directory that a fault left behind.
     void check(const fs::path& directory, const Operation& operation, const std::string& context,
                Repair repair = kNoRepair) {
         EXPECT_TRUE(holdsWholeVersion(directory, operation, repair))
@@ -257,8 +256,8 @@ class FileFault : public test::InTempDir {
     int states_ = 0;
 };
 
-// Runs the operation under a plan in the directory `tried`; returns the child's exit status and how
-// many file calls it made.
+// Runs the operation under a plan in this directory. Returns the child's exit status, how many file
+// calls it made, and its repair.
 int runWithPlan(const fs::path& directory, const Operation& operation, const Plan& plan, int* calls,
                 Repair* repair) {
     std::string answer;
@@ -314,8 +313,8 @@ TEST_F(FileFault, FailedCallsAndKilledProcessesLoseNothing) {
 
 // ---- Power cuts ---------------------------------------------------------------------------------
 
-// A directory as memory sees it and as the device may: entries point to contents; changes of
-// entries reach the device in order, contents only for sure when flushed.
+// A directory as memory sees it and as the device may see it. Entries point to contents. Changes of
+// entries reach the device in order. A content is only sure to be there once it is flushed.
 struct Disk {
     std::map<std::string, std::shared_ptr<Bytes>> entries;
     std::vector<std::function<void(decltype(entries)&)>> pending;  // changes of entries
@@ -350,8 +349,8 @@ struct Disk {
         }
     }
 
-    // What the device may hold: all durable entries, the first `kept` pending changes, and of each
-    // unflushed content the given share.
+    // Writes what the device may hold: all durable entries, the first `kept` pending changes, and
+    // numerator / 2 of each unflushed content.
     void write(const fs::path& directory, size_t kept, size_t numerator) const {
         auto shown = durable;
         for (size_t i = 0; i < kept; ++i) {

@@ -154,7 +154,8 @@ TEST_F(HostileKeymaster, EveryCallFailsInEveryWay) {
     for (const Service& service : services) {
         for (const Call call : service.calls) {
             for (const NamedFault& fault : allFaults()) {
-                // Who hands out a key blob that is none has lost the key; nobody can tell.
+                // A keymaster that hands out a wrong key blob has lost the key, and nobody can
+                // tell.
                 if (fault.name.find("output of ") == 0 && fault.name != "output of 0" &&
                     (call == Call::kUpgradeKey || call == Call::kGenerateKey)) {
                     continue;

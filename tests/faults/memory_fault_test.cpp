@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The 1st, 2nd, 3rd … allocation of each operation fails, once or for good, until the operation
-// runs through. After each failure: a result that is allowed, no exception, caches and files as
-// they were or as the operation makes them, and the next operation works. Leaks show under the
-// address sanitizer.
+// succeeds. After each failure the result is an allowed one and no exception has been thrown.
+// Caches and files are as they were or as the operation makes them. The next operation works. The
+// address sanitizer reports leaks.
 
 #include <openssl/err.h>
 
@@ -57,14 +57,14 @@ class MemoryFault : public test::StoreFixture<test::RemoteKeymaster> {
         }
     }
 
-    // A key file that finds no memory counts as missing: a new key takes its place, as ever, and
-    // the store cannot be opened any more.
+    // A key file for which there is no memory counts as missing. A new key takes its place, as
+    // ever, and the store cannot be opened any more.
     bool keyWasReplaced() {
         return test::readFile("edbk.bak") == files_["edbk"] &&
                !test::logged("W object: Upgrade the db key");
     }
 
-    // Whatever happened, this object and a new one go on.
+    // Expects that this object works, and a new one as well.
     void expectUsable(const std::string& expected) {
         EXPECT_EQ(0, test::insertAlias(*object_, "z"));
         EXPECT_EQ(expected + "z ", test::readAliases(*object_));
@@ -115,7 +115,7 @@ class MemoryFault : public test::StoreFixture<test::RemoteKeymaster> {
     int replaced_keys_ = 0;
 };
 
-// Before libcrypto's first allocation.
+// Is set before libcrypto's first allocation.
 const bool g_libcrypto_memory = test::useFailingLibcryptoMemory();
 
 TEST_F(MemoryFault, SecureObjectOperations) {

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the library does not protect its users from, each once, as docs/reliability.md tells it. All
-// of it is meant to stay: a change here is a change of behaviour.
+// Each thing that the library does not protect its users from, as docs/reliability.md tells it. All
+// of this is meant to stay: who changes a test here changes the behaviour.
 
 #include <soft_keymaster/fault_keymaster.h>
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Certificates made for a test, with either flavour of libcrypto. None depends on today's date.
+// Makes certificates for tests, with either flavour of libcrypto. None depends on today's date.
 
 #pragma once
 
@@ -48,7 +48,8 @@ inline std::map<int, zelkm::EvpPkeyPtr>& keys() {
     return all;
 }
 
-// Keys are made once: RSA for 20 and 21, on P-256 for others unless they are in keys() already.
+// The key with this number, made at its first use: 20 and 21 are RSA keys, all others lie on P-256
+// unless a test has put another key into keys().
 inline EVP_PKEY* keyOf(int number) {
     zelkm::EvpPkeyPtr& key = keys()[number];
     if (key == nullptr) {
@@ -62,11 +63,11 @@ struct Certificate {
     int key, signer;
     const char* from = kPast;
     const char* to = kFuture;
-    std::function<void(X509*)> change = [](X509*) {};  // before it is signed
+    std::function<void(X509*)> change = [](X509*) {};  // runs before it is signed
     std::function<void(X509*, EVP_PKEY*)> sign = [](X509* x, EVP_PKEY* with) {
         EXPECT_NE(0, X509_sign(x, with, EVP_sha256()));
     };
-    std::function<void(std::vector<uint8_t>&)> edit = [](std::vector<uint8_t>&) {};  // the DER
+    std::function<void(std::vector<uint8_t>&)> edit = [](std::vector<uint8_t>&) {};  // of the DER
 
     android::hardware::hidl_vec<uint8_t> der() const {
         const zelkm::X509Ptr made(X509_new());
@@ -101,7 +102,8 @@ struct Certificate {
     }
 };
 
-// A good chain, leaf first: each is signed by the next one, the last by itself.
+// A good chain, which begins with the leaf: the next certificate signed each one, the last signed
+// itself.
 inline std::vector<Certificate> certificates(int count, int first_key = 0) {
     std::vector<Certificate> result;
     for (int i = 0; i < count; ++i) {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Store directories to damage, for `zelkm doctor`.
+// Store directories that the tests of `zelkm doctor` damage.
 
 #pragma once
 
@@ -16,7 +16,8 @@ namespace test {
 
 using Files = std::map<std::string, std::string>;
 
-// The directory "s" holds k1 and k2, its backup k1; `later_` is the store with a third object.
+// The store in the directory "s" holds k1 and k2, and its backup k1. `later_` is the same store
+// with a third object.
 class DamagedStore : public ZelkmTool {
   protected:
     DamagedStore() {
@@ -28,7 +29,7 @@ class DamagedStore : public ZelkmTool {
         put(start_);
     }
 
-    // Of the regular files in "s", or in one of its folders.
+    // The names and contents of the regular files in "s", or in one of its folders.
     static Files files(const std::filesystem::path& folder = "s") {
         Files all;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -48,7 +49,7 @@ class DamagedStore : public ZelkmTool {
         }
     }
 
-    // The copies in the folders of all repairs.
+    // The copies that all repairs have kept in their folders.
     static Files kept() {
         Files all;
         for (const auto& folder : std::filesystem::directory_iterator("s")) {
@@ -71,13 +72,13 @@ class DamagedStore : public ZelkmTool {
         std::filesystem::resize_file("s/" + name, len);
     }
 
-    // Sets a file's modification time, seconds since 1970.
+    // Sets a file's modification time, in seconds since 1970.
     static void date(const std::string& name, time_t time) {
         const struct timespec times[] = {{time, 0}, {time, 0}};
         EXPECT_EQ(0, ::utimensat(AT_FDCWD, ("s/" + name).c_str(), times, 0));
     }
 
-    // Stopped between the renames.
+    // Leaves the files as a replacement does that stops between its renames.
     void interrupt() {
         move("secure_objects.db", "secure_objects.db.bak");
         write("s/secure_objects.db.tmp", later_);

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Queries against the store engine, and texts and stores for them.
+// Runs queries against the store engine, and makes texts and stores for them.
 
 #pragma once
 
@@ -36,7 +36,8 @@ inline std::string readable(std::string text) {
     return text;
 }
 
-// A copy in a heap block of exactly its length: the address sanitizer sees every read beyond it.
+// A copy of a text in a heap block of exactly its length. The address sanitizer sees every read
+// beyond it.
 class Exact {
   public:
     explicit Exact(const std::string& text)
@@ -63,7 +64,7 @@ inline std::string le32(uint32_t value) {
     return text;
 }
 
-// A store as it lies in its file, with zeros for tag and nonce.
+// The bytes of a store file. Tag and nonce are zeros.
 inline std::string store(uint32_t rows, const std::string& payload,
                          const std::string& magic = "SOBv1.1     ", uint32_t flags = 0) {
     return magic + le32(flags) + std::string(28, '\0') + le32(rows) +
@@ -90,7 +91,7 @@ inline std::string notLoaded(int code) {
 
 constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
 
-// Starts with an empty table, no callback and an empty log.
+// Each test starts with an empty table, without an encryption callback and with an empty log.
 class Engine : public ::testing::Test {
   protected:
     Engine() {
@@ -100,8 +101,8 @@ class Engine : public ::testing::Test {
     }
     ~Engine() override { sdb_register_db_encrypt_fp(nullptr, nullptr); }
 
-    // Runs a command on the table that `handle_` names, or on `blob_` if that is 0. What comes out
-    // is in `result_`.
+    // Runs a command on the table that `handle_` names. When that is 0, the engine loads `blob_`
+    // first. The result is in `result_`.
     Code query(const std::string& command) {
         const Exact text(raw(command));
         const Exact blob(blob_);
@@ -125,7 +126,7 @@ class Engine : public ::testing::Test {
         return status;
     }
 
-    // UPDATE, which only direct callers reach.
+    // Runs an UPDATE through its handler: no command reaches it.
     Code update(const std::string& columns, const std::string& values, const std::string& where) {
         const Exact texts[] = {Exact(columns), Exact(values), Exact(where)};
         const db_token_t tokens[] = {texts[0].token(), texts[1].token(), texts[2].token()};
@@ -143,14 +144,14 @@ class Engine : public ::testing::Test {
         return status;
     }
 
-    // The selection, in the readable form; its final NUL is checked and left out.
+    // Returns the selection in the readable form, without its final NUL.
     std::string select(const std::string& command) {
         EXPECT_EQ(0, query(command)) << command;
         EXPECT_EQ('\0', result_.empty() ? 'x' : result_.back()) << command;
         return readable(result_.substr(0, result_.size() - 1));
     }
 
-    // Loads a store and answers its rows or, when it is refused, the messages.
+    // Loads a store. Returns its rows, or the messages when it is refused.
     std::string load(const std::string& blob) {
         handle_ = 0;
         blob_ = blob;
@@ -159,8 +160,8 @@ class Engine : public ::testing::Test {
         return status == 0 ? readable(result_.substr(0, result_.size() - 1)) : messages(status);
     }
 
-    // The error messages since the last call, each ended by a line feed, without their prefix and
-    // with the names of codes. The last one must end with the status that they explain.
+    // Returns the error messages since the last call. Each ends with a line feed, has no prefix,
+    // and names the code in it. The last one must end with the status that the messages explain.
     static std::string messages(int status = 0) {
         const std::string prefix = "E engine: ";
         std::string all;

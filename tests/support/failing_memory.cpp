@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Makes allocations fail on demand. See failing_memory.h.
+// The wrapped allocation functions, and the counter that they share.
 
 #include "failing_memory.h"
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Lets operator new fail where malloc does. See failing_memory.h.
+// operator new over malloc, so that it fails where failing_memory.h lets malloc fail.
 
 #include <cstdlib>
 #include <new>

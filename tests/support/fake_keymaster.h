@@ -27,15 +27,15 @@ using android::hardware::Status;
 using android::hardware::Void;
 using namespace android::hardware::keymaster::V4_0;
 
-// How an answer reaches the library: as it should, not at all although the call succeeds, or with a
-// call that fails before or after the callback.
+// How an answer reaches the library. The callback may never run although the call succeeds, and the
+// call may fail before or after the callback.
 enum class Delivery { kWhole, kNoCallback, kLostBefore, kLostAfter };
 
-// What the platform says about a failed call.
+// The library logs how the platform describes a failed call.
 inline const char kDead[] =
     "E object: HIDL call failed with Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '";
 
-// What the library says about it.
+// What the library logs next.
 inline std::string callLost(const std::string& error_in_call) {
     return "E object: " + error_in_call + " hidl call : " + std::to_string(ZELKM_UNKNOWN_ERROR);
 }
@@ -43,7 +43,7 @@ inline std::string callLost(const std::string& error_in_call) {
 struct Answer {
     Delivery delivery = Delivery::kWhole;
     int error = 0;
-    Bytes output = {};                      // a key blob, or what an operation puts out
+    Bytes output = {};                      // a key blob, or the output of an operation
     std::vector<KeyParameter> params = {};  // begin
     uint64_t handle = 0;                    // begin
     uint32_t consumed = 0;                  // update
@@ -74,7 +74,7 @@ inline std::string hexadecimal(uint64_t value) {
     return text;
 }
 
-// The names of the tags that tests look at. Others stay numbers.
+// The name of a tag that tests look at. Any other one is its number.
 inline std::string nameOf(Tag tag) {
     static const std::map<Tag, const char*> names = {{Tag::ALGORITHM, "ALGORITHM"},
                                                      {Tag::ORIGIN, "ORIGIN"},
@@ -134,7 +134,7 @@ inline std::string described(const hidl_vec<KeyParameter>& params) {
     return "[" + result + "]";
 }
 
-// The calls that the library has no use for are left to the software keymaster.
+// The software keymaster answers the calls that the library does not make.
 class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     using Blob = hidl_vec<uint8_t>;
     using Params = hidl_vec<KeyParameter>;
@@ -143,14 +143,15 @@ class FakeKeymaster : public soft_keymaster::SoftKeymaster {
   public:
     FakeKeymaster() : SoftKeymaster(Options()) {}
 
-    // Answers by the call's name, in order; the last one stays. Without any: UNIMPLEMENTED.
+    // The answers to each call, by its name, in order. The last one is given again and again. A
+    // call without answers is refused as UNIMPLEMENTED.
     std::map<std::string, std::vector<Answer>> answers;
 
-    // What was asked: the name, then purpose or handle, key, parameters and input as far as the
-    // call has them, e.g. "begin ENCRYPT key [BLOCK_MODE=0x20]", "update 0x77 [] input". What
-    // should be empty and is not shows as "!".
+    // The calls that were made: the name, then purpose or handle, key, parameters and input as far
+    // as the call has them, e.g. "begin ENCRYPT key [BLOCK_MODE=0x20]" or "update 0x77 [] input".
+    // An argument that should be empty and is not shows as "!".
     std::vector<std::string> calls;
-    std::set<const uint8_t*> seen;  // where keys and the bytes of parameters lay
+    std::set<const uint8_t*> seen;  // the addresses of keys and of parameters' bytes
 
     Return<void> generateKey(const Params& params, generateKey_cb cb) override {
         return reply("generateKey", " " + list(params), [&](const Answer& a) {

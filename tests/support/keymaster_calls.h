@@ -57,7 +57,7 @@ inline Params with(Params params, const Params& changes) {
     return params;
 }
 
-// What a call answered, whichever of these it has.
+// The answer to a call, as far as the call has these parts.
 struct Result {
     void put(ErrorCode value) { error = value; }
     void put(const hidl_vec<uint8_t>& value) { output = value; }
@@ -76,7 +76,7 @@ struct Result {
     uint32_t consumed = 0;
 };
 
-// Runs `call` with a callback for whatever arguments.
+// Runs `call` with a callback that takes the arguments of any call.
 template <typename Function>
 Result resultOf(Function call) {
     Result result;

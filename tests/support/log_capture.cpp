@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Captures the platform log. See log_capture.h.
+// The function that replaces liblog's, and the form in which it keeps the lines.
 
 #include "log_capture.h"
 
@@ -90,7 +90,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     va_end(args);
     text.pop_back();
     if (priority == ANDROID_LOG_FATAL) {
-        // What death tests look for.
+        // Death tests look for it there.
         std::fprintf(stderr, "%s\n", text.c_str());
     }
     lines().push_back(readable(priority, tag, text));

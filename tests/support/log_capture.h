@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Captures the platform log: linking this replaces __android_log_print in the test program.
+// Captures the platform log. A test program that links this has its own __android_log_print.
 
 #pragma once
 
@@ -12,13 +12,13 @@ namespace test {
 
 using Lines = std::vector<std::string>;
 
-// The lines since the last clearLog(), each as "<level> <source>: <message>" with level E, W or D
-// and source "object" or "engine", e.g. "W object: no file edbk". A line in any other form, under
-// another tag, or with a prefix that does not fit its priority is kept as "malformed: …". Addresses
-// in messages ("0x7f…") become "ADDR", or "LOWER" after a higher one.
+// The lines since the last clearLog(), e.g. "W object: no file edbk": a level (E, W or D), a source
+// ("object" or "engine") and the message. A line is kept as "malformed: …" when it has another form
+// or tag, or a prefix that does not fit its priority. An address in a message ("0x7f…") becomes
+// "ADDR", or "LOWER" after a higher one.
 Lines log();
 
-// The same without debug lines.
+// The lines of log() that are no debug lines.
 Lines errors();
 
 // Whether a line that is equal to `line` was logged.

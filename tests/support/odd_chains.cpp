@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Chains at the edges of what libraries for certificates take. See odd_chains.h.
+// Each odd chain as a change of a good one: of a single certificate, or of the whole path.
 
 #include "odd_chains.h"
 
@@ -52,7 +52,7 @@ Path ofKey(int key, const EVP_MD* digest) {
     return path;
 }
 
-// The same, with another object identifier for the signatures' algorithm.
+// The path with another object identifier for the algorithm of its signatures.
 Path named(Path path, const EVP_MD* digest, int nid, int parameters) {
     for (Certificate& certificate : path) {
         certificate.sign = [=](X509* x, EVP_PKEY* with) {
@@ -99,7 +99,7 @@ void removeExtensions(X509* x) {
     }
 }
 
-// The point of the certificate's key moves off its curve.
+// Moves the point of the certificate's key off its curve.
 void leaveCurve(X509* x) {
     const unsigned char* point = nullptr;
     int len = 0;
@@ -107,7 +107,7 @@ void leaveCurve(X509* x) {
     const_cast<unsigned char*>(point)[len - 1] ^= 1;
 }
 
-// Changes of one certificate, tried in each place.
+// A change of one certificate, which is tried in each place.
 struct Change {
     const char* name;
     std::function<void(Certificate&)> make;
@@ -163,7 +163,7 @@ const Change kChanges[] = {
      }},
 };
 
-// Changes of a whole path.
+// A change of a whole path.
 struct PathChange {
     const char* name;
     Path path;

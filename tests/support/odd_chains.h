@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Chains at the edges of what libraries for certificates take. Only OpenSSL can make all of them.
+// Chains that libraries for certificates may or may not take. Only OpenSSL can make all of them.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace test {
 
-// Each with its name. All differ from a good chain in one respect.
+// Returns each chain with its name. All differ from a good chain in one respect.
 std::vector<std::pair<std::string, Chain>> oddChains();
 
 }  // namespace test

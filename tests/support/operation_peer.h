@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The operation object's caches, for tests to look at and to damage.
+// Lets tests look at the operation object's caches and damage them.
 
 #pragma once
 
@@ -22,7 +22,7 @@ struct ZelKeymasterOperationPeer {
     const uint8_t* keyBlobData() const { return object_.mDbKeyBlob; }
     size_t keyBlobLen() const { return object_.mDbKeyBlobLen; }
 
-    // Replace a cache by a copy of `bytes`; by nothing when that is empty.
+    // Replace a cache by a copy of `bytes`, or by a null pointer when they are empty.
     void setImage(const test::Bytes& bytes) {
         replace(&object_.mDbData, bytes);
         object_.mDbLen = static_cast<uint32_t>(bytes.size());
@@ -52,8 +52,8 @@ namespace test {
 
 using ObjectPeer = ZelKeymasterOperationPeer;
 
-// Releases an object's key blob, too, which the library's own destructor does not: so leak checkers
-// report nothing but leaks.
+// Releases an object together with its key blob. The library's destructor leaves the blob, and a
+// leak checker would report it.
 struct ObjectDeleter {
     void operator()(ZelKeymasterOperation* object) const {
         ObjectPeer(*object).setKeyBlob({});
@@ -67,7 +67,7 @@ inline ObjectPtr makeObject(android::hardware::keymaster::V4_0::support::Keymast
     return ObjectPtr(new ZelKeymasterOperation(km, enableSecureDb));
 }
 
-// Makes the process forget which table is loaded, as a restart would: the next query loads the
+// Makes the process forget which table is loaded, as a restart would. The next query loads the
 // image that its object holds.
 inline void forgetTable() {
     ZelKeymasterOperation object(nullptr, true);

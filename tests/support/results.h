@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Result codes by name, for tests that compare them.
+// Result codes that a failing test prints with their names.
 
 #pragma once
 
@@ -16,7 +16,7 @@
 
 namespace test {
 
-// "-40 INVALID_TAG"; the bare number when the code has no name.
+// The code's number and name, e.g. "-40 INVALID_TAG". A code without a name is its number.
 inline std::string named(int code) {
     // Codes that no keymaster answers.
     static const std::map<int, const char*> own = {

@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A store with the objects "a" and "b" over a software keymaster, put back as it was for each try.
+// A store with the objects "a" and "b" over a software keymaster. A test can put it back as it was
+// before each try.
 
 #pragma once
 
@@ -74,8 +75,8 @@ class StoreFixture : public InTempDir {
         reopen();
     }
 
-    // Puts the object in the state of a new one: the image loaded, no key, no table. (A really new
-    // one would write each line of the error file once more.)
+    // Puts the object in the state of a new one: the image is loaded, key and table are not. (A
+    // really new one would write each line of the error file once more.)
     void reopen() {
         ObjectPeer peer(*object_);
         peer.setImage(readFile(kStore).value_or(Bytes()));

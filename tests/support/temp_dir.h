@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A private working directory for one test, and whole files in it.
+// Gives a test a working directory of its own, and reads and writes whole files in it.
 
 #pragma once
 
@@ -49,7 +49,7 @@ inline void writeFile(const std::filesystem::path& path, const Bytes& content) {
     ASSERT_TRUE(out.good()) << path;
 }
 
-// Changes to a new, empty directory and back; starts with an empty log.
+// Each test runs in a new, empty directory and starts with an empty log.
 class InTempDir : public ::testing::Test {
   protected:
     InTempDir() {

@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Linked into a program whose tests run the library in many child processes: uses it once in the
-// parent, before the tests. The children then inherit a libcrypto that is set up and, under an
-// emulator, code that is translated, where each would do that work again: ten times as fast there.
+// Uses the library once before the tests of a program that runs it in many child processes. The
+// children then inherit a libcrypto that is set up and, under an emulator, code that is translated.
+// There the tests take a tenth of the time.
 
 #include <soft_keymaster/soft_keymaster.h>
 

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the library wipes. For one source file of a program that is linked with
-// --wrap=OPENSSL_cleanse.
+// Records the memory that the library wipes. One source file of a program includes this, and the
+// program is linked with --wrap=OPENSSL_cleanse.
 
 #pragma once
 
@@ -14,7 +14,7 @@
 
 namespace test {
 
-// Where, and what was there.
+// The addresses that were wiped, each with the bytes that were there.
 inline std::vector<std::pair<const void*, std::string>> g_wiped;
 
 inline bool wiped(const std::string& content) {

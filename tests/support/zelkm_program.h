@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command-line tool, as a program: ZELKM in the environment is its path.
+// Runs the command-line tool as a program. Its path is in the environment variable ZELKM.
 
 #pragma once
 
@@ -23,7 +23,7 @@ struct Outcome {
     bool says(const std::string& text) const { return err.find(text) != err.npos; }
 };
 
-// Becomes the tool; the first argument is its name.
+// Turns this process into the tool. The first argument is the tool's name.
 [[noreturn]] inline void exec(std::vector<std::string>& args) {
     std::vector<char*> argv;
     for (std::string& arg : args) {
@@ -39,7 +39,7 @@ class ZelkmTool : public InTempDir {
   protected:
     ZelkmTool() { std::filesystem::create_directory("s"); }
 
-    // Runs the tool, on the directory "s" unless the last argument says otherwise.
+    // Runs the tool on the directory "s", or on the one that a last argument --dir=… names.
     Outcome run(std::vector<std::string> args, const std::string& input = "") {
         const bool elsewhere = !args.empty() && args.back().rfind("--dir=", 0) == 0;
         args.insert(args.begin(), {"zelkm", elsewhere ? args.back() : "--dir=s"});
@@ -57,7 +57,7 @@ class ZelkmTool : public InTempDir {
         return {status, text("stdout"), text("stderr")};
     }
 
-    // Runs it and expects success.
+    // Runs the tool, expects success, and returns its output.
     std::string done(const std::vector<std::string>& args, const std::string& input = "") {
         const Outcome outcome = run(args, input);
         EXPECT_EQ(outcome.status, 0) << args[0] << ": " << outcome.err;
