@@ -185,6 +185,21 @@ TEST(AttestationChain, SeparateFirstMustBeSignedByThePathsLeaf) {
     expectRefused(encoded(chain), false, log, true);
     chain[0].signer = 20;  // of another kind
     expectRefused(encoded(chain), false, log, true);
+
+    chain = withFirst(certificates(2));
+    chain[1].change = [](X509* leaf) {  // its key leaves the curve
+        const unsigned char* point = nullptr;
+        int len = 0;
+        X509_PUBKEY_get0_param(nullptr, &point, &len, nullptr, X509_get_X509_PUBKEY(leaf));
+        const_cast<unsigned char*>(point)[len - 1] ^= 1;
+    };
+#ifdef OPENSSL_IS_BORINGSSL
+    const Lines unreadable = {"E object: X509_get_pubkey error"};
+#else  // the path does not verify either
+    const Lines unreadable = {"E object: X509_verify_cert fail -1, 1",
+                              "E object: verify_cert_chain fail"};
+#endif
+    expectRefused(encoded(chain), false, unreadable, true);
 }
 
 }  // namespace

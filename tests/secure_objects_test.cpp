@@ -103,6 +103,8 @@ TEST_F(SecureObjects, AreSelectedRowByRow) {
     EXPECT_EQ((Lines{"before", "u1\x1Ek1\x1E", "\x1Ek2\x1E", kEnd}), rows);
     Lines none;
     ASSERT_EQ(0, object->SodRetreiveOther(p, none));  // serves one column only
+    p.addAdminToOutput().addAccessorToOutput().addCreatorUidToOutput();
+    ASSERT_EQ(0, object->SodRetreiveOther(p, none));
     EXPECT_EQ(Lines(), none);
     EXPECT_EQ((Lines{"u1::k1", "::k2"}), list());
 

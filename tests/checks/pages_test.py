@@ -33,6 +33,8 @@ NOT_RUN = {
 }
 MASKS = [
     (r"\x1b\[[0-9;]*m", ""),
+    (r"^keymaster_tee ([A-Z]) .*?(?=\[)", r"LOG \1 "),  # liblog of Debian 12
+    (r"^\d\d-\d\d .* ([A-Z]) keymaster_tee\s*: ", r"LOG \1 "),  # and of Debian 13
     (r"\d{4}-\d\d-\d\d[ T]\d\d:\d\d:\d\d(\.\d+)?Z?", "TIME"),
     (r"\b\d\d-\d\d \d\d:\d\d:\d\d(\.\d+)?", "TIME"),
     (r"\b(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) +\d+ +(\d\d:\d\d|\d{4})", "TIME"),
