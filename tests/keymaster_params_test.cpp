@@ -22,9 +22,9 @@ TEST(ParameterConversion, CopiesValuesByTypeAndBorrowsBytes) {
     const zelkm::HidlParams converted = zelkm::kmParamSet2Hidl({params, 12});
     ASSERT_EQ(12u, converted.size());
     EXPECT_EQ(
-        "[0x5=0x0 0x10000005=0x55667701 0x20000005=0x55667702 0x30000005=0x55667703 "
+        "[0x00000005=0x0 0x10000005=0x55667701 DIGEST=0x55667702 0x30000005=0x55667703 "
         "0x40000005=0x55667704 0x50000005=0x1122334455667705 0x60000005=0x1122334455667706 "
-        "0x70000005=true 0x80000005=xy 0x90000005=x 0xa0000005=0x112233445566770a 0xb0000005=0x0]",
+        "0x70000005=true 0x80000005=xy 0x90000005=x 0xA0000005=0x112233445566770a 0xB0000005=0x0]",
         test::described(converted));
     EXPECT_EQ(data, converted[8].blob.data());
     EXPECT_EQ(data, converted[9].blob.data());

@@ -25,8 +25,8 @@ TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
         std::string sent;
     } cases[] = {
         {{}, "attestKey key [GENERATE_CSR=true]"},
-        {{challenge}, "attestKey key [CHALLENGE=challenge GENERATE_CSR=true]"},
-        {{asked, challenge}, "attestKey key [GENERATE_CSR=false CHALLENGE=challenge]"},
+        {{challenge}, "attestKey key [ATTESTATION_CHALLENGE=challenge GENERATE_CSR=true]"},
+        {{asked, challenge}, "attestKey key [GENERATE_CSR=false ATTESTATION_CHALLENGE=challenge]"},
     };
     km.answers["attestKey"] = {Answer()};
     for (const auto& c : cases) {

@@ -38,6 +38,10 @@ constexpr TagName kTagNames[] = {
     {Tag::ASSOCIATED_DATA, "ASSOCIATED_DATA"},
     {Tag::NONCE, "NONCE"},
     {Tag::MAC_LENGTH, "MAC_LENGTH"},
+    {Tag::ORIGIN, "ORIGIN"},
+    {Tag::CREATION_DATETIME, "CREATION_DATETIME"},
+    {Tag::OS_VERSION, "OS_VERSION"},
+    {Tag::OS_PATCHLEVEL, "OS_PATCHLEVEL"},
     {PWHW_TAG_IN_1, "IN_1"},
     {PWHW_TAG_IN_2, "IN_2"},
     {PWHW_TAG_IN_3, "IN_3"},
@@ -91,17 +95,6 @@ constexpr CodeName kCodeNames[] = {
     {ErrorCode::UNKNOWN_ERROR, "UNKNOWN_ERROR"},
 };
 
-std::string tagInWords(Tag tag) {
-    for (const TagName& known : kTagNames) {
-        if (known.tag == tag) {
-            return known.name;
-        }
-    }
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(tag));
-    return text;
-}
-
 std::string valueInWords(const KeyParameter& param) {
     switch (static_cast<TagType>(static_cast<uint32_t>(param.tag) & 0xF0000000u)) {
         case TagType::BYTES:
@@ -136,6 +129,17 @@ std::string inWords(const Params& params) {
         text += (i == 0 ? "" : ", ") + tagInWords(params[i].tag) + " " + valueInWords(params[i]);
     }
     return "[" + text + "]";
+}
+
+std::string tagInWords(Tag tag) {
+    for (const TagName& known : kTagNames) {
+        if (known.tag == tag) {
+            return known.name;
+        }
+    }
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(tag));
+    return text;
 }
 
 std::string codeInWords(int code) {

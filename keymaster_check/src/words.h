@@ -24,6 +24,9 @@ std::string inWords(const uint8_t* data, size_t size);
 // E.g. "[BLOCK_MODE 32, NONCE 12 bytes 00ff…]".
 std::string inWords(const Params& params);
 
+// The tag's name or, for a tag that keymasters are not asked about, its number as "0x%08X".
+std::string tagInWords(android::hardware::keymaster::V4_0::Tag tag);
+
 // E.g. "-33 INVALID_KEY_BLOB".
 std::string codeInWords(int code);
 

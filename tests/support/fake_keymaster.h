@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "../../keymaster_check/src/words.h"
 #include "temp_dir.h"
 #include "zelkeymaster_result.h"
 #include "zelkeymaster_vendor_tags.h"
@@ -74,34 +75,6 @@ inline std::string hexadecimal(uint64_t value) {
     return text;
 }
 
-// The name of a tag that tests look at. Any other one is its number.
-inline std::string nameOf(Tag tag) {
-    static const std::map<Tag, const char*> names = {{Tag::ALGORITHM, "ALGORITHM"},
-                                                     {Tag::ORIGIN, "ORIGIN"},
-                                                     {Tag::PURPOSE, "PURPOSE"},
-                                                     {Tag::BLOCK_MODE, "BLOCK_MODE"},
-                                                     {Tag::PADDING, "PADDING"},
-                                                     {Tag::KEY_SIZE, "KEY_SIZE"},
-                                                     {Tag::MIN_MAC_LENGTH, "MIN_MAC_LENGTH"},
-                                                     {Tag::OS_VERSION, "OS_VERSION"},
-                                                     {Tag::OS_PATCHLEVEL, "OS_PATCHLEVEL"},
-                                                     {Tag::MAC_LENGTH, "MAC_LENGTH"},
-                                                     {Tag::CREATION_DATETIME, "CREATION_DATETIME"},
-                                                     {TAG_GENERATE_CSR, "GENERATE_CSR"},
-                                                     {Tag::ATTESTATION_CHALLENGE, "CHALLENGE"},
-                                                     {Tag::ASSOCIATED_DATA, "ASSOCIATED_DATA"},
-                                                     {Tag::NONCE, "NONCE"},
-                                                     {PWHW_TAG_IN_1, "IN_1"},
-                                                     {PWHW_TAG_IN_2, "IN_2"},
-                                                     {PWHW_TAG_IN_3, "IN_3"},
-                                                     {PWHW_TAG_IN_4, "IN_4"},
-                                                     {PWHW_TAG_ENCRYPTED_KEY, "ENCRYPTED_KEY"},
-                                                     {PWHW_TAG_KEY, "KEY"},
-                                                     {PWHW_TAG_TAG, "TAG"}};
-    const auto found = names.find(tag);
-    return found != names.end() ? found->second : hexadecimal(static_cast<uint32_t>(tag));
-}
-
 inline std::string nameOf(KeyPurpose purpose) {
     static const std::map<KeyPurpose, const char*> names = {
         {KeyPurpose::ENCRYPT, "ENCRYPT"},
@@ -114,7 +87,7 @@ inline std::string nameOf(KeyPurpose purpose) {
 
 // "TAG=value", for readable comparisons.
 inline std::string described(const KeyParameter& param) {
-    const std::string name = nameOf(param.tag) + "=";
+    const std::string name = keymaster_check::tagInWords(param.tag) + "=";
     const uint32_t type = static_cast<uint32_t>(param.tag) >> 28;
     if (type == 7) {
         return name + (param.f.boolValue ? "true" : "false");
