@@ -3,7 +3,8 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # The rules that a machine can hold: layout, scripts, the linter, the proportion of the tests, and
-# the tests once more with the second compiler and with the device's flavour of libcrypto.
+# the tests once more with the second compiler and a device's standard library, and with its flavour
+# of libcrypto.
 #
 #   scripts/check.sh           the linter reads what differs from the branch main, or from its
 #                              previous commit when there is no difference
@@ -15,7 +16,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 # One version for everybody: another lays out and complains differently.
-packages=(clang-format-19 clang-tidy-19 shellcheck)
+packages=(clang-format-19 clang-tidy-19 shellcheck libc++-dev libc++abi-dev googletest)
 linted='^(common|soft_keymaster|keymaster_check|tools|examples)/.*\.cpp$'
 
 scope=changed
@@ -48,7 +49,7 @@ lint() {
     echo "== linter, ${#files[@]} sources"
     [[ ${#files[@]} -gt 0 ]] || return 0
     printf '%s\0' "${files[@]}" |
-        xargs -0 -n 2 -P "$(nproc)" clang-tidy-19 -p build/clang --quiet 2>/dev/null
+        xargs -0 -n 2 -P "$(nproc)" clang-tidy-19 -p build/libcxx --quiet 2>/dev/null
 }
 
 scripts/setup.sh "${packages[@]}"
@@ -66,7 +67,7 @@ echo "== lines of code"
 scripts/count-code.sh
 
 if [[ -z $quick ]]; then
-    for preset in clang boringssl; do
+    for preset in libcxx boringssl; do
         echo "== $preset"
         cmake --preset "$preset" >/dev/null
         cmake --build --preset "$preset"
