@@ -12,6 +12,7 @@
 #include "operation_peer.h"
 #include "results.h"
 #include "velt_secure_db.h"
+#include "wiped_memory.h"
 #include "zelkeymaster_operation_internal.h"
 
 namespace {
@@ -101,6 +102,7 @@ TEST_F(SecureObjects, AreSelectedRowByRow) {
     Lines rows = {"before"};
     ASSERT_EQ(0, object->SodSelect(p.addCreatorToOutput().addAliasToOutput(), rows));
     EXPECT_EQ((Lines{"before", "u1\x1Ek1\x1E", "\x1Ek2\x1E", kEnd}), rows);
+    EXPECT_TRUE(test::wiped("u1\x1Ek1\x1E\n\x1Ek2\x1E\n" + kEnd));  // the engine's text of them
     Lines none;
     ASSERT_EQ(0, object->SodRetreiveOther(p, none));  // serves one column only
     p.addAdminToOutput().addAccessorToOutput().addCreatorUidToOutput();

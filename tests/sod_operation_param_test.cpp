@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "engine.h"
+#include "wiped_memory.h"
 
 namespace {
 
@@ -66,6 +67,22 @@ TEST(OperationParam, FillsValueListsThatACallerHasShortened) {
     p.getWhereValueList().resize(1);
     EXPECT_EQ("ALIAS CREATOR / 'b' /ALIAS CREATOR /'a' 'b' //",
               lists(p.setCreator(b).addCreatorInWhere(b)));
+}
+
+// Whether they lie in the string itself or in a block of the heap.
+TEST(OperationParam, WipesTheValuesThatItLetsGoOf) {
+    for (const size_t len : {3, 300}) {
+        SODOperationParam p;
+        std::string values[] = {std::string(len, 'r'), std::string(len, 'c'),
+                                std::string(len, 'w')};
+        p.setAlias(values[0]).setAlias(values[1]).addAliasInWhere(values[2]);
+        for (const std::string& value : values) {
+            EXPECT_EQ(&value == values, test::wipedWithin(value)) << value;
+        }
+        p.clear();
+        EXPECT_TRUE(test::wipedWithin(values[1]) && test::wipedWithin(values[2]));
+        test::g_wiped.clear();
+    }
 }
 
 TEST(OperationParam, SplitsStringsAtASeparator) {

@@ -224,6 +224,13 @@ TEST_F(Query, EncryptsInPlaceAndDecryptsIntoAnotherBuffer) {
     EXPECT_EQ("", cipher.calls);
 }
 
+TEST_F(Query, WipesATextThatNobodyTakes) {
+    EXPECT_EQ("a^^^^^^\n", load(store(1, "a^^^^^^\n$")));
+    g_wiped.clear();
+    EXPECT_EQ(0, sdb_query("SELECT (ALIAS)", 14, nullptr, 0, nullptr, nullptr, &handle_));
+    EXPECT_TRUE(wiped(raw("a^\n$")));
+}
+
 TEST_F(Query, FailedEncryptionDropsTheTableFailedDecryptionLeavesIt) {
     Cipher cipher;
     cipher.status = 5;  // positive ones are failures, too

@@ -22,6 +22,13 @@ inline bool wiped(const std::string& content) {
                        [&](const auto& wipe) { return wipe.second == content; });
 }
 
+// Whether a longer piece with this in it was wiped.
+inline bool wipedWithin(const std::string& content) {
+    return std::any_of(g_wiped.begin(), g_wiped.end(), [&](const auto& wipe) {
+        return wipe.second.find(content) != std::string::npos;
+    });
+}
+
 }  // namespace test
 
 extern "C" {

@@ -3,36 +3,55 @@
 
 #include "sod_operation_param.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "text_pieces.h"
 
 namespace {
 
-constexpr char kQuote = 0x1F;
+constexpr char kQuote[] = "\x1F";
 
-std::string quoted(const std::string& value) {
-    return kQuote + value + kQuote;
+// As many as the store has columns. Lists with room for these never move their values, which would
+// leave copies of short ones behind.
+constexpr size_t kUsualColumns = 6;
+
+void wipe(std::string* text) {
+    text->resize(text->capacity());  // bytes of a short text stay behind its end
+    OPENSSL_cleanse(text->data(), text->size());
 }
+
+// A value on its way into a list or out of it.
+struct PassingValue {
+    std::string text;
+
+    ~PassingValue() { wipe(&text); }
+};
 
 // Sets the value of `column`, or appends both to their lists. All allocations come first, so that
 // the lists stay in step even without memory.
-void put(std::vector<std::string>& columns, std::vector<std::string>& values, std::string column,
-         std::string value) {
+void put(std::vector<std::string>& columns, std::vector<std::string>& values,
+         const std::string& column, std::string_view value, std::string_view quote) {
+    PassingValue passing;
+    passing.text.reserve(value.size() + 2 * quote.size());
+    passing.text.append(quote).append(value).append(quote);
     const auto found = std::find(columns.begin(), columns.end(), column);
     if (found != columns.end()) {
         const size_t place = static_cast<size_t>(found - columns.begin());
         if (place >= values.size()) {  // only if a caller changed the lists
             values.resize(place + 1);
         }
-        values[place] = std::move(value);
+        values[place].swap(passing.text);
         return;
     }
-    columns.reserve(columns.size() + 1);
-    values.reserve(values.size() + 1);
-    columns.push_back(std::move(column));
-    values.push_back(std::move(value));
+    std::string name = column;
+    columns.reserve(std::max(columns.size() + 1, kUsualColumns));
+    values.reserve(std::max(values.size() + 1, kUsualColumns));
+    columns.push_back(std::move(name));
+    values.emplace_back().swap(passing.text);
 }
 
 }  // namespace
@@ -47,33 +66,33 @@ SODOperationParam::SODOperationParam()
       mPrivAccValue("1") {}
 
 SODOperationParam& SODOperationParam::setColumn(std::string& column, std::string& value) {
-    put(mColumnList, mDataList, column, value);
+    put(mColumnList, mDataList, column, value, "");
     return *this;
 }
 
 SODOperationParam& SODOperationParam::setAlias(std::string& v) {
-    std::string value = quoted(v);
-    return setColumn(mAliasName, value);
+    put(mColumnList, mDataList, mAliasName, v, kQuote);
+    return *this;
 }
 
 SODOperationParam& SODOperationParam::setCreator(std::string& v) {
-    std::string value = quoted(v);
-    return setColumn(mCreatorName, value);
+    put(mColumnList, mDataList, mCreatorName, v, kQuote);
+    return *this;
 }
 
 SODOperationParam& SODOperationParam::setAdmin(std::string& v) {
-    std::string value = quoted(v);
-    return setColumn(mAdminName, value);
+    put(mColumnList, mDataList, mAdminName, v, kQuote);
+    return *this;
 }
 
 SODOperationParam& SODOperationParam::setAccessor(std::string& v) {
-    std::string value = quoted(v);
-    return setColumn(mAccessorName, value);
+    put(mColumnList, mDataList, mAccessorName, v, kQuote);
+    return *this;
 }
 
 SODOperationParam& SODOperationParam::setCreatorUid(std::string& v) {
-    std::string value = quoted(v);
-    return setColumn(mCreatorUidName, value);
+    put(mColumnList, mDataList, mCreatorUidName, v, kQuote);
+    return *this;
 }
 
 SODOperationParam& SODOperationParam::setPrivilegedAccess(bool on) {
@@ -81,7 +100,7 @@ SODOperationParam& SODOperationParam::setPrivilegedAccess(bool on) {
 }
 
 SODOperationParam& SODOperationParam::addWhere(std::string& column, std::string& value) {
-    put(mWhereColumnList, mWhereValueList, column, quoted(value));
+    put(mWhereColumnList, mWhereValueList, column, value, kQuote);
     return *this;
 }
 
@@ -141,10 +160,14 @@ SODOperationParam& SODOperationParam::addPrivilegedAccessToOutput() {
 }
 
 SODOperationParam& SODOperationParam::clear() {
+    for (std::vector<std::string>* values : {&mDataList, &mWhereValueList}) {
+        for (std::string& value : *values) {
+            wipe(&value);
+        }
+        values->clear();
+    }
     mColumnList.clear();
-    mDataList.clear();
     mWhereColumnList.clear();
-    mWhereValueList.clear();
     mOutputFormat.clear();
     return *this;
 }

@@ -480,7 +480,7 @@ int sdb_query(const char* command, unsigned int len, const unsigned char* blob,
         *out = result.data;
         *out_len = result.len;
     } else {
-        std::free(result.data);
+        const SecretBuffer unwanted(result.data, {result.len});
     }
     return ZELKM_OK;
 }

@@ -219,11 +219,12 @@ int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SOD
     MallocBuffer result;
     size_t len = 0;
     const int status = runCommand(object, stored, selectCommand(p), &result, &len);
+    const SecretBuffer text(result.release(), {len});
     if (status != ZELKM_OK) {
         return status;
     }
     return appendTo(list, [&] {
-        forEachPiece({reinterpret_cast<const char*>(result.get()), len}, kRowSeparator, action);
+        forEachPiece({reinterpret_cast<const char*>(text.get()), len}, kRowSeparator, action);
     });
 }
 
@@ -547,10 +548,9 @@ int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<st
     return runSelect(this, {mDbData, mDbLen}, p, &out, [&out](std::string_view row) {
         const Fields fields = splitFields(row);
         if (fields.count == 2) {
-            std::string name;
+            std::string& name = out.emplace_back();
             name.reserve(fields.first[0].size() + 2 + fields.first[1].size());
             name.append(fields.first[0]).append("::").append(fields.first[1]);
-            out.push_back(std::move(name));
         }
     });
 }
