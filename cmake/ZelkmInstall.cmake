@@ -40,7 +40,7 @@ if(ZELKM_LIBCRYPTO STREQUAL "boringssl")
 else()
     set(ZELKM_PC_LIBCRYPTO -lcrypto)
 endif()
-foreach(name zelkeymaster soft_keymaster)
+foreach(name zelkeymaster soft_keymaster keymaster_check)
     configure_file(cmake/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

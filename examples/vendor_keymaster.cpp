@@ -253,8 +253,12 @@ struct VendorKeymaster::Operation {
 
 VendorKeymaster::VendorKeymaster(const DeviceKey& device_key)
     : Keymaster("android.hardware.keymaster@4.0::IKeymasterDevice", "example"),
-      version_{"VendorKeymaster", "example", 4, SecurityLevel::SOFTWARE, false},
-      device_key_(device_key) {}
+      device_key_(device_key) {
+    version_.keymasterName = "VendorKeymaster";
+    version_.authorName = "example";
+    version_.majorVersion = 4;
+    version_.securityLevel = SecurityLevel::SOFTWARE;
+}
 
 VendorKeymaster::~VendorKeymaster() = default;
 
@@ -449,5 +453,16 @@ Return<ErrorCode> VendorKeymaster::deleteAllKeys() {
 Return<ErrorCode> VendorKeymaster::destroyAttestationIds() {
     return ErrorCode::UNIMPLEMENTED;
 }
+
+#if __has_include(<keymasterV4_1/Keymaster.h>)
+Return<VendorKeymaster::LaterErrorCode> VendorKeymaster::deviceLocked(bool,
+                                                                      const VerificationToken&) {
+    return LaterErrorCode::UNIMPLEMENTED;
+}
+
+Return<VendorKeymaster::LaterErrorCode> VendorKeymaster::earlyBootEnded() {
+    return LaterErrorCode::UNIMPLEMENTED;
+}
+#endif
 
 }  // namespace example

@@ -5,6 +5,10 @@
 // Its cryptography is libcrypto's. In a real keymaster the parts marked "hardware" run in the
 // secure world, and this class only passes their results on.
 //
+// A HAL implements IKeymasterDevice, and is registered as a service. The platform hands it to
+// programs wrapped in the class Keymaster. This example derives from that class, so that it can be
+// tried within one process.
+//
 // How calls work
 //  - The answer goes to the callback: once, on the caller's thread, before the call returns. A
 //    refusal is an answer, too: the callback gets an error code and empty values, and the call
@@ -107,11 +111,18 @@ class VendorKeymaster : public support::Keymaster {
                            exportKey_cb cb) override;
     Return<ErrorCode> deleteAllKeys() override;
     Return<ErrorCode> destroyAttestationIds() override;
+#if __has_include(<keymasterV4_1/Keymaster.h>)
+    // Two calls that are there from Android 11 on.
+    using LaterErrorCode = android::hardware::keymaster::V4_1::ErrorCode;
+    Return<LaterErrorCode> deviceLocked(bool password_only,
+                                        const VerificationToken& verification_token) override;
+    Return<LaterErrorCode> earlyBootEnded() override;
+#endif
 
   private:
     struct Operation;
 
-    const VersionResult version_;
+    VersionResult version_ = {};
     const DeviceKey device_key_;
     std::map<uint64_t, std::unique_ptr<Operation>> operations_;
 };

@@ -23,6 +23,8 @@
 
 #pragma once
 
+#include <memory>  // before the handle's header, which on Android 9 does not include it
+
 #include <hardware/keymaster_defs.h>
 #include <hidl/HidlSupport.h>
 #include <keymasterV4_0/Keymaster.h>

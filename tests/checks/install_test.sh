@@ -25,13 +25,14 @@ mkdir "$scratch/store"
 
 export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zelkeymaster.pc)")
-compile() {  # SOURCE PROGRAM PACKAGE
+compile() {  # PROGRAM PACKAGE SOURCE...
     # shellcheck disable=SC2046,SC2086  # words are wanted
-    "$cxx" ${CXXFLAGS:-} -std=c++17 "$1" -o "$2" $(pkg-config --cflags --libs "$3")
+    "$cxx" ${CXXFLAGS:-} -std=c++17 "${@:3}" -o "$1" $(pkg-config --cflags --libs "$2")
 }
-compile "$here/consumer/engine.cpp" "$scratch/engine" zelkeymaster
+compile "$scratch/engine" zelkeymaster "$here/consumer/engine.cpp"
 "$scratch/engine" 2>/dev/null
-compile "$examples/store.cpp" "$scratch/store_program" soft_keymaster
+compile "$scratch/vendor_check" keymaster_check "$examples"/vendor_keymaster*.cpp
+compile "$scratch/store_program" soft_keymaster "$examples/store.cpp"
 mkdir "$scratch/other_store"
 (cd "$scratch/other_store" && ../store_program 2>/dev/null | grep -q '^wallet::payment$')
 
