@@ -1,145 +1,167 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A service in front of the library: any number of callers, and one thread that works for them.
-//
-// The conventions in zelkeymaster_operation.h say which calls must be serialised. An object or a
-// lock for each caller is not enough, because all objects of a process share their state. A mutex
-// around every call would do. But when only one thread holds the object, nobody else can reach it,
-// or construct another. A caller can also stop waiting for a keymaster that does not answer
-// (std::future::wait_for); the call itself goes on.
-//
-// Run one such service only: two processes in one directory overwrite each other's files.
+// The service of device/ on a host, over the software keymaster: several callers at once, and what
+// goes wrong on devices. Each life of the process is a child of this one, because a service that
+// fails ends, and a new process reads the files.
 
-#include <keymasterV4_0/Keymaster.h>
-#include <zelkeymaster_operation.h>
+#include <soft_keymaster/fault_keymaster.h>
+#include <soft_keymaster/soft_keymaster.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdio>
-#include <deque>
-#include <future>
-#include <mutex>
-#include <string>
+#include <fstream>
+#include <iterator>
 #include <thread>
-#include <utility>
-#include <vector>
 
-using android::hardware::keymaster::V4_0::support::Keymaster;
+#include "device/store_service.h"
 
-class StoreService {
-  public:
-    // Borrows the keymaster. Construct one service, after the process has changed to the store's
-    // directory.
-    explicit StoreService(Keymaster& keymaster)
-        : worker_([this, &keymaster] { work(keymaster); }) {}
+using soft_keymaster::Call;
+using soft_keymaster::Fault;
 
-    // Answers the queued calls, and then ends. All callers must be done before.
-    ~StoreService() {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            is_ending_ = true;
-        }
-        changed_.notify_one();
-        worker_.join();
+namespace {
+
+constexpr uint32_t kCaller = 10000;
+
+// What one life of the service has.
+struct Device {
+    soft_keymaster::SoftKeymaster real{{"soft_keymaster_root.key"}};
+    soft_keymaster::FaultKeymaster keymaster{real};
+    std::string ended;  // why the process would have ended
+    zeld::StoreService service{keymaster, [this](const char* why) { ended = why; }};
+
+    bool starts() { return service.start() == ZELKM_OK; }
+    std::vector<std::string> usable() {
+        std::vector<std::string> names;
+        return service.usable(kCaller, &names) == ZELKM_OK ? names
+                                                           : std::vector<std::string>{"failed"};
     }
-
-    StoreService(const StoreService&) = delete;
-    StoreService& operator=(const StoreService&) = delete;
-
-    // These may be called on any thread. Each waits for its answer: 0, or a code of
-    // zelkeymaster_result.h. Check the values before: the library escapes nothing
-    // (docs/reliability.md).
-
-    int add(std::string alias, std::string creator, std::string accessors) {
-        return answerOf([&](ZelKeymasterOperation& object) {
-            SODOperationParam param;
-            param.setAlias(alias).setCreator(creator).setAccessor(accessors);
-            return object.SodInsert(param);
-        });
-    }
-
-    // Appends "creator::alias" of each object that `caller` may use.
-    int usableBy(std::string caller, std::vector<std::string>& found) {
-        return answerOf([&](ZelKeymasterOperation& object) {
-            SODOperationParam param;
-            param.addAccessorInWhere(caller);
-            return object.SodRetreiveAlias(param, found);
-        });
-    }
-
-  private:
-    using Request = std::packaged_task<int(ZelKeymasterOperation&)>;
-
-    // Each caller waits for its answer, so the queue never holds more calls than there are callers.
-    template <typename Call>
-    int answerOf(Call call) {
-        Request request(std::move(call));
-        std::future<int> answer = request.get_future();
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            queue_.push_back(std::move(request));
-        }
-        changed_.notify_one();
-        return answer.get();
-    }
-
-    void work(Keymaster& keymaster) {
-        // There is one object for the life of the process. A second one would read the store's file
-        // again, and every line of the error file would appear twice.
-        ZelKeymasterOperation object(&keymaster, /*enableSecureDb=*/true);
-        std::unique_lock<std::mutex> lock(mutex_);
-        for (;;) {
-            changed_.wait(lock, [this] { return is_ending_ || !queue_.empty(); });
-            if (queue_.empty()) {
-                return;
-            }
-            Request request = std::move(queue_.front());
-            queue_.pop_front();
-            lock.unlock();  // callers may queue calls meanwhile
-            request(object);
-            lock.lock();
-        }
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Request> queue_;  // used under the mutex, as is_ending_ is
-    bool is_ending_ = false;
-    std::thread worker_;  // the last member, because it uses the others
 };
 
-// Simulates some callers at once. A real service would have its binder threads here.
-int main() {
-    // The most secure keymaster of the device. On a host, the software keymaster is the only one.
-    const Keymaster::KeymasterSet keymasters = Keymaster::enumerateAvailableDevices();
-    if (keymasters.empty()) {
-        std::fprintf(stderr, "no keymaster\n");
-        return 1;
-    }
-    StoreService service(*keymasters.front());
+using Names = std::vector<std::string>;
 
-    constexpr int kCallers = 4;
-    constexpr int kKeysEach = 5;
-    std::atomic<int> failures{0};
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < kCallers; ++caller) {
-        callers.emplace_back([&service, &failures, caller] {
-            const std::string uid = std::to_string(10000 + caller);
-            for (int key = 0; key < kKeysEach; ++key) {
-                if (service.add("key" + std::to_string(key), uid, uid) != ZELKM_OK) {
-                    ++failures;
+std::string content(const char* file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+int g_failures = 0;
+
+template <typename Life>
+void live(const char* what, Life life) {
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        Device device;
+        _exit(life(device) ? 0 : 1);
+    }
+    int status = 0;
+    const bool is_good = child > 0 && waitpid(child, &status, 0) == child && status == 0;
+    g_failures += is_good ? 0 : 1;
+    std::printf("%-6s  %s\n", is_good ? "good" : "FAILED", what);
+}
+
+// An update is one encryption, and one replacement of the file.
+bool updatesAtOnce(Device& device) {
+    const size_t before = device.keymaster.calls(Call::kBegin).size();
+    return device.service.update(kCaller, "door", "1000") == ZELKM_OK &&
+           device.keymaster.calls(Call::kBegin).size() == before + 1;
+}
+
+// A start that fails leaves all files as they are.
+bool refuses(Device& device) {
+    const auto files = [] {
+        return Names{content("secure_objects.db"), content("secure_objects.db.bak"),
+                     content("edbk")};
+    };
+    const Names before = files();
+    return !device.starts() && !device.ended.empty() && files() == before;
+}
+
+}  // namespace
+
+int main() {
+    live("four callers at once", [](Device& device) {
+        std::vector<std::thread> callers;
+        std::vector<int> failures(4);
+        if (!device.starts()) {
+            return false;
+        }
+        for (uint32_t i = 0; i < failures.size(); ++i) {
+            callers.emplace_back([&device, &failures, i] {
+                const std::string uid = std::to_string(kCaller + i);
+                for (const char* alias : {"door", "payment", "safe"}) {
+                    failures[i] += device.service.insert(kCaller + i, alias, uid) != ZELKM_OK;
                 }
-            }
-            std::vector<std::string> found;
-            if (service.usableBy(uid, found) != ZELKM_OK || found.size() != kKeysEach) {
-                ++failures;
-            }
+            });
+        }
+        for (std::thread& caller : callers) {
+            caller.join();
+        }
+        return failures == std::vector<int>(4) &&
+               device.usable() == Names{"10000::door", "10000::payment", "10000::safe"};
+    });
+    live("a caller changes its own objects only", [](Device& device) {
+        zeld::StoreService& service = device.service;
+        return device.starts() && service.remove(kCaller, "safe") == ZELKM_OK &&
+               service.remove(kCaller, "safe") == zeld::kNotFound &&
+               service.insert(kCaller, "door", "1000") == zeld::kExists &&
+               service.insert(kCaller, "*", "1000") == zeld::kBadValue &&
+               service.update(kCaller + 9, "door", "1000") == zeld::kNotFound &&
+               updatesAtOnce(device) && device.usable() == Names{"10000::payment"};
+    });
+    live("the keymaster dies", [](Device& device) {
+        const bool starts = device.starts();
+        device.keymaster.planEachCall(Fault::transportBeforeCallback());
+        return starts && device.service.insert(kCaller, "lost", "10000") != ZELKM_OK &&
+               !device.ended.empty() && device.usable() == Names{"failed"};
+    });
+    for (const Call call : {Call::kUpdate, Call::kFinish}) {
+        live("an answer is lost, and plaintext is written", [call](Device& device) {
+            const bool starts = device.starts();
+            device.keymaster.plan(call, 1, Fault::noCallback());
+            return starts && device.service.update(kCaller, "payment", "1000") != ZELKM_OK &&
+                   !device.ended.empty() &&
+                   content("secure_objects.db").find("payment") == std::string::npos;
         });
     }
-    for (std::thread& caller : callers) {
-        caller.join();
+    live("none of these lost anything", [](Device& device) {
+        return device.starts() && device.usable() == Names{"10000::payment"};
+    });
+    rename("secure_objects.db", "secure_objects.db.bak");
+    rename("edbk", "edbk.bak");
+    live("the power was cut between two renames", [](Device& device) {
+        return device.starts() && device.usable() == Names{"10000::payment"} &&
+               device.service.insert(kCaller, "safe", "10000") == ZELKM_OK;
+    });
+    live("the keymaster fails at the start", [](Device& device) {
+        device.keymaster.plan(Call::kFinish, 1,
+                              Fault::error(soft_keymaster::ErrorCode::VERIFICATION_FAILED));
+        return refuses(device);
+    });
+    std::ofstream("edbk_digest") << std::string(32, 'x');
+    live("the keymaster refuses the key once, and its digest is of another", [](Device& device) {
+        device.keymaster.plan(Call::kGetKeyCharacteristics, 1,
+                              Fault::error(soft_keymaster::ErrorCode::INVALID_KEY_BLOB));
+        return refuses(device);
+    });
+    rename("secure_objects.db", "kept");
+    mkdir("secure_objects.db", 0700);
+    live("the store cannot be read",
+         [](Device& device) { return !device.starts() && !device.ended.empty(); });
+    rmdir("secure_objects.db");
+    rename("kept", "secure_objects.db");
+    rename("edbk", "kept");
+    live("the key is missing", [](Device& device) { return refuses(device); });
+    rename("kept", "edbk");
+    const std::string whole = content("secure_objects.db");
+    std::ofstream("secure_objects.db", std::ios::binary)
+        << whole.substr(0, whole.size() - 1) << 'x';
+    for (int i = 0; i < 2; ++i) {
+        live("the store is damaged", [](Device& device) { return refuses(device); });
     }
-    std::printf("%d callers, %d keys each, %d failures\n", kCallers, kKeysEach, failures.load());
-    return failures == 0 ? 0 : 1;
+    std::printf("%d failures\n", g_failures);
+    return g_failures == 0 ? 0 : 1;
 }
