@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line. Each function adds the commands of one kind to the program. The commands read
-// the options from `session` when they run.
+// The command line. Each function adds a command, or the commands of one kind, to the program. The
+// commands read the options from `session` when they run.
 
 #pragma once
 
@@ -13,6 +13,8 @@
 namespace zelkm_tool {
 
 void defineStoreCommands(CLI::App& app, const SessionOptions& session);
+void defineImport(CLI::App& app, const SessionOptions& session);
+void defineQuery(CLI::App& app, const SessionOptions& session);
 // `status` receives the exit status when that is not 0.
 void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* status);
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);

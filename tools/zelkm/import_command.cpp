@@ -1,38 +1,39 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "import_command.h"
+// The command 'import': stores many objects in one change, from a file.
 
 #include <algorithm>
-#include <iostream>
+#include <memory>
 #include <set>
 #include <utility>
-#include <vector>
 
+#include "command_line.h"
 #include "failure.h"
 #include "files.h"
-#include "long_work.h"
 #include "object_reader.h"
 #include "store_access.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
 
 constexpr size_t kMaxNamed = 20;  // this many bad objects are named in a message
 
-using Name = std::pair<std::string, std::string>;  // alias and creator
+struct ImportOptions {
+    std::string file;         // "-" is standard input
+    bool keep_going = false;  // leave out objects that cannot be stored, and store the others
+    bool as_is = false;       // also store what 'add' refuses without --as-is
+};
 
 std::string whyNotImported(const Row& values, bool as_is) {
     for (size_t i = 0; i < values.size(); ++i) {
-        const std::string_view column = kColumnNames[i];
-        const bool needed = i < 2 && !as_is;
-        if (values[i].empty() && !needed) {
-            continue;
+        const std::string column(kColumnNames[i]);
+        if (values[i].empty() && i < 2 && !as_is) {
+            return column + " is missing";
         }
-        const auto reason = as_is ? whyNotWritable(values[i]) : whyNotStored(column, values[i]);
-        if (reason) {
-            return std::string(column) + ": " + *reason;
+        const auto reason = whyNotGiven(column, values[i], as_is);
+        if (!values[i].empty() && reason) {
+            return column + ": " + *reason;
         }
     }
     const bool empty = std::all_of(values.begin(), values.end(),
@@ -40,69 +41,72 @@ std::string whyNotImported(const Row& values, bool as_is) {
     return empty ? "no value at all" : "";
 }
 
-void nameProblems(const std::string& file, const std::vector<ReadObject>& bad) {
-    for (size_t i = 0; i < std::min(bad.size(), kMaxNamed); ++i) {
-        std::cerr << "zelkm: " << file << ": " << bad[i].place << ": " << bad[i].problem << '\n';
+void import(const SessionOptions& session_options, const ImportOptions& options) {
+    const std::string file = options.file == "-" ? "standard input" : options.file;
+    const std::string text = readInput(options.file);
+    Session session(session_options, Session::Use::kStore);
+    std::vector<Row> objects = select(session, {}, parseColumns(""));
+    const size_t before = objects.size();
+    std::set<std::pair<std::string, std::string>> names;
+    for (const Row& row : objects) {
+        names.emplace(row[0], row[1]);
     }
-    if (bad.size() > kMaxNamed) {
-        std::cerr << "zelkm: and " << bad.size() - kMaxNamed << " more\n";
-    }
-}
 
-void storeAll(Session& session, const std::vector<ReadObject>& objects) {
-    LongWork work(session.options(), "importing", objects.size());
-    const std::string of_all = " of " + numObjects(objects.size());
-    for (size_t i = 0; i < objects.size(); ++i) {
-        const std::string so_far = std::to_string(i) + of_all + " are stored";
-        if (!work.goesOn(i)) {
-            throw Refused("interrupted before " + objects[i].place + ": " + so_far);
+    size_t num_bad = 0;
+    const auto take = [&](const std::string& place, Row&& values, std::string problem) {
+        if (problem.empty()) {
+            problem = whyNotImported(values, options.as_is);
         }
-        session.checkStoreResult(insert(session, objects[i].values),
-                                 so_far + "; " + objects[i].place);
+        if (problem.empty() && !options.as_is && !names.emplace(values[0], values[1]).second) {
+            problem = "creator " + escape(values[1]) + " has an object with the alias " +
+                      escape(values[0]) + " already";
+        }
+        if (problem.empty()) {
+            objects.push_back(std::move(values));
+        } else if (++num_bad <= kMaxNamed) {
+            std::cerr << "zelkm: " << file << ": " << place << ": " << problem << '\n';
+        }
+    };
+    try {
+        readObjects(text, take);
+    } catch (const Refused& refused) {
+        throw Refused(file + ": " + refused.what());
+    }
+    if (num_bad > kMaxNamed) {
+        std::cerr << "zelkm: and " << num_bad - kMaxNamed << " more\n";
+    }
+    if (num_bad != 0 && !options.keep_going) {
+        throw Refused("nothing was stored; --keep-going leaves out " + numObjects(num_bad));
+    }
+    const size_t imported = objects.size() - before;
+    if (imported != 0) {
+        storeObjects(session, objects, "nothing was stored");
+    }
+    confirm(session_options, "imported " + numObjects(imported));
+    if (num_bad != 0) {
+        throw Refused("left out " + numObjects(num_bad));
     }
 }
 
 }  // namespace
 
-void importObjects(const SessionOptions& session_options, const ImportOptions& options) {
-    const std::string file = options.file == "-" ? "standard input" : options.file;
-    std::vector<ReadObject> objects;
-    try {
-        objects = readObjects(readInput(options.file));
-    } catch (const Refused& refused) {
-        throw Refused(file + ": " + refused.what());
-    }
-
-    Session session(session_options, Session::Use::kStore);
-    std::set<Name> names;
-    for (const Row& row : select(session, {}, parseColumns(""))) {
-        names.emplace(row[0], row[1]);
-    }
-    for (ReadObject& object : objects) {
-        const Row& values = object.values;
-        if (object.problem.empty()) {
-            object.problem = whyNotImported(values, options.as_is);
-        }
-        if (object.problem.empty() && !names.emplace(values[0], values[1]).second &&
-            !options.as_is) {
-            object.problem = "creator " + escape(values[1]) + " has an object with the alias " +
-                             escape(values[0]) + " already";
-        }
-    }
-    const auto first_bad =
-        std::stable_partition(objects.begin(), objects.end(),
-                              [](const ReadObject& object) { return object.problem.empty(); });
-    const std::vector<ReadObject> bad(first_bad, objects.end());
-    objects.erase(first_bad, objects.end());
-    nameProblems(file, bad);
-    if (!bad.empty() && !options.keep_going) {
-        throw Refused("nothing was stored; --keep-going leaves out " + numObjects(bad.size()));
-    }
-    storeAll(session, objects);
-    confirm(session_options, "imported " + numObjects(objects.size()));
-    if (!bad.empty()) {
-        throw Refused("left out " + numObjects(bad.size()));
-    }
+void defineImport(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<ImportOptions>();
+    CLI::App* command = app.add_subcommand("import", "Store objects from a file");
+    command->add_option("FILE", options->file, "CSV or JSON; - is standard input")
+        ->required()
+        ->type_name("");
+    command->add_flag("--keep-going", options->keep_going, "Leave out what cannot be stored");
+    command->add_flag("--as-is", options->as_is, "Duplicates, and whatever the store can hold");
+    command->footer(
+        "The file is as list and export print it. CSV begins with the names of its columns,\n"
+        "in any order; commas, semicolons or tabs separate its values. JSON is an array, or\n"
+        "objects one after the other. A value that is missing or empty is absent.\n"
+        "\n"
+        "All objects are checked first, as add checks them: when one is refused, its line is\n"
+        "named and nothing is stored. Then all are stored in one change of the store: after\n"
+        "an interruption it has all of them, or none.");
+    command->callback([&session, options] { import(session, *options); });
 }
 
 }  // namespace zelkm_tool

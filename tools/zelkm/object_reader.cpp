@@ -7,6 +7,7 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 
 #include "failure.h"
 #include "store_values.h"
@@ -15,17 +16,32 @@ namespace zelkm_tool {
 namespace {
 
 using Json = nlohmann::json;
+using Values = std::vector<std::string>;
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // written by spreadsheets
+constexpr char kJsonBlanks[] = " \t\r\n";
+constexpr size_t kMaxCsvColumns = 100;  // with values; empty ones behind them are not counted
+
+std::string upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+    return text;
+}
+
+size_t columnNumber(const std::string& name) {
+    return static_cast<size_t>(std::find(kColumnNames.begin(), kColumnNames.end(), name) -
+                               kColumnNames.begin());
+}
 
 // Reads the records of a CSV text one after the other, each with the number of its first line.
 class CsvReader {
   public:
-    explicit CsvReader(std::string_view text) : rest_(text) {}
+    CsvReader(std::string_view text, char separator) : rest_(text), separator_(separator) {}
 
     struct Record {
         size_t line = 0;
-        std::vector<std::string> fields;
+        size_t num_fields = 0;
+        Values fields;  // up to the last one that is not empty
         std::string problem;
     };
 
@@ -35,9 +51,18 @@ class CsvReader {
         }
         Record record;
         record.line = line_;
-        do {
-            record.fields.emplace_back();
-        } while (takeField(&record.fields.back(), &record.problem));
+        bool follows = true;
+        while (follows) {
+            std::string field;
+            follows = takeField(&field, &record.problem);
+            if (!field.empty() && record.num_fields < kMaxCsvColumns) {
+                record.fields.resize(record.num_fields);
+                record.fields.push_back(std::move(field));
+            } else if (!field.empty()) {
+                record.problem = "more than " + std::to_string(kMaxCsvColumns) + " values";
+            }
+            ++record.num_fields;
+        }
         return record;
     }
 
@@ -61,7 +86,7 @@ class CsvReader {
         bool ends = false;
         while (!rest_.empty() && !follows && !ends) {
             const char c = take();
-            follows = c == ',';
+            follows = c == separator_;
             ends = c == '\n';
             if (c == '"') {
                 *problem = "a quote within a value must be doubled, and the value in quotes";
@@ -91,44 +116,50 @@ class CsvReader {
     }
 
     std::string_view rest_;
+    const char separator_;
     size_t line_ = 1;
 };
 
-size_t columnNumber(const std::string& name) {
-    return static_cast<size_t>(std::find(kColumnNames.begin(), kColumnNames.end(), name) -
-                               kColumnNames.begin());
+// The first separator behind a name of a column: the names have none in them.
+char separatorOf(std::string_view text) {
+    const size_t at = text.substr(0, text.find('\n')).find_first_of(",;\t");
+    return at == text.npos ? ',' : text[at];
 }
 
-std::vector<ReadObject> readCsv(std::string_view text) {
-    CsvReader reader(text);
-    const auto header = reader.next();
-    std::string names;
-    for (const std::string& field : header ? header->fields : std::vector<std::string>()) {
-        names += (names.empty() ? "" : ",") + field;
+std::vector<std::string> readHeader(CsvReader* reader) {
+    const auto header = reader->next();
+    if (!header || header->fields.empty()) {
+        throw Refused("line 1: the names of the columns are missing");
     }
-    std::vector<std::string> columns;
+    std::string names;
+    for (const std::string& field : header->fields) {
+        names += (names.empty() ? "" : ",") + upper(field);
+    }
     try {
-        columns = names.empty() ? columns : parseColumns(names);
+        return parseColumns(names);
     } catch (const WrongUsage& wrong) {
         throw Refused(std::string("line 1: ") + wrong.what());
     }
-    if (columns.empty()) {
-        throw Refused("line 1: the names of the columns are missing");
-    }
-    std::vector<ReadObject> objects;
-    while (const auto record = reader.next()) {
-        ReadObject object = {"line " + std::to_string(record->line),
-                             std::vector<std::string>(kColumnNames.size()), record->problem};
-        if (object.problem.empty() && record->fields.size() != columns.size()) {
-            object.problem = std::to_string(record->fields.size()) + " values for " +
-                             std::to_string(columns.size()) + " columns";
+}
+
+void readCsv(std::string_view text, const ObjectVisitor& visit) {
+    CsvReader reader(text, separatorOf(text));
+    const std::vector<std::string> columns = readHeader(&reader);
+    while (auto record = reader.next()) {
+        if (record->fields.empty() && record->problem.empty()) {
+            continue;
         }
-        for (size_t i = 0; object.problem.empty() && i < columns.size(); ++i) {
-            object.values[columnNumber(columns[i])] = record->fields[i];
+        if (record->problem.empty() &&
+            (record->num_fields < columns.size() || record->fields.size() > columns.size())) {
+            record->problem = std::to_string(record->num_fields) + " values for " +
+                              std::to_string(columns.size()) + " columns";
         }
-        objects.push_back(std::move(object));
+        Values values(kColumnNames.size());
+        for (size_t i = 0; record->problem.empty() && i < record->fields.size(); ++i) {
+            values[columnNumber(columns[i])] = std::move(record->fields[i]);
+        }
+        visit("line " + std::to_string(record->line), std::move(values), record->problem);
     }
-    return objects;
 }
 
 // The bytes of a JSON value of an object; nothing when the value is not allowed there.
@@ -138,6 +169,9 @@ std::optional<std::string> bytesOf(const Json& value) {
     }
     if (value.is_string()) {
         return value.get<std::string>();
+    }
+    if (value.is_number_integer()) {
+        return value.dump();
     }
     if (!value.is_object() || value.size() != 1 || !value.contains("hex") ||
         !value["hex"].is_string()) {
@@ -157,49 +191,156 @@ std::optional<std::string> bytesOf(const Json& value) {
     return bytes;
 }
 
-std::string takeObject(const Json& item, std::vector<std::string>* values) {
-    if (!item.is_object()) {
-        return "not an object of columns and values";
-    }
-    for (const auto& [name, value] : item.items()) {
-        if (!isColumn(name)) {
-            return "unknown column '" + escape(name) + "'";
+// Takes the objects out of a JSON text while it is parsed, so that one object at a time is in
+// memory.
+class JsonReader {
+  public:
+    // The objects are this deep in the text, 1 in an array.
+    JsonReader(int depth, ObjectVisitor visit) : depth_(depth), visit_(std::move(visit)) {}
+
+    void read(std::string_view text, const std::string& place) {
+        place_ = place;
+        try {
+            [[maybe_unused]] const Json nothing =
+                Json::parse(text, [this](int depth, Json::parse_event_t event, Json& parsed) {
+                    return keep(depth - depth_, event, parsed);
+                });
+        } catch (const Json::exception& error) {
+            const std::string what = error.what();  // it says "[json.exception...] what is wrong"
+            throw Refused((place.empty() ? "" : place + ": ") +
+                          escape(what.substr(std::min(what.find("] ") + 2, what.size()))));
         }
-        const auto bytes = bytesOf(value);
-        if (!bytes) {
-            return name + ": a value is a string, or {\"hex\": \"...\"} with two digits a byte";
-        }
-        (*values)[columnNumber(name)] = *bytes;
     }
-    return "";
+
+  private:
+    // Whether to keep what the parser has come to, `depth` deep in an object, until that object is
+    // complete.
+    bool keep(int depth, Json::parse_event_t event, Json& parsed) {
+        using Event = Json::parse_event_t;
+        if (depth > 2) {
+            throw Refused(place() + ": the values are nested too deep");
+        }
+        if (event == Event::key) {
+            return isKnown(depth, parsed.get_ref<const std::string&>());
+        }
+        if (depth != 0) {
+            return depth < 0 || event != Event::array_start;
+        }
+        if (event == Event::object_start) {
+            problem_.clear();
+            return true;
+        }
+        take(parsed);
+        return false;
+    }
+
+    bool isKnown(int depth, const std::string& name) {
+        const bool known = depth == 1 ? isColumn(upper(name)) : name == "hex";
+        if (!known && problem_.empty()) {
+            problem_ = depth == 1 ? "unknown column '" + escape(name) + "'" : kNoValue;
+        }
+        return known;
+    }
+
+    void take(const Json& item) {
+        Values values(kColumnNames.size());
+        if (!item.is_object()) {
+            problem_ = "not an object of columns and values";
+        }
+        for (auto it = item.begin(); problem_.empty() && it != item.end(); ++it) {
+            auto bytes = bytesOf(it.value());
+            if (!bytes) {
+                problem_ = it.key() + ": " + kNoValue;
+            } else {
+                values[columnNumber(upper(it.key()))] = *std::move(bytes);
+            }
+        }
+        visit_(place(), std::move(values), problem_);
+        ++taken_;
+    }
+
+    std::string place() const {
+        return place_.empty() ? "object " + std::to_string(taken_ + 1) : place_;
+    }
+
+    static constexpr char kNoValue[] =
+        "a value is a string, a whole number, null, or {\"hex\": \"...\"} with two digits a byte";
+
+    const int depth_;
+    const ObjectVisitor visit_;
+    std::string place_;  // empty in an array
+    size_t taken_ = 0;
+    std::string problem_;
+};
+
+// The length of the JSON object at the start of the text. All of the text when it does not end.
+size_t objectLength(std::string_view text) {
+    size_t depth = 0;
+    bool quoted = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quoted) {
+            i += c == '\\' ? 1 : 0;
+            quoted = c != '"';
+        } else if (c == '"') {
+            quoted = true;
+        } else if (c == '{') {
+            ++depth;
+        } else if (c == '}' && --depth == 0) {
+            return i + 1;
+        }
+    }
+    return text.size();
 }
 
-std::vector<ReadObject> readJson(std::string_view text) {
-    Json items;
-    try {
-        items = Json::parse(text);
-    } catch (const Json::exception& error) {
-        const std::string what = error.what();  // it says "[json.exception...] what is wrong"
-        throw Refused(what.substr(std::min(what.find("] ") + 2, what.size())));
+// Reads objects that stand one after the other, usually one in each line.
+void readJsonObjects(std::string_view text, const ObjectVisitor& visit) {
+    JsonReader reader(0, visit);
+    size_t line = 1;
+    const auto take = [&](size_t len) {
+        line += static_cast<size_t>(
+            std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(len), '\n'));
+        text.remove_prefix(len);
+    };
+    for (;;) {
+        take(std::min(text.find_first_not_of(kJsonBlanks), text.size()));
+        if (text.empty()) {
+            return;
+        }
+        const size_t len = text.front() == '{' ? objectLength(text) : text.size();
+        reader.read(text.substr(0, len), "line " + std::to_string(line));
+        take(len);
     }
-    std::vector<ReadObject> objects;
-    for (const Json& item : items) {
-        ReadObject object = {"object " + std::to_string(objects.size() + 1),
-                             std::vector<std::string>(kColumnNames.size()), ""};
-        object.problem = takeObject(item, &object.values);
-        objects.push_back(std::move(object));
-    }
-    return objects;
 }
 
 }  // namespace
 
-std::vector<ReadObject> readObjects(std::string_view text) {
+void readObjects(std::string_view text, const ObjectVisitor& visit) {
     if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
         text.remove_prefix(kByteOrderMark.size());
     }
-    const size_t start = text.find_first_not_of(" \t\r\n");
-    return start != text.npos && text[start] == '[' ? readJson(text) : readCsv(text);
+    if (text.substr(0, 2) == "\xFF\xFE" || text.substr(0, 2) == "\xFE\xFF" ||
+        text.substr(0, 2).find('\0') != text.npos) {
+        throw Refused("the text is UTF-16: save it as UTF-8");
+    }
+    size_t visited = 0;
+    const ObjectVisitor counting = [&](const std::string& place, Values&& values,
+                                       const std::string& problem) {
+        if (++visited > kMaxObjects) {
+            throw Refused(place + ": more than " + std::to_string(kMaxObjects) +
+                          " objects are not read at once");
+        }
+        visit(place, std::move(values), problem);
+    };
+    const size_t start = std::min(text.find_first_not_of(kJsonBlanks), text.size());
+    const std::string_view first = text.substr(start, 1);
+    if (first == "[") {
+        JsonReader(1, counting).read(text, "");
+    } else if (first == "{") {
+        readJsonObjects(text, counting);
+    } else {
+        readCsv(text, counting);
+    }
 }
 
 }  // namespace zelkm_tool

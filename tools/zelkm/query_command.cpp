@@ -1,38 +1,34 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "query_command.h"
+// The command 'query': runs command texts of the engine unchanged.
 
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <vector>
 
+#include "command_line.h"
 #include "failure.h"
 #include "files.h"
 #include "result_text.h"
+#include "store_access.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
 
-struct Free {
-    void operator()(uint8_t* data) const { std::free(data); }
+struct QueryOptions {
+    std::string text;                 // one command; "-" reads them from standard input
+    std::optional<std::string> file;  // a file with one command in each line
 };
-using MallocBytes = std::unique_ptr<uint8_t, Free>;
 
 struct Command {
     std::string what;  // for a message
     std::string text;
 };
-
-int encryptWithOperation(void* ctx, unsigned int mode, unsigned char* plain, unsigned char* cipher,
-                         unsigned int len, unsigned char* iv, unsigned char* tag,
-                         unsigned char* aad, unsigned int aad_len) {
-    return static_cast<ZelKeymasterOperation*>(ctx)->DBEncrypt(mode, plain, cipher, len, iv, tag,
-                                                               aad, aad_len);
-}
 
 // Prints a result text. Line feeds and printable characters stay, and all other bytes appear as
 // \xNN.
@@ -75,7 +71,7 @@ void runCommand(Session& session, const Command& command) {
                                    command.text.size()};
     keymaster_blob_t answer = {};
     const int status =
-        operation.queryInternal(nullptr, &operation, encryptWithOperation, &stored, &text, &answer);
+        operation.queryInternal(nullptr, &operation, DBEncryptCB, &stored, &text, &answer);
     MallocBytes answer_owner(const_cast<uint8_t*>(answer.data));
     std::cout << "status " << resultText(status) << '\n';
     session.checkStoreResult(status, command.what);
@@ -84,13 +80,12 @@ void runCommand(Session& session, const Command& command) {
         printResultText({reinterpret_cast<const char*>(answer.data), answer.data_length});
         return;
     }
+    checkStoreLen(session.options(), answer.data_length);
     check(operation.update_db_file(answer.data, static_cast<uint32_t>(answer.data_length)),
           kStoreFile);
     static_cast<void>(answer_owner.release());
     std::cout << "new store of " << answer.data_length << " bytes\n";
 }
-
-}  // namespace
 
 void runQueries(const SessionOptions& session_options, const QueryOptions& options) {
     std::vector<Command> commands;
@@ -105,6 +100,32 @@ void runQueries(const SessionOptions& session_options, const QueryOptions& optio
     for (const Command& command : commands) {
         runCommand(session, command);
     }
+}
+
+}  // namespace
+
+void defineQuery(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<QueryOptions>();
+    CLI::App* command = app.add_subcommand("query", "Run command texts of the engine");
+    CLI::Option* text =
+        command
+            ->add_option("TEXT", options->text,
+                         "The command; \\xNN is the byte NN, \\\\ a backslash; - reads "
+                         "standard input, one command a line")
+            ->type_name("");
+    command->add_option("--file", options->file, "Read the commands from a file, one a line")
+        ->type_name("FILE")
+        ->excludes(text);
+    command->footer(
+        "Shows the status and the result; a command that changes the store is stored.\n"
+        "Nothing is checked here: an unknown column in a condition, no condition at all\n"
+        "or the value * reaches every object, and a value with a separator in it can\n"
+        "make the store unreadable.\n"
+        "\n"
+        "  INSERT (ALIAS,CREATOR) VALUE (\\x1fkey 1\\x1f,app)\n"
+        "  SELECT (CREATOR,ALIAS) WHERE ADMIN=1000 AND CREATOR=app\n"
+        "  DELETE WHERE ALIAS=\\x1fkey 1\\x1f");
+    command->callback([&session, options] { runQueries(session, *options); });
 }
 
 }  // namespace zelkm_tool

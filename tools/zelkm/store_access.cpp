@@ -3,14 +3,34 @@
 
 #include "store_access.h"
 
+#include <velt_secure_db.h>
+
 #include <algorithm>
 
+#include "directory.h"
 #include "failure.h"
+#include "store_file.h"
 
 namespace zelkm_tool {
 namespace {
 
 constexpr char kQuote = 0x1F;
+
+// What all calls to a keymaster in another process share: 1 MiB less two pages. A change sends the
+// whole store in one call.
+constexpr uint64_t kTransportLen = (1 << 20) - 2 * 4096;
+
+std::string insertText(const Row& object) {
+    std::string columns;
+    std::string values;
+    for (size_t i = 0; i < object.size(); ++i) {
+        if (!object[i].empty()) {
+            columns += (columns.empty() ? "" : ",") + std::string(kColumnNames[i]);
+            values += (values.empty() ? "" : ",") + (kQuote + object[i] + kQuote);
+        }
+    }
+    return "INSERT (" + columns + ") VALUE (" + values + ")";
+}
 
 }  // namespace
 
@@ -70,6 +90,40 @@ int insert(Session& session, const Row& object) {
         param.setColumn(column, value);
     }
     return session.operation().SodInsert(param);
+}
+
+void storeObjects(Session& session, const std::vector<Row>& objects, const std::string& what) {
+    ZelKeymasterOperation& operation = session.operation();
+    // The engine loads all objects but the last one from a plaintext. With that one it makes the
+    // new store. It has then left the table of the library, which reads the new store itself before
+    // its next command.
+    const std::string others = plainStore({objects.begin(), objects.end() - 1});
+    const std::string last = insertText(objects.back());
+    checkStoreLen(session.options(), plainStore(objects).size());
+    unsigned char* image = nullptr;
+    unsigned int len = 0;
+    uint64_t handle = 0;
+    sdb_register_db_encrypt_fp(&operation, DBEncryptCB);
+    session.checkStoreResult(sdb_query(last.data(), static_cast<unsigned>(last.size()),
+                                       reinterpret_cast<const unsigned char*>(others.data()),
+                                       static_cast<unsigned>(others.size()), &image, &len, &handle),
+                             what);
+    MallocBytes owner(image);
+    session.checkStoreResult(operation.update_db_file(image, len), what);
+    static_cast<void>(owner.release());  // the object's now
+}
+
+void checkStoreLen(const SessionOptions& options, uint64_t len) {
+    if (len > kMaxFileLen) {
+        throw Refused("nothing was stored: the store would have " + std::to_string(len) +
+                      " bytes, and none with more than " + std::to_string(kMaxFileLen) +
+                      " is read");
+    }
+    if (len >= kTransportLen / 2) {
+        note(options, "the store has " + std::to_string(len) + " bytes; on a device all calls to " +
+                          "the keymaster share " + std::to_string(kTransportLen) +
+                          ", and a store that does not fit is lost");
+    }
 }
 
 std::string numObjects(size_t count) {

@@ -7,6 +7,8 @@
 
 #include <sod_operation_param.h>
 
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,19 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
 // Stores an object, given by all six values. Empty values are left out. Returns the library's
 // result.
 int insert(Session& session, const Row& object);
+
+// Replaces the whole store by these objects, given by all six values: one encryption, and one
+// replacement of the file. Throws Refused; its text begins with `what`.
+void storeObjects(Session& session, const std::vector<Row>& objects, const std::string& what);
+
+// Throws Refused when a store of this length could not be read any more. Warns when it is long for
+// a device.
+void checkStoreLen(const SessionOptions& options, uint64_t len);
+
+struct Free {
+    void operator()(uint8_t* data) const { std::free(data); }
+};
+using MallocBytes = std::unique_ptr<uint8_t, Free>;
 
 std::string numObjects(size_t count);
 

@@ -6,8 +6,6 @@
 #include <memory>
 
 #include "command_line.h"
-#include "import_command.h"
-#include "query_command.h"
 #include "store_commands.h"
 
 namespace zelkm_tool {
@@ -108,24 +106,6 @@ void defineExport(CLI::App& app, const SessionOptions& session) {
     command->callback([&session, options] { listObjects(session, *options); });
 }
 
-void defineImport(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<ImportOptions>();
-    CLI::App* command = app.add_subcommand("import", "Store objects from a file");
-    command->add_option("FILE", options->file, "CSV or JSON; - is standard input")
-        ->required()
-        ->type_name("");
-    command->add_flag("--keep-going", options->keep_going, "Leave out what cannot be stored");
-    command->add_flag("--as-is", options->as_is, "Duplicates, and whatever the store can hold");
-    command->footer(
-        "The file is as list and export print it. CSV begins with the names of its columns,\n"
-        "in any order. A value that is missing or empty is absent.\n"
-        "\n"
-        "All objects are checked first, as add checks them: when one is refused, its line is\n"
-        "named and nothing is stored. Then each one is stored by itself, through the library:\n"
-        "an interruption (Ctrl-C) leaves those that were stored, and says how many.");
-    command->callback([&session, options] { importObjects(session, *options); });
-}
-
 void defineRemove(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<RemoveOptions>();
     CLI::App* command = app.add_subcommand("remove", "Delete the objects that match");
@@ -146,30 +126,6 @@ void defineAliases(CLI::App& app, const SessionOptions& session) {
         "Bytes that are not printable appear as \\xNN, a backslash as \\\\. With :: in a creator\n"
         "or an alias, two objects can look alike: list --columns CREATOR,ALIAS.");
     command->callback([&session] { listAliases(session); });
-}
-
-void defineQuery(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<QueryOptions>();
-    CLI::App* command = app.add_subcommand("query", "Run command texts of the engine");
-    CLI::Option* text =
-        command
-            ->add_option("TEXT", options->text,
-                         "The command; \\xNN is the byte NN, \\\\ a backslash; - reads "
-                         "standard input, one command a line")
-            ->type_name("");
-    command->add_option("--file", options->file, "Read the commands from a file, one a line")
-        ->type_name("FILE")
-        ->excludes(text);
-    command->footer(
-        "Shows the status and the result; a command that changes the store is stored.\n"
-        "Nothing is checked here: an unknown column in a condition, no condition at all\n"
-        "or the value * reaches every object, and a value with a separator in it can\n"
-        "make the store unreadable.\n"
-        "\n"
-        "  INSERT (ALIAS,CREATOR) VALUE (\\x1fkey 1\\x1f,app)\n"
-        "  SELECT (CREATOR,ALIAS) WHERE ADMIN=1000 AND CREATOR=app\n"
-        "  DELETE WHERE ALIAS=\\x1fkey 1\\x1f");
-    command->callback([&session, options] { runQueries(session, *options); });
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "failure.h"
 #include "output.h"
 #include "store_access.h"
+#include "store_file.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -55,10 +56,7 @@ void addObject(const SessionOptions& session_options, const AddOptions& options)
     for (const auto& [option, value] : given) {
         const std::string_view column = kColumnNames[object.size()];
         if (value) {
-            const auto reason = value->empty()  ? whyNotAValue(*value)
-                                : options.as_is ? whyNotWritable(*value)
-                                                : whyNotStored(column, *value);
-            if (reason) {
+            if (const auto reason = whyNotGiven(column, *value, options.as_is)) {
                 throw WrongUsage(option + (": " + *reason));
             }
         }
@@ -68,12 +66,15 @@ void addObject(const SessionOptions& session_options, const AddOptions& options)
 
     Session session(session_options, Session::Use::kStore);
     // Reads all columns: a store that cannot be read back correctly must not be written again.
-    for (const Row& row : select(session, {}, parseColumns(""))) {
+    std::vector<Row> objects = select(session, {}, parseColumns(""));
+    for (const Row& row : objects) {
         if (!options.duplicate && row[0] == object[0] && row[1] == object[1]) {
             throw Refused("creator " + escape(object[1]) + " has an object with the alias " +
                           escape(object[0]) + " already; --duplicate adds another one");
         }
     }
+    objects.push_back(object);
+    checkStoreLen(session_options, plainStore(objects).size());
     session.checkStoreResult(insert(session, object), "adding the object");
     confirm(session_options, "added " + escape(nameOf(object)));
 }

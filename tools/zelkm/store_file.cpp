@@ -6,6 +6,7 @@
 #include "store_file.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "store_values.h"
 
@@ -111,6 +112,22 @@ std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHead
         ++count;
     }
     return count;
+}
+
+std::string plainStore(const std::vector<std::vector<std::string>>& rows) {
+    std::string file = kMagic;
+    file.resize(kHeaderLen);
+    for (const auto& row : rows) {
+        for (const std::string& value : row) {
+            file += value;
+            file += kSeparator;
+        }
+        file += '\n';
+    }
+    file += kPayloadEnd;
+    const size_t payload_len = file.size() - kHeaderLen;
+    return withStoreHeader(std::move(file), false, static_cast<uint32_t>(rows.size()),
+                           static_cast<uint32_t>(payload_len));
 }
 
 std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,

@@ -51,6 +51,9 @@ uint64_t minPayloadLen(uint32_t row_count);
 // but rows and one NUL.
 std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header);
 
+// A plaintext store of these rows, six values each.
+std::string plainStore(const std::vector<std::vector<std::string>>& rows);
+
 // The file with another header, and without the bytes after the payload. `file` must have a header.
 std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,
                             uint32_t payload_len);

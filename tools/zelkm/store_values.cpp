@@ -111,6 +111,11 @@ std::optional<std::string> whyNotStored(std::string_view column, std::string_vie
     return column == "ADMIN" || column == "ACCESSOR" ? whyNotAList(column, value) : std::nullopt;
 }
 
+std::optional<std::string> whyNotGiven(std::string_view column, std::string_view value,
+                                       bool as_is) {
+    return as_is && !value.empty() ? whyNotWritable(value) : whyNotStored(column, value);
+}
+
 Condition parseCondition(std::string_view text) {
     const std::string shown = "condition '" + escape(text) + "': ";
     const size_t at = text.find_first_of("=<>");

@@ -34,6 +34,9 @@ std::optional<std::string> whyNotAValue(std::string_view value);
 // items that never match.
 std::optional<std::string> whyNotStored(std::string_view column, std::string_view value);
 
+// whyNotStored(), or with `as_is` only the reason why the value cannot be written.
+std::optional<std::string> whyNotGiven(std::string_view column, std::string_view value, bool as_is);
+
 // A condition, COLUMN=VALUE, as the user wrote it.
 struct Condition {
     std::string column;
