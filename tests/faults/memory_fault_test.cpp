@@ -12,155 +12,170 @@
 #include <functional>
 #include <set>
 
+#include "certificates.h"
+#include "keymaster_calls.h"
 #include "remote_keymaster.h"
 #include "store_fixture.h"
-#include "zelkeymaster_operation.h"
 
 namespace {
 
-using android::hardware::hidl_vec;
-using namespace android::hardware::keymaster::V4_0;
-using test::Bytes;
+using namespace test;
 
-class MemoryFault : public test::StoreFixture<test::RemoteKeymaster> {
+// Is set before libcrypto's first allocation.
+const bool g_libcrypto_memory = useFailingLibcryptoMemory();
+
+class MemoryFault : public StoreFixture<RemoteKeymaster> {
   protected:
     ~MemoryFault() override {
         std::printf("states after a failed allocation: %d, of which lost the key file: %d\n",
                     states_, replaced_keys_);
     }
 
-    // Runs `action` again and again, with one allocation more going through each time.
-    void forEachAllocation(const std::string& name, const std::set<int>& allowed,
-                           const std::function<int()>& action,
-                           const std::function<void(int)>& verify) {
+    // Runs `action` again and again, with one allocation more going through each time. It returns
+    // `result` or has no memory.
+    void forEachAllocation(const char* name, const std::function<int()>& action,
+                           const std::function<void(int)>& verify, int result = ZELKM_OK) {
+        SCOPED_TRACE(name);
         for (const bool for_good : {false, true}) {
-            bool failed = true;
-            for (long nth = 1; failed; ++nth) {
-                SCOPED_TRACE(name + ", allocation " + std::to_string(nth) +
-                             (for_good ? " and later ones" : ""));
-                startAfresh();
-                test::failAllocation(nth, for_good);
-                const int status = action();
-                failed = test::stopFailing();
-                ++states_;
-                if (keyWasReplaced()) {
-                    ++replaced_keys_;
-                    continue;
-                }
-                EXPECT_EQ(1u, allowed.count(status)) << test::named(status);
-                if (!failed) {
-                    EXPECT_EQ(0, status);
-                    ASSERT_GT(nth, 1) << "nothing was allocated";
-                }
-                verify(status);
-            }
+            states_ += failEachAllocation(
+                for_good, [this] { startAfresh(); }, action,
+                [&](int status, bool failed) {
+                    km_.lost = "";
+                    if (keyWasReplaced()) {
+                        ++replaced_keys_;
+                        return;
+                    }
+                    EXPECT_TRUE(status == result ||
+                                (failed && status == ZELKM_MEMORY_ALLOCATION_FAILED))
+                        << named(status);
+                    verify(status);
+                });
         }
     }
 
     // A key file for which there is no memory counts as missing. A new key takes its place, as
     // ever, and the store cannot be opened any more.
     bool keyWasReplaced() {
-        return test::readFile("edbk.bak") == files_["edbk"] &&
-               !test::logged("W object: Upgrade the db key");
+        return readFile("edbk.bak") == files_["edbk"] && !logged("W object: Upgrade the db key");
     }
 
     // Expects that this object works, and a new one as well.
     void expectUsable(const std::string& expected) {
-        EXPECT_EQ(0, test::insertAlias(*object_, "z"));
-        EXPECT_EQ(expected + "z ", test::readAliases(*object_));
+        EXPECT_EQ(0, insertAlias(*object_, "z"));
+        EXPECT_EQ(expected + "z ", readAliases(*object_));
         reopen();
-        EXPECT_EQ(expected + "z ", test::readAliases(*object_));
+        EXPECT_EQ(expected + "z ", readAliases(*object_));
     }
 
-    static KeyParameter parameter(Tag tag, uint32_t value) {
-        KeyParameter param = {};
-        param.tag = tag;
-        param.f.integer = value;
-        return param;
-    }
-
-    hidl_vec<uint8_t> attestationKey() {
-        const test::AllocationsWork preparing;
-        hidl_vec<uint8_t> key;
-        const auto keep = [&key](ErrorCode error, const hidl_vec<uint8_t>& blob,
-                                 const KeyCharacteristics&) {
-            EXPECT_EQ(ErrorCode::OK, error);
-            key = blob;
+    // Expects the store with these rows after success, and else the one from before. The file
+    // follows the result; after a failure the table is loaded from it again.
+    std::function<void(int)> storeHolds(const std::string& after) {
+        return [this, after](int status) {
+            if (status != 0) {
+                EXPECT_EQ(files_[kStore], *readFile(kStore));
+                reopen();
+            }
+            expectUsable(status == 0 ? after : "a b ");
         };
-        EXPECT_TRUE(km_.generateKey({parameter(Tag::ALGORITHM, uint32_t(Algorithm::EC)),
-                                     parameter(Tag::KEY_SIZE, 256),
-                                     parameter(Tag::DIGEST, uint32_t(Digest::SHA_2_256)),
-                                     parameter(Tag::PURPOSE, uint32_t(KeyPurpose::SIGN))},
-                                    keep)
-                        .isOk());
-        return key;
-    }
-
-    hidl_vec<hidl_vec<uint8_t>> attestationChain() {
-        const test::AllocationsWork preparing;
-        KeyParameter challenge = parameter(Tag::ATTESTATION_CHALLENGE, 0);
-        KeyParameter application = parameter(Tag::ATTESTATION_APPLICATION_ID, 0);
-        challenge.blob = application.blob = {1, 2, 3};
-        hidl_vec<hidl_vec<uint8_t>> chain;
-        EXPECT_TRUE(km_.attestKey(attestationKey(), {challenge, application},
-                                  [&chain](ErrorCode error, const hidl_vec<hidl_vec<uint8_t>>& c) {
-                                      EXPECT_EQ(ErrorCode::OK, error);
-                                      chain = c;
-                                  })
-                        .isOk());
-        return chain;
     }
 
     int states_ = 0;
     int replaced_keys_ = 0;
 };
 
-// Is set before libcrypto's first allocation.
-const bool g_libcrypto_memory = test::useFailingLibcryptoMemory();
-
 TEST_F(MemoryFault, SecureObjectOperations) {
-    SODOperationParam added;
-    SODOperationParam removed;
-    SODOperationParam selected;
-    std::string alias = "c";
-    std::string old_alias = "a";
+    std::string alias = "c", old_alias = "a";
+    SODOperationParam added, removed, selected;
     added.setAlias(alias);
     removed.addAliasInWhere(old_alias);
     selected.addAliasToOutput();
-    std::vector<std::string> rows;
+    Lines rows;
+    forEachAllocation("insert", [&] { return object_->SodInsert(added); }, storeHolds("a b c "));
+    forEachAllocation("delete", [&] { return object_->SodDelete(removed); }, storeHolds("b "));
+    forEachAllocation(
+        "select", [&] { return object_->SodSelect(selected, rows); }, storeHolds("a b "));
+}
 
-    const auto unchanged_or = [this](const std::string& after) {
-        return [this, after](int status) {
-            // The file follows the result; after a failure the table is loaded from it again.
-            if (status != 0) {
-                EXPECT_EQ(files_[kStore], *test::readFile(kStore));
-                reopen();
-            }
-            expectUsable(status == 0 ? after : "a b ");
-        };
-    };
-    forEachAllocation(
-        "insert", {0, ZELKM_MEMORY_ALLOCATION_FAILED}, [&] { return object_->SodInsert(added); },
-        unchanged_or("a b c "));
-    forEachAllocation(
-        "delete", {0, ZELKM_MEMORY_ALLOCATION_FAILED}, [&] { return object_->SodDelete(removed); },
-        unchanged_or("b "));
-    forEachAllocation(
-        "select", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
-        [&] { return object_->SodSelect(selected, rows); }, unchanged_or("a b "));
+TEST_F(MemoryFault, LostCallsAreDescribedAsFarAsThereIsMemory) {
+    SODOperationParam added;
+    std::string alias = "c";
+    added.setAlias(alias);
+    const std::pair<const char*, int> cases[] = {{"getKeyCharacteristics", ZELKM_UNKNOWN_ERROR},
+                                                 {"begin", ZELKM_UNKNOWN_ERROR},
+                                                 {"update", ZELKM_MALFORMED_STORE},
+                                                 {"finish", ZELKM_MALFORMED_STORE}};
+    for (const auto& [lost, result] : cases) {
+        bool undescribed = false;
+        forEachAllocation(
+            lost,
+            [&, call = lost] {
+                km_.lost = call;
+                return object_->SodInsert(added);
+            },
+            [&](int status) {
+                EXPECT_NE(0, status);
+                undescribed |= logged("E object: HIDL call failed with (out of memory)");
+                storeHolds("")(status);
+            },
+            result);
+        EXPECT_TRUE(undescribed);
+    }
+    const AllocationsWork now;
+    km_.lost = "generateKey";
+    EXPECT_EQ(ZELKM_UNKNOWN_ERROR, object_->generate_db_key());
+}
+
+TEST_F(MemoryFault, ListsAreAppendedToWholeOrNotAtAll) {
+    // Longer than what strings hold without memory.
+    const std::string before(100, 'b');
+    ASSERT_EQ(0, insertAlias(*object_, std::string(100, 'c')));
+    files_[kStore] = *readFile(kStore);
+    using Select = int (ZelKeymasterOperation::*)(SODOperationParam&, Lines&);
+    const struct {
+        const char* name;
+        Select select;
+        size_t rows, none;  // appended, and with an empty result
+    } cases[] = {{"SodSelect", &ZelKeymasterOperation::SodSelect, 4, 1},
+                 {"SodRetreiveAlias", &ZelKeymasterOperation::SodRetreiveAlias, 3, 0},
+                 {"SodRetreiveOther", &ZelKeymasterOperation::SodRetreiveOther, 3, 0}};
+    for (const auto& c : cases) {
+        SODOperationParam p;
+        Lines rows;
+        forEachAllocation(
+            c.name,
+            [&] {
+                {
+                    const AllocationsWork preparing;
+                    p.clearOutputFormat().addAliasToOutput();
+                    rows = {before};
+                    EXPECT_EQ(0, object_->SodSelect(p, rows));  // loads key and table
+                    rows.resize(1);
+                    rows.shrink_to_fit();
+                }
+                return ((*object_).*c.select)(p, rows);
+            },
+            [&](int status) {
+                const bool empty = logged("E engine: allocation failure for out");
+                const size_t appended = status != 0 ? 0 : empty ? c.none : c.rows;
+                EXPECT_EQ(1 + appended, rows.size());
+                EXPECT_EQ(before, rows[0]);
+            });
+        EXPECT_EQ(1 + c.rows, rows.size());
+    }
 }
 
 TEST_F(MemoryFault, StartUpAndFiles) {
+    const auto verify = [this](int) { expectUsable("a b "); };
     forEachAllocation(
-        "start-up", {0},
+        "start-up",
         [this] {
             // Without memory for the image the object starts with an empty store.
             const ZelKeymasterOperation another(&km_, true);
             return 0;
         },
-        [this](int) { expectUsable("a b "); });
+        verify);
     forEachAllocation(
-        "load_data", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        "load_data",
         [] {
             uint8_t* data = nullptr;
             uint32_t len = 7;
@@ -169,12 +184,12 @@ TEST_F(MemoryFault, StartUpAndFiles) {
             free(data);
             return status;
         },
-        [this](int) { expectUsable("a b "); });
+        verify);
 }
 
 TEST_F(MemoryFault, DatabaseKey) {
     forEachAllocation(
-        "generation", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        "generation",
         [this] {
             for (const char* name : {"edbk", "edbk.bak"}) {
                 std::filesystem::remove(name);
@@ -182,16 +197,16 @@ TEST_F(MemoryFault, DatabaseKey) {
             return object_->init_db_key(1);
         },
         [this](int status) {
-            test::ObjectPeer peer(*object_);
+            ObjectPeer peer(*object_);
             EXPECT_EQ(status == 0, peer.keyBlobLen() != 0);
-            EXPECT_EQ(status == 0, peer.keyBlob() == test::readFile("edbk"));
+            EXPECT_EQ(status == 0, peer.keyBlob() == readFile("edbk"));
             EXPECT_EQ(0, object_->init_db_key(0));
             std::filesystem::remove(kStore);  // encrypted with the key before
             reopen();
             expectUsable("");
         });
     forEachAllocation(
-        "upgrade", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        "upgrade",
         [this] {
             km_.setPatchLevel(options().patch_level + 1);
             return object_->init_db_key(0);
@@ -208,21 +223,18 @@ TEST_F(MemoryFault, DatabaseKey) {
 TEST_F(MemoryFault, EncryptionAndDecryption) {
     Bytes text(100, 't');
     Bytes cipher(text.size());
-    uint8_t iv[12];
-    uint8_t tag[16];
-    uint8_t aad[] = {1, 2, 3};
+    uint8_t iv[12], tag[16], aad[] = {1, 2, 3};
     const auto convert = [&](unsigned mode) {
         return object_->DBEncrypt(mode, text.data(), cipher.data(), unsigned(text.size()), iv, tag,
                                   aad, sizeof(aad));
     };
     const auto verify = [this](int) { expectUsable("a b "); };
+    forEachAllocation("encryption", [&] { return convert(1); }, verify);
     forEachAllocation(
-        "encryption", {0, ZELKM_MEMORY_ALLOCATION_FAILED}, [&] { return convert(1); }, verify);
-    forEachAllocation(
-        "decryption", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        "decryption",
         [&] {
             {
-                const test::AllocationsWork preparing;
+                const AllocationsWork preparing;
                 EXPECT_EQ(0, convert(1));
             }
             return convert(0);
@@ -232,23 +244,21 @@ TEST_F(MemoryFault, EncryptionAndDecryption) {
 
 TEST_F(MemoryFault, PasswordConversionAndAttestation) {
     const hidl_vec<uint8_t> in = {1, 2, 3};
-    hidl_vec<uint8_t> converted;
-    hidl_vec<uint8_t> tag;
-    hidl_vec<uint8_t> rot;
+    const hidl_vec<uint8_t> key = generate(km_, kEcKey).output;
+    hidl_vec<uint8_t> converted, tag, rot, csr;
     const auto verify = [this](int) { expectUsable("a b "); };
     forEachAllocation(
-        "password conversion", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        "password conversion",
         [&] {
             return object_->encryptWithPasswordHWKey(in, in, in, converted, in, in, tag, rot,
                                                      PW_ENCRYPT_TYPE_TO_KEY);
         },
         verify);
-    hidl_vec<uint8_t> csr;
     forEachAllocation(
-        "signing request", {0, ZELKM_MEMORY_ALLOCATION_FAILED},
+        "signing request",
         [&] {
             csr = {};
-            return object_->generateCSR(attestationKey(), {}, csr);
+            return object_->generateCSR(key, {}, csr);
         },
         [&](int status) {
             EXPECT_EQ(status == 0, csr.size() != 0);
@@ -257,27 +267,29 @@ TEST_F(MemoryFault, PasswordConversionAndAttestation) {
 }
 
 TEST_F(MemoryFault, ChainValidation) {
-    hidl_vec<hidl_vec<uint8_t>> chain = attestationChain();
-    chain = std::vector<hidl_vec<uint8_t>>{chain[0], chain[0], chain[1], chain[2]};
-    ASSERT_EQ(0, ZelKeymasterOperation::validateAttestChain(chain, true));
+    std::vector<Certificate> path = certificates(2);
+    for (Certificate& certificate : path) {
+        certificate.key = certificate.signer = 20;  // RSA: the fewest allocations
+    }
+    path.insert(path.begin(), path[0]);
+    const Chain chain = encoded(path);
     ERR_clear_error();           // of what the tests before left
     std::set<std::string> said;  // the first line of each failure
-    bool failed = true;
-    for (long nth = 1; failed; ++nth) {
-        SCOPED_TRACE("allocation " + std::to_string(nth));
-        test::clearLog();
-        test::failAllocation(nth, false);
-        // The separate first certificate is not signed by the second one, which is the same.
+    states_ += untilNothingFails("allocation", [&](long nth) {
+        clearLog();
+        failAllocation(nth, false);
         const int status = ZelKeymasterOperation::validateAttestChain(chain, false);
-        failed = test::stopFailing();
-        const std::vector<std::string> lines = test::errors();
-        EXPECT_EQ(ZELKM_VERIFICATION_FAILED, status);
-        ASSERT_FALSE(lines.empty());
-        const bool path = lines.back() == "E object: verify_cert_chain fail";
-        said.insert(lines[0].substr(0, lines[0].find(" fail ")) + (path ? ", in the path" : ""));
+        const bool failed = stopFailing();
+        const Lines lines = errors();
+        EXPECT_EQ(lines.empty() ? 0 : ZELKM_VERIFICATION_FAILED, status);
         EXPECT_EQ(0u, ERR_peek_error());
-        ++states_;
-    }
+        if (!lines.empty()) {
+            const bool in_path = lines.back() == "E object: verify_cert_chain fail";
+            said.insert(lines[0].substr(0, lines[0].find(" fail ")) +
+                        (in_path ? ", in the path" : ""));
+        }
+        return failed;
+    });
     if (g_libcrypto_memory) {
         EXPECT_EQ(
             (std::set<std::string>{"E object: Failed to push certificate",

@@ -3,10 +3,14 @@
 
 // Makes allocations fail on demand. The linker's --wrap brings malloc, calloc and realloc of the
 // objects in a program here. failing_new.cpp brings the program's operator new as well, and
-// useFailingLibcryptoMemory() libcrypto's allocations. An allocation of more than 1 GiB always
+// useFailingLibcryptoMemory() some of libcrypto's. An allocation of more than 1 GiB always
 // fails.
 
 #pragma once
+
+#include <functional>
+
+#include "fault_loop.h"
 
 namespace test {
 
@@ -34,8 +38,25 @@ class AllocationsFail {
     ~AllocationsFail() { ++allocations_paused; }
 };
 
-// Makes libcrypto allocate through the same counter. Returns false when libcrypto has allocated
-// already, or cannot be made to.
+// One allocation of `action` after the other fails, and with `for_good` all later ones. Each time
+// prepare() comes first, and verify() gets what the action returned. Returns how often that was.
+inline int failEachAllocation(bool for_good, const std::function<void()>& prepare,
+                              const std::function<int()>& action,
+                              const std::function<void(int status, bool failed)>& verify) {
+    const char* const what = for_good ? "all allocations from" : "allocation";
+    return untilNothingFails(what, [&](long nth) {
+        prepare();
+        int status = 0;
+        failAllocation(nth, for_good);
+        EXPECT_NO_THROW(status = action());
+        const bool failed = stopFailing();
+        verify(status, failed);
+        return failed;
+    });
+}
+
+// Makes libcrypto allocate certificates through the same counter. Returns false when libcrypto has
+// allocated already, or cannot be made to.
 bool useFailingLibcryptoMemory();
 
 }  // namespace test

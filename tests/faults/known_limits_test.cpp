@@ -20,16 +20,16 @@ using namespace test;
 
 const std::string kNotVerified = refusal(ZELKM_VERIFICATION_FAILED);
 
-class OpenEnds : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
+class KnownLimits : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
   protected:
-    OpenEnds() { startAfresh(); }
+    KnownLimits() { startAfresh(); }
 
     // The same store through a keymaster that can fail.
     soft_keymaster::FaultKeymaster faulty_{km_};
     test::ObjectPtr other_ = test::makeObject(&faulty_, true);
 };
 
-TEST_F(OpenEnds, LostAnswerStoresPlaintextThatTheNextLoadRefuses) {
+TEST_F(KnownLimits, LostAnswerStoresPlaintextThatTheNextLoadRefuses) {
     for (const Call lost : {Call::kUpdate, Call::kFinish}) {
         startAfresh();
         test::ObjectPeer(*other_).setImage(*test::readFile(kStore));
@@ -42,7 +42,7 @@ TEST_F(OpenEnds, LostAnswerStoresPlaintextThatTheNextLoadRefuses) {
     }
 }
 
-TEST_F(OpenEnds, ObjectKeepsTheRefusedImageForOneMoreQuery) {
+TEST_F(KnownLimits, ObjectKeepsTheRefusedImageForOneMoreQuery) {
     Bytes damaged = files_[kStore];
     damaged.back() ^= 1;
     test::writeFile(kStore, damaged);
@@ -53,7 +53,7 @@ TEST_F(OpenEnds, ObjectKeepsTheRefusedImageForOneMoreQuery) {
     EXPECT_EQ("a ", readAliases(*object_));
 }
 
-TEST_F(OpenEnds, RefusedEncryptionRollsAGoodFileBackAndTheNextWriteReplacesIt) {
+TEST_F(KnownLimits, RefusedEncryptionRollsAGoodFileBackAndTheNextWriteReplacesIt) {
     test::ObjectPeer(*other_).setImage(files_[kStore]);
     faulty_.plan(Call::kFinish, 2, Fault::error(ErrorCode::VERIFICATION_FAILED));
     EXPECT_EQ(ZELKM_VERIFICATION_FAILED, insertAlias(*other_, "c"));
@@ -62,7 +62,7 @@ TEST_F(OpenEnds, RefusedEncryptionRollsAGoodFileBackAndTheNextWriteReplacesIt) {
     EXPECT_EQ("a b d ", readAliases(*other_));
 }
 
-TEST_F(OpenEnds, OlderObjectWritesItsStaleImage) {
+TEST_F(KnownLimits, OlderObjectWritesItsStaleImage) {
     test::ObjectPeer(*other_).setImage(files_[kStore]);
     EXPECT_EQ(0, insertAlias(*object_, "c"));
     EXPECT_EQ("a b c ", readAliases(*other_));  // the table is shared
@@ -73,7 +73,7 @@ TEST_F(OpenEnds, OlderObjectWritesItsStaleImage) {
     EXPECT_EQ("a b d ", readAliases(*object_));
 }
 
-TEST_F(OpenEnds, SeparatorsInValues) {
+TEST_F(KnownLimits, SeparatorsInValues) {
     EXPECT_EQ(0, insertAlias(*object_, "x\x1e\x1e\x1e\x1e\x1e\x1e\nforged"));
     reopen();
     EXPECT_EQ("a b x ", readAliases(*object_));  // as many rows as were stored; "forged" comes next
@@ -91,14 +91,14 @@ TEST_F(OpenEnds, SeparatorsInValues) {
               rows);
 }
 
-TEST_F(OpenEnds, ConditionEndsAtAnAndInItsValue) {
+TEST_F(KnownLimits, ConditionEndsAtAnAndInItsValue) {
     std::string value = "x AND CREATOR=creator";
     EXPECT_EQ(0, insertAlias(*object_, value));
     SODOperationParam p;
     EXPECT_EQ(ZELKM_SYNTAX_ERROR, object_->SodDelete(p.addAliasInWhere(value)));
 }
 
-TEST_F(OpenEnds, CarelessConditionsReachEveryObject) {
+TEST_F(KnownLimits, CarelessConditionsReachEveryObject) {
     for (const auto& [column, value] :
          std::vector<std::pair<std::string, std::string>>{{"", ""}, {"FOO", "x"}, {"ALIAS", "*"}}) {
         startAfresh();
@@ -110,7 +110,7 @@ TEST_F(OpenEnds, CarelessConditionsReachEveryObject) {
     }
 }
 
-TEST_F(OpenEnds, UnreadableKeyFileIsReplaced) {
+TEST_F(KnownLimits, UnreadableKeyFileIsReplaced) {
     {
         test::FileFaults faults;
         faults.fail("open edbk", EIO);
@@ -126,7 +126,7 @@ TEST_F(OpenEnds, UnreadableKeyFileIsReplaced) {
     EXPECT_FALSE(test::readFile(kStore).has_value());
 }
 
-TEST_F(OpenEnds, FailedKeyUpgradeNeedsARestart) {
+TEST_F(KnownLimits, FailedKeyUpgradeNeedsARestart) {
     km_.setPatchLevel(options().patch_level + 1);
     {
         test::FileFaults faults;
@@ -140,7 +140,7 @@ TEST_F(OpenEnds, FailedKeyUpgradeNeedsARestart) {
 }
 
 // The digest does not fit the missing key: a new key is made at once, and takes the backup's place.
-TEST_F(OpenEnds, KeyUpgradeThatFailsBetweenTheRenamesLosesTheKey) {
+TEST_F(KnownLimits, KeyUpgradeThatFailsBetweenTheRenamesLosesTheKey) {
     km_.setPatchLevel(options().patch_level + 1);
     {
         test::FileFaults faults;
