@@ -18,6 +18,13 @@ import time
 
 TIMEOUT_FACTOR = 10  # of a test's usual time, and 10 s more: then the fault has hung it
 SOURCES = "common/src/**/*"
+# For the first folder of a source: what is built of it, and the tests that start or link that.
+FOLDERS = {
+    "common": ("zelkeymaster_objects", r"^(?!zelkm_|keymaster_check|soft_|log_|messages|platform|tool)"),
+    "soft_keymaster": ("soft_keymaster", r"^(soft_|keymaster_check|hostile|secure|database|signing|stored)"),
+    "keymaster_check": ("keymaster_check", "^(keymaster_check|check_programs)"),
+    "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)"),
+}
 
 SWAPS = {
     " == ": [" != "], " != ": [" == "], " < ": [" <= ", " >= "], " <= ": [" < ", " > "], " > ": [" >= ", " <= "],
@@ -113,13 +120,14 @@ def faults_in(path, tree):
 
 
 class Tests:
-    """The tests of a build folder, the most promising first."""
+    """The tests of a build folder, the most promising first. Only what a test needs is built."""
 
     def __init__(self, build, pattern):
         self.build = build
-        listed = json.loads(subprocess.check_output(["ctest", "--test-dir", build, "--show-only=json-v1"]))
+        # ctest tells the command of a program only when that is there.
+        self.build_programs([test["name"] for test in self.listed() if re.search(pattern, test["name"])])
         self.tests = {}
-        for test in listed["tests"]:
+        for test in self.listed():
             command = test.get("command", [""])
             if pathlib.Path(command[0]).is_relative_to(build) and re.search(pattern, test["name"]):
                 properties = {p["name"]: p["value"] for p in test["properties"]}
@@ -134,6 +142,14 @@ class Tests:
             if not self.passes(name):
                 raise SystemExit(f"mutate: {name} fails without a fault")
             self.usual[name] = time.monotonic() - start
+
+    def listed(self):
+        return json.loads(subprocess.check_output(["ctest", "--test-dir", self.build, "--show-only=json-v1"]))["tests"]
+
+    def build_programs(self, names):
+        known = subprocess.check_output(["ninja", "-C", self.build, "-t", "targets", "all"], text=True)
+        programs = [re.sub("_seeds$", "_fuzz", name) for name in names]
+        self.make(*(p for p in programs if f"\n{p}: phony" in known))
 
     def make(self, *targets):
         return subprocess.run(["ninja", "-C", self.build, "-j2", *targets], capture_output=True).returncode == 0
@@ -160,9 +176,9 @@ class Tests:
         return None
 
 
-def object_code(build):
+def object_code(build, folder):
     digest = hashlib.sha256()
-    for path in sorted(pathlib.Path(build, "common").rglob("*.o")):
+    for path in sorted(pathlib.Path(build, folder).rglob("*.o")):
         digest.update(path.read_bytes())
     return digest.digest()
 
@@ -174,17 +190,19 @@ def main():
     parser.add_argument("number", type=int)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--sources", default=SOURCES, help="a pattern, from the project's root")
-    parser.add_argument("--tests", default="", help="a regular expression: the tests to run")
+    parser.add_argument("--tests", help="a regular expression: the tests to run, else those that the folder concerns")
     arguments = parser.parse_args()
     tree, build = arguments.tree, os.path.abspath(arguments.build)
+    folder = arguments.sources.split("/")[0]
+    target, concerned = FOLDERS[folder]
 
     faults = []
     for path in sorted(tree.glob(arguments.sources)):
         if path.suffix in (".cpp", ".h"):
             faults += sorted(set(faults_in(path.relative_to(tree), tree)), key=lambda f: (f.start, f.end, f.text))
     random.Random(arguments.seed).shuffle(faults)
-    tests = Tests(build, arguments.tests)
-    sound = object_code(build)
+    tests = Tests(build, arguments.tests or concerned)
+    sound = object_code(build, folder)
     planted, same, survivors = 0, 0, []
     for fault in faults:
         if planted == arguments.number:
@@ -193,9 +211,9 @@ def main():
         source = path.read_text()
         path.write_text(source[:fault.start] + fault.text + source[fault.end:])
         try:
-            if not tests.make("zelkeymaster_objects"):
+            if not tests.make(target):
                 continue
-            if object_code(build) == sound:
+            if object_code(build, folder) == sound:
                 same += 1
                 continue
             planted += 1
