@@ -40,17 +40,19 @@ enum class Read { kDone, kMissing, kFailed };
 
 Read readFile(const std::string& name, std::string* content) {
     content->clear();
-    const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) {
+    std::FILE* const file = std::fopen(name.c_str(), "re");
+    if (file == nullptr) {
         return errno == ENOENT ? Read::kMissing : Read::kFailed;
     }
     char piece[4096];
-    ssize_t count;
-    while ((count = read(file, piece, sizeof(piece))) > 0) {
-        content->append(piece, static_cast<size_t>(count));
+    size_t count = sizeof(piece);
+    while (count == sizeof(piece)) {  // fewer at the end, or when reading fails
+        count = std::fread(piece, 1, sizeof(piece), file);
+        content->append(piece, count);
     }
-    close(file);
-    return count == 0 ? Read::kDone : Read::kFailed;
+    const bool has_failed = std::ferror(file) != 0;
+    std::fclose(file);
+    return has_failed ? Read::kFailed : Read::kDone;
 }
 
 bool exists(const std::string& name) {
