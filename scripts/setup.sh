@@ -16,6 +16,7 @@ packages=(
     libcli11-dev nlohmann-json3-dev               # the tool
     libgtest-dev python3                          # the tests and their reports
     file                                          # the Debian packages
+    aidl checkpolicy m4                           # the example for a device
     openssl xxd                                   # the demo
     "$@"
 )

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The platform's build reads Android.bp and makes build rules of it, for a device's vendor image:
-// see scripts/test-android-bp.sh.
+// The platform's build reads Android.bp, and that of the example for a device, and makes build rules
+// of them, for a device's vendor image: see scripts/test-android-bp.sh.
 
 package checks
 
@@ -20,9 +20,11 @@ import (
 	"github.com/google/blueprint/parser"
 )
 
+const example = "examples/device"
+
 // What the platform, or whoever integrates the library, has to offer: for both widths.
 var platform = map[string]string{
-	"cc_library": "android.hardware.keymaster@4.0 libcrypto libcutils libhidlbase " +
+	"cc_library": "android.hardware.keymaster@4.0 libbinder libcrypto libcutils libhidlbase " +
 		"libkeymaster4support liblog libutils",
 	"cc_library_headers": "libhardware_headers libplog_headers",
 }
@@ -71,13 +73,14 @@ func wrongRules(module *parser.Module, built android.Module) []string {
 	for _, rule := range built.BuildParamsForTests() {
 		switch name := fmt.Sprint(rule.Rule); {
 		case strings.HasSuffix(name, ".cc"):
-			compiled = append(compiled, rule.Input.Rel())
+			compiled = append(compiled, strings.TrimPrefix(rule.Input.Rel(), "aidl/"+example+"/"))
 		case strings.HasSuffix(name, ".ld"):
 			linked = rule.Args["ldFlags"]
 		}
 	}
 	sort.Strings(compiled)
-	if sources := values(module, "srcs"); fmt.Sprint(compiled) != fmt.Sprint(sources) {
+	sources := strings.ReplaceAll(fmt.Sprint(values(module, "srcs")), ".aidl", ".cpp")
+	if fmt.Sprint(compiled) != sources {
 		wrong = append(wrong, fmt.Sprintf("compiles %v instead of %v", compiled, sources))
 	}
 	flags := built.VariablesForTests()
@@ -100,21 +103,26 @@ func wrongRules(module *parser.Module, built android.Module) []string {
 	return wrong
 }
 
-// What is wrong with a text for Android.bp.
-func wrong(t *testing.T, text string) []string {
-	config := cc.TestConfig(t.TempDir(), android.Android, nil, text+platformModules(), nil)
+// What is wrong with these texts for Android.bp, of the library and of the example.
+func wrong(t *testing.T, library string, device string) []string {
+	config := cc.TestConfig(t.TempDir(), android.Android, nil, library+platformModules(),
+		map[string][]byte{example + "/Android.bp": []byte(device)})
 	version, current := "VER", "current"
 	config.TestProductVariables.DeviceVndkVersion = &current
 	config.TestProductVariables.Platform_vndk_version = &version
 	ctx := cc.CreateTestContext()
 	ctx.Register(config)
-	_, errs := ctx.ParseFileList(".", []string{"Android.bp"})
+	_, errs := ctx.ParseFileList(".", []string{"Android.bp", example + "/Android.bp"})
 	if len(errs) == 0 {
 		_, errs = ctx.PrepareBuildActions(config)
 	}
 	if len(errs) > 0 {
 		return messages(errs)
 	}
+	return append(wrongModules(ctx, "", library), wrongModules(ctx, example, device)...)
+}
+
+func wrongModules(ctx *android.TestContext, folder string, text string) []string {
 	file, errs := parser.Parse("Android.bp", strings.NewReader(text), parser.NewScope(nil))
 	result := messages(errs)
 
@@ -130,10 +138,10 @@ func wrong(t *testing.T, text string) []string {
 			}
 		}
 		for _, property := range []string{
-			"srcs", "version_script", "export_include_dirs", "local_include_dirs",
+			"srcs", "version_script", "export_include_dirs", "local_include_dirs", "init_rc",
 		} {
 			for _, path := range values(module, property) {
-				if _, err := os.Stat(filepath.Join("../..", path)); err != nil {
+				if _, err := os.Stat(filepath.Join("../..", folder, path)); err != nil {
 					add(property + ": no " + path)
 				}
 			}
@@ -154,8 +162,8 @@ func wrong(t *testing.T, text string) []string {
 	return result
 }
 
-func androidBp(t *testing.T) string {
-	text, err := os.ReadFile("../../Android.bp")
+func androidBp(t *testing.T, folder string) string {
+	text, err := os.ReadFile(filepath.Join("../..", folder, "Android.bp"))
 	if err != nil {
 		t.Fatal(err)
 	}
@@ -163,13 +171,13 @@ func androidBp(t *testing.T) string {
 }
 
 func TestAndroidBp(t *testing.T) {
-	for _, text := range wrong(t, androidBp(t)) {
+	for _, text := range wrong(t, androidBp(t, ""), androidBp(t, example)) {
 		t.Error(text)
 	}
 }
 
 func TestFaultsAreNoticed(t *testing.T) {
-	good := androidBp(t)
+	good, device := androidBp(t, ""), androidBp(t, example)
 	for _, fault := range []struct{ good, bad, message string }{
 		{"version_script:", "version_scripts:", `unrecognized property "version_scripts"`},
 		{"cc_library_shared {", "cc_shared_library {", `unrecognized module type`},
@@ -181,7 +189,7 @@ func TestFaultsAreNoticed(t *testing.T) {
 		{"vendor: true", "vendor_available: true", "variant android_arm64"},
 	} {
 		bad := strings.Replace(good, fault.good, fault.bad, -1)
-		if found := strings.Join(wrong(t, bad), "\n"); !strings.Contains(found, fault.message) {
+		if found := strings.Join(wrong(t, bad, device), "\n"); !strings.Contains(found, fault.message) {
 			t.Errorf("%s: %s expected, found: %s", fault.bad, fault.message, found)
 		}
 	}
