@@ -13,7 +13,7 @@ find_library(ZELKM_LIBLOG log
     PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android NO_DEFAULT_PATH REQUIRED)
 get_filename_component(ZELKM_LIBLOG_DIR ${ZELKM_LIBLOG} DIRECTORY)
 set(CMAKE_BUILD_RPATH ${ZELKM_LIBLOG_DIR})
-set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR};${ZELKM_LIBLOG_DIR}")
+set(CMAKE_INSTALL_RPATH ${ZELKM_LIBLOG_DIR})
 
 add_library(zelkeymaster_platform INTERFACE)
 target_include_directories(zelkeymaster_platform INTERFACE
@@ -22,7 +22,8 @@ target_include_directories(zelkeymaster_platform INTERFACE
 target_compile_options(zelkeymaster_platform INTERFACE "SHELL:-idirafter ${ZELKM_LIBLOG_INCLUDE_DIR}")
 target_compile_features(zelkeymaster_platform INTERFACE cxx_std_17)
 target_link_libraries(zelkeymaster_platform INTERFACE ${ZELKM_LIBLOG})
-target_link_options(zelkeymaster_platform INTERFACE "LINKER:-rpath,${ZELKM_LIBLOG_DIR}")
+target_link_options(zelkeymaster_platform INTERFACE
+    "$<INSTALL_INTERFACE:LINKER:-rpath,${ZELKM_LIBLOG_DIR}>")
 
 add_library(zelkeymaster_libcrypto INTERFACE)
 if(ZELKM_LIBCRYPTO STREQUAL "boringssl")

@@ -46,6 +46,10 @@ offer_plog_from_next_suite() {
         echo "setup: no libplog-dev in the package sources of this machine" >&2
         exit 1
     fi
+    if [[ ! -e $keyring ]]; then
+        echo "setup: no $keyring, which tells Debian's own packages from others" >&2
+        exit 1
+    fi
     mirror=$(apt-get indextargets --format '$(REPO_URI)' \
         'Created-By: Packages' 'Origin: Debian' 'Component: main' "Codename: $codename" | head -n 1)
     if [[ -z $mirror ]]; then
@@ -68,7 +72,7 @@ Types: deb
 URIs: $mirror
 Suites: $next
 Components: main
-$([[ ! -e $keyring ]] || echo "Signed-By: $keyring")
+Signed-By: $keyring
 END
 }
 

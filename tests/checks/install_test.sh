@@ -15,6 +15,16 @@ prefix=$scratch/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 test -n "$(find "$prefix" -name libzelkeymaster.so)"
 
+# What is installed is bound at its start, and is loaded from no folder that others choose.
+release=$(grep -c '^CMAKE_BUILD_TYPE:STRING=Rel' "$build/CMakeCache.txt" || true)
+while read -r file; do
+    dynamic=$(readelf -dW "$file")
+    grep -q 'FLAGS.*NOW' <<<"$dynamic"
+    folders=$(sed -n 's/.*RU\?N\?PATH.*\[\(.*\)\]/\1/p' <<<"$dynamic" | tr : '\n')
+    test -z "$(grep -vE '^(/usr/|\$ORIGIN/\.\./)' <<<"$folders" || true)"
+    [[ $release -eq 0 ]] || nm -D "$file" | grep -q '__stack_chk_fail'
+done < <(find "$prefix" -type f -perm -1 -name 'zelk*' -o -name libzelkeymaster.so)
+
 # The examples, as they were installed, are a project outside, which knows the package only.
 examples=$(find "$prefix" -type d -name examples)
 cmake -S "$examples" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
