@@ -98,6 +98,7 @@ TEST(CommandParser, SplitsLists) {
                         {"a,'b',c,'d',e,f", "[a][b][c][d][e][f]"},
                         {"a,b,c,d,e,f,g", "too many"},
                         {"a,b,c,d,e,f,'g'", "too many"},
+                        {"a,b,c,d,e,f,g,h", "too many"},
                         {",", "1@0"},
                         {"a,,b", "1@2"},
                         {"   ", "1@3"},

@@ -105,6 +105,20 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
     }
 }
 
+TEST_F(ProtectedFile, DescriptorZeroIsAFileLikeOthers) {
+    put("f", "abc");
+    const int input = ::dup(0);
+    ::close(0);
+    uint8_t* data = nullptr;
+    uint32_t len = 0;
+    EXPECT_EQ(0, ZelKeymasterOperation::load_data("f", &data, &len));
+    EXPECT_EQ("abc", std::string(data, data + len));
+    std::free(data);
+    EXPECT_EQ(-1, ::close(0));
+    ::dup2(input, 0);
+    ::close(input);
+}
+
 TEST_F(ProtectedFile, LoadRefusesNullArgumentsAndReportsLackOfMemory) {
     put("f", "abc");
     uint8_t* data = static_cast<uint8_t*>(std::malloc(1));
@@ -277,6 +291,7 @@ TEST_F(ProtectedFile, UpdateDbFileAdoptsTheImageOnSuccessOnly) {
     };
     EXPECT_EQ(0, object->update_db_file(allocated('1'), 1));
     EXPECT_EQ(0, object->update_db_file(allocated('2'), 1));  // releases the first
+    EXPECT_EQ(0, object->update_db_file(peer.imageData(), 1));
     FileFaults faults;
     faults.fail("open secure_objects.db.tmp", ENOSPC);
     uint8_t* kept = allocated('3');

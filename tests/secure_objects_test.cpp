@@ -124,6 +124,24 @@ TEST_F(SecureObjects, AreSelectedRowByRow) {
     EXPECT_EQ((Lines{"u1::k1", "::k2"}), list());
 }
 
+TEST_F(SecureObjects, OfMoreThanAMebibyteComeBackFromManyUpdates) {
+    SoftKeymaster::Options pieces = options();
+    pieces.max_update_bytes = 65536;
+    SoftKeymaster other(pieces);
+    const test::ObjectPtr o = test::makeObject(&other, true);
+    Bytes text(1500000), cipher(text.size()), back(text.size()), iv(12), tag(16), aad(3);
+    for (size_t i = 0; i < text.size(); ++i) {
+        text[i] = static_cast<uint8_t>(i * i >> 8);
+    }
+    const auto convert = [&](unsigned mode, Bytes& plain) {
+        return o->DBEncrypt(mode, plain.data(), cipher.data(), unsigned(plain.size()), iv.data(),
+                            tag.data(), aad.data(), 3);
+    };
+    EXPECT_EQ(0, convert(1, text));
+    EXPECT_EQ(0, convert(0, back));
+    EXPECT_TRUE(text == back);
+}
+
 TEST_F(SecureObjects, UpdateReachesTheEngineWhichRefusesIt) {
     std::string k = "k";
     SODOperationParam p;

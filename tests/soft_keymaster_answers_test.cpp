@@ -100,6 +100,8 @@ TEST_F(SoftKeymasterAnswers, ToBegin) {
     const Bytes any_nonce = generate(km_, with(kAesKey, free)).output;
     const Bytes encrypts_only =
         generate(km_, with(kAesKey, {param(Tag::PURPOSE, kEncrypt)})).output;
+    const Bytes padded =
+        generate(km_, with(kAesKey, {param(Tag::PADDING, PaddingMode::PKCS7)})).output;
     const Bytes ec = generate(km_, kEcKey).output;
     Params no_mac = kGcm, two_modes = kGcm, two_paddings = kGcm;
     no_mac.pop_back();
@@ -113,6 +115,8 @@ TEST_F(SoftKeymasterAnswers, ToBegin) {
         {"two modes", Error::UNSUPPORTED_BLOCK_MODE, begun(kEncrypt, key_, two_modes)},
         {"PKCS7", Error::INCOMPATIBLE_PADDING_MODE,
          encrypts({param(Tag::PADDING, PaddingMode::PKCS7)})},
+        {"a padding that the key has not", Error::INCOMPATIBLE_PADDING_MODE,
+         begun(kEncrypt, padded, kGcm)},
         {"padding 99", Error::UNSUPPORTED_PADDING_MODE, encrypts({param(Tag::PADDING, 99)})},
         {"two paddings", Error::UNSUPPORTED_PADDING_MODE, begun(kEncrypt, key_, two_paddings)},
         {"no MAC length", Error::MISSING_MAC_LENGTH, begun(kEncrypt, key_, no_mac)},

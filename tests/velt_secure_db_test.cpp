@@ -137,6 +137,8 @@ TEST_F(Query, HandlesNameTheTableThatWasLoadedLast) {
     EXPECT_EQ("a^\n", select("SELECT (ALIAS)"));
     handle_ = 0;
     blob_ = "";
+    const unsigned char nothing = 0;
+    EXPECT_EQ(0, sdb_query("SELECT ()", 9, &nothing, 0, nullptr, nullptr, &handle_));
     EXPECT_EQ("", select("SELECT (ALIAS)"));  // no store: an empty table
     ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (b)"));
     EXPECT_EQ(store(1, "b^^^^^^\n$"), result_);

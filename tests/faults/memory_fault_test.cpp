@@ -96,6 +96,28 @@ TEST_F(MemoryFault, SecureObjectOperations) {
         "select", [&] { return object_->SodSelect(selected, rows); }, storeHolds("a b "));
 }
 
+TEST_F(MemoryFault, ListsOfADescriptionStayInStep) {
+    SODOperationParam p;
+    forEachAllocation(
+        "description",
+        [&p] {
+            p = SODOperationParam();
+            try {
+                for (char c = 'a'; c < 'i'; ++c) {
+                    std::string column(40, c), value(100, c);
+                    p.setColumn(column, value).addWhere(column, value);
+                }
+            } catch (const std::bad_alloc&) {
+                return int(ZELKM_MEMORY_ALLOCATION_FAILED);
+            }
+            return 0;
+        },
+        [&p](int) {
+            EXPECT_EQ(p.getColumnList().size(), p.getDataList().size());
+            EXPECT_EQ(p.getWhereColumnList().size(), p.getWhereValueList().size());
+        });
+}
+
 TEST_F(MemoryFault, LostCallsAreDescribedAsFarAsThereIsMemory) {
     SODOperationParam added;
     std::string alias = "c";
