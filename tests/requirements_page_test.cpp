@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table of requirements in docs/integration.md is the one that is checked.
+// The table of requirements in docs/keymaster.md is the one that is checked.
 
 #include <gtest/gtest.h>
 #include <keymaster_check/keymaster_check.h>
@@ -10,7 +10,7 @@
 #include <string>
 
 TEST(RequirementsPage, HasTheRequirementsThatAreChecked) {
-    std::ifstream page(ZELKM_DOCS_DIR "/integration.md");
+    std::ifstream page(ZELKM_DOCS_DIR "/keymaster.md");
     std::string line;
     while (std::getline(page, line) && line.rfind("| requirement |", 0) != 0) {
     }

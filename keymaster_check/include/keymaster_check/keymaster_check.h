@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Finds out whether a keymaster 4.0 answers as the library needs it, before a store depends on it.
-// docs/integration.md has the requirements.
+// docs/keymaster.md has the requirements.
 //
 // Threads: one check at a time in a process. Nothing else may use the library meanwhile: the check
 // runs the library in a directory of its own, and the library's table and error file belong to the
