@@ -249,11 +249,19 @@ TEST_F(ZelkmTool, FindsObjects) {
               "CREATOR,ALIAS,ACCESSOR\r\na,b::c,\"1000,[20..30]\"\r\na::b,c,[25..]\r\n");
     EXPECT_EQ(done({"who", "2", "--count"}), "0\n");
     EXPECT_EQ(run({"who", "*"}).status, 2);
+    EXPECT_EQ(run({"who"}).status, 2);
+    EXPECT_EQ(done({"who", "--nobody", "--count"}), "0\n");
+    EXPECT_EQ(done({"who", "--object", "a::b::c", "--csv"}),
+              "CREATOR,ALIAS,ACCESSOR,WHO\r\na,b::c,1000,only 1000\r\n"
+              "a,b::c,[20..30],numbers from 20 to 30\r\n"
+              "a::b,c,[25..],numbers from 25 to 4294967295\r\n");
+    EXPECT_TRUE(run({"who", "c"}).says("zelkm who --object a::b::c"));
     EXPECT_EQ(done({"list", "--where", "ADMIN=25", "--count"}), "1\n");
 
     const std::string shown = done({"show", "a::b::c"});
     EXPECT_NE(shown.find("ALIAS        b::c\n"), shown.npos);
     EXPECT_NE(shown.find("\n\nCOLUMN       VALUE\nALIAS        c\n"), shown.npos);
+    EXPECT_NE(done({"show", "a::b::c", "--json"}).find("\"ALIAS\": \"b::c\""), shown.npos);
     EXPECT_EQ(done({"show", "x::y\\x09"}), done({"show", "x::y\t"}));
     EXPECT_TRUE(run({"show", "x::z"}).says("no object x::z"));
 
@@ -262,6 +270,49 @@ TEST_F(ZelkmTool, FindsObjects) {
     done({"remove", "--where", "ALIAS=b::c"});
     done({"remove", "--where", "ALIAS=c"});
     EXPECT_EQ(run({"aliases"}).err, "");
+}
+
+TEST_F(ZelkmTool, ChangesAnObject) {
+    const std::string header = "ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC\r\n";
+    done({"import", "--as-is", "-"}, header + "k0,c,,*,,\nk1,c,5,\"a,1\",7,\nk2,c,,,,\nk2,c,,,,\n");
+    const std::string before = done({"list", "--csv"});
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string row;  // that k1 then has; or what is said
+    } cases[] = {
+        {{"--alias", "k3"}, 0, "k3,c,5,\"a,1\",7,"},
+        {{"--creator", "d", "--creator-uid", "8", "--privileged", "yes"}, 0, "k1,d,5,\"a,1\",8,1"},
+        {{"--add-accessor", "10042,1"}, 0, "k1,c,5,\"a,1,10042\",7,"},
+        {{"--remove-accessor", "1,a", "--admin", ""}, 0, "k1,c,,,7,"},
+        {{"--accessor", "[1..2]", "--add-accessor", "x*"}, 0, "k1,c,5,\"[1..2],x*\",7,"},
+        {{"--admin", "5"}, 0, "k1,c,5,\"a,1\",7,"},
+        {{"--alias", "k3", "--dry-run"}, 0, "k1,c,5,\"a,1\",7,"},
+        {{"--alias", "k0"}, 1, "there is an object c::k0 already"},
+        {{"--alias", ""}, 2, "--alias: "},
+        {{"--add-accessor", "[2..1]"}, 2, "--add-accessor: "},
+    };
+    for (const auto& [args, status, row] : cases) {
+        std::filesystem::remove_all("t");
+        std::filesystem::copy("s", "t");
+        std::vector<std::string> all = {"set", "c::k1", "--dir=t"};
+        all.insert(all.end() - 1, args.begin(), args.end());
+        const Outcome outcome = run(all);
+        EXPECT_EQ(outcome.status, status) << outcome.err;
+        std::string expected = before;
+        if (status == 0) {
+            const std::string old = "k1,c,5,\"a,1\",7,";
+            expected.replace(before.find(old), old.size(), row);
+        } else {
+            EXPECT_TRUE(outcome.says(row)) << outcome.err;
+        }
+        EXPECT_EQ(done({"list", "--csv", "--dir=t"}), expected);
+    }
+    EXPECT_EQ(done({"set", "c::k1", "--alias", "k3", "--dry-run"}),
+              "would change c::k1\nCOLUMN  BEFORE  AFTER\nALIAS   k1      k3\n");
+    EXPECT_TRUE(run({"set", "c::k2", "--alias", "k3"}).says("2 objects are named c::k2"));
+    EXPECT_TRUE(run({"set", "k2", "--alias", "k3"}).says("no object k2"));
+    EXPECT_EQ(done({"who", "--nobody", "--csv"}), "CREATOR,ALIAS,ACCESSOR\r\nc,k2,\r\nc,k2,\r\n");
 }
 
 // What the tool writes to a terminal of 40 columns.

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <ostream>
@@ -87,6 +88,19 @@ size_t terminalWidth() {
     const bool known =
         ::isatty(STDOUT_FILENO) != 0 && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
     return known ? size.ws_col : 0;
+}
+
+void print(const Table& table, Format format) {
+    switch (format) {
+        case Format::kTable:
+            return printTable(std::cout, table, terminalWidth());
+        case Format::kJson:
+            return printJson(std::cout, table);
+        case Format::kCsv:
+            return printCsv(std::cout, table);
+        case Format::kCount:
+            std::cout << table.rows.size() << '\n';
+    }
 }
 
 void printTable(std::ostream& out, const Table& table, size_t width) {

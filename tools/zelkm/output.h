@@ -16,6 +16,11 @@ struct Table {
     std::vector<std::vector<std::string>> rows;  // as many values as columns each
 };
 
+enum class Format { kTable, kJson, kCsv, kCount };
+
+// Prints rows on standard output; a table is made to fit a terminal.
+void print(const Table& table, Format format);
+
 // The width of standard output in columns; 0 when it is no terminal.
 size_t terminalWidth();
 

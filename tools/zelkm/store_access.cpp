@@ -79,6 +79,27 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
     return *std::move(rows);
 }
 
+std::string nameOf(const Row& object) {
+    return object[1] + kBetween + object[0];
+}
+
+std::vector<size_t> findNamed(const std::vector<Row>& objects, const std::string& name) {
+    std::vector<size_t> found;
+    for (const bool escaped : {false, true}) {
+        for (size_t i = 0; i < objects.size(); ++i) {
+            const std::string each = nameOf(objects[i]);
+            if (name == (escaped ? escape(each) : each)) {
+                found.push_back(i);
+            }
+        }
+        if (!found.empty()) {
+            return found;
+        }
+    }
+    throw Refused("no object " + escape(name) +
+                  "; CREATOR::ALIAS is expected, as 'zelkm aliases' shows it");
+}
+
 int insert(Session& session, const Row& object) {
     SODOperationParam param;
     for (size_t i = 0; i < kColumnNames.size(); ++i) {

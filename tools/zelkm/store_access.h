@@ -26,6 +26,15 @@ SODOperationParam paramWith(const std::vector<Condition>& conditions);
 std::vector<Row> select(Session& session, const std::vector<Condition>& conditions,
                         const std::vector<std::string>& columns);
 
+inline constexpr char kBetween[] = "::";  // creator and alias
+
+// Creator, "::" and alias of an object that begins with alias and creator.
+std::string nameOf(const Row& object);
+
+// Where the objects of this name are, as it is or as 'aliases' prints it. Throws Refused when there
+// is none.
+std::vector<size_t> findNamed(const std::vector<Row>& objects, const std::string& name);
+
 // Stores an object, given by all six values. Empty values are left out. Returns the library's
 // result.
 int insert(Session& session, const Row& object);

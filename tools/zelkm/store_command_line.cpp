@@ -38,21 +38,6 @@ void defineAdd(CLI::App& app, const SessionOptions& session) {
     command->callback([&session, options] { addObject(session, *options); });
 }
 
-void defineFormats(CLI::App& command, Format& format) {
-    const std::pair<const char*, Format> formats[] = {
-        {"--json", Format::kJson}, {"--csv", Format::kCsv}, {"--count", Format::kCount}};
-    CLI::Option* group[3] = {};
-    const char* const descriptions[] = {"Print JSON", "Print CSV", "Print how many there are"};
-    for (size_t i = 0; i < 3; ++i) {
-        group[i] = command.add_flag_callback(
-            formats[i].first, [&format, value = formats[i].second] { format = value; },
-            descriptions[i]);
-        for (size_t other = 0; other < i; ++other) {
-            group[i]->excludes(group[other]);
-        }
-    }
-}
-
 void defineList(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<ListOptions>();
     CLI::App* command = app.add_subcommand("list", "Show objects: all, or those that match");
@@ -73,22 +58,14 @@ void defineList(CLI::App& app, const SessionOptions& session) {
 
 void defineShow(CLI::App& app, const SessionOptions& session) {
     auto name = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand("show", "Show one object, column by column");
     command->add_option("NAME", *name, "CREATOR::ALIAS, as aliases shows it")
         ->required()
         ->type_name("");
+    command->add_flag("--json", *json, "Print JSON, as list does");
     command->footer("Shows several when several have this name.");
-    command->callback([&session, name] { showObjects(session, *name); });
-}
-
-void defineWho(CLI::App& app, const SessionOptions& session) {
-    auto subject = std::make_shared<std::string>();
-    auto format = std::make_shared<Format>(Format::kTable);
-    CLI::App* command = app.add_subcommand("who", "Show which objects a subject may use");
-    command->add_option("SUBJECT", *subject, "Who it is, such as 10042")->required()->type_name("");
-    defineFormats(*command, *format);
-    command->footer("Those with a pattern in ACCESSOR that lets the subject in.");
-    command->callback([&session, subject, format] { listUsable(session, *subject, *format); });
+    command->callback([&session, name, json] { showObjects(session, *name, *json); });
 }
 
 void defineExport(CLI::App& app, const SessionOptions& session) {
@@ -130,12 +107,28 @@ void defineAliases(CLI::App& app, const SessionOptions& session) {
 
 }  // namespace
 
+void defineFormats(CLI::App& command, Format& format) {
+    const std::pair<const char*, Format> formats[] = {
+        {"--json", Format::kJson}, {"--csv", Format::kCsv}, {"--count", Format::kCount}};
+    CLI::Option* group[3] = {};
+    const char* const descriptions[] = {"Print JSON", "Print CSV", "Print how many there are"};
+    for (size_t i = 0; i < 3; ++i) {
+        group[i] = command.add_flag_callback(
+            formats[i].first, [&format, value = formats[i].second] { format = value; },
+            descriptions[i]);
+        for (size_t other = 0; other < i; ++other) {
+            group[i]->excludes(group[other]);
+        }
+    }
+}
+
 void defineStoreCommands(CLI::App& app, const SessionOptions& session) {
     defineAdd(app, session);
     defineList(app, session);
     defineShow(app, session);
     defineWho(app, session);
     defineAliases(app, session);
+    defineSet(app, session);
     defineRemove(app, session);
     defineImport(app, session);
     defineExport(app, session);

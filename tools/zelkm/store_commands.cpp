@@ -15,25 +15,6 @@
 namespace zelkm_tool {
 namespace {
 
-constexpr char kBetween[] = "::";  // creator and alias
-
-std::string nameOf(const Row& object) {
-    return object[1] + kBetween + object[0];
-}
-
-void print(const Table& table, Format format) {
-    switch (format) {
-        case Format::kTable:
-            return printTable(std::cout, table, terminalWidth());
-        case Format::kJson:
-            return printJson(std::cout, table);
-        case Format::kCsv:
-            return printCsv(std::cout, table);
-        case Format::kCount:
-            std::cout << table.rows.size() << '\n';
-    }
-}
-
 // The session ends before anything is printed. A reader who pages through the output keeps no lock.
 Table selectTable(const SessionOptions& session_options, const std::vector<Condition>& conditions,
                   const std::vector<std::string>& columns) {
@@ -130,21 +111,14 @@ void listAliases(const SessionOptions& session_options) {
     }
 }
 
-void showObjects(const SessionOptions& session_options, const std::string& name) {
+void showObjects(const SessionOptions& session_options, const std::string& name, bool json) {
     const Table all = selectTable(session_options, {}, parseColumns(""));
     Table found = {all.columns, {}};
-    const auto take = [&](bool escaped) {
-        std::copy_if(
-            all.rows.begin(), all.rows.end(), std::back_inserter(found.rows),
-            [&](const Row& row) { return name == (escaped ? escape(nameOf(row)) : nameOf(row)); });
-    };
-    take(false);
-    if (found.rows.empty()) {
-        take(true);
+    for (const size_t i : findNamed(all.rows, name)) {
+        found.rows.push_back(all.rows[i]);
     }
-    if (found.rows.empty()) {
-        throw Refused("no object " + escape(name) + "; CREATOR::ALIAS is expected, as 'zelkm " +
-                      "aliases' shows it");
+    if (json) {
+        return printJson(std::cout, found);
     }
     for (const Row& row : found.rows) {
         Table lines = {{"COLUMN", "VALUE"}, {}};
@@ -154,15 +128,6 @@ void showObjects(const SessionOptions& session_options, const std::string& name)
         std::cout << (&row == &found.rows.front() ? "" : "\n");
         printTable(std::cout, lines);
     }
-}
-
-void listUsable(const SessionOptions& session_options, const std::string& subject, Format format) {
-    if (subject == "*") {
-        throw WrongUsage("the subject * matches every object that has accessors");
-    }
-    const Condition condition = parseCondition("ACCESSOR=" + subject);
-    print(selectTable(session_options, {condition}, parseColumns("CREATOR,ALIAS,ACCESSOR")),
-          format);
 }
 
 }  // namespace zelkm_tool

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "output.h"
 #include "session.h"
 
 namespace zelkm_tool {
@@ -23,8 +24,6 @@ struct AddOptions {
     bool duplicate = false;
     bool as_is = false;  // also store values that no condition can ask for
 };
-
-enum class Format { kTable, kJson, kCsv, kCount };
 
 struct ListOptions {
     std::vector<std::string> where;
@@ -45,9 +44,6 @@ void listAliases(const SessionOptions& session);
 
 // Shows every object whose creator, "::" and alias make up `name`, as they are or as listAliases()
 // prints them.
-void showObjects(const SessionOptions& session, const std::string& name);
-
-// Lists the objects whose ACCESSOR matches `subject`.
-void listUsable(const SessionOptions& session, const std::string& subject, Format format);
+void showObjects(const SessionOptions& session, const std::string& name, bool json);
 
 }  // namespace zelkm_tool

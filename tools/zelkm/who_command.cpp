@@ -1,0 +1,129 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command 'who': which objects a subject may use, and who may use an object.
+
+#include <algorithm>
+#include <memory>
+
+#include "access_patterns.h"
+#include "command_line.h"
+#include "failure.h"
+#include "output.h"
+#include "store_access.h"
+
+namespace zelkm_tool {
+namespace {
+
+const std::vector<std::string> kShownColumns = {"CREATOR", "ALIAS", "ACCESSOR"};
+
+struct WhoOptions {
+    std::string subject;
+    std::string object;
+    bool nobody = false;
+    Format format = Format::kTable;
+};
+
+// Who is let in by an item of ACCESSOR.
+std::string letIn(const std::string& pattern) {
+    if (const auto reason = whyNoMatch(pattern)) {
+        return "nobody: " + *reason;
+    }
+    if (pattern == "*") {
+        return "everybody";
+    }
+    const size_t dots = pattern.find("..");
+    const bool is_range = pattern[0] == '[' && pattern.find(']') == pattern.size() - 1;
+    if (is_range && dots != pattern.npos) {
+        const std::string low = pattern.substr(1, dots - 1);
+        const std::string high = pattern.substr(dots + 2, pattern.size() - dots - 3);
+        return "numbers from " + (low.empty() ? "0" : low) + " to " +
+               (high.empty() ? "4294967295" : high);
+    }
+    const bool is_name = pattern.find_first_of("[*") == pattern.npos;
+    return is_name ? "only " + pattern : "names of this pattern";
+}
+
+// One line for each item of the object's ACCESSOR.
+std::vector<Row> accessorsOf(const Row& object) {
+    std::vector<Row> lines;
+    for (std::string_view list = object[2]; !list.empty();) {
+        const size_t end = std::min(list.find(','), list.size());
+        const std::string item(list.substr(0, end));
+        list.remove_prefix(std::min(end + 1, list.size()));
+        if (!item.empty()) {
+            lines.push_back({object[1], object[0], item, letIn(item)});
+        }
+    }
+    return lines;
+}
+
+bool isForNobody(const Row& object) {
+    const std::vector<Row> lines = accessorsOf(object);
+    return std::all_of(lines.begin(), lines.end(),
+                       [](const Row& line) { return whyNoMatch(line[2]).has_value(); });
+}
+
+void who(const SessionOptions& session_options, const WhoOptions& options) {
+    const bool of_subject = !options.subject.empty();
+    const bool of_object = !options.object.empty();
+    if (of_subject + of_object + options.nobody != 1) {
+        throw WrongUsage("who: one of a subject, --object and --nobody is expected");
+    }
+    if (options.subject == "*") {
+        throw WrongUsage("the subject * matches every object that has accessors");
+    }
+    std::vector<Condition> conditions;
+    if (of_subject) {
+        conditions.push_back(parseCondition("ACCESSOR=" + options.subject));
+    }
+    std::vector<Row> objects;
+    Table shown = {kShownColumns, {}};
+    {
+        Session session(session_options, Session::Use::kStore);
+        objects = select(session, {}, {"ALIAS", "CREATOR", "ACCESSOR"});
+        if (of_subject) {
+            shown.rows = select(session, conditions, kShownColumns);
+        }
+    }
+    if (options.nobody) {
+        for (const Row& object : objects) {
+            if (isForNobody(object)) {
+                shown.rows.push_back({object[1], object[0], object[2]});
+            }
+        }
+    } else if (of_object) {
+        shown.columns.emplace_back("WHO");
+        for (const size_t i : findNamed(objects, options.object)) {
+            const std::vector<Row> lines = accessorsOf(objects[i]);
+            shown.rows.insert(shown.rows.end(), lines.begin(), lines.end());
+        }
+    }
+    print(shown, options.format);
+    const auto named = std::find_if(objects.begin(), objects.end(), [&](const Row& object) {
+        return object[0] == options.subject || nameOf(object) == options.subject;
+    });
+    if (named != objects.end() && of_subject) {
+        note(session_options, "these are the objects that " + escape(options.subject) +
+                                  " may use; who may use the object is: zelkm who --object " +
+                                  escape(nameOf(*named)));
+    }
+}
+
+}  // namespace
+
+void defineWho(CLI::App& app, const SessionOptions& session) {
+    auto options = std::make_shared<WhoOptions>();
+    CLI::App* command = app.add_subcommand("who", "Show who may use which objects");
+    command->add_option("SUBJECT", options->subject, "Who it is, such as 10042")->type_name("");
+    command->add_option("--object", options->object, "Show who may use this object")
+        ->type_name("CREATOR::ALIAS");
+    command->add_flag("--nobody", options->nobody, "Show the objects that nobody may use");
+    defineFormats(*command, options->format);
+    command->footer(
+        "With a SUBJECT: the objects with a pattern in ACCESSOR that lets the subject in.\n"
+        "With --object: the patterns of that object, and whom each lets in.");
+    command->callback([&session, options] { who(session, *options); });
+}
+
+}  // namespace zelkm_tool
