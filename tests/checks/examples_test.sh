@@ -26,6 +26,8 @@ expect() {  # LAST_LINE PROGRAM
     fi
 }
 expect 'wallet::payment' store_example
+expect 'status 0, the material came back' password_example
+expect 'status 0, 3 certificates' attestation_example
 expect '0 failures' service_example
 expect '0 broken' vendor_keymaster_example
 
