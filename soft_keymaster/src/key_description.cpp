@@ -31,68 +31,36 @@ namespace {
 constexpr uint64_t kAttestationVersion = 3;
 constexpr uint64_t kKeymasterVersion = 4;
 
-// Identifier octets.
-constexpr uint8_t kInteger = 0x02;
-constexpr uint8_t kOctetString = 0x04;
-constexpr uint8_t kNull = 0x05;
-constexpr uint8_t kEnumerated = 0x0A;
-constexpr uint8_t kSequence = 0x30;
-constexpr uint8_t kSet = 0x31;
-constexpr uint8_t kContextConstructed = 0xA0;
+constexpr bool kPrimitive = false;
+constexpr bool kConstructed = true;
 
-Bytes element(const Bytes& identifier, const Bytes& content) {
-    Bytes out = identifier;
-    if (content.size() < 0x80) {
-        out.push_back(static_cast<uint8_t>(content.size()));
-    } else {
-        size_t length_size = 1;
-        while (content.size() >> (8 * length_size) != 0) {
-            ++length_size;
-        }
-        out.push_back(static_cast<uint8_t>(0x80 | length_size));
-        appendBigEndian(out, content.size(), length_size);
-    }
-    append(out, content);
+Bytes element(int tag, bool constructed, const Bytes& content, int tag_class = V_ASN1_UNIVERSAL) {
+    const int len = static_cast<int>(content.size());
+    const int size = ASN1_object_size(constructed, len, tag);
+    requireSsl(size > 0);
+    Bytes out(static_cast<size_t>(size));
+    uint8_t* at = out.data();
+    ASN1_put_object(&at, constructed, len, tag, tag_class);
+    std::copy(content.begin(), content.end(), at);
     return out;
 }
 
-Bytes element(uint8_t identifier, const Bytes& content) {
-    return element(Bytes{identifier}, content);
+Bytes sequence(const Bytes& content) {
+    return element(V_ASN1_SEQUENCE, kConstructed, content);
 }
 
-Bytes integer(uint64_t value, uint8_t identifier = kInteger) {
-    size_t size = 1;
-    // The top bit is the sign, so it must be 0.
-    while (size < 9 && value >> (8 * size - 1) != 0) {
-        ++size;
-    }
-    Bytes content;
-    if (size == 9) {
-        content.push_back(0);
-    }
-    appendBigEndian(content, value, std::min<size_t>(size, 8));
-    return element(identifier, content);
+Bytes integer(uint64_t value) {
+    const SslPtr<ASN1_INTEGER, ASN1_INTEGER_free> number(ASN1_INTEGER_new());
+    requireSsl(number != nullptr && ASN1_INTEGER_set_uint64(number.get(), value) == 1);
+    return toDer(number.get(), i2d_ASN1_INTEGER);
 }
 
 Bytes enumerated(SecurityLevel level) {
-    return integer(static_cast<uint64_t>(level), kEnumerated);
+    return element(V_ASN1_ENUMERATED, kPrimitive, {static_cast<uint8_t>(level)});
 }
 
 Bytes octetString(const hidl_vec<uint8_t>& value) {
-    return element(kOctetString, value);
-}
-
-// [number] EXPLICIT; numbers from 31 on follow the first octet, seven bits an octet.
-Bytes tagged(uint32_t number, const Bytes& content) {
-    if (number < 0x1F) {
-        return element(static_cast<uint8_t>(kContextConstructed | number), content);
-    }
-    Bytes identifier{kContextConstructed | 0x1F};
-    if (number >= 0x80) {
-        identifier.push_back(static_cast<uint8_t>(0x80 | number >> 7));
-    }
-    identifier.push_back(static_cast<uint8_t>(number & 0x7F));
-    return element(identifier, content);
+    return element(V_ASN1_OCTET_STRING, kPrimitive, value);
 }
 
 // Whether AuthorizationList has a member for `tag`.
@@ -122,7 +90,7 @@ Bytes valueOf(const KeyParameter& param) {
         case TagType::BYTES:
             return octetString(param.blob);
         case TagType::BOOL:
-            return element(kNull, {});
+            return element(V_ASN1_NULL, kPrimitive, {});
         case TagType::ULONG:
             return integer(param.f.longInteger);
         case TagType::DATE:
@@ -152,15 +120,16 @@ Bytes authorizationList(const std::vector<KeyParameter>& params) {
             for (const Bytes& encoding : encodings) {
                 append(all, encoding);
             }
-            member = element(kSet, all);
+            member = element(V_ASN1_SET, kConstructed, all);
         }
-        members[number] = tagged(number, member);
+        members[number] =
+            element(static_cast<int>(number), kConstructed, member, V_ASN1_CONTEXT_SPECIFIC);
     }
     Bytes content;
     for (const auto& [number, member] : members) {
         append(content, member);
     }
-    return element(kSequence, content);
+    return sequence(content);
 }
 
 }  // namespace
@@ -179,7 +148,7 @@ Bytes encodeKeyDescription(const Params& characteristics, const hidl_vec<uint8_t
     append(content, octetString({}));
     append(content, authorizationList(software_enforced));
     append(content, authorizationList({}));
-    return element(kSequence, content);
+    return sequence(content);
 }
 
 }  // namespace soft_keymaster
