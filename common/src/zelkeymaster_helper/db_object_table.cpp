@@ -5,13 +5,13 @@
 
 #include <cstring>
 
-#include "db_store_format.h"
-
 namespace zelkm {
 namespace {
 
 constexpr uint8_t kAliasColumn = 0;
 constexpr uint8_t kAccessorColumn = 3;
+
+constexpr size_t kFewestLists = 32;
 
 // FNV-1a.
 uint32_t hashOf(const uint8_t* data, uint32_t len) {
@@ -30,227 +30,272 @@ NumberRange accessorsOf(const db_row& row) {
 }  // namespace
 
 void ObjectTable::append(db_row* row) {
-    appendRow(&table_, row);
-    if (indexed_ && !addToIndex(row)) {
-        dropIndex();
+    row->next = nullptr;
+    (table_.count != 0 ? table_.tail->next : table_.head) = row;
+    table_.tail = row;
+    ++table_.count;
+    for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        value_lens_[i] += row->col[i].len;
     }
-    if (has_text_ && !addToText(*row)) {
-        dropText();
+    if (index_.size() != 0 && !follow(row)) {
+        dropDerived();
     }
 }
 
 void ObjectTable::clear() {
-    clearRows(&table_);
-    rowsChanged();
+    dropDerived();
+    for (db_row* row = table_.head; row != nullptr;) {
+        db_row* next = row->next;
+        free_row(row);
+        row = next;
+    }
+    *this = {};
 }
 
-void ObjectTable::replace(db_table_t* rows) {
+void ObjectTable::replace(ObjectTable* loaded) {
     clear();
-    table_ = *rows;
-    table_.handle = 0;
-    table_.reserved = 0;
-    *rows = {};
+    *this = *loaded;
+    *loaded = {};
 }
 
-void ObjectTable::rowsChanged() {
-    dropIndex();
-    dropText();
-}
-
-size_t ObjectTable::remove(const ConditionSet& conditions) {
-    Progress progress = {};
-    size_t removed = 0;
-    Filter filter;
-    if (narrow(conditions, &filter)) {
-        for (size_t i = 0; i < indexed_rows_.size(); ++i) {
-            db_row* row = indexed_rows_[i];
-            if (!filter.admits(i) || !check_condition_set(*row, conditions)) {
-                continue;
-            }
-            closeGap(i, &progress);
-            unlink(progress.kept != 0 ? indexed_rows_[progress.kept - 1] : nullptr, row);
-            ++removed;
-        }
-    } else {
-        db_row* before = nullptr;
-        db_row* row = table_.head;
-        for (size_t i = 0; row != nullptr; ++i) {
-            db_row* next = row->next;
-            if (check_condition_set(*row, conditions)) {
-                closeGap(i, &progress);
-                unlink(before, row);
-                ++removed;
-            } else {
-                before = row;
-            }
-            row = next;
+uint32_t ObjectTable::remove(const ConditionSet& conditions) {
+    if (conditions.never) {
+        return 0;
+    }
+    const uint32_t count = table_.count;
+    const auto removeEntry = [this](Entry& entry) {
+        release(entry.row);
+        entry.row = nullptr;
+    };
+    if (forEachMatchingEntry(conditions, removeEntry)) {
+        closeGaps(count - table_.count);
+        return count - table_.count;
+    }
+    table_.tail = nullptr;
+    for (db_row** link = &table_.head; *link != nullptr;) {
+        db_row* row = *link;
+        if (check_condition_set(*row, conditions)) {
+            *link = row->next;
+            release(row);
+        } else {
+            table_.tail = row;
+            link = &row->next;
         }
     }
-    closeGap(table_.count + removed, &progress);
-    if (indexed_) {
-        alias_hashes_.resize(progress.kept);
-        indexed_rows_.resize(progress.kept);
-    }
-    if (has_ranges_) {
-        accessor_ranges_.resize(progress.kept);
-    }
-    if (has_text_) {
-        text_.resize(progress.text_kept);
-        text_lens_.resize(progress.kept);
-    }
-    return removed;
+    return count - table_.count;
 }
 
-void ObjectTable::unlink(db_row* before, db_row* row) {
-    (before != nullptr ? before->next : table_.head) = row->next;
-    if (row == table_.tail) {
-        table_.tail = before;
-    }
-    --table_.count;
-    free_row(row);
+bool ObjectTable::setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len) {
+    value_lens_[column] -= row->col[column].len;
+    const bool set = zelkm::setValue(row, column, data, len);
+    value_lens_[column] += row->col[column].len;
+    return set;
 }
 
-// Moves what was derived from the rows from `from` up to `end`, which goes, down to the rows that
-// stay.
-void ObjectTable::closeGap(size_t end, Progress* progress) {
-    const size_t rows = end - progress->from;
-    if (indexed_) {
-        alias_hashes_.move(progress->kept, progress->from, rows);
-        indexed_rows_.move(progress->kept, progress->from, rows);
-    }
-    if (has_ranges_) {
-        accessor_ranges_.move(progress->kept, progress->from, rows);
-    }
-    if (has_text_) {
-        size_t len = 0;
-        for (size_t i = progress->from; i < end; ++i) {
-            len += text_lens_[i];
-        }
-        text_.move(progress->text_kept, progress->text_from, len);
-        progress->text_kept += len;
-        progress->text_from += len + (end < text_lens_.size() ? text_lens_[end] : 0);
-        text_lens_.move(progress->kept, progress->from, rows);
-    }
-    progress->kept += rows;
-    progress->from = end + 1;
-}
-
-size_t ObjectTable::payloadLen() {
-    if (has_text_ || makeText()) {
-        return text_.size() + 1;
-    }
-    size_t len = 1;
-    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-        len += encodedLen(*row, kAllColumns);
+size_t ObjectTable::textLen(const ColumnList& columns) const {
+    size_t len = size_t{table_.count} * (columns.count + 1);
+    for (const uint8_t column : columns) {
+        len += value_lens_[column];
     }
     return len;
 }
 
-void ObjectTable::writePayload(uint8_t* to) const {
-    if (!has_text_) {
-        for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-            to = encodeRow(*row, kAllColumns, to);
-        }
-    } else if (text_.size() != 0) {
-        std::memcpy(to, text_.data(), text_.size());
-        to += text_.size();
+uint8_t* ObjectTable::writeRows(const ColumnList& columns, uint8_t* to) const {
+    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
+        to = encodeRow(*row, columns, to);
     }
-    *to = '\0';
+    return to;
 }
 
-bool ObjectTable::narrow(const ConditionSet& conditions, Filter* filter) {
+uint8_t* ObjectTable::writeText(uint8_t* to) {
+    if (text_.size() != 0 || makeText()) {
+        std::memcpy(to, text_.data(), text_.size());
+        return to + text_.size();
+    }
+    return writeRows(kAllColumns, to);
+}
+
+ObjectTable::Filter ObjectTable::makeFilter(const ConditionSet& conditions) {
+    Filter filter = {};
     for (uint32_t i = 0; i < conditions.count; ++i) {
         const Condition& condition = conditions.conditions[i];
-        const Subject& subject = condition.subject;
-        if (condition.column == kAliasColumn && !subject.any && indexAliases()) {
-            *filter = {alias_hashes_.data(), nullptr, false, hashOf(subject.data, subject.len)};
-            return true;
-        }
-        if (condition.column == kAccessorColumn && subject.isNumber() && indexAccessors()) {
-            *filter = {nullptr, accessor_ranges_.data(), true, subject.number};
-            return true;
+        if (condition.column == kAliasColumn && !condition.subject.any) {
+            filter.alias = &condition.subject;
+        } else if (condition.column == kAccessorColumn && condition.subject.isNumber()) {
+            filter.accessor = &condition.subject;
         }
     }
-    return false;
+    if ((filter.alias != nullptr || filter.accessor != nullptr) && makeIndex() &&
+        filter.alias == nullptr) {
+        indexAccessors();
+    }
+    return filter;
 }
 
-bool ObjectTable::indexAliases() {
-    if (indexed_) {
-        return true;
+// Releases a row, to which list and index still point.
+void ObjectTable::release(db_row* row) {
+    --table_.count;
+    for (size_t i = 0; i < SDB_NUM_COLUMNS; ++i) {
+        value_lens_[i] -= row->col[i].len;
     }
-    indexed_ = alias_hashes_.reserve(table_.count) && indexed_rows_.reserve(table_.count);
-    for (db_row* row = table_.head; indexed_ && row != nullptr; row = row->next) {
-        indexed_ = addToIndex(row);
-    }
-    return indexed_;
+    free_row(row);
 }
 
-bool ObjectTable::indexAccessors() {
-    if (has_ranges_) {
+// Takes `removed` rows, which their entries have lost, out of the list and the text.
+void ObjectTable::closeGaps(uint32_t removed) {
+    if (removed == 0) {
+        return;
+    }
+    db_row* before = nullptr;
+    bool gap = false;
+    size_t from = 0;  // text before this place went, or stays before `to`
+    size_t to = 0;
+    size_t len = 0;  // of the text after `from` that stays
+    const bool has_text = text_.size() != 0;
+    for (Entry& entry : index_) {
+        if (entry.row != nullptr) {
+            if (gap) {
+                (before != nullptr ? before->next : table_.head) = entry.row;
+                gap = false;
+            }
+            if (removed == 0) {
+                break;
+            }
+            before = entry.row;
+            len += entry.text_len;
+        } else if (entry.text_len != 0) {
+            if (has_text) {
+                text_.move(to, from, len);
+            }
+            to += len;
+            from += len + entry.text_len;
+            len = 0;
+            entry.text_len = 0;
+            gap = true;
+            --removed;
+        }
+    }
+    if (gap) {
+        (before != nullptr ? before->next : table_.head) = nullptr;
+        table_.tail = before;
+    }
+    if (has_text) {
+        text_.move(to, from, text_.size() - from);
+        text_.resize(text_.size() - (from - to));
+    }
+    if (index_.size() > 2 * size_t{table_.count} + kFewestLists && !relink()) {
+        dropDerived();
+    }
+}
+
+bool ObjectTable::makeIndex() {
+    if (index_.size() != 0) {
         return true;
     }
-    if (!indexAliases() || !accessor_ranges_.reserve(table_.count)) {
-        return false;
+    bool made = index_.reserve(table_.count + table_.count / 4);
+    for (db_row* row = table_.head; made && row != nullptr; row = row->next) {
+        made = addToIndex(row);
     }
-    for (const db_row* row : indexed_rows_) {
-        accessor_ranges_.push(accessorsOf(*row));
+    if (!made || !relink()) {
+        dropDerived();
     }
-    has_ranges_ = true;
-    return true;
+    return index_.size() != 0;
 }
 
 bool ObjectTable::addToIndex(db_row* row) {
-    if (!alias_hashes_.reserve(1) || !indexed_rows_.reserve(1) ||
-        (has_ranges_ && !accessor_ranges_.reserve(1))) {
+    const size_t text_len = encodedLen(*row, kAllColumns);
+    if (text_len > UINT32_MAX || !index_.reserve(1)) {
         return false;
     }
-    if (has_ranges_) {
-        accessor_ranges_.push(accessorsOf(*row));
-    }
-    const db_column_value_t& alias = row->col[kAliasColumn];
-    alias_hashes_.push(hashOf(alias.data, alias.len));
-    indexed_rows_.push(row);
+    const NumberRange accessors = has_accessors_ ? accessorsOf(*row) : NumberRange{};
+    index_.push({row, kNone, static_cast<uint32_t>(text_len), accessors});
     return true;
 }
 
-void ObjectTable::dropIndex() {
-    alias_hashes_.release();
-    indexed_rows_.release();
-    indexed_ = false;
-    accessor_ranges_.release();
-    has_ranges_ = false;
+void ObjectTable::indexAccessors() {
+    for (Entry& entry : index_) {
+        if (!has_accessors_ && entry.row != nullptr) {
+            entry.accessors = accessorsOf(*entry.row);
+        }
+    }
+    has_accessors_ = true;
+}
+
+// Leaves out the entries without a row, and links the others into lists that are short enough.
+bool ObjectTable::relink() {
+    size_t kept = 0;
+    for (const Entry& entry : index_) {
+        if (entry.row != nullptr) {
+            index_[kept++] = entry;
+        }
+    }
+    index_.resize(kept);
+    if (lists_.size() < kept || lists_.size() == 0) {
+        size_t lists = kFewestLists;
+        while (lists < kept) {
+            lists *= 2;
+        }
+        if (!lists_.reserve(lists - lists_.size())) {
+            return false;
+        }
+        lists_.resize(lists);
+    }
+    for (uint32_t& first : lists_) {
+        first = kNone;
+    }
+    for (uint32_t i = static_cast<uint32_t>(kept); i-- != 0;) {
+        const db_column_value_t& alias = index_[i].row->col[kAliasColumn];
+        uint32_t& first = listOf(alias.data, alias.len);
+        index_[i].next = first;
+        first = i;
+    }
+    return true;
+}
+
+uint32_t& ObjectTable::listOf(const uint8_t* alias, uint32_t len) const {
+    return lists_[hashOf(alias, len) & (lists_.size() - 1)];
 }
 
 bool ObjectTable::makeText() {
-    size_t len = 0;
-    for (const db_row* row = table_.head; row != nullptr; row = row->next) {
-        len += encodedLen(*row, kAllColumns);
-    }
-    has_text_ = text_.reserve(len) && text_lens_.reserve(table_.count);
-    for (const db_row* row = table_.head; has_text_ && row != nullptr; row = row->next) {
-        has_text_ = addToText(*row);
-    }
-    if (!has_text_) {
-        dropText();
-    }
-    return has_text_;
-}
-
-bool ObjectTable::addToText(const db_row& row) {
-    const size_t len = encodedLen(row, kAllColumns);
-    if (len > UINT32_MAX || !text_.reserve(len) || !text_lens_.reserve(1)) {
+    const size_t len = textLen(kAllColumns);
+    if (len == 0 || !makeIndex() || !text_.reserve(len)) {
         return false;
     }
-    encodeRow(row, kAllColumns, text_.end());
-    text_.resize(text_.size() + len);
-    text_lens_.push(static_cast<uint32_t>(len));
+    writeRows(kAllColumns, text_.data());
+    text_.resize(len);
     return true;
 }
 
-void ObjectTable::dropText() {
+// Adds the last row to the index, and to the text when there is one. False when out of memory.
+bool ObjectTable::follow(db_row* row) {
+    if (!addToIndex(row)) {
+        return false;
+    }
+    if (text_.size() != 0) {
+        const size_t len = index_[index_.size() - 1].text_len;
+        if (!text_.reserve(len)) {
+            return false;
+        }
+        encodeRow(*row, kAllColumns, text_.end());
+        text_.resize(text_.size() + len);
+    }
+    if (index_.size() > 2 * lists_.size()) {
+        return relink();
+    }
+    const db_column_value_t& alias = row->col[kAliasColumn];
+    uint32_t* link = &listOf(alias.data, alias.len);
+    while (*link != kNone) {
+        link = &index_[*link].next;
+    }
+    *link = static_cast<uint32_t>(index_.size() - 1);
+    return true;
+}
+
+void ObjectTable::dropDerived() {
+    index_.release();
+    lists_.release();
+    has_accessors_ = false;
     text_.release();
-    text_lens_.release();
-    has_text_ = false;
 }
 
 }  // namespace zelkm

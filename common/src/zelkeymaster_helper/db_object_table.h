@@ -1,24 +1,27 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The process's one table. Two things derived from its rows make commands cheap: an index of
-// aliases and of accessors' numbers, and the rows' text as it stands in a store. Every change of
-// the rows passes through here, so that index and text stay in step. Each is made when it is first
-// needed, follows rows that come and go, and is dropped by other changes. Without memory for one,
-// commands walk the rows, with equal results.
+// The process's one table. Two things derived from its rows make commands cheap: an index, and the
+// rows' text as it stands in a store. Every change of the rows passes through here, so that index
+// and text stay in step. Each is made when it is first needed, follows rows that come and go, and
+// is dropped by other changes. Without memory for one, commands walk the rows, with equal results.
 
 #pragma once
 
 #include "db_matching.h"
 #include "db_rows.h"
+#include "db_store_format.h"
 #include "growing_array.h"
 #include "velt_secure_db.h"
 
 namespace zelkm {
 
+// Has no destructor, because the process's table lives as long as the process. The owner of any
+// other table calls clear().
 class ObjectTable {
   public:
-    const db_table_t& rows() const { return table_; }
+    const db_row* head() const { return table_.head; }
+    uint32_t count() const { return table_.count; }
     // Equal to what the object's source keeps as g_table_handle, while that is current.
     uint64_t handle() const { return table_.handle; }
     void setHandle(uint64_t handle) { table_.handle = handle; }
@@ -29,23 +32,15 @@ class ObjectTable {
     // Releases all rows; the handle becomes 0.
     void clear();
 
-    // Releases all rows and takes over those of `rows`. The handle becomes 0.
-    void replace(db_table_t* rows);
-
-    // To be called after values of rows were changed in place.
-    void rowsChanged();
+    // Releases all rows and takes over those of `loaded`. The handle becomes 0.
+    void replace(ObjectTable* loaded);
 
     // Calls action(row) for each row that satisfies all conditions, in the table's order. Needs no
     // memory.
     template <typename Action>
     void forEachMatching(const ConditionSet& conditions, Action action) {
-        Filter filter;
-        if (narrow(conditions, &filter)) {
-            for (size_t i = 0; i < indexed_rows_.size(); ++i) {
-                if (filter.admits(i) && check_condition_set(*indexed_rows_[i], conditions)) {
-                    action(*indexed_rows_[i]);
-                }
-            }
+        const auto take = [&action](Entry& entry) { action(*entry.row); };
+        if (conditions.never || forEachMatchingEntry(conditions, take)) {
             return;
         }
         for (const db_row* row = table_.head; row != nullptr; row = row->next) {
@@ -55,60 +50,103 @@ class ObjectTable {
         }
     }
 
-    // Releases the rows that satisfy all conditions, and answers how many they were. Needs no
+    // Releases the rows that satisfy all conditions, and returns how many they were. Needs no
     // memory.
-    size_t remove(const ConditionSet& conditions);
+    uint32_t remove(const ConditionSet& conditions);
 
-    // The length of the store's payload, and the payload itself.
-    size_t payloadLen();
-    void writePayload(uint8_t* to) const;
+    // Calls action(row), which may give the row other values with setValue(), for each row that
+    // satisfies all conditions. Stops when an action returns false.
+    template <typename Action>
+    [[nodiscard]] bool update(const ConditionSet& conditions, Action action) {
+        dropDerived();
+        for (db_row* row = table_.head; row != nullptr; row = row->next) {
+            if (check_condition_set(*row, conditions) && !action(row)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    // As zelkm::setValue(), for a row of the table.
+    [[nodiscard]] bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len);
+
+    // The length of the text of all rows.
+    size_t textLen(const ColumnList& columns) const;
+
+    // Writes the text of all rows, and the same of all columns. Returns the address after it.
+    uint8_t* writeRows(const ColumnList& columns, uint8_t* to) const;
+    uint8_t* writeText(uint8_t* to);
 
   private:
-    // The indexed rows that alone can satisfy conditions: those with an alias of this hash or,
-    // where `by_accessor` is set, with this number among their accessors.
+    // What the index knows of one row. When the row goes, its entry stays behind without it.
+    struct Entry {
+        db_row* row;
+        uint32_t next;      // the next entry in the same list, or kNone
+        uint32_t text_len;  // the row's part of the text; 0 when that has gone as well
+        NumberRange accessors;
+    };
+    static constexpr uint32_t kNone = UINT32_MAX;
+
+    // The values that alone can satisfy conditions, as far as the index finds them.
     struct Filter {
-        const uint32_t* hashes;
-        const NumberRange* ranges;
-        bool by_accessor;
-        uint32_t key;
+        const Subject* alias;
+        const Subject* accessor;
+    };
 
-        bool admits(size_t i) const {
-            return by_accessor ? ranges[i].contains(key) : hashes[i] == key;
+    // Calls action(entry) for each row that satisfies all conditions, in the table's order. False
+    // without an index.
+    template <typename Action>
+    bool forEachMatchingEntry(const ConditionSet& conditions, Action action) {
+        const Filter filter = makeFilter(conditions);
+        if (index_.size() == 0) {
+            return table_.count == 0;
         }
-    };
+        const auto offer = [&](Entry& entry) {
+            if (entry.row != nullptr && check_condition_set(*entry.row, conditions)) {
+                action(entry);
+            }
+        };
+        if (filter.alias != nullptr) {
+            const Subject& alias = *filter.alias;
+            for (uint32_t i = listOf(alias.data, alias.len); i != kNone; i = index_[i].next) {
+                offer(index_[i]);
+            }
+        } else if (filter.accessor != nullptr) {
+            const uint32_t number = filter.accessor->number;
+            for (Entry& entry : index_) {
+                if (entry.accessors.contains(number)) {
+                    offer(entry);
+                }
+            }
+        } else {
+            for (Entry& entry : index_) {
+                offer(entry);
+            }
+        }
+        return true;
+    }
 
-    // How far a removal has come: in rows, and in bytes of their text.
-    struct Progress {
-        size_t from;  // the row behind the last one that went
-        size_t kept;  // rows that stay before it
-        size_t text_from;
-        size_t text_kept;
-    };
-
-    // Whether the index can leave rows out, and which.
-    bool narrow(const ConditionSet& conditions, Filter* filter);
-    void unlink(db_row* before, db_row* row);
-    void closeGap(size_t end, Progress* progress);
-    bool indexAliases();
-    bool indexAccessors();
+    Filter makeFilter(const ConditionSet& conditions);
+    void release(db_row* row);
+    void closeGaps(uint32_t removed);
+    bool makeIndex();
     bool addToIndex(db_row* row);
-    void dropIndex();
+    void indexAccessors();
+    bool relink();
+    uint32_t& listOf(const uint8_t* alias, uint32_t len) const;
     bool makeText();
-    bool addToText(const db_row& row);
-    void dropText();
+    bool follow(db_row* row);
+    void dropDerived();
 
     db_table_t table_ = {};
+    size_t value_lens_[SDB_NUM_COLUMNS] = {};  // of each column, in all rows together
 
-    // One element per row, in the table's order.
-    GrowingArray<uint32_t> alias_hashes_;
-    GrowingArray<db_row*> indexed_rows_;
-    bool indexed_ = false;
-    GrowingArray<NumberRange> accessor_ranges_;  // only when a condition has asked for one
-    bool has_ranges_ = false;
+    // In the table's order; empty without an index. Entries whose aliases have the same hash are in
+    // one list, in the same order.
+    GrowingArray<Entry> index_;
+    GrowingArray<uint32_t> lists_;  // the first entry of each, or kNone
+    bool has_accessors_ = false;    // once a condition has asked for them
 
-    GrowingArray<uint8_t> text_;
-    GrowingArray<uint32_t> text_lens_;  // of each row's part
-    bool has_text_ = false;
+    GrowingArray<uint8_t> text_;  // empty when it is not made; needs the index
 };
 
 }  // namespace zelkm

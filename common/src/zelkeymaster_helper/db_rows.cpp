@@ -59,25 +59,4 @@ bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len) {
     return copyValue(data, len, &value);
 }
 
-void appendRow(db_table_t* table, db_row* row) {
-    row->next = nullptr;
-    if (table->count != 0) {
-        table->tail->next = row;
-    } else {
-        table->head = row;
-    }
-    table->tail = row;
-    table->count += 1;
-}
-
-void clearRows(db_table_t* table) {
-    db_row* row = table->head;
-    for (uint32_t i = 0; i < table->count; ++i) {
-        db_row* next = row->next;
-        free_row(row);
-        row = next;
-    }
-    *table = {};
-}
-
 }  // namespace zelkm

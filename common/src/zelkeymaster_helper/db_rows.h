@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Rows in a list, and lookups in their column schema. The table owns its rows, and a row owns its
-// values. Values are wiped before they are released.
+// Rows, and lookups in their column schema. A row owns its values, which are wiped before they are
+// released.
 
 #pragma once
 
@@ -52,11 +52,5 @@ void free_row(db_row* row);
 // Replaces the column's value by a copy of the bytes. False when out of memory: the value is then
 // absent.
 [[nodiscard]] bool setValue(db_row* row, size_t column, const uint8_t* data, uint32_t len);
-
-// Appends `row`. The table owns it from now on.
-void appendRow(db_table_t* table, db_row* row);
-
-// Releases all rows, and sets the handle to 0.
-void clearRows(db_table_t* table);
 
 }  // namespace zelkm

@@ -28,7 +28,6 @@ namespace {
 
 constexpr size_t kDumpedLen = 1023;  // bytes of a command that are logged
 constexpr int kMaxHandleDraws = 10;
-constexpr size_t kFirstResultLen = 1000;  // of a selection's text, which grows
 
 struct EncryptionCallback {
     void* ctx;
@@ -69,7 +68,7 @@ int dropTable(int status) {
 // Exports the whole table after a change, as a store blob. Encrypts the blob in place when there is
 // a callback. A blob that cannot be finished is wiped.
 int exportStore(db_bytes_t* out) {
-    const size_t payload_len = g_table.payloadLen();
+    const size_t payload_len = g_table.textLen(kAllColumns) + 1;
     const size_t len = kHeaderLen + payload_len;
     SecretBuffer blob;
     if (len <= UINT32_MAX) {  // as long as the store's lengths can say
@@ -82,9 +81,9 @@ int exportStore(db_bytes_t* out) {
     uint8_t* const header = blob.get();
     uint8_t* const payload = header + kHeaderLen;
     const bool encrypted = g_encryption.fp != nullptr;
-    writeHeader(header, encrypted ? kPayloadEncrypted : 0, g_table.rows().count,
+    writeHeader(header, encrypted ? kPayloadEncrypted : 0, g_table.count(),
                 static_cast<uint32_t>(payload_len));
-    g_table.writePayload(payload);
+    *g_table.writeText(payload) = '\0';
     if (encrypted) {
         unsigned char aad[SDB_AAD_LEN];
         std::memcpy(aad, kMagic, sizeof(aad));
@@ -99,26 +98,41 @@ int exportStore(db_bytes_t* out) {
     return ZELKM_OK;
 }
 
-// Exports the given columns of the rows that satisfy all conditions, as text without a header. It
-// walks the rows only once, because they may lie far apart in memory.
+// Exports the given columns of the rows that satisfy all conditions, as text without a header.
 void exportSelection(const ConditionSet& conditions, const ColumnList& columns, db_bytes_t* out) {
-    GrowingArray<uint8_t> text;
-    bool has_room = text.reserve(kFirstResultLen);
-    g_table.forEachMatching(conditions, [&](const db_row& row) {
-        const size_t len = encodedLen(row, columns);
-        has_room = has_room && text.reserve(len + 1);
-        if (has_room) {
-            encodeRow(row, columns, text.end());
-            text.resize(text.size() + len);
-        }
-    });
-    if (!has_room || text.size() >= UINT32_MAX) {
-        LOG_ERROR("allocation failure for out");
-        text.release();
-        return;
+    const bool all = conditions.count == 0 && !conditions.never;
+    GrowingArray<const db_row*> found;
+    bool complete = true;
+    size_t len = 1;
+    if (all) {
+        len += g_table.textLen(columns);
+    } else {
+        g_table.forEachMatching(conditions, [&](const db_row& row) {
+            complete = complete && found.reserve(1);
+            if (complete) {
+                found.push(&row);
+                len += encodedLen(row, columns);
+            }
+        });
     }
-    text.push('\0');
-    *out = {text.data(), static_cast<uint32_t>(text.size())};
+    MallocBuffer text;
+    if (complete && len <= UINT32_MAX) {
+        text = allocateBuffer(len);
+    }
+    if (text != nullptr) {
+        uint8_t* to = text.get();
+        if (all) {
+            to = g_table.writeRows(columns, to);
+        }
+        for (const db_row* row : found) {
+            to = encodeRow(*row, columns, to);
+        }
+        *to = '\0';
+        *out = {text.release(), static_cast<uint32_t>(len)};
+    } else {
+        LOG_ERROR("allocation failure for out");
+    }
+    found.release();
 }
 
 int decodeRow(PayloadReader* payload, db_row* row) {
@@ -140,19 +154,20 @@ int decodeRow(PayloadReader* payload, db_row* row) {
     return ZELKM_OK;
 }
 
-// Reads rows into an empty list. After a failure the list may hold some of them.
-int decodeRows(PayloadReader* payload, uint32_t row_count, db_table_t* rows) {
-    while (rows->count < row_count) {
+// Reads rows into an empty table. After a failure the table may hold some of them.
+int decodeRows(PayloadReader* payload, uint32_t row_count, ObjectTable* rows) {
+    while (rows->count() < row_count) {
         db_row* row = newRow();
         if (row == nullptr) {
             LOG_ERROR("allocation failure");
             return ZELKM_MEMORY_ALLOCATION_FAILED;
         }
-        appendRow(rows, row);
         const int status = decodeRow(payload, row);
         if (status != ZELKM_OK) {
+            free_row(row);
             return status;
         }
+        rows->append(row);
     }
     return ZELKM_OK;
 }
@@ -160,12 +175,12 @@ int decodeRows(PayloadReader* payload, uint32_t row_count, db_table_t* rows) {
 // Replaces the table's rows by those of a payload. `len` is the length that the header says.
 int loadRows(const uint8_t* header, const uint8_t* payload, size_t len) {
     PayloadReader reader(payload, len, separatorOf(header));
-    db_table_t rows = {};
+    ObjectTable rows;
     const int status = decodeRows(&reader, readLe32(header + kRowCountOffset), &rows);
     if (status == ZELKM_OK) {
         g_table.replace(&rows);
     } else {
-        clearRows(&rows);
+        rows.clear();
     }
     return status;
 }
@@ -302,21 +317,19 @@ int update_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
     for (uint32_t i = 0; i < columns->count; ++i) {
         targets[i] = findColumnByPrefix(columns->tokens[i]);
     }
-    const ConditionSet conditions(*where);
-    g_table.rowsChanged();
-    for (db_row* row = g_table.rows().head; row != nullptr; row = row->next) {
-        if (!check_condition_set(*row, conditions)) {
-            continue;
-        }
+    const auto setValues = [&](db_row* row) {
         for (uint32_t i = 0; i < columns->count; ++i) {
-            if (targets[i] == kNoColumn || !holdsBytes(targets[i])) {
-                continue;
-            }
-            if (!setValue(row, targets[i], values->tokens[i].token, values->tokens[i].len)) {
-                LOG_ERROR("allocation fail during update");
-                return ZELKM_MEMORY_ALLOCATION_FAILED;
+            const db_token_t& value = values->tokens[i];
+            if (targets[i] != kNoColumn && holdsBytes(targets[i]) &&
+                !g_table.setValue(row, targets[i], value.token, value.len)) {
+                return false;
             }
         }
+        return true;
+    };
+    if (!g_table.update(ConditionSet(*where), setValues)) {
+        LOG_ERROR("allocation fail during update");
+        return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
     return exportStore(out);
 }
