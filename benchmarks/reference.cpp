@@ -184,6 +184,20 @@ void RowList::allAliases(Texts* texts) const {
     }
 }
 
+void RowList::write(uint8_t* to) const {
+    for (const db_row* row = head_; row != nullptr; row = row->next) {
+        for (const db_column_value_t& value : row->col) {
+            if (value.len != 0) {
+                std::memcpy(to, value.data, value.len);
+            }
+            to += value.len;
+            *to++ = kFieldEnd;
+        }
+        *to++ = kRowEnd;
+    }
+    *to = '\0';
+}
+
 void selectAliasFloor(State& state) {
     const Sample sample = sampleOf(state);
     const RowList rows(sample);

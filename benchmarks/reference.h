@@ -92,6 +92,9 @@ class RowList {
     void allNames(Texts* texts) const;
     void allAliases(Texts* texts) const;
 
+    // Writes the rows' text as a select of all columns has it.
+    void write(uint8_t* to) const;
+
   private:
     std::vector<uint32_t> lengths_;
     db_row* head_ = nullptr;
