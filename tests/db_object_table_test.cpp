@@ -48,21 +48,21 @@ TEST_F(ObjectTable, FollowsAModelThroughChanges) {
         const std::string number(1, "2589"[random() % 4]);
         const std::string by_alias = " WHERE ALIAS=" + alias + " AND ACCESSOR=" + number;
         const std::string by_number = " WHERE ACCESSOR=" + number;
-        const unsigned action = random() % 8;
-        if (action == 7) {
+        const unsigned action = random() % 32;
+        if (action == 31) {
             handle_ = 0;  // loads the last store again
         } else {
             const std::vector<ModelRow> before = rows;
             std::string change;
             Code expected = 0;
-            if (action >= 4) {
+            if (action >= 16) {
                 rows.erase(std::remove_if(rows.begin(), rows.end(),
                                           [&](const ModelRow& row) {
-                                              return meets(row, action == 4 ? "*" : alias, number);
+                                              return meets(row, action == 16 ? "*" : alias, number);
                                           }),
                            rows.end());
                 expected = rows.size() == before.size() ? ZELKM_NOTHING_DELETED : 0;
-                change = "DELETE" + (action == 4 ? by_number : by_alias);
+                change = "DELETE" + (action == 16 ? by_number : by_alias);
             } else {
                 rows.push_back({alias, kAccessors[random() % 5]});
                 change =

@@ -11,7 +11,7 @@ namespace {
 constexpr uint8_t kAliasColumn = 0;
 constexpr uint8_t kAccessorColumn = 3;
 
-constexpr size_t kFewestLists = 32;
+constexpr size_t kFewestLists = 8;
 
 // FNV-1a.
 uint32_t hashOf(const uint8_t* data, uint32_t len) {
