@@ -148,6 +148,17 @@ def tool_values_seeds():
     yield "privileged", add(b"p", b"q", given=1) + conditions(1, b"PRIV_ACC=1")
 
 
+def import_seeds():
+    """A text, as a file of objects."""
+    row = b'k1,app,"1000,1001","[10000..19999],*",1000,\r\n'
+    yield "csv", b"ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC\r\n" + row * 2
+    yield "spreadsheet", b"\xef\xbb\xbfalias;Creator;;\r\nk1;app;;\r\n;;;\r\n\r\n"
+    yield "tabs", b"CREATOR\tALIAS\napp\t\"a\nb\"\"\"\n\"a\"b\t\nx\n\"c"
+    yield "json", b'[{"ALIAS":"k1","creator":"\\u00fc","ADMIN":null},{"ALIAS":{"hex":"fF00"},"ACCESSOR":10042},[1],{"x":1}]'
+    yield "lines", b'{"ALIAS":"a}\\"","CREATOR":-7}\n\n{\n"ALIAS":1.5}\n{"ALIAS":["a",{"hex":"0"}]}'
+    yield "utf16", b"\xff\xfeA\0L\0"
+
+
 def log_seeds():
     origin = b"[ERR] (zelkeymaster_operation.cpp:450) "
     engine = b"[DBG] (velt_secure_db.cpp:54) "
@@ -173,7 +184,7 @@ def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
     for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
                           ("chain", chain_seeds), ("object", object_seeds), ("tool_values", tool_values_seeds),
-                          ("log", log_seeds)):
+                          ("import", import_seeds), ("log", log_seeds)):
         (folder / target).mkdir(parents=True, exist_ok=True)
         for name, data in seeds():
             (folder / target / name).write_bytes(data)
