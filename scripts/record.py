@@ -59,10 +59,10 @@ def main():
         f'  <text class="{kind}" x="{LEFT}" y="{TOP + LINE * i + 10}">{html.escape(text)}</text>'
         for i, (kind, text) in enumerate(rows))
     picture = f"""\
-<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" xml:space="preserve" role="img"
+<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" role="img"
      aria-label="A terminal session: two objects are added, found, and a damaged store diagnosed">
   <style>
-    text {{ font-family: monospace; font-size: 13.4px; fill: #c8d0dc }}
+    text {{ font-family: monospace; font-size: 13.4px; fill: #c8d0dc; white-space: pre }}
     .command {{ fill: #8fd0a0 }}
   </style>
   <rect width="{width}" height="{height}" rx="8" fill="#1b2230"/>
