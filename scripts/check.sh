@@ -16,7 +16,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 # One version for everybody: another lays out and complains differently.
-packages=(clang-format-19 clang-tidy-19 shellcheck libc++-dev libc++abi-dev googletest)
+packages=(clang-format-19 clang-tidy-19 shellcheck
+    clang libc++-dev libc++abi-dev googletest android-libboringssl-dev)
 linted='^(common|soft_keymaster|keymaster_check|tools|examples)/.*\.cpp$'
 
 scope=changed

@@ -17,28 +17,6 @@ fail() {
     exit 1
 }
 
-# Runs a command, with a word every four seconds as long as it goes on: how far it is, as far as the
-# last line of LOG tells.
-patiently() {  # WHAT LOG COMMAND...
-    local what=$1 log=$2 pid next=4 status=0
-    "${@:3}" &
-    pid=$!
-    SECONDS=0
-    while kill -0 "$pid" 2>/dev/null; do
-        sleep 0.2
-        if [[ $SECONDS -ge $next ]]; then
-            next=$((SECONDS + 4))
-            printf '%s: %s s %s\n' "$what" "$SECONDS" "$(tail -n 1 "$log" | grep -o '^\[[0-9/]*\]' || true)"
-        fi
-    done
-    wait "$pid" || status=$?
-    return "$status"
-}
-
-build() {
-    cmake --preset release && cmake --build --preset release --target zelkm
-} >build/demo.log 2>&1
-
 # Shows and runs a command line; what it prints is left in $output.
 run() {  # COMMAND [STATUS]
     local status=0
@@ -58,10 +36,10 @@ flip_byte() {  # FILE OFFSET
     printf '%02x' $((0x$byte ^ 1)) | xxd -r -p | dd of="$1" bs=1 seek="$2" conv=notrunc status=none
 }
 
-mkdir -p build
-patiently "setting up" /dev/null scripts/setup.sh
-echo "building"
-patiently "building" build/demo.log build || fail "$(cat build/demo.log)"
+scripts/setup.sh --demo
+# Without the tests; what this builds can be installed.
+cmake --preset release -DZELKM_TESTS=OFF >/dev/null
+cmake --build --preset release --target tools/all
 PATH=$PWD/build/release/tools:$PATH
 rm -rf build/demo
 mkdir -p build/demo/store

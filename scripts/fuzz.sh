@@ -14,7 +14,7 @@ if [[ ${#targets[@]} -eq 0 ]]; then
     for seeds in fuzz/seeds/*/; do targets+=("$(basename "$seeds")"); done
 fi
 
-scripts/setup.sh
+scripts/setup.sh clang libclang-rt-dev
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 
