@@ -158,7 +158,7 @@ void judgePattern(const std::string& pattern, const std::string& subject) {
         return simple_reg_cmp(bytes(pattern), static_cast<uint32_t>(pattern.size()), bytes(who),
                               static_cast<uint32_t>(who.size()), 1) == 1;
     };
-    const bool useless = zelkm_tool::whyNoMatch(pattern).has_value();
+    const bool useless = zelkm_tool::patternProblem(pattern).has_value();
     fuzz::require(pattern.empty() || subject == "*" || !(useless && lets_in(subject)));
     fuzz::require(pattern.empty() || useless || lets_in(witnessOf(pattern)));
 }
@@ -173,7 +173,7 @@ void tryToAdd(fuzz::Input* input, CheckedStore* store) {
             continue;
         }
         row[i] = textOf(input->block());
-        accepted = accepted && !zelkm_tool::whyNotStored(kColumnNames[i], row[i]);
+        accepted = accepted && !zelkm_tool::storedValueProblem(kColumnNames[i], row[i]);
         judgePattern(row[i], row[0]);
     }
     if (!accepted) {

@@ -73,7 +73,7 @@ bool FaultKeymaster::Deviator::otherTag() const {
     return deviation_.tag_size != AesGcm::kTagSize;
 }
 
-Params FaultKeymaster::Deviator::sent(const CallRecord& call) {
+Params FaultKeymaster::Deviator::adjustedParams(const CallRecord& call) {
     std::vector<KeyParameter> params = call.params;
     if (deviation_.ignored_associated_data) {
         remove(params, Tag::ASSOCIATED_DATA);
@@ -116,7 +116,7 @@ void FaultKeymaster::Deviator::change(const CallRecord& call, Answer& answer) {
         deviation_.unchecked_tag) {
         answer.error = ErrorCode::OK;
     }
-    keepBooks(call, answer);
+    trackOperations(call, answer);
     holdBack(call, answer);
 }
 
@@ -135,7 +135,7 @@ void FaultKeymaster::Deviator::changeCharacteristics(Params& characteristics) co
     characteristics = told;
 }
 
-void FaultKeymaster::Deviator::keepBooks(const CallRecord& call, const Answer& answer) {
+void FaultKeymaster::Deviator::trackOperations(const CallRecord& call, const Answer& answer) {
     if (answer.error != ErrorCode::OK) {
         return;
     }

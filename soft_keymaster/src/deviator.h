@@ -26,7 +26,7 @@ class FaultKeymaster::Deviator {
     // called.
     std::optional<ErrorCode> refusal(const CallRecord& call) const;
     // The parameters to send to the inner keymaster. For an encryption, also chooses the nonce.
-    Params sent(const CallRecord& call);
+    Params adjustedParams(const CallRecord& call);
     // Changes the inner keymaster's answer to the call.
     void change(const CallRecord& call, Answer& answer);
     void aborted(uint64_t handle) { open_.erase(handle); }
@@ -36,7 +36,7 @@ class FaultKeymaster::Deviator {
     bool otherTag() const;
     void changeCharacteristics(Params& characteristics) const;
     // Notes which operations are open.
-    void keepBooks(const CallRecord& call, const Answer& answer);
+    void trackOperations(const CallRecord& call, const Answer& answer);
     void holdBack(const CallRecord& call, Answer& answer);
 
     const Deviation deviation_;

@@ -264,7 +264,9 @@ Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_param
                                          generateKey_cb cb) {
     return answer(
         record(Call::kGenerateKey, {}, key_params),
-        [&](Slot& slot) { return inner_.generateKey(deviator_->sent(calls_.back()), into(slot)); },
+        [&](Slot& slot) {
+            return inner_.generateKey(deviator_->adjustedParams(calls_.back()), into(slot));
+        },
         [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
@@ -321,7 +323,7 @@ Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
     return answer(
         record(Call::kAttestKey, key_blob, attest_params),
         [&](Slot& slot) {
-            return inner_.attestKey(key_blob, deviator_->sent(calls_.back()), into(slot));
+            return inner_.attestKey(key_blob, deviator_->adjustedParams(calls_.back()), into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.chain); });
 }
@@ -357,8 +359,8 @@ Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& 
     return answer(
         std::move(made),
         [&](Slot& slot) {
-            return inner_.begin(purpose, key_blob, deviator_->sent(calls_.back()), auth_token,
-                                into(slot));
+            return inner_.begin(purpose, key_blob, deviator_->adjustedParams(calls_.back()),
+                                auth_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.params, a.handle); });
 }
@@ -370,8 +372,8 @@ Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter
     return answer(
         operationRecord(Call::kUpdate, handle, in_params, input),
         [&](Slot& slot) {
-            return inner_.update(handle, deviator_->sent(calls_.back()), input, auth_token,
-                                 verification_token, into(slot));
+            return inner_.update(handle, deviator_->adjustedParams(calls_.back()), input,
+                                 auth_token, verification_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
 }
@@ -384,7 +386,7 @@ Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter
     return answer(
         operationRecord(Call::kFinish, handle, in_params, input),
         [&](Slot& slot) {
-            return inner_.finish(handle, deviator_->sent(calls_.back()), input, signature,
+            return inner_.finish(handle, deviator_->adjustedParams(calls_.back()), input, signature,
                                  auth_token, verification_token, into(slot));
         },
         [&](const Answer& a) { cb(a.error, a.params, a.output); });

@@ -55,7 +55,7 @@ std::optional<std::string> takeRange(std::string_view* text) {
 
 }  // namespace
 
-std::optional<std::string> whyNoMatch(std::string_view pattern) {
+std::optional<std::string> patternProblem(std::string_view pattern) {
     bool after_range = false;  // the item before was a range, which takes all digits that follow
     while (!pattern.empty()) {
         const char c = pattern.front();
@@ -75,7 +75,7 @@ std::optional<std::string> whyNoMatch(std::string_view pattern) {
     return std::nullopt;
 }
 
-std::optional<std::string> whyNotAList(std::string_view column, std::string_view list) {
+std::optional<std::string> listProblem(std::string_view column, std::string_view list) {
     while (!list.empty()) {
         const size_t end = std::min(list.find(','), list.size());
         const std::string_view item = list.substr(0, end);
@@ -84,7 +84,7 @@ std::optional<std::string> whyNotAList(std::string_view column, std::string_view
         if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
             return shown + "the blank would be a part of the name";
         }
-        if (const auto reason = column == "ACCESSOR" ? whyNoMatch(item) : std::nullopt) {
+        if (const auto reason = column == "ACCESSOR" ? patternProblem(item) : std::nullopt) {
             return shown + "nobody would ever match: " + *reason;
         }
     }

@@ -14,10 +14,10 @@ namespace zelkm_tool {
 
 // The reason why no subject can ever match this item of ACCESSOR. Nothing when a subject can, or
 // when the item is empty. The subject "*", which matches everything, does not count.
-std::optional<std::string> whyNoMatch(std::string_view pattern);
+std::optional<std::string> patternProblem(std::string_view pattern);
 
 // The reason why an item of a list in `column`, ADMIN or ACCESSOR, is probably a slip: it has a
 // blank at an end, or it never matches. Nothing when no item is.
-std::optional<std::string> whyNotAList(std::string_view column, std::string_view list);
+std::optional<std::string> listProblem(std::string_view column, std::string_view list);
 
 }  // namespace zelkm_tool

@@ -35,7 +35,7 @@ void check(const std::string& option, size_t column, const std::string& value, b
     if (value.empty() && column >= 2) {
         return;  // removes the value
     }
-    if (const auto reason = whyNotGiven(kColumnNames[column], value, as_is)) {
+    if (const auto reason = givenValueProblem(kColumnNames[column], value, as_is)) {
         throw WrongUsage(option + ": " + *reason);
     }
 }

@@ -37,7 +37,7 @@ void addObject(const SessionOptions& session_options, const AddOptions& options)
     for (const auto& [option, value] : given) {
         const std::string_view column = kColumnNames[object.size()];
         if (value) {
-            if (const auto reason = whyNotGiven(column, *value, options.as_is)) {
+            if (const auto reason = givenValueProblem(column, *value, options.as_is)) {
                 throw WrongUsage(option + (": " + *reason));
             }
         }

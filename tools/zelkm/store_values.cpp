@@ -67,18 +67,18 @@ bool isColumn(std::string_view name) {
     return std::find(kColumnNames.begin(), kColumnNames.end(), name) != kColumnNames.end();
 }
 
-std::optional<std::string> whyNotWritable(std::string_view value) {
+std::optional<std::string> bytesProblem(std::string_view value) {
     if (!value.empty() && value.front() == ',') {
         return "byte 1 is ',': a quoted value cannot begin with it";
     }
     return findByte(value, kUnwritableBytes);
 }
 
-std::optional<std::string> whyNotAValue(std::string_view value) {
+std::optional<std::string> valueProblem(std::string_view value) {
     if (value.empty()) {
         return "an empty value cannot be written between quotes";
     }
-    if (auto reason = whyNotWritable(value)) {
+    if (auto reason = bytesProblem(value)) {
         return reason;
     }
     if (auto reason = findByte(value, kConfusingBytes)) {
@@ -93,7 +93,7 @@ std::optional<std::string> whyNotAValue(std::string_view value) {
     return std::nullopt;
 }
 
-std::optional<std::string> whyNotStored(std::string_view column, std::string_view value) {
+std::optional<std::string> storedValueProblem(std::string_view column, std::string_view value) {
     // A condition with the value "*" matches every object, so this object could not be asked for
     // alone.
     if (value == "*" && column != "ACCESSOR") {
@@ -105,15 +105,15 @@ std::optional<std::string> whyNotStored(std::string_view column, std::string_vie
     if (column == "CREATOR_UID" && !is_number) {
         return "a uid is a decimal number";
     }
-    if (auto reason = whyNotAValue(value)) {
+    if (auto reason = valueProblem(value)) {
         return reason;
     }
-    return column == "ADMIN" || column == "ACCESSOR" ? whyNotAList(column, value) : std::nullopt;
+    return column == "ADMIN" || column == "ACCESSOR" ? listProblem(column, value) : std::nullopt;
 }
 
-std::optional<std::string> whyNotGiven(std::string_view column, std::string_view value,
-                                       bool as_is) {
-    return as_is && !value.empty() ? whyNotWritable(value) : whyNotStored(column, value);
+std::optional<std::string> givenValueProblem(std::string_view column, std::string_view value,
+                                             bool as_is) {
+    return as_is && !value.empty() ? bytesProblem(value) : storedValueProblem(column, value);
 }
 
 Condition parseCondition(std::string_view text) {
@@ -133,7 +133,7 @@ Condition parseCondition(std::string_view text) {
     if (!isName(condition.column)) {
         throw WrongUsage(shown + "a column's name has letters, digits and '_' only");
     }
-    if (const auto reason = whyNotAValue(condition.value)) {
+    if (const auto reason = valueProblem(condition.value)) {
         throw WrongUsage(shown + *reason);
     }
     return condition;

@@ -24,18 +24,19 @@ bool isColumn(std::string_view name);
 
 // The reason why the library cannot write `value`, with the byte at fault. Nothing when it can, or
 // when the value is empty.
-std::optional<std::string> whyNotWritable(std::string_view value);
+std::optional<std::string> bytesProblem(std::string_view value);
 
 // The same for a value that must also work in a condition, and in a result that is read line by
 // line. An empty value is refused as well.
-std::optional<std::string> whyNotAValue(std::string_view value);
+std::optional<std::string> valueProblem(std::string_view value);
 
 // The same for a value of `column`. Also refuses values that no condition can ask for, and list
 // items that never match.
-std::optional<std::string> whyNotStored(std::string_view column, std::string_view value);
+std::optional<std::string> storedValueProblem(std::string_view column, std::string_view value);
 
-// whyNotStored(), or with `as_is` only the reason why the value cannot be written.
-std::optional<std::string> whyNotGiven(std::string_view column, std::string_view value, bool as_is);
+// storedValueProblem(), or with `as_is` only the reason why the value cannot be written.
+std::optional<std::string> givenValueProblem(std::string_view column, std::string_view value,
+                                             bool as_is);
 
 // A condition, COLUMN=VALUE, as the user wrote it.
 struct Condition {
@@ -44,7 +45,7 @@ struct Condition {
     std::string value;
 };
 
-// Throws WrongUsage when `text` has no column or no operator, or when whyNotAValue() refuses the
+// Throws WrongUsage when `text` has no column or no operator, or when valueProblem() refuses the
 // value.
 Condition parseCondition(std::string_view text);
 

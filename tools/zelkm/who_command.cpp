@@ -26,7 +26,7 @@ struct WhoOptions {
 
 // Who is let in by an item of ACCESSOR.
 std::string letIn(const std::string& pattern) {
-    if (const auto reason = whyNoMatch(pattern)) {
+    if (const auto reason = patternProblem(pattern)) {
         return "nobody: " + *reason;
     }
     if (pattern == "*") {
@@ -61,7 +61,7 @@ std::vector<Row> accessorsOf(const Row& object) {
 bool isForNobody(const Row& object) {
     const std::vector<Row> lines = accessorsOf(object);
     return std::all_of(lines.begin(), lines.end(),
-                       [](const Row& line) { return whyNoMatch(line[2]).has_value(); });
+                       [](const Row& line) { return patternProblem(line[2]).has_value(); });
 }
 
 void who(const SessionOptions& session_options, const WhoOptions& options) {

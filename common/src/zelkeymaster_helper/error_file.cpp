@@ -9,7 +9,7 @@
 #include <plog/Initializers/RollingFileInitializer.h>
 #include <plog/Log.h>
 
-#include "completes.h"
+#include "run_no_throw.h"
 
 namespace zelkm {
 namespace {
@@ -29,7 +29,7 @@ constexpr size_t kErrorLine = 106;
 // because of this file.
 template <typename Action>
 void dropOnException(Action action) {
-    static_cast<void>(completes(action));
+    static_cast<void>(runNoThrow(action));
 }
 
 }  // namespace

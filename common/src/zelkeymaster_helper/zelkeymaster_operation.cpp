@@ -19,7 +19,6 @@
 #include <string_view>
 #include <utility>
 
-#include "completes.h"
 #include "error_file.h"
 #include "gcm_operation.h"
 #include "keymaster_params.h"
@@ -28,6 +27,7 @@
 #include "password_conversion.h"
 #include "platform_log.h"
 #include "protected_file.h"
+#include "run_no_throw.h"
 #include "sod_command_text.h"
 #include "text_pieces.h"
 #include "velt_secure_db.h"
@@ -199,7 +199,7 @@ int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
 template <typename Action>
 int appendTo(std::vector<std::string>* list, Action action) {
     const size_t before = list->size();
-    if (completes(action)) {
+    if (runNoThrow(action)) {
         return ZELKM_OK;
     }
     list->erase(list->begin() + static_cast<std::ptrdiff_t>(before), list->end());
@@ -480,7 +480,7 @@ int32_t zelkm::ConverHIDLErrorToKeymasterError(const Return<void>& ret) {
         return ZELKM_OK;
     }
     std::string description;
-    const bool described = completes([&] { description = ret.description(); });
+    const bool described = runNoThrow([&] { description = ret.description(); });
     LOG_ERROR("HIDL call failed with %s", described ? description.c_str() : "(out of memory)");
     return ZELKM_UNKNOWN_ERROR;
 }
@@ -542,7 +542,7 @@ int ZelKeymasterOperation::SodSelect(SODOperationParam& p, std::vector<std::stri
 }
 
 int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out) {
-    if (!completes([&p] { p.clearOutputFormat().addCreatorToOutput().addAliasToOutput(); })) {
+    if (!runNoThrow([&p] { p.clearOutputFormat().addCreatorToOutput().addAliasToOutput(); })) {
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
     return runSelect(this, {mDbData, mDbLen}, p, &out, [&out](std::string_view row) {

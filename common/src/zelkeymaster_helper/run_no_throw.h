@@ -11,7 +11,7 @@ namespace zelkm {
 // Runs an action. False when the action threw. In a build without exceptions the C++ library ends
 // the process instead.
 template <typename Action>
-[[nodiscard]] bool completes(Action action) {
+[[nodiscard]] bool runNoThrow(Action action) {
 #ifdef __cpp_exceptions
     try {
         action();
