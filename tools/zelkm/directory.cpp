@@ -6,11 +6,15 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <pwd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
+#include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "failure.h"
 #include "files.h"
@@ -23,6 +27,27 @@ namespace {
 }
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr int kMaxLinks = 40;
+constexpr gid_t kNoGroup = 65534;
+
+// Where a link leads. Throws Refused when it belongs to another user.
+std::filesystem::path followLink(const std::filesystem::path& link) {
+    const Descriptor itself(::open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status = {};
+    char target[4096];
+    const ssize_t len = itself.get() < 0 || ::fstat(itself.get(), &status) != 0
+                            ? -1
+                            : ::readlinkat(itself.get(), "", target, sizeof(target));
+    if (len < 0) {
+        refuse("directory " + link.string());
+    }
+    if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
+        throw Refused("directory " + link.string() + " is a link of another user (" +
+                      std::to_string(status.st_uid) +
+                      "), who can lead it elsewhere: name the directory itself");
+    }
+    return link.parent_path() / std::string(target, static_cast<size_t>(len));
+}
 
 void requireReadable(const struct stat& status, const std::string& path) {
     if (!S_ISREG(status.st_mode)) {
@@ -53,14 +78,75 @@ const char* kindOf(const struct stat& status) {
     }
 }
 
-Directory::Directory(const std::string& path)
-    : Directory(path, ::open(path.c_str(), kDirectoryFlags)) {}
+Descriptor openFolder(const std::string& path) {
+    std::filesystem::path at = path;
+    for (int links = 0; links < kMaxLinks; ++links) {
+        // "link/" and "link/." would follow the link.
+        while (at.has_relative_path() && (!at.has_filename() || at.filename() == ".") &&
+               at != "." && at.parent_path() != "") {
+            at = at.parent_path();
+        }
+        Descriptor folder(::open(at.c_str(), kDirectoryFlags | O_NOFOLLOW));
+        if (folder.get() >= 0) {
+            return folder;
+        }
+        struct stat status = {};
+        const int error = errno;
+        const bool is_link = ::lstat(at.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+        errno = error;
+        if (!is_link) {
+            refuse("directory " + path);
+        }
+        at = followLink(at);
+    }
+    errno = ELOOP;
+    refuse("directory " + path);
+}
 
-Directory::Directory(const std::string& path, int fd) : path_(path), fd_(fd) {
-    if (fd < 0) {
-        refuse("directory " + path);
+std::string otherWriters(const struct stat& status) {
+    if ((status.st_mode & S_IWOTH) != 0) {
+        return "everybody";
+    }
+    if ((status.st_mode & S_IWGRP) == 0 || status.st_gid == 0) {
+        return "";
+    }
+    const passwd* owner = ::getpwuid(status.st_uid);
+    const group* group = ::getgrgid(status.st_gid);
+    const bool is_owners = owner != nullptr && group != nullptr && *group->gr_mem == nullptr &&
+                           std::strcmp(owner->pw_name, group->gr_name) == 0;
+    return is_owners ? "" : "its group";
+}
+
+OwnersRights::OwnersRights(uid_t owner) : group_(::getegid()) {
+    if (::geteuid() != 0 || owner == 0) {
+        return;
+    }
+    const int num_groups = ::getgroups(0, nullptr);
+    groups_.resize(static_cast<size_t>(std::max(num_groups, 0)));
+    const passwd* known = ::getpwuid(owner);
+    const gid_t group = known != nullptr ? known->pw_gid : kNoGroup;
+    std::vector<gid_t> groups(known != nullptr ? 65536 : 0);
+    int count = static_cast<int>(groups.size());
+    if (::getgroups(num_groups, groups_.data()) != num_groups ||
+        (known != nullptr && ::getgrouplist(known->pw_name, group, groups.data(), &count) < 0) ||
+        ::setgroups(static_cast<size_t>(count), groups.data()) != 0 || ::setegid(group) != 0 ||
+        ::seteuid(owner) != 0) {
+        refuse("acting as user " + std::to_string(owner));
+    }
+    active_ = true;
+}
+
+OwnersRights::~OwnersRights() {
+    if (active_ && (::seteuid(0) != 0 || ::setegid(group_) != 0 ||
+                    ::setgroups(groups_.size(), groups_.data()) != 0)) {
+        std::terminate();
     }
 }
+
+Directory::Directory(const std::string& path) : Directory(path, openFolder(path)) {}
+
+Directory::Directory(const std::string& path, Descriptor fd)
+    : path_(path), fd_(std::move(fd)), rights_(status().st_uid) {}
 
 struct stat Directory::status() const {
     struct stat status = {};
@@ -124,18 +210,11 @@ std::optional<std::string> Directory::read(const std::string& name) const {
 }
 
 Directory Directory::folder(const std::string& name) const {
-    return {path_ + "/" + name, ::openat(fd(), name.c_str(), kDirectoryFlags | O_NOFOLLOW)};
-}
-
-void becomeOwnerOf(const Directory& directory) {
-    const struct stat owner = directory.status();
-    if (::geteuid() != 0 || owner.st_uid == 0) {
-        return;
+    Descriptor folder(::openat(fd(), name.c_str(), kDirectoryFlags | O_NOFOLLOW));
+    if (folder.get() < 0) {
+        refuse(path_ + "/" + name);
     }
-    if (::setgroups(0, nullptr) != 0 || ::setgid(owner.st_gid) != 0 ||
-        ::setuid(owner.st_uid) != 0) {
-        refuse("acting as the owner of " + directory.path());
-    }
+    return {path_ + "/" + name, std::move(folder)};
 }
 
 }  // namespace zelkm_tool

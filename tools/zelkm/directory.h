@@ -4,7 +4,8 @@
 // A directory whose files are not trusted: somebody else may have made them, and may be changing
 // them. The object holds the directory open, and reaches files through its descriptor only. It
 // follows no link, reads nothing but regular files, and reads none that is larger than a sensible
-// store.
+// store. Every command reaches its store through such an object, so that root does only what the
+// directory's owner could do.
 
 #pragma once
 
@@ -25,9 +26,36 @@ inline constexpr uint64_t kMaxFileLen = 64 << 20;
 // What a file is, in words: "a regular file", "a link", ...
 const char* kindOf(const struct stat& status);
 
+// Opens a directory. Throws Refused, also when the last part of the path is a link that belongs to
+// another user: they could lead it elsewhere.
+Descriptor openFolder(const std::string& path);
+
+// Who besides root and its owner may change what has this status: "", "its group" or "everybody". A
+// group of the owner's name without other members is the owner.
+std::string otherWriters(const struct stat& status);
+
+// Lets a process of root act as another user with that user's own groups, or none if they are not
+// known. The destructor ends it. Does nothing in any other process, or for root. There may be one
+// object at a time.
+class OwnersRights {
+  public:
+    // Throws Refused.
+    explicit OwnersRights(uid_t owner);
+    ~OwnersRights();
+
+    OwnersRights(const OwnersRights&) = delete;
+    OwnersRights& operator=(const OwnersRights&) = delete;
+
+  private:
+    bool active_ = false;
+    gid_t group_ = 0;  // of before
+    std::vector<gid_t> groups_;
+};
+
 class Directory {
   public:
-    // Throws Refused when the directory cannot be opened.
+    // As long as the object lives, root acts as the directory's owner. Throws Refused when the
+    // directory cannot be opened.
     explicit Directory(const std::string& path);
 
     const std::string& path() const { return path_; }
@@ -52,15 +80,11 @@ class Directory {
     Directory folder(const std::string& name) const;
 
   private:
-    Directory(const std::string& path, int fd);
+    Directory(const std::string& path, Descriptor fd);
 
     std::string path_;
     Descriptor fd_;
+    OwnersRights rights_;
 };
-
-// Makes a process of root act as the directory's owner, for good, when that is another user: the
-// process can then do no more than the owner could. Does nothing in any other process. Throws
-// Refused.
-void becomeOwnerOf(const Directory& directory);
 
 }  // namespace zelkm_tool

@@ -33,8 +33,9 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
         "key of the software keymaster, the patch level of the key.");
     command->callback([&session, dir, json] {
         const SessionOptions options = withDirectory(session, *dir);
-        const DirectoryLock lock(options, DirectoryLock::Mode::kShared);
-        printInfo(options.dir, *json);
+        const Directory directory(options.dir);
+        const DirectoryLock lock(directory, options, DirectoryLock::Mode::kShared);
+        printInfo(directory, *json);
     });
 }
 

@@ -3,10 +3,8 @@
 
 #include "directory_lock.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -25,14 +23,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kPoll = std::chrono::milliseconds(10);
 constexpr auto kSilence = std::chrono::milliseconds(500);  // until the first note on waiting
-
-int openDirectory(const std::string& dir) {
-    const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        throw Refused("directory " + dir + ": " + std::strerror(errno));
-    }
-    return fd;
-}
 
 std::string firstLine(const std::string& path) {
     std::ifstream file(path);
@@ -99,18 +89,13 @@ void lock(int directory, int mode, const SessionOptions& options) {
 
 }  // namespace
 
-DirectoryLock::DirectoryLock(const SessionOptions& options, Mode mode)
-    : directory_(openDirectory(options.dir)) {
-    try {
-        lock(directory_, mode == Mode::kShared ? LOCK_SH : LOCK_EX, options);
-    } catch (...) {
-        ::close(directory_);
-        throw;
-    }
+DirectoryLock::DirectoryLock(const Directory& directory, const SessionOptions& options, Mode mode)
+    : directory_(directory.fd()) {
+    lock(directory_, mode == Mode::kShared ? LOCK_SH : LOCK_EX, options);
 }
 
 DirectoryLock::~DirectoryLock() {
-    ::close(directory_);
+    ::flock(directory_, LOCK_UN);
 }
 
 }  // namespace zelkm_tool

@@ -7,15 +7,14 @@
 
 #pragma once
 
-#include <string>
-
+#include "directory.h"
 #include "session_options.h"
 
 namespace zelkm_tool {
 
 // An advisory lock on the directory itself. It leaves no file behind, and the system releases it
 // when the process ends, in whatever way. Programs that use the library without this tool do not
-// take it.
+// take it. Whoever may read the directory can take it, too, and keep this tool waiting.
 class DirectoryLock {
   public:
     enum class Mode {
@@ -23,10 +22,10 @@ class DirectoryLock {
         kExclusive,  // for everything else: even a read through the library may repair the store
     };
 
-    // Waits for the lock as long as the options say, and says so on standard error. Then throws
-    // Refused, which names the process that holds the lock. Throws Refused when there is no such
-    // directory. On a file system without locks it prints a note and goes on.
-    DirectoryLock(const SessionOptions& options, Mode mode);
+    // Locks the directory through its descriptor, which must outlive the lock. Waits as long as the
+    // options say, and says so on standard error. Then throws Refused, which names the process that
+    // holds the lock. On a file system without locks it prints a note and goes on.
+    DirectoryLock(const Directory& directory, const SessionOptions& options, Mode mode);
     ~DirectoryLock();
 
     DirectoryLock(const DirectoryLock&) = delete;

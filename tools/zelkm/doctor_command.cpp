@@ -70,8 +70,8 @@ void rehearse(const Report& report, const Diagnosis& after, const StoreFiles& re
 int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
     const Directory directory = openDirectory(session.dir);
     const DirectoryLock lock(
-        session, options.repair ? DirectoryLock::Mode::kExclusive : DirectoryLock::Mode::kShared);
-    becomeOwnerOf(directory);
+        directory, session,
+        options.repair ? DirectoryLock::Mode::kExclusive : DirectoryLock::Mode::kShared);
     const std::unique_ptr<StoreTrials> trials = trialsIn(directory, session);
     Decrypt decrypt;
     KeyStatus key_status;

@@ -195,8 +195,7 @@ Json fileJson(const std::string& name, const Facts& facts) {
 
 }  // namespace
 
-void printInfo(const std::string& dir, bool json) {
-    const Directory directory(dir);
+void printInfo(const Directory& directory, bool json) {
     const Facts facts = collectFacts(directory);
     const std::string level = keyLevel(directory);
     if (!json) {
@@ -206,7 +205,7 @@ void printInfo(const std::string& dir, bool json) {
         std::cout << (level.empty() ? "" : "level of the key: " + level + "\n");
         return;
     }
-    Json object = {{"directory", escape(dir)},
+    Json object = {{"directory", escape(directory.path())},
                    {"key_of_digest", keyOfDigest(facts.storeFiles())},
                    {"digest", digestInWords(facts.storeFiles())},
                    {"key_level", level},

@@ -5,12 +5,12 @@
 
 #pragma once
 
-#include <string>
+#include "directory.h"
 
 namespace zelkm_tool {
 
 // Prints the directory's content, as text or as one JSON object. Throws Refused when the directory
 // cannot be read.
-void printInfo(const std::string& dir, bool json);
+void printInfo(const Directory& directory, bool json);
 
 }  // namespace zelkm_tool

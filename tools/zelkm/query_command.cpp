@@ -15,6 +15,7 @@
 #include "files.h"
 #include "result_text.h"
 #include "store_access.h"
+#include "store_file.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -61,12 +62,8 @@ std::vector<Command> readCommands(const std::string& path) {
 
 void runCommand(Session& session, const Command& command) {
     ZelKeymasterOperation& operation = session.operation();
-    uint8_t* image = nullptr;
-    uint32_t image_len = 0;
-    check(ZelKeymasterOperation::load_data(kStoreFile, &image, &image_len), kStoreFile);
-    const MallocBytes image_owner(image);
-
-    const keymaster_blob_t stored = {image, image_len};
+    const std::string image = session.image().value_or("");
+    const keymaster_blob_t stored = {reinterpret_cast<const uint8_t*>(image.data()), image.size()};
     const keymaster_blob_t text = {reinterpret_cast<const uint8_t*>(command.text.data()),
                                    command.text.size()};
     keymaster_blob_t answer = {};
@@ -76,14 +73,24 @@ void runCommand(Session& session, const Command& command) {
     std::cout << "status " << resultText(status) << '\n';
     session.checkStoreResult(status, command.what);
 
+    if (answer.data == nullptr) {
+        throw Refused(command.what + ": no memory for the result");
+    }
     if (command.text.compare(0, 6, "SELECT") == 0) {
         printResultText({reinterpret_cast<const char*>(answer.data), answer.data_length});
         return;
     }
     checkStoreLen(session.options(), answer.data_length);
-    check(operation.update_db_file(answer.data, static_cast<uint32_t>(answer.data_length)),
-          kStoreFile);
-    static_cast<void>(answer_owner.release());
+    const auto header =
+        parseStoreHeader({reinterpret_cast<const char*>(answer.data), answer.data_length});
+    session.change(command.what, header ? header->row_count : 0, [&] {
+        const int result =
+            operation.update_db_file(answer.data, static_cast<uint32_t>(answer.data_length));
+        if (result == ZELKM_OK) {
+            static_cast<void>(answer_owner.release());  // the object's now
+        }
+        return result;
+    });
     std::cout << "new store of " << answer.data_length << " bytes\n";
 }
 

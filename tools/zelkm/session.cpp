@@ -3,14 +3,20 @@
 
 #include "session.h"
 
+#include <android/log.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <tuple>
 
 #include "bytes.h"
-#include "directory.h"
 #include "failure.h"
 #include "files.h"
 #include "result_text.h"
@@ -22,46 +28,19 @@ namespace {
 using android::hardware::keymaster::V4_0::ErrorCode;
 using android::hardware::keymaster::V4_0::KeyCharacteristics;
 
-bool isThere(const std::string& file) {
-    std::error_code ignored;
-    return std::filesystem::exists(file, ignored);
-}
-
-// Refuses a directory whose store file is missing while its backup or its new version exists. An
-// insertion would take the store for an empty one, and overwrite both.
-void refuseInterruptedReplacement(const std::string& dir) {
-    for (const char* suffix : {".bak", ".tmp"}) {
-        const std::string left = std::string(kStoreFile) + suffix;
-        if (isThere(left)) {
-            throw Refused(dir + ": there is no " + kStoreFile + ", but " + left +
-                          ": its replacement was interrupted; 'zelkm doctor' tells what is left of "
-                          "it, and repairs it");
-        }
+// Refuses a directory in which others could put a link in place of a file. The library opens files
+// by name, and follows it.
+void refuseOtherWriters(const Directory& directory) {
+    const struct stat status = directory.status();
+    if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
+        throw Refused(directory.path() + " belongs to another user (" +
+                      std::to_string(status.st_uid) +
+                      "): only they and root can work on it; 'zelkm info' shows what is there");
     }
-}
-
-// Refuses an empty store file. To the library it is a store without objects, as if the file were
-// missing.
-void refuseEmptyStore(const std::string& dir, const std::string& image) {
-    if (image.empty()) {
-        throw Refused(dir + ": " + kStoreFile +
-                      " is empty, as no store is; 'zelkm doctor' tells what is left of it, and "
-                      "repairs it");
-    }
-}
-
-// Refuses an encrypted store whose key or root key is missing. The library would replace a store
-// that the keymaster cannot decrypt by its backup, or remove the store when there is no backup.
-void refuseForeignStore(const std::string& dir, const std::string& image) {
-    const std::optional<StoreHeader> header = parseStoreHeader(image);
-    if (!header || !header->encrypted()) {
-        return;
-    }
-    for (const char* needed : {kKeyFile, kRootKeyFile}) {
-        if (!isThere(needed)) {
-            throw Refused(dir + ": " + kStoreFile + " is encrypted, and " + needed +
-                          " is missing: see 'zelkm doctor'");
-        }
+    if (const std::string who = otherWriters(status); !who.empty()) {
+        throw Refused(
+            directory.path() + ": " + who +
+            " may change it, and could lead this tool to other files; 'chmod go-w' helps");
     }
 }
 
@@ -101,24 +80,26 @@ soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& op
 
 Session::Session(const SessionOptions& options, Use use)
     : options_(options),
-      lock_(options, DirectoryLock::Mode::kExclusive),
+      directory_(options.dir),
+      lock_(directory_, options, DirectoryLock::Mode::kExclusive),
       keymaster_(keymasterOptions(options)),
       uses_store_(use == Use::kStore) {
-    const Directory directory(options.dir);
-    if (::fchdir(directory.fd()) != 0) {
+    refuseOtherWriters(directory_);
+    if (::fchdir(directory_.fd()) != 0) {
         throw Refused("directory " + options.dir + ": " + std::strerror(errno));
     }
-    refuseOtherThanFiles(directory);
+    refuseOtherThanFiles(directory_);
     had_root_key_ = isThere(kRootKeyFile);
     if (!uses_store_) {
         return;
     }
-    image_ = directory.read(kStoreFile);
+    readStore();
+    key_ = directory_.read(kKeyFile);
     if (image_) {
-        refuseEmptyStore(options.dir, *image_);
-        refuseForeignStore(options.dir, *image_);
+        refuseEmptyStore();
+        refuseForeignStore();
     } else {
-        refuseInterruptedReplacement(options.dir);
+        refuseInterruptedReplacement();
     }
     if (had_root_key_ && !options.upgrade) {
         refuseUpgrade();
@@ -126,20 +107,69 @@ Session::Session(const SessionOptions& options, Use use)
 }
 
 Session::~Session() {
-    if (!had_root_key_ && isThere(kRootKeyFile)) {
+    std::error_code ignored;
+    if (!had_root_key_ && std::filesystem::exists(kRootKeyFile, ignored)) {
         note(options_, "the keymaster is software and protects nothing; its new root key is " +
                            (std::filesystem::path(options_.dir) / kRootKeyFile).string());
+    }
+}
+
+void Session::readStore() {
+    image_status_ = directory_.look(kStoreFile);
+    image_ = directory_.read(kStoreFile);
+}
+
+// Refuses a directory whose store file is missing while its backup or its new version exists. An
+// insertion would take the store for an empty one, and overwrite both. A first version that was not
+// written to its end holds nothing.
+void Session::refuseInterruptedReplacement() const {
+    std::string left = std::string(kStoreFile) + kBackupSuffix;
+    if (!isThere(left)) {
+        left = std::string(kStoreFile) + kTemporarySuffix;
+        const std::string written = directory_.read(left).value_or("");
+        const std::optional<StoreHeader> header = parseStoreHeader(written);
+        if (!header || storePayload(written, *header).size() != header->payload_len) {
+            return;
+        }
+    }
+    throw Refused(options_.dir + ": there is no " + kStoreFile + ", but " + left +
+                  ": its replacement was interrupted; 'zelkm doctor' tells what is left of it, and "
+                  "repairs it");
+}
+
+// Refuses an empty store file. To the library it is a store without objects, as if the file were
+// missing.
+void Session::refuseEmptyStore() const {
+    if (image_->empty()) {
+        throw Refused(options_.dir + ": " + kStoreFile +
+                      " is empty, as no store is; 'zelkm doctor' tells what is left of it, and "
+                      "repairs it");
+    }
+}
+
+// Refuses an encrypted store whose key or root key is missing. The library would replace a store
+// that the keymaster cannot decrypt by its backup, or remove the store when there is no backup.
+void Session::refuseForeignStore() const {
+    const std::optional<StoreHeader> header = parseStoreHeader(*image_);
+    if (!header || !header->encrypted()) {
+        return;
+    }
+    const char* missing = !key_ || key_->empty() ? kKeyFile
+                          : !had_root_key_       ? kRootKeyFile
+                                                 : nullptr;
+    if (missing != nullptr) {
+        throw Refused(options_.dir + ": " + kStoreFile + " is encrypted, and " + missing +
+                      " is missing: see 'zelkm doctor'");
     }
 }
 
 // Refuses to upgrade the key without --upgrade, because the older patch level cannot use the
 // upgraded key.
 void Session::refuseUpgrade() {
-    const std::optional<std::string> key = Directory(".").read(kKeyFile);
     ErrorCode answer = ErrorCode::OK;
-    if (key) {
+    if (key_) {
         keymaster_.getKeyCharacteristics(
-            toVec(*key), {}, {},
+            toVec(*key_), {}, {},
             [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
     }
     if (answer == ErrorCode::KEY_REQUIRES_UPGRADE) {
@@ -150,10 +180,103 @@ void Session::refuseUpgrade() {
     }
 }
 
+size_t Session::numObjects() {
+    operation();
+    return num_objects_;
+}
+
 ZelKeymasterOperation& Session::operation() {
     // The object lives as long as the process, as the library expects.
-    static auto* const operation = new ZelKeymasterOperation(&keymaster_, uses_store_);
+    static ZelKeymasterOperation* operation = nullptr;
+    if (operation == nullptr) {
+        operation = new ZelKeymasterOperation(&keymaster_, uses_store_);
+        if (uses_store_ && key_ && !key_->empty()) {
+            giveKey(operation);
+        }
+        if (image_) {
+            giveStore(operation);
+        }
+    }
     return *operation;
+}
+
+// A key that the keymaster refuses is left to the library, which tells why, unless it would then
+// replace the key.
+void Session::giveKey(ZelKeymasterOperation* operation) {
+    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
+    keymaster_.getKeyCharacteristics(
+        toVec(*key_), {}, {}, [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
+    if (answer != ErrorCode::OK && answer != ErrorCode::KEY_REQUIRES_UPGRADE) {
+        const std::optional<std::string> digest = directory_.read(kKeyDigestFile);
+        if (digest && *digest != sha256(*key_)) {
+            checkStoreResult(static_cast<int>(answer), std::string(kKeyFile) + " is damaged, as " +
+                                                           kKeyDigestFile + " shows");
+        }
+        return;
+    }
+    // The object's from now on, unless it takes an upgraded key instead. After a failure it may be.
+    auto* const key = static_cast<uint8_t*>(std::malloc(key_->size()));
+    if (key == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::memcpy(key, key_->data(), key_->size());
+    const int result = operation->setLoadedDBKey(key, static_cast<uint32_t>(key_->size()));
+    if (result == ZELKM_KEY_REQUIRES_UPGRADE) {
+        std::free(key);
+    } else {
+        checkStoreResult(result, kKeyFile);
+    }
+}
+
+// The engine loads the table from the session's image. The library's next commands work on that
+// table, whatever the object could read.
+void Session::giveStore(ZelKeymasterOperation* operation) {
+    constexpr std::string_view kSelectNothing = "SELECT ()";
+    const keymaster_blob_t stored = {reinterpret_cast<const uint8_t*>(image_->data()),
+                                     image_->size()};
+    const keymaster_blob_t text = {reinterpret_cast<const uint8_t*>(kSelectNothing.data()),
+                                   kSelectNothing.size()};
+    keymaster_blob_t answer = {};
+    const int level = __android_log_get_minimum_priority();
+    __android_log_set_minimum_priority(std::max<int>(level, ANDROID_LOG_WARN));
+    const int result =
+        operation->queryInternal(nullptr, operation, DBEncryptCB, &stored, &text, &answer);
+    __android_log_set_minimum_priority(level);
+    checkStoreResult(result, "reading the store");
+    const std::unique_ptr<uint8_t, decltype(&std::free)> rows(const_cast<uint8_t*>(answer.data),
+                                                              std::free);
+    if (rows == nullptr) {
+        throw std::bad_alloc();
+    }
+    num_objects_ = answer.data_length - 1;  // a line feed for each, and a NUL
+    if (const auto header = parseStoreHeader(*image_); header->row_count != num_objects_) {
+        throw Refused(options_.dir + ": " + kStoreFile + " has " + std::to_string(num_objects_) +
+                      " objects, and its header says " + std::to_string(header->row_count) +
+                      ": see 'zelkm doctor'");
+    }
+}
+
+void Session::change(const std::string& what, size_t num_objects,
+                     const std::function<int()>& make) {
+    operation();
+    const std::optional<struct stat> now = directory_.look(kStoreFile);
+    const auto identity = [](const std::optional<struct stat>& status) {
+        return status ? std::make_tuple(status->st_ino, status->st_size, status->st_mtim.tv_sec,
+                                        status->st_mtim.tv_nsec)
+                      : std::make_tuple(ino_t(), off_t(), time_t(), long());
+    };
+    if (identity(now) != identity(image_status_)) {
+        throw Refused(what + ": nothing was done: something else has changed " + kStoreFile);
+    }
+    checkStoreResult(make(), what);
+    readStore();
+    const std::optional<StoreHeader> header = parseStoreHeader(image_.value_or(""));
+    if (!header || header->row_count != num_objects ||
+        storePayload(*image_, *header).size() != header->payload_len) {
+        throw Refused(what + ": what was written is not a store of " + std::to_string(num_objects) +
+                      " objects: 'zelkm doctor' tells what is left");
+    }
+    num_objects_ = num_objects;
 }
 
 void Session::checkStoreResult(int result, const std::string& what) {
@@ -172,7 +295,7 @@ void Session::checkStoreResult(int result, const std::string& what) {
                       static_cast<uint32_t>(image_->size())),
                   kStoreFile);
             message += "; there is no backup, and the store is as it was";
-        } else if (Directory(".").read(kStoreFile) != image_) {
+        } else if (directory_.read(kStoreFile) != image_) {
             writeOutput(kRefusedFile, *image_, Access::kOwnerOnly);
             message += std::string("; the library put the backup in place, so try again; ") +
                        "what it refused is " + kRefusedFile;

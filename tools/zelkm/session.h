@@ -9,10 +9,12 @@
 #include <soft_keymaster/soft_keymaster.h>
 #include <zelkeymaster_operation.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "directory.h"
 #include "directory_lock.h"
 #include "session_options.h"
 
@@ -49,7 +51,8 @@ class Session {
     };
 
     // Locks the directory as long as the session lives, and makes it the process's working
-    // directory, where the library keeps its files. Throws Refused when that fails.
+    // directory, where the library keeps its files. Throws Refused when that fails, and when the
+    // library, which opens files by name, could be led out of the directory by others.
     // With kStore also when the store's key needs an upgrade that the options do not allow, or when
     // the library would make the state of the store worse.
     Session(const SessionOptions& options, Use use);
@@ -58,15 +61,26 @@ class Session {
 
     const SessionOptions& options() const { return options_; }
 
-    // Whether there is a store file.
-    bool hasStore() const { return image_.has_value(); }
+    // The store file's content; nothing when there is none.
+    const std::optional<std::string>& image() const { return image_; }
+
+    // The number of objects in the store. Loads them.
+    size_t numObjects();
 
     // The object. The first call makes it, with the keymaster of the process's only session. It is
     // not made earlier: without a store file it leaves an error file in the directory, which may be
     // no store at all.
+    // The object starts with an empty store, or with a new key, when it cannot read a file. So the
+    // key and the store are read by the session, and given to the object. Throws Refused when it
+    // does not take them.
     ZelKeymasterOperation& operation();
 
     android::hardware::keymaster::V4_0::support::Keymaster& keymaster() { return keymaster_; }
+
+    // Makes a change of the store, after which it must have that many objects. `make` returns the
+    // library's result. Throws Refused, too, when the store is another one before the change than
+    // the session has read, or after it than was meant.
+    void change(const std::string& what, size_t num_objects, const std::function<int()>& make);
 
     // Throws Refused unless the result of a store operation is 0. When the library could not
     // decrypt the store, it has replaced the file by its backup: the refused file is kept as
@@ -74,14 +88,25 @@ class Session {
     void checkStoreResult(int result, const std::string& what);
 
   private:
+    bool isThere(const std::string& name) const { return directory_.look(name).has_value(); }
+    void readStore();
+    void refuseInterruptedReplacement() const;
+    void refuseEmptyStore() const;
+    void refuseForeignStore() const;
     void refuseUpgrade();
+    void giveKey(ZelKeymasterOperation* operation);
+    void giveStore(ZelKeymasterOperation* operation);
 
     const SessionOptions options_;
+    const Directory directory_;
     const DirectoryLock lock_;
     soft_keymaster::SoftKeymaster keymaster_;
     const bool uses_store_;
     bool had_root_key_;
-    std::optional<std::string> image_;  // the store file's content at the start
+    std::optional<std::string> key_;  // the content of the files, when they were read last
+    std::optional<std::string> image_;
+    std::optional<struct stat> image_status_;
+    size_t num_objects_ = 0;
 };
 
 }  // namespace zelkm_tool

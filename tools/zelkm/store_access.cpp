@@ -55,9 +55,10 @@ SODOperationParam paramWith(const std::vector<Condition>& conditions) {
 
 std::vector<Row> select(Session& session, const std::vector<Condition>& conditions,
                         const std::vector<std::string>& columns) {
-    if (!session.hasStore()) {
+    if (!session.image()) {
         return {};
     }
+    const size_t num_objects = session.numObjects();
     SODOperationParam param = paramWith(conditions);
     for (std::string column : columns) {
         param.addOutputFormat(column);
@@ -75,6 +76,11 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
         throw Refused(
             "a stored value holds the byte 0x1e, so that values cannot be told apart; "
             "see the rows with: zelkm query 'SELECT (ALIAS)'");
+    }
+    // The library returns an empty text without memory for it. Otherwise a NUL ends the text.
+    if (lines.empty() || lines.back() != std::string(1, '\0') ||
+        (conditions.empty() && rows->size() != num_objects)) {
+        throw Refused("reading the store: not all objects were read");
     }
     return *std::move(rows);
 }
@@ -130,8 +136,13 @@ void storeObjects(Session& session, const std::vector<Row>& objects, const std::
                                        static_cast<unsigned>(others.size()), &image, &len, &handle),
                              what);
     MallocBytes owner(image);
-    session.checkStoreResult(operation.update_db_file(image, len), what);
-    static_cast<void>(owner.release());  // the object's now
+    session.change(what, objects.size(), [&] {
+        const int result = operation.update_db_file(image, len);
+        if (result == ZELKM_OK) {
+            static_cast<void>(owner.release());  // the object's now
+        }
+        return result;
+    });
 }
 
 void checkStoreLen(const SessionOptions& options, uint64_t len) {

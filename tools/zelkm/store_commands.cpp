@@ -56,7 +56,7 @@ void addObject(const SessionOptions& session_options, const AddOptions& options)
     }
     objects.push_back(object);
     checkStoreLen(session_options, plainStore(objects).size());
-    session.checkStoreResult(insert(session, object), "adding the object");
+    session.change("adding the object", objects.size(), [&] { return insert(session, object); });
     confirm(session_options, "added " + escape(nameOf(object)));
 }
 
@@ -84,20 +84,16 @@ void removeObjects(const SessionOptions& session_options, const RemoveOptions& o
     }
     if (!reached.empty()) {
         SODOperationParam param = paramWith(conditions);
-        session.checkStoreResult(session.operation().SodDelete(param), "removing");
+        session.change("removing", session.numObjects() - reached.size(),
+                       [&] { return session.operation().SodDelete(param); });
     }
     confirm(session_options, "removed " + numObjects(reached.size()));
 }
 
 void listAliases(const SessionOptions& session_options) {
     std::vector<std::string> names;
-    {
-        Session session(session_options, Session::Use::kStore);
-        if (session.hasStore()) {
-            SODOperationParam param;
-            session.checkStoreResult(session.operation().SodRetreiveAlias(param, names),
-                                     "reading the store");
-        }
+    for (const Row& row : selectTable(session_options, {}, {"CREATOR", "ALIAS"}).rows) {
+        names.push_back(row[0] + kBetween + row[1]);
     }
     bool ambiguous = false;
     for (const std::string& name : names) {
