@@ -109,12 +109,19 @@ std::string markdownTables() {
     text +=
         "### Result codes\n\n| code | name | meaning | cause in this library | what to do |\n"
         "| --- | --- | --- | --- | --- |\n";
+    std::string others =
+        "\nNo call of the library is known to lead to these codes. Ask whoever makes the "
+        "keymaster.\n\n| code | name | meaning |\n| --- | --- | --- |\n";
     for (const ResultCode& result : resultCodes()) {
-        text += "| " + std::to_string(result.code) + " | `" + result.name + "` | " +
-                cell(result.meaning) + " | " + cell(causeOf(result)) + " | " +
-                cell(adviceOf(result)) + " |\n";
+        const std::string start = "| " + std::to_string(result.code) + " | `" + result.name +
+                                  "` | " + cell(result.meaning) + " |";
+        if (*result.cause != '\0') {
+            text += start + ' ' + cell(result.cause) + " | " + cell(result.advice) + " |\n";
+        } else {
+            others += start + '\n';
+        }
     }
-    return text;
+    return text + others;
 }
 
 }  // namespace zelkm_tool

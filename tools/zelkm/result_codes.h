@@ -13,8 +13,10 @@ struct ResultCode {
     int code;
     const char* name;
     const char* meaning;  // a few words
-    const char* cause;    // in this library; empty when none of its calls leads to it
-    const char* advice;   // empty when only the keymaster's makers can tell
+    // In this library. Both are empty when no call of it leads to the code: then only the
+    // keymaster's makers can tell.
+    const char* cause = "";
+    const char* advice = "";
 };
 
 // All codes: 0 first, then downwards.
