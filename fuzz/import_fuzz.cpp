@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Rows writable;
     std::copy_if(rows.begin(), rows.end(), std::back_inserter(writable), [](const auto& row) {
         return std::none_of(row.begin(), row.end(), [](const std::string& value) {
-            return zelkm_tool::whyNotWritable(value).has_value();
+            return zelkm_tool::bytesProblem(value).has_value();
         });
     });
     const std::string store = zelkm_tool::plainStore(writable);
