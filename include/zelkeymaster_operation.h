@@ -42,10 +42,11 @@
 // process: the destructor frees the cached store image, but not the key blob.
 class ZELKM_EXPORT ZelKeymasterOperation {
   public:
-    // Borrows `km` for the object's lifetime. Null means that there is no keymaster. Sets the error
-    // file up: each construction after the first makes every line appear once more. With
-    // `enableSecureDb`, reads the store file into the cache. A missing or unreadable file leaves
-    // the cache empty, without an error. The database key is not touched before the first query.
+    // Borrows `km` for the object's lifetime: when the keymaster behind it dies, end the process
+    // (docs/keymaster.md). Null means that there is no keymaster. Sets the error file up: each
+    // construction after the first makes every line appear once more. With `enableSecureDb`, reads
+    // the store file into the cache. A missing or unreadable file leaves the cache empty, without
+    // an error. The database key is not touched before the first query.
     ZelKeymasterOperation(android::hardware::keymaster::V4_0::support::Keymaster* km,
                           bool enableSecureDb);
     virtual ~ZelKeymasterOperation();

@@ -8,7 +8,6 @@
 #include <openssl/sha.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -24,11 +23,11 @@ constexpr char kKeyDigest[] = "edbk_digest";
 
 // The header of a store: docs/store-format.md.
 constexpr size_t kFlagsOffset = 12;
+constexpr size_t kTagOffset = 16;
+constexpr size_t kTagSize = 16;
 constexpr size_t kRowCountOffset = 44;
 constexpr size_t kPayloadLenOffset = 48;
 constexpr size_t kHeaderSize = 52;
-constexpr size_t kSeparatorsOfRow = 6;
-constexpr char kSeparator = '\x1e';
 
 // A larger store takes no more. This is half of what the transport to the keymaster takes, so that
 // two calls fit: docs/keymaster.md.
@@ -101,17 +100,11 @@ bool isWholeStore(const std::string& store) {
 }
 
 // Whether the payload is plaintext, although it is marked as encrypted. This is what the library
-// writes when the keymaster's answer to `update` or `finish` is lost; its result is then 0.
+// writes when the keymaster's answer to `update` or `finish` is lost; its result is then 0. The tag
+// then never came.
 bool isPlaintext(const std::string& store) {
-    static const std::string kEndOfRow{kSeparator, '\n', '\0'};
-    if (!isWholeStore(store) || (integerAt(store, kFlagsOffset) & 1) == 0) {
-        return false;
-    }
-    const std::string payload = store.substr(kHeaderSize);
-    const auto separators = std::count(payload.begin(), payload.end(), kSeparator);
-    return payload.size() >= kEndOfRow.size() &&
-           payload.compare(payload.size() - kEndOfRow.size(), std::string::npos, kEndOfRow) == 0 &&
-           static_cast<size_t>(separators) == kSeparatorsOfRow * integerAt(store, kRowCountOffset);
+    return isWholeStore(store) && (integerAt(store, kFlagsOffset) & 1) != 0 &&
+           store.compare(kTagOffset, kTagSize, std::string(kTagSize, '\0')) == 0;
 }
 
 // Finishes a replacement that a power cut has interrupted between its two renames. The new version
