@@ -132,7 +132,7 @@ typedef struct db_table {
 //   mode 0, decrypt: reads cipher, iv and tag, writes plain, a separate buffer.
 //
 // aad is SDB_AAD_LEN bytes, which must be authenticated with the payload. No buffer may be kept
-// after the return. Answers 0, or any other value to make the engine's call fail with that value.
+// after the return. Returns 0, or any other value to make the engine's call fail with that value.
 // The engine then wipes its copy of the payload. The callback chooses the nonce, which must never
 // repeat under one key.
 typedef int (*sdb_encrypt_fp)(void* ctx, unsigned int mode, unsigned char* plain,
@@ -141,7 +141,7 @@ typedef int (*sdb_encrypt_fp)(void* ctx, unsigned int mode, unsigned char* plain
 
 // Runs one parsed command on the loaded table. `columns` and `values` are the command's lists,
 // `where` its conditions. `out` must hold {NULL, 0}, and receives the new store blob, or for a
-// select its text. Answers 0 or a negative code; see sdb_query().
+// select its text. Returns 0 or a negative code; see sdb_query().
 typedef int (*db_command_handler_t)(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
                                     db_parsed_where_set_t* where, db_bytes_t* out);
 
@@ -169,7 +169,7 @@ SDB_EXPORT extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
 //                  if the command then fails to parse. Any other value must be the one that the
 //                  engine handed out last.
 //
-// Answers:
+// Returns:
 //      0   done
 //    -38   command or handle is null, or len is 0
 //    -41   out of memory
@@ -180,9 +180,9 @@ SDB_EXPORT extern db_column_schema_t column_schema[SDB_NUM_COLUMNS];
 //   -914   *handle is stale: set it to 0 and call again with the stored blob
 //   -915   the blob's payload length is larger than the blob
 //   -917   DELETE matched no row
-//   other  what the encryption callback answered
+//   other  what the encryption callback returned
 //
-// When the new blob cannot be made (-41 or the callback's answer), the table is dropped and every
+// When the new blob cannot be made (-41 or the callback's result), the table is dropped and every
 // handle is stale, so that the next query loads what is really stored.
 SDB_NODISCARD SDB_EXPORT int sdb_query(const char* command, unsigned int len,
                                        const unsigned char* blob, unsigned int blob_len,
@@ -193,7 +193,7 @@ SDB_NODISCARD SDB_EXPORT int sdb_query(const char* command, unsigned int len,
 // replaces them. A null fp turns encryption off: blobs are then written and read as plaintext.
 SDB_EXPORT void sdb_register_db_encrypt_fp(void* ctx, sdb_encrypt_fp fp);
 
-// Compares a stored value with a queried one. Answers 1 when they match, else 0.
+// Compares a stored value with a queried one. Returns 1 when they match, else 0.
 //
 // An empty or null subject matches nothing. The subject "*" matches everything. With use_pattern 0
 // the bytes must be equal. Otherwise the first value is a pattern, which may hold

@@ -18,7 +18,7 @@
 //    objects, those on all SODOperationParam and those to the engine. Only validateAttestChain()
 //    may run at the same time, but not beside a constructor. Keymaster calls are made on the
 //    caller's thread, and answered before the call returns.
-//  - No exception leaves the object's methods: without memory they answer -41. SODOperationParam
+//  - No exception leaves the object's methods: without memory they return -41. SODOperationParam
 //    and getTokensFromString() throw std::bad_alloc.
 
 #pragma once
@@ -61,7 +61,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // ---- Secure objects -------------------------------------------------------------------------
     // Each function builds one command from `p` and runs it. It passes on the codes of sdb_query(),
     // queryInternal() and update_file(). With -41 the store and the list to append to are as
-    // before. A select without memory for its text answers 0 all the same; SodSelect() then appends
+    // before. A select without memory for its text returns 0 all the same; SodSelect() then appends
     // one empty string, and the others nothing.
 
     // Stores one object: the write lists of `p`. Aliases need not be unique. After a failed file
@@ -117,7 +117,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   -41   out of memory
     //   -1000 no keymaster, no answer to `begin`, or not all input consumed
     // A transport failure is logged, and does not change the result. The result is then what the
-    // keymaster answered last, usually 0, and the output is not filled.
+    // keymaster returned last, usually 0, and the output is not filled.
     [[nodiscard]] int DBEncrypt(unsigned int mode, unsigned char* plain, unsigned char* cipher,
                                 unsigned int len, unsigned char* iv, unsigned char* tag,
                                 unsigned char* aad, unsigned int aadLen);
@@ -131,7 +131,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     [[nodiscard]] int init_db_key(int regenerate);
 
     // Generates an AES-256-GCM key, writes "edbk" and "edbk_digest", and caches the blob. When the
-    // keymaster answers an empty blob, the result is 0 and nothing is done. -32: no keymaster. -41:
+    // keymaster returns an empty blob, the result is 0 and nothing is done. -32: no keymaster. -41:
     // out of memory.
     [[nodiscard]] int generate_db_key();
 
@@ -142,8 +142,8 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // Checks a blob (malloc) with the keymaster, and caches it.
     //   0      cached; the object owns `blob`
     //   -62    the keymaster upgraded it: the new blob is cached and written, and `blob` stays the
-    //          caller's. When upgradeKey itself answers -62, nothing is cached or written, and
-    //          init_db_key() answers 0 without a key
+    //          caller's. When upgradeKey itself returns -62, nothing is cached or written, and
+    //          init_db_key() returns 0 without a key
     //   -32    `blob` is null, `len` is 0 or there is no keymaster; `blob` stays the caller's
     //   -41    no memory for the upgraded blob; `blob` stays the caller's
     //   -1000  transport failure, or an empty upgraded blob; `blob` stays the caller's
@@ -153,7 +153,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     [[nodiscard]] int setLoadedDBKey(uint8_t* blob, uint32_t len);
 
     // Repairs after the keymaster refused the key. Replaces a cached blob that differs from "edbk".
-    // Generates a new key when the digest file shows that the blob is damaged. Answers 0 whatever
+    // Generates a new key when the digest file shows that the blob is damaged. Returns 0 whatever
     // it did. -41: a key file could not be loaded.
     [[nodiscard]] int restoreKeyBlob();
 
@@ -174,7 +174,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   -2    any other type
     //   -40   the tag (16 bytes) or the converted material is missing from the answer
     //   -41   out of memory
-    // A keymaster without these purposes answers with an error code of its own.
+    // A keymaster without these purposes returns an error code of its own.
     [[nodiscard]] int encryptWithPasswordHWKey(const android::hardware::hidl_vec<uint8_t>& in1,
                                                const android::hardware::hidl_vec<uint8_t>& in2,
                                                const android::hardware::hidl_vec<uint8_t>& material,
@@ -200,7 +200,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     // Asks the keymaster for a certificate signing request for the key in `keyBlob`, through its
     // attestation call. The request is usually PKCS #10 (RFC 2986), and is passed on unread. Adds
     // TAG_GENERATE_CSR to a copy of `params`, unless that tag is there with any value. `csr` is
-    // replaced only when the keymaster answers OK with exactly one blob. When it answers OK with
+    // replaced only when the keymaster returns OK with exactly one blob. When it returns OK with
     // another number, the result is 0 and `csr` is as before.
     //   -32   no keymaster
     //   -41   out of memory

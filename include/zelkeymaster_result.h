@@ -3,7 +3,7 @@
 
 // Result codes of the library, usable from C and C++.
 //
-// Every function that can fail answers a signed 32-bit code: 0 for success, otherwise a negative
+// Every function that can fail returns a signed 32-bit code: 0 for success, otherwise a negative
 // number. The codes are those of keymaster 4.0 (`ErrorCode` in C++, `keymaster_error_t` in C), and
 // the library's own from -910 to -918. A keymaster error code that is not listed here is passed on
 // unchanged.

@@ -14,8 +14,8 @@
 // The two directions of encryptWithPasswordHWKey(). The enumeration has a fixed underlying type, so
 // that any other number from a caller can be refused.
 enum PW_ENCRYPT_TYPE : int32_t {
-    PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY = 0,  // takes a key and its tag, answers the encrypted key
-    PW_ENCRYPT_TYPE_TO_KEY = 1,            // takes an encrypted key, answers the key and its tag
+    PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY = 0,  // takes a key and its tag, returns the encrypted key
+    PW_ENCRYPT_TYPE_TO_KEY = 1,            // takes an encrypted key, returns the key and its tag
 };
 
 // Purposes of `begin` for the two directions.
@@ -43,7 +43,7 @@ inline constexpr auto PWHW_TAG_ROT =
     static_cast<android::hardware::keymaster::V4_0::Tag>(0x9000090E);  // 16 bytes
 
 // A boolean that turns an attestation into a certificate signing request. A keymaster that does not
-// know it attests as always. generateCSR() then answers -63 when the parameters hold no challenge,
+// know it attests as always. generateCSR() then returns -63 when the parameters hold no challenge,
 // and otherwise 0 with the request left as it was.
 inline constexpr auto TAG_GENERATE_CSR =
     static_cast<android::hardware::keymaster::V4_0::Tag>(0x70000899);

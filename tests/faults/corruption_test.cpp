@@ -20,7 +20,7 @@ const std::string kInvalidKey = test::refusal(ZELKM_INVALID_KEY_BLOB);
 
 class Corruption : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
   protected:
-    // What a query answers when `name` has this content.
+    // What a query returns when `name` has this content.
     std::string readWith(const char* name, const Bytes& content) {
         startAfresh();
         test::writeFile(name, content);

@@ -26,7 +26,7 @@ using soft_keymaster::SoftKeymaster;
 struct NamedFault {
     std::string name;
     Fault fault;
-    int error;  // the answered error code; 0 for the other kinds
+    int error;  // the error code that is returned; 0 for the other kinds
 };
 
 constexpr char kLostBefore[] = "lost before the callback";

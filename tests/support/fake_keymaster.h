@@ -107,7 +107,7 @@ inline std::string described(const hidl_vec<KeyParameter>& params) {
     return "[" + result + "]";
 }
 
-// The software keymaster answers the calls that the library does not make.
+// The software keymaster handles the calls that the library does not make.
 class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     using Blob = hidl_vec<uint8_t>;
     using Params = hidl_vec<KeyParameter>;

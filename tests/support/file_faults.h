@@ -93,7 +93,7 @@ class FileFaults {
     FileFaults(const FileFaults&) = delete;
     FileFaults& operator=(const FileFaults&) = delete;
 
-    // Calls whose text is `call` are not made: they answer `result` and set errno, unless `error`
+    // Calls whose text is `call` are not made: they return `result` and set errno, unless `error`
     // is 0.
     void answer(const std::string& call, long result, int error) {
         answers_[call] = {result, error};

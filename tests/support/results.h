@@ -18,7 +18,7 @@ namespace test {
 
 // The code's number and name, e.g. "-40 INVALID_TAG". A code without a name is its number.
 inline std::string named(int code) {
-    // Codes that no keymaster answers.
+    // Codes that no keymaster returns.
     static const std::map<int, const char*> own = {
         {ZELKM_OK, " OK"},
         {ZELKM_UNKNOWN_COLUMN, " UNKNOWN_COLUMN"},

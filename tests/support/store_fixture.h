@@ -25,7 +25,7 @@ inline Code insertAlias(ZelKeymasterOperation& object, std::string alias) {
     return object.SodInsert(p.setAlias(alias).setCreator(creator));
 }
 
-// What readAliases() answers about a store that is refused.
+// What readAliases() returns about a store that is refused.
 inline std::string refusal(int code) {
     return "refused with " + named(code);
 }

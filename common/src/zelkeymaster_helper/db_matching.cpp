@@ -31,7 +31,7 @@ class Cursor {
         return true;
     }
 
-    // Moves behind the next `byte`. When there is none, it does not move, and answers false.
+    // Moves behind the next `byte`. When there is none, it does not move, and returns false.
     bool skipPast(uint8_t byte) {
         const void* found =
             atEnd() ? nullptr : std::memchr(at_, byte, static_cast<size_t>(end_ - at_));
@@ -115,7 +115,7 @@ bool matchItem(const uint8_t* item, uint32_t len, const Subject& subject, bool u
     return len != 0 && matchPattern({item, len}, subject);
 }
 
-// Calls action(item, its length) for each item, until one answers true.
+// Calls action(item, its length) for each item, until one returns true.
 template <typename Action>
 bool anyItem(const uint8_t* list, uint32_t len, Action action) {
     const uint8_t* const end = list + len;

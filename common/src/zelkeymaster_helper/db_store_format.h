@@ -66,7 +66,7 @@ class PayloadReader {
         return copied;
     }
 
-    // False when another byte than the line feed that ends a row comes next. Answers the byte; 0 at
+    // False when another byte than the line feed that ends a row comes next. Returns the byte; 0 at
     // the end of the payload.
     [[nodiscard]] bool takeRowEnd(uint8_t* found) {
         *found = at_ != end_ ? *at_++ : uint8_t{0};

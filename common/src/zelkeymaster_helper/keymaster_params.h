@@ -4,7 +4,7 @@
 // Parameter lists of the keymaster calls, and their conversion from the keymaster's C form to HIDL.
 //
 // A view is a hidl_vec that borrows its bytes; they must outlive the call. Views are used where the
-// keymaster only reads. A function that allocates answers an empty vector, or false, when out of
+// keymaster only reads. A function that allocates returns an empty vector, or false, when out of
 // memory.
 
 #pragma once

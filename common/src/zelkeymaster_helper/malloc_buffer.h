@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Owners of buffers from malloc(). Allocating functions answer null when out of memory.
+// Owners of buffers from malloc(). Allocating functions return null when out of memory.
 
 #pragma once
 

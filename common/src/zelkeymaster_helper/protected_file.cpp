@@ -14,7 +14,7 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0600;
 
-// Whether a call transferred all of `len` bytes. `count` is its answer. errno was 0 before the
+// Whether a call transferred all of `len` bytes. `count` is its result. errno was 0 before the
 // call, because a count that falls short need not set it.
 bool isWhole(ssize_t count, uint32_t len, int* error) {
     *error = errno;

@@ -20,7 +20,7 @@
 // Nobody notices when an old file is put back in place.
 //
 // update_file() makes these steps in this order. It logs their failures, as load_data() and
-// restoreBackupDB() do. Nothing is logged here: an operation answers false when its call failed,
+// restoreBackupDB() do. Nothing is logged here: an operation returns false when its call failed,
 // with the error number in *error.
 
 #pragma once

@@ -291,12 +291,12 @@ void recoverImage(uint8_t** image, uint32_t* image_len) {
     *image_len = stored_len;
 }
 
-// The calls of one AES-GCM operation. Each answers false when its transport failed, or when it
-// could not go on. DBEncrypt() then answers the operation's error: after a transport failure this
+// The calls of one AES-GCM operation. Each returns false when its transport failed, or when it
+// could not go on. DBEncrypt() then returns the operation's error: after a transport failure this
 // is the keymaster's last answer, usually 0. Callers rely on that. Callbacks capture only one
 // reference, because std::function would allocate memory for more.
 
-// False when the transport failed. The caller handles an error that the keymaster answers.
+// False when the transport failed. The caller handles an error that the keymaster returns.
 bool beginOperation(Keymaster* keymaster, const HidlBytes& key, const HidlParams& params,
                     GcmOperation* operation) {
     const Return<void> begun = keymaster->begin(
@@ -338,7 +338,7 @@ bool feedOperation(Keymaster* keymaster, HidlParams params, GcmOperation* operat
     return true;
 }
 
-// False when the transport failed. The caller handles an error that the keymaster answers.
+// False when the transport failed. The caller handles an error that the keymaster returns.
 bool finishOperation(Keymaster* keymaster, GcmOperation* operation) {
     const HidlBytes none;
     const Return<void> finished = keymaster->finish(
@@ -395,7 +395,7 @@ X509Ptr parseCertificate(const hidl_vec<uint8_t>& der) {
     return X509Ptr(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
 }
 
-// Adds the certificates from element `first` on to `untrusted`, which owns them. Answers the last
+// Adds the certificates from element `first` on to `untrusted`, which owns them. Returns the last
 // one; null when one cannot be added.
 X509* parseIssuers(const hidl_vec<hidl_vec<uint8_t>>& chain, size_t first,
                    STACK_OF(X509) * untrusted) {

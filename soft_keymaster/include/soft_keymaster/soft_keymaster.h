@@ -7,7 +7,7 @@
 //
 // What it does: AES-GCM keys and their operations, EC and RSA-2048 keys with attestation chains and
 // certificate requests, and the password conversion (vendor purposes 101 and 102). The rest of the
-// interface answers UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
+// interface returns UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
 //
 // Key blobs hold the key and its characteristics, sealed under the root key. Whoever uses the same
 // root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the same
@@ -39,7 +39,7 @@ class SoftKeymaster : public Keymaster {
     struct Options {
         // The file of the root key, 32 random bytes. It is made with mode 0600 when it is first
         // needed. The attestation root lies beside it, under the same name with ".attest" at the
-        // end. When a file cannot be read or made, every call that needs it answers
+        // end. When a file cannot be read or made, every call that needs it returns
         // KEYMASTER_NOT_CONFIGURED. The next call tries again.
         std::string root_key_path;
         // The device's patch level, YYYYMM. A key carries the level at which it was made. An older
@@ -48,7 +48,7 @@ class SoftKeymaster : public Keymaster {
         uint32_t patch_level = 202601;
         // The most bytes of input that one `update` consumes; 0 is no limit.
         size_t max_update_bytes = 0;
-        // The most operations that may be open at once; `begin` then answers TOO_MANY_OPERATIONS.
+        // The most operations that may be open at once; `begin` then returns TOO_MANY_OPERATIONS.
         // An operation ends with `finish`, `abort` or any error.
         size_t max_operations = 16;
     };
@@ -71,7 +71,7 @@ class SoftKeymaster : public Keymaster {
                                        const hidl_vec<uint8_t>& client_id,
                                        const hidl_vec<uint8_t>& app_data,
                                        getKeyCharacteristics_cb cb) override;
-    // Answers OK with an empty blob when the key is at the device's patch level already.
+    // Returns OK with an empty blob when the key is at the device's patch level already.
     Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
                             const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
@@ -94,7 +94,7 @@ class SoftKeymaster : public Keymaster {
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
 
-    // Exports nothing. Answers UNSUPPORTED_KEY_FORMAT for an AES key, and otherwise UNIMPLEMENTED.
+    // Exports nothing. Returns UNSUPPORTED_KEY_FORMAT for an AES key, and otherwise UNIMPLEMENTED.
     Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
                            const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
