@@ -38,6 +38,9 @@
 #include "zelkeymaster_result.h"
 #include "zelkeymaster_vendor_tags.h"
 
+// The library's file holds it, too: strings libzelkeymaster.so | grep '^libzelkeymaster '.
+#define ZELKEYMASTER_VERSION "1.0.0"
+
 // The object through which the key-store side uses the library. It is made to live as long as the
 // process: the destructor frees the cached store image, but not the key blob.
 class ZELKM_EXPORT ZelKeymasterOperation {

@@ -4,6 +4,8 @@
 // zelkm: the library at an engineer's desk. This file defines the options of all commands; the
 // commands themselves are in the files *_command_line.cpp.
 
+#include <zelkeymaster_operation.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -124,7 +126,7 @@ int run(int argc, char** argv) {
 
     CLI::App app("Works on a store of secure objects, and on keys, with libzelkeymaster.", "zelkm");
     app.get_formatter()->column_width(kHelpColumn);
-    app.set_version_flag("--version", "zelkm " ZELKM_VERSION);
+    app.set_version_flag("--version", "zelkm " ZELKEYMASTER_VERSION);
     app.footer(kFooter);
     app.require_subcommand(0, 1);  // a missing one is reported below
     app.fallthrough();

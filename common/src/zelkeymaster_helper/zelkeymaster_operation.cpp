@@ -55,6 +55,9 @@ using namespace zelkm;
 
 namespace {
 
+// For whoever has the library's file only; no code reads it.
+__attribute__((used)) const char kVersion[] = "libzelkeymaster " ZELKEYMASTER_VERSION;
+
 constexpr char kStoreFile[] = "secure_objects.db";
 constexpr char kKeyFile[] = "edbk";
 constexpr char kKeyDigestFile[] = "edbk_digest";
