@@ -17,7 +17,18 @@ install(DIRECTORY soft_keymaster/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR
 install(DIRECTORY keymaster_check/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelkeymaster/platform)
-install(DIRECTORY docs/ examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(CODE "
+    set(SOURCE [[${PROJECT_SOURCE_DIR}]])
+    set(SCRATCH [[${PROJECT_BINARY_DIR}/pages]])
+    set(DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
+    include([[${PROJECT_SOURCE_DIR}/cmake/InstallPages.cmake]])" COMPONENT documentation)
+# Whoever gives a package away gives the licence with it.
+foreach(package library:libzelkeymaster development:libzelkeymaster-dev documentation:zelkeymaster-doc
+        tools:zelkm)
+    string(REGEX MATCH "(.*):(.*)" package ${package})
+    install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CMAKE_MATCH_2}
+        RENAME copyright COMPONENT ${CMAKE_MATCH_1})
+endforeach()
 if(ZELKM_TOOL)
     install(TARGETS zelkm zelkeymaster_check COMPONENT tools)
     install(FILES ${zelkm_man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)

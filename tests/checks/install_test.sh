@@ -25,6 +25,13 @@ while read -r file; do
     [[ $release -eq 0 ]] || nm -D "$file" | grep -q '__stack_chk_fail'
 done < <(find "$prefix" -type f -perm -1 -name 'zelk*' -o -name libzelkeymaster.so)
 
+"$here/links_test.py" "$prefix/share/doc/zelkeymaster"
+
+# One version everywhere.
+version=$(sed -n 's/^#define ZELKEYMASTER_VERSION "\(.*\)"$/\1/p' "$prefix/include/zelkeymaster_operation.h")
+test "$(grep -ao 'libzelkeymaster [0-9.]*' "$(find "$prefix" -name libzelkeymaster.so)" | sort -u)" = "libzelkeymaster $version"
+grep -m 1 '^## ' "$here/../../CHANGELOG.md" | grep -q "^## $version (20..-..-..)"
+
 # The examples, as they were installed, are a project outside, which knows the package only.
 examples=$(find "$prefix" -type d -name examples)
 cmake -S "$examples" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null

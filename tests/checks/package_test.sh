@@ -21,9 +21,9 @@ root=$scratch/root admin=$scratch/root/var/lib/dpkg
 cpack --config "$build/CPackConfig.cmake" -B "$scratch/made" >"$scratch/log" 2>&1 ||
     { cat "$scratch/log"; exit 1; }
 packages=("$scratch"/made/*.deb)
-test ${#packages[@]} -eq 3
+test ${#packages[@]} -eq 4
 names=$(for package in "${packages[@]}"; do dpkg-deb -f "$package" Package; done | sort | xargs)
-test "$names" = "libzelkeymaster libzelkeymaster-dev zelkm"
+test "$names" = "libzelkeymaster libzelkeymaster-dev zelkeymaster-doc zelkm"
 depends=$(dpkg-deb -f "$scratch"/made/zelkm_*.deb Depends)
 grep -q 'libzelkeymaster (=' <<<"$depends" && grep -q 'libc6 (>=' <<<"$depends"
 
@@ -42,6 +42,8 @@ else
     how="unpacked (installed only as root)"
 fi
 
+for name in $names; do test -s "$root/usr/share/doc/$name/copyright"; done
+
 mkdir "$scratch/store"
 export ZELKM_DIR=$scratch/store
 "$root/usr/bin/zelkm" --quiet add --alias payment --creator wallet
@@ -56,7 +58,8 @@ export PKG_CONFIG_PATH
 "$scratch/engine" 2>/dev/null
 
 if [[ $(id -u) -eq 0 ]]; then
-    in_root --purge zelkm libzelkeymaster-dev libzelkeymaster
+    # shellcheck disable=SC2086  # words are wanted
+    in_root --purge $names
     test -z "$(find "$root/usr" ! -type d 2>/dev/null)"
 fi
-echo "the three packages were $how, and what they hold works"
+echo "the packages were $how, and what they hold works"
