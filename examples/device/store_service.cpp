@@ -306,7 +306,7 @@ int StoreService::checkWritten(int status) {
         static_cast<void>(ZelKeymasterOperation::restoreBackupDB());
         return failed(ZELKM_UNKNOWN_ERROR,
                       "the keymaster's answer was lost, and objects were on the disk as plaintext; "
-                      "the backup is in place again");
+                      "the version before is in place again");
     }
     store_size_ = store.size();
     return ZELKM_OK;
