@@ -22,6 +22,11 @@ uint32_t hashOf(const uint8_t* data, uint32_t len) {
     return hash;
 }
 
+uint32_t aliasHash(const db_row& row) {
+    const db_column_value_t& alias = row.col[kAliasColumn];
+    return hashOf(alias.data, alias.len);
+}
+
 NumberRange accessorsOf(const db_row& row) {
     const db_column_value_t& accessors = row.col[kAccessorColumn];
     return rangeOfList(accessors.data, accessors.len);
@@ -116,18 +121,22 @@ uint8_t* ObjectTable::writeText(uint8_t* to) {
 }
 
 ObjectTable::Filter ObjectTable::makeFilter(const ConditionSet& conditions) {
-    Filter filter = {};
+    const Subject* alias = nullptr;
+    const Subject* accessor = nullptr;
     for (uint32_t i = 0; i < conditions.count; ++i) {
         const Condition& condition = conditions.conditions[i];
         if (condition.column == kAliasColumn && !condition.subject.any) {
-            filter.alias = &condition.subject;
+            alias = &condition.subject;
         } else if (condition.column == kAccessorColumn && condition.subject.isNumber()) {
-            filter.accessor = &condition.subject;
+            accessor = &condition.subject;
         }
     }
-    if ((filter.alias != nullptr || filter.accessor != nullptr) && makeIndex() &&
-        filter.alias == nullptr) {
+    Filter filter = {};
+    if (alias != nullptr && makeIndex()) {
+        filter.list = &listOf(hashOf(alias->data, alias->len));
+    } else if (accessor != nullptr && makeIndex()) {
         indexAccessors();
+        filter.accessor = accessor;
     }
     return filter;
 }
@@ -196,7 +205,7 @@ bool ObjectTable::makeIndex() {
     for (db_row* row = table_.head; made && row != nullptr; row = row->next) {
         made = addToIndex(row);
     }
-    if (!made || !relink()) {
+    if (!made || !link()) {
         dropDerived();
     }
     return index_.size() != 0;
@@ -208,7 +217,7 @@ bool ObjectTable::addToIndex(db_row* row) {
         return false;
     }
     const NumberRange accessors = has_accessors_ ? accessorsOf(*row) : NumberRange{};
-    index_.push({row, kNone, static_cast<uint32_t>(text_len), accessors});
+    index_.push({row, aliasHash(*row), static_cast<uint32_t>(text_len), accessors});
     return true;
 }
 
@@ -221,39 +230,42 @@ void ObjectTable::indexAccessors() {
     has_accessors_ = true;
 }
 
-// Leaves out the entries without a row, and links the others into lists that are short enough.
+// Leaves out the entries without a row.
 bool ObjectTable::relink() {
     size_t kept = 0;
     for (const Entry& entry : index_) {
         if (entry.row != nullptr) {
-            index_[kept++] = entry;
+            index_[kept] = entry;
+            index_[kept++].next = aliasHash(*entry.row);
         }
     }
     index_.resize(kept);
-    if (lists_.size() < kept || lists_.size() == 0) {
-        size_t lists = kFewestLists;
-        while (lists < kept) {
-            lists *= 2;
-        }
-        if (!lists_.reserve(lists - lists_.size())) {
-            return false;
-        }
-        lists_.resize(lists);
+    return link();
+}
+
+// Makes the lists of all entries, whose `next` is the hash.
+bool ObjectTable::link() {
+    size_t lists = kFewestLists;
+    while (lists < index_.size()) {
+        lists *= 2;
     }
+    if (lists > lists_.size() && !lists_.reserve(lists - lists_.size())) {
+        return false;
+    }
+    lists_.resize(lists);
     for (uint32_t& first : lists_) {
         first = kNone;
     }
-    for (uint32_t i = static_cast<uint32_t>(kept); i-- != 0;) {
-        const db_column_value_t& alias = index_[i].row->col[kAliasColumn];
-        uint32_t& first = listOf(alias.data, alias.len);
+    for (size_t i = index_.size(); i-- != 0;) {
+        uint32_t& first = listOf(index_[i].next);
         index_[i].next = first;
-        first = i;
+        first = static_cast<uint32_t>(i);
     }
     return true;
 }
 
-uint32_t& ObjectTable::listOf(const uint8_t* alias, uint32_t len) const {
-    return lists_[hashOf(alias, len) & (lists_.size() - 1)];
+uint32_t& ObjectTable::listOf(uint32_t hash) const {
+    return lists_[hash & (lists_.size() - 1)];
 }
 
 bool ObjectTable::makeText() {
@@ -282,12 +294,13 @@ bool ObjectTable::follow(db_row* row) {
     if (index_.size() > 2 * lists_.size()) {
         return relink();
     }
-    const db_column_value_t& alias = row->col[kAliasColumn];
-    uint32_t* link = &listOf(alias.data, alias.len);
-    while (*link != kNone) {
-        link = &index_[*link].next;
+    Entry& last = index_[index_.size() - 1];
+    uint32_t* place = &listOf(last.next);
+    while (*place != kNone) {
+        place = &index_[*place].next;
     }
-    *link = static_cast<uint32_t>(index_.size() - 1);
+    *place = static_cast<uint32_t>(index_.size() - 1);
+    last.next = kNone;
     return true;
 }
 

@@ -80,15 +80,15 @@ class ObjectTable {
     // What the index knows of one row. When the row goes, its entry stays behind without it.
     struct Entry {
         db_row* row;
-        uint32_t next;      // the next entry in the same list, or kNone
+        uint32_t next;      // entry in the same list, or kNone; the hash until there are lists
         uint32_t text_len;  // the row's part of the text; 0 when that has gone as well
         NumberRange accessors;
     };
     static constexpr uint32_t kNone = UINT32_MAX;
 
-    // The values that alone can satisfy conditions, as far as the index finds them.
+    // What the index knows of the rows that alone can satisfy conditions; at most one of both.
     struct Filter {
-        const Subject* alias;
+        const uint32_t* list;
         const Subject* accessor;
     };
 
@@ -105,9 +105,8 @@ class ObjectTable {
                 action(entry);
             }
         };
-        if (filter.alias != nullptr) {
-            const Subject& alias = *filter.alias;
-            for (uint32_t i = listOf(alias.data, alias.len); i != kNone; i = index_[i].next) {
+        if (filter.list != nullptr) {
+            for (uint32_t i = *filter.list; i != kNone; i = index_[i].next) {
                 offer(index_[i]);
             }
         } else if (filter.accessor != nullptr) {
@@ -132,7 +131,8 @@ class ObjectTable {
     bool addToIndex(db_row* row);
     void indexAccessors();
     bool relink();
-    uint32_t& listOf(const uint8_t* alias, uint32_t len) const;
+    bool link();
+    uint32_t& listOf(uint32_t hash) const;
     bool makeText();
     bool follow(db_row* row);
     void dropDerived();
