@@ -28,19 +28,10 @@ constexpr char kPeerFile[] = "peer.db";
 
 // ---- SodInsert and SodDelete --------------------------------------------------------------------
 
-struct Change {
-    const char* name;
-    bool flush;
-    size_t max_update_bytes;
-};
-
-constexpr Change kChanges[] = {
-    {"unflushed", false, 0}, {"unflushed_4KiB", false, kSmallUpdate}, {"flushed", true, 0}};
-
-void makeChanges(State& state, const Change& change, bool removing) {
+void makeChanges(State& state, bool flush, bool removing) {
     const Sample sample = sampleOf(state);
-    ObjectStore store(sample, change.max_update_bytes);
-    setFlush(change.flush);
+    ObjectStore store(sample);
+    setFlush(flush);
     timeChanges(state, sample, store, removing);
 }
 
@@ -83,6 +74,14 @@ void selectAliasPeer(State& state) {
     timeProbes(
         state, sample, [](const Row& row) { return SqlcipherStore::selectText(row[0]); },
         [&](const std::string& statement, Texts* texts) { peer.select(statement.c_str(), texts); });
+}
+
+void selectAliasPrepared(State& state) {
+    const Sample sample = sampleOf(state);
+    SqlcipherStore peer = SqlcipherStore::create(kPeerFile, sample.rows);
+    timeProbes(
+        state, sample, [](const Row& row) { return row[0]; },
+        [&](const std::string& alias, Texts* texts) { peer.find(alias, texts); });
 }
 
 void selectAccessor(State& state) {
@@ -140,10 +139,10 @@ void walkFloor(State& state, Walk walk) {
 
 // ---- From the file to all rows ------------------------------------------------------------------
 
-void openAndRead(State& state, size_t max_update_bytes) {
+void openAndRead(State& state) {
     keepPages();
     const Sample sample = sampleOf(state);
-    ObjectStore store(sample, max_update_bytes);
+    ObjectStore store(sample);
     std::optional<ZelKeymasterOperation> object;
     Texts texts;
     SODOperationParam everything;
@@ -261,14 +260,13 @@ void addRetrieve(const char* subject, Retrieve call, Walk walk) {
 
 void addObjectBenchmarks() {
     for (const bool removing : {false, true}) {
-        for (const Change& each : kChanges) {
-            const std::string subject =
-                (removing ? "SodDelete." : "SodInsert.") + std::string(each.name);
+        for (const bool flush : {false, true}) {
+            const std::string subject = std::string(removing ? "SodDelete." : "SodInsert.") +
+                                        (flush ? "flushed" : "unflushed");
             add(subject, "ours", Timing::kEach,
-                [=](State& state) { makeChanges(state, each, removing); });
-            add(subject, "floor", Timing::kLoop,
-                [=](State& state) { changeFloor(state, each.flush); });
-            if (each.flush) {
+                [=](State& state) { makeChanges(state, flush, removing); });
+            add(subject, "floor", Timing::kLoop, [=](State& state) { changeFloor(state, flush); });
+            if (flush) {
                 add(subject, "sqlcipher", Timing::kEach,
                     [=](State& state) { changePeer(state, removing); });
             }
@@ -278,6 +276,7 @@ void addObjectBenchmarks() {
     add("SodSelect_alias", "ours", Timing::kLoop, selectAlias);
     add("SodSelect_alias", "floor", Timing::kLoop, selectAliasFloor);
     add("SodSelect_alias", "sqlcipher", Timing::kLoop, selectAliasPeer);
+    add("SodSelect_alias", "prepared", Timing::kLoop, selectAliasPrepared);
     add("SodSelect_accessor", "ours", Timing::kLoop, selectAccessor);
     add("SodSelect_accessor", "floor", Timing::kLoop, selectAccessorFloor);
     addWalk("SodSelect_all", selectAll, &RowList::allRows);
@@ -285,12 +284,9 @@ void addObjectBenchmarks() {
     addRetrieve("SodRetreiveAlias", &ZelKeymasterOperation::SodRetreiveAlias, &RowList::allNames);
     addRetrieve("SodRetreiveOther", &ZelKeymasterOperation::SodRetreiveOther, &RowList::allAliases);
 
-    for (const size_t limit : {size_t{0}, kSmallUpdate}) {
-        const std::string subject = limit != 0 ? "open_read_all_4KiB" : "open_read_all";
-        add(subject, "ours", Timing::kEach, [=](State& state) { openAndRead(state, limit); });
-        add(subject, "floor", Timing::kEach, openAndReadFloor);
-        add(subject, "sqlcipher", Timing::kEach, openAndReadPeer);
-    }
+    add("open_read_all", "ours", Timing::kEach, openAndRead);
+    add("open_read_all", "floor", Timing::kEach, openAndReadFloor);
+    add("open_read_all", "sqlcipher", Timing::kEach, openAndReadPeer);
     for (const bool decrypt : {false, true}) {
         const char* subject = decrypt ? "DBEncrypt.decrypt" : "DBEncrypt.encrypt";
         add(subject, "ours", Timing::kLoop, [=](State& state) { convert(state, decrypt, 0); });

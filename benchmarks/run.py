@@ -22,9 +22,10 @@ import time
 
 sys.dont_write_bytecode = True
 
-from report import HEAPS, LARGE, tables, write
+from report import HEAPS, tables, write
 
-MEMORY_SIZES = [1000, 10000, 100000]
+MEMORY_SIZES = [1000, 10000, 17000]  # the last store that the transport carries
+AGED_SIZES = [1000, 10000]  # a small table lies in one place on any heap
 
 # A figure counts as worse when it is so by more than TOLERANCE and by more than NOISES standard
 # errors, after at least SURE_ROUNDS; it is given up as undecided after LAST_ROUND.
@@ -43,6 +44,8 @@ def arguments():
     parser.add_argument("--only", default="", help="subjects that match this expression")
     parser.add_argument("--docs", type=pathlib.Path, metavar="FOLDER",
                         help="write the tables and pictures of a whole run here")
+    parser.add_argument("--again", action="store_true",
+                        help="do so with the figures of the last whole run, without measuring")
     options = parser.parse_args()
     options.rounds, options.min_time = (1, 0.002) if options.quick else (5, 0.05)  # seconds each
     options.sizes = [100, 1000] if options.quick else [10, 100, 1000, 10000]
@@ -80,12 +83,12 @@ class Bench:
         """One figure in microseconds."""
         name = self.names[subject, side, rows]
         min_time *= 4 if subject.endswith(".flushed") else 1  # a flush takes milliseconds
-        output = json.loads(self.call(
+        printed = json.loads(self.call(
             [self.program] + (["--aged-heap"] if heap == "aged" else []) +
             [f"--benchmark_filter=^{re.escape(name)}$", f"--benchmark_min_time={min_time}",
              "--benchmark_format=json"]))
-        self.context = output["context"]
-        (result,) = output["benchmarks"]
+        self.context = printed["context"]
+        (result,) = printed["benchmarks"]
         assert result["time_unit"] == "us", result
         return result["real_time"]
 
@@ -101,7 +104,18 @@ class Figures:
         self.memory = {}
         self.rounds = 0
         self.machine = ""
+        self.revision = ""
         self.busy = False
+
+    def save(self, file):
+        file.write_text(json.dumps({**vars(self), "times": list(self.times.items()),
+                                    "memory": list(self.memory.items())}))
+
+    def restore(self, file):
+        vars(self).update(json.loads(file.read_text()))
+        self.times = {tuple(key): times for key, times in self.times}
+        self.memory = dict(self.memory)
+        return self
 
     def subjects(self):
         return list(dict.fromkeys(key[0] for key in self.times))
@@ -135,24 +149,27 @@ def foreign_seconds():
             (own.user + own.system + own.children_user + own.children_system))
 
 
+def sizes_on(heap, options):
+    return [rows for rows in options.sizes if heap == "fresh" or rows in AGED_SIZES]
+
+
 def measure(options, bench):
     figures = Figures()
     figures.rounds = options.rounds
     start, foreign = time.monotonic(), foreign_seconds()
     subjects = bench.subjects(options.only)
     todo = [(subject, rows, heap) for heap in options.heaps for subject in subjects
-            for rows in options.sizes]
-    once = [] if options.quick else [(subject, LARGE, "fresh") for subject in subjects]
+            for rows in sizes_on(heap, options)]
     for turn in range(options.rounds):
-        this_turn = todo + (once if turn == 0 else [])
-        for done, (subject, rows, heap) in enumerate(this_turn):
-            progress(f"round {turn + 1} of {options.rounds}: {done} of {len(this_turn)}, {subject}")
+        for done, (subject, rows, heap) in enumerate(todo):
+            progress(f"round {turn + 1} of {options.rounds}: {done} of {len(todo)}, {subject}")
             for side in subjects[subject][::-1 if turn % 2 else 1]:  # no side is always the first
                 figures.times.setdefault((subject, side, rows, heap), []).append(
                     bench.time(subject, side, rows, heap, options.min_time))
     if not options.quick:
         figures.memory = {rows: bench.memory(rows) for rows in MEMORY_SIZES}
     figures.machine = machine_line(bench)
+    figures.revision = output("git", "describe", "--always", "--dirty", "--exclude=*")
     # The kernel's own threads, which write the files, take some of it.
     figures.busy = foreign_seconds() - foreign > 0.25 * (time.monotonic() - start)
     progress("")
@@ -164,10 +181,12 @@ def progress(text):
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
+def output(*command):
+    """The last word that a command prints."""
+    return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.split()[-1]
+
+
 def machine_line(bench):
-    def output(*command):
-        return subprocess.run(command, stdout=subprocess.PIPE, text=True,
-                              check=True).stdout.split()[-1]
     model = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
     context = bench.context
     return ", ".join([
@@ -205,10 +224,11 @@ def compare(options, bench, other):
     """The floors are the same on both sides, so the quotient of two ratios to them is that of the
     times. Returns whether nothing is worse."""
     quotients = {(*name, heap): [] for name in bench.names for heap in options.heaps
-                 if name[1].startswith("ours") and name[2] in options.sizes and name in other.names
+                 if name[1].startswith("ours") and name[2] in sizes_on(heap, options)
+                 and name in other.names
                  and re.search(options.only, name[0])}
     steps = ("load", "insert", "read_all")
-    memory = {("memory", step, rows, "fresh"): [] for step in steps for rows in MEMORY_SIZES[:2]
+    memory = {("memory", step, rows, "fresh"): [] for step in steps for rows in MEMORY_SIZES
               if re.search(options.only, "memory") and not options.quick}
     for rows in sorted({key[2] for key in memory}):
         uses = [build.memory(rows) for build in (bench, other)]
@@ -246,9 +266,12 @@ def main():
     bench = Bench(options.build)
     if options.compare:
         sys.exit(0 if compare(options, bench, Bench(options.compare)) else 1)
-    figures = measure(options, bench)
+    whole = options.docs and not options.quick and not options.only
+    recorded = options.build / "figures.json"
+    figures = Figures().restore(recorded) if options.again else measure(options, bench)
     print("\n".join(tables(figures)))
-    if options.docs and not options.quick and not options.only:
+    if whole:
+        figures.save(recorded)
         write(figures, options.docs / "figures.md")
         import charts  # needs the plotting library
         charts.draw(figures, options.docs / "pictures")

@@ -76,17 +76,28 @@ std::string SqlcipherStore::selectText(const std::string& alias) {
 }
 
 void SqlcipherStore::select(const char* sql, Texts* texts) {
-    const Statement statement = prepare(sql);
-    while (sqlite3_step(statement.get()) == SQLITE_ROW) {
+    run(prepare(sql).get(), texts);
+}
+
+void SqlcipherStore::find(const std::string& alias, Texts* texts) {
+    if (find_ == nullptr) {
+        find_ = prepare((kSelectAll + std::string(" WHERE alias = ?")).c_str());
+    }
+    bindText(find_.get(), 1, alias);
+    run(find_.get(), texts);
+}
+
+void SqlcipherStore::run(sqlite3_stmt* select, Texts* texts) {
+    while (sqlite3_step(select) == SQLITE_ROW) {
         std::string& text = texts->emplace_back();
         for (int i = 0; i < SDB_NUM_COLUMNS; ++i) {
-            const void* value = sqlite3_column_text(statement.get(), i);
+            const void* value = sqlite3_column_text(select, i);
             text.append(static_cast<const char*>(value),
-                        static_cast<size_t>(sqlite3_column_bytes(statement.get(), i)));
+                        static_cast<size_t>(sqlite3_column_bytes(select, i)));
             text += kFieldEnd;
         }
     }
-    check(sqlite3_reset(statement.get()) == SQLITE_OK, sqlite3_errmsg(database_.get()));
+    check(sqlite3_reset(select) == SQLITE_OK, sqlite3_errmsg(database_.get()));
 }
 
 size_t SqlcipherStore::count() {

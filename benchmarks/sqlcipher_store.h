@@ -42,6 +42,9 @@ class SqlcipherStore {
     // Prepares and runs a select; appends one string per row to `texts`, as SodSelect() does.
     void select(const char* sql, Texts* texts);
 
+    // The same by an alias, with a statement prepared once.
+    void find(const std::string& alias, Texts* texts);
+
     size_t count();
 
   private:
@@ -53,11 +56,13 @@ class SqlcipherStore {
 
     void execute(const char* sql);
     Statement prepare(const char* sql);
+    void run(sqlite3_stmt* select, Texts* texts);
 
     std::unique_ptr<sqlite3, Close> database_;
     const Row* row_ = nullptr;
     Statement insert_;
     Statement remove_;
+    Statement find_;
 };
 
 }  // namespace bench

@@ -65,7 +65,7 @@ void add(const std::string& subject, const char* side, Timing timing,
          std::function<void(State&)> run) {
     benchmark::internal::Benchmark* added =
         benchmark::RegisterBenchmark((subject + "/" + side).c_str(), std::move(run));
-    for (const int64_t rows : {10, 100, 1000, 10000, 100000}) {
+    for (const int64_t rows : {10, 100, 1000, 10000}) {
         added->Arg(rows);
     }
     added->Unit(benchmark::kMicrosecond);

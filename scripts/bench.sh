@@ -5,12 +5,14 @@
 # Builds the benchmarks, runs them and prints ratios, times and the machine. A whole run also
 # rewrites docs/figures.md and the pictures in docs/pictures.
 #
-#   scripts/bench.sh [--quick] [--only EXPRESSION]
-#   scripts/bench.sh --compare REV [--only EXPRESSION]
+#   scripts/bench.sh [--quick | --again] [--only EXPRESSION]
+#   scripts/bench.sh --compare [REV] [--only EXPRESSION]
 #
-#   --quick         a smoke run of less than a minute, whose figures mean nothing
-#   --compare REV   measure another revision, with its own benchmarks, beside this one; exit 1 and
-#                   say so if this one is worse anywhere by more than the run's own noise
+#   --quick           a smoke run of less than a minute, whose figures mean nothing
+#   --again           write the figures and pictures of the last whole run again
+#   --compare [REV]   measure another revision, with its own benchmarks, beside this one; exit 1 and
+#                     say so if this one is worse anywhere by more than the run's own noise. Without
+#                     REV it is the one whose figures docs/figures.md has.
 
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,7 +21,13 @@ arguments=()
 compared=
 while [[ $# -gt 0 ]]; do
     case $1 in
-        --compare) compared=${2:?--compare needs a revision}; shift ;;
+        --compare)
+            compared=$(sed -n 's/.* Revision \([0-9a-f]*\).*/\1/p' docs/figures.md)
+            if [[ -n ${2:-} && $2 != --* ]]; then
+                compared=$2
+                shift
+            fi
+            echo "bench: comparing with ${compared:?docs/figures.md names no revision}" >&2 ;;
         *) arguments+=("$1") ;;
     esac
     shift
@@ -29,7 +37,7 @@ build() {  # in the source tree $1
     (cd "$1" && cmake --preset bench && cmake --build --preset bench) >&2
 }
 
-scripts/setup.sh libbenchmark-dev libsqlcipher-dev python3-matplotlib
+scripts/setup.sh libbenchmark-dev libsqlcipher-dev python3-matplotlib scour
 
 build .
 if [[ -n $compared ]]; then
