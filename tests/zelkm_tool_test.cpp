@@ -320,7 +320,8 @@ TEST_F(ZelkmTool, MakesRequestsAndChains) {
               std::string::npos);
     done({"verify-chain", "all.pem"});
     done({"verify-chain", "all.der"});
-    done({"verify-chain", "-"}, together);
+    EXPECT_EQ(done({"verify-chain", "--json", "-"}, together).rfind("{\n  \"valid\": true,", 0),
+              0u);
 
     std::filesystem::create_directory("other");
     done({"attest", "--out-dir", "other", "--dir=other"});
@@ -328,6 +329,7 @@ TEST_F(ZelkmTool, MakesRequestsAndChains) {
     write("damaged.pem", together.substr(0, together.size() - 60));
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{pem[0], pem[2]}, "2 certificates"},
+        {{"--json", pem[0], pem[2]}, "2 certificates"},
         {{pem[0], pem[2], pem[2]}, "certificate 1 (pem/cert-1.pem, subject"},
         {{pem[0], pem[1], "other/cert-3.pem"}, "certificate 2 (pem/cert-2.pem, subject"},
         {{pem[0], pem[1], "garbage"}, "certificate 3 (garbage): no DER certificate"},

@@ -1,10 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The library decides whether a chain is valid, and answers a refusal with one code. This file then
-// repeats the library's steps, to find the certificate that is at fault.
-
-#include "chain_command.h"
+// The command 'verify-chain'. The library decides whether a chain is valid, and returns one code
+// for every refusal. This file then repeats the library's steps, to find the certificate that is at
+// fault.
 
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
@@ -12,8 +11,11 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
 
 #include "bytes.h"
+#include "command_line.h"
 #include "failure.h"
 #include "files.h"
 #include "pem.h"
@@ -25,6 +27,12 @@ namespace zelkm_tool {
 namespace {
 
 constexpr size_t kMinCertificates = 3;
+
+struct VerifyChainOptions {
+    std::vector<std::string> files;  // leaf first
+    bool separate_first = false;     // element 0 is checked against the path's leaf only
+    bool json = false;
+};
 
 struct Element {
     std::string der;
@@ -126,7 +134,20 @@ std::string whyRefused(const std::vector<Element>& chain, bool separate_first) {
                : describe(chain, 0) + ": not signed by " + describe(chain, 1);
 }
 
-}  // namespace
+void printChain(const std::vector<Element>& chain, int result, const std::string& reason) {
+    nlohmann::ordered_json json = {{"valid", result == ZELKM_OK},
+                                   {"result", result},
+                                   {"problem", reason},
+                                   {"certificates", nlohmann::ordered_json::array()}};
+    for (const Element& element : chain) {
+        const X509Ptr certificate = parse(element.der);
+        json["certificates"].push_back(
+            {{"source", escape(element.source)},
+             {"subject", certificate ? escape(subjectOf(certificate)) : ""},
+             {"sha256", hex(sha256(element.der))}});
+    }
+    std::cout << json.dump(2) << '\n';
+}
 
 void verifyChain(const VerifyChainOptions& options) {
     const std::vector<Element> chain = readChain(options.files);
@@ -135,17 +156,41 @@ void verifyChain(const VerifyChainOptions& options) {
         ders.push_back(toVec(element.der));
     }
     const int result = ZelKeymasterOperation::validateAttestChain(ders, !options.separate_first);
+    const std::string reason = result == ZELKM_OK ? "" : whyRefused(chain, options.separate_first);
+    ERR_clear_error();
+    if (options.json) {
+        printChain(chain, result, reason);
+    }
     if (result != ZELKM_OK) {
-        const std::string reason = whyRefused(chain, options.separate_first);
-        ERR_clear_error();
         throw Refused((reason.empty() ? "chain refused" : reason) +
                       "\nzelkm: " + resultText(result));
     }
-    std::cout << "a path leads from certificate " << (options.separate_first ? 2 : 1)
-              << " to the last one\n"
-              << "that one is NOT known to be trusted; compare it with your roots: "
-              << describe(chain, chain.size() - 1) << ", SHA-256 " << hex(sha256(chain.back().der))
-              << '\n';
+    if (!options.json) {
+        std::cout << "a path leads from certificate " << (options.separate_first ? 2 : 1)
+                  << " to the last one\n"
+                  << "that one is NOT known to be trusted; compare it with your roots: "
+                  << describe(chain, chain.size() - 1) << ", SHA-256 "
+                  << hex(sha256(chain.back().der)) << '\n';
+    }
+}
+
+}  // namespace
+
+void defineVerifyChain(CLI::App& app) {
+    auto options = std::make_shared<VerifyChainOptions>();
+    CLI::App* command = app.add_subcommand("verify-chain", "Check an attestation chain");
+    command->add_option("FILE", options->files, "Leaf first, root last; - is standard input")
+        ->required()
+        ->type_name("");
+    command->add_flag("--separate-first", options->separate_first,
+                      "The first is signed by the second's key, and not on the path");
+    command->add_flag("--json", options->json, "Print JSON; valid does not mean trusted");
+    command->footer(
+        "Each file is PEM or DER and holds one certificate or several; at least three are\n"
+        "needed. Success does NOT mean trust: the last certificate is taken as the root\n"
+        "whoever made it, so compare it with the roots that you trust. Dates of validity\n"
+        "are not looked at, on purpose; nor is revocation.");
+    command->callback([options] { verifyChain(*options); });
 }
 
 }  // namespace zelkm_tool

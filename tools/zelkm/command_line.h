@@ -21,6 +21,7 @@ void defineQuery(CLI::App& app, const SessionOptions& session);
 // `status` receives the exit status when that is not 0.
 void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* status);
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);
+void defineVerifyChain(CLI::App& app);
 void defineExplain(CLI::App& app);
 void defineCheckCommand(CLI::App& app);
 

@@ -5,7 +5,6 @@
 
 #include <memory>
 
-#include "chain_command.h"
 #include "command_line.h"
 #include "key_commands.h"
 #include "password_command.h"
@@ -55,22 +54,6 @@ void defineAttest(CLI::App& app, const SessionOptions& session) {
         "  zelkm --dir store attest --out-dir chain\n"
         "  zelkm verify-chain chain/cert-1.pem chain/cert-2.pem chain/cert-3.pem");
     command->callback([&session, options] { attestKey(session, *options); });
-}
-
-void defineVerifyChain(CLI::App& app) {
-    auto options = std::make_shared<VerifyChainOptions>();
-    CLI::App* command = app.add_subcommand("verify-chain", "Check an attestation chain");
-    command->add_option("FILE", options->files, "Leaf first, root last; - is standard input")
-        ->required()
-        ->type_name("");
-    command->add_flag("--separate-first", options->separate_first,
-                      "The first is signed by the second's key, and not on the path");
-    command->footer(
-        "Each file is PEM or DER and holds one certificate or several; at least three are\n"
-        "needed. Success does NOT mean trust: the last certificate is taken as the root\n"
-        "whoever made it, so compare it with the roots that you trust. Dates of validity\n"
-        "are not looked at, on purpose; nor is revocation.");
-    command->callback([options] { verifyChain(*options); });
 }
 
 void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
