@@ -15,6 +15,7 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <utility>
 
 #include "device/store_service.h"
 
@@ -118,10 +119,13 @@ int main() {
         return starts && device.service.insert(kCaller, "lost", "10000") != ZELKM_OK &&
                !device.ended.empty() && device.usable() == Names{"failed"};
     });
-    for (const Call call : {Call::kUpdate, Call::kFinish}) {
-        live("an answer is lost, and plaintext is written", [call](Device& device) {
+    const std::pair<Call, Fault> losses[] = {{Call::kUpdate, Fault::transportBeforeCallback()},
+                                             {Call::kFinish, Fault::transportBeforeCallback()},
+                                             {Call::kFinish, Fault::noCallback()}};
+    for (const auto& loss : losses) {
+        live("an answer is lost, and plaintext is written", [&loss](Device& device) {
             const bool starts = device.starts();
-            device.keymaster.plan(call, 1, Fault::noCallback());
+            device.keymaster.plan(loss.first, 1, loss.second);
             return starts && device.service.update(kCaller, "payment", "1000") != ZELKM_OK &&
                    !device.ended.empty() &&
                    content("secure_objects.db").find("payment") == std::string::npos;
