@@ -519,7 +519,7 @@ TEST_F(ZelkmDoctor, IsSaidWhatItCannotDo) {
     EXPECT_EQ(run({"doctor", "none"}).status, 2);
     EXPECT_EQ(run({"doctor", "s/edbk"}).status, 2);
     EXPECT_EQ(run({"doctor", "s", "t"}).status, 2);
-    EXPECT_NE(run({"--help"}).out.find("3 'doctor'"), std::string::npos);
+    EXPECT_NE(run({"--help"}).out.find("3  'doctor'"), std::string::npos);
     fs::remove("s/soft_keymaster_root.key");
     cut("secure_objects.db", 60);
     EXPECT_TRUE(run({"doctor", "--repair"}).says("not repaired"));

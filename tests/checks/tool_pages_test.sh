@@ -18,12 +18,14 @@ text=$(sed 's/\\-/-/g' "$man_page")
 commands=$("$tool" --help | sed -n '/^subcommands:/I,/^$/s/^  \([a-z-]*\) .*/\1/p')
 [[ $commands == *verify-chain* ]] || fail "the help has no commands"
 for command in $commands; do
+    [[ -z $("$tool" help "$command" | grep '.\{81\}') ]] || fail "the help of $command is too wide"
     grep -q "^\.SS $command " <<<"$text" || fail "the manual has no $command"
     for option in $("$tool" help "$command" | grep -o '^  --[a-z0-9-]*'); do
         grep -q -- "^\\\\fB$option\\\\fR" <<<"$text" || fail "the manual has no $option of $command"
     done
 done
 if command -v groff >/dev/null; then
+    grep -q '^EXIT STATUS' <(groff -man -Tutf8 -P -cbou "$man_page") || fail "no exit status"
     warnings=$(groff -man -ww -Tutf8 -z "$man_page" 2>&1)
     [[ -z $warnings ]] || fail "$warnings"
 fi
@@ -32,6 +34,7 @@ fi
 source "$completion"
 complete -p zelkm >/dev/null
 
+compopt() { :; }  # which works in a completion only
 expect() {  # COMPLETIONS WORD...
     COMP_WORDS=("${@:2}")
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
@@ -43,7 +46,10 @@ expect "import info" zelkm i
 expect "list" zelkm --dir add --quiet li
 expect "--wait --where" zelkm list --w
 expect "--dry-run" zelkm --quiet remove --all --dr
-expect "" zelkm list --columns A
+expect "CREATOR,ALIAS CREATOR,ADMIN CREATOR,ACCESSOR" zelkm list --columns CREATOR,A
+expect "PRIV_ACC=" zelkm remove --where P
+expect "tag-12" zelkm check --fault ta
+expect "" zelkm add --alias A
 expect "wrap" zelkm help wr
 cd "$(mktemp -d)"
 trap 'rm -rf "$PWD"' EXIT

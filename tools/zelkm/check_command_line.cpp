@@ -21,17 +21,17 @@ void defineCheckCommand(CLI::App& app) {
         names.push_back(fault.name);
         faults += "\n  " + names.back() + std::string(20 - names.back().size(), ' ') + fault.what;
     }
-    command->add_option("--fault", options->fault, "Let the keymaster have this fault")
-        ->type_name("NAME")
+    command->add_option("--fault", options->fault, "Inject this fault")
+        ->type_name("FAULT")
         ->check(CLI::IsMember(names).description(""));
     command->add_flag("--json", options->json, "Print JSON");
-    command->add_option("--largest-store", options->largest_store, "Payload to go up to")
+    command->add_option("--largest-store", options->largest_store, "Largest payload to try")
         ->type_name("BYTES")
         ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
     command->footer(
         "Tries what the library needs of a keymaster on the software keymaster, and says what\n"
         "does not hold. No store is touched. zelkeymaster_check does the same on a device;\n"
-        "here a fault shows what a broken keymaster looks like:\n" +
+        "here a fault shows what a broken keymaster looks like:" +
         faults +
         "\n\n"
         "  zelkm check\n"

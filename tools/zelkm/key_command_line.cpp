@@ -39,7 +39,7 @@ void defineCsr(CLI::App& app, const SessionOptions& session) {
 void defineAttest(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<AttestOptions>();
     CLI::App* command = app.add_subcommand("attest", "Write the attestation chain of a key");
-    command->add_option("--out-dir", options->out_dir, "Where to; made when missing")
+    command->add_option("--out-dir", options->out_dir, "Output directory, created if missing")
         ->required()
         ->type_name("DIR");
     command->add_option("--challenge", options->challenge, "To be attested; default random")
@@ -83,8 +83,8 @@ void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
         "None to read may be empty. Files are written anew, for their owner only, all or\n"
         "none: not through a link, and never over one that is read.\n"
         "\n"
-        "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --out key.w --tag t\n"
-        "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material key.w --out key --tag t");
+        "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --tag t --out w\n"
+        "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material w --tag t --out key");
     command->callback([&session, options, wraps] {
         if (wraps) {
             wrap(session, *options);

@@ -16,6 +16,7 @@
 #include "failure.h"
 #include "files.h"
 #include "generated_pages.h"
+#include "help_text.h"
 #include "log_capture.h"
 #include "store_values.h"
 
@@ -25,14 +26,13 @@ using namespace zelkm_tool;
 
 constexpr size_t kHelpColumn = 28;  // of descriptions in a help text
 
-constexpr char kSeeHelp[] = "; see 'zelkm help'";
-
 constexpr char kFooter[] = R"(
 The keymaster is SOFTWARE and protects nothing.
 
 A store is a directory. The first 'add' makes secure_objects.db in it, its key
-blob edbk, and the root key of the software keymaster, under which that blob
-lies: soft_keymaster_root.key. The library's errors are kept in zelko_err.txt.
+blob edbk, and the root key of the software keymaster, which encrypts that blob:
+soft_keymaster_root.key. The root key of attestations is beside it:
+soft_keymaster_root.key.attest. The library's errors are kept in zelko_err.txt.
 
 Values are bytes and come back as they were given. The store has no escaping,
 so these are refused: an empty value, a value that begins with a comma, one
@@ -42,27 +42,30 @@ store in any column but ACCESSOR, "*".
 Columns: ALIAS, CREATOR, CREATOR_UID and PRIV_ACC compare exactly. ADMIN is a
 list, ACCESSOR a list of patterns: ADMIN=1000 asks who lists 1000 as an admin,
 ACCESSOR=1000 whose patterns let 1000 in. Patterns: [lo..hi] is a range of
-numbers, a final * any rest, *# and *_ anything up to that character. The
-question for * matches every object (for ADMIN and ACCESSOR, if not empty).
+numbers, a final * any rest, *# and *_ anything up to that character. A
+condition with * matches every object (for ADMIN and ACCESSOR, if not empty).
 
---patch-level plays a system update. A key of an older level must be upgraded:
---upgrade allows the library to do it, for good: say the new level from then on.
+--patch-level simulates a system update. A key of an older level must be
+upgraded: --upgrade allows the library to do it. That is irreversible: pass the
+new level afterwards.
 
 One zelkm at a time uses a directory: others wait for it, --wait seconds long.
 
-Exit status: 0 done; 1 refused or failed, with the result code and its meaning;
-2 the command line was not accepted, and nothing was touched; 3 'doctor' found
-nothing wrong, and could not check everything.
+'zelkm help COMMAND' shows the options of a command.
+
+Exit status:
+  0  done
+  1  refused or failed, with the result code and its meaning
+  2  the command line was not accepted, and nothing was touched
+  3  'doctor' found nothing wrong, and could not check everything
 
 Examples:
-  zelkm --dir store add --alias key1 --creator app --accessor '1000,[10000..19999]'
+  zelkm --dir store add --alias key1 --creator app --accessor '[10000..19999]'
   zelkm --dir store list --where ACCESSOR=15000
   zelkm --dir store list --columns ALIAS,CREATOR --json
   zelkm --dir store remove --where ALIAS=key1 --where CREATOR=app
   zelkm --dir store query 'SELECT (ALIAS) WHERE CREATOR=\x1fapp\x1f'
-  zelkm info store
-
-'zelkm COMMAND --help' tells more about each.)";
+  zelkm info store)";
 
 // Refuses options such as "--admin=". The parser would take the next argument as their value.
 void refuseEmptyValues(int argc, char** argv) {
@@ -82,6 +85,12 @@ std::string whyNoPatchLevel(std::string& text) {
     return fits ? "" : "a patch level is a year and a month, YYYYMM";
 }
 
+// Where to read on after a wrong command line: the help of the command that it has.
+std::string seeHelp(const CLI::App& app) {
+    const auto commands = app.get_subcommands();
+    return "; see 'zelkm help" + (commands.empty() ? "" : " " + commands.front()->get_name()) + "'";
+}
+
 // Why the parser refused the arguments: names the first unknown option, or else the first argument
 // left over.
 std::string whyNotExpected(const CLI::App& app) {
@@ -97,13 +106,14 @@ std::string whyNotExpected(const CLI::App& app) {
 
 void defineHelp(CLI::App& app) {
     auto name = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("help", "Tell more about a command");
-    command->add_option("COMMAND", *name, "Which; default all in short")->type_name("");
+    CLI::App* command = app.add_subcommand("help", "Show help for a command");
+    command->add_option("COMMAND", *name, "The command; default all of them, in short")
+        ->type_name("");
     command->callback([&app, name] {
         const auto found =
             app.get_subcommands([&](CLI::App* each) { return each->get_name() == *name; });
         if (found.empty() && !name->empty()) {
-            throw WrongUsage("unknown command " + escape(*name) + kSeeHelp);
+            throw WrongUsage("unknown command " + escape(*name) + "; see 'zelkm help'");
         }
         std::cout << (found.empty() ? app.help() : found.front()->help(app.get_name()));
     });
@@ -125,6 +135,7 @@ int run(int argc, char** argv) {
     refuseEmptyValues(argc, argv);
 
     CLI::App app("Works on a store of secure objects, and on keys, with libzelkeymaster.", "zelkm");
+    app.formatter(std::make_shared<HelpFormatter>());
     app.get_formatter()->column_width(kHelpColumn);
     app.set_version_flag("--version", "zelkm " ZELKEYMASTER_VERSION);
     app.footer(kFooter);
@@ -132,7 +143,7 @@ int run(int argc, char** argv) {
     app.fallthrough();
 
     SessionOptions session;
-    app.add_option("--dir", session.dir, "The store; default the working directory")
+    app.add_option("--dir", session.dir, "The store; default $ZELKM_DIR, or the working directory")
         ->type_name("DIR")
         ->envname("ZELKM_DIR");
     app.add_option("--wait", session.wait, "Seconds to wait for another zelkm; default 5")
@@ -141,7 +152,7 @@ int run(int argc, char** argv) {
         ->type_name("YYYYMM")
         ->check(CLI::Validator(whyNoPatchLevel, ""));
     app.add_flag("--upgrade", session.upgrade, "Upgrade the store's key to that level");
-    app.add_flag("--quiet", session.quiet, "Only what was asked for, and errors");
+    app.add_flag("--quiet", session.quiet, "Print only results and errors");
     // The library's debug lines hold every command with its values.
     app.add_flag_callback("--verbose", showLog, "The library's whole log, values included");
 
@@ -158,16 +169,16 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ExtrasError&) {
-        throw WrongUsage(whyNotExpected(app) + kSeeHelp);
+        throw WrongUsage(whyNotExpected(app) + seeHelp(app));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
-            throw WrongUsage(error.what() + std::string(kSeeHelp));
+            throw WrongUsage(error.what() + seeHelp(app));
         }
         app.exit(error);  // prints the help, or the version
         return kExitDone;
     }
     if (app.get_subcommands().empty()) {
-        throw WrongUsage(std::string("a command is missing") + kSeeHelp);
+        throw WrongUsage("a command is missing" + seeHelp(app));
     }
     std::cout.flush();
     if (!std::cout) {

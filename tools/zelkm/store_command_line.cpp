@@ -43,7 +43,7 @@ void defineList(CLI::App& app, const SessionOptions& session) {
     CLI::App* command = app.add_subcommand("list", "Show objects: all, or those that match");
     command->add_option("--where", options->where, kWhereHelp)->type_name("COLUMN=VALUE");
     command->add_option("--columns", options->columns, "Columns to show; default all")
-        ->type_name("A,B");
+        ->type_name("COLUMN,...");
     defineFormats(*command, options->format);
     command->footer(
         "The table shows bytes that are not printable as \\xNN, and a backslash as \\\\. On a\n"
