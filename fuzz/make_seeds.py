@@ -96,32 +96,36 @@ def chain_seeds():
 
 
 def object_seeds():
-    """Steps: a byte (action, three bits of alias, bit 7: the keymaster follows the input), what the action reads."""
+    """Steps: a byte (action, three bits of alias, bit 7: faults follow), faults, what the action reads."""
     def insert(alias):
         return bytes([0 | alias << 3])
 
     def delete(alias):
         return bytes([1 | alias << 3])
 
-    read, restart, scripted = b"\x02", b"\x03", 0x80
+    def faults(**of):  # of the first call of each kind
+        kinds = ("characteristics", "begin", "update", "finish", "generate", "upgrade", "attest")
+        return b"".join(of.get(kind, b"\0") + b"\0" for kind in kinds)
+
+    read, restart, faulty = b"\x02", b"\x03", 0x80
     two = insert(1) + insert(2)
-    well = bytes([0]) * 3
     yield "life", two + read + restart + delete(1) + read + insert(3) + restart + read + delete(7)
-    # The answers of an insert into a table in memory: begin, update (consumed, then its answer), finish.
-    for name, answers in (("chunks", well[:1] + b"\x05\x00" * 60), ("no_nonce", b"\x02\x00"), ("short_nonce", b"\x02\x07"),
-                          ("refused_begin", b"\x01\x21"), ("lost_update", b"\x00\xff\x03"), ("lost_finish", b"\x00\xff\x00\x05"),
-                          ("silent_finish", b"\x00\xff\x00\x04"), ("long_tag", b"\x00\xff\x00\x02\xff")):
-        yield name, two + bytes([scripted | 3 << 3]) + answers + read
-    # The same for a read after a restart, which asks for the key's characteristics and decrypts.
-    for name, answers in (("upgrade", b"\x01\x3e\x00" + b"\x00\xff\x00\x00"), ("refused_key", b"\x01\x21"),
-                          ("short_output", b"\x00\x00\xff\x02\x05"), ("finish_of_16", b"\x00\x00\xff\x00\x02\x10")):
-        yield name, two + restart + bytes([scripted | 2]) + answers + read
+    for name, of in (("consumed", {"update": b"\x07\x05"}), ("no_nonce", {"begin": b"\x06\0"}),
+                     ("short_nonce", {"begin": b"\x06\x07"}), ("refused_begin", {"begin": b"\x01\x21"}),
+                     ("lost_update", {"update": b"\x03"}), ("lost_finish", {"finish": b"\x05"}),
+                     ("silent_finish", {"finish": b"\x04"}), ("long_tag", {"finish": b"\x02\xff"})):
+        yield name, two + bytes([faulty | 3 << 3]) + faults(**of) + read
+    upgrade = {"characteristics": b"\x01\x3e"}
+    for name, of in (("upgrade", upgrade), ("lost_upgrade", {**upgrade, "upgrade": b"\x03"}),
+                     ("refused_key", {"characteristics": b"\x01\x21"}), ("short_output", {"update": b"\x02\x05"}),
+                     ("finish_of_16", {"finish": b"\x02\x10"})):
+        yield name, two + restart + bytes([faulty | 2]) + faults(**of) + read
     for number, at in enumerate((0, 13, 20, 40, 60, 255)):
         yield f"damaged_{number}", two + b"\x06\x00" + bytes([at, 1]) + restart + read
     yield "damaged_key", two + b"\x06\x01\x03\x01" + restart + read
     yield "password", b"".join(bytes([kind]) + block(bytes(16)) + block(b"0123456789abcdef") for kind in (0x04, 0x0C, 0x14))
-    yield "request", b"\x05" + block(b"key") + b"\x05" + block(b"ke") + bytes([scripted | 5]) + block(b"k") + b"\x05"
-    yield "new_key", two + b"\x0f" + read + restart + read
+    yield "request", b"\x05" + block(b"key") + bytes([faulty | 5]) + faults(attest=b"\x07\x01") + block(b"k")
+    yield "new_key", two + b"\x0f" + read + restart + bytes([faulty | 7 | 1 << 3]) + faults(generate=b"\x02") + read
 
 
 def tool_values_seeds():

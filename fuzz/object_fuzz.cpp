@@ -1,20 +1,22 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The whole object over a keymaster whose answers are part of the input. The input also chooses
+// The whole object over a keymaster whose faults are part of the input. The input also chooses
 // changes, reads, restarts, other services, and files to damage or remove. Once the keymaster is
 // well again, the next process must read what a change wrote, or refuse to load it.
 
+#include <soft_keymaster/fault_keymaster.h>
+#include <soft_keymaster/soft_keymaster.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <vector>
 
 #include "fuzz.h"
-#include "scripted_keymaster.h"
 #include "zelkeymaster_operation.h"
 
 namespace fs = std::filesystem;
@@ -38,6 +40,8 @@ namespace {
 
 using Rows = std::vector<std::string>;
 using android::hardware::hidl_vec;
+using soft_keymaster::Call;
+using soft_keymaster::Fault;
 
 constexpr const char* kFiles[] = {"secure_objects.db",     "edbk",     "edbk_digest",
                                   "secure_objects.db.bak", "edbk.bak", "edbk_digest.bak",
@@ -97,13 +101,64 @@ void damage(fuzz::Input& input) {
     }
 }
 
+// What becomes of the next two calls of each kind.
+void planFaults(fuzz::Input& input, soft_keymaster::FaultKeymaster* keymaster) {
+    using android::hardware::keymaster::V4_0::ErrorCode;
+    for (const Call call :
+         {Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpdate, Call::kFinish,
+          Call::kGenerateKey, Call::kUpgradeKey, Call::kAttestKey}) {
+        for (const size_t nth : {1u, 2u}) {
+            switch (input.byte() & 7) {
+                case 1:
+                    keymaster->plan(call, nth, Fault::error(ErrorCode(-int(input.byte()))));
+                    break;
+                case 2: {
+                    // With another blob than its own the keymaster would lose the key for good.
+                    const bool blob = call == Call::kGenerateKey || call == Call::kUpgradeKey;
+                    keymaster->plan(call, nth, Fault::outputSize(blob ? 0 : input.byte()));
+                    break;
+                }
+                case 3:
+                    keymaster->plan(call, nth, Fault::transportBeforeCallback());
+                    break;
+                case 4:
+                    keymaster->plan(call, nth, Fault::noCallback());
+                    break;
+                case 5:
+                    keymaster->plan(call, nth, Fault::transportAfterCallback());
+                    break;
+                case 6:
+                    keymaster->plan(call, nth, Fault::nonceSize(input.byte()));
+                    break;
+                case 7: {
+                    const uint8_t consumed = input.byte();
+                    keymaster->plan(call, nth, Fault::alter([consumed](auto& answer) {
+                                        answer.consumed = consumed;
+                                        answer.chain.resize(consumed % 3);
+                                    }));
+                    break;
+                }
+            }
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const Folder folder;
     const WorkingIn there(folder);
-    static fuzz::ScriptedKeymaster keymaster;
-    static ZelKeymasterOperation object(&keymaster, true);
+    // New ones for each input: a call that fails leaves its operation open.
+    static std::optional<soft_keymaster::SoftKeymaster> soft;
+    static std::optional<soft_keymaster::FaultKeymaster> keymaster;
+    soft_keymaster::SoftKeymaster::Options options;
+    options.root_key_path = "root_key";
+    options.max_update_bytes = 64;
+    options.max_operations = 1000;
+    keymaster.reset();
+    soft.emplace(options);
+    keymaster.emplace(*soft);
+    static ZelKeymasterOperation object(&*keymaster, true);
     for (const char* name : kFiles) {
         fs::remove(name);
     }
@@ -114,9 +169,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Rows expected;
     for (int step = 0; step < 32 && !input.empty(); ++step) {
         const uint8_t choice = input.byte();
-        const bool scripted = (choice & 0x80) != 0;
-        keymaster.follow(scripted ? &input : nullptr);
-        faultless = faultless && !scripted;
+        const bool faulty = (choice & 0x80) != 0;
+        keymaster->reset();
+        if (faulty) {
+            planFaults(input, &*keymaster);
+            faultless = false;
+        }
         const std::string alias = "k" + std::to_string(choice >> 3 & 7);
         SODOperationParam p;
         Rows rows;
@@ -164,7 +222,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     // A refused store is left to its backup, or to nothing, by the next processes.
-    keymaster.follow(nullptr);
+    keymaster->reset();
     Rows before;
     int status = -1;
     for (int process = 0; process < 4 && status != 0; ++process) {

@@ -10,7 +10,6 @@
 #include <hidl/Status.h>
 
 #include <cstdint>
-#include <memory>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -53,28 +52,6 @@ TEST(HidlVec, MovedFromKeepsPointerAndSizeWithoutOwning) {
     EXPECT_EQ(2, to[1]);
 }
 
-TEST(HidlVec, HandsOverAndTakesArrays) {
-    Blob owner;
-    owner.setToExternal(new uint8_t[2]{1, 2}, 2, true);
-    const std::unique_ptr<uint8_t[]> released(owner.releaseData());
-    EXPECT_EQ(released.get(), owner.data());
-
-    uint8_t borrowed[] = {3};
-    Blob view;
-    view.setToExternal(borrowed, 1);
-    const std::unique_ptr<uint8_t[]> copied(view.releaseData());
-    EXPECT_NE(borrowed, copied.get());
-    EXPECT_EQ(3, copied[0]);
-}
-
-TEST(HidlVecDeathTest, RefusesMoreThan32Bits) {
-    constexpr size_t kTooMany = size_t{UINT32_MAX} + 1;
-    Blob vec;
-    uint8_t byte = 0;
-    EXPECT_DEATH(vec.setToExternal(&byte, kTooMany), "external vector size exceeds 2\\^32 elem");
-    EXPECT_DEATH(vec.resize(kTooMany), "hidl_vec can't hold more than 2\\^32 elements\\.");
-}
-
 // These types have no constructor and no initialiser: T() is zero, and a plain declaration sets
 // nothing.
 static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
@@ -84,14 +61,6 @@ static_assert(std::is_final_v<KeyParameter> && std::is_final_v<HardwareAuthToken
 static_assert(!std::is_convertible_v<decltype(std::declval<Blob&>().begin()), uint8_t*>);
 // The two forms of a tag agree in all 32 bits.
 static_assert(static_cast<uint32_t>(Tag::NONCE) == static_cast<uint32_t>(KM_TAG_NONCE));
-
-TEST(Status, Descriptions) {
-    EXPECT_EQ("No error", Status::ok().description());
-    EXPECT_EQ("Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '",
-              Status::fromStatusT(android::DEAD_OBJECT).description());
-    EXPECT_EQ("Status(EX_SECURITY): 'no'",
-              Status::fromExceptionCode(Status::EX_SECURITY, "no").description());
-}
 
 TEST(ReturnDeathTest, FailureHasToBeLookedAt) {
     const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };

@@ -220,35 +220,6 @@ TEST_F(SecureObjects, FileAndImageStayWhenAChangeFails) {
     EXPECT_EQ(before, image());
 }
 
-TEST_F(SecureObjects, TamperedFileIsRefusedAndTheBackupRestored) {
-    ASSERT_EQ(0, insert("k1", "u1"));
-    ASSERT_EQ(0, insert("k2", "u2"));
-    const Bytes good = stored();
-    const Bytes backup = *test::readFile("secure_objects.db.bak");
-    Bytes bad = good;
-    bad.back() ^= 1;
-    test::writeFile(kStore, bad);
-    restart();
-    EXPECT_EQ((Lines{named(ZELKM_VERIFICATION_FAILED)}), list());
-    const std::string code = std::to_string(ZELKM_VERIFICATION_FAILED);
-    EXPECT_EQ((Lines{"E object: error in finish process : " + code,
-                     "E object: cached db is same as the stored db, regard the stored db is broken",
-                     "E object: restore the stored db. need to restart keystore",
-                     "E engine: convert_to_internal error " + code}),
-              test::errors());
-    EXPECT_EQ(backup, stored());
-    restart();
-    EXPECT_EQ((Lines{"u1::k1"}), list());
-
-    // Damage in memory only: the next query works.
-    test::writeFile(kStore, good);
-    restart();
-    test::ObjectPeer(*object).setImage(bad);
-    EXPECT_EQ((Lines{named(ZELKM_VERIFICATION_FAILED)}), list());
-    EXPECT_TRUE(test::logged("E object: cached db is broken, update with the stored db"));
-    EXPECT_EQ((Lines{"u1::k1", "u2::k2"}), list());
-}
-
 TEST_F(SecureObjects, StartWithTheImageThatIsThere) {
     test::writeFile(kStore, bytes("anything"));
     const test::ObjectPtr second = test::makeObject(&km, true);
