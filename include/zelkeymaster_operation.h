@@ -254,6 +254,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     [[nodiscard]] static int restoreBackupDB();
 
   private:
+    class Store;  // the one way to the cached image and its file
     friend struct ZelKeymasterOperationPeer;  // tests look inside
 
     uint8_t* mDbData;  // cached image of the store file, malloc; null when none

@@ -182,21 +182,6 @@ struct PasswordAnswer {
     }
 };
 
-// Runs a command on the object's store. `stored` is its cached image.
-int runCommand(ZelKeymasterOperation* object, const keymaster_blob_t& stored,
-               const CommandText& text, MallocBuffer* result, size_t* result_len) {
-    if (text.data == nullptr) {
-        return ZELKM_MEMORY_ALLOCATION_FAILED;
-    }
-    const keymaster_blob_t command = {text.data.get(), text.len};
-    keymaster_blob_t output = {};
-    const int status =
-        object->queryInternal(nullptr, object, DBEncryptCB, &stored, &command, &output);
-    result->reset(const_cast<uint8_t*>(output.data));
-    *result_len = output.data_length;
-    return status;
-}
-
 // Runs an action that appends to a list. When there is no memory for that, the list stays as it
 // was.
 template <typename Action>
@@ -207,28 +192,6 @@ int appendTo(std::vector<std::string>* list, Action action) {
     }
     list->erase(list->begin() + static_cast<std::ptrdiff_t>(before), list->end());
     return ZELKM_MEMORY_ALLOCATION_FAILED;
-}
-
-// Runs a select, and calls action(row) for each piece of its text; the last piece is a single NUL.
-// The action appends to `list`. The pieces are views, because making a string of each takes most of
-// the time.
-template <typename Action>
-int runSelect(ZelKeymasterOperation* object, const keymaster_blob_t& stored, SODOperationParam& p,
-              std::vector<std::string>* list, Action action) {
-    if (p.getWhereColumnList().size() != p.getWhereValueList().size() ||
-        p.getOutputFormat().empty()) {
-        return ZELKM_SYNTAX_ERROR;
-    }
-    MallocBuffer result;
-    size_t len = 0;
-    const int status = runCommand(object, stored, selectCommand(p), &result, &len);
-    const SecretBuffer text(result.release(), {len});
-    if (status != ZELKM_OK) {
-        return status;
-    }
-    return appendTo(list, [&] {
-        forEachPiece({reinterpret_cast<const char*>(text.get()), len}, kRowSeparator, action);
-    });
 }
 
 // The first fields of a row, and the number of all its fields.
@@ -246,52 +209,6 @@ Fields splitFields(std::string_view row) {
         ++fields.count;
     });
     return fields;
-}
-
-// Replaces the store file. Then the object owns `data`, as its cached image.
-int replaceStore(uint8_t** image, uint32_t* image_len, uint8_t* data, uint32_t len) {
-    const int status = ZelKeymasterOperation::update_file(kStoreFile, data, len);
-    if (status == ZELKM_OK) {
-        adopt(image, data);
-        *image_len = len;
-    }
-    return status;
-}
-
-// Runs a command that changes the store, and stores the new image.
-int runChange(ZelKeymasterOperation* object, const CommandText& text, uint8_t** image,
-              uint32_t* image_len) {
-    MallocBuffer changed;
-    size_t len = 0;
-    int status = runCommand(object, {*image, *image_len}, text, &changed, &len);
-    if (status == ZELKM_OK) {
-        status = replaceStore(image, image_len, changed.get(), static_cast<uint32_t>(len));
-    }
-    if (status == ZELKM_OK) {
-        static_cast<void>(changed.release());  // the object's now
-    }
-    return status;
-}
-
-// Repairs after a tag mismatch: either the cached image or the file is damaged. When they differ,
-// the file's content replaces the image. When they are equal, the backup takes the file's place.
-void recoverImage(uint8_t** image, uint32_t* image_len) {
-    MallocBuffer stored;
-    uint32_t stored_len = 0;
-    if (loadFile(kStoreFile, &stored, &stored_len) != ZELKM_OK) {
-        LOG_ERROR("fail to load secure db file. it might recover after rebooting");
-        return;
-    }
-    if (sameBytes(stored.get(), stored_len, *image, *image_len)) {
-        LOG_ERROR("cached db is same as the stored db, regard the stored db is broken");
-        LOG_ERROR("restore the stored db. need to restart keystore");
-        // The refused image stays cached. The restored file is read later: see docs/reliability.md.
-        static_cast<void>(ZelKeymasterOperation::restoreBackupDB());
-    } else {
-        LOG_ERROR("cached db is broken, update with the stored db");
-    }
-    adopt(image, stored.release());
-    *image_len = stored_len;
 }
 
 // The calls of one AES-GCM operation. Each returns false when its transport failed, or when it
@@ -467,6 +384,97 @@ bool verifySeparateFirst(const hidl_vec<uint8_t>& der, X509* leaf) {
 
 }  // namespace
 
+// What an object does with its cached image and its store file. Hidden, because members of the
+// object are exported.
+class __attribute__((visibility("hidden"))) ZelKeymasterOperation::Store {
+  public:
+    explicit Store(ZelKeymasterOperation* object) : object_(*object) {}
+
+    // Runs a select, and calls action(row) for each piece of its text; the last piece is a single
+    // NUL. The action appends to `list`. The pieces are views, because making a string of each
+    // takes most of the time.
+    template <typename Action>
+    int select(SODOperationParam& p, std::vector<std::string>* list, Action action) {
+        if (p.getWhereColumnList().size() != p.getWhereValueList().size() ||
+            p.getOutputFormat().empty()) {
+            return ZELKM_SYNTAX_ERROR;
+        }
+        keymaster_blob_t output = {};
+        const int status = run(selectCommand(p), &output);
+        const size_t len = output.data_length;
+        const SecretBuffer text(const_cast<uint8_t*>(output.data), {len});
+        if (status != ZELKM_OK) {
+            return status;
+        }
+        return appendTo(list, [&] {
+            forEachPiece({reinterpret_cast<const char*>(text.get()), len}, kRowSeparator, action);
+        });
+    }
+
+    // Runs a command that changes the store, and stores the new image.
+    int change(const CommandText& text) {
+        keymaster_blob_t output = {};
+        int status = run(text, &output);
+        MallocBuffer image(const_cast<uint8_t*>(output.data));
+        if (status == ZELKM_OK) {
+            status = replace(image.get(), static_cast<uint32_t>(output.data_length));
+        }
+        if (status == ZELKM_OK) {
+            static_cast<void>(image.release());  // the object's now
+        }
+        return status;
+    }
+
+    // Replaces the file. Then the object owns `data`, as its cached image.
+    int replace(uint8_t* data, uint32_t len) {
+        const int status = update_file(kStoreFile, data, len);
+        if (status == ZELKM_OK) {
+            cache(data, len);
+        }
+        return status;
+    }
+
+    // Repairs after a tag mismatch: either the cached image or the file is damaged. When they
+    // differ, the file's content replaces the image. When they are equal, the backup takes the
+    // file's place.
+    void recover() {
+        MallocBuffer stored;
+        uint32_t len = 0;
+        if (loadFile(kStoreFile, &stored, &len) != ZELKM_OK) {
+            LOG_ERROR("fail to load secure db file. it might recover after rebooting");
+            return;
+        }
+        if (sameBytes(stored.get(), len, object_.mDbData, object_.mDbLen)) {
+            LOG_ERROR("cached db is same as the stored db, regard the stored db is broken");
+            LOG_ERROR("restore the stored db. need to restart keystore");
+            // The refused image stays cached. The restored file is read later: see
+            // docs/reliability.md.
+            static_cast<void>(restoreBackupDB());
+        } else {
+            LOG_ERROR("cached db is broken, update with the stored db");
+        }
+        cache(stored.release(), len);
+    }
+
+  private:
+    // Runs a command on the cached image. The receiver owns the output.
+    int run(const CommandText& text, keymaster_blob_t* output) {
+        if (text.data == nullptr) {
+            return ZELKM_MEMORY_ALLOCATION_FAILED;
+        }
+        const keymaster_blob_t stored = {object_.mDbData, object_.mDbLen};
+        const keymaster_blob_t command = {text.data.get(), text.len};
+        return object_.queryInternal(nullptr, &object_, DBEncryptCB, &stored, &command, output);
+    }
+
+    void cache(uint8_t* data, uint32_t len) {
+        adopt(&object_.mDbData, data);
+        object_.mDbLen = len;
+    }
+
+    ZelKeymasterOperation& object_;
+};
+
 // ---- Log ----------------------------------------------------------------------------------------
 
 void log_to_file(char level, const char* /*file*/, const int line, const char* fmt, ...) {
@@ -524,31 +532,30 @@ void ZelKeymasterOperation::initZelKeymasterOperation() {
 // ---- Secure objects -----------------------------------------------------------------------------
 
 int ZelKeymasterOperation::SodInsert(SODOperationParam& p) {
-    return runChange(this, insertCommand(p), &mDbData, &mDbLen);
+    return Store(this).change(insertCommand(p));
 }
 
 int ZelKeymasterOperation::SodUpdate(SODOperationParam& p) {
     if (p.getColumnList().empty() || p.getColumnList().size() != p.getDataList().size()) {
         return ZELKM_SYNTAX_ERROR;
     }
-    return runChange(this, updateCommand(p), &mDbData, &mDbLen);
+    return Store(this).change(updateCommand(p));
 }
 
 int ZelKeymasterOperation::SodDelete(SODOperationParam& p) {
-    const int status = runChange(this, deleteCommand(p), &mDbData, &mDbLen);
+    const int status = Store(this).change(deleteCommand(p));
     return status == ZELKM_NOTHING_DELETED ? ZELKM_OK : status;
 }
 
 int ZelKeymasterOperation::SodSelect(SODOperationParam& p, std::vector<std::string>& rows) {
-    return runSelect(this, {mDbData, mDbLen}, p, &rows,
-                     [&rows](std::string_view row) { rows.emplace_back(row); });
+    return Store(this).select(p, &rows, [&rows](std::string_view row) { rows.emplace_back(row); });
 }
 
 int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<std::string>& out) {
     if (!runNoThrow([&p] { p.clearOutputFormat().addCreatorToOutput().addAliasToOutput(); })) {
         return ZELKM_MEMORY_ALLOCATION_FAILED;
     }
-    return runSelect(this, {mDbData, mDbLen}, p, &out, [&out](std::string_view row) {
+    return Store(this).select(p, &out, [&out](std::string_view row) {
         const Fields fields = splitFields(row);
         if (fields.count == 2) {
             std::string& name = out.emplace_back();
@@ -559,7 +566,7 @@ int ZelKeymasterOperation::SodRetreiveAlias(SODOperationParam& p, std::vector<st
 }
 
 int ZelKeymasterOperation::SodRetreiveOther(SODOperationParam& p, std::vector<std::string>& out) {
-    return runSelect(this, {mDbData, mDbLen}, p, &out, [&out](std::string_view row) {
+    return Store(this).select(p, &out, [&out](std::string_view row) {
         const Fields fields = splitFields(row);
         if (fields.count == 1 && !fields.first[0].empty() && fields.first[0][0] != '\0') {
             out.emplace_back(fields.first[0]);
@@ -667,7 +674,7 @@ int ZelKeymasterOperation::DBEncrypt(unsigned int mode, unsigned char* plain, un
     if (finishOperation(mKeymaster, &operation) && operation.error() != ZELKM_OK) {
         LOG_ERROR("error in finish process : %d", operation.error());
         if (operation.error() == ZELKM_VERIFICATION_FAILED) {
-            recoverImage(&mDbData, &mDbLen);
+            Store(this).recover();
         }
     }
     return operation.error();
@@ -1035,7 +1042,7 @@ int ZelKeymasterOperation::update_file(const char* path, const uint8_t* data, ui
 }
 
 int ZelKeymasterOperation::update_db_file(const uint8_t* data, uint32_t len) {
-    return replaceStore(&mDbData, &mDbLen, const_cast<uint8_t*>(data), len);
+    return Store(this).replace(const_cast<uint8_t*>(data), len);
 }
 
 int ZelKeymasterOperation::restoreBackupDB() {
