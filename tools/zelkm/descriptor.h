@@ -21,6 +21,10 @@ class Descriptor {
     }
     Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
     Descriptor& operator=(const Descriptor&) = delete;
 
     int get() const { return fd_; }

@@ -1,36 +1,60 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// An output file that appears complete, or not at all.
+// Output files that appear complete and together, or not at all.
 
 #pragma once
 
+#include <list>
 #include <string>
+#include <vector>
+
+#include "descriptor.h"
+#include "files.h"
 
 namespace zelkm_tool {
 
-// The output file. The constructor already finds out whether it can be written. "-" is standard
-// output.
-class FreshFile {
+// The output files of a command. Each is written through the descriptor of the file that this
+// object has made, so that nothing reaches a file that somebody else has put in its place.
+class FreshFiles {
   public:
-    // Makes a temporary file beside `path`, for its owner only. Throws Refused when that fails, or
-    // when `path` exists and is no regular file; nothing is written through a link.
-    explicit FreshFile(const std::string& path);
-    // Leaves `path` as it was, unless commit() was called.
-    ~FreshFile();
+    // What happens to a file that is there. A key is never replaced.
+    enum class Existing { kReplace, kRefuse };
 
-    FreshFile(const FreshFile&) = delete;
-    FreshFile& operator=(const FreshFile&) = delete;
+    FreshFiles() = default;
+    // Leaves everything as it was, unless commit() was called.
+    ~FreshFiles();
 
-    // Writes the content to the temporary file. Throws Refused.
-    void write(const std::string& content);
+    FreshFiles(const FreshFiles&) = delete;
+    FreshFiles& operator=(const FreshFiles&) = delete;
 
-    // Renames the temporary file to `path`, which may exist. Throws Refused.
-    void commit();
+    // Makes a temporary file beside `path`; "-" is standard output. Throws Refused when that fails,
+    // or when `path` exists and is no regular file; nothing is written through a link.
+    void add(const std::string& path, Access access, Existing existing = Existing::kReplace);
+    // The same for a name in an open folder; `path` is for messages.
+    void addIn(const Descriptor& folder, const std::string& name, const std::string& path,
+               Access access, Existing existing = Existing::kReplace);
+
+    // Writes the contents, in the order of the files, and gives all files their names. When one
+    // step fails, every name is as it was before, and Refused is thrown.
+    void commit(const std::vector<std::string>& contents);
 
   private:
-    const std::string path_;
-    std::string temporary_;  // empty for standard output, and after commit()
+    struct File {
+        std::string path;
+        std::string name;
+        Existing existing;
+        Descriptor folder;
+        Descriptor file;
+        std::string temporary;  // its name, until it is placed
+        std::string aside;      // what the file that was there is called meanwhile
+        bool placed = false;
+    };
+
+    static void place(File* file);
+    static void takeBack(File* file);
+
+    std::list<File> files_;
 };
 
 }  // namespace zelkm_tool

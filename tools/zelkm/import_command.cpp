@@ -80,7 +80,7 @@ void import(const SessionOptions& session_options, const ImportOptions& options)
     }
     const size_t imported = objects.size() - before;
     if (imported != 0) {
-        storeObjects(session, objects, "nothing was stored");
+        storeObjects(session, objects, "storing the objects");
     }
     confirm(session_options, "imported " + numObjects(imported));
     if (num_bad != 0) {

@@ -13,6 +13,7 @@
 #include "bytes.h"
 #include "failure.h"
 #include "files.h"
+#include "fresh_file.h"
 #include "pem.h"
 #include "result_text.h"
 
@@ -25,6 +26,7 @@ using namespace android::hardware::keymaster::V4_0;
 constexpr size_t kChallengeLen = 32;
 constexpr char kApplicationId[] = "zelkm";
 constexpr uint64_t kRsaExponent = 65537;
+constexpr char kNewKeyFile[] = "key.keyblob";
 
 template <typename Value>
 KeyParameter integerParam(Tag tag, Value value) {
@@ -84,22 +86,6 @@ hidl_vec<uint8_t> generateKey(Session& session, bool rsa) {
     return blob;
 }
 
-// The key that the options name. Without one, a new key, whose blob is written to `new_key_path`.
-hidl_vec<uint8_t> keyBlob(Session& session, const KeyOptions& options,
-                          const std::optional<std::string>& existing_blob,
-                          const std::string& new_key_path) {
-    if (existing_blob) {
-        return toVec(*existing_blob);
-    }
-    if (std::filesystem::exists(new_key_path)) {
-        throw Refused(new_key_path + " holds a key already: use it with --key, or move it away");
-    }
-    const hidl_vec<uint8_t> blob = generateKey(session, options.rsa);
-    writeOutput(new_key_path, toBytes(blob), Access::kOwnerOnly);
-    note(session.options(), "the blob of the new key is in " + new_key_path);
-    return blob;
-}
-
 std::optional<std::string> readKey(const KeyOptions& options) {
     return options.file ? std::optional(readInput(*options.file)) : std::nullopt;
 }
@@ -114,23 +100,36 @@ void makeCsr(const SessionOptions& session_options, const CsrOptions& options) {
     if (options.out == "-" && !options.key.file) {
         throw WrongUsage("--out -: the new key needs a place, too; name a key with --key");
     }
-    // The session changes the working directory, so the paths are made absolute first.
-    const std::string out =
-        options.out == "-" ? options.out : std::filesystem::absolute(options.out).string();
+    const std::string new_key = options.out + ".keyblob";
     const std::optional<std::string> existing = readKey(options.key);
-
-    Session session(session_options, Session::Use::kKeymasterOnly);
-    const hidl_vec<uint8_t> key = keyBlob(session, options.key, existing, out + ".keyblob");
+    // The outputs are opened first: the session acts as the store's owner, in another directory.
+    FreshFiles outputs;
+    outputs.add(options.out, Access::kEverybody);
+    if (!existing) {
+        outputs.add(new_key, Access::kOwnerOnly, FreshFiles::Existing::kRefuse);
+    }
+    hidl_vec<uint8_t> key;
     hidl_vec<uint8_t> request;
-    check(session.operation().generateCSR(key, {}, request), "generateCSR");
+    {
+        Session session(session_options, Session::Use::kKeymasterOnly);
+        key = existing ? toVec(*existing) : generateKey(session, options.key.rsa);
+        check(session.operation().generateCSR(key, {}, request), "generateCSR");
+    }
     if (request.size() == 0) {
         throw Refused("generateCSR: the keymaster's answer is no single request");
     }
-    writeOutput(out, encoded(request, "CERTIFICATE REQUEST", options.der), Access::kEverybody);
+    std::vector<std::string> contents = {encoded(request, "CERTIFICATE REQUEST", options.der)};
+    if (!existing) {
+        contents.push_back(toBytes(key));
+    }
+    outputs.commit(contents);
+    if (!existing) {
+        note(session_options, "the blob of the new key is in " + new_key);
+    }
 }
 
 void attestKey(const SessionOptions& session_options, const AttestOptions& options) {
-    const std::filesystem::path out_dir = std::filesystem::absolute(options.out_dir);
+    const std::filesystem::path out_dir = options.out_dir;
     const std::optional<std::string> existing = readKey(options.key);
     std::string challenge(kChallengeLen, '\0');
     if (options.challenge) {
@@ -138,28 +137,44 @@ void attestKey(const SessionOptions& session_options, const AttestOptions& optio
     } else if (RAND_bytes(reinterpret_cast<unsigned char*>(challenge.data()), kChallengeLen) != 1) {
         throw Refused("no random bytes for a challenge");
     }
-
-    Session session(session_options, Session::Use::kKeymasterOnly);
     std::filesystem::create_directories(out_dir);
-    const hidl_vec<uint8_t> key =
-        keyBlob(session, options.key, existing, (out_dir / "key.keyblob").string());
-    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
+    const Descriptor folder = openFolder(out_dir);
+    FreshFiles outputs;
+    std::vector<std::string> contents;
+    if (!existing) {
+        outputs.addIn(folder, kNewKeyFile, out_dir / kNewKeyFile, Access::kOwnerOnly,
+                      FreshFiles::Existing::kRefuse);
+    }
+
     hidl_vec<hidl_vec<uint8_t>> chain;
-    const auto transport = session.keymaster().attestKey(
-        key,
-        {bytesParam(Tag::ATTESTATION_CHALLENGE, challenge),
-         bytesParam(Tag::ATTESTATION_APPLICATION_ID, kApplicationId)},
-        [&](ErrorCode error, const hidl_vec<hidl_vec<uint8_t>>& certificates) {
-            answer = error;
-            chain = certificates;
-        });
-    checkCall(transport, answer, "attestKey");
+    {
+        Session session(session_options, Session::Use::kKeymasterOnly);
+        const hidl_vec<uint8_t> key =
+            existing ? toVec(*existing) : generateKey(session, options.key.rsa);
+        if (!existing) {
+            contents.push_back(toBytes(key));
+        }
+        ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
+        const auto transport = session.keymaster().attestKey(
+            key,
+            {bytesParam(Tag::ATTESTATION_CHALLENGE, challenge),
+             bytesParam(Tag::ATTESTATION_APPLICATION_ID, kApplicationId)},
+            [&](ErrorCode error, const hidl_vec<hidl_vec<uint8_t>>& certificates) {
+                answer = error;
+                chain = certificates;
+            });
+        checkCall(transport, answer, "attestKey");
+    }
     std::cout << "challenge " << hex(challenge) << '\n';
     for (size_t i = 0; i < chain.size(); ++i) {
         const std::string name = "cert-" + std::to_string(i + 1) + (options.der ? ".der" : ".pem");
-        writeOutput((out_dir / name).string(), encoded(chain[i], "CERTIFICATE", options.der),
-                    Access::kEverybody);
-        std::cout << (std::filesystem::path(options.out_dir) / name).string() << '\n';
+        outputs.addIn(folder, name, out_dir / name, Access::kEverybody);
+        contents.push_back(encoded(chain[i], "CERTIFICATE", options.der));
+        std::cout << (out_dir / name).string() << '\n';
+    }
+    outputs.commit(contents);
+    if (!existing) {
+        note(session_options, "the blob of the new key is in " + (out_dir / kNewKeyFile).string());
     }
 }
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <vector>
 
 #include "bytes.h"
@@ -44,11 +43,6 @@ void requireDistinct(const std::vector<std::string>& read, std::vector<std::stri
     }
 }
 
-// Makes a path absolute, because the session changes the working directory.
-std::string absolute(const std::string& path) {
-    return path == "-" ? path : std::filesystem::absolute(path).string();
-}
-
 void convert(const SessionOptions& session_options, const PasswordOptions& options,
              PW_ENCRYPT_TYPE type) {
     const bool wraps = type == PW_ENCRYPT_TYPE_TO_KEY;
@@ -70,17 +64,19 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
     hidl_vec<uint8_t> tag = wraps ? hidl_vec<uint8_t>() : toVec(readInput(options.tag));
     // The outputs are opened first, so that an output that cannot be written ends the command
     // before its work.
-    std::vector<std::unique_ptr<FreshFile>> outputs;
+    FreshFiles outputs;
     for (const std::string& path : written) {
-        outputs.push_back(std::make_unique<FreshFile>(absolute(path)));
+        outputs.add(path, Access::kOwnerOnly);
     }
 
-    Session session(session_options, Session::Use::kKeymasterOnly);
     hidl_vec<uint8_t> converted;
     hidl_vec<uint8_t> rot;
-    check(session.operation().encryptWithPasswordHWKey(in[0], in[1], material, converted, in[2],
-                                                       in[3], tag, rot, type),
-          wraps ? "wrap" : "unwrap");
+    {
+        Session session(session_options, Session::Use::kKeymasterOnly);
+        check(session.operation().encryptWithPasswordHWKey(in[0], in[1], material, converted, in[2],
+                                                           in[3], tag, rot, type),
+              wraps ? "wrap" : "unwrap");
+    }
     std::vector<std::string> contents = {toBytes(converted)};
     if (wraps) {
         contents.push_back(toBytes(tag));
@@ -88,12 +84,7 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
     if (options.rot) {
         contents.push_back(toBytes(rot));
     }
-    for (size_t i = 0; i < outputs.size(); ++i) {
-        outputs[i]->write(contents[i]);
-    }
-    for (const auto& output : outputs) {
-        output->commit();
-    }
+    outputs.commit(contents);
 }
 
 }  // namespace
