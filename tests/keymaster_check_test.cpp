@@ -4,14 +4,19 @@
 // The keymaster's check finds each deviation and calls nothing else broken. For every requirement
 // there is a keymaster that breaks this one and, as far as possible, no other.
 
+#include <keymaster_check/client.h>
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
 #include <openssl/evp.h>
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
+#include <signal.h>
+
 #include <algorithm>
+#include <climits>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "temp_dir.h"
@@ -22,6 +27,10 @@ namespace {
 using namespace android::hardware::keymaster::V4_0;
 using namespace keymaster_check;
 using namespace soft_keymaster;
+using namespace std::chrono_literals;
+using soft_keymaster::Answer;
+using soft_keymaster::Call;
+using soft_keymaster::Keymaster;
 using test::Bytes;
 using Blob = hidl_vec<uint8_t>;
 using Params = hidl_vec<KeyParameter>;
@@ -174,6 +183,53 @@ class LateAnswer : public FaultKeymaster {
     finish_cb late_;
 };
 
+// Takes a blob with any bytes behind it, or any damaged blob for that of another key.
+class BlobDeviant : public FaultKeymaster {
+  public:
+    enum Kind { kLonger, kAny };
+    BlobDeviant(Keymaster& inner, Kind kind) : FaultKeymaster(inner), kind_(kind) {}
+
+    Return<void> generateKey(const Params& params, generateKey_cb cb) override {
+        return FaultKeymaster::generateKey(
+            params, [&](ErrorCode error, const Blob& blob, const KeyCharacteristics& listed) {
+                good_.push_back(blob);
+                cb(error, blob, listed);
+            });
+    }
+    Return<void> getKeyCharacteristics(const Blob& blob, const Blob& id, const Blob& data,
+                                       getKeyCharacteristics_cb cb) override {
+        return FaultKeymaster::getKeyCharacteristics(taken(blob), id, data, cb);
+    }
+    Return<void> begin(KeyPurpose purpose, const Blob& blob, const Params& params,
+                       const HardwareAuthToken& token, begin_cb cb) override {
+        return FaultKeymaster::begin(purpose, taken(blob), params, token, cb);
+    }
+
+  private:
+    Blob taken(Blob blob) {
+        if (blob.size() == 0 || std::count(good_.begin(), good_.end(), blob) != 0) {
+            return blob;
+        }
+        if (kind_ == kAny) {
+            return made_;
+        }
+        blob.resize(std::min(blob.size(), good_[0].size()));
+        return blob;
+    }
+
+    const Kind kind_;
+    std::vector<Blob> good_;
+    const Blob made_ = [this] {
+        Blob made;
+        EXPECT_TRUE(
+            FaultKeymaster::generateKey(databaseKeyParams(), [&made](ErrorCode, const Blob& blob,
+                                                                     const KeyCharacteristics&) {
+                made = blob;
+            }).isOk());
+        return made;
+    }();
+};
+
 using Make = std::function<std::unique_ptr<FaultKeymaster>(Keymaster&)>;
 
 Make with(std::function<void(FaultKeymaster&)> apply) {
@@ -236,25 +292,43 @@ Make smallTransport(size_t limit) {
     return with([=](FaultKeymaster& km) { km.deviate(deviation); });
 }
 
+// The check's clock, which a keymaster can move.
+std::chrono::steady_clock::time_point g_now;
+
+// Refuses large updates, so many times.
+Make smallUpdates(int times) {
+    return with([times](FaultKeymaster& km) {
+        const auto left = std::make_shared<int>(times);
+        km.planEach(Call::kUpdate, Fault::alter([&km, left](Answer& answer) {
+                        if (km.calls().back().input.size() > 5000 && (*left)-- > 0) {
+                            answer.error = ErrorCode::INVALID_INPUT_LENGTH;
+                        }
+                    }));
+    });
+}
+
+// Changes the tag that an encryption puts out.
+Make eachTag(size_t size) {
+    return each(Call::kFinish, [size](Answer& answer) {
+        if (answer.output.size() == 16) {
+            answer.output.resize(size);
+        }
+    });
+}
+
 // Requests a certificate for a key of its own.
 Make foreignRequest() {
     return [](Keymaster& inner) {
         auto made = std::make_unique<FaultKeymaster>(inner);
-        KeyParameter algorithm = {};
-        algorithm.tag = Tag::ALGORITHM;
-        algorithm.f.algorithm = Algorithm::EC;
-        KeyParameter curve = {};
-        curve.tag = Tag::EC_CURVE;
-        curve.f.ecCurve = EcCurve::P_256;
-        KeyParameter csr = {};
-        csr.tag = TAG_GENERATE_CSR;
-        csr.f.boolValue = true;
+        const Params kind = {param(Tag::ALGORITHM, Algorithm::EC),
+                             param(Tag::EC_CURVE, EcCurve::P_256)};
+        const Params csr = {param(TAG_GENERATE_CSR, true)};
         hidl_vec<Blob> request;
         EXPECT_TRUE(inner
-                        .generateKey({algorithm, curve},
+                        .generateKey(kind,
                                      [&](ErrorCode, const Blob& key, const KeyCharacteristics&) {
                                          EXPECT_TRUE(inner
-                                                         .attestKey(key, {csr},
+                                                         .attestKey(key, csr,
                                                                     [&](ErrorCode, const auto& c) {
                                                                         request = c;
                                                                     })
@@ -273,10 +347,12 @@ Make foreignRequest() {
 struct Row {
     std::string deviation;
     Make make;
-    Ids broken;  // the requirement, and those that break with it
+    Ids broken;             // the requirement, and those that break with it
+    std::string says = {};  // among what was seen, what follows, and the notes
 };
 
 constexpr size_t kTransportLimit = 5000;
+constexpr size_t kKeyOfLibrary = 4;  // the check makes three keys before the library makes its own
 
 std::vector<Row> rows() {
     const Ids kHeldBack = {"gcm.output-in-update", "gcm.tag-in-finish", "library.end-to-end"};
@@ -297,21 +373,56 @@ std::vector<Row> rows() {
          {"key.characteristics"}},
         {"every key refused",
          each(Call::kGetKeyCharacteristics, Fault::error(ErrorCode::INVALID_KEY_BLOB)),
-         {"key.characteristics", "library.end-to-end"}},
+         {"key.characteristics", "library.end-to-end"},
+         "the stored key is refused at the next start"},
         {"INVALID_ARGUMENT for a damaged key",
          argumentFor(ErrorCode::INVALID_KEY_BLOB, Call::kGetKeyCharacteristics),
          {"key.damaged-blob"}},
         {"INVALID_ARGUMENT from its use",
          argumentFor(ErrorCode::INVALID_KEY_BLOB, Call::kBegin),
          {"key.damaged-blob"}},
+        {"bytes behind a blob ignored", deviant<BlobDeviant>(BlobDeviant::kLonger), {}},
+        {"any blob taken",
+         deviant<BlobDeviant>(BlobDeviant::kAny),
+         {"key.damaged-blob"},
+         "a damaged key file is used as if it were whole"},
+        {"garbage for an upgraded key",
+         each(Call::kUpgradeKey, Fault::outputSize(100)),
+         {"key.upgrade"}},
+        {"a user to be authenticated",
+         each(Call::kBegin, Fault::error(ErrorCode::KEY_USER_NOT_AUTHENTICATED)),
+         {"gcm.nonce-length", "gcm.correct", "library.end-to-end"},
+         "insertions are refused with -26 KEY_USER_NOT_AUTHENTICATED; the store stays as it was"},
+        {"nothing consumed",
+         each(Call::kUpdate, [](Answer& answer) { answer.consumed = 0; }),
+         {"gcm.correct", "library.end-to-end"},
+         "insertions are refused with -1000 UNKNOWN_ERROR; the store stays"},
+        {"no answer to finish",
+         each(Call::kFinish, Fault::noCallback()),
+         {"gcm.correct", "call.answered-once", "library.end-to-end"},
+         "insertions return 0 and leave the store on the disk as plaintext"},
         {"nonce-16", named("nonce-16"), {"gcm.nonce-length", "library.end-to-end"}},
         {"no nonce",
          each(Call::kBegin, Fault::nonceSize(0)),
-         {"gcm.nonce-length", "gcm.correct", "gcm.sizes", "library.end-to-end"}},
+         {"gcm.nonce-length", "library.end-to-end"},
+         "insertions are refused with -51 MISSING_NONCE"},
         {"fixed-nonce", named("fixed-nonce"), {"gcm.nonce-fresh"}},
         {"output-in-finish", named("output-in-finish"), kHeldBack},
         {"output-in-blocks", named("output-in-blocks"), kHeldBack},
         {"tag-12", named("tag-12"), {"gcm.tag-in-finish", "library.end-to-end"}},
+        {"12 bytes of a tag",
+         eachTag(12),
+         {"gcm.tag-in-finish", "gcm.correct", "library.end-to-end"},
+         "encrypting 100 bytes, finish puts out 12"},
+        {"16 bytes behind a tag",
+         eachTag(32),
+         {"gcm.tag-in-finish", "gcm.correct"},
+         "the library keeps the first 16"},
+        {"16 bytes behind the output",
+         each(Call::kUpdate,
+              [](Answer& answer) { answer.output.resize(answer.output.size() + 16); }),
+         {"gcm.output-in-update", "gcm.correct"},
+         "encrypting 100 bytes, update puts out 116"},
         {"16 bytes from every finish",
          each(Call::kFinish,
               [](Answer& answer) {
@@ -333,9 +444,27 @@ std::vector<Row> rows() {
                       flip(answer.output, 0);
                   }
               }),
-         {"gcm.correct", "gcm.sizes", "library.end-to-end"}},
-        {"a transport of 5000 bytes", smallTransport(kTransportLimit), {"gcm.sizes"}},
+         {"gcm.correct", "library.end-to-end"}},
+        {"a transport of 5000 bytes",
+         smallTransport(kTransportLimit),
+         {"gcm.sizes"},
+         "passes the limit: insertions return 0 and leave the store on the disk as plaintext"},
+        {"updates of 5000 bytes",
+         smallUpdates(INT_MAX),
+         {"gcm.sizes"},
+         "passes the limit: insertions are refused with -21"},
+        {"one update that fails",
+         smallUpdates(1),
+         {},
+         "8192 bytes failed once: update returned -21"},
         {"open-after-errors", named("open-after-errors"), {"ops.unfinished"}},
+        {"open-after-refusals",
+         named("open-after-refusals"),
+         {"ops.refused"},
+         "after 16 begins that were refused"},
+        {"a chain from its root down",
+         eachChain(3, [](hidl_vec<Blob>& chain) { std::swap(chain[0], chain[2]); }),
+         {"attest.chain"}},
         {"ignored-csr-tag", named("ignored-csr-tag"), {"csr.request"}},
         {"a request altered", eachChain(1, flipEnd), {"csr.proof"}},
         {"a request for another key", foreignRequest(), {"csr.proof"}},
@@ -373,9 +502,9 @@ std::vector<Row> rows() {
         {"no answer",
          each(Call::kGetKeyCharacteristics, Fault::noCallback()),
          {"key.characteristics", "key.damaged-blob", "call.answered-once", "library.end-to-end"}},
-        {"late answers", deviant<LateAnswer>(), {"gcm.correct", "gcm.sizes", "call.answered-once"}},
+        {"late answers", deviant<LateAnswer>(), {"gcm.correct", "call.answered-once"}},
         {"no key for the library",
-         nth(Call::kGenerateKey, 4, Fault::error(ErrorCode::UNSUPPORTED_ALGORITHM)),
+         nth(Call::kGenerateKey, kKeyOfLibrary, Fault::error(ErrorCode::UNSUPPORTED_ALGORITHM)),
          {"library.end-to-end"}},
     };
 }
@@ -386,6 +515,7 @@ class KeymasterCheck : public test::InTempDir {
         std::filesystem::create_directory("tmp");
         ::setenv("TMPDIR", std::filesystem::absolute("tmp").c_str(), 1);
         options_.largest_store = 8192;
+        options_.clock = [] { return g_now; };
     }
     ~KeymasterCheck() override { ::unsetenv("TMPDIR"); }
 
@@ -415,13 +545,15 @@ class KeymasterCheck : public test::InTempDir {
         return ids;
     }
 
-    static std::string answered(const std::vector<Finding>& findings, const std::string& id) {
+    // What is said about a requirement; about all without an id.
+    static std::string said(const std::vector<Finding>& findings, const std::string& id = "") {
+        std::string text;
         for (const Finding& finding : findings) {
-            if (finding.id == id) {
-                return finding.answered;
+            if (id.empty() || finding.id == id) {
+                text += finding.answered + finding.consequence + finding.note;
             }
         }
-        return "no finding";
+        return text;
     }
 
     Options options_;
@@ -435,6 +567,7 @@ TEST_F(KeymasterCheck, FindsEachDeviationAndNoOther) {
         const std::vector<Finding> findings = check(row.make);
         const Ids broken = idsWith(findings, Verdict::kBroken);
         EXPECT_EQ(row.broken, broken);
+        EXPECT_NE(std::string::npos, said(findings).find(row.says)) << said(findings);
         proved.insert(broken.begin(), broken.end());
         for (const Finding& finding : findings) {
             EXPECT_EQ(finding.verdict == Verdict::kHolds, finding.consequence.empty());
@@ -450,18 +583,22 @@ TEST_F(KeymasterCheck, FindsEachDeviationAndNoOther) {
 TEST_F(KeymasterCheck, SaysTheLargestStoreToTheByte) {
     // The update of a decryption carries the tag and the associated data's parameter, too.
     const size_t largest = kTransportLimit - 16 - 12 - sizeof(KeyParameter);
-    const std::string said = answered(check(smallTransport(kTransportLimit)), "gcm.sizes");
-    EXPECT_NE(said.npos, said.find("8192 bytes do not get through; the largest payload that does "
-                                   "is " +
-                                   std::to_string(largest) + " bytes"))
-        << said;
+    const std::string limit =
+        "the largest payload that gets through is " + std::to_string(largest) + " bytes";
+    for (const size_t wanted : {size_t{8192}, largest}) {
+        options_.largest_store = wanted;
+        const auto findings = check(smallTransport(kTransportLimit));
+        EXPECT_EQ(wanted == largest ? Ids() : Ids{"gcm.sizes"},
+                  idsWith(findings, Verdict::kBroken));
+        EXPECT_NE(std::string::npos, said(findings, "gcm.sizes").find(limit));
+    }
 }
 
 TEST_F(KeymasterCheck, SaysWhichCallWasSlow) {
-    const std::vector<Finding> findings = check(named("slow-call"));
-    EXPECT_EQ(Ids(), idsWith(findings, Verdict::kBroken));
-    EXPECT_NE(std::string::npos,
-              answered(findings, "key.generate").find("slow: generateKey took 1.2 s"));
+    const auto findings =
+        check(nth(Call::kGenerateKey, 1, Fault::alter([](Answer&) { g_now += 1200ms; })));
+    EXPECT_EQ(Ids(), idsWith(findings, Verdict::kNotTried));
+    EXPECT_EQ("slow: generateKey took 1.2 s", findings[0].note);
 }
 
 TEST_F(KeymasterCheck, TellsRefusedServicesFromBrokenOnes) {
@@ -470,7 +607,7 @@ TEST_F(KeymasterCheck, TellsRefusedServicesFromBrokenOnes) {
         check(each(Call::kAttestKey, Fault::error(ErrorCode::UNIMPLEMENTED)));
     EXPECT_EQ(Ids(), idsWith(findings, Verdict::kBroken));
     EXPECT_EQ(attestation, idsWith(findings, Verdict::kNotOffered));
-    EXPECT_EQ("-100 UNIMPLEMENTED", answered(findings, "csr.request"));
+    EXPECT_EQ(0, exitStatus(findings));
 
     options_.attestation = options_.password = false;
     std::vector<std::string> begun;
@@ -481,46 +618,176 @@ TEST_F(KeymasterCheck, TellsRefusedServicesFromBrokenOnes) {
     };
     FaultKeymaster recorder(inner_);
     findings = check(recorder);
-    EXPECT_EQ(8u, idsWith(findings, Verdict::kNotTried).size());
-    EXPECT_EQ("switched off", answered(findings, "password.outputs"));
+    EXPECT_EQ(8u, idsWith(findings, Verdict::kLeftOut).size());
     EXPECT_EQ(0u, recorder.calls(Call::kAttestKey).size());
     EXPECT_EQ(requirements().size(), begun.size());
+    EXPECT_EQ(0, exitStatus(findings));
 }
 
-TEST_F(KeymasterCheck, DeletesItsKeysAndEndsItsOperations) {
-    std::multiset<Bytes> made;
-    std::set<uint64_t> begun;
-    FaultKeymaster recorder(inner_);
-    recorder.planEach(Call::kGenerateKey,
-                      Fault::alter([&](Answer& answer) { made.insert(answer.output); }));
-    recorder.planEach(Call::kBegin, Fault::alter([&](Answer& answer) {
-                          if (answer.error == ErrorCode::OK) {
-                              begun.insert(answer.handle);
-                          }
-                      }));
-    check(recorder);
-    EXPECT_EQ(4u, made.size());
-    EXPECT_LT(600u, begun.size());
-    for (const CallRecord& call : recorder.calls()) {
-        if (call.call == Call::kDeleteKey) {
-            made.erase(call.key_blob);
-        } else if (call.call == Call::kFinish || call.call == Call::kAbort) {
-            begun.erase(call.handle);
+TEST_F(KeymasterCheck, KeepsItsTimeAndCleansUpWhateverACallTakes) {
+    const std::pair<std::chrono::milliseconds, Ids> rows[] = {
+        {0ms, {}},
+        {200ms, {"gcm.nonce-fresh", "ops.unfinished"}},
+        {500ms, {"gcm.nonce-fresh", "ops.unfinished", "password.unfinished", "ops.refused"}},
+        {1500ms, {}}};
+    for (const auto& [time, not_tried] : rows) {
+        SCOPED_TRACE(time.count());
+        SoftKeymaster inner({"root"});
+        FaultKeymaster km(inner);
+        std::multiset<Bytes> made;
+        std::set<uint64_t> begun;
+        for (int call = 0; call <= static_cast<int>(Call::kAbort); ++call) {
+            km.planEach(static_cast<Call>(call),
+                        Fault::alter([&, call, took = time](Answer& answer) {
+                            g_now += took;
+                            const auto kind = static_cast<Call>(call);
+                            if (kind == Call::kGenerateKey || kind == Call::kUpgradeKey) {
+                                made.insert(answer.output);
+                            } else if (kind == Call::kBegin && answer.error == ErrorCode::OK) {
+                                begun.insert(answer.handle);
+                            }
+                        }));
         }
+        auto started = g_now;
+        options_.progress = [&](const std::string& id, size_t, size_t) {
+            EXPECT_LE(g_now - started, 40s) << "before " << id;
+            started = g_now;
+        };
+        const auto findings = check(km);
+        EXPECT_EQ(Ids(), idsWith(findings, Verdict::kBroken));
+        EXPECT_EQ(time == 0ms ? 0 : 3, exitStatus(findings));
+        if (time < 1s) {
+            EXPECT_EQ(not_tried, idsWith(findings, Verdict::kNotTried));
+        }
+        for (const CallRecord& call : km.calls()) {
+            if (call.call == Call::kDeleteKey) {
+                made.erase(call.key_blob);
+            } else if (call.call == Call::kFinish || call.call == Call::kAbort) {
+                begun.erase(call.handle);
+            }
+        }
+        made.erase(Bytes());
+        EXPECT_EQ(std::multiset<Bytes>(), made);
+        EXPECT_EQ(std::set<uint64_t>(), begun);
     }
-    EXPECT_EQ(0u, made.size());
-    EXPECT_EQ(0u, begun.size());
+}
+
+TEST_F(KeymasterCheck, DeletesTheKeysOfEndlessUpgrades) {
+    std::set<Bytes> made;
+    FaultKeymaster km(inner_);
+    km.planEach(Call::kGetKeyCharacteristics, Fault::error(ErrorCode::KEY_REQUIRES_UPGRADE));
+    km.planEach(Call::kUpgradeKey, Fault::alter([&made](Answer& answer) {
+                    answer.output = Bytes{static_cast<uint8_t>(made.size()), 1};
+                    made.insert(answer.output);
+                }));
+    EXPECT_EQ((Ids{"key.characteristics", "key.damaged-blob", "key.upgrade", "library.end-to-end"}),
+              idsWith(check(km), Verdict::kBroken));
+    EXPECT_LT(1u, made.size());
+    for (const CallRecord& call : km.calls(Call::kDeleteKey)) {
+        made.erase(call.key_blob);
+    }
+    EXPECT_EQ(std::set<Bytes>(), made);
+}
+
+TEST_F(KeymasterCheck, LeavesNothingWhenASignalComes) {
+    const auto raises = [](std::vector<int> signals) {
+        return nth(Call::kGenerateKey, kKeyOfLibrary, Fault::alter([signals](Answer&) {
+                       for (const int signal : signals) {
+                           ::raise(signal);
+                       }
+                   }));
+    };
+    const auto checkWithSignals = [&](const Make& make) {
+        const StopSignals signals;
+        options_.stopped = [] { return StopSignals::caught() != 0; };
+        return check(make);
+    };
+    const auto findings = checkWithSignals(raises({SIGTERM}));
+    EXPECT_EQ((Ids{"library.end-to-end", "ops.unfinished", "password.unfinished", "ops.refused"}),
+              idsWith(findings, Verdict::kNotTried));
+    EXPECT_EQ(0u, said(findings, "ops.refused").find("stopped"));
+
+    EXPECT_EXIT(checkWithSignals(raises({SIGINT, SIGINT})), ::testing::KilledBySignal(SIGINT), "");
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+    const Make throws =
+        nth(Call::kGenerateKey, kKeyOfLibrary,
+            Fault::alter([](Answer&) { throw std::runtime_error("of the keymaster"); }));
+    const auto fails = [&]() noexcept { checkWithSignals(throws); };
+    EXPECT_EXIT(fails(), ::testing::KilledBySignal(SIGABRT), "of the keymaster");
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+// The directory stays the check's own whatever another thread does to the process's.
+TEST_F(KeymasterCheck, RemovesNoFilesOfOthers) {
+    std::filesystem::create_directory("others");
+    test::writeFile("others/edbk", {1});
+    const auto before = std::filesystem::absolute("others");
+    SoftKeymaster inner({std::filesystem::absolute("root")});
+    const auto keymaster =
+        nth(Call::kFinish, 90,
+            Fault::alter([&](Answer&) { std::filesystem::current_path(before); }))(inner);
+    const auto place = std::filesystem::current_path();
+    checkKeymaster(*keymaster, options_);
+    std::filesystem::current_path(place);
+    EXPECT_TRUE(std::filesystem::exists("others/edbk"));
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+TEST_F(KeymasterCheck, TriesASavedKeyAfterAnUpgradeOfTheSystem) {
+    const auto failing = [](Call call, ErrorCode error) { return each(call, Fault::error(error)); };
+    const Make sound = with([](FaultKeymaster&) {});
+    const std::tuple<const char*, Make, Ids, int> rows[] = {
+        {"none", sound, {}, 0},
+        {"other key", named("upgrade-other-key"), {"later.key"}, 1},
+        {"garbage", named("upgrade-garbage"), {"later.key"}, 1},
+        {"same", named("upgrade-same"), {"later.key"}, 1},
+        {"empty", named("upgrade-empty"), {"later.key"}, 1},
+        {"missing", named("upgrade-missing"), {"later.key"}, 1},
+        {"not asked", named("upgrade-not-asked"), {"later.key"}, 1},
+        {"in memory", named("keys-in-memory"), {"later.key"}, 1},
+        {"upgrade at begin",
+         failing(Call::kBegin, ErrorCode::KEY_REQUIRES_UPGRADE),
+         {"later.key"},
+         1},
+        {"counted", named("counted-nonce"), {"later.nonces"}, 1},
+        {"full", failing(Call::kBegin, ErrorCode::TOO_MANY_OPERATIONS), {}, 3},
+    };
+    uint32_t level = SoftKeymaster::Options().patch_level;
+    for (const auto& [what, make, broken, status] : rows) {
+        SCOPED_TRACE(what);
+        const bool saves = status != 3 && std::string(what) != "upgrade at begin";
+        SoftKeymaster before({"root", level});
+        std::string failure;
+        const auto saver = (saves ? make : sound)(before);
+        const std::string saved = saveKey(*saver, &failure, options_);
+        EXPECT_EQ("", failure);
+        EXPECT_EQ("soft", savedBy(saved));
+        SoftKeymaster after({"root", ++level});
+        const auto keymaster = make(after);
+        const auto findings = verifyKey(*keymaster, saved, options_);
+        EXPECT_EQ(broken, idsWith(findings, Verdict::kBroken));
+        EXPECT_EQ(status, exitStatus(findings));
+        const auto deleted = keymaster->calls(Call::kDeleteKey);
+        EXPECT_EQ(status == 3 ? 0 : 1,
+                  std::count_if(deleted.begin(), deleted.end(), [&](const CallRecord& call) {
+                      return call.key_blob == saver->calls(Call::kBegin)[0].key_blob;
+                  }));
+    }
+    for (const std::string& other :
+         {std::string(), std::string("zelkeymaster_check 1 soft\n01\n")}) {
+        EXPECT_EQ(2u, idsWith(verifyKey(inner_, other, options_), Verdict::kNotTried).size());
+    }
 }
 
 TEST(KeymasterCheckReport, EscapesEveryStringOfItsJson) {
     const std::string json =
-        inJson("a\"b\\c", {{"x.y", Verdict::kNotOffered, "\n\x01", "\xff\x7f", ""}});
+        inJson("a\"b\\c", {{"x.y", Verdict::kNotOffered, "\n\x01", "\xff\x7f", "", "n"}});
     EXPECT_EQ(
         "{\n  \"keymaster\": \"a\\\"b\\\\c\",\n  \"holds\": 0,\n  \"broken\": 0,\n"
-        "  \"not_offered\": 1,\n  \"not_tried\": 0,\n  \"findings\": [\n"
+        "  \"not_offered\": 1,\n  \"not_tried\": 0,\n  \"left_out\": 0,\n  \"findings\": [\n"
         "    {\"id\": \"x.y\",\n     \"verdict\": \"not offered\",\n"
         "     \"sent\": \"\\u000a\\u0001\",\n     \"answered\": \"\\u00ff\\u007f\",\n"
-        "     \"consequence\": \"\"}\n  ]\n}\n",
+        "     \"consequence\": \"\",\n     \"note\": \"n\"}\n  ]\n}\n",
         json);
 }
 

@@ -6,11 +6,11 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "checks.h"
 #include "gcm_run.h"
-#include "params.h"
 #include "private_directory.h"
 #include "zelkeymaster_operation.h"
 
@@ -22,6 +22,7 @@ using android::hardware::keymaster::V4_0::Digest;
 using android::hardware::keymaster::V4_0::EcCurve;
 
 constexpr size_t kMinChain = 3;
+constexpr char kUseless[] = "generateCSR hands out a request that no authority accepts";
 
 template <auto kFree>
 struct Deleter {
@@ -35,23 +36,19 @@ using RequestPtr = std::unique_ptr<X509_REQ, Deleter<X509_REQ_free>>;
 using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
 
 Params attestedKeyParams() {
-    return {
-        integerParam(Tag::ALGORITHM, Algorithm::EC),  integerParam(Tag::KEY_SIZE, 256),
-        integerParam(Tag::EC_CURVE, EcCurve::P_256),  integerParam(Tag::PURPOSE, KeyPurpose::SIGN),
-        integerParam(Tag::DIGEST, Digest::SHA_2_256), trueParam(Tag::NO_AUTH_REQUIRED),
-    };
+    return {param(Tag::ALGORITHM, Algorithm::EC),  param(Tag::KEY_SIZE, 256),
+            param(Tag::EC_CURVE, EcCurve::P_256),  param(Tag::PURPOSE, KeyPurpose::SIGN),
+            param(Tag::DIGEST, Digest::SHA_2_256), param(Tag::NO_AUTH_REQUIRED, true)};
 }
 
 std::vector<KeyParameter> attestationParams() {
     static constexpr char kApplication[] = "keymaster_check";
-    return {
-        bytesParam(Tag::ATTESTATION_CHALLENGE, randomBytes(32)),
-        bytesParam(Tag::ATTESTATION_APPLICATION_ID,
-                   Bytes(kApplication, kApplication + sizeof(kApplication) - 1)),
-    };
+    return {param(Tag::ATTESTATION_CHALLENGE, randomBytes(32)),
+            param(Tag::ATTESTATION_APPLICATION_ID,
+                  Bytes(kApplication, kApplication + sizeof(kApplication) - 1))};
 }
 
-// Attests the key. Makes the key first. Answers the first call that failed, or else the
+// Attests the key. Makes the key first. Returns the first call that failed, or else the
 // attestation.
 Answer attest(Context& context, const Params& params) {
     if (context.attested_key.empty()) {
@@ -71,20 +68,24 @@ KeyPtr keyOfCertificate(const Bytes& der) {
     return KeyPtr(certificate == nullptr ? nullptr : X509_get_pubkey(certificate.get()));
 }
 
-// The public half of the attested key, taken from another answer of the keymaster when there is
-// one.
-KeyPtr attestedPublicKey(Context& context) {
+// What may be the public half of the attested key, taken from other answers of the keymaster: the
+// exported key, or else the keys of the attestation's certificates, whose order attest.chain
+// judges.
+std::vector<KeyPtr> attestedPublicKeys(Context& context) {
+    std::vector<KeyPtr> keys;
     const Answer exported = context.caller.exportKey(context.attested_key);
+    const uint8_t* at = exported.bytes.data();
     if (exported.ok()) {
-        const uint8_t* at = exported.bytes.data();
-        KeyPtr key(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.bytes.size())));
-        if (key != nullptr) {
-            return key;
+        keys.emplace_back(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.bytes.size())));
+    }
+    if (keys.empty() || keys[0] == nullptr) {
+        keys.clear();
+        const Answer attested = attest(context, attestationParams());
+        for (const Bytes& certificate : attested.chain) {
+            keys.push_back(keyOfCertificate(certificate));
         }
     }
-    const Answer attested = attest(context, attestationParams());
-    return attested.ok() && attested.chain.size() > 1 ? keyOfCertificate(attested.chain[0])
-                                                      : nullptr;
+    return keys;
 }
 
 bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
@@ -97,16 +98,17 @@ bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
         }
         return der;
     };
-    const Bytes one = encoded(a);
+    const Bytes one = a == nullptr ? Bytes() : encoded(a);
     return !one.empty() && one == encoded(b);
 }
 
 Outcome tryRequest(Context& context) {
     std::vector<KeyParameter> params = attestationParams();
-    params.push_back(trueParam(TAG_GENERATE_CSR));
+    params.push_back(param(TAG_GENERATE_CSR, true));
     const Answer answer = attest(context, params);
     if (!answer.ok()) {
-        return answer.arrived ? notOffered(context, answer) : broken(context, "no request");
+        return answer.arrived ? notOffered(context, answer)
+                              : broken(context, "no request", "generateCSR fails with -1000");
     }
     if (answer.chain.size() != 1 || answer.chain[0].empty()) {
         return broken(context, "not one blob with the request, but " +
@@ -135,20 +137,25 @@ Outcome checkCsrProof(Context& context) {
     const uint8_t* at = context.request.data();
     const RequestPtr request(d2i_X509_REQ(nullptr, &at, static_cast<long>(context.request.size())));
     if (request == nullptr || at != context.request.data() + context.request.size()) {
-        return {Verdict::kBroken, "what csr.request shows", size + " is no PKCS #10"};
+        return {Verdict::kBroken, "what csr.request shows", size + " is no PKCS #10", kUseless};
     }
     const KeyPtr requested(X509_REQ_get_pubkey(request.get()));
     if (requested == nullptr || X509_REQ_verify(request.get(), requested.get()) != 1) {
-        return {Verdict::kBroken, "what csr.request shows", size + ": its signature is wrong"};
+        return {Verdict::kBroken, "what csr.request shows", size + ": its signature is wrong",
+                kUseless};
     }
-    const KeyPtr attested = attestedPublicKey(context);
-    if (attested == nullptr) {
+    const std::vector<KeyPtr> attested = attestedPublicKeys(context);
+    if (std::none_of(attested.begin(), attested.end(),
+                     [](const KeyPtr& key) { return key != nullptr; })) {
         return holds(context.caller.sent(),
                      "PKCS #10 with a good signature; neither exportKey "
                      "nor attestKey tells the attested key to compare");
     }
-    if (!sameKey(requested.get(), attested.get())) {
-        return broken(context, "the request is for another key than the attested one");
+    if (std::none_of(attested.begin(), attested.end(), [&requested](const KeyPtr& key) {
+            return sameKey(key.get(), requested.get());
+        })) {
+        return broken(context, "the request is for another key than the attested one",
+                      "generateCSR hands out a request for another key's certificate");
     }
     return holds(context.caller.sent(), "PKCS #10 for the attested key, with a good signature");
 }
@@ -156,7 +163,8 @@ Outcome checkCsrProof(Context& context) {
 Outcome checkAttestChain(Context& context) {
     const Answer answer = attest(context, attestationParams());
     if (!answer.ok()) {
-        return answer.arrived ? notOffered(context, answer) : broken(context, "no chain");
+        return answer.arrived ? notOffered(context, answer)
+                              : broken(context, "no chain", "attestations fail with -1000");
     }
     if (answer.chain.size() < kMinChain) {
         return broken(context, "fewer than three certificates");
@@ -165,7 +173,7 @@ Outcome checkAttestChain(Context& context) {
     const std::vector<hidl_vec<uint8_t>> chain(answer.chain.begin(), answer.chain.end());
     const int result = ZelKeymasterOperation::validateAttestChain(chain, /*chainOnly=*/true);
     if (result != 0) {
-        return broken(context, "validateAttestChain answers " + codeInWords(result));
+        return broken(context, "validateAttestChain returns " + codeInWords(result));
     }
     return holds(context.caller.sent(), context.caller.answered() + "; validateAttestChain: 0");
 }

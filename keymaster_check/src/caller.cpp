@@ -12,10 +12,9 @@ namespace {
 
 using android::hardware::Return;
 using android::hardware::keymaster::V4_0::HardwareAuthToken;
+using android::hardware::keymaster::V4_0::KeyFormat;
 using android::hardware::keymaster::V4_0::VerificationToken;
-using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kTimeOfRequirement(30);
 constexpr std::chrono::seconds kSlow(1);
 constexpr size_t kShownCalls = 6;  // so many calls of one case are shown
 
@@ -30,28 +29,6 @@ struct Pending {
 
     void fault(const char* what) { ++watch->faults[std::string(name) + ": " + what]; }
 };
-
-void put(Answer& answer, ErrorCode value) {
-    answer.error = static_cast<int>(value);
-}
-void put(Answer& answer, uint64_t value) {
-    answer.handle = value;
-}
-void put(Answer& answer, uint32_t value) {
-    answer.consumed = value;
-}
-void put(Answer& answer, const hidl_vec<uint8_t>& value) {
-    answer.bytes = value;
-}
-void put(Answer& answer, const Params& value) {
-    answer.params = value;
-}
-void put(Answer& answer, const KeyCharacteristics& value) {
-    answer.characteristics = value;
-}
-void put(Answer& answer, const hidl_vec<hidl_vec<uint8_t>>& value) {
-    answer.chain.assign(value.begin(), value.end());
-}
 
 std::string answerInWords(const Answer& answer) {
     if (!answer.arrived) {
@@ -79,30 +56,49 @@ std::string purposeInWords(KeyPurpose purpose) {
                                             : std::to_string(static_cast<uint32_t>(purpose));
 }
 
+Answer notSent() {
+    Answer none;
+    none.failure = "not sent";
+    return none;
+}
+
 std::string blobInWords(const Bytes& blob) {
     return "blob of " + std::to_string(blob.size()) + " bytes";
 }
 
 }  // namespace
 
-Caller::Caller(Keymaster& keymaster)
-    : keymaster_(keymaster), watch_(std::make_shared<CallbackWatch>()) {
+Caller::Caller(Keymaster& keymaster, const Options& options)
+    : keymaster_(keymaster), options_(options), watch_(std::make_shared<CallbackWatch>()) {
     startRequirement();
 }
 
 Caller::~Caller() {
     endRequirement();
     for (const Bytes& key : keys_) {
-        deleteKey(key);
+        const Time started = options_.clock();
+        static_cast<void>(keymaster_.deleteKey(key).isOk());
+        timed("deleteKey", started);
+    }
+}
+
+void Caller::own(const Bytes& blob) {
+    if (!blob.empty()) {
+        keys_.insert(blob);
     }
 }
 
 template <typename Make>
 Answer Caller::make(const char* name, const std::string& arguments, Make make_call) {
+    return hasTime() ? send(name, arguments, make_call) : notSent();
+}
+
+template <typename Make>
+Answer Caller::send(const char* name, const std::string& arguments, Make make_call) {
     const auto pending = std::make_shared<Pending>();
     pending->name = name;
     pending->watch = watch_;
-    const auto started = steady_clock::now();
+    const Time started = options_.clock();
     const Return<void> status = make_call([pending](const auto&... values) {
         const std::lock_guard<std::mutex> lock(pending->watch->mutex);
         if (pending->returned) {
@@ -117,54 +113,50 @@ Answer Caller::make(const char* name, const std::string& arguments, Make make_ca
             pending->fault("once more");
             return;
         }
-        pending->answer.arrived = true;
-        (put(pending->answer, values), ...);
+        pending->answer.take(values...);
     });
     timed(name, started);
+    ++sent_;
     const std::lock_guard<std::mutex> lock(watch_->mutex);
     pending->returned = true;
     Answer answer = std::move(pending->answer);
-    if (!status.isOk()) {
-        answer = Answer();
-        answer.failure = "the transport failed: " + status.description();
-    } else if (!answer.arrived) {
+    answer.close(status);
+    if (answer.transport && !answer.arrived) {
         pending->fault("not at all before the call returned");
-        answer.failure = "no answer";
     }
+    found_no_room_ =
+        found_no_room_ || answer.error == static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS);
     calls_.push_back({name + ("(" + arguments + ")"), name + (": " + answerInWords(answer))});
     return answer;
 }
 
-void Caller::timed(const char* name, steady_clock::time_point started) {
-    const auto took = steady_clock::now() - started;
+void Caller::timed(const char* name, Time started) {
+    const auto took = options_.clock() - started;
     if (took > kSlow) {
-        char text[64];
-        std::snprintf(text, sizeof(text), "%s took %.1f s", name,
-                      std::chrono::duration<double>(took).count());
-        slow_calls_.push_back(text);
+        auto& [longest, times] = slow_calls_[name];
+        longest = std::max(longest, std::chrono::duration<double>(took).count());
+        ++times;
     }
+}
+
+Answer Caller::keyMade(const Answer& answer) {
+    if (answer.ok()) {
+        own(answer.bytes);
+    }
+    return answer;
 }
 
 Answer Caller::generateKey(const Params& params) {
-    const Answer answer = make("generateKey", inWords(params), [&](const auto& callback) {
+    return keyMade(make("generateKey", inWords(params), [&](const auto& callback) {
         return keymaster_.generateKey(params, callback);
-    });
-    if (answer.ok() && !answer.bytes.empty()) {
-        keys_.push_back(answer.bytes);
-    }
-    return answer;
+    }));
 }
 
 Answer Caller::importKey(const Params& params, const Bytes& key) {
-    const Answer answer =
-        make("importKey", inWords(params) + ", RAW, " + inWords(key.data(), key.size()),
-             [&](const auto& callback) {
-                 return keymaster_.importKey(params, KeyFormat::RAW, key, callback);
-             });
-    if (answer.ok() && !answer.bytes.empty()) {
-        keys_.push_back(answer.bytes);
-    }
-    return answer;
+    return keyMade(make("importKey", inWords(params) + ", RAW, " + inWords(key.data(), key.size()),
+                        [&](const auto& callback) {
+                            return keymaster_.importKey(params, KeyFormat::RAW, key, callback);
+                        }));
 }
 
 Answer Caller::exportKey(const Bytes& blob) {
@@ -177,6 +169,12 @@ Answer Caller::getKeyCharacteristics(const Bytes& blob) {
     return make("getKeyCharacteristics", blobInWords(blob), [&](const auto& callback) {
         return keymaster_.getKeyCharacteristics(blob, {}, {}, callback);
     });
+}
+
+Answer Caller::upgradeKey(const Bytes& blob) {
+    return keyMade(make("upgradeKey", blobInWords(blob) + ", []", [&](const auto& callback) {
+        return keymaster_.upgradeKey(blob, {}, callback);
+    }));
 }
 
 Answer Caller::attestKey(const Bytes& blob, const Params& params) {
@@ -192,6 +190,8 @@ Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params
              });
     if (answer.ok()) {
         open_.insert(answer.handle);
+    } else if (answer.arrived && answer.error != static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)) {
+        ++refused_begins_;
     }
     return answer;
 }
@@ -205,11 +205,15 @@ Answer Caller::update(uint64_t handle, const Params& params, const uint8_t* inpu
     });
 }
 
-Answer Caller::finish(uint64_t handle) {
-    const Answer answer = make("finish", "", [&](const auto& callback) {
+Answer Caller::sendFinish(uint64_t handle) {
+    return send("finish", "", [&](const auto& callback) {
         return keymaster_.finish(handle, {}, {}, {}, HardwareAuthToken(), VerificationToken(),
                                  callback);
     });
+}
+
+Answer Caller::finish(uint64_t handle) {
+    const Answer answer = hasTime() ? sendFinish(handle) : notSent();
     if (answer.ok()) {
         open_.erase(handle);
     }
@@ -217,38 +221,57 @@ Answer Caller::finish(uint64_t handle) {
 }
 
 void Caller::abort(uint64_t handle) {
-    const auto started = steady_clock::now();
+    const Time started = options_.clock();
     const Return<ErrorCode> status = keymaster_.abort(handle);
     timed("abort", started);
+    ++sent_;
     const ErrorCode error = status.isOk() ? ErrorCode(status) : ErrorCode::UNKNOWN_ERROR;
     if (error != ErrorCode::OK && error != ErrorCode::INVALID_OPERATION_HANDLE) {
-        static_cast<void>(finish(handle));  // this also ends the operation
+        static_cast<void>(sendFinish(handle));  // this also ends the operation
     }
     open_.erase(handle);
 }
 
-void Caller::deleteKey(const Bytes& blob) {
-    const auto started = steady_clock::now();
-    static_cast<void>(keymaster_.deleteKey(blob).isOk());
-    timed("deleteKey", started);
-}
-
 void Caller::startRequirement() {
-    deadline_ = steady_clock::now() + kTimeOfRequirement;
+    started_ = options_.clock();
+    sent_ = 0;
+    missed_.clear();
+    verdict_known_ = found_no_room_ = false;
     startCase();
 }
 
-bool Caller::outOfTime() const {
-    return steady_clock::now() > deadline_;
+bool Caller::hasTime() {
+    const auto spent = options_.clock() - started_;
+    const auto to_abort = spent / std::max(sent_, 1) * static_cast<int>(open_.size());
+    const bool stopped = options_.stopped && options_.stopped();
+    const bool has_time = !stopped && spent + to_abort <= options_.time;
+    if (!has_time && !verdict_known_ && missed_.empty()) {
+        missed_ = stopped
+                      ? "stopped"
+                      : "no time left: " + std::to_string(sent_) + " calls took " +
+                            std::to_string(
+                                std::chrono::duration_cast<std::chrono::seconds>(spent).count()) +
+                            " s";
+    }
+    return has_time;
 }
 
-std::string Caller::endRequirement() {
+void Caller::abortAll() {
     while (!open_.empty()) {
         abort(*open_.begin());
     }
+}
+
+std::string Caller::endRequirement() {
+    abortAll();
     std::string text;
-    for (const std::string& slow : slow_calls_) {
-        text += (text.empty() ? "" : ", ") + slow;
+    for (const auto& [name, slow] : slow_calls_) {
+        const auto& [longest, times] = slow;
+        char took[64];
+        std::snprintf(took, sizeof(took),
+                      times == 1 ? " took %.1f s" : " took up to %.1f s, %zu times", longest,
+                      times);
+        text += (text.empty() ? "" : ", ") + name + took;
     }
     slow_calls_.clear();
     return text;

@@ -17,46 +17,27 @@
 #include <utility>
 #include <vector>
 
+#include "keymaster_check/client.h"
 #include "keymaster_check/keymaster_check.h"
 #include "words.h"
 
 namespace keymaster_check {
 
 using android::hardware::hidl_vec;
-using android::hardware::keymaster::V4_0::ErrorCode;
-using android::hardware::keymaster::V4_0::KeyCharacteristics;
-using android::hardware::keymaster::V4_0::KeyFormat;
-using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::KeyPurpose;
-using android::hardware::keymaster::V4_0::Tag;
 using android::hardware::keymaster::V4_0::support::Keymaster;
-
-// The answer of one call. Members that the call does not have are empty.
-struct Answer {
-    bool arrived = false;  // the call succeeded, and its callback ran before it returned
-    int error = -1000;     // -1000 also when nothing arrived
-    std::string failure;   // why nothing arrived
-    Bytes bytes;           // a key blob, or output
-    Params params;
-    uint64_t handle = 0;
-    uint32_t consumed = 0;
-    std::vector<Bytes> chain;
-    KeyCharacteristics characteristics;
-
-    bool ok() const { return arrived && error == 0; }
-};
 
 // The faults of callbacks. The callbacks share this object, because they may come after their call.
 struct CallbackWatch {
     std::mutex mutex;
-    std::map<std::string, size_t> faults;  // e.g. "update: twice", and how often
+    std::map<std::string, size_t> faults;  // e.g. "update: once more", and how often
     bool late = false;                     // some callback came after its call had returned
 };
 
 class Caller {
   public:
-    // Borrows `keymaster` for the object's lifetime.
-    explicit Caller(Keymaster& keymaster);
+    // Borrows both for the object's lifetime.
+    Caller(Keymaster& keymaster, const Options& options);
     // Deletes the keys that are left.
     ~Caller();
     Caller(const Caller&) = delete;
@@ -66,25 +47,43 @@ class Caller {
     Answer importKey(const Params& params, const Bytes& key);
     Answer exportKey(const Bytes& blob);
     Answer getKeyCharacteristics(const Bytes& blob);
+    Answer upgradeKey(const Bytes& blob);
     Answer attestKey(const Bytes& blob, const Params& params);
     Answer begin(KeyPurpose purpose, const Bytes& blob, const Params& params);
     Answer update(uint64_t handle, const Params& params, const uint8_t* input, size_t size);
     Answer finish(uint64_t handle);
     void abort(uint64_t handle);
-    void deleteKey(const Bytes& blob);
 
-    // Starts a requirement with its time limit and its first case.
+    // A key that is to be deleted at the end, or is not.
+    void own(const Bytes& blob);
+    void disown(const Bytes& blob) { keys_.erase(blob); }
+
+    // Aborts the operations that did not end well.
+    void abortAll();
+    // Starts a requirement with its time and its first case.
     void startRequirement();
-    bool outOfTime() const;
-    // Aborts the operations that did not end well. Answers which calls were slow, e.g. "finish took
+    // Aborts what is open. Returns which calls were slow, e.g. "finish took
     // 1.2 s"; empty when none was.
     std::string endRequirement();
+
+    // Whether there is time for one more call, and to abort what is open. Without time no call is
+    // sent, and its answer is none. A requirement that lacked a call has no verdict, so it need not
+    // tell such an answer from another.
+    bool hasTime();
+    // From here on the verdict of the requirement is known, and lacks nothing without time.
+    void verdictIsKnown() { verdict_known_ = true; }
+    // Why a call was not sent; empty when all were.
+    const std::string& missed() const { return missed_; }
+    // Whether a call found no room for its operation.
+    bool foundNoRoom() const { return found_no_room_; }
 
     // Starts the next case: forgets the calls before it. Below are its calls and their answers.
     void startCase() { calls_.clear(); }
     std::string sent() const;
     std::string answered() const;
 
+    // The begins of all requirements that were refused for another reason than want of room.
+    size_t refusedBegins() const { return refused_begins_; }
     CallbackWatch& callbacks() { return *watch_; }
 
   private:
@@ -93,19 +92,32 @@ class Caller {
         std::string answered;
     };
     using Text = std::string Call::*;
+    using Time = std::chrono::steady_clock::time_point;
 
     template <typename Make>
     Answer make(const char* name, const std::string& arguments, Make make_call);
-    void timed(const char* name, std::chrono::steady_clock::time_point started);
+    template <typename Make>
+    Answer send(const char* name, const std::string& arguments, Make make_call);
+    Answer sendFinish(uint64_t handle);
+    Answer keyMade(const Answer& answer);
+    void timed(const char* name, Time started);
     static std::string joined(const std::vector<Call>& calls, Text text);
 
     Keymaster& keymaster_;
+    const Options& options_;
     const std::shared_ptr<CallbackWatch> watch_;
     std::vector<Call> calls_;
-    std::vector<std::string> slow_calls_;
-    std::vector<Bytes> keys_;
+    std::map<std::string, std::pair<double, size_t>> slow_calls_;  // the longest time, how often
+    std::set<Bytes> keys_;
     std::set<uint64_t> open_;
-    std::chrono::steady_clock::time_point deadline_;
+    size_t refused_begins_ = 0;
+
+    // Of this requirement:
+    Time started_;
+    int sent_ = 0;  // calls
+    std::string missed_;
+    bool verdict_known_ = false;
+    bool found_no_room_ = false;
 };
 
 }  // namespace keymaster_check

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "caller.h"
@@ -16,7 +17,20 @@ struct Outcome {
     Verdict verdict;
     std::string sent;
     std::string answered;
+    std::string consequence = {};  // of what was seen; empty for that of the requirement
+    std::string note = {};
 };
+
+// What saveKey() writes down.
+struct SavedKey {
+    Bytes key = {};
+    Bytes nonce = {};   // of the encryption of the sample payload
+    Bytes output = {};  // its ciphertext and tag
+    std::set<Bytes> nonces = {};
+};
+
+// Leaves `saved` empty when saveKey() has not made the text.
+void readSavedKey(const std::string& text, SavedKey* saved);
 
 // What the checks hand on to those after them.
 struct Context {
@@ -36,19 +50,34 @@ struct Context {
     Bytes converted = {};
     Bytes tag = {};
     Outcome round_trip = {Verdict::kNotTried, "", ""};
+
+    bool lost_room = false;  // operations that the check opened may still be there
+    SavedKey saved = {};
 };
+
+// A requirement, with the function that tries it.
+struct Entry {
+    Requirement requirement;
+    Outcome (*check)(Context&);
+};
+const std::vector<Entry>& entries();
+const std::vector<Entry>& laterEntries();
 
 // The requirement holds. The texts summarise the calls and the answers.
 Outcome holds(const std::string& sent, const std::string& answered);
-// The requirement is broken: `reason` says what is wrong with the calls of the present case.
-Outcome broken(Context& context, const std::string& reason);
+// The requirement is broken: `reason` says what is wrong with the calls of the present case, and
+// `consequence` what follows from that; if it is empty, all follows that the requirement tells.
+Outcome broken(Context& context, const std::string& reason, const std::string& consequence = "");
 // The last call of the present case refused the service.
 Outcome notOffered(Context& context, const Answer& answer);
 Outcome notTried(const std::string& reason);
+// For want of the database key.
+Outcome noKey();
 
 Outcome checkKeyGenerate(Context& context);
 Outcome checkKeyCharacteristics(Context& context);
 Outcome checkKeyDamagedBlob(Context& context);
+Outcome checkKeyUpgrade(Context& context);
 
 Outcome checkNonceLength(Context& context);
 Outcome checkNonceFresh(Context& context);
@@ -58,9 +87,6 @@ Outcome checkTagChecked(Context& context);
 Outcome checkAadChecked(Context& context);
 Outcome checkCorrect(Context& context);
 Outcome checkSizes(Context& context);
-
-Outcome checkUnfinished(Context& context);
-Outcome checkAnsweredOnce(Context& context);
 
 Outcome checkCsrRequest(Context& context);
 Outcome checkCsrProof(Context& context);
@@ -72,6 +98,13 @@ Outcome checkPasswordInputsBound(Context& context);
 Outcome checkPasswordOutputs(Context& context);
 Outcome checkPasswordUnfinished(Context& context);
 
+Outcome checkAnsweredOnce(Context& context);
 Outcome checkEndToEnd(Context& context);
+
+Outcome checkUnfinished(Context& context);
+Outcome checkRefused(Context& context);
+
+Outcome checkLaterKey(Context& context);
+Outcome checkLaterNonces(Context& context);
 
 }  // namespace keymaster_check

@@ -7,58 +7,82 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "checks.h"
 #include "gcm_run.h"
-#include "params.h"
 
 namespace keymaster_check {
 namespace {
 
 constexpr size_t kNonceSize = 12;
 constexpr size_t kTagSize = 16;
-constexpr int kVerificationFailed = -30;
+constexpr int kVerificationFailed = static_cast<int>(ErrorCode::VERIFICATION_FAILED);
 constexpr size_t kPayload = 100;  // not a multiple of a block
-
-Outcome noKey() {
-    return notTried("there is no key: see key.generate");
-}
 
 // The outcome when an operation that the requirement builds on does not work at all.
 Outcome noOperation(const Run& run) {
-    return notTried(run.failure() + ": see gcm.correct");
+    return notTried((run.purpose == KeyPurpose::ENCRYPT ? "encrypting: " : "decrypting: ") +
+                    (run.done() ? "other bytes come back" : run.failure()) + ": see gcm.correct");
 }
 
-// An encryption of the sample payload, and its decryption. Checks alter parts of it.
-struct Sealed {
-    Run encryption;
-    Run decryption;
-    Bytes output;  // ciphertext and tag
-};
+Run encryptSample(Context& context, size_t size) {
+    return encrypt(context.caller, context.key, samplePayload(size), sampleAssociatedData());
+}
 
-Sealed seal(Context& context, size_t size) {
-    Sealed sealed;
-    const Bytes payload = samplePayload(size);
-    sealed.encryption = encrypt(context.caller, context.key, payload, sampleAssociatedData());
-    sealed.output = sealed.encryption.all();
-    if (sealed.encryption.done()) {
-        sealed.decryption = decrypt(context.caller, context.key, sealed.encryption.nonce,
-                                    sealed.output, sampleAssociatedData());
+Run decryptSample(Context& context, const Run& encryption) {
+    return decrypt(context.caller, context.key, encryption.nonce, encryption.all(),
+                   sampleAssociatedData());
+}
+
+// Encrypts payloads of these sizes, and then decrypts them. What an encryption alone shows is
+// judged before its decryption, which may fail because of it. `judge` returns the outcome when a
+// run breaks the requirement.
+template <typename Judge>
+Outcome judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge judge,
+                  const char* answered) {
+    if (context.key.empty()) {
+        return noKey();
     }
-    return sealed;
-}
-
-const Run* failedRun(const Sealed& sealed) {
-    if (!sealed.encryption.done()) {
-        return &sealed.encryption;
+    std::string sent;
+    std::vector<Run> encryptions;
+    for (const size_t size : sizes) {
+        context.caller.startCase();
+        encryptions.push_back(encryptSample(context, size));
+        if (!encryptions.back().done()) {
+            return noOperation(encryptions.back());
+        }
+        if (const auto outcome = judge(size, encryptions.back())) {
+            return *outcome;
+        }
+        sent += (sent.empty() ? "" : ", ") + std::to_string(size);
     }
-    return sealed.decryption.done() ? nullptr : &sealed.decryption;
+    auto encryption = encryptions.begin();
+    for (const size_t size : sizes) {
+        context.caller.startCase();
+        const Run decryption = decryptSample(context, *encryption++);
+        if (!decryption.done()) {
+            return noOperation(decryption);
+        }
+        if (const auto outcome = judge(size, decryption)) {
+            return *outcome;
+        }
+    }
+    return holds(sent + " bytes, encrypted and decrypted", answered);
 }
 
-bool refusedInFinish(const Run& run) {
-    return run.ended == Run::End::kFinish && run.error == kVerificationFailed;
+// The outcome of a decryption that must be refused with -30 from finish; nothing when it is.
+std::optional<Outcome> unlessRefused(Context& context, const std::string& what, const Run& run) {
+    if (run.ended == Run::End::kFinish && run.last.error == kVerificationFailed) {
+        return std::nullopt;
+    }
+    return broken(context, what + " is not refused with -30",
+                  run.done() ? "a damaged or forged store is taken for a good one"
+                             : "a damaged store is refused with another code, and not repaired: "
+                               "only -30 from finish starts that");
 }
 
 struct CipherContextDeleter {
@@ -97,17 +121,24 @@ bool agree(const Bytes& output, const Bytes& expected, size_t payload) {
                       expected.begin());
 }
 
-// Output beyond the payload is ignored here: gcm.tag-in-finish judges it.
-bool bringsBack(const Run& decryption, const Bytes& payload) {
-    const Bytes output = decryption.all();
-    return decryption.done() && output.size() >= payload.size() &&
-           std::equal(payload.begin(), payload.end(), output.begin());
-}
-
-bool getsThrough(Context& context, size_t size) {
-    context.caller.startCase();
-    const Sealed sealed = seal(context, size);
-    return bringsBack(sealed.decryption, samplePayload(size));
+// The run that fails with a payload of this size; nothing when both ways work. A failure that does
+// not come again is not due to the size.
+std::optional<Run> failureAt(Context& context, size_t size, std::string* once) {
+    std::optional<Run> failed;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        context.caller.startCase();
+        const Run encryption = encryptSample(context, size);
+        const Run decryption = encryption.done() ? decryptSample(context, encryption) : Run();
+        if (decryption.bringsBack(samplePayload(size))) {
+            if (failed && once->empty()) {
+                *once = std::to_string(size) + " bytes failed once: " + failed->failure() + "; ";
+            }
+            return std::nullopt;
+        }
+        failed = encryption.done() ? decryption : encryption;
+        context.caller.abortAll();  // a lost call leaves its operation open
+    }
+    return failed;
 }
 
 std::string storeSize(size_t bytes) {
@@ -116,22 +147,39 @@ std::string storeSize(size_t bytes) {
            " objects of 60 bytes)";
 }
 
+// Searches for the limit between a size that gets through and one that does not.
+std::string limitBetween(Context& context, size_t good, size_t bad) {
+    std::string ignored;
+    while (bad - good > 1 && context.caller.hasTime()) {
+        const size_t middle = good + (bad - good) / 2;
+        (failureAt(context, middle, &ignored) ? bad : good) = middle;
+    }
+    return bad - good > 1 ? "no time to search for the limit"
+                          : "the largest payload that gets through is " + storeSize(good);
+}
+
 }  // namespace
 
 Outcome checkNonceLength(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    const Answer answer = context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams());
-    if (!answer.ok()) {
-        return broken(context, "no encryption begins");
+    Run run;  // as far as it got
+    run.last = context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams());
+    if (!run.last.ok()) {
+        return broken(context, "no encryption begins", run.consequence());
     }
-    const auto count = std::count_if(answer.params.begin(), answer.params.end(),
-                                     [](const auto& param) { return param.tag == Tag::NONCE; });
+    const Params& params = run.last.params;
+    const auto count = std::count_if(params.begin(), params.end(),
+                                     [](const auto& entry) { return entry.tag == Tag::NONCE; });
     if (count != 1) {
-        return broken(context, std::to_string(count) + " nonces");
+        return broken(context, std::to_string(count) + " nonces",
+                      count == 0 ? "insertions are refused with -51 MISSING_NONCE; the store stays "
+                                   "as it was"
+                                 : "the library takes the first; if it is not the one that was "
+                                   "used, the next start refuses the store (-30)");
     }
-    const size_t size = findParam(answer.params, Tag::NONCE)->blob.size();
+    const size_t size = bytesOf(params, Tag::NONCE).size();
     if (size != kNonceSize) {
         return broken(context, "a nonce of " + std::to_string(size) + " bytes");
     }
@@ -146,87 +194,78 @@ Outcome checkNonceFresh(Context& context) {
     const Answer other = context.caller.generateKey(databaseKeyParams());
     const Bytes keys[] = {context.key, other.ok() ? other.bytes : context.key};
     std::set<Bytes> drawn[2];
-    size_t draws = 0;
-    for (; draws < 2 * kDraws && !context.caller.outOfTime(); ++draws) {
+    for (size_t draws = 0; draws < 2 * kDraws; ++draws) {
         const size_t which = draws % 2;
-        context.caller.startCase();
-        const Answer answer = context.caller.begin(KeyPurpose::ENCRYPT, keys[which], gcmParams());
-        const KeyParameter* nonce = findParam(answer.params, Tag::NONCE);
-        if (!answer.ok() || nonce == nullptr) {
+        const Bytes nonce = drawNonce(context.caller, keys[which]);
+        if (nonce.empty()) {
             return notTried("an encryption brought no nonce: " + context.caller.answered() +
                             ": see gcm.nonce-length");
         }
         // Equal blobs hold one key, so their nonces count together.
         std::set<Bytes>& seen = drawn[keys[0] == keys[1] ? 0 : which];
-        if (!seen.insert(nonce->blob).second) {
+        if (!seen.insert(nonce).second) {
             return broken(context, "this nonce came before, in " + std::to_string(draws) +
                                        " draws with two keys");
         }
-        context.caller.abort(answer.handle);
     }
-    return holds(std::to_string(draws) + " encryptions begun, with two keys in turn",
+    return holds(std::to_string(2 * kDraws) + " encryptions begun, with two keys in turn",
                  "no nonce came twice");
 }
 
 Outcome checkOutputInUpdate(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
-    constexpr size_t kSizes[] = {100, 17, 16, 15, 1};
-    for (const size_t size : kSizes) {
-        context.caller.startCase();
-        const Sealed sealed = seal(context, size);
-        if (const Run* failed = failedRun(sealed)) {
-            return noOperation(*failed);
+    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Outcome> {
+        const size_t out = run.from_updates.size();
+        if (out == size) {
+            return std::nullopt;
         }
-        for (const Run* run : {&sealed.encryption, &sealed.decryption}) {
-            if (run->from_updates.size() != size) {
-                return broken(context,
-                              std::string(run == &sealed.encryption ? "encrypting" : "decrypting") +
-                                  " " + std::to_string(size) + " bytes, update puts out " +
-                                  std::to_string(run->from_updates.size()));
-            }
-        }
-    }
-    return holds("100, 17, 16, 15 and 1 bytes, encrypted and decrypted",
-                 "as many bytes from update");
+        return broken(context,
+                      std::string(run.purpose == KeyPurpose::ENCRYPT ? "en" : "de") + "crypting " +
+                          std::to_string(size) + " bytes, update puts out " + std::to_string(out),
+                      out > size ? "the library drops the bytes beyond the payload" : "");
+    };
+    return judgeRuns(context, {100, 17, 16, 15, 1}, judge, "as many bytes from update");
 }
 
 Outcome checkTagInFinish(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
-    constexpr size_t kSizes[] = {100, 32, 17, 16, 15, 1};
-    for (const size_t size : kSizes) {
-        context.caller.startCase();
-        const Sealed sealed = seal(context, size);
-        if (const Run* failed = failedRun(sealed)) {
-            return noOperation(*failed);
+    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Outcome> {
+        const size_t out = run.from_finish.size();
+        const std::string text = std::to_string(size) + " bytes, finish puts out ";
+        if (run.purpose == KeyPurpose::DECRYPT) {
+            return out != kTagSize
+                       ? std::nullopt
+                       : std::optional<Outcome>(
+                             broken(context, "decrypting " + text + "16, as an encryption does",
+                                    "the library takes the decryption for an encryption, and "
+                                    "the objects are not read"));
         }
-        const size_t tag = sealed.encryption.from_finish.size();
-        if (tag != kTagSize) {
-            return broken(context, "encrypting " + std::to_string(size) +
-                                       " bytes, finish puts out " + std::to_string(tag));
+        if (out == kTagSize) {
+            return std::nullopt;
         }
-        if (sealed.decryption.from_finish.size() == kTagSize) {
-            return broken(context, "decrypting " + std::to_string(size) +
-                                       " bytes, finish puts out 16, as an encryption does");
-        }
-    }
-    return holds("100, 32, 17, 16, 15 and 1 bytes, encrypted and decrypted",
-                 "16 bytes from finish when encrypting, another number when decrypting");
+        return broken(context, "encrypting " + text + std::to_string(out),
+                      out < kTagSize
+                          ? "insertions return 0, and the next start refuses the store (-30)"
+                          : "insertions return 0, and the library keeps the first 16 of these "
+                            "bytes; unless they are the tag, the next start refuses the store "
+                            "(-30)");
+    };
+    return judgeRuns(context, {100, 32, 17, 16, 15, 1}, judge,
+                     "16 bytes from finish when encrypting, another number when decrypting");
 }
 
 Outcome checkTagChecked(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    const Sealed sealed = seal(context, kPayload);
-    if (const Run* failed = failedRun(sealed)) {
-        return noOperation(*failed);
+    const Run encryption = encryptSample(context, kPayload);
+    if (!encryption.done()) {
+        return noOperation(encryption);
     }
-    const Bytes& nonce = sealed.encryption.nonce;
-    const Bytes& output = sealed.output;
+    const Run decryption = decryptSample(context, encryption);
+    if (!decryption.done()) {
+        return noOperation(decryption);
+    }
+    const Bytes& nonce = encryption.nonce;
+    const Bytes output = encryption.all();
     if (output.size() <= kPayload || nonce.empty()) {
         return notTried("there is no tag, or no nonce, to alter: see gcm.correct");
     }
@@ -243,9 +282,10 @@ Outcome checkTagChecked(Context& context) {
     };
     for (const auto& change : kAltered) {
         context.caller.startCase();
-        if (!refusedInFinish(decrypt(context.caller, context.key, change.nonce, change.input,
-                                     sampleAssociatedData()))) {
-            return broken(context, std::string(change.what) + " altered is not refused with -30");
+        if (const auto outcome = unlessRefused(context, std::string(change.what) + " altered",
+                                               decrypt(context.caller, context.key, change.nonce,
+                                                       change.input, sampleAssociatedData()))) {
+            return *outcome;
         }
     }
     return holds("decryptions with tag, ciphertext and nonce altered", "-30 from finish to each");
@@ -255,17 +295,26 @@ Outcome checkAadChecked(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    const Sealed sealed = seal(context, kPayload);
-    if (const Run* failed = failedRun(sealed)) {
-        return noOperation(*failed);
+    const Run encryption = encryptSample(context, kPayload);
+    if (!encryption.done()) {
+        return noOperation(encryption);
+    }
+    const Run decryption = decryptSample(context, encryption);
+    if (!decryption.done()) {
+        return noOperation(decryption);
     }
     const Bytes other = altered(sampleAssociatedData(), 6);
     for (const Bytes& associated_data : {other, Bytes()}) {
         context.caller.startCase();
-        if (!refusedInFinish(decrypt(context.caller, context.key, sealed.encryption.nonce,
-                                     sealed.output, associated_data))) {
-            return broken(context, (associated_data.empty() ? "no" : "other") +
-                                       std::string(" associated data is not refused with -30"));
+        if (auto outcome = unlessRefused(
+                context,
+                (associated_data.empty() ? "no" : "other") + std::string(" associated data"),
+                decrypt(context.caller, context.key, encryption.nonce, encryption.all(),
+                        associated_data))) {
+            if (outcome->consequence.find("forged") != std::string::npos) {
+                outcome->consequence.clear();  // the requirement's own is more exact
+            }
+            return *outcome;
         }
     }
     return holds("decryptions with other associated data, and without", "-30 from finish to each");
@@ -285,14 +334,16 @@ Outcome checkCorrect(Context& context) {
         if (!run.done() ||
             !agree(run.all(), sealWithLibcrypto(known_key, run.nonce, payload, associated_data),
                    kPayload)) {
-            return broken(context, "not what AES-256-GCM makes of an imported key");
+            return broken(context, "not what AES-256-GCM makes of an imported key",
+                          "nobody knows what protects the store; another version of the keymaster "
+                          "may not read it");
         }
         compared = "with an imported key, what libcrypto makes";
     }
 
     const struct {
         size_t size, encrypt_cut, decrypt_cut;
-    } kRounds[] = {{1, 1, 1}, {kPayload, 33, 7}, {kPayload, SIZE_MAX, 50}, {2000, 999, SIZE_MAX}};
+    } kRounds[] = {{1, 1, 7}, {kPayload, 33, 30}, {kPayload, SIZE_MAX, 50}, {2000, 999, SIZE_MAX}};
     std::vector<Run> runs;
     for (const auto& round : kRounds) {
         context.caller.startCase();
@@ -300,20 +351,26 @@ Outcome checkCorrect(Context& context) {
         runs.push_back(
             encrypt(context.caller, context.key, payload, associated_data, round.encrypt_cut));
         if (!runs.back().done()) {
-            return broken(context, "an encryption fails");
+            return broken(context, "an encryption fails", runs.back().consequence());
+        }
+        if (runs.back().nonce.empty()) {
+            return notTried("an encryption brought no nonce: see gcm.nonce-length");
         }
         const Bytes output = runs.back().all();
         if (round.size > 1 && std::search(output.begin(), output.end(), payload.begin(),
                                           payload.begin() + 16) != output.end()) {
-            return broken(context, "the payload is not encrypted");
+            return broken(context, "the payload is not encrypted",
+                          "the objects are stored readable for everybody");
         }
     }
     for (size_t i = runs.size(); i-- > 0;) {
         context.caller.startCase();
         const Run run = decrypt(context.caller, context.key, runs[i].nonce, runs[i].all(),
                                 associated_data, kRounds[i].decrypt_cut);
-        if (!bringsBack(run, samplePayload(kRounds[i].size))) {
-            return broken(context, "what was encrypted does not decrypt");
+        if (!run.bringsBack(samplePayload(kRounds[i].size))) {
+            return broken(context, "what was encrypted does not decrypt",
+                          run.done() ? "objects come back as other bytes than were stored"
+                                     : run.consequence());
         }
     }
     return holds(
@@ -326,41 +383,41 @@ Outcome checkSizes(Context& context) {
     if (context.key.empty()) {
         return noKey();
     }
-    if (context.options.largest_store == 0) {
-        return notTried("switched off");
-    }
-    std::vector<size_t> sizes = {1, 15, 16, 17, 4095, 4096};
-    for (size_t size = 65536; size < context.options.largest_store; size *= 2) {
-        sizes.push_back(size);
-    }
-    sizes.push_back(context.options.largest_store);
+    constexpr size_t kMuch = 4 << 20;  // no transport takes this
+    const size_t largest = context.options.largest_store;
     size_t good = 0;
-    for (const size_t size : sizes) {
-        if (size > context.options.largest_store) {
+    std::string once;
+    for (const size_t size : {size_t{1}, size_t{16}, size_t{17}, size_t{4096}, size_t{65536},
+                              size_t{262144}, largest}) {
+        if (size > largest) {
             continue;
         }
-        if (getsThrough(context, size)) {
+        const std::optional<Run> failed = failureAt(context, size, &once);
+        if (!failed) {
             good = size;
             continue;
         }
-        const std::string sent = context.caller.sent();
-        const std::string answered = context.caller.answered();
-        // Searches for the limit between the two sizes.
-        size_t bad = size;
-        while (bad - good > 1 && !context.caller.outOfTime()) {
-            const size_t middle = good + (bad - good) / 2;
-            (getsThrough(context, middle) ? good : bad) = middle;
+        if (good == 0) {
+            return noOperation(*failed);
         }
-        if (context.caller.outOfTime()) {
-            return notTried("too slow: in the time there was, " + storeSize(good) + " got through");
-        }
-        return {Verdict::kBroken, sent,
-                answered + ": " + std::to_string(size) +
-                    " bytes do not get through; the largest payload that does is " +
-                    storeSize(good)};
+        Outcome outcome =
+            broken(context, std::to_string(size) + " bytes do not get through",
+                   "of the insertion that passes the limit: " + failed->consequence());
+        context.caller.verdictIsKnown();
+        outcome.note = once + limitBetween(context, good, size);
+        return outcome;
     }
-    return holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
-                 "all got through; the largest is " + storeSize(good));
+    Outcome outcome =
+        holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
+              "all got through");
+    context.caller.verdictIsKnown();
+    const size_t beyond = 2 * std::min(largest, kMuch);
+    if (beyond > largest) {
+        outcome.note = failureAt(context, beyond, &once) ? limitBetween(context, good, beyond)
+                                                         : storeSize(beyond) + " get through, too";
+    }
+    outcome.note.insert(0, once);
+    return outcome;
 }
 
 }  // namespace keymaster_check

@@ -7,77 +7,43 @@
 
 #include <algorithm>
 
-#include "params.h"
-
 namespace keymaster_check {
 namespace {
-
-using android::hardware::keymaster::V4_0::Algorithm;
-using android::hardware::keymaster::V4_0::BlockMode;
-using android::hardware::keymaster::V4_0::PaddingMode;
-
-constexpr uint32_t kKeyBits = 256;
-constexpr uint32_t kTagBits = 128;
 
 Run runOperation(Caller& caller, KeyPurpose purpose, const Bytes& key, const Params& params,
                  const Bytes& input, const Bytes& associated_data, size_t cut) {
     Run run;
-    const Answer begun = caller.begin(purpose, key, params);
-    run.error = begun.error;
-    if (!begun.ok()) {
+    run.purpose = purpose;
+    run.last = caller.begin(purpose, key, params);
+    if (!run.last.ok()) {
         return run;
     }
-    for (const KeyParameter& param : begun.params) {
-        if (param.tag == Tag::NONCE && run.nonces++ == 0) {
-            run.nonce = param.blob;
-        }
-    }
+    const uint64_t handle = run.last.handle;
+    run.nonce = bytesOf(run.last.params, Tag::NONCE);
     run.ended = Run::End::kUpdate;
     Params first;
     if (!associated_data.empty()) {
-        first = {bytesParam(Tag::ASSOCIATED_DATA, associated_data)};
+        first = {param(Tag::ASSOCIATED_DATA, associated_data)};
     }
     size_t consumed = 0;
     do {
-        const size_t offered = std::min(cut, input.size() - consumed);
-        const Answer updated = caller.update(begun.handle, first, input.data() + consumed, offered);
-        run.error = updated.error;
-        if (!updated.ok() || updated.consumed == 0 || updated.consumed > offered ||
-            caller.outOfTime()) {
+        run.offered = std::min(cut, input.size() - consumed);
+        run.last = caller.update(handle, first, input.data() + consumed, run.offered);
+        if (!run.last.ok() || run.last.consumed == 0 || run.last.consumed > run.offered) {
             return run;
         }
         first = Params();
-        consumed += updated.consumed;
-        run.from_updates.insert(run.from_updates.end(), updated.bytes.begin(), updated.bytes.end());
+        consumed += run.last.consumed;
+        run.from_updates.insert(run.from_updates.end(), run.last.bytes.begin(),
+                                run.last.bytes.end());
     } while (consumed < input.size());
-    const Answer finished = caller.finish(begun.handle);
-    run.error = finished.error;
-    run.from_finish = finished.bytes;
-    run.ended = finished.ok() ? Run::End::kDone : Run::End::kFinish;
+    run.last = caller.finish(handle);
+    run.from_finish = run.last.bytes;
+    run.ended = run.last.ok() ? Run::End::kDone : Run::End::kFinish;
     return run;
 }
 
 }  // namespace
-
-Params databaseKeyParams() {
-    return {
-        integerParam(Tag::ALGORITHM, Algorithm::AES),
-        integerParam(Tag::KEY_SIZE, kKeyBits),
-        integerParam(Tag::BLOCK_MODE, BlockMode::GCM),
-        integerParam(Tag::PADDING, PaddingMode::NONE),
-        integerParam(Tag::PURPOSE, KeyPurpose::ENCRYPT),
-        integerParam(Tag::PURPOSE, KeyPurpose::DECRYPT),
-        integerParam(Tag::MIN_MAC_LENGTH, kTagBits),
-    };
-}
-
-Params gcmParams() {
-    return {
-        integerParam(Tag::BLOCK_MODE, BlockMode::GCM),
-        integerParam(Tag::PADDING, PaddingMode::NONE),
-        integerParam(Tag::MAC_LENGTH, kTagBits),
-    };
-}
 
 Bytes Run::all() const {
     Bytes result = from_updates;
@@ -85,12 +51,36 @@ Bytes Run::all() const {
     return result;
 }
 
+bool Run::bringsBack(const Bytes& payload) const {
+    const Bytes output = all();
+    return done() && output.size() >= payload.size() &&
+           std::equal(payload.begin(), payload.end(), output.begin());
+}
+
 std::string Run::failure() const {
-    const char* const call = ended == End::kBegin    ? "begin"
+    const std::string call = ended == End::kBegin    ? "begin"
                              : ended == End::kUpdate ? "update"
                                                      : "finish";
-    return call + (error == 0 ? std::string(" did not take its input in time")
-                              : " answered " + codeInWords(error));
+    if (!last.arrived) {
+        return call + ": " + last.failure;
+    }
+    return last.error != 0 ? call + " returned " + codeInWords(last.error)
+                           : call + " consumed " + std::to_string(last.consumed) + " of " +
+                                 std::to_string(offered) + " bytes";
+}
+
+std::string Run::consequence() const {
+    // These answers are lost to the library, which goes on with the one before.
+    const bool lost =
+        (ended == End::kUpdate && !last.transport) || (ended == End::kFinish && !last.arrived);
+    const std::string code = codeInWords(last.arrived && last.error != 0 ? last.error : -1000);
+    if (purpose == KeyPurpose::DECRYPT) {
+        return "insertions return 0, but the next start cannot read the store" +
+               (lost ? "" : ": " + code);
+    }
+    return lost ? "insertions return 0 and leave the store on the disk as plaintext, marked as "
+                  "encrypted; the next start refuses it"
+                : "insertions are refused with " + code + "; the store stays as it was";
 }
 
 Run encrypt(Caller& caller, const Bytes& key, const Bytes& payload, const Bytes& associated_data,
@@ -102,8 +92,25 @@ Run encrypt(Caller& caller, const Bytes& key, const Bytes& payload, const Bytes&
 Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& input,
             const Bytes& associated_data, size_t cut) {
     std::vector<KeyParameter> params = gcmParams();
-    params.push_back(bytesParam(Tag::NONCE, nonce));
+    params.push_back(param(Tag::NONCE, nonce));
     return runOperation(caller, KeyPurpose::DECRYPT, key, params, input, associated_data, cut);
+}
+
+bool operationBegins(Caller& caller, const Bytes& key) {
+    const Answer begun = caller.begin(KeyPurpose::ENCRYPT, key, gcmParams());
+    if (begun.ok()) {
+        caller.abort(begun.handle);
+    }
+    return begun.ok();
+}
+
+Bytes drawNonce(Caller& caller, const Bytes& key) {
+    caller.startCase();
+    const Answer begun = caller.begin(KeyPurpose::ENCRYPT, key, gcmParams());
+    if (begun.ok()) {
+        caller.abort(begun.handle);
+    }
+    return bytesOf(begun.params, Tag::NONCE);
 }
 
 Bytes samplePayload(size_t size) {

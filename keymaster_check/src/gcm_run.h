@@ -9,27 +9,28 @@
 
 namespace keymaster_check {
 
-// The seven parameters of the database key.
-Params databaseKeyParams();
-// The parameters with which an operation under that key begins.
-Params gcmParams();
-
 // The course of an operation, with all output of each call.
 struct Run {
     enum class End { kDone, kBegin, kUpdate, kFinish };
 
+    KeyPurpose purpose = KeyPurpose::ENCRYPT;
     End ended = End::kBegin;  // kDone, or the call that went wrong
-    int error = -1000;        // of that call; 0 also when it did not take its input
-    Bytes nonce;              // of an encryption
-    size_t nonces = 0;
-    Bytes from_updates;
-    Bytes from_finish;
+    Answer last = {};         // of that call
+    size_t offered = 0;       // bytes to the last update
+    Bytes nonce = {};         // of an encryption
+    Bytes from_updates = {};
+    Bytes from_finish = {};
 
     bool done() const { return ended == End::kDone; }
     // Ciphertext and tag of an encryption, or the plaintext of a decryption.
     Bytes all() const;
-    // E.g. "update answered -1000".
+    // Whether it ended well with this payload. Bytes beyond it do not count: gcm.tag-in-finish
+    // judges them.
+    bool bringsBack(const Bytes& payload) const;
+    // E.g. "update returned -1000 UNKNOWN_ERROR".
     std::string failure() const;
+    // What the library makes of a store that it encrypts, or decrypts, in this way.
+    std::string consequence() const;
 };
 
 // Each update offers `cut` bytes of the rest. With the default, it offers all of the rest.
@@ -38,6 +39,11 @@ Run encrypt(Caller& caller, const Bytes& key, const Bytes& payload, const Bytes&
 // `input` is the ciphertext with the tag at its end.
 Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& input,
             const Bytes& associated_data, size_t cut = SIZE_MAX);
+
+// Whether an encryption begins. It is aborted.
+bool operationBegins(Caller& caller, const Bytes& key);
+// The nonce of an encryption that is begun and aborted; empty when it brings none.
+Bytes drawNonce(Caller& caller, const Bytes& key);
 
 // `size` bytes in a fixed sequence that does not repeat soon.
 Bytes samplePayload(size_t size);

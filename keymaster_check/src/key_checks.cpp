@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Checks of the database key: the keymaster makes one, accepts it, and refuses a damaged one.
+// Checks of the database key: the keymaster makes one, accepts it, refuses a damaged one, and
+// upgrades it.
 
 #include "checks.h"
 #include "gcm_run.h"
@@ -9,7 +10,8 @@
 namespace keymaster_check {
 namespace {
 
-constexpr int kInvalidKeyBlob = -33;
+constexpr int kInvalidKeyBlob = static_cast<int>(ErrorCode::INVALID_KEY_BLOB);
+constexpr size_t kPayload = 100;
 
 struct Damage {
     std::string what;
@@ -38,24 +40,34 @@ std::vector<Damage> damagesOf(const Bytes& blob) {
     return damages;
 }
 
-bool lists(const Params& characteristics, const KeyParameter& param) {
-    for (const KeyParameter& entry : characteristics) {
-        if (entry.tag == param.tag && entry.f.integer == param.f.integer) {
-            return true;
-        }
-    }
-    return false;
+bool lists(const Params& characteristics, const KeyParameter& wanted) {
+    return std::any_of(characteristics.begin(), characteristics.end(),
+                       [&wanted](const KeyParameter& entry) {
+                           return entry.tag == wanted.tag && entry.f.integer == wanted.f.integer;
+                       });
+}
+
+// Whether `blob` decrypts what was encrypted with another blob.
+bool opens(Context& context, const Bytes& blob, const Run& encryption) {
+    return decrypt(context.caller, blob, encryption.nonce, encryption.all(), sampleAssociatedData())
+        .bringsBack(samplePayload(kPayload));
 }
 
 }  // namespace
 
+Outcome noKey() {
+    return notTried("there is no key: see key.generate");
+}
+
 Outcome checkKeyGenerate(Context& context) {
     const Answer answer = context.caller.generateKey(databaseKeyParams());
     if (!answer.ok()) {
-        return broken(context, "there is no key");
+        return broken(context, "there is no key",
+                      "every insertion is refused with " + codeInWords(answer.error));
     }
     if (answer.bytes.empty()) {
-        return broken(context, "the key's blob is empty");
+        return broken(context, "the key's blob is empty",
+                      "each insertion makes a key, and keeps none; then what begin returns counts");
     }
     context.key = answer.bytes;
     return holds(context.caller.sent(), context.caller.answered());
@@ -63,18 +75,21 @@ Outcome checkKeyGenerate(Context& context) {
 
 Outcome checkKeyCharacteristics(Context& context) {
     if (context.key.empty()) {
-        return notTried("there is no key: see key.generate");
+        return noKey();
     }
     const Answer answer = context.caller.getKeyCharacteristics(context.key);
     if (!answer.ok()) {
-        return broken(context, "a fresh key is refused");
+        return broken(context, "a fresh key is refused",
+                      "the stored key is refused at the next start, and nobody reads the store");
     }
     const KeyCharacteristics& listed = answer.characteristics;
-    for (const KeyParameter& param : databaseKeyParams()) {
-        if (!lists(listed.softwareEnforced, param) && !lists(listed.hardwareEnforced, param)) {
-            return broken(context, "missing among " + inWords(listed.softwareEnforced) + " and " +
-                                       inWords(listed.hardwareEnforced) + ": " +
-                                       inWords(Params{param}));
+    for (const KeyParameter& wanted : databaseKeyParams()) {
+        if (!lists(listed.softwareEnforced, wanted) && !lists(listed.hardwareEnforced, wanted)) {
+            return broken(context,
+                          "missing among " + inWords(listed.softwareEnforced) + " and " +
+                              inWords(listed.hardwareEnforced) + ": " + inWords(Params{wanted}),
+                          "the key may be weaker than was asked for, and the library does not "
+                          "look: it takes the code alone");
         }
     }
     return holds(context.caller.sent(), "0, and all that the key was made with");
@@ -82,20 +97,70 @@ Outcome checkKeyCharacteristics(Context& context) {
 
 Outcome checkKeyDamagedBlob(Context& context) {
     if (context.key.empty()) {
-        return notTried("there is no key: see key.generate");
+        return noKey();
+    }
+    const Run encryption =
+        encrypt(context.caller, context.key, samplePayload(kPayload), sampleAssociatedData());
+    if (encryption.ended == Run::End::kBegin) {
+        return notTried("begin refuses a good key, too: see gcm.correct");
     }
     const std::vector<Damage> damages = damagesOf(context.key);
+    size_t same = 0;  // damages to bytes that the key does not depend on
     for (const Damage& damage : damages) {
         context.caller.startCase();
-        if (context.caller.getKeyCharacteristics(damage.blob).error != kInvalidKeyBlob ||
-            context.caller.begin(KeyPurpose::ENCRYPT, damage.blob, gcmParams()).error !=
-                kInvalidKeyBlob) {
-            return broken(context, "the blob " + damage.what + " is not refused with -33");
+        const Answer listed = context.caller.getKeyCharacteristics(damage.blob);
+        const Answer begun = context.caller.begin(KeyPurpose::ENCRYPT, damage.blob, gcmParams());
+        if (listed.error == kInvalidKeyBlob && begun.error == kInvalidKeyBlob) {
+            continue;
         }
+        if (listed.ok() && begun.ok()) {
+            context.caller.abort(begun.handle);
+            if (!encryption.done()) {
+                return notTried("no encryption tells whether the blob " + damage.what +
+                                " holds the same key: see gcm.correct");
+            }
+            if (opens(context, damage.blob, encryption)) {
+                ++same;
+                continue;
+            }
+            return broken(context, "the blob " + damage.what + " is taken for another key",
+                          "a damaged key file is used as if it were whole; the store is refused "
+                          "(-30), and gone after three starts");
+        }
+        return broken(context, "the blob " + damage.what + " is not refused with -33",
+                      "a damaged key file is not replaced: only -33 from both calls starts that");
     }
     return holds(
         "getKeyCharacteristics and begin with " + std::to_string(damages.size()) + " damaged blobs",
-        "-33 to each");
+        same == 0 ? "-33 to each" : "-33, or the same key (" + std::to_string(same) + " times)");
+}
+
+Outcome checkKeyUpgrade(Context& context) {
+    if (context.key.empty()) {
+        return noKey();
+    }
+    const Run encryption =
+        encrypt(context.caller, context.key, samplePayload(kPayload), sampleAssociatedData());
+    if (!encryption.done()) {
+        return notTried(encryption.failure() + ": see gcm.correct");
+    }
+    context.caller.startCase();
+    const Answer upgraded = context.caller.upgradeKey(context.key);
+    if (!upgraded.ok()) {
+        return upgraded.arrived ? notOffered(context, upgraded)
+                                : broken(context, "the upgrade of a key fails");
+    }
+    if (upgraded.bytes.empty()) {
+        return holds(context.caller.sent(), "0 without a blob: the key needs no upgrade");
+    }
+    if (!context.caller.getKeyCharacteristics(upgraded.bytes).ok()) {
+        return broken(context, "the upgraded key is refused");
+    }
+    if (!opens(context, upgraded.bytes, encryption)) {
+        return broken(context, "the upgraded key does not open what the key before encrypted");
+    }
+    context.key = upgraded.bytes;  // the key before need not work any more
+    return holds(context.caller.sent(), "a blob that opens what the one before encrypted");
 }
 
 }  // namespace keymaster_check

@@ -5,9 +5,9 @@
 // repaired.
 
 #include <algorithm>
-#include <cstdio>
 
 #include "checks.h"
+#include "gcm_run.h"
 #include "private_directory.h"
 #include "velt_secure_db.h"
 #include "zelkeymaster_operation.h"
@@ -17,29 +17,6 @@ namespace {
 
 constexpr char kStore[] = "secure_objects.db";
 constexpr char kKeyFiles[][9] = {"edbk", "edbk.bak"};
-
-Bytes readFile(const char* name) {
-    Bytes content;
-    if (std::FILE* const file = std::fopen(name, "rb")) {
-        uint8_t chunk[4096];
-        size_t count = sizeof(chunk);
-        while (count == sizeof(chunk)) {
-            count = std::fread(chunk, 1, sizeof(chunk), file);
-            content.insert(content.end(), chunk, chunk + count);
-        }
-        std::fclose(file);
-    }
-    return content;
-}
-
-bool writeFile(const char* name, const Bytes& content) {
-    std::FILE* const file = std::fopen(name, "wb");
-    if (file == nullptr) {
-        return false;
-    }
-    const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    return std::fclose(file) == 0 && written;
-}
 
 // Makes the process forget its table in memory.
 void forgetTable(ZelKeymasterOperation& object) {
@@ -79,23 +56,38 @@ bool holdsText(const Bytes& content, const std::string& text) {
     return std::search(content.begin(), content.end(), text.begin(), text.end()) != content.end();
 }
 
-// The steps and their results, up to the first result that is not as expected.
-struct Story {
-    std::string sent;
-    std::string answered;
-    bool good = true;
+// The steps and their results, up to the first result that is not as expected. No step is taken
+// without time.
+class Story {
+  public:
+    Story(Caller& caller, const PrivateDirectory& directory)
+        : caller_(caller), directory_(directory) {}
 
-    void step(const char* what, const std::string& result, const std::string& expected) {
-        if (!good) {
+    // `act` returns the result. `consequence` is what follows from another one than `expected`.
+    template <typename Act>
+    void step(const char* what, const std::string& expected, const char* consequence, Act act) {
+        if (outcome_.verdict != Verdict::kHolds || !caller_.hasTime()) {
             return;
         }
-        sent += (sent.empty() ? "" : "; ") + std::string(what);
-        answered += (answered.empty() ? "" : "; ") + result;
-        good = result == expected;
-        if (!good) {
-            answered += " in place of: " + expected;
+        const std::string result = act();
+        outcome_.sent += (outcome_.sent.empty() ? "" : "; ") + std::string(what);
+        outcome_.answered += (outcome_.answered.empty() ? "" : "; ") + result;
+        if (result != expected) {
+            outcome_.verdict = Verdict::kBroken;
+            outcome_.answered += " in place of: " + expected;
+            outcome_.consequence = consequence;
+        }
+        for (const char* file : kKeyFiles) {
+            caller_.own(directory_.read(file));  // each step may bring another key
         }
     }
+
+    const Outcome& outcome() const { return outcome_; }
+
+  private:
+    Caller& caller_;
+    const PrivateDirectory& directory_;
+    Outcome outcome_ = {Verdict::kHolds, "", ""};
 };
 
 }  // namespace
@@ -110,45 +102,48 @@ Outcome checkEndToEnd(Context& context) {
                 "call.answered-once");
         }
     }
+    if (!operationBegins(context.caller, context.key) && context.caller.foundNoRoom()) {
+        return notTried("the library could not begin an operation");
+    }
     const PrivateDirectory directory;
     if (!directory.isThere()) {
         return notTried("no directory could be made for it; TMPDIR says where");
     }
-    Story story;
-    ZelKeymasterOperation& first = startLibrary(context.keymaster);
-    story.step("insert an object", codeInWords(insert(first, "alias_one")), "0");
-    story.step("insert another", codeInWords(insert(first, "alias_two")), "0");
-    story.step("select", select(first), "0, alias_one alias_two");
-    Bytes store = readFile(kStore);
-    story.step("look into the store file",
-               store.empty()                ? "it is empty"
-               : holdsText(store, "alias_") ? "the objects are readable"
-                                            : "no object is readable",
-               "no object is readable");
-    if (story.good) {
-        story.step("select after a start", select(startLibrary(context.keymaster)),
-                   "0, alias_one alias_two");
-    }
-    if (story.good) {
+    ZelKeymasterOperation* object = &startLibrary(context.keymaster);
+    const auto start = [&] { object = &startLibrary(context.keymaster); };
+    const auto selected = [&] { return select(*object); };
+    const auto selectAfterStart = [&] {
+        start();
+        return selected();
+    };
+    constexpr char kRefused[] = "insertions are refused with this code";
+    constexpr char kLost[] = "stores do not survive a start of the service";
+    Bytes store;
+    Story story(context.caller, directory);
+    story.step("insert an object", "0", kRefused,
+               [&] { return codeInWords(insert(*object, "alias_one")); });
+    story.step("insert another", "0", kRefused,
+               [&] { return codeInWords(insert(*object, "alias_two")); });
+    story.step("select", "0, alias_one alias_two", "what was inserted is not found", selected);
+    story.step("look into the store file", "no object is readable",
+               "the objects lie on the disk readable for everybody", [&] {
+                   store = directory.read(kStore);
+                   return store.empty()                ? "it is empty"
+                          : holdsText(store, "alias_") ? "the objects are readable"
+                                                       : "no object is readable";
+               });
+    story.step("select after a start", "0, alias_one alias_two", kLost, selectAfterStart);
+    story.step("damage the store file", "done", "the check's own directory does not work", [&] {
         store.back() = static_cast<uint8_t>(store.back() ^ 1);
-        story.step("damage the store file", writeFile(kStore, store) ? "done" : "not written",
-                   "done");
-        story.step("select after a start", select(startLibrary(context.keymaster)),
-                   "-30 VERIFICATION_FAILED");
-    }
-    if (story.good) {
-        story.step("select after one more", select(startLibrary(context.keymaster)),
-                   "0, alias_one");
-    }
-    forgetTable(first);
+        return directory.write(kStore, store) ? "done" : "not written";
+    });
+    story.step("select after a start", "-30 VERIFICATION_FAILED",
+               "damage to a store is not noticed as such, and not repaired", selectAfterStart);
+    story.step("select after one more", "0, alias_one", "a damaged store is not repaired",
+               selectAfterStart);
+    forgetTable(*object);
     sdb_register_db_encrypt_fp(nullptr, nullptr);
-    for (const char* file : kKeyFiles) {
-        const Bytes blob = readFile(file);
-        if (!blob.empty()) {
-            context.caller.deleteKey(blob);
-        }
-    }
-    return {story.good ? Verdict::kHolds : Verdict::kBroken, story.sent, story.answered};
+    return story.outcome();
 }
 
 }  // namespace keymaster_check

@@ -5,17 +5,20 @@
 
 #include "checks.h"
 #include "gcm_run.h"
+#include "zelkeymaster_vendor_tags.h"
 
 namespace keymaster_check {
 namespace {
 
 constexpr size_t kOperations = 64;
+// More than any hardware has room for. Each of these begins is refused.
+constexpr size_t kRefusals = 33;
 
 }  // namespace
 
 Outcome checkUnfinished(Context& context) {
     if (context.key.empty()) {
-        return notTried("there is no key: see key.generate");
+        return noKey();
     }
     const Run good = encrypt(context.caller, context.key, samplePayload(1), sampleAssociatedData());
     const Bytes input = good.all();
@@ -33,10 +36,55 @@ Outcome checkUnfinished(Context& context) {
         }
     }
     context.caller.startCase();
-    if (!context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams()).ok()) {
+    if (!operationBegins(context.caller, context.key)) {
         return broken(context, "no operation begins after 64 that ended with an error");
     }
     return holds("64 decryptions of damaged input, none aborted, then begin", "the last began");
+}
+
+Outcome checkRefused(Context& context) {
+    if (context.key.empty()) {
+        return noKey();
+    }
+    if (!operationBegins(context.caller, context.key)) {
+        // The keymaster may be full because of the begins that were refused before.
+        return !context.lost_room && context.caller.foundNoRoom() &&
+                       context.caller.refusedBegins() > 0
+                   ? broken(context, "no operation begins after " +
+                                         std::to_string(context.caller.refusedBegins()) +
+                                         " begins that were refused")
+                   : notTried("no operation begins: see gcm.correct");
+    }
+    const struct {
+        const char* what;
+        KeyPurpose purpose;
+        Bytes blob;
+    } kRefused[] = {
+        {"encryptions with a damaged key", KeyPurpose::ENCRYPT, altered(context.key, 0)},
+        {"decryptions without a nonce", KeyPurpose::DECRYPT, context.key},
+        {"conversions (101) without inputs", PWHW_PURPOSE_TO_KEY, {}},
+        {"conversions (102) without inputs", PWHW_PURPOSE_TO_ENCRYPTED_KEY, {}},
+    };
+    for (const auto& kind : kRefused) {
+        const bool converts = kind.blob.empty();
+        for (size_t i = 0; i < kRefusals; ++i) {
+            context.caller.startCase();
+            const Answer answer = context.caller.begin(kind.purpose, kind.blob,
+                                                       converts ? Params() : Params(gcmParams()));
+            if (answer.ok()) {
+                context.caller.abort(answer.handle);
+                break;  // it is not refused at all
+            }
+        }
+        if (!operationBegins(context.caller, context.key)) {
+            return broken(context, "no operation begins after " + std::to_string(kRefusals) + " " +
+                                       kind.what + ", which were refused");
+        }
+    }
+    return holds(
+        "33 times each: begin of an encryption with a damaged key, of a decryption "
+        "without a nonce, of the purposes 101 and 102 without inputs",
+        "refused, and the next operation began");
 }
 
 Outcome checkAnsweredOnce(Context& context) {
@@ -46,10 +94,34 @@ Outcome checkAnsweredOnce(Context& context) {
         return holds("all the calls above", "one answer to each, in time and on its thread");
     }
     std::string faults;
+    std::string consequences;
+    const struct {
+        const char* fault;
+        const char* consequence;
+    } kConsequences[] = {
+        {"after the call had returned",
+         "a late callback writes into memory that is in use for something else"},
+        {"on another thread", "nothing makes sure that the callback has run when the call returns"},
+        {"once more", "of two answers the last counts, and their output is put together"},
+        {"finish: not at all",
+         "a finish without an answer makes insertions return 0 and leaves store and backup as "
+         "plaintext"},
+        {": not at all", "a call without an answer fails with -1000"},
+    };
     for (const auto& [what, times] : watch.faults) {
         faults += (faults.empty() ? "" : "; ") + what + " (" + std::to_string(times) + " times)";
+        for (const auto& known : kConsequences) {
+            if (what.find(known.fault) != std::string::npos) {
+                if (consequences.find(known.consequence) == std::string::npos) {
+                    consequences +=
+                        (consequences.empty() ? "" : "; ") + std::string(known.consequence);
+                }
+                break;
+            }
+        }
     }
-    return {Verdict::kBroken, "all the calls above", "callbacks ran wrongly: " + faults};
+    return {Verdict::kBroken, "all the calls above", "callbacks ran wrongly: " + faults,
+            consequences};
 }
 
 }  // namespace keymaster_check

@@ -3,11 +3,10 @@
 
 // Checks of the password conversion.
 
-#include <utility>
+#include <optional>
 
 #include "checks.h"
 #include "gcm_run.h"
-#include "params.h"
 #include "zelkeymaster_vendor_tags.h"
 
 namespace keymaster_check {
@@ -23,27 +22,22 @@ constexpr size_t kConversions = 64;
 std::vector<KeyParameter> inputParams(const Context& context) {
     std::vector<KeyParameter> params;
     for (size_t i = 0; i < 4; ++i) {
-        params.push_back(bytesParam(kInputTags[i], context.password_inputs[i]));
+        params.push_back(param(kInputTags[i], context.password_inputs[i]));
     }
     return params;
 }
 
 Answer convert(Context& context) {
     std::vector<KeyParameter> params = inputParams(context);
-    params.push_back(bytesParam(PWHW_TAG_ENCRYPTED_KEY, context.material));
+    params.push_back(param(PWHW_TAG_ENCRYPTED_KEY, context.material));
     return context.caller.begin(PWHW_PURPOSE_TO_KEY, {}, params);
 }
 
 // `params` are the four inputs.
 Answer convertBack(Context& context, const Bytes& tag, std::vector<KeyParameter> params) {
-    params.push_back(bytesParam(PWHW_TAG_KEY, context.converted));
-    params.push_back(bytesParam(PWHW_TAG_TAG, tag));
+    params.push_back(param(PWHW_TAG_KEY, context.converted));
+    params.push_back(param(PWHW_TAG_TAG, tag));
     return context.caller.begin(PWHW_PURPOSE_TO_ENCRYPTED_KEY, {}, params);
-}
-
-Bytes bytesOf(const Answer& answer, Tag tag) {
-    const KeyParameter* found = findParam(answer.params, tag);
-    return found == nullptr ? Bytes() : Bytes(found->blob);
 }
 
 // The outcome of password.round-trip, for requirements that build on it. They are not tried when it
@@ -56,20 +50,25 @@ Outcome afterRoundTrip(const Context& context) {
     return outcome;
 }
 
-// Says when the parameter's size is wrong; empty when it is right. A `size` of 0 allows any size
-// but 0.
-std::string wrongSize(const Answer& answer, Tag tag, const char* name, size_t size) {
-    const size_t found = bytesOf(answer, tag).size();
-    if (size == 0 ? found > 0 : found == size) {
-        return "";
+// Says when one of the parameters has a wrong size, and what the library makes of it.
+std::optional<Outcome> wrongSizes(Context& context, const Answer& answer, Tag material, bool tag) {
+    const std::string purpose = tag ? "purpose 101 returns " : "purpose 102 returns ";
+    const auto size = [&answer](Tag of) { return bytesOf(answer.params, of).size(); };
+    const auto wrong = [&](Tag of, const char* consequence) {
+        return broken(context,
+                      purpose + tagInWords(of) + " of " + std::to_string(size(of)) + " bytes",
+                      consequence);
+    };
+    if (size(material) == 0) {
+        return wrong(material, "the conversion fails (-40), or its result is empty");
     }
-    return std::string(name) + " of " + std::to_string(found) + " bytes";
-}
-
-std::string wrongRot(const Answer& answer) {
-    return findParam(answer.params, PWHW_TAG_ROT) == nullptr
-               ? ""
-               : wrongSize(answer, PWHW_TAG_ROT, "ROT", kRotSize);
+    if (tag && size(PWHW_TAG_TAG) != kTagSize) {
+        return wrong(PWHW_TAG_TAG, "the conversion fails (-40)");
+    }
+    if (findParam(answer.params, PWHW_TAG_ROT) != nullptr && size(PWHW_TAG_ROT) != kRotSize) {
+        return wrong(PWHW_TAG_ROT, "the caller gets 16 zero bytes in place of the rot value");
+    }
+    return std::nullopt;
 }
 
 Outcome tryRoundTrip(Context& context) {
@@ -79,12 +78,13 @@ Outcome tryRoundTrip(Context& context) {
     context.material = randomBytes(kMaterialSize);
     const Answer there = convert(context);
     if (!there.ok()) {
-        return there.arrived ? notOffered(context, there) : broken(context, "no conversion");
+        return there.arrived ? notOffered(context, there)
+                             : broken(context, "no conversion", "conversions return -1000");
     }
-    context.converted = bytesOf(there, PWHW_TAG_KEY);
-    context.tag = bytesOf(there, PWHW_TAG_TAG);
+    context.converted = bytesOf(there.params, PWHW_TAG_KEY);
+    context.tag = bytesOf(there.params, PWHW_TAG_TAG);
     const Answer back = convertBack(context, context.tag, inputParams(context));
-    if (!back.ok() || bytesOf(back, PWHW_TAG_ENCRYPTED_KEY) != context.material) {
+    if (!back.ok() || bytesOf(back.params, PWHW_TAG_ENCRYPTED_KEY) != context.material) {
         return broken(context, "the material did not come back");
     }
     return holds(context.caller.sent(), context.caller.answered());
@@ -122,10 +122,10 @@ Outcome checkPasswordInputsBound(Context& context) {
     for (size_t i = 0; i < 4; ++i) {
         context.caller.startCase();
         std::vector<KeyParameter> params = inputParams(context);
-        params[i] = bytesParam(kInputTags[i], altered(context.password_inputs[i], 0));
+        params[i] = param(kInputTags[i], altered(context.password_inputs[i], 0));
         const Answer answer = convertBack(context, context.tag, params);
         if (!answer.arrived ||
-            (answer.ok() && bytesOf(answer, PWHW_TAG_ENCRYPTED_KEY) == context.material)) {
+            (answer.ok() && bytesOf(answer.params, PWHW_TAG_ENCRYPTED_KEY) == context.material)) {
             return broken(context, "with input " + std::to_string(i + 1) +
                                        " altered the material comes back");
         }
@@ -142,23 +142,17 @@ Outcome checkPasswordOutputs(Context& context) {
     if (!there.ok()) {
         return notTried("no conversion: see password.round-trip");
     }
-    for (const std::string& fault :
-         {wrongSize(there, PWHW_TAG_KEY, "KEY", 0), wrongSize(there, PWHW_TAG_TAG, "TAG", kTagSize),
-          wrongRot(there)}) {
-        if (!fault.empty()) {
-            return broken(context, "purpose 101 answers " + fault);
-        }
+    if (const auto wrong = wrongSizes(context, there, PWHW_TAG_KEY, /*tag=*/true)) {
+        return *wrong;
     }
-    const Answer back = convertBack(context, bytesOf(there, PWHW_TAG_TAG), inputParams(context));
+    const Answer back =
+        convertBack(context, bytesOf(there.params, PWHW_TAG_TAG), inputParams(context));
     if (!back.ok()) {
         return holds(context.caller.sent(),
                      "purpose 101 as it should; nothing of purpose 102: see password.round-trip");
     }
-    for (const std::string& fault :
-         {wrongSize(back, PWHW_TAG_ENCRYPTED_KEY, "ENCRYPTED_KEY", 0), wrongRot(back)}) {
-        if (!fault.empty()) {
-            return broken(context, "purpose 102 answers " + fault);
-        }
+    if (const auto wrong = wrongSizes(context, back, PWHW_TAG_ENCRYPTED_KEY, /*tag=*/false)) {
+        return *wrong;
     }
     return holds(context.caller.sent(), context.caller.answered());
 }
@@ -167,6 +161,7 @@ Outcome checkPasswordUnfinished(Context& context) {
     if (context.round_trip.verdict == Verdict::kNotOffered) {
         return context.round_trip;
     }
+    const bool has_key = !context.key.empty() && operationBegins(context.caller, context.key);
     for (size_t i = 0; i < kConversions; ++i) {
         context.caller.startCase();
         if (convert(context).ok()) {
@@ -176,11 +171,11 @@ Outcome checkPasswordUnfinished(Context& context) {
                       : broken(context, "no conversion after " + std::to_string(i));
     }
     context.caller.startCase();
-    if (!context.key.empty() &&
-        !context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams()).ok()) {
+    if (has_key && !operationBegins(context.caller, context.key)) {
         return broken(context, "no operation begins after 64 conversions");
     }
-    return holds("64 times purpose 101, none aborted, then begin of an encryption",
+    return holds(has_key ? "64 times purpose 101, none aborted, then begin of an encryption"
+                         : "64 times purpose 101, none aborted",
                  "the last began");
 }
 

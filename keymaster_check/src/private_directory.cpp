@@ -3,72 +3,119 @@
 
 #include "private_directory.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <string>
+
+#include "keymaster_check/keymaster_check.h"
 
 namespace keymaster_check {
 namespace {
 
-// Makes a new directory and answers its path; empty when no place for one works.
-std::string makeDirectory() {
+// All that the library may leave in its directory.
+constexpr const char* kFiles[] = {
+    "secure_objects.db",
+    "secure_objects.db.bak",
+    "secure_objects.db.tmp",
+    "edbk",
+    "edbk.bak",
+    "edbk.tmp",
+    "edbk_digest",
+    "edbk_digest.bak",
+    "edbk_digest.tmp",
+    "zelko_err.txt",
+    "zelko_err.1.txt",
+    "zelko_err.2.txt",
+};
+
+// The present directory; for a signal handler, which cannot ask an object.
+char g_path[PATH_MAX];
+volatile int g_directory = -1;  // its descriptor
+
+// Makes the directory where there is a place for it.
+bool makeDirectory() {
     const char* const named = std::getenv("TMPDIR");
     for (const char* parent : {named, "/data/local/tmp", "/tmp"}) {
         if (parent == nullptr || *parent == '\0') {
             continue;
         }
-        std::string path = std::string(parent) + "/keymaster_check_XXXXXX";
-        if (::mkdtemp(path.data()) != nullptr) {
-            return path;
+        const std::string path = std::string(parent) + "/keymaster_check_XXXXXX";
+        if (path.size() < sizeof(g_path) && std::strcpy(g_path, path.c_str()) != nullptr &&
+            ::mkdtemp(g_path) != nullptr) {
+            return true;
         }
     }
-    return "";
+    return false;
 }
 
-// Removes the files in the working directory. The library makes no subdirectories.
-void removeFilesHere() {
-    DIR* const here = ::opendir(".");
-    if (here == nullptr) {
-        return;
-    }
-    std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(here)) {
-        names.push_back(entry->d_name);
-    }
-    ::closedir(here);
-    for (const std::string& name : names) {
-        static_cast<void>(::unlink(name.c_str()));
-    }
+int openDirectory(const char* path) {
+    return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 }  // namespace
 
-PrivateDirectory::PrivateDirectory() : path_(makeDirectory()) {
-    if (path_.empty()) {
+// Calls only what a signal handler may call. The descriptor stays right whatever the working
+// directory is.
+void removeDirectory() {
+    const int directory = g_directory;
+    if (directory < 0) {
         return;
     }
-    before_ = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (before_ >= 0 && ::chdir(path_.c_str()) != 0) {
+    g_directory = -1;
+    for (const char* name : kFiles) {
+        static_cast<void>(::unlinkat(directory, name, 0));
+    }
+    ::close(directory);
+    static_cast<void>(::rmdir(g_path));
+}
+
+PrivateDirectory::PrivateDirectory() {
+    if (!makeDirectory()) {
+        return;
+    }
+    g_directory = openDirectory(g_path);
+    if (g_directory < 0) {
+        static_cast<void>(::rmdir(g_path));
+        return;
+    }
+    before_ = openDirectory(".");
+    if (before_ < 0 || ::fchdir(g_directory) != 0) {
         ::close(before_);
         before_ = -1;
-    }
-    if (before_ < 0) {
-        ::rmdir(path_.c_str());
+        removeDirectory();
     }
 }
 
 PrivateDirectory::~PrivateDirectory() {
-    if (!isThere()) {
-        return;
+    if (isThere()) {
+        static_cast<void>(::fchdir(before_) == 0);
+        ::close(before_);
+        removeDirectory();
     }
-    removeFilesHere();
-    static_cast<void>(::fchdir(before_) == 0);
-    ::close(before_);
-    ::rmdir(path_.c_str());
+}
+
+Bytes PrivateDirectory::read(const char* name) const {
+    Bytes content;
+    const int file = ::openat(g_directory, name, O_RDONLY | O_CLOEXEC);
+    uint8_t chunk[4096];
+    for (ssize_t count = 1; file >= 0 && count > 0;) {
+        count = ::read(file, chunk, sizeof(chunk));
+        content.insert(content.end(), chunk, chunk + std::max<ssize_t>(count, 0));
+    }
+    ::close(file);
+    return content;
+}
+
+bool PrivateDirectory::write(const char* name, const Bytes& content) const {
+    const int file = ::openat(g_directory, name, O_WRONLY | O_TRUNC | O_CLOEXEC);
+    const bool written =
+        ::write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+    return ::close(file) == 0 && written;
 }
 
 }  // namespace keymaster_check

@@ -5,15 +5,16 @@
 
 #pragma once
 
-#include <string>
+#include "words.h"
 
 namespace keymaster_check {
 
+// There may be one object at a time.
 class PrivateDirectory {
   public:
     // Makes a directory and changes to it.
     PrivateDirectory();
-    // Changes back to the directory before, and removes this one with its files.
+    // Changes back to the directory before, and removes this one with the library's files.
     ~PrivateDirectory();
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;
@@ -21,8 +22,11 @@ class PrivateDirectory {
     // False when no directory could be made. The working directory is then unchanged.
     bool isThere() const { return before_ >= 0; }
 
+    // Empty when the file cannot be read.
+    Bytes read(const char* name) const;
+    bool write(const char* name, const Bytes& content) const;
+
   private:
-    std::string path_;
     int before_ = -1;  // descriptor of the working directory before
 };
 

@@ -13,7 +13,7 @@ using android::hardware::hidl_string;
 using android::hardware::keymaster::V4_0::SecurityLevel;
 
 constexpr Verdict kVerdicts[] = {Verdict::kHolds, Verdict::kBroken, Verdict::kNotOffered,
-                                 Verdict::kNotTried};
+                                 Verdict::kNotTried, Verdict::kLeftOut};
 
 size_t countOf(const std::vector<Finding>& findings, Verdict verdict) {
     return static_cast<size_t>(
@@ -60,15 +60,19 @@ const char* verdictName(Verdict verdict) {
             return "not offered";
         case Verdict::kNotTried:
             return "not tried";
+        case Verdict::kLeftOut:
+            return "left out";
     }
     return "";
 }
 
-bool allHolds(const std::vector<Finding>& findings) {
-    return countOf(findings, Verdict::kBroken) == 0;
+int exitStatus(const std::vector<Finding>& findings) {
+    return countOf(findings, Verdict::kBroken) != 0     ? 1
+           : countOf(findings, Verdict::kNotTried) != 0 ? 3
+                                                        : 0;
 }
 
-std::string describe(android::hardware::keymaster::V4_0::support::Keymaster& keymaster) {
+std::string describe(Handle& keymaster) {
     // The callback shares the text, because it may come late.
     const auto said = std::make_shared<std::string>();
     const android::hardware::Return<void> status = keymaster.getHardwareInfo(
@@ -82,27 +86,24 @@ std::string describe(android::hardware::keymaster::V4_0::support::Keymaster& key
     return *said;
 }
 
-std::string inText(const std::vector<Finding>& findings) {
+std::string inText(const Finding& finding) {
     constexpr size_t kVerdictWidth = 13;
     constexpr size_t kIdWidth = 23;
     const std::string indent(kVerdictWidth, ' ');
-    std::string text;
-    for (const Finding& finding : findings) {
-        text += padded(verdictName(finding.verdict), kVerdictWidth);
-        if (finding.verdict == Verdict::kBroken) {
-            text += finding.id + "\n" + indent + "sent:     " + finding.sent + "\n" + indent +
-                    "answered: " + finding.answered + "\n" + indent +
-                    "so:       " + finding.consequence + "\n";
-            continue;
-        }
-        // Only JSON tells the details of what holds. A slow call is worth showing here, too.
-        const size_t slow = finding.answered.find("slow: ");
-        const std::string note = finding.verdict != Verdict::kHolds ? finding.answered
-                                 : slow != std::string::npos        ? finding.answered.substr(slow)
-                                                                    : "";
-        text += (note.empty() ? finding.id : padded(finding.id, kIdWidth) + note) + "\n";
+    const std::string verdict = padded(verdictName(finding.verdict), kVerdictWidth);
+    std::string said = finding.verdict == Verdict::kHolds ? "" : finding.answered;
+    if (!finding.note.empty()) {
+        said += (said.empty() ? "" : "; ") + finding.note;
     }
-    text += std::to_string(findings.size()) + " requirements:";
+    if (finding.verdict == Verdict::kBroken) {
+        return verdict + finding.id + "\n" + indent + "sent:     " + finding.sent + "\n" + indent +
+               "answered: " + said + "\n" + indent + "so:       " + finding.consequence + "\n";
+    }
+    return verdict + (said.empty() ? finding.id : padded(finding.id, kIdWidth) + said) + "\n";
+}
+
+std::string summary(const std::vector<Finding>& findings) {
+    std::string text = std::to_string(findings.size()) + " requirements:";
     for (const Verdict verdict : kVerdicts) {
         text += std::string(verdict == kVerdicts[0] ? " " : ", ") + verdictName(verdict) + " " +
                 std::to_string(countOf(findings, verdict));
@@ -124,7 +125,8 @@ std::string inJson(const std::string& keymaster, const std::vector<Finding>& fin
                 member("verdict", quoted(verdictName(finding.verdict))) + ",\n     " +
                 member("sent", quoted(finding.sent)) + ",\n     " +
                 member("answered", quoted(finding.answered)) + ",\n     " +
-                member("consequence", quoted(finding.consequence)) + "}";
+                member("consequence", quoted(finding.consequence)) + ",\n     " +
+                member("note", quoted(finding.note)) + "}";
     }
     return text + "\n  ]\n}\n";
 }

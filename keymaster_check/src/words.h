@@ -5,18 +5,13 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
-#include <hidl/HidlSupport.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "keymaster_check/client.h"
 
 namespace keymaster_check {
-
-using Bytes = std::vector<uint8_t>;
-using Params = android::hardware::hidl_vec<android::hardware::keymaster::V4_0::KeyParameter>;
 
 // The length and the first bytes, e.g. "100 bytes 00ff…".
 std::string inWords(const uint8_t* data, size_t size);
@@ -25,7 +20,7 @@ std::string inWords(const uint8_t* data, size_t size);
 std::string inWords(const Params& params);
 
 // The tag's name or, for a tag that keymasters are not asked about, its number as "0x%08X".
-std::string tagInWords(android::hardware::keymaster::V4_0::Tag tag);
+std::string tagInWords(Tag tag);
 
 // E.g. "-33 INVALID_KEY_BLOB".
 std::string codeInWords(int code);

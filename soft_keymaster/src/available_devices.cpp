@@ -26,6 +26,9 @@ Keymaster::KeymasterSet Keymaster::enumerateAvailableDevices() {
     const bool is_named = named != nullptr && *named != '\0';
     options.root_key_path =
         std::filesystem::absolute(is_named ? named : "soft_keymaster_root.key").string();
+    if (const char* const level = std::getenv(soft_keymaster::kPatchLevelVariable)) {
+        options.patch_level = static_cast<uint32_t>(std::strtoul(level, nullptr, 10));
+    }
     KeymasterSet keymasters;
     keymasters.push_back(std::make_unique<SoftKeymaster>(options));
     return keymasters;

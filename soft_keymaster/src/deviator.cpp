@@ -58,15 +58,17 @@ bool FaultKeymaster::Deviator::fits(const CallRecord& call) const {
 }
 
 std::optional<ErrorCode> FaultKeymaster::Deviator::refusal(const CallRecord& call) const {
-    if (call.call == Call::kBegin && deviation_.open_after_errors &&
-        open_.size() >= kMaxOperations) {
+    const size_t taken = (deviation_.open_after_errors ? open_.size() : 0) +
+                         (deviation_.open_after_refusals ? refused_ : 0);
+    if (call.call == Call::kBegin && taken >= kMaxOperations) {
         return ErrorCode::TOO_MANY_OPERATIONS;
     }
     return std::nullopt;
 }
 
 bool FaultKeymaster::Deviator::choosesNonce() const {
-    return deviation_.fixed_nonce || deviation_.nonce_size != AesGcm::kNonceSize;
+    return deviation_.fixed_nonce || deviation_.counted_nonces ||
+           deviation_.nonce_size != AesGcm::kNonceSize;
 }
 
 bool FaultKeymaster::Deviator::otherTag() const {
@@ -94,7 +96,10 @@ Params FaultKeymaster::Deviator::adjustedParams(const CallRecord& call) {
         params.push_back(caller_nonce);
     } else if (beginsEncryption(call)) {
         nonce_.assign(deviation_.nonce_size, 0);
-        if (!deviation_.fixed_nonce) {
+        if (deviation_.counted_nonces) {
+            nonce_[0] = static_cast<uint8_t>(counted_ >> 8);
+            nonce_[1] = static_cast<uint8_t>(counted_++);
+        } else if (!deviation_.fixed_nonce) {
             static_cast<void>(RAND_bytes(nonce_.data(), static_cast<int>(nonce_.size())));
         }
         params.push_back(innerNonce(nonce_));
@@ -137,6 +142,7 @@ void FaultKeymaster::Deviator::changeCharacteristics(Params& characteristics) co
 
 void FaultKeymaster::Deviator::trackOperations(const CallRecord& call, const Answer& answer) {
     if (answer.error != ErrorCode::OK) {
+        refused_ += call.call == Call::kBegin ? 1 : 0;
         return;
     }
     if (call.call == Call::kBegin) {

@@ -4,14 +4,21 @@
 // The faults of a FaultKeymaster, the names of its calls, and the faults that have names.
 
 #include <algorithm>
+#include <memory>
+#include <set>
 #include <type_traits>
 #include <utility>
 
+#include "params.h"
 #include "soft_keymaster/fault_keymaster.h"
 
 namespace soft_keymaster {
 
 namespace {
+
+using android::hardware::keymaster::V4_0::Algorithm;
+using android::hardware::keymaster::V4_0::BlockMode;
+using android::hardware::keymaster::V4_0::PaddingMode;
 
 constexpr const char* kCallNames[] = {
     "getHardwareInfo",
@@ -47,6 +54,36 @@ NamedFault deviation(const char* name, const char* what, Member<Value> member,
     Deviation deviation;
     deviation.*member = value;
     return {name, what, [deviation](FaultKeymaster& km) { km.deviate(deviation); }};
+}
+
+// Changes what upgradeKey returns when it upgrades a key. `old` is the key to upgrade.
+NamedFault upgrade(
+    const char* name, const char* what,
+    std::function<void(FaultKeymaster& km, Answer& answer, const hidl_vec<uint8_t>& old)> change) {
+    return {name, what, [change](FaultKeymaster& km) {
+                km.planEach(Call::kUpgradeKey, Fault::alter([&km, change](Answer& answer) {
+                                if (answer.output.size() != 0) {
+                                    const hidl_vec<uint8_t> old = km.calls().back().key_blob;
+                                    change(km, answer, old);
+                                }
+                            }));
+            }};
+}
+
+// Refuses keys that this object has not made, in all calls that take a key.
+void keepKeysInMemory(FaultKeymaster& km) {
+    const auto made = std::make_shared<std::set<std::vector<uint8_t>>>();
+    km.planEach(Call::kGenerateKey,
+                Fault::alter([made](Answer& answer) { made->insert(answer.output); }));
+    for (const Call call : {Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpgradeKey}) {
+        km.planEach(call, Fault::alter([&km, made](Answer& answer) {
+                        const hidl_vec<uint8_t>& blob = km.calls().back().key_blob;
+                        if (blob.size() != 0 && made->count(blob) == 0) {
+                            answer = Answer();
+                            answer.error = ErrorCode::INVALID_KEY_BLOB;
+                        }
+                    }));
+    }
 }
 
 // Keeps the bytes that fit and fills up with zeros.
@@ -123,6 +160,8 @@ const std::vector<NamedFault>& namedFaults() {
         deviation("tag-12", "tags of 12 bytes", &Deviation::tag_size, 12),
         deviation("fixed-nonce", "the same nonce for every encryption", &Deviation::fixed_nonce,
                   true),
+        deviation("counted-nonce", "nonces are counted from each start on",
+                  &Deviation::counted_nonces, true),
         deviation("unchecked-tag", "a decryption ends well with any tag", &Deviation::unchecked_tag,
                   true),
         deviation("ignored-aad", "associated data counts for nothing",
@@ -131,8 +170,50 @@ const std::vector<NamedFault>& namedFaults() {
                   &Deviation::transport_limit, kTransportLimit),
         deviation("open-after-errors", "an error ends no operation", &Deviation::open_after_errors,
                   true),
+        deviation("open-after-refusals", "a begin that is refused leaves an operation open",
+                  &Deviation::open_after_refusals, true),
         deviation("ignored-csr-tag", "a request is answered with a chain",
                   &Deviation::ignored_csr_tag, true),
+        upgrade("upgrade-other-key", "an upgraded key is another key",
+                [](FaultKeymaster& km, Answer& answer, const hidl_vec<uint8_t>&) {
+                    const Params params = {
+                        integerParam(Tag::ALGORITHM, static_cast<uint32_t>(Algorithm::AES)),
+                        integerParam(Tag::KEY_SIZE, 256),
+                        integerParam(Tag::BLOCK_MODE, static_cast<uint32_t>(BlockMode::GCM)),
+                        integerParam(Tag::PADDING, static_cast<uint32_t>(PaddingMode::NONE)),
+                        integerParam(Tag::PURPOSE, static_cast<uint32_t>(KeyPurpose::ENCRYPT)),
+                        integerParam(Tag::PURPOSE, static_cast<uint32_t>(KeyPurpose::DECRYPT)),
+                        integerParam(Tag::MIN_MAC_LENGTH, 128)};
+                    static_cast<void>(
+                        km.generateKey(params, [&answer](ErrorCode, const hidl_vec<uint8_t>& blob,
+                                                         const KeyCharacteristics&) {
+                              answer.output = blob;
+                          }).isOk());
+                }),
+        upgrade("upgrade-garbage", "an upgraded key is garbage",
+                [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>&) {
+                    answer.output = {1, 2, 3};
+                }),
+        upgrade("upgrade-same", "an upgrade changes nothing",
+                [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>& old) {
+                    answer.output = old;
+                }),
+        upgrade(
+            "upgrade-empty", "an upgrade brings no key",
+            [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>&) { answer.output = {}; }),
+        {"upgrade-missing", "upgradeKey is not implemented",
+         [](FaultKeymaster& km) {
+             km.planEach(Call::kUpgradeKey, Fault::error(ErrorCode::UNIMPLEMENTED));
+         }},
+        {"upgrade-not-asked", "a key that needs an upgrade is refused with -33",
+         [](FaultKeymaster& km) {
+             km.planEachCall(Fault::alter([](Answer& answer) {
+                 if (answer.error == ErrorCode::KEY_REQUIRES_UPGRADE) {
+                     answer.error = ErrorCode::INVALID_KEY_BLOB;
+                 }
+             }));
+         }},
+        {"keys-in-memory", "a start of the keymaster loses its keys", keepKeysInMemory},
         {"callback-twice", "every callback runs twice",
          [](FaultKeymaster& km) { km.planEachCall(Fault::callbackTwice()); }},
         {"callback-on-thread", "callbacks run on another thread",

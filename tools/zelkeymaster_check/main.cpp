@@ -1,11 +1,12 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// zelkeymaster_check: tells on a device whether its keymaster answers as the library needs it. On a
+// zelkeymaster_check: tells on a device whether its keymaster behaves as the library needs it. On a
 // host the check runs over the software keymaster.
 
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
+#include <zelkeymaster_operation.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -16,92 +17,221 @@ namespace {
 
 using android::hardware::keymaster::V4_0::support::Keymaster;
 
-enum ExitStatus { kExitHolds = 0, kExitBroken = 1, kExitNotRun = 2 };
+enum ExitStatus { kExitHolds = 0, kExitBroken = 1, kExitNotRun = 2, kExitNotTried = 3 };
 
 constexpr char kUsage[] =
-    R"(Usage: zelkeymaster_check [--json] [--no-attestation] [--no-password]
-                          [--largest-store BYTES]
+    R"(Usage: zelkeymaster_check [OPTION]...
+  or:  zelkeymaster_check --list
+  or:  zelkeymaster_check [--name NAME] --save FILE
+  or:  zelkeymaster_check [--name NAME] [OPTION]... --verify FILE
+Find out whether a keymaster of the device behaves as libzelkeymaster needs it.
 
-Tries on the most secure keymaster of the device what the library needs of it,
-and says what does not hold, and what that means. Nothing is left behind: the
-keys that it makes are deleted, and so is its directory under TMPDIR.
+Each requirement is tried, and what does not hold is shown with what follows
+from it. Nothing is left behind: the keys that the check makes are deleted, and
+so is its directory under TMPDIR.
 
+  --list                 print the name of each keymaster, and what it says about
+                         itself; the most secure one comes first
+  --name NAME            check the keymaster of this name; without the option,
+                         the first of the list
   --json                 print one JSON object instead of lines
   --no-attestation       leave the vendor's signing requests and attestation out
   --no-password          leave the vendor's password conversion out
-  --largest-store BYTES  payload to go up to; 1048576 unless given
+  --largest-store BYTES  payload to go up to; default 1000000
+  --time SECONDS         for each requirement; default 30
+  --save FILE            make a key, and write down in FILE what --verify needs
+  --verify FILE          find out whether that key has survived a restart of the
+                         system, or an upgrade; delete the key, and FILE
+  --help                 print this help
+  --version              print the version
 
-What is being tried is told on standard error. Exit status: 0 all that is offered
-holds; 1 something is broken; 2 the command line was not accepted, or there is no
-keymaster.
+Each requirement is named on standard error before it is tried.
+
+Exit status:
+  0  all that is offered holds
+  1  something is broken
+  2  the command line was not accepted, or there is no such keymaster or file
+  3  nothing is broken, but something was not tried
+  130, 143  the check was stopped by Ctrl-C, or by SIGTERM
 )";
 
 struct Arguments {
     bool json = false;
+    bool list = false;
+    std::string name;
+    std::string save;
+    std::string verify;
     keymaster_check::Options options;
 };
 
-bool parseSize(const char* text, size_t* size) {
+// A whole number from 1 to what the store's 32-bit lengths can say.
+bool parseNumber(const char* text, int* number) {
     char* end = nullptr;
     errno = 0;
-    const unsigned long long value = std::strtoull(text, &end, 10);
-    // Stores have 32-bit lengths.
+    const long long value = std::strtoll(text, &end, 10);
     if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || value == 0 ||
         value > INT32_MAX) {
         return false;
     }
-    *size = static_cast<size_t>(value);
+    *number = static_cast<int>(value);
     return true;
 }
 
-// Fills `arguments`. False when an argument is not understood.
-bool parse(int argc, char** argv, Arguments* arguments) {
-    for (int i = 1; i < argc; ++i) {
-        const char* const argument = argv[i];
-        if (std::strcmp(argument, "--json") == 0) {
-            arguments->json = true;
-        } else if (std::strcmp(argument, "--no-attestation") == 0) {
-            arguments->options.attestation = false;
-        } else if (std::strcmp(argument, "--no-password") == 0) {
-            arguments->options.password = false;
-        } else if (std::strcmp(argument, "--largest-store") == 0 && i + 1 < argc &&
-                   parseSize(argv[i + 1], &arguments->options.largest_store)) {
-            ++i;
-        } else {
-            std::fprintf(stderr, "zelkeymaster_check: %s: not understood\n%s", argument, kUsage);
-            return false;
-        }
+// Takes one argument, and `value` behind it when that belongs to it. Returns how many it took; 0
+// when it is not understood.
+int take(const char* argument, const char* value, Arguments* arguments) {
+    const auto is = [argument](const char* name) { return std::strcmp(argument, name) == 0; };
+    keymaster_check::Options& options = arguments->options;
+    if (is("--json") || is("--list")) {
+        (is("--json") ? arguments->json : arguments->list) = true;
+        return 1;
     }
-    return true;
+    if (is("--no-attestation") || is("--no-password")) {
+        (is("--no-password") ? options.password : options.attestation) = false;
+        return 1;
+    }
+    int number = 0;
+    if (value == nullptr || *value == '\0') {
+        return 0;
+    }
+    if (is("--name") || is("--save") || is("--verify")) {
+        (is("--name")   ? arguments->name
+         : is("--save") ? arguments->save
+                        : arguments->verify) = value;
+        return 2;
+    }
+    if (is("--largest-store") && parseNumber(value, &number)) {
+        options.largest_store = static_cast<size_t>(number);
+        return 2;
+    }
+    if (is("--time") && parseNumber(value, &number)) {
+        options.time = std::chrono::seconds(number);
+        return 2;
+    }
+    return 0;
+}
+
+bool readFile(const std::string& path, std::string* text) {
+    std::FILE* const file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        return false;
+    }
+    char chunk[4096];
+    for (size_t count = 1; count > 0;) {
+        count = std::fread(chunk, 1, sizeof(chunk), file);
+        text->append(chunk, count);
+    }
+    const bool read = std::ferror(file) == 0;
+    std::fclose(file);
+    return read;
+}
+
+int cannot(const std::string& path) {
+    std::fprintf(stderr, "zelkeymaster_check: %s: %s\n", path.c_str(), std::strerror(errno));
+    return kExitNotRun;
+}
+
+int save(Keymaster& keymaster, const Arguments& arguments) {
+    std::FILE* const file = std::fopen(arguments.save.c_str(), "wbx");  // never over a file
+    if (file == nullptr) {
+        return cannot(arguments.save);
+    }
+    std::string failure;
+    const std::string saved = keymaster_check::saveKey(keymaster, &failure, arguments.options);
+    bool written = std::fputs(saved.c_str(), file) >= 0;
+    written = std::fclose(file) == 0 && written;
+    if (saved.empty() || !written) {
+        std::remove(arguments.save.c_str());
+        static_cast<void>(keymaster_check::verifyKey(keymaster, saved));  // deletes the key
+        std::fprintf(stderr, "zelkeymaster_check: nothing was saved: %s\n",
+                     saved.empty() ? failure.c_str() : "the file cannot be written");
+        return kExitBroken;
+    }
+    std::printf("saved; restart the system or upgrade it, and give --verify %s\n",
+                arguments.save.c_str());
+    return kExitHolds;
+}
+
+int check(Keymaster& keymaster, Arguments& arguments, const std::string& saved) {
+    const std::string name = keymaster_check::describe(keymaster);
+    std::fprintf(stderr, "the keymaster: %s: %s\n", keymaster.instanceName().c_str(), name.c_str());
+    // With --json the lines go to standard error, so that they are there when a call hangs.
+    std::FILE* const lines = arguments.json ? stderr : stdout;
+    arguments.options.progress = [](const std::string& id, size_t done, size_t all) {
+        std::fprintf(stderr, "[%2zu/%zu] %s\n", done + 1, all, id.c_str());
+    };
+    arguments.options.found = [lines](const keymaster_check::Finding& finding) {
+        std::fputs(keymaster_check::inText(finding).c_str(), lines);
+        std::fflush(lines);
+    };
+    const auto findings = saved.empty()
+                              ? keymaster_check::checkKeymaster(keymaster, arguments.options)
+                              : keymaster_check::verifyKey(keymaster, saved, arguments.options);
+    const int status = keymaster_check::exitStatus(findings);
+    if (!saved.empty() && status != kExitNotTried) {
+        std::remove(arguments.verify.c_str());  // its key is deleted
+    }
+    const std::string report = arguments.json ? keymaster_check::inJson(name, findings)
+                                              : keymaster_check::summary(findings);
+    if (std::fputs(report.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+        return kExitNotRun;
+    }
+    return status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(kUsage, stdout);
-        return kExitHolds;
-    }
     Arguments arguments;
-    if (!parse(argc, argv, &arguments)) {
+    for (int i = 1; i < argc;) {
+        if (std::strcmp(argv[i], "--help") == 0) {
+            std::fputs(kUsage, stdout);
+            return kExitHolds;
+        }
+        if (std::strcmp(argv[i], "--version") == 0) {
+            std::puts("zelkeymaster_check " ZELKEYMASTER_VERSION);
+            return kExitHolds;
+        }
+        const int taken = take(argv[i], argv[i + 1], &arguments);
+        if (taken == 0) {
+            std::fprintf(stderr,
+                         "zelkeymaster_check: %s: not understood\n"
+                         "Try 'zelkeymaster_check --help'.\n",
+                         argv[i]);
+            return kExitNotRun;
+        }
+        i += taken;
+    }
+    std::string saved;
+    if (!arguments.verify.empty() && !readFile(arguments.verify, &saved)) {
+        return cannot(arguments.verify);
+    }
+    if (!arguments.verify.empty() && keymaster_check::savedBy(saved).empty()) {
+        std::fprintf(stderr, "zelkeymaster_check: %s: --save has not made this file\n",
+                     arguments.verify.c_str());
         return kExitNotRun;
+    }
+    if (arguments.name.empty()) {
+        arguments.name = keymaster_check::savedBy(saved);
     }
     const Keymaster::KeymasterSet keymasters = Keymaster::enumerateAvailableDevices();
-    if (keymasters.empty()) {
-        std::fputs("zelkeymaster_check: this device has no keymaster\n", stderr);
-        return kExitNotRun;
+    for (const auto& keymaster : keymasters) {
+        if (arguments.list) {
+            std::printf("%s: %s\n", keymaster->instanceName().c_str(),
+                        keymaster_check::describe(*keymaster).c_str());
+        } else if (arguments.name.empty() || arguments.name == keymaster->instanceName().c_str()) {
+            const keymaster_check::StopSignals signals;
+            arguments.options.stopped = [] { return keymaster_check::StopSignals::caught() != 0; };
+            const int status = arguments.save.empty() ? check(*keymaster, arguments, saved)
+                                                      : save(*keymaster, arguments);
+            const int caught = keymaster_check::StopSignals::caught();
+            return caught == 0 ? status : 128 + caught;
+        }
     }
-    Keymaster& keymaster = *keymasters.front();  // the most secure one
-    const std::string name = keymaster_check::describe(keymaster);
-    std::fprintf(stderr, "the keymaster: %s\n", name.c_str());
-    arguments.options.progress = [](const std::string& id, size_t done, size_t all) {
-        std::fprintf(stderr, "[%2zu/%zu] %s\n", done + 1, all, id.c_str());
-    };
-    const auto findings = keymaster_check::checkKeymaster(keymaster, arguments.options);
-    const std::string report = arguments.json ? keymaster_check::inJson(name, findings)
-                                              : keymaster_check::inText(findings);
-    if (std::fputs(report.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
-        return kExitNotRun;
+    if (arguments.list) {
+        return kExitHolds;
     }
-    return keymaster_check::allHolds(findings) ? kExitHolds : kExitBroken;
+    std::fprintf(stderr, "zelkeymaster_check: this device has no keymaster%s%s; see --list\n",
+                 arguments.name.empty() ? "" : " of the name ", arguments.name.c_str());
+    return kExitNotRun;
 }

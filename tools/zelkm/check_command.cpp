@@ -41,32 +41,60 @@ class ScratchDirectory {
     std::string path_;
 };
 
+// Lets `use` have a software keymaster with this fault.
+template <typename Use>
+void withFault(const soft_keymaster::SoftKeymaster::Options& options, const std::string& name,
+               Use use) {
+    soft_keymaster::SoftKeymaster sound(options);
+    soft_keymaster::FaultKeymaster keymaster(sound);
+    for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
+        if (name == fault.name) {
+            fault.apply(keymaster);
+        }
+    }
+    use(keymaster);
+}
+
 }  // namespace
 
-void checkKeymaster(const CheckOptions& options) {
+int checkKeymaster(const CheckOptions& options) {
     // The check also logs the damage that it makes on purpose. --verbose shows it.
     if (__android_log_get_minimum_priority() == ANDROID_LOG_ERROR) {
         __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
     }
+    const keymaster_check::StopSignals signals;
     const ScratchDirectory scratch;
-    soft_keymaster::SoftKeymaster::Options keymaster_options;
-    keymaster_options.root_key_path = scratch.path() + "/root.key";
-    soft_keymaster::SoftKeymaster sound(keymaster_options);
-    soft_keymaster::FaultKeymaster keymaster(sound);
-    for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
-        if (options.fault == fault.name) {
-            fault.apply(keymaster);
-        }
+    soft_keymaster::SoftKeymaster::Options soft;
+    soft.root_key_path = scratch.path() + "/root.key";
+
+    keymaster_check::Options check;
+    check.largest_store = options.largest_store;
+    check.stopped = [] { return keymaster_check::StopSignals::caught() != 0; };
+    if (!options.json) {
+        check.found = [](const keymaster_check::Finding& finding) {
+            std::cout << keymaster_check::inText(finding) << std::flush;
+        };
     }
-    keymaster_check::Options check_options;
-    check_options.largest_store = options.largest_store;
-    const auto findings = keymaster_check::checkKeymaster(keymaster, check_options);
-    std::cout << (options.json
-                      ? keymaster_check::inJson(keymaster_check::describe(keymaster), findings)
-                      : keymaster_check::inText(findings));
-    if (!keymaster_check::allHolds(findings)) {
-        throw Refused("the keymaster does not answer as the library needs it");
-    }
+    std::vector<keymaster_check::Finding> findings;
+    std::string name;
+    std::string saved;
+    std::string failure;
+    withFault(soft, options.fault, [&](keymaster_check::Handle& keymaster) {
+        name = keymaster_check::describe(keymaster);
+        findings = keymaster_check::checkKeymaster(keymaster, check);
+    });
+    withFault(soft, options.fault, [&](keymaster_check::Handle& keymaster) {
+        saved = keymaster_check::saveKey(keymaster, &failure, check);
+    });
+    ++soft.patch_level;  // the system is upgraded, and starts again
+    withFault(soft, options.fault, [&](keymaster_check::Handle& keymaster) {
+        const auto later = keymaster_check::verifyKey(keymaster, saved, check);
+        findings.insert(findings.end(), later.begin(), later.end());
+    });
+    std::cout << (options.json ? keymaster_check::inJson(name, findings)
+                               : keymaster_check::summary(findings));
+    const int caught = keymaster_check::StopSignals::caught();
+    return caught != 0 ? 128 + caught : keymaster_check::exitStatus(findings);
 }
 
 }  // namespace zelkm_tool

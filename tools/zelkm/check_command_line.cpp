@@ -12,14 +12,14 @@
 
 namespace zelkm_tool {
 
-void defineCheckCommand(CLI::App& app) {
+void defineCheckCommand(CLI::App& app, int* status) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* command = app.add_subcommand("check", "Check a keymaster as on a device");
     std::vector<std::string> names;
     std::string faults;
     for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
         names.push_back(fault.name);
-        faults += "\n  " + names.back() + std::string(20 - names.back().size(), ' ') + fault.what;
+        faults += "\n  " + names.back() + std::string(22 - names.back().size(), ' ') + fault.what;
     }
     command->add_option("--fault", options->fault, "Inject this fault")
         ->type_name("FAULT")
@@ -29,14 +29,15 @@ void defineCheckCommand(CLI::App& app) {
         ->type_name("BYTES")
         ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
     command->footer(
-        "Tries what the library needs of a keymaster on the software keymaster, and says what\n"
-        "does not hold. No store is touched. zelkeymaster_check does the same on a device;\n"
-        "here a fault shows what a broken keymaster looks like:" +
+        "Tries what the library needs of a keymaster on the software keymaster, then upgrades\n"
+        "the system and tries a key of before. Says what does not hold. No store is touched.\n"
+        "zelkeymaster_check does the same on a device, and has the same exit status; here a\n"
+        "fault shows what a broken keymaster looks like:" +
         faults +
         "\n\n"
         "  zelkm check\n"
         "  zelkm check --fault tag-12");
-    command->callback([options] { checkKeymaster(*options); });
+    command->callback([options, status] { *status = checkKeymaster(*options); });
 }
 
 }  // namespace zelkm_tool

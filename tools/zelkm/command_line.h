@@ -23,7 +23,7 @@ void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* 
 void defineKeyCommands(CLI::App& app, const SessionOptions& session);
 void defineVerifyChain(CLI::App& app);
 void defineExplain(CLI::App& app);
-void defineCheckCommand(CLI::App& app);
+void defineCheckCommand(CLI::App& app, int* status);
 
 // Adds --json, --csv and --count to a command.
 void defineFormats(CLI::App& command, Format& format);

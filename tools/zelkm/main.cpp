@@ -161,7 +161,7 @@ int run(int argc, char** argv) {
     defineDirectoryCommands(app, session, &status);
     defineExplain(app);
     defineKeyCommands(app, session);
-    defineCheckCommand(app);
+    defineCheckCommand(app, &status);
 
     defineHelp(app);
     definePages(app);

@@ -121,11 +121,13 @@ struct Deviation {
     Output output = Output::kInUpdate;
     size_t nonce_size = 12;                // bytes of an encryption's nonce
     bool fixed_nonce = false;              // the same for every encryption
+    bool counted_nonces = false;           // from 0 on, for each object
     size_t tag_size = 16;                  // bytes, at least 12, whatever length is asked for
     bool unchecked_tag = false;            // a decryption succeeds with any tag
     bool ignored_associated_data = false;  // as if the call had no associated data
     size_t transport_limit = SIZE_MAX;     // bytes of a call's arguments; a larger call fails
     bool open_after_errors = false;        // an error ends no operation; 16 may be open
+    bool open_after_refusals = false;      // a begin that is refused takes one of 16 places
     bool ignored_csr_tag = false;          // attests when a request is asked for
 };
 

@@ -33,6 +33,8 @@ namespace soft_keymaster {
 // is a device with this one keymaster. The root key is then in the file that this environment
 // variable names, or in soft_keymaster_root.key in the working directory.
 inline constexpr char kRootKeyVariable[] = "SOFT_KEYMASTER_ROOT_KEY";
+// The device's patch level is then that of this variable, if it is set.
+inline constexpr char kPatchLevelVariable[] = "SOFT_KEYMASTER_PATCH_LEVEL";
 
 class SoftKeymaster : public Keymaster {
   public:

@@ -1,0 +1,143 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The second phase: a key that is written down, and tried again later.
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "checks.h"
+#include "gcm_run.h"
+
+namespace keymaster_check {
+namespace {
+
+constexpr char kHead[] = "zelkeymaster_check 1 ";
+constexpr size_t kPayload = 100;
+constexpr size_t kNonces = 64;
+constexpr int kRequiresUpgrade = static_cast<int>(ErrorCode::KEY_REQUIRES_UPGRADE);
+
+std::string line(const Bytes& bytes) {
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        char digits[3];
+        std::snprintf(digits, sizeof(digits), "%02x", byte);
+        text += digits;
+    }
+    return text + "\n";
+}
+
+// Takes a line off the front of the text; empty when it holds no bytes.
+Bytes takeLine(std::string* text) {
+    const size_t end = std::min(text->find('\n'), text->size());
+    Bytes bytes;
+    for (size_t at = 0; at + 2 <= end; at += 2) {
+        bytes.push_back(
+            static_cast<uint8_t>(std::strtoul(text->substr(at, 2).c_str(), nullptr, 16)));
+    }
+    text->erase(0, std::min(end + 1, text->size()));
+    return bytes;
+}
+
+}  // namespace
+
+std::string saveKey(Keymaster& keymaster, std::string* failure, const Options& options) {
+    Caller caller(keymaster, options);
+    const Answer made = caller.generateKey(databaseKeyParams());
+    const Run run =
+        made.ok() ? encrypt(caller, made.bytes, samplePayload(kPayload), sampleAssociatedData())
+                  : Run();
+    std::string text = kHead + std::string(keymaster.instanceName().c_str()) + "\n" +
+                       line(made.bytes) + line(run.nonce) + line(run.all());
+    bool good = run.done() && !run.nonce.empty();
+    for (size_t i = 0; i < kNonces && good; ++i) {
+        const Bytes nonce = drawNonce(caller, made.bytes);
+        text += line(nonce);
+        good = !nonce.empty();
+    }
+    if (!good) {
+        *failure = caller.missed().empty() ? caller.answered() : caller.missed();
+        return "";
+    }
+    caller.disown(made.bytes);
+    return text;
+}
+
+std::string savedBy(const std::string& saved) {
+    const size_t head = sizeof(kHead) - 1;
+    return saved.compare(0, head, kHead) == 0 ? saved.substr(head, saved.find('\n') - head) : "";
+}
+
+void readSavedKey(const std::string& text, SavedKey* saved) {
+    std::string rest = text;
+    takeLine(&rest);
+    SavedKey read = {takeLine(&rest), takeLine(&rest), takeLine(&rest)};
+    while (!rest.empty()) {
+        read.nonces.insert(takeLine(&rest));
+    }
+    read.nonces.insert(read.nonce);
+    if (!savedBy(text).empty() && read.nonces.size() > kNonces) {
+        *saved = read;
+    }
+}
+
+Outcome checkLaterKey(Context& context) {
+    Caller& caller = context.caller;
+    Bytes key = context.saved.key;
+    if (key.empty()) {
+        return notTried("no key was saved");
+    }
+    Answer listed = caller.getKeyCharacteristics(key);
+    const bool upgrade = listed.error == kRequiresUpgrade;
+    if (upgrade) {
+        const Answer upgraded = caller.upgradeKey(key);
+        if (!upgraded.ok() || upgraded.bytes.empty()) {
+            return broken(context, "the upgrade that is asked for fails",
+                          "every query is refused, as long as upgradeKey does not work");
+        }
+        key = upgraded.bytes;
+        listed = caller.getKeyCharacteristics(key);
+    }
+    if (listed.error == kRequiresUpgrade) {
+        return broken(
+            context, "the upgraded key requires an upgrade again",
+            "each start upgrades the key and replaces its file; if begin refuses it, too, "
+            "the store is not read");
+    }
+    if (!listed.ok()) {
+        return broken(context, upgrade ? "the upgraded key is refused" : "the key is refused",
+                      "every query is refused with " + codeInWords(listed.error) +
+                          ", and the store is lost unless the key is accepted again");
+    }
+    const Run run =
+        decrypt(caller, key, context.saved.nonce, context.saved.output, sampleAssociatedData());
+    if (!run.bringsBack(samplePayload(kPayload))) {
+        return broken(context, "it does not open what was encrypted with it",
+                      run.last.error == kRequiresUpgrade
+                          ? "every query is refused with -62: the library upgrades a key only "
+                            "when getKeyCharacteristics asks for it"
+                          : "the store is refused, and gone after three starts");
+    }
+    context.key = key;
+    return holds(caller.sent(), upgrade ? "the key was upgraded, and opens what it should"
+                                        : "the key needs no upgrade, and opens what it should");
+}
+
+Outcome checkLaterNonces(Context& context) {
+    if (context.key.empty()) {
+        return notTried("there is no key to draw nonces with: see later.key");
+    }
+    for (size_t i = 0; i < kNonces; ++i) {
+        const Bytes nonce = drawNonce(context.caller, context.key);
+        if (nonce.empty()) {
+            return notTried("an encryption brought no nonce: " + context.caller.answered());
+        }
+        if (!context.saved.nonces.insert(nonce).second) {
+            return broken(context, "this nonce came before");
+        }
+    }
+    return holds(std::to_string(kNonces) + " encryptions begun", "no nonce of before came again");
+}
+
+}  // namespace keymaster_check
