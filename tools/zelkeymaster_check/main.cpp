@@ -6,12 +6,13 @@
 
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
-#include <zelkeymaster_operation.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "zelkeymaster_operation.h"
 
 namespace {
 
