@@ -101,43 +101,41 @@ void damage(fuzz::Input& input) {
     }
 }
 
-// What becomes of the next two calls of each kind.
+// What the input makes of a call; nothing when the call is answered well.
+std::optional<Fault> nextFault(fuzz::Input& input, Call call) {
+    // With another blob than its own the keymaster would lose the key for good.
+    const bool blob = call == Call::kGenerateKey || call == Call::kUpgradeKey;
+    switch (input.byte() & 7) {
+        case 1:
+            return Fault::error(android::hardware::keymaster::V4_0::ErrorCode(-int(input.byte())));
+        case 2:
+            return Fault::outputSize(blob ? 0 : input.byte());
+        case 3:
+            return Fault::transportBeforeCallback();
+        case 4:
+            return Fault::noCallback();
+        case 5:
+            return Fault::transportAfterCallback();
+        case 6:
+            return Fault::nonceSize(input.byte());
+        case 7:
+            return Fault::alter([number = input.byte()](soft_keymaster::Answer& answer) {
+                answer.consumed = number;
+                answer.chain.resize(number % 3);
+            });
+        default:
+            return std::nullopt;
+    }
+}
+
+// Plans the next two calls of each kind.
 void planFaults(fuzz::Input& input, soft_keymaster::FaultKeymaster* keymaster) {
-    using android::hardware::keymaster::V4_0::ErrorCode;
     for (const Call call :
          {Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpdate, Call::kFinish,
           Call::kGenerateKey, Call::kUpgradeKey, Call::kAttestKey}) {
         for (const size_t nth : {1u, 2u}) {
-            switch (input.byte() & 7) {
-                case 1:
-                    keymaster->plan(call, nth, Fault::error(ErrorCode(-int(input.byte()))));
-                    break;
-                case 2: {
-                    // With another blob than its own the keymaster would lose the key for good.
-                    const bool blob = call == Call::kGenerateKey || call == Call::kUpgradeKey;
-                    keymaster->plan(call, nth, Fault::outputSize(blob ? 0 : input.byte()));
-                    break;
-                }
-                case 3:
-                    keymaster->plan(call, nth, Fault::transportBeforeCallback());
-                    break;
-                case 4:
-                    keymaster->plan(call, nth, Fault::noCallback());
-                    break;
-                case 5:
-                    keymaster->plan(call, nth, Fault::transportAfterCallback());
-                    break;
-                case 6:
-                    keymaster->plan(call, nth, Fault::nonceSize(input.byte()));
-                    break;
-                case 7: {
-                    const uint8_t consumed = input.byte();
-                    keymaster->plan(call, nth, Fault::alter([consumed](auto& answer) {
-                                        answer.consumed = consumed;
-                                        answer.chain.resize(consumed % 3);
-                                    }));
-                    break;
-                }
+            if (const auto fault = nextFault(input, call)) {
+                keymaster->plan(call, nth, *fault);
             }
         }
     }
