@@ -9,13 +9,13 @@
 #include <plog/Initializers/RollingFileInitializer.h>
 #include <plog/Log.h>
 
+#include "file_names.h"
 #include "run_no_throw.h"
 
 namespace zelkm {
 namespace {
 
 constexpr int kInstance = 0;
-constexpr char kFileName[] = "zelko_err.txt";
 constexpr size_t kMaxFileSize = 10000;
 constexpr int kMaxFiles = 3;
 
@@ -36,7 +36,7 @@ void dropOnException(Action action) {
 
 void setUpErrorFile() {
     dropOnException([] {
-        plog::init<plog::TxtFormatter, kInstance>(plog::warning, kFileName, kMaxFileSize,
+        plog::init<plog::TxtFormatter, kInstance>(plog::warning, kErrorFile, kMaxFileSize,
                                                   kMaxFiles);
     });
 }

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "error_file.h"
+#include "file_names.h"
 #include "gcm_operation.h"
 #include "keymaster_params.h"
 #include "malloc_buffer.h"
@@ -57,10 +58,6 @@ namespace {
 
 // For whoever has the library's file only; no code reads it.
 __attribute__((used)) const char kVersion[] = "libzelkeymaster " ZELKEYMASTER_VERSION;
-
-constexpr char kStoreFile[] = "secure_objects.db";
-constexpr char kKeyFile[] = "edbk";
-constexpr char kKeyDigestFile[] = "edbk_digest";
 
 constexpr size_t kMaxErrorFileText = 1023;  // with its NUL
 constexpr char kRowSeparator = '\n';
@@ -1007,8 +1004,8 @@ int ZelKeymasterOperation::update_file(const char* path, const uint8_t* data, ui
     if (path == nullptr || data == nullptr || len == 0) {
         return ZELKM_UNEXPECTED_NULL_POINTER;
     }
-    const CompanionName temporary(path, ".tmp");
-    const CompanionName backup(path, ".bak");
+    const CompanionName temporary(path, kTemporarySuffix);
+    const CompanionName backup(path, kBackupSuffix);
     int error = 0;
     {
         const File file = File::forWriting(temporary.get(), &error);
@@ -1046,7 +1043,7 @@ int ZelKeymasterOperation::update_db_file(const uint8_t* data, uint32_t len) {
 }
 
 int ZelKeymasterOperation::restoreBackupDB() {
-    const CompanionName backup(kStoreFile, ".bak");
+    const CompanionName backup(kStoreFile, kBackupSuffix);
     int error = 0;
     if (!removeFile(kStoreFile, &error)) {
         if (error != ENOENT) {
