@@ -4,24 +4,28 @@
 // The command line of the commands on a whole store directory; see command_line.h.
 
 #include <memory>
+#include <optional>
 
 #include "command_line.h"
 #include "directory_lock.h"
 #include "doctor_command.h"
+#include "failure.h"
 #include "info_command.h"
 
 namespace zelkm_tool {
 namespace {
 
-SessionOptions withDirectory(SessionOptions options, const std::string& dir) {
-    if (!dir.empty()) {
-        options.dir = dir;
+// An empty name is refused: it is rather a variable that is not set than the working directory.
+SessionOptions withDirectory(SessionOptions options, const std::optional<std::string>& dir) {
+    if (dir == "") {
+        throw WrongUsage("the name of the directory is empty");
     }
+    options.dir = dir.value_or(options.dir);
     return options;
 }
 
 void defineInfo(CLI::App& app, const SessionOptions& session) {
-    auto dir = std::make_shared<std::string>();
+    auto dir = std::make_shared<std::optional<std::string>>();
     auto json = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand("info", "Show what a store directory holds");
     command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
@@ -40,27 +44,28 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
 }
 
 void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
-    auto dir = std::make_shared<std::string>();
+    auto dir = std::make_shared<std::optional<std::string>>();
     auto doctor = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand("doctor", "Tell what is wrong with a store directory");
     command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
-    command->add_flag("--repair", doctor->repair, "Put right what can be proved, and keep copies");
+    command->add_flag("--repair", doctor->repair,
+                      "Make the changes that the report lists, and keep copies");
     command->add_flag("--json", doctor->json, "Print one JSON object");
     command->footer(
-        "Reads every file, compares the versions of the store and of its key, decrypts the\n"
-        "store if the software keymaster's root key is there, and sorts out the error files.\n"
-        "Says what is wrong, by what that shows, what is lost, and what to do about it.\n"
+        "Tells of every file in the directory and its folders what it is, by its\n"
+        "content, decrypts the store if the software keymaster's root key is there, and\n"
+        "sorts out the error files. Says what is wrong, what that means, and what to do.\n"
         "\n"
         "Exit status:\n"
         "  0  healthy: everything was read, and the store was decrypted with its key\n"
         "  1  something is wrong\n"
-        "  2  the directory cannot be read\n"
+        "  2  the directory cannot be read, or not by this user\n"
         "  3  not decided: nothing is wrong, but something, mostly the key, was missing\n"
         "\n"
-        "--repair makes only changes that the key or, without it, structure or digest prove\n"
-        "to be safe, and keeps a copy of every file that it touches in\n"
-        "doctor-YYYYMMDD-HHMMSS. No program but this one may use the store meanwhile. Root\n"
-        "acts as the directory's owner.\n"
+        "--repair makes the changes that the report lists. They were tried in memory\n"
+        "before, by the library where there is a key. What they touch is kept in a new\n"
+        "folder doctor-YYYYMMDD-HHMMSS. No program but this one may use the store\n"
+        "meanwhile. Root acts as the directory's owner.\n"
         "\n"
         "  zelkm doctor store\n"
         "  zelkm doctor --repair store");

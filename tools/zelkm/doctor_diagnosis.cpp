@@ -1,312 +1,464 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The diagnosis of the store's three versions; see doctor_findings.h. protected_file.h has the
-// steps of a replacement, and doctor_keys.cpp the diagnosis of the key.
+#include "doctor_diagnosis.h"
+
+#include <zelkeymaster_result.h>
 
 #include <algorithm>
 
-#include "doctor_keys.h"
-#include "session.h"
+#include "bytes.h"
+#include "disguise.h"
+#include "result_text.h"
+#include "store_names.h"
 
 namespace zelkm_tool {
 namespace {
 
+using Id = FindingId;
+
+constexpr size_t kDigestLen = 32;
+
 const std::string kStore = kStoreFile;
 const std::string kTemporary = kStore + kTemporarySuffix;
 const std::string kBackup = kStore + kBackupSuffix;
+const std::string kKey = kKeyFile;
+const std::string kKeyBackup = kKey + kBackupSuffix;
+const std::string kDigest = kKeyDigestFile;
+const std::string kDigestBackup = kDigest + kBackupSuffix;
 
-constexpr char kStartsEmpty[] =
-    "; the library starts with an empty store, and the next change replaces what is left";
+// The versions of the key that can be tried, the current one first.
+NamedKeys keysOf(const StoreFiles& files) {
+    NamedKeys keys;
+    for (const std::string& name : versionsOf(kKey)) {
+        const auto found = files.find(name);
+        if (found != files.end() && !isBlank(found->second)) {
+            keys.push_back({name, found->second});
+        }
+    }
+    return keys;
+}
 
-class Doctor {
+// The files of the store and its key, and what is to be done about them. protected_file.h has the
+// steps of a replacement.
+class StoreDoctor {
   public:
-    Doctor(const StoreFiles& files, const Decrypt& decrypt, const KeyStatus& key_status)
-        : files_(files), keys_(files, key_status) {
+    // `elsewhere`: there is a store, or may be, besides these files.
+    StoreDoctor(const StoreFiles& files, bool elsewhere, StoreTrials* trials)
+        : files_(files), elsewhere_(elsewhere), trials_(trials), by_digest_(keyOfDigest(files)) {
+        const NamedKeys keys = keysOf(files);
         for (const std::string& name : versionsOf(kStore)) {
-            if (files.count(name) != 0) {
-                diagnosis_.readings[name] = readStore(files.at(name), keys_.named(), decrypt);
+            if (has(name)) {
+                diagnosis_.readings[name] = readStore(files.at(name), keys, trials);
             }
         }
     }
 
     Diagnosis run() {
         const std::string chosen = chooseStore();
-        const std::string key = chosen.empty() ? "" : reading(chosen).key;
-        lookAtCurrent(chosen);
-        lookAtTemporary(chosen);
-        lookAtBackup();
-        compareVersions();
-        keys_.judge(key, needsKey(), &diagnosis_);
-        diagnosis_.decrypted = chosen == kStore && key == kKeyFile && !reading(kStore).corrected();
+        opening_ = chosen.empty() ? "" : reading(chosen).key;
+        judgeStore();
+        judgeVersions(chosen);
+        judgeKey();
+        judgeDigest();
+        judgeLeftovers();
+        putStore(chosen);
+        judgeDisguises();
+        sortChanges();
+        diagnosis_.decrypted = chosen == kStore && opening_ == kKey && !reading(kStore).finding;
         return std::move(diagnosis_);
     }
 
   private:
     bool has(const std::string& name) const { return files_.count(name) != 0; }
+    std::string contentOf(const std::string& name) const {
+        return has(name) ? files_.at(name) : std::string();
+    }
     const StoreReading& reading(const std::string& name) const {
         return diagnosis_.readings.at(name);
     }
-    void add(Finding finding) { diagnosis_.findings.push_back(std::move(finding)); }
-    std::string wordsFor(const std::string& name) const { return name + " " + reading(name).words; }
-
-    bool needsKey() const {
-        return std::any_of(diagnosis_.readings.begin(), diagnosis_.readings.end(),
-                           [](const auto& entry) {
-                               const StoreReading& r = entry.second;
-                               return r.state == StoreReading::kNotTried ||
-                                      r.state == StoreReading::kRefused || !r.key.empty();
-                           });
+    void add(Id id, const std::string& file, const std::string& proof) {
+        diagnosis_.findings.push_back({id, file, proof});
+    }
+    void replace(const std::string& file, const std::string& content, const std::string& why) {
+        diagnosis_.changes.push_back({file, content, why});
+    }
+    void remove(const std::string& file, const std::string& why) {
+        const bool is_known =
+            std::any_of(diagnosis_.changes.begin(), diagnosis_.changes.end(),
+                        [&](const Change& change) { return change.file == file; });
+        if (has(file) && !is_known) {
+            diagnosis_.changes.push_back({file, std::nullopt, why});
+        }
     }
 
-    // Names the version to use: the first one that reads, in the order current, new, old. A version
-    // that is complete but untried may take the place of one that can never be read.
+    // Whether this version may take the place of one that cannot be read. One that was not tried
+    // may do so if nothing speaks against it, and if the file that it replaces is of no use at all.
+    bool canStandIn(const std::string& name, bool untried_too) const {
+        return has(name) && (reading(name).reads() || (untried_too && reading(name).looksWhole()));
+    }
+
+    // Names the version to use; empty when that cannot be decided. No other version takes the place
+    // of one that may be good.
     std::string chooseStore() const {
-        for (const std::string& name : versionsOf(kStore)) {
-            if (!has(name)) {
-                continue;
-            }
-            const StoreReading& r = reading(name);
-            // When only a backup is left, somebody may have removed the store on purpose.
-            const bool may_stand_in = name == kTemporary || (name == kBackup && has(kStore));
-            if (r.reads() || (r.looksWhole() && may_stand_in)) {
-                return name;
-            }
-            // This version may be good, although it could not be tried. No older one may take its
-            // place.
-            if (r.state == StoreReading::kNotTried ||
-                (r.state == StoreReading::kIncomplete && !r.hopeless)) {
-                return "";
-            }
-        }
-        return "";
-    }
-
-    // The changes that put the chosen version in the place of the current one.
-    std::vector<Change> putStore(const std::string& chosen) const {
-        if (chosen.empty() || (chosen == kStore && !reading(kStore).corrected())) {
-            return {};
-        }
-        const StoreReading& r = reading(chosen);
-        std::vector<Change> changes = {
-            {kStore, r.reads() ? r.image : files_.at(chosen), chosen,
-             chosen + (r.corrected() ? ", with its header put right" : "")}};
-        if (has(kTemporary)) {
-            changes.push_back({kTemporary, std::nullopt, "", "no longer needed"});
-        }
-        return changes;
-    }
-
-    std::string lossOf(const std::string& chosen) const {
-        if (chosen == kBackup) {
-            return "the last change; the version before it is in " + kBackup;
-        }
-        if (chosen == kTemporary) {
-            return "nothing: the new version is complete in " + kTemporary;
-        }
-        if (chosen == kStore) {
-            return "nothing: all rows are there";
-        }
-        return has(kBackup) || has(kTemporary)
-                   ? "not known: no version in the directory could be proved to be good"
-                   : "every object, as far as this directory can tell";
-    }
-
-    void lookAtCurrent(const std::string& chosen) {
-        if (!has(kStore)) {
-            lookAtMissing(chosen);
-            return;
-        }
-        const StoreReading& r = reading(kStore);
-        if (r.reads() && r.key.empty() && !r.corrected()) {
-            add({"store-plaintext", Severity::kUnchecked,
-                 wordsFor(kStore) + "; the library writes none with a keymaster",
-                 "the header's flags are 0, and the payload parses as rows",
-                 "secrecy; and whoever may write the file can have written it",
-                 "where the store comes from"});
-        } else if (r.looksWhole()) {
-            add({"store-not-decrypted", Severity::kUnchecked, wordsFor(kStore), "", "",
-                 "the key: whether the payload is as it was written, and how many rows it holds, "
-                 "shows only when it is decrypted"});
-        } else if (!r.finding.empty()) {
-            const std::vector<Change> changes = putStore(chosen);
-            add({r.finding, Severity::kWrong, wordsFor(kStore),
-                 r.state == StoreReading::kRefused ? "the keymaster takes the key, and answers -30"
-                 : r.key.empty()                   ? "the bytes of the file"
-                                                   : "the decrypted payload",
-                 r.finding == "answer-lost"
-                     ? "no object; the rows lay readable on the disk: treat them as disclosed"
-                     : lossOf(chosen),
-                 changes.empty() ? whyNothingHelps() : "", changes});
-        }
-    }
-
-    std::string whyNothingHelps() const {
-        const auto any = [this](auto test) {
-            return std::any_of(diagnosis_.readings.begin(), diagnosis_.readings.end(),
-                               [&](const auto& entry) { return test(entry.second); });
+        const auto isIn = [this](const std::string& name, StoreReading::State state) {
+            return has(name) && reading(name).state == state;
         };
-        if (has(kBackup) &&
-            !any([](const StoreReading& r) { return r.state != StoreReading::kRefused; })) {
-            return "the key: every version is complete, and none opens, so that it is rather the "
-                   "key that is another one. Look for the key before in other copies of the "
-                   "directory";
+        if (isIn(kStore, StoreReading::kReads)) {
+            return kStore;
         }
-        if (any([](const StoreReading& r) {
-                return r.state == StoreReading::kNotTried ||
-                       (r.state == StoreReading::kIncomplete && !r.hopeless);
-            })) {
-            return "the key: which version is good shows only when it is decrypted. Keep a copy of "
-                   "the directory before the service runs again";
+        const bool is_dead = !has(kStore) || isIn(kStore, StoreReading::kDead);
+        if (elsewhere_ || (!is_dead && !isIn(kStore, StoreReading::kRefused))) {
+            return "";
         }
-        return "another copy of the directory or another root key, or the --patch-level that the "
-               "key was last used at; without one remove the store and key files, and enroll again";
+        if (canStandIn(kTemporary, is_dead)) {
+            return kTemporary;
+        }
+        if (isIn(kTemporary, StoreReading::kNotTried) ||
+            isIn(kTemporary, StoreReading::kDisguised)) {
+            return "";
+        }
+        // When only a backup is left, somebody may have removed the store on purpose.
+        return canStandIn(kBackup, is_dead && (has(kStore) || has(kTemporary))) ? kBackup : "";
     }
 
-    void lookAtMissing(const std::string& chosen) {
-        if (!has(kTemporary) && !has(kBackup)) {
-            add({"no-store", Severity::kUnchecked, "there is no store in the directory", "", "",
-                 std::string("whether anything was stored before") +
-                     (has(kKeyFile) ? "; the key that is there may have had a store" : "")});
-            return;
-        }
-        const bool complete =
-            has(kTemporary) && (reading(kTemporary).reads() || reading(kTemporary).looksWhole());
-        std::string what = "there is no " + kStore;
-        if (complete) {
-            what += has(kBackup) ? ": its replacement stopped after the first rename; " + kBackup +
-                                       " is the version before, " + kTemporary + " the new one"
-                                 : ": it was being written, nothing else is there, and " +
-                                       kTemporary + ", complete, did not get its name";
-        } else if (has(kTemporary)) {
-            what += "; " + wordsFor(kTemporary) +
-                    (has(kBackup) ? ", and " + kBackup + " is an older version"
-                     : has(kKeyFile) || has(std::string(kKeyFile) + kBackupSuffix)
-                         ? "; whether it was the first one cannot be told: there is a key, which "
-                           "may have had a store before"
-                         : "; it would have been the first one");
+    void judgeStore() {
+        if (has(kStore)) {
+            const StoreReading& r = reading(kStore);
+            const bool is_forged =
+                r.finding == Id::kStorePlaintext && has(kBackup) && isEncrypted(kBackup);
+            if (r.finding) {
+                add(is_forged ? Id::kPlaintextBesideEncrypted : *r.finding, kStore, r.words);
+            }
+        } else if (has(kTemporary) &&
+                   (reading(kTemporary).reads() || reading(kTemporary).looksWhole())) {
+            add(Id::kReplacementInterrupted, kTemporary, reading(kTemporary).words);
+        } else if (has(kTemporary) || has(kBackup)) {
+            const std::string& left = has(kTemporary) ? kTemporary : kBackup;
+            add(Id::kStoreMissing, kStore, left + " " + reading(left).words);
         } else {
-            what += ", and " + kBackup +
-                    " is there: two writers at once, a restore that was interrupted, or somebody "
-                    "who removed the store leave this";
+            add(Id::kNoStore, "", "no file has its name");
         }
-        const std::vector<Change> changes = putStore(chosen);
-        std::string needs;
-        if (changes.empty() && has(kBackup) && reading(kBackup).looksWhole()) {
-            needs =
-                "that nobody removed the store on purpose, and that the version before the "
-                "last change is wanted: then 'cp -a " +
-                kBackup + " " + kStore + "', before the service runs again";
-        } else if (changes.empty()) {
-            needs = whyNothingHelps();
-        }
-        add({complete ? "replacement-interrupted" : "store-missing", Severity::kWrong, what,
-             "the names that are there, and the lengths in their headers",
-             lossOf(complete ? kTemporary : chosen) + kStartsEmpty, needs, changes});
     }
 
-    void lookAtTemporary(const std::string& chosen) {
-        if (!has(kTemporary) || !has(kStore)) {
-            return;
-        }
-        const StoreReading& r = reading(kTemporary);
-        const bool partial = r.state == StoreReading::kIncomplete;
-        Finding finding = {
-            "replacement-unfinished",
-            Severity::kWrong,
-            "a replacement of " + kStore + " stopped before its first rename: " + kTemporary +
-                (partial ? " (partial)" : " (complete)") + " is the version that was to come",
-            wordsFor(kTemporary),
-            "the change that was being made",
-            ""};
-        if (chosen == kTemporary) {
-            finding.needs = "nothing: it takes the place of the current one";
-        } else if (partial || (chosen == kStore && r.state != StoreReading::kNotTried)) {
-            finding.changes = {{kTemporary, std::nullopt, "", "the current version is in use"}};
-        } else {
-            finding.needs =
-                "whether the current version opens: if so, it can be removed, and the "
-                "next change overwrites it";
-        }
-        add(finding);
+    bool isEncrypted(const std::string& name) const {
+        return !reading(name).key.empty() || reading(name).looksWhole();
     }
 
-    void lookAtBackup() {
+    void judgeVersions(const std::string& chosen) {
+        if (has(kTemporary) && has(kStore)) {
+            add(Id::kReplacementUnfinished, kTemporary, reading(kTemporary).words);
+            const bool is_partial = reading(kTemporary).state == StoreReading::kDead ||
+                                    reading(kTemporary).finding == Id::kStoreCut;
+            if (chosen == kStore || (is_partial && reading(kStore).looksWhole())) {
+                remove(kTemporary, "not completed");
+            }
+        }
         if (!has(kBackup)) {
             return;
         }
         const StoreReading& r = reading(kBackup);
-        if (r.reads() && r.key.empty()) {
-            add({"backup-plaintext", Severity::kUnchecked, wordsFor(kBackup),
-                 "the header's flags are 0, and the payload parses as rows", "",
-                 "where it comes from"});
-        } else if (r.reads() && r.key != kKeyFile) {
-            add({"backup-of-another-key", Severity::kNote, wordsFor(kBackup),
-                 "which key decrypts it", "", ""});
+        if (r.finding == Id::kDisguised || r.finding == Id::kStorePlaintext) {
+            add(*r.finding, kBackup, r.words);
+        } else if (r.finding && r.finding != Id::kStoreNotDecrypted) {
+            add(Id::kBackupDamaged, kBackup, r.words);
+            if (r.reads()) {
+                replace(kBackup, r.image, "with its header put right");
+            } else if (r.state == StoreReading::kDead && has(kStore)) {
+                remove(kBackup, "of no use");
+            }
         }
-        if (r.finding.empty()) {
-            return;
-        }
-        Finding finding = {"backup-damaged",
-                           Severity::kWrong,
-                           wordsFor(kBackup),
-                           "the bytes of the file",
-                           "the way back to the version before; the current one is another file",
-                           ""};
-        if (r.reads()) {
-            finding.changes = {{kBackup, r.image, kBackup, "with its header put right"}};
-        } else if (r.hopeless && r.state == StoreReading::kIncomplete && has(kStore)) {
-            finding.changes = {
-                {kBackup, std::nullopt, "", "a part of a store cannot be decrypted"}};
-        } else if (r.state == StoreReading::kRefused) {
-            finding.needs =
-                "the key that it was written under, if that was another one: look for "
-                "one before the next change replaces the backup";
-        } else {
-            finding.needs = "nothing: the next change replaces it";
-        }
-        add(finding);
     }
 
-    // Compares the headers of untried versions. A decrypted version needs no such guess.
-    void compareVersions() {
-        std::string earlier;
-        std::string seen;
-        for (const std::string& name : {kBackup, kStore, kTemporary}) {
+    // Puts the chosen version in the place of the current one. This comes after the key.
+    void putStore(const std::string& chosen) {
+        if (chosen.empty() || (chosen == kStore && reading(kStore).image == files_.at(kStore))) {
+            return;
+        }
+        const StoreReading& r = reading(chosen);
+        replace(kStore, r.reads() ? r.image : files_.at(chosen),
+                r.reads() && r.finding ? "with its header put right" : "from " + chosen);
+        if (chosen != kStore) {
+            remove(kTemporary, "not needed any more");
+        }
+    }
+
+    bool needsKey() const {
+        return std::any_of(
+            diagnosis_.readings.begin(), diagnosis_.readings.end(), [this](const auto& entry) {
+                const StoreReading& r = entry.second;
+                return r.state != StoreReading::kDead && (!r.reads() || !r.key.empty());
+            });
+    }
+
+    void judgeKey() {
+        const bool is_missing = isBlank(contentOf(kKey));
+        if (!opening_.empty() && opening_ != kKey) {
+            add(is_missing ? Id::kKeyMissing : Id::kKeyDisplaced, kKey,
+                opening_ + " opens the store");
+            replace(kKey, contentOf(opening_), "from " + opening_);
+        } else if (opening_.empty() && is_missing && !by_digest_.empty()) {
+            add(Id::kKeyMissing, kKey, kDigest + " is the digest of " + by_digest_);
+            replace(kKey, contentOf(by_digest_), "from " + by_digest_);
+        } else if (opening_.empty() && is_missing && needsKey()) {
+            add(Id::kKeyMissing, kKey, has(kKey) ? "holds nothing" : "no file has its name");
+        } else if (opening_.empty() && !is_missing && trials_->canDecrypt() &&
+                   trials_->keyStatus(contentOf(kKey)) != ZELKM_OK) {
+            add(Id::kKeyNotAccepted, kKey, resultText(trials_->keyStatus(contentOf(kKey))));
+        }
+    }
+
+    // Judges the digest. The library reads it when the keymaster refuses the key. When key and
+    // digest differ, the library takes the key for damaged and makes a new one. Without a digest it
+    // keeps the key.
+    void judgeDigest() {
+        const std::string key = contentOf(opening_.empty() ? kKey : opening_);
+        const std::string digest = contentOf(kDigest);
+        if (isBlank(key) || digest == sha256(key)) {
+            return;
+        }
+        const bool counts = digest.size() == kDigestLen;
+        add(counts ? Id::kDigestMismatch : Id::kDigestMissing, kDigest,
+            !counts              ? std::to_string(digest.size()) + " bytes"
+            : by_digest_.empty() ? "no key file has this digest"
+                                 : "it is the digest of " + by_digest_);
+        if (!opening_.empty()) {
+            replace(kDigest, sha256(key), "the SHA-256 of " + opening_);
+        } else if (counts && needsKey()) {
+            remove(kDigest, "without one the library keeps a key that the keymaster refuses");
+        }
+    }
+
+    void judgeLeftovers() {
+        const std::string used = !opening_.empty()                                ? opening_
+                                 : by_digest_ == kKey || isBlank(contentOf(kKey)) ? by_digest_
+                                                                                  : "";
+        for (const std::string& base : {kKey, kDigest}) {
+            const std::string name = base + kTemporarySuffix;
             if (!has(name)) {
                 continue;
             }
-            seen += (seen.empty() ? "" : ", ") + name;
-            const StoreReading& r = reading(name);
-            if (!earlier.empty() && r.looksWhole() &&
-                (reading(earlier).looksWhole() || reading(earlier).reads())) {
-                const std::string why = whyNotOneChange(files_.at(earlier), files_.at(name));
-                if (!why.empty()) {
-                    add({"versions-contradict", Severity::kWrong,
-                         name + " cannot be what one change made of " + earlier +
-                             ": a header was changed, a write that failed went in with the next, "
-                             "or one of them is from elsewhere",
-                         "by their headers " + name + " has " + why,
-                         "a row count that is too small hides the last objects",
-                         "the key: the decrypted payload says how many rows there are"});
-                }
+            if (name != used) {
+                add(Id::kKeyChangeUnfinished, name, "it lies beside " + base);
             }
-            earlier = name;
+            if (!used.empty()) {
+                remove(name, "not needed any more");
+            }
         }
-        if (!seen.empty()) {
-            diagnosis_.checked.push_back("sizes and header fields of " + seen);
+        // The library writes both backups together, and reads neither.
+        const std::string backup = contentOf(kKeyBackup);
+        const bool is_refused =
+            !opening_.empty() && !backup.empty() && trials_->keyStatus(backup) != ZELKM_OK;
+        if (is_refused ||
+            (!backup.empty() && has(kDigestBackup) && contentOf(kDigestBackup) != sha256(backup))) {
+            add(Id::kKeyBackupMismatch, kKeyBackup,
+                is_refused ? resultText(trials_->keyStatus(backup))
+                           : "the SHA-256 is not that in " + kDigestBackup);
+            if (!opening_.empty()) {
+                remove(kDigestBackup, "nothing reads it");
+            }
+            if (is_refused) {
+                remove(kKeyBackup, "it opens nothing");
+            }
         }
     }
 
+    // A key or digest that was encoded on its way makes the others look wrong.
+    void judgeDisguises() {
+        const auto is_digest = [](std::string_view bytes) { return bytes.size() == kDigestLen; };
+        const auto is_key = [this](std::string_view bytes) {
+            return sha256(std::string(bytes)) == contentOf(kDigest);
+        };
+        if (has(kDigest) && opening_.empty()) {
+            addDisguise(kDigest, disguiseInWords(contentOf(kDigest), is_digest));
+        }
+        if (has(kKey) && opening_.empty() && by_digest_ != kKey) {
+            const std::string words = disguiseInWords(contentOf(kKey), is_key);
+            addDisguise(kKey, words.empty() && isText(contentOf(kKey)) ? "is text" : words);
+        }
+        const bool any = std::any_of(diagnosis_.findings.begin(), diagnosis_.findings.end(),
+                                     [](const Finding& f) { return f.id == Id::kDisguised; });
+        if (any) {
+            diagnosis_.changes.clear();
+        }
+    }
+
+    void addDisguise(const std::string& name, const std::string& words) {
+        if (!words.empty()) {
+            add(Id::kDisguised, name, words);
+        }
+    }
+
+    // The key comes before its store, and removals come last.
+    void sortChanges() {
+        const auto rank = [](const Change& change) {
+            return !change.content ? 3 : change.file == kKey ? 0 : change.file == kDigest ? 1 : 2;
+        };
+        std::stable_sort(diagnosis_.changes.begin(), diagnosis_.changes.end(),
+                         [&](const Change& a, const Change& b) { return rank(a) < rank(b); });
+    }
+
     const StoreFiles& files_;
-    Keys keys_;
-    Diagnosis diagnosis_ = {};
+    const bool elsewhere_;
+    StoreTrials* const trials_;
+    const std::string by_digest_;
+    std::string opening_;  // the key file that decrypts the chosen store; empty when none does
+    Diagnosis diagnosis_;
 };
+
+bool has(const std::vector<Finding>& findings, const Finding& wanted) {
+    return std::any_of(findings.begin(), findings.end(), [&](const Finding& finding) {
+        return finding.id == wanted.id && finding.file == wanted.file;
+    });
+}
+
+// Whether the changes do what they should: a second diagnosis has nothing left to change, and finds
+// nothing wrong that was not wrong before. A digest may be missing then (see judgeDigest()), and
+// the plaintext that a lost answer left is known as such.
+bool areSafe(const Diagnosis& before, const Diagnosis& after) {
+    return after.changes.empty() &&
+           std::all_of(after.findings.begin(), after.findings.end(), [&](const Finding& finding) {
+               return finding.kind().severity != Severity::kWrong ||
+                      finding.id == Id::kDigestMissing ||
+                      finding.id == Id::kPlaintextBesideEncrypted || has(before.findings, finding);
+           });
+}
+
+// Kinds, sizes, modes, owners and names.
+class Surroundings {
+  public:
+    Surroundings(const Evidence& evidence, std::vector<Finding>* findings)
+        : evidence_(evidence), used_(usedNames()), findings_(findings) {}
+
+    void judge() {
+        if (!evidence_.writable) {
+            add(Id::kNotWritable, "", "its mode, or its file system");
+        }
+        if ((evidence_.directory.st_mode & S_IWOTH) != 0) {
+            add(Id::kWritableByOthers, "", "its mode");
+        }
+        const std::string* owned = nullptr;
+        for (const auto& [name, file] : evidence_.files) {
+            if (!isUsed(name)) {
+                lookAtForeign(name, file);
+                continue;
+            }
+            lookAt(name, file);
+            const uid_t owner = file.status.st_uid;
+            if (owned != nullptr && owner != evidence_.files.at(*owned).status.st_uid) {
+                add(Id::kMixedOwners, name, *owned + " has another owner");
+            }
+            owned = &name;
+        }
+        if (const std::string unread = evidence_.unread(); !unread.empty()) {
+            add(Id::kNotCompared, unread, "it was not read");
+        }
+    }
+
+  private:
+    void add(Id id, const std::string& file, const std::string& proof) {
+        findings_->push_back({id, file, proof});
+    }
+    bool isUsed(const std::string& name) const {
+        return std::find(used_.begin(), used_.end(), name) != used_.end();
+    }
+
+    void lookAt(const std::string& name, const FileEvidence& file) {
+        const mode_t mode = file.status.st_mode;
+        if (!S_ISREG(mode)) {
+            add(Id::kNotAFile, name, std::string("is ") + kindOf(file.status));
+        } else if (static_cast<uint64_t>(file.status.st_size) > kMaxFileLen) {
+            add(Id::kTooLarge, name, std::to_string(file.status.st_size) + " bytes");
+        } else if (!file.problem.empty()) {
+            add(Id::kUnreadable, name, file.problem);
+        } else if ((mode & S_IWOTH) != 0) {
+            add(Id::kWritableByOthers, name, "its mode");
+        } else if ((mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 &&
+                   std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) ==
+                       std::end(kErrorFiles)) {
+            add(Id::kReadableByOthers, name, "its mode");
+        }
+    }
+
+    void lookAtForeign(const std::string& name, const FileEvidence& file) {
+        const std::string suffix = kLeftoverSuffix;
+        if (name.size() > suffix.size() &&
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
+            add(Id::kDoctorLeftover, name, "its name");
+        } else if (name.find('/') == name.npos && name.rfind(kCopiesPrefix, 0) != 0) {
+            add(Id::kForeignFile, name, file.about.empty() ? kindOf(file.status) : file.about);
+        }
+    }
+
+    const Evidence& evidence_;
+    const std::vector<std::string> used_;
+    std::vector<Finding>* const findings_;
+};
+
+// Looks for stores and keys under other names. Returns whether there may be a store that is newer
+// than the versions here.
+bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, StoreTrials* trials,
+                   std::vector<Finding>* findings) {
+    const StoreFiles files = evidence.storeFiles();
+    const std::vector<std::string> names = storeNames();
+    const std::string* const digest = evidence.content(kDigest);
+    bool is_found = false;
+    for (const auto& [name, file] : evidence.files) {
+        if (std::find(names.begin(), names.end(), name) != names.end()) {
+            continue;
+        }
+        const std::string content = file.content.value_or("");
+        const bool is_known = std::any_of(
+            files.begin(), files.end(), [&](const auto& entry) { return entry.second == content; });
+        if (looksLikeStore(content)) {
+            const StoreReading reading = readStore(content, keys, trials);
+            if (reading.reads() || reading.state == StoreReading::kNotTried) {
+                findings->push_back({Id::kStoreElsewhere, name, reading.words});
+                is_found = is_found || !is_known;
+            }
+        } else if (file.may_hold_store) {
+            findings->push_back({Id::kStoreElsewhere, name, file.about});
+            is_found = true;
+        } else if (!isBlank(content) && !is_known) {
+            const bool is_key = digest != nullptr && sha256(content) == *digest;
+            if (is_key || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK)) {
+                findings->push_back(
+                    {Id::kKeyElsewhere, name,
+                     is_key ? kDigest + " is its digest" : "the keymaster takes it"});
+            }
+        }
+    }
+    return is_found;
+}
 
 }  // namespace
 
-Diagnosis diagnose(const StoreFiles& files, const Decrypt& decrypt, const KeyStatus& key_status) {
-    return Doctor(files, decrypt, key_status).run();
+StoreFiles applied(StoreFiles files, const std::vector<Change>& changes) {
+    for (const Change& change : changes) {
+        if (change.content) {
+            files[change.file] = *change.content;
+        } else {
+            files.erase(change.file);
+        }
+    }
+    return files;
+}
+
+Diagnosis diagnose(const Evidence& evidence, StoreTrials* trials) {
+    std::vector<Finding> around;
+    const StoreFiles files = evidence.storeFiles();
+    Diagnosis diagnosis;
+    if (evidence.unread().empty()) {
+        const bool elsewhere = lookElsewhere(evidence, keysOf(files), trials, &around);
+        diagnosis = StoreDoctor(files, elsewhere, trials).run();
+        const StoreFiles repaired = applied(files, diagnosis.changes);
+        if (!areSafe(diagnosis, StoreDoctor(repaired, elsewhere, trials).run())) {
+            diagnosis.changes.clear();
+        }
+    }
+    Surroundings(evidence, &around).judge();
+    diagnosis.findings.insert(diagnosis.findings.end(), around.begin(), around.end());
+    return diagnosis;
 }
 
 }  // namespace zelkm_tool

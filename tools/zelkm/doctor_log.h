@@ -5,32 +5,26 @@
 
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "doctor_evidence.h"
 #include "doctor_findings.h"
 
 namespace zelkm_tool {
 
-// One point of the timeline: an event of the log, or the last change of a file.
+// An event of the log, in words.
 struct Moment {
-    int64_t micros;     // in the log's local time, as if that were UTC
-    std::string time;   // in words
-    std::string where;  // "zelko_err.txt:12", or the name of a file
+    std::string time;
+    std::string where;  // "zelko_err.txt:12"
     std::string what;
 };
 
 struct LogEvidence {
-    Findings findings;
-    std::vector<Moment> timeline;      // in order of time; files only if their times are their own
-    std::optional<bool> times_kept;    // whether the files have their own times; empty if unknown
-    std::vector<std::string> checked;  // in words
+    std::vector<Finding> findings;  // each kind once, with its last event
+    std::vector<Moment> timeline;   // in the order of the files
 };
 
-// `decrypted`: the store was found to be whole. Losses that the log reports are then past, and
-// become notes.
-LogEvidence readErrorFiles(const Facts& facts, bool decrypted);
+LogEvidence readErrorFiles(const Evidence& evidence);
 
 }  // namespace zelkm_tool

@@ -40,22 +40,20 @@ void flush(const Directory& directory) {
 
 // Replaces a file by a rename, so that the old or the new version is always there.
 void replace(const Directory& directory, const std::string& name, const std::string& content) {
-    const std::string fresh = name + ".doctor";
+    const std::string fresh = name + kLeftoverSuffix;
     require(::unlinkat(directory.fd(), fresh.c_str(), 0) == 0 || errno == ENOENT, fresh);
     create(directory, fresh, content);
     require(::renameat(directory.fd(), fresh.c_str(), directory.fd(), name.c_str()) == 0, name);
 }
 
-}  // namespace
-
-void requireOwnership(const Facts& facts, const std::vector<Change>& changes) {
-    if (facts.directory.st_uid != ::geteuid()) {
-        throw Refused(facts.path + " belongs to another user (" +
-                      std::to_string(facts.directory.st_uid) + "): only they can repair it");
+void requireOwnership(const Evidence& evidence, const std::vector<Change>& changes) {
+    if (evidence.directory.st_uid != ::geteuid()) {
+        throw Refused(evidence.path + " belongs to another user (" +
+                      std::to_string(evidence.directory.st_uid) + "): only they can repair it");
     }
     for (const Change& change : changes) {
-        const auto found = facts.files.find(change.file);
-        if (found != facts.files.end() && found->second.status.st_uid != ::geteuid()) {
+        const auto found = evidence.files.find(change.file);
+        if (found != evidence.files.end() && found->second.status.st_uid != ::geteuid()) {
             throw Refused(change.file + " belongs to another user (" +
                           std::to_string(found->second.status.st_uid) +
                           ") than the directory: it is not replaced");
@@ -63,22 +61,23 @@ void requireOwnership(const Facts& facts, const std::vector<Change>& changes) {
     }
 }
 
-std::string keepCopies(const Directory& directory, const Facts& facts,
+std::string keepCopies(const Directory& directory, const Evidence& evidence,
                        const std::vector<Change>& changes) {
     const std::time_t now = std::time(nullptr);
     std::tm parts = {};
     ::localtime_r(&now, &parts);
     char stamp[32];
-    std::strftime(stamp, sizeof(stamp), "doctor-%Y%m%d-%H%M%S", &parts);
-    std::string name = stamp;
+    std::strftime(stamp, sizeof(stamp), "%Y%m%d-%H%M%S", &parts);
+    const std::string first = std::string(kCopiesPrefix) + stamp;
+    std::string name = first;
     for (int again = 2; ::mkdirat(directory.fd(), name.c_str(), 0700) != 0; ++again) {
         require(errno == EEXIST, directory.path() + "/" + name);
-        name = stamp + ("-" + std::to_string(again));
+        name = first + "-" + std::to_string(again);
     }
     const Directory copies = directory.folder(name);
     for (const Change& change : changes) {
-        const auto found = facts.files.find(change.file);
-        if (found != facts.files.end()) {
+        const auto found = evidence.files.find(change.file);
+        if (found != evidence.files.end()) {
             const Descriptor copy = create(copies, change.file, *found->second.content);
             const struct timespec times[] = {found->second.status.st_atim,
                                              found->second.status.st_mtim};
@@ -99,6 +98,16 @@ void makeChanges(const Directory& directory, const std::vector<Change>& changes)
         }
         flush(directory);
     }
+}
+
+}  // namespace
+
+std::string repair(const Directory& directory, const Evidence& evidence,
+                   const std::vector<Change>& changes) {
+    requireOwnership(evidence, changes);
+    const std::string copies = keepCopies(directory, evidence, changes);
+    makeChanges(directory, changes);
+    return copies;
 }
 
 }  // namespace zelkm_tool

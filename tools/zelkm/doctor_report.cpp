@@ -5,11 +5,10 @@
 
 #include <algorithm>
 #include <ctime>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "session.h"
+#include "store_names.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -18,17 +17,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr size_t kShownMoments = 40;
-
-const char* inWords(Severity severity) {
-    switch (severity) {
-        case Severity::kWrong:
-            return "wrong";
-        case Severity::kUnchecked:
-            return "not checked";
-        default:
-            return "note";
-    }
-}
 
 std::string modeOf(const struct stat& status) {
     char text[16];
@@ -44,45 +32,40 @@ std::string timeOf(const struct stat& status) {
     return text;
 }
 
-std::string wordsFor(const Report& report, const std::string& name) {
+// What a file is; empty when there is nothing to say.
+std::string about(const Report& report, const std::string& name) {
     const auto store = report.diagnosis.readings.find(name);
     if (store != report.diagnosis.readings.end()) {
         return store->second.words;
     }
-    if (!report.facts.files.at(name).problem.empty()) {
-        return "could not be read";
-    }
-    const std::string key = keyOfDigest(report.facts.storeFiles());
-    if (name == kKeyDigestFile && !key.empty()) {
-        return "is the digest of " + key;
-    }
-    return "";
+    const FileEvidence& file = report.evidence.files.at(name);
+    const std::string key = keyOfDigest(report.evidence.storeFiles());
+    return !file.problem.empty()                    ? "could not be read"
+           : name == kKeyDigestFile && !key.empty() ? "is the digest of " + key
+                                                    : file.about;
+}
+
+const char* inWords(Verdict verdict) {
+    return verdict == Verdict::kHealthy ? "healthy"
+           : verdict == Verdict::kWrong ? "something is wrong"
+                                        : "not decided";
 }
 
 std::string inWords(const Change& change) {
-    return change.file + (change.content ? " from " : " goes: ") + change.why;
+    return (change.content ? "replace " : "remove ") + change.file + ": " + change.why;
 }
 
 void printFinding(std::ostream& out, const Finding& finding) {
-    const auto line = [&out](const char* title, const std::string& text) {
-        if (!text.empty()) {
-            out << "  " << title << ": " << text << '\n';
-        }
-    };
-    out << inWords(finding.severity) << ": " << finding.name << ": " << escape(finding.what)
-        << '\n';
-    line("proof", escape(finding.proof));
-    line("lost", finding.lost);
-    line(finding.changes.empty() ? "to know first" : "advice", finding.needs);
-    for (const Change& change : finding.changes) {
-        line("advice", inWords(change));
-    }
+    const FindingKind& kind = finding.kind();
+    out << inWords(kind.severity) << ": " << kind.name << ": "
+        << (finding.file.empty() ? "" : escape(finding.file) + ": ") << escape(finding.proof)
+        << "\n  meaning: " << kind.meaning << "\n  to do: " << kind.advice << '\n';
 }
 
 void printTimeline(std::ostream& out, const std::vector<Moment>& timeline) {
     const size_t skipped = timeline.size() - std::min(timeline.size(), kShownMoments);
     if (!timeline.empty()) {
-        out << "what happened, in the log's local time:\n";
+        out << "what happened, by the error files:\n";
     }
     if (skipped != 0) {
         out << "  (" << skipped << " earlier ones: see --json)\n";
@@ -105,7 +88,6 @@ Json changesJson(const std::vector<Change>& changes) {
     for (const Change& change : changes) {
         array.push_back({{"file", change.file},
                          {"action", change.content ? "replace" : "remove"},
-                         {"from", change.source},
                          {"why", change.why}});
     }
     return array;
@@ -113,39 +95,14 @@ Json changesJson(const std::vector<Change>& changes) {
 
 }  // namespace
 
-const char* verdictInWords(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::kHealthy:
-            return "healthy";
-        case Verdict::kWrong:
-            return "something is wrong";
-        default:
-            return "not decided";
-    }
-}
-
-Report examine(const Facts& facts, const Decrypt& decrypt, const KeyStatus& key_status) {
-    const StoreFiles files = facts.storeFiles();
-    Report report = {facts, {}, {}, {}, {}, {}, {}, {}};
-    if (const std::string unread = facts.unread(); unread.empty()) {
-        report.diagnosis = diagnose(files, decrypt, key_status);
-    } else {
-        report.diagnosis.findings = {{"not-compared", Severity::kUnchecked,
-                                      "the store, the key and the digest were not compared",
-                                      unread + " was not read", "",
-                                      "what " + unread +
-                                          " holds: first put right what keeps it "
-                                          "from being read"}};
-    }
-    report.log = readErrorFiles(facts, report.diagnosis.decrypted);
-    for (const Findings& some : {report.diagnosis.findings, report.log.findings,
-                                 lookAround(facts, report.log.times_kept)}) {
-        report.findings.insert(report.findings.end(), some.begin(), some.end());
-    }
-    std::stable_sort(report.findings.begin(), report.findings.end(),
-                     [](const Finding& a, const Finding& b) { return a.severity < b.severity; });
-    report.changes = changesOf(report.findings);
-    report.commands = shellCommands(files, report.changes);
+Report examine(const Evidence& evidence, StoreTrials* trials) {
+    const LogEvidence log = readErrorFiles(evidence);
+    Report report = {evidence, diagnose(evidence, trials), {}, log.timeline, {}, {}};
+    report.findings = report.diagnosis.findings;
+    report.findings.insert(report.findings.end(), log.findings.begin(), log.findings.end());
+    std::stable_sort(
+        report.findings.begin(), report.findings.end(),
+        [](const Finding& a, const Finding& b) { return a.kind().severity < b.kind().severity; });
     return report;
 }
 
@@ -162,69 +119,57 @@ Json describeJson(const std::string& name, const struct stat& status) {
 }
 
 void printText(std::ostream& out, const Report& report) {
-    for (const auto& [name, file] : report.facts.files) {
-        const std::string words = wordsFor(report, name);
+    for (const auto& [name, file] : report.evidence.files) {
+        const std::string words = about(report, name);
         out << escape(name) << (words.empty() ? "" : " ") << words << " (" << describe(file.status)
             << ")\n";
     }
-    printTimeline(out, report.log.timeline);
+    printTimeline(out, report.timeline);
     for (const Finding& finding : report.findings) {
         printFinding(out, finding);
     }
-    for (const auto* list : {&report.diagnosis.checked, &report.log.checked}) {
-        for (const std::string& what : *list) {
-            out << "checked: " << what << '\n';
-        }
-    }
     if (report.diagnosis.decrypted) {
-        out << "checked: " << kStoreFile << " was decrypted with its key, and fits its header\n";
+        out << kStoreFile << " was decrypted with its key, and fits its header\n";
     }
-    if (!report.commands.empty()) {
-        out << "to do with --repair, or by hand in the directory, after the service was stopped:\n";
-        for (const std::string& command : report.commands) {
-            out << "  " << command << '\n';
-        }
+    for (const Change& change : report.diagnosis.changes) {
+        out << "--repair would " << inWords(change) << '\n';
     }
     for (const Change& change : report.repaired) {
-        out << "repaired: " << inWords(change) << '\n';
+        out << "done: " << inWords(change) << '\n';
     }
     if (!report.copies.empty()) {
         out << "copies of what was touched are in " << report.copies << '\n';
     }
-    out << "verdict: " << verdictInWords(report.verdict()) << '\n';
+    out << "verdict: " << inWords(report.verdict()) << '\n';
 }
 
 void printJson(std::ostream& out, const Report& report) {
-    Json json = {{"directory", utf8(report.facts.path)},
-                 {"verdict", verdictInWords(report.verdict())},
+    Json json = {{"directory", utf8(report.evidence.path)},
+                 {"verdict", inWords(report.verdict())},
                  {"status", static_cast<int>(report.verdict())},
                  {"decrypted", report.diagnosis.decrypted},
-                 {"key_of_digest", keyOfDigest(report.facts.storeFiles())}};
-    json["times_kept"] = report.log.times_kept ? Json(*report.log.times_kept) : Json();
+                 {"key_of_digest", keyOfDigest(report.evidence.storeFiles())}};
     json["files"] = Json::array();
-    for (const auto& [name, file] : report.facts.files) {
+    for (const auto& [name, file] : report.evidence.files) {
         json["files"].push_back(describeJson(name, file.status));
-        json["files"].back()["about"] = wordsFor(report, name);
+        json["files"].back()["about"] = about(report, name);
     }
     json["timeline"] = Json::array();
-    for (const Moment& moment : report.log.timeline) {
+    for (const Moment& moment : report.timeline) {
         json["timeline"].push_back(
             {{"time", utf8(moment.time)}, {"where", moment.where}, {"what", utf8(moment.what)}});
     }
     json["findings"] = Json::array();
     for (const Finding& finding : report.findings) {
-        json["findings"].push_back({{"name", finding.name},
-                                    {"severity", inWords(finding.severity)},
-                                    {"what", utf8(finding.what)},
+        const FindingKind& kind = finding.kind();
+        json["findings"].push_back({{"name", kind.name},
+                                    {"severity", inWords(kind.severity)},
+                                    {"file", utf8(finding.file)},
                                     {"proof", utf8(finding.proof)},
-                                    {"lost", finding.lost},
-                                    {"needs", finding.needs},
-                                    {"changes", changesJson(finding.changes)}});
+                                    {"meaning", kind.meaning},
+                                    {"to_do", kind.advice}});
     }
-    std::vector<std::string> checked = report.diagnosis.checked;
-    checked.insert(checked.end(), report.log.checked.begin(), report.log.checked.end());
-    json["checked"] = checked;
-    json["commands"] = report.commands;
+    json["repair"] = changesJson(report.diagnosis.changes);
     json["repaired"] = changesJson(report.repaired);
     json["copies"] = report.copies;
     out << json.dump(2) << '\n';

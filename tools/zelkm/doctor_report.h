@@ -10,18 +10,16 @@
 #include <string>
 #include <vector>
 
-#include "doctor_findings.h"
+#include "doctor_diagnosis.h"
 #include "doctor_log.h"
 
 namespace zelkm_tool {
 
 struct Report {
-    Facts facts;
+    Evidence evidence;
     Diagnosis diagnosis;
-    Findings findings;  // the worst first
-    LogEvidence log;
-    std::vector<Change> changes;
-    std::vector<std::string> commands;  // the same changes for a shell in the directory
+    std::vector<Finding> findings;  // of the diagnosis and of the log, the worst first
+    std::vector<Moment> timeline;
 
     // What a repair has done. Both are empty without a repair.
     std::vector<Change> repaired;
@@ -30,9 +28,7 @@ struct Report {
     Verdict verdict() const { return verdictOf(findings); }
 };
 
-Report examine(const Facts& facts, const Decrypt& decrypt, const KeyStatus& key_status);
-
-const char* verdictInWords(Verdict verdict);
+Report examine(const Evidence& evidence, StoreTrials* trials);
 
 // A file's size, mode, owner and time, for people. JSON has them as "name", "kind", "size", "mode",
 // "uid", "gid" and "modified".

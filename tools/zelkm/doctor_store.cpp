@@ -3,40 +3,26 @@
 
 #include "doctor_store.h"
 
-#include <optional>
-
+#include "disguise.h"
+#include "doctor_evidence.h"
 #include "result_text.h"
 #include "store_file.h"
 
 namespace zelkm_tool {
 namespace {
 
-// One way to read the file. Flags and payload length in the header may be wrong, so several ways
-// are tried.
-struct Attempt {
-    bool encrypted;
-    uint32_t payload_len;
-};
+using Id = FindingId;
+using State = StoreReading::State;
 
-std::vector<Attempt> attempts(const StoreHeader& header, uint32_t available) {
-    std::vector<uint32_t> lengths;
-    if (header.payload_len != 0 && header.payload_len <= available) {
-        lengths.push_back(header.payload_len);
-    }
-    if (available != 0 && available != header.payload_len) {
-        lengths.push_back(available);
-    }
-    std::vector<Attempt> all;
-    for (const bool encrypted : {header.encrypted(), !header.encrypted()}) {
-        for (const uint32_t len : lengths) {
-            all.push_back({encrypted, len});
-        }
-    }
-    return all;
+constexpr size_t kZeroRun = 64;  // by chance, no ciphertext has so many zeros in a row
+
+std::string bytesInWords(uint64_t count) {
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
-bool isZero(const std::string& bytes) {
-    return bytes.find_first_not_of('\0') == bytes.npos;
+bool hasMagic(std::string_view file) {
+    constexpr std::string_view kAnyMagic = "SOBv1.";
+    return !file.empty() && kAnyMagic.substr(0, file.size()) == file.substr(0, kAnyMagic.size());
 }
 
 std::string joined(const std::vector<std::string>& parts) {
@@ -47,219 +33,186 @@ std::string joined(const std::vector<std::string>& parts) {
     return text;
 }
 
-// One file, read in every way that makes sense.
+// A file with a header. Flags and payload length in the header may be wrong, so it is read in
+// several ways.
 class Examination {
   public:
-    Examination(const std::string& file, const NamedKeys& keys, const Decrypt& decrypt)
-        : file_(file), header_(*parseStoreHeader(file)), keys_(keys), decrypt_(decrypt) {}
+    Examination(const std::string& file, const NamedKeys& keys, StoreTrials* trials)
+        : file_(file),
+          header_(*parseStoreHeader(file)),
+          available_(static_cast<uint32_t>(file.size() - zelkm::kHeaderLen)),
+          keys_(keys),
+          trials_(trials) {}
 
     StoreReading run() {
-        const auto available = static_cast<uint32_t>(file_.size() - kHeaderLen);
-        for (const Attempt& attempt : attempts(header_, available)) {
-            if (auto reading = attempt.encrypted ? readEncrypted(attempt) : readPlain(attempt)) {
+        if (auto reading = readPlain()) {
+            return *reading;
+        }
+        for (const uint32_t len : lengths()) {
+            if (auto reading = readEncrypted(len)) {
                 return *reading;
             }
         }
-        if (header_.payload_len == 0 && (available == 0 || refused_)) {
-            return failed(StoreReading::kIncomplete, "store-header",
-                          "says that it holds nothing, not even the NUL of an empty store: the "
-                          "library loads no objects from it");
+        const std::string_view payload = storePayload(file_, header_);
+        if (payload.find(std::string(kZeroRun, '\0')) != payload.npos) {
+            return {State::kDead, "has " + std::to_string(kZeroRun) + " zero bytes in a row",
+                    Id::kStoreDamaged, "", ""};
         }
-        if (header_.payload_len > available) {
-            return failed(StoreReading::kIncomplete, "store-cut",
-                          "is cut: " + std::to_string(available) + " of " +
-                              std::to_string(header_.payload_len) + " bytes of the payload");
+        if (header_.payload_len > available_) {
+            return {refused_ ? State::kRefused : State::kNotTried,
+                    "has " + std::to_string(available_) + " of the " +
+                        bytesInWords(header_.payload_len) + " of payload in its header",
+                    Id::kStoreCut, "", ""};
         }
-        if (!refusals_.empty()) {
-            return failed(StoreReading::kRefused, "store-refused",
-                          "is complete, but " + joined(refusals_));
+        if (refused_) {
+            return {State::kRefused, "is complete, but " + joined(refusals_), Id::kStoreRefused, "",
+                    ""};
         }
-        // A plaintext has neither tag nor nonce.
-        if (header_.encrypted() || (!decrypt_ && !isZero(header_.tag) && !isZero(header_.iv))) {
-            return untried(available);
-        }
-        return describe({false, header_.payload_len}, storePayload(file_, header_), "");
+        return untried();
     }
 
   private:
-    StoreReading failed(StoreReading::State state, const std::string& finding,
-                        const std::string& words) const {
-        return {state, words, finding, "", header_.row_count, "", refused_};
+    std::vector<uint32_t> lengths() const {
+        std::vector<uint32_t> result = {available_};
+        if (header_.payload_len != 0 && header_.payload_len < available_) {
+            result.insert(result.begin(), header_.payload_len);
+        }
+        return result;
     }
 
-    // Judges an encrypted store without a key, by comparing the header's fields with each other.
-    StoreReading untried(uint32_t available) const {
-        std::vector<std::string> wrong;
-        if (header_.magic != kMagic && header_.magic != kMagicV10) {
-            wrong.push_back("its magic is none that the library writes");
-        }
-        if (header_.flags != kEncryptedFlag) {
-            wrong.push_back("its flags are " + std::to_string(header_.flags) + ", not 1");
-        }
-        if (isZero(header_.tag) || isZero(header_.iv)) {
-            wrong.push_back("it has no tag or no nonce, which every encrypted store has");
-        }
-        if (header_.payload_len < available) {
-            wrong.push_back(std::to_string(available - header_.payload_len) +
-                            " bytes follow its payload");
-        }
-        const std::string rows = std::to_string(header_.row_count) + " rows";
-        if (header_.payload_len < minPayloadLen(header_.row_count)) {
-            wrong.push_back(rows + " need " + std::to_string(minPayloadLen(header_.row_count)) +
-                            " bytes, and its payload has " + std::to_string(header_.payload_len));
-        } else if (header_.row_count == 0 && header_.payload_len != minPayloadLen(0)) {
-            wrong.push_back("it says " + rows + ", and its payload has " +
-                            std::to_string(header_.payload_len) + " bytes, not 1");
-        }
-        return failed(
-            StoreReading::kNotTried, wrong.empty() ? "" : "store-header",
-            "is complete and encrypted" +
-                (wrong.empty() ? ", " + rows + " by its header" : ", but " + joined(wrong)) +
-                (unusable_.empty() ? "; what it holds was not tried"
-                                   : "; what it holds is not known: " + joined(unusable_)));
-    }
-
-    std::optional<StoreReading> readEncrypted(const Attempt& attempt) {
-        if (!decrypt_) {
+    // A plaintext, marked as such or as encrypted, is one only if all of it is rows, as many as the
+    // header says: nothing else vouches for it.
+    std::optional<StoreReading> readPlain() const {
+        const StoreRows rows = parseStoreRows(storePayload(file_, header_), header_);
+        if (!rows.whole || rows.rows.empty()) {
             return std::nullopt;
         }
-        const std::string store =
-            withStoreHeader(file_, true, header_.row_count, attempt.payload_len);
+        const std::string objects = std::to_string(rows.rows.size()) + " objects";
+        if (rows.rows.size() != header_.row_count || header_.payload_len != available_) {
+            return StoreReading{State::kRefused,
+                                "is plaintext with " + objects + ", and its header says " +
+                                    std::to_string(header_.row_count) + " in " +
+                                    bytesInWords(header_.payload_len),
+                                Id::kStoreMalformed, "", ""};
+        }
+        const std::string image =
+            withStoreHeader(file_, false, header_.row_count, header_.payload_len);
+        if (header_.encrypted()) {
+            return StoreReading{State::kReads,
+                                "is marked as encrypted, and is plaintext: " + objects,
+                                Id::kAnswerLost, image, ""};
+        }
+        return StoreReading{State::kReads, "is plaintext: " + objects, Id::kStorePlaintext, file_,
+                            ""};
+    }
+
+    std::optional<StoreReading> readEncrypted(uint32_t len) {
+        if (!trials_->canDecrypt()) {
+            return std::nullopt;
+        }
+        const std::string store = withStoreHeader(file_, true, header_.row_count, len);
         for (const auto& [name, key] : keys_) {
-            const StoreTrials::Decryption plain = decrypt_(store, key);
-            if (plain.status == 0) {
-                return describe(attempt, plain.payload, name);
+            const StoreTrials::Trial trial = trials_->read(store, key);
+            if (trial.keymaster == ZELKM_OK) {
+                return describe(store, trial, name, key);
             }
-            refused_ = refused_ || plain.status == ZELKM_VERIFICATION_FAILED;
-            if (asWritten(attempt) && plain.status == ZELKM_VERIFICATION_FAILED) {
-                refusals_.push_back(name + " does not decrypt it (" + resultText(plain.status) +
-                                    ")");
-            } else if (asWritten(attempt)) {
-                unusable_.push_back("the keymaster does not take " + name + " (" +
-                                    resultText(plain.status) + ")");
-            }
+            refused_ = refused_ || trial.keymaster == ZELKM_VERIFICATION_FAILED;
+            refusals_.push_back(name +
+                                (trial.keymaster == ZELKM_VERIFICATION_FAILED
+                                     ? " does not decrypt it ("
+                                     : " is not taken by the keymaster (") +
+                                resultText(trial.keymaster) + ")");
         }
         return std::nullopt;
     }
 
-    // Reads a plaintext. Nothing proves that a plaintext is right. So when it contradicts the
-    // header, all of it must be rows, as many as the header says.
-    std::optional<StoreReading> readPlain(const Attempt& attempt) {
-        const std::string_view payload =
-            std::string_view(file_).substr(kHeaderLen, attempt.payload_len);
-        if (!asWritten(attempt) &&
-            (header_.row_count == 0 || countStoreRows(payload, header_) != header_.row_count)) {
-            return std::nullopt;
+    // Describes what was decrypted. All of it should be rows: then they can be counted.
+    StoreReading describe(const std::string& store, const StoreTrials::Trial& trial,
+                          const std::string& name, const std::string& key) {
+        const StoreRows rows = parseStoreRows(trial.payload, header_);
+        const auto len = static_cast<uint32_t>(trial.payload.size());
+        const auto count = rows.whole ? static_cast<uint32_t>(rows.rows.size()) : header_.row_count;
+        const std::string image = withStoreHeader(store, true, count, len);
+        const std::string opens = "decrypts with " + name;
+        if (trials_->read(image, key).engine != ZELKM_OK) {
+            return {State::kRefused, opens + ", but the library cannot tell its rows apart",
+                    Id::kStoreMalformed, "", name};
         }
-        StoreReading reading = describe(attempt, payload, "");
-        return reading.reads() ? std::optional(reading) : std::nullopt;
+        if (image == file_) {
+            return {State::kReads, opens + ": " + std::to_string(count) + " objects", std::nullopt,
+                    image, name};
+        }
+        return {State::kReads,
+                opens + ": " + std::to_string(count) + " objects in " + bytesInWords(len) +
+                    "; its header says " + std::to_string(header_.row_count) + " in " +
+                    bytesInWords(header_.payload_len) + ", flags " + std::to_string(header_.flags) +
+                    ", and " + bytesInWords(available_) + " are there",
+                Id::kStoreHeader, image, name};
     }
 
-    bool asWritten(const Attempt& attempt) const {
-        return attempt.encrypted == header_.encrypted() &&
-               attempt.payload_len == header_.payload_len;
-    }
-
-    StoreReading describe(const Attempt& attempt, std::string_view payload,
-                          const std::string& key) const {
-        const std::string opens = key.empty() ? "is plaintext" : "decrypts with " + key;
-        uint32_t rows = header_.row_count;
-        if (const auto count = countStoreRows(payload, header_)) {
-            rows = *count;
-        } else if (parseStoreRows(payload, header_).rows.size() != rows) {
-            return {StoreReading::kMalformed,
-                    opens + ", but " + parseStoreRows(payload, header_).problem +
-                        ", so that the library cannot read it",
-                    "store-malformed",
-                    "",
-                    rows,
-                    key};
-        }
-        const bool lost_answer = header_.encrypted() && !attempt.encrypted;
-        StoreReading reading = {
-            StoreReading::kReads,
-            "is whole: " + opens + ", objects: " + std::to_string(rows),
-            "",
-            withStoreHeader(file_, attempt.encrypted, rows, attempt.payload_len),
-            rows,
-            key};
-        if (reading.image != file_) {
-            reading.finding = lost_answer ? "answer-lost" : "store-header";
-            reading.words = opens + ", but has a wrong header: " + corrections(attempt, rows);
-        }
-        return reading;
-    }
-
-    std::string corrections(const Attempt& attempt, uint32_t rows) const {
+    // Judges an encrypted store without a key, by comparing the header's fields with each other.
+    StoreReading untried() const {
         std::vector<std::string> wrong;
-        if (attempt.encrypted != header_.encrypted()) {
-            wrong.push_back(attempt.encrypted
-                                ? "it is marked as plaintext, and is encrypted"
-                                : "it is marked as encrypted, and is plaintext (an answer of the "
-                                  "keymaster was lost while it was made)");
-        } else if (header_.flags > kEncryptedFlag) {
-            wrong.push_back("its flags are " + std::to_string(header_.flags) +
-                            ", of which only 1 has a meaning");
+        if (!looksLikeStore(file_)) {
+            wrong.push_back("magic \"" + header_.magic.substr(0, header_.magic.find(' ')) +
+                            "\", payload " + std::to_string(header_.payload_len) + " of " +
+                            bytesInWords(available_));
         }
-        if (attempt.payload_len != header_.payload_len) {
-            wrong.push_back("its payload has " + std::to_string(attempt.payload_len) +
-                            " bytes, not " + std::to_string(header_.payload_len));
+        if (header_.flags != zelkm::kPayloadEncrypted) {
+            wrong.push_back("flags " + std::to_string(header_.flags));
         }
-        if (rows != header_.row_count) {
-            wrong.push_back("it holds " + std::to_string(rows) + " rows, not " +
-                            std::to_string(header_.row_count));
+        if (isBlank(header_.tag) || isBlank(header_.iv)) {
+            wrong.push_back("no tag or no nonce");
         }
-        if (kHeaderLen + attempt.payload_len < file_.size()) {
-            wrong.push_back(std::to_string(file_.size() - kHeaderLen - attempt.payload_len) +
-                            " bytes follow its payload");
+        if (header_.payload_len < minPayloadLen(header_.row_count) ||
+            (header_.row_count == 0 && header_.payload_len != minPayloadLen(0))) {
+            wrong.push_back(std::to_string(header_.row_count) + " rows in " +
+                            bytesInWords(header_.payload_len));
         }
-        return joined(wrong);
+        if (!wrong.empty()) {
+            return {State::kNotTried, "has a header that cannot be right: " + joined(wrong),
+                    Id::kStoreHeader, "", ""};
+        }
+        return {State::kNotTried,
+                "is complete and encrypted, " + std::to_string(header_.row_count) +
+                    " objects by its header" + (refusals_.empty() ? "" : "; " + joined(refusals_)),
+                Id::kStoreNotDecrypted, "", ""};
     }
 
     const std::string& file_;
     const StoreHeader header_;
+    const uint32_t available_;
     const NamedKeys& keys_;
-    const Decrypt& decrypt_;
-    bool refused_ = false;               // some attempt was answered -30
-    std::vector<std::string> refusals_;  // of the unchanged store, under accepted keys
-    std::vector<std::string> unusable_;  // keys that the keymaster does not accept
+    StoreTrials* const trials_;
+    bool refused_ = false;  // an accepted key does not decrypt it
+    std::vector<std::string> refusals_;
 };
 
 }  // namespace
 
-StoreReading readStore(const std::string& file, const NamedKeys& keys, const Decrypt& decrypt) {
-    const auto hopeless = [](const char* finding, const std::string& words) -> StoreReading {
-        return {StoreReading::kIncomplete, words, finding, "", 0, "", true};
-    };
-    if (file.empty()) {
-        return hopeless("store-empty",
-                        "is empty: the library takes it for a store without objects");
+StoreReading readStore(const std::string& file, const NamedKeys& keys, StoreTrials* trials) {
+    if (isBlank(file)) {
+        return {State::kDead, file.empty() ? "is empty" : "holds only zeros", Id::kStoreEmpty, "",
+                ""};
     }
-    if (file.size() < kHeaderLen) {
-        return hopeless("store-cut", "is cut: " + std::to_string(file.size()) +
-                                         " bytes, and a header has " + std::to_string(kHeaderLen));
+    const std::string disguise = disguiseInWords(file, looksLikeStore);
+    const bool is_store = hasMagic(file) || looksLikeStore(file);
+    if (!disguise.empty()) {
+        return {State::kDisguised, disguise, Id::kDisguised, "", ""};
     }
-    return Examination(file, keys, decrypt).run();
-}
-
-std::string whyNotOneChange(const std::string& before, const std::string& now) {
-    const auto old_header = parseStoreHeader(before);
-    const auto header = parseStoreHeader(now);
-    if (!old_header || !header || before == now) {
-        return "";
+    if (hasMagic(file) && file.size() <= zelkm::kHeaderLen) {
+        return {State::kDead,
+                "has " + bytesInWords(file.size()) + ", and the header alone has " +
+                    std::to_string(zelkm::kHeaderLen),
+                Id::kStoreCut, "", ""};
     }
-    const auto words = [](const StoreHeader& h) {
-        return std::to_string(h.row_count) + " rows in " + std::to_string(h.payload_len) + " bytes";
-    };
-    const std::string both = words(*header) + ", after " + words(*old_header);
-    const int64_t rows = int64_t{header->row_count} - old_header->row_count;
-    const int64_t bytes = int64_t{header->payload_len} - old_header->payload_len;
-    const int64_t least = static_cast<int64_t>(minPayloadLen(1) - minPayloadLen(0));
-    // One change adds one row, or removes some.
-    if (rows > 0 ? bytes < rows * least : rows < 0 ? bytes > rows * least : true) {
-        return both;
+    const auto header = parseStoreHeader(file);
+    const bool fits = header && header->payload_len == file.size() - zelkm::kHeaderLen;
+    if (!is_store && !fits) {
+        return {State::kRefused, isText(file) ? "is text" : "has neither magic nor lengths of one",
+                Id::kNoStoreFile, "", ""};
     }
-    return "";
+    return Examination(file, keys, trials).run();
 }
 
 }  // namespace zelkm_tool

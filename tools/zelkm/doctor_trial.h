@@ -8,49 +8,36 @@
 
 #include <soft_keymaster/soft_keymaster.h>
 
-#include <map>
 #include <optional>
 #include <string>
 
 #include "directory.h"
-#include "session.h"
 
 namespace zelkm_tool {
 
 class StoreTrials {
   public:
-    // Uses the software keymaster's root key in the directory, if there is one. Throws Refused when
-    // that file cannot be opened.
-    StoreTrials(const Directory& directory, const SessionOptions& options);
+    // Uses the software keymaster's root key in the directory, if there is one that can be opened.
+    explicit StoreTrials(const Directory& directory);
 
     // False without a root key: no key blob can then be tried.
     bool canDecrypt() const { return keymaster_.has_value(); }
 
-    // The keymaster's answer to a key blob. 0 when the key can be used, after an upgrade in memory
-    // if it needs one.
+    // The keymaster's answer to a key blob, at the level of that key.
     int keyStatus(const std::string& key);
 
-    struct Decryption {
-        int status;
-        std::string payload;  // empty unless the status is 0
+    struct Trial {
+        int engine;           // the engine's result
+        int keymaster;        // 0, or why the keymaster did not decrypt the payload
+        std::string payload;  // the decrypted payload; empty when it was not decrypted
     };
-    // Decrypts the payload of `store` under a key blob. The payload must be as long as the header
-    // says.
-    Decryption decrypt(const std::string& store, const std::string& key);
-
-    // The engine's result when it reads a store file under a key blob.
-    int open(const std::string& store, const std::string& key);
+    // Lets the library's engine read a store file under a key blob. Without a key blob only a
+    // plaintext can be read.
+    Trial read(const std::string& store, const std::string& key);
 
   private:
-    struct UsableKey {
-        int status;
-        std::string blob;
-    };
-    const UsableKey& usable(const std::string& key);
-
     std::optional<Descriptor> root_key_;
     std::optional<soft_keymaster::SoftKeymaster> keymaster_;
-    std::map<std::string, UsableKey> keys_;  // by the blob as it lies in the file
 };
 
 }  // namespace zelkm_tool

@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "disguise.h"
 #include "failure.h"
 #include "files.h"
 #include "log_reader.h"
@@ -84,8 +85,8 @@ class EventPrinter {
     void print(const LogEvent& event, const std::string& file) {
         const FoundMessage found = {event.message, event.arguments};
         std::cout << file << ':' << event.line << ": "
-                  << (event.time.text.empty() ? "" : event.time.text + ' ')
-                  << letterOf(event.message->level) << ' ' << escape(event.text)
+                  << (event.time.empty() ? "" : event.time + ' ') << letterOf(event.message->level)
+                  << ' ' << escape(event.text)
                   << (event.count > 1 ? " (" + std::to_string(event.count) + " times)" : "")
                   << '\n';
         if (event.message->level == Level::kDebug) {
@@ -110,19 +111,36 @@ void printOthers(const OtherLines& others, const char* what,
     }
 }
 
-void explainLog(const std::vector<std::string>& files) {
-    std::vector<std::string> contents;
-    std::transform(files.begin(), files.end(), std::back_inserter(contents), readInput);
-    Log log = readLog({contents.begin(), contents.end()});
-    sortByTime(&log.events);
-    EventPrinter printer;
-    for (const LogEvent& event : log.events) {
-        printer.print(event, files[event.input]);
+// Refuses a log that is packed, by its first bytes.
+void refuseContainer(std::string_view first, const std::string& file) {
+    if (const Container* container = containerOf(first)) {
+        throw Refused(file + " is " + container->name + ": " + container->undo);
     }
-    std::cout << log.events.size() << (log.events.size() == 1 ? " event\n" : " events\n");
-    printOthers(log.unknown, "the library unknown here", files);
-    printOthers(log.foreign, "others", files);
-    if (log.events.empty()) {
+}
+
+void explainLog(const std::vector<std::string>& files) {
+    EventPrinter printer;
+    size_t num_events = 0;
+    LogReader reader([&](const LogEvent& event) {
+        printer.print(event, files[event.input]);
+        ++num_events;
+    });
+    for (const std::string& file : files) {
+        bool is_first = true;
+        readPieces(openInput(file).get(), file, [&](std::string_view piece) {
+            if (is_first) {
+                refuseContainer(piece, file);
+            }
+            is_first = false;
+            reader.read(piece);
+        });
+        reader.endInput();
+    }
+    reader.end();
+    std::cout << num_events << (num_events == 1 ? " event\n" : " events\n");
+    printOthers(reader.unknown(), "the library unknown here", files);
+    printOthers(reader.foreign(), "others", files);
+    if (num_events == 0) {
         throw Refused("no message of the library in " + files.front());
     }
 }

@@ -21,13 +21,13 @@ void defineExplain(CLI::App& app) {
     command->add_flag("--all", options->all, "Every message and code, as Markdown")->excludes(what);
     command->footer(
         "A number is a result code (write -- before a negative one), and so is its name. A\n"
-        "file that exists, or -, is a log: an error file, a logcat dump in any format, or\n"
+        "file that exists, or -, is a log: an error file, a logcat dump, or\n"
         "what zelkm --verbose printed. Anything else is a message: as it was logged or as\n"
         "it stands in the source, with or without what stands before it in a log, whole\n"
         "or a part of it. Several files are one log; name rolled ones oldest first.\n"
         "\n"
-        "Of a log, the events are shown in order of time, if every line has one. A cause\n"
-        "and what to do stand below the first event of a kind. Lines that look like the\n"
+        "Of a log, of any length, the events are shown in its order. A cause and what\n"
+        "to do stand below the first event of a kind. Lines that look like the\n"
         "library's and are none that it knows are counted. Status 1: nothing was known.\n"
         "\n"
         "  zelkm explain -- -49\n"

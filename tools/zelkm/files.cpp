@@ -22,38 +22,47 @@ namespace {
 
 }  // namespace
 
-std::string readAll(int fd, const std::string& path) {
-    std::string content;
+void readPieces(int fd, const std::string& path,
+                const std::function<void(std::string_view)>& take) {
     char buffer[65536];
     for (;;) {
         const ssize_t got = ::read(fd, buffer, sizeof(buffer));
         if (got == 0) {
-            return content;
+            return;
         }
         if (got > 0) {
-            content.append(buffer, static_cast<size_t>(got));
+            take({buffer, static_cast<size_t>(got)});
         } else if (errno != EINTR) {
             refuse(path);
-        }
-        if (content.size() > kMaxFileLen) {
-            throw Refused(path + ": more than " + std::to_string(kMaxFileLen) +
-                          " bytes are not read");
         }
     }
 }
 
-std::string readInput(const std::string& path) {
-    if (path == "-") {
-        return readAll(STDIN_FILENO, "standard input");
-    }
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::string readAll(int fd, const std::string& path) {
+    std::string content;
+    readPieces(fd, path, [&](std::string_view piece) {
+        content += piece;
+        if (content.size() > kMaxFileLen) {
+            throw Refused(path + ": more than " + std::to_string(kMaxFileLen) +
+                          " bytes are not read");
+        }
+    });
+    return content;
+}
+
+Descriptor openInput(const std::string& path) {
+    Descriptor file(path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0 && errno == ENOENT) {
         throw Refused(path + ": no such file");
     }
     if (file.get() < 0) {
         refuse(path);
     }
-    return readAll(file.get(), path);
+    return file;
+}
+
+std::string readInput(const std::string& path) {
+    return readAll(openInput(path).get(), path == "-" ? "standard input" : path);
 }
 
 void writeAll(int fd, const std::string& content, const std::string& path) {

@@ -5,9 +5,16 @@
 
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
+
+#include "descriptor.h"
 
 namespace zelkm_tool {
+
+// Reads the rest of an open file piece by piece. `path` is for messages. Throws Refused.
+void readPieces(int fd, const std::string& path, const std::function<void(std::string_view)>& take);
 
 // Reads the rest of an open file. `path` is for messages. Throws Refused, also for more than
 // kMaxFileLen bytes.
@@ -15,6 +22,9 @@ std::string readAll(int fd, const std::string& path);
 
 // Writes all of `content`. Throws Refused.
 void writeAll(int fd, const std::string& content, const std::string& path);
+
+// Opens a file, or standard input for "-". Throws Refused.
+Descriptor openInput(const std::string& path);
 
 // The content of a file, or of standard input for "-". Throws Refused.
 std::string readInput(const std::string& path);

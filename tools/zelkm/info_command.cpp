@@ -12,8 +12,8 @@
 #include "doctor_report.h"
 #include "key_level.h"
 #include "output.h"
-#include "session.h"
 #include "store_file.h"
+#include "store_names.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -23,10 +23,11 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t kErrorLines = 10;
 constexpr size_t kDigestLen = 32;
+constexpr std::string_view kMagicV10 = "SOBv1.0     ";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // begins an error file
 
 std::string versionOf(const std::string& magic) {
-    if (magic == kMagic) {
+    if (magic == zelkm::kMagic) {
         return "1.1";
     }
     return magic == kMagicV10 ? "1.0" : "unknown, read as 1.1";
@@ -38,8 +39,15 @@ std::string lengthsOf(const std::string& content, const StoreHeader& header) {
     if (there < header.payload_len) {
         return "the file is cut: " + std::to_string(there) + " bytes of the payload are there";
     }
-    const size_t surplus = content.size() - kHeaderLen - there;
+    const size_t surplus = content.size() - zelkm::kHeaderLen - there;
     return surplus == 0 ? "" : std::to_string(surplus) + " bytes after the payload";
+}
+
+// What is odd about the rows of a plaintext; empty when nothing is.
+std::string rowsProblem(const StoreRows& stored, const StoreHeader& header) {
+    return stored.whole && stored.rows.size() == header.row_count
+               ? ""
+               : "the payload is not " + std::to_string(header.row_count) + " rows and a NUL";
 }
 
 void printStore(const std::string& content) {
@@ -65,8 +73,8 @@ void printStore(const std::string& content) {
     }
     const StoreRows stored = parseStoreRows(storePayload(content, *header), *header);
     printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
-    if (!stored.problem.empty()) {
-        std::cout << "  " << stored.problem << '\n';
+    if (const std::string problem = rowsProblem(stored, *header); !problem.empty()) {
+        std::cout << "  " << problem << '\n';
     }
 }
 
@@ -95,8 +103,8 @@ Json storeJson(const std::string& content) {
             json["rows"].back()[std::string(kColumnNames[i])] = escape(row[i]);
         }
     }
-    if (!stored.problem.empty()) {
-        json["problem"] = stored.problem;
+    if (const std::string problem = rowsProblem(stored, *header); !problem.empty()) {
+        json["problem"] = problem;
     }
     return json;
 }
@@ -138,12 +146,7 @@ std::vector<std::string> lastLines(std::string_view rest) {
 }
 
 std::vector<std::string> shownNames() {
-    std::vector<std::string> names;
-    for (const char* base : {kStoreFile, kKeyFile, kKeyDigestFile}) {
-        for (const char* suffix : {"", kBackupSuffix, kTemporarySuffix}) {
-            names.push_back(std::string(base) + suffix);
-        }
-    }
+    std::vector<std::string> names = storeNames();
     names.insert(names.end(), std::rbegin(kErrorFiles), std::rend(kErrorFiles));
     return names;
 }
@@ -156,14 +159,14 @@ bool isStore(const std::string& name) {
     return name.rfind(kStoreFile, 0) == 0;
 }
 
-void printFile(const std::string& name, const Facts& facts) {
+void printFile(const std::string& name, const Evidence& evidence) {
     std::cout << name << ": ";
-    const auto found = facts.files.find(name);
-    if (found == facts.files.end()) {
+    const auto found = evidence.files.find(name);
+    if (found == evidence.files.end()) {
         std::cout << "none\n";
         return;
     }
-    const FileFacts& file = found->second;
+    const FileEvidence& file = found->second;
     std::cout << (file.content ? "" : "unreadable (" + file.problem + "); ")
               << describe(file.status) << '\n';
     if (!file.content) {
@@ -176,12 +179,12 @@ void printFile(const std::string& name, const Facts& facts) {
             std::cout << "  " << line << '\n';
         }
     } else if (name == kKeyDigestFile) {
-        std::cout << "  " << digestInWords(facts.storeFiles()) << '\n';
+        std::cout << "  " << digestInWords(evidence.storeFiles()) << '\n';
     }
 }
 
-Json fileJson(const std::string& name, const Facts& facts) {
-    const FileFacts& file = facts.files.at(name);
+Json fileJson(const std::string& name, const Evidence& evidence) {
+    const FileEvidence& file = evidence.files.at(name);
     Json json = describeJson(name, file.status);
     if (!file.content) {
         json["unreadable"] = file.problem;
@@ -196,23 +199,24 @@ Json fileJson(const std::string& name, const Facts& facts) {
 }  // namespace
 
 void printInfo(const Directory& directory, bool json) {
-    const Facts facts = collectFacts(directory);
-    const std::string level = keyLevel(directory);
+    const Evidence evidence = collectEvidence(directory);
+    const auto known_level = keyLevel(directory);
+    const std::string level = known_level ? std::to_string(*known_level) : "";
     if (!json) {
         for (const std::string& name : shownNames()) {
-            printFile(name, facts);
+            printFile(name, evidence);
         }
         std::cout << (level.empty() ? "" : "level of the key: " + level + "\n");
         return;
     }
     Json object = {{"directory", escape(directory.path())},
-                   {"key_of_digest", keyOfDigest(facts.storeFiles())},
-                   {"digest", digestInWords(facts.storeFiles())},
+                   {"key_of_digest", keyOfDigest(evidence.storeFiles())},
+                   {"digest", digestInWords(evidence.storeFiles())},
                    {"key_level", level},
                    {"files", Json::array()}};
     for (const std::string& name : shownNames()) {
-        if (facts.files.count(name) != 0) {
-            object["files"].push_back(fileJson(name, facts));
+        if (evidence.files.count(name) != 0) {
+            object["files"].push_back(fileJson(name, evidence));
         }
     }
     std::cout << object.dump(2) << '\n';

@@ -3,36 +3,27 @@
 
 #include "key_level.h"
 
-#include <soft_keymaster/soft_keymaster.h>
-
-#include <cstdint>
 #include <limits>
-#include <optional>
 
 #include "bytes.h"
 #include "failure.h"
-#include "session.h"
+#include "store_names.h"
 
 namespace zelkm_tool {
-namespace {
 
-// Nothing when the root key does not open the blob. `root_key_path` must exist.
-std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& root_key_path) {
+std::optional<uint32_t> goToLevelOf(soft_keymaster::SoftKeymaster* keymaster,
+                                    const std::string& key) {
     using namespace android::hardware::keymaster::V4_0;
-    soft_keymaster::SoftKeymaster::Options options;
-    options.root_key_path = root_key_path;
-    soft_keymaster::SoftKeymaster keymaster(options);
-
     // A keymaster tells only whether a key is older or newer than its own level. So this is a
     // binary search.
     uint64_t low = 0;
     uint64_t high = std::numeric_limits<uint32_t>::max();
     while (low <= high) {
         const uint64_t level = low + (high - low) / 2;
-        keymaster.setPatchLevel(static_cast<uint32_t>(level));
+        keymaster->setPatchLevel(static_cast<uint32_t>(level));
         ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-        keymaster.getKeyCharacteristics(
-            toVec(blob), {}, {},
+        keymaster->getKeyCharacteristics(
+            toVec(key), {}, {},
             [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
         if (answer == ErrorCode::OK) {
             return static_cast<uint32_t>(level);
@@ -48,22 +39,21 @@ std::optional<uint32_t> levelOfKey(const std::string& blob, const std::string& r
     return std::nullopt;
 }
 
-}  // namespace
-
-std::string keyLevel(const Directory& directory) {
+std::optional<uint32_t> keyLevel(const Directory& directory) {
     try {
         const std::optional<Descriptor> root_key = directory.open(kRootKeyFile);
-        const std::optional<std::string> blob = directory.read(kKeyFile);
-        if (!blob || !root_key) {
-            return "";
+        const std::optional<std::string> key = directory.read(kKeyFile);
+        if (!key || !root_key) {
+            return std::nullopt;
         }
         // This path names the file that is open already, even when its name leads to another file
         // by now.
-        const std::optional<uint32_t> level =
-            levelOfKey(*blob, "/proc/self/fd/" + std::to_string(root_key->get()));
-        return level ? std::to_string(*level) : "unknown, it is not of this root key";
+        soft_keymaster::SoftKeymaster::Options options;
+        options.root_key_path = "/proc/self/fd/" + std::to_string(root_key->get());
+        soft_keymaster::SoftKeymaster keymaster(options);
+        return goToLevelOf(&keymaster, *key);
     } catch (const Refused&) {
-        return "";  // the caller names files that cannot be read
+        return std::nullopt;  // the caller names files that cannot be read
     }
 }
 

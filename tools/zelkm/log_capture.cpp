@@ -23,8 +23,8 @@ namespace {
 constexpr size_t kMaxErrors = 64;
 
 // These messages of a repair explain more than the refusal that came before them.
-constexpr std::string_view kTelling[] = {"store-refused", "store-cache-differed", "key-regenerated",
-                                         "key-intact"};
+constexpr MessageId kTelling[] = {MessageId::kStoreRefused, MessageId::kStoreCacheDiffered,
+                                  MessageId::kKeyRegenerated, MessageId::kKeyIntact};
 
 std::vector<std::string> g_errors;  // since the last takeCause()
 bool g_shown;
@@ -89,7 +89,7 @@ std::string takeCause() {
     std::string cause;
     for (const std::string& error : std::exchange(g_errors, {})) {
         const std::vector<FoundMessage> found = findMessages(error);
-        const std::string_view id = found.empty() ? "" : found.front().message->id;
+        const MessageId id = found.empty() ? MessageId::kOther : found.front().message->id;
         if (std::find(std::begin(kTelling), std::end(kTelling), id) != std::end(kTelling)) {
             return describe(found.front(), /*with_code=*/false);
         }

@@ -4,133 +4,55 @@
 #include "log_line.h"
 
 #include <algorithm>
-#include <ctime>
 #include <utility>
 
 namespace zelkm_tool {
 namespace {
 
-constexpr size_t kMaxPrefixLen = 128;  // how much other programs may put before a message
-constexpr int64_t kMicrosPerSecond = 1000000;
-constexpr size_t kMicroDigits = 6;
-constexpr size_t kMinEpochDigits = 9;  // fewer digits are seconds since the start of the device
+constexpr std::string_view kDigits = "0123456789";
 
-// Reads a text from the front. A function that does not find what it wants leaves the position as
-// it was.
-struct Cursor {
-    std::string_view rest;
+// Takes a text off the front. False, and `rest` is as it was, when something else is there.
+bool take(std::string_view* rest, std::string_view text) {
+    const bool fits = rest->substr(0, text.size()) == text;
+    rest->remove_prefix(fits ? text.size() : 0);
+    return fits;
+}
 
-    bool literal(std::string_view text) {
-        const bool fits = rest.substr(0, text.size()) == text;
-        rest.remove_prefix(fits ? text.size() : 0);
-        return fits;
-    }
-    std::string_view digits() {
-        const size_t end = std::min(rest.find_first_not_of("0123456789"), rest.size());
-        const std::string_view result = rest.substr(0, end);
-        rest.remove_prefix(end);
-        return result;
-    }
-    // A number of exactly `num_digits` digits. False when there is none, or when it is not from
-    // `min` to `max`.
-    bool number(size_t num_digits, int min, int max, int* value) {
-        Cursor ahead = *this;
-        const std::string_view text = ahead.digits();
-        if (text.size() != num_digits) {
-            return false;
+bool takeDigits(std::string_view* rest) {
+    const size_t end = std::min(rest->find_first_not_of(kDigits), rest->size());
+    rest->remove_prefix(end);
+    return end != 0;
+}
+
+// Whether a text begins like the pattern, in which 0 stands for any digit.
+bool beginsLike(std::string_view text, std::string_view pattern) {
+    return text.size() >= pattern.size() &&
+           std::equal(pattern.begin(), pattern.end(), text.begin(), [](char expected, char c) {
+               return expected == '0' ? kDigits.find(c) != kDigits.npos : c == expected;
+           });
+}
+
+// The first "[2026-]11-21 15:20:56[.951][ +0100]" near the start of a line.
+std::string_view findTime(std::string_view line) {
+    constexpr size_t kMaxPrefixLen = 128;  // how much other programs may put before a message
+    constexpr std::string_view kYear = "0000-";
+    constexpr std::string_view kTime = "00-00 00:00:00";
+    line = line.substr(0, kMaxPrefixLen);
+    for (; !line.empty(); line.remove_prefix(1)) {
+        const size_t year = beginsLike(line, kYear) ? kYear.size() : 0;
+        if (!beginsLike(line.substr(year), kTime)) {
+            continue;
         }
-        *value = std::stoi(std::string(text));
-        *this = ahead;
-        return *value >= min && *value <= max;
+        std::string_view rest = line.substr(year + kTime.size());
+        if (take(&rest, ".")) {
+            takeDigits(&rest);
+        }
+        for (const std::string_view zone : {" +0000", " -0000"}) {
+            rest.remove_prefix(beginsLike(rest, zone) ? zone.size() : 0);
+        }
+        return line.substr(0, line.size() - rest.size());
     }
-};
-
-uint64_t toNumber(std::string_view digits) {
-    constexpr size_t kMaxDigits = 18;
-    return std::stoull("0" + std::string(digits.substr(0, kMaxDigits)));
-}
-
-// Takes a fraction such as ".951" off the text, in microseconds; 0 if there is none.
-int64_t takeFraction(Cursor* in) {
-    Cursor ahead = *in;
-    if (!ahead.literal(".")) {
-        return 0;
-    }
-    std::string fraction(ahead.digits());
-    if (fraction.empty()) {
-        return 0;
-    }
-    *in = ahead;
-    fraction.resize(kMicroDigits, '0');
-    return std::stoll(fraction);
-}
-
-// Takes a zone such as " +0100" off the text, in minutes.
-std::optional<int> takeZone(Cursor* in) {
-    Cursor ahead = *in;
-    if (!ahead.literal(" ")) {
-        return std::nullopt;
-    }
-    const bool negative = ahead.literal("-");
-    int hours_and_minutes = 0;
-    constexpr int kMaxZone = 1400;
-    if ((!negative && !ahead.literal("+")) || !ahead.number(4, 0, kMaxZone, &hours_and_minutes)) {
-        return std::nullopt;
-    }
-    *in = ahead;
-    const int minutes = hours_and_minutes / 100 * 60 + hours_and_minutes % 100;
-    return negative ? -minutes : minutes;
-}
-
-// Reads "[2026-]11-21 15:20:56[.951][ +0100]" at the front of the text.
-std::optional<LogTime> parseDate(std::string_view text) {
-    constexpr int kFirstYear = 1970;
-    constexpr int kLeapYear = 1972;
-    Cursor in = {text};
-    LogTime result;
-    int year = kLeapYear;
-    Cursor with_year = in;
-    result.clock = Clock::kYearless;
-    if (with_year.number(4, kFirstYear, 9999, &year) && with_year.literal("-")) {
-        result.clock = Clock::kLocal;
-        in = with_year;
-    }
-    std::tm date = {};
-    if (!in.number(2, 1, 12, &date.tm_mon) || !in.literal("-") ||
-        !in.number(2, 1, 31, &date.tm_mday) || !in.literal(" ") ||
-        !in.number(2, 0, 23, &date.tm_hour) || !in.literal(":") ||
-        !in.number(2, 0, 59, &date.tm_min) || !in.literal(":") ||
-        !in.number(2, 0, 60, &date.tm_sec)) {
-        return std::nullopt;
-    }
-    date.tm_year = year - 1900;
-    date.tm_mon -= 1;
-    result.micros = ::timegm(&date) * kMicrosPerSecond + takeFraction(&in);
-    if (const auto zone = takeZone(&in)) {
-        result.micros -= *zone * 60 * kMicrosPerSecond;
-        result.clock = result.clock == Clock::kLocal ? Clock::kUtc : result.clock;
-    }
-    result.text = text.substr(0, text.size() - in.rest.size());
-    return result;
-}
-
-// Reads seconds with a fraction before the first blank. They count from 1970 or from the device's
-// start.
-LogTime parseSeconds(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-    Cursor in = {text};
-    const std::string_view seconds = in.digits();
-    constexpr size_t kMaxDigits = 11;
-    LogTime result;
-    const bool has_fraction = in.rest.substr(0, 1) == ".";
-    const int64_t fraction = takeFraction(&in);
-    if (seconds.empty() || seconds.size() > kMaxDigits || !has_fraction || !in.literal(" ")) {
-        return result;
-    }
-    result.clock = seconds.size() >= kMinEpochDigits ? Clock::kUtc : Clock::kSinceBoot;
-    result.micros = static_cast<int64_t>(toNumber(seconds)) * kMicrosPerSecond + fraction;
-    result.text = text.substr(0, text.size() - in.rest.size() - 1);
-    return result;
+    return {};
 }
 
 constexpr std::pair<const char*, Level> kPrefixes[] = {
@@ -154,83 +76,41 @@ std::optional<Level> levelBefore(std::string_view before) {
 
 // Reads "… [ERR] (velt_secure_db.cpp:123) message". The base name stands at `at`.
 std::optional<LogLine> parsePlatformLine(std::string_view line, size_t at, Source source) {
-    LogLine result = {};
     const auto level = levelBefore(line.substr(0, at - 2));
-    Cursor in = {line.substr(at)};
-    in.literal(sourceName(source));
-    in.literal(":");
-    const std::string_view number = in.digits();
-    if (!level || number.empty() || !in.literal(") ")) {
+    std::string_view rest = line.substr(at);
+    if (!level || !take(&rest, sourceName(source)) || !take(&rest, ":") || !takeDigits(&rest) ||
+        !take(&rest, ") ")) {
         return std::nullopt;
     }
-    result.level = *level;
-    result.source = source;
-    result.source_line = toNumber(number);
-    result.text = in.rest;
-    result.time = findTime(line.substr(0, at));
-    // logcat's format "process" puts the tag behind the message.
-    constexpr std::string_view kTagBehind = "  (keymaster_tee)";
-    const size_t start = result.text.size() - std::min(result.text.size(), kTagBehind.size());
-    if (line.substr(1, 1) == "(" && result.text.substr(start) == kTagBehind) {
-        result.text.remove_suffix(kTagBehind.size());
-    }
-    return result;
+    return LogLine{*level, source, rest, findTime(line.substr(0, at)), false};
 }
 
 // Reads "2026-11-21 15:20:56.951 WARN  [123] [log_to_file@102] zelkeymaster_operation.cpp(803)
 // :text". The last bracket stands at `at`.
 std::optional<LogLine> parseErrorFileLine(std::string_view line, size_t at) {
-    LogLine result = {};
     std::string_view before = line.substr(0, at);
     const size_t thread = before.rfind(" [");
-    if (thread == before.npos || before.back() != ']') {
+    if (thread == before.npos) {
         return std::nullopt;
     }
-    Cursor thread_in = {before.substr(thread + 2)};
-    result.thread = thread_in.digits();
+    std::string_view rest = before.substr(thread + 2);
+    const bool has_thread = takeDigits(&rest) && rest == "]";
     before = before.substr(0, before.find_last_not_of(' ', thread) + 1);
-    constexpr std::string_view kError = " ERROR";
-    constexpr std::string_view kWarning = " WARN";
     const auto ends = [&before](std::string_view end) {
         return before.size() > end.size() && before.substr(before.size() - end.size()) == end;
     };
-    Cursor in = {line.substr(at)};
-    in.literal(" [log_to_file@");
-    in.digits();
-    if (result.thread.empty() || (!ends(kError) && !ends(kWarning)) || !in.literal("] ") ||
-        !in.literal(sourceName(Source::kObject)) || !in.literal("(")) {
+    const bool is_error = ends(" ERROR");
+    rest = line.substr(at);
+    if (!has_thread || (!is_error && !ends(" WARN")) || !take(&rest, " [log_to_file@") ||
+        !takeDigits(&rest) || !take(&rest, "] ") || !take(&rest, sourceName(Source::kObject)) ||
+        !take(&rest, "(") || !takeDigits(&rest) || !take(&rest, ") :")) {
         return std::nullopt;
     }
-    const std::string_view number = in.digits();
-    if (number.empty() || !in.literal(") :")) {
-        return std::nullopt;
-    }
-    result.level = ends(kError) ? Level::kError : Level::kWarning;
-    result.source = Source::kObject;
-    result.source_line = toNumber(number);
-    result.text = in.rest;
-    result.time = findTime(before);
-    result.in_error_file = true;
-    return result;
+    return LogLine{is_error ? Level::kError : Level::kWarning, Source::kObject, rest,
+                   findTime(before), true};
 }
 
 }  // namespace
-
-LogTime findTime(std::string_view line) {
-    line = line.substr(0, kMaxPrefixLen);
-    constexpr std::string_view kDigits = "0123456789";
-    for (size_t at = 0; at < line.size(); ++at) {
-        const bool starts = kDigits.find(line[at]) != kDigits.npos &&
-                            (at == 0 || kDigits.find(line[at - 1]) == kDigits.npos);
-        if (!starts) {
-            continue;
-        }
-        if (auto date = parseDate(line.substr(at))) {
-            return *std::move(date);
-        }
-    }
-    return parseSeconds(line);
-}
 
 std::optional<LogLine> parseLogLine(std::string_view line) {
     // The part that comes first belongs to the line. A message may quote the others.
@@ -263,9 +143,7 @@ std::string withoutEscapes(std::string_view line) {
         }
         result += line[at];
     }
-    if (!result.empty() && result.back() == '\r') {
-        result.pop_back();
-    }
+    result.resize(result.find_last_not_of(std::string_view("\r\0", 2)) + 1);
     return result;
 }
 

@@ -1,12 +1,12 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads logs into events: error files, logcat dumps in any format, and the library's lines on
-// standard error. These are pure functions of untrusted bytes, and take linear time.
+// Reads logs into events: error files, logcat dumps, and the library's lines on standard error. Any
+// bytes are taken, in linear time and, however long a log is, in little memory.
 
 #pragma once
 
-#include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,11 +20,9 @@ struct LogEvent {
     const Message* message = nullptr;    // never null
     std::vector<std::string> arguments;  // the values of the format's conversions, as texts
     std::string text;                    // the message as it was logged
-    LogTime time;
-    uint64_t source_line = 0;  // line number of the logging statement
-    std::string thread;        // its number; empty but for lines of an error file
+    std::string time;                    // as it stands in the line; empty for none
     bool in_error_file = false;
-    size_t input = 0;  // index of the input text
+    size_t input = 0;  // index of the input
     size_t line = 0;   // line in that input, counted from 1
     // How often the line stands in a row in an error file, with equal time and thread. Each object
     // of a process writes every line once more.
@@ -39,18 +37,55 @@ struct OtherLines {
     std::string text;  // the first 200 bytes of it
 };
 
-struct Log {
-    std::vector<LogEvent> events;
-    OtherLines unknown;  // lines of the library's form, with a message that is not in the table
-    OtherLines foreign;  // lines of other programs
+class LogReader {
+  public:
+    // Takes the events in the order of the log.
+    using Take = std::function<void(const LogEvent&)>;
+
+    explicit LogReader(Take take) : take_(std::move(take)) {}
+
+    // Reads the next piece of an input, of any length. Blank lines do not count.
+    void read(std::string_view piece);
+
+    // Ends an input. Several inputs are one log, the oldest first.
+    void endInput();
+
+    // Ends the log. The last events are taken here at the latest.
+    void end();
+
+    const OtherLines& unknown() const { return unknown_; }  // of the library's form
+    const OtherLines& foreign() const { return foreign_; }  // of other programs
+
+  private:
+    // A line that does not have the library's form. It may continue the message before it.
+    struct Continuation {
+        std::string line;
+        size_t number;
+    };
+
+    void readLine(std::string_view raw);
+    void open(std::string line, const LogLine& parsed);
+    void flush();
+    void keep();
+    void count(const std::string& line, size_t number);
+
+    const Take take_;
+    OtherLines unknown_;
+    OtherLines foreign_;
+    size_t input_ = 0;
+    size_t line_number_ = 0;
+    std::string partial_;  // the line that is not complete yet
+
+    bool open_ = false;  // the next members are a line that may have more text
+    std::string whole_;
+    Level level_ = Level::kError;
+    Source source_ = Source::kObject;
+    LogEvent event_;
+    std::vector<Continuation> continuations_;
+
+    LogEvent kept_;          // the last event, as long as it may come once more
+    std::string kept_line_;  // its whole line, if it was in an error file
 };
-
-// Reads several texts in their order. Rolled files come oldest first. Blank lines do not count.
-Log readLog(const std::vector<std::string_view>& inputs);
-
-// Sorts the events by time, if all times are of one clock. Events with equal times keep their
-// order.
-void sortByTime(std::vector<LogEvent>* events);
 
 // The messages that a text can be. The text is a whole line or a message, with or without its
 // values. If it is neither, the result is the messages whose format contains the text.

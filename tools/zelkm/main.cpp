@@ -45,9 +45,9 @@ ACCESSOR=1000 whose patterns let 1000 in. Patterns: [lo..hi] is a range of
 numbers, a final * any rest, *# and *_ anything up to that character. A
 condition with * matches every object (for ADMIN and ACCESSOR, if not empty).
 
---patch-level simulates a system update. A key of an older level must be
-upgraded: --upgrade allows the library to do it. That is irreversible: pass the
-new level afterwards.
+zelkm works at the patch level of the store's key. --patch-level simulates a
+system update: --upgrade then allows the library to upgrade the key. That is
+irreversible.
 
 One zelkm at a time uses a directory: others wait for it, --wait seconds long.
 

@@ -16,7 +16,7 @@ std::string systemError(const Message& message, const std::string& text,
                         const std::string& number) {
     switch (std::atoi(number.c_str())) {
         case 0:
-            return message.id == std::string_view("write-failed")
+            return message.id == MessageId::kWriteFailed
                        ? "not all bytes were written, as on a disk that is full"
                        : "it ended early";
         case ENOSPC:

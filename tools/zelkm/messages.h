@@ -33,8 +33,30 @@ enum class Detail {
 // The advice of a message that passes on the keymaster's answer.
 inline constexpr char kLookUpCode[] = "Look the code up below, or with `zelkm explain -- CODE`.";
 
+// The messages from which this tool concludes something.
+enum class MessageId {
+    kOther,
+    kNoFile,
+    kWriteFailed,
+    kTmpNotCreated,
+    kNewNotInPlace,
+    kCurrentNotRemoved,
+    kNoBackup,
+    kKeyRepair,
+    kKeyIntact,
+    kKeyRegenerated,
+    kUpgradeLost,
+    kUpgradedKeyWritten,
+    kBeginRefused,
+    kUpdateLost,
+    kFinishLost,
+    kFinishRefused,
+    kStoreRefused,
+    kBackupRestored,
+    kStoreCacheDiffered,
+};
+
 struct Message {
-    const char* id;  // short and stable, e.g. "store-refused"
     Level level;
     Source source;
     const char* format;  // exactly as in the source
@@ -43,6 +65,7 @@ struct Message {
     const char* cause;    // sentences; empty when the meaning says it
     const char* advice;   // sentences
     const char* result;   // the codes that its caller gets; empty when they vary or are 0
+    MessageId id = MessageId::kOther;
     // The words that the first %s can stand for, separated by '|'. Null when it can be any text.
     const char* words = nullptr;
 };
@@ -54,8 +77,5 @@ struct MessageGroup {
 };
 
 const std::vector<MessageGroup>& messageGroups();
-
-// The message with this id. Throws std::out_of_range if there is none.
-const Message& messageById(std::string_view id);
 
 }  // namespace zelkm_tool

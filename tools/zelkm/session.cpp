@@ -19,6 +19,7 @@
 #include "bytes.h"
 #include "failure.h"
 #include "files.h"
+#include "key_level.h"
 #include "result_text.h"
 #include "store_file.h"
 
@@ -54,27 +55,12 @@ void refuseOtherThanFiles(const Directory& directory) {
 
 }  // namespace
 
-std::vector<std::string> versionsOf(const std::string& name) {
-    return {name, name + kTemporarySuffix, name + kBackupSuffix};
-}
-
-std::vector<std::string> usedNames() {
-    std::vector<std::string> names = {kRefusedFile, kRootKeyFile, kAttestationRootFile};
-    names.insert(names.end(), std::begin(kErrorFiles), std::end(kErrorFiles));
-    for (const char* base : {kStoreFile, kKeyFile, kKeyDigestFile}) {
-        for (const std::string& name : versionsOf(base)) {
-            names.push_back(name);
-        }
-    }
-    return names;
-}
-
-soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options) {
+soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options,
+                                                        const Directory& directory) {
     soft_keymaster::SoftKeymaster::Options result;
     result.root_key_path = kRootKeyFile;
-    if (options.patch_level) {
-        result.patch_level = *options.patch_level;
-    }
+    result.patch_level =
+        options.patch_level.value_or(std::max(result.patch_level, keyLevel(directory).value_or(0)));
     return result;
 }
 
@@ -82,7 +68,7 @@ Session::Session(const SessionOptions& options, Use use)
     : options_(options),
       directory_(options.dir),
       lock_(directory_, options, DirectoryLock::Mode::kExclusive),
-      keymaster_(keymasterOptions(options)),
+      keymaster_(keymasterOptions(options, directory_)),
       uses_store_(use == Use::kStore) {
     refuseOtherWriters(directory_);
     if (::fchdir(directory_.fd()) != 0) {
@@ -174,7 +160,7 @@ void Session::refuseUpgrade() {
     }
     if (answer == ErrorCode::KEY_REQUIRES_UPGRADE) {
         throw Refused(std::string(kKeyFile) + " was made at an older patch level than " +
-                      std::to_string(keymasterOptions(options_).patch_level) +
+                      std::to_string(keymasterOptions(options_, directory_).patch_level) +
                       ": --upgrade lets the library upgrade it, and from then on it needs that "
                       "level ('zelkm info' shows the level)");
     }

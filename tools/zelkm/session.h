@@ -17,31 +17,14 @@
 #include "directory.h"
 #include "directory_lock.h"
 #include "session_options.h"
+#include "store_names.h"
 
 namespace zelkm_tool {
 
-// Names of the files in a store directory.
-inline constexpr char kStoreFile[] = "secure_objects.db";
-inline constexpr char kKeyFile[] = "edbk";
-inline constexpr char kKeyDigestFile[] = "edbk_digest";
-inline constexpr char kErrorFile[] = "zelko_err.txt";
-inline constexpr const char* kErrorFiles[] = {"zelko_err.2.txt", "zelko_err.1.txt", kErrorFile};
-inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
-inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
-inline constexpr char kAttestationRootFile[] = "soft_keymaster_root.key.attest";
-
-// The suffixes of a file that is being replaced.
-inline constexpr char kBackupSuffix[] = ".bak";
-inline constexpr char kTemporarySuffix[] = ".tmp";
-
-// The names under which a version of such a file can lie: the current one, ".tmp" and ".bak".
-std::vector<std::string> versionsOf(const std::string& name);
-
-// All names that the library or this tool opens in a store directory.
-std::vector<std::string> usedNames();
-
-// The options of the software keymaster for a store in the working directory.
-soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options);
+// The options of the software keymaster for the store in a directory. It works at the level of the
+// store's key if that is newer than its own, unless the options name a level.
+soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options,
+                                                        const Directory& directory);
 
 class Session {
   public:

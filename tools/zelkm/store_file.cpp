@@ -1,146 +1,98 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// See docs/store-format.md for the format.
-
 #include "store_file.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
 #include <utility>
-
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
 
-constexpr size_t kMagicLen = 12;
-constexpr size_t kFlagsOffset = 12;
-constexpr size_t kTagOffset = 16;
-constexpr size_t kTagLen = 16;
-constexpr size_t kIvOffset = 32;
-constexpr size_t kIvLen = 12;
-constexpr size_t kRowCountOffset = 44;
-constexpr size_t kPayloadLenOffset = 48;
-
-constexpr char kSeparatorV10 = '|';
-constexpr char kSeparator = 0x1E;
-constexpr std::string_view kPayloadEnd("\0", 1);
-
-uint32_t readLe32(std::string_view file, size_t offset) {
-    uint32_t value = 0;
-    for (size_t i = 4; i-- > 0;) {
-        value = value << 8 | static_cast<unsigned char>(file[offset + i]);
-    }
-    return value;
+const uint8_t* bytesOf(std::string_view text) {
+    return reinterpret_cast<const uint8_t*>(text.data());
 }
 
-// Takes one row off the payload. False when the row does not end after six values.
-bool takeRow(std::string_view* payload, char separator, std::vector<std::string>* row) {
-    while (row->size() < kColumnNames.size()) {
-        const size_t end = payload->find(separator);
-        if (end == payload->npos) {
-            return false;
-        }
-        row->emplace_back(payload->substr(0, end));
-        payload->remove_prefix(end + 1);
+std::string takeValue(zelkm::PayloadReader* reader) {
+    db_column_value_t value = {};
+    if (!reader->takeValue(&value)) {
+        throw std::bad_alloc();
     }
-    if (payload->substr(0, 1) != "\n") {
-        return false;
-    }
-    payload->remove_prefix(1);
-    return true;
-}
-
-char separatorOf(const StoreHeader& header) {
-    return header.magic == kMagicV10 ? kSeparatorV10 : kSeparator;
+    const std::unique_ptr<uint8_t, void (*)(void*)> owned(value.data, std::free);
+    return {value.data, value.data + value.len};
 }
 
 }  // namespace
 
 std::optional<StoreHeader> parseStoreHeader(std::string_view file) {
-    if (file.size() < kHeaderLen) {
+    if (file.size() < zelkm::kHeaderLen) {
         return std::nullopt;
     }
-    StoreHeader header;
-    header.magic = file.substr(0, kMagicLen);
-    header.flags = readLe32(file, kFlagsOffset);
-    header.tag = file.substr(kTagOffset, kTagLen);
-    header.iv = file.substr(kIvOffset, kIvLen);
-    header.row_count = readLe32(file, kRowCountOffset);
-    header.payload_len = readLe32(file, kPayloadLenOffset);
-    return header;
+    const auto number = [&](size_t at) { return zelkm::readLe32(bytesOf(file.substr(at))); };
+    const auto text = [&](size_t at, size_t len) { return std::string(file.substr(at, len)); };
+    return StoreHeader{text(0, zelkm::kMagicLen),
+                       number(zelkm::kFlagsOffset),
+                       text(zelkm::kTagOffset, SDB_TAG_LEN),
+                       text(zelkm::kIvOffset, SDB_IV_LEN),
+                       number(zelkm::kRowCountOffset),
+                       number(zelkm::kPayloadLenOffset)};
 }
 
 std::string_view storePayload(std::string_view file, const StoreHeader& header) {
-    return file.size() < kHeaderLen ? std::string_view()
-                                    : file.substr(kHeaderLen, header.payload_len);
+    return file.substr(std::min(zelkm::kHeaderLen, file.size()), header.payload_len);
 }
 
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header) {
-    StoreRows result;
-    for (uint32_t number = 1; number <= header.row_count; ++number) {
+    zelkm::PayloadReader reader(bytesOf(payload), payload.size(),
+                                zelkm::separatorOf(bytesOf(header.magic)));
+    StoreRows result = {};
+    while (reader.left() > 1) {
         std::vector<std::string> row;
-        if (!takeRow(&payload, separatorOf(header), &row)) {
-            result.problem = "row " + std::to_string(number) + " of " +
-                             std::to_string(header.row_count) +
-                             (payload.size() <= 1 && row.empty() ? " is missing"
-                                                                 : " does not end after 6 values");
+        while (row.size() < SDB_NUM_COLUMNS) {
+            row.push_back(takeValue(&reader));
+        }
+        uint8_t end = 0;
+        if (!reader.takeRowEnd(&end)) {
             return result;
         }
         result.rows.push_back(std::move(row));
     }
-    // One NUL ends a payload.
-    if (payload != kPayloadEnd) {
-        result.problem = std::to_string(payload.size()) + " bytes after row " +
-                         std::to_string(header.row_count) + ", where one NUL is expected";
-    }
+    result.whole = reader.left() == 1 && payload.back() == '\0';
     return result;
 }
 
 uint64_t minPayloadLen(uint32_t row_count) {
-    constexpr uint64_t kMinRowLen = kColumnNames.size() + 1;  // separators and a line feed
-    return row_count * kMinRowLen + kPayloadEnd.size();
-}
-
-std::optional<uint32_t> countStoreRows(std::string_view payload, const StoreHeader& header) {
-    uint32_t count = 0;
-    while (payload != kPayloadEnd) {
-        std::vector<std::string> row;
-        if (!takeRow(&payload, separatorOf(header), &row)) {
-            return std::nullopt;
-        }
-        ++count;
-    }
-    return count;
+    return zelkm::encodedLen(db_row(), zelkm::kAllColumns) * uint64_t{row_count} + 1;  // and a NUL
 }
 
 std::string plainStore(const std::vector<std::vector<std::string>>& rows) {
-    std::string file = kMagic;
-    file.resize(kHeaderLen);
+    std::string file =
+        std::string(zelkm::kMagic) + std::string(zelkm::kHeaderLen - zelkm::kMagicLen, '\0');
+    const char separator = static_cast<char>(zelkm::separatorOf(bytesOf(zelkm::kMagic)));
     for (const auto& row : rows) {
         for (const std::string& value : row) {
-            file += value;
-            file += kSeparator;
+            file += value + separator;
         }
-        file += '\n';
+        file += static_cast<char>(zelkm::kRowEnd);
     }
-    file += kPayloadEnd;
-    const size_t payload_len = file.size() - kHeaderLen;
+    file += '\0';
+    const size_t payload_len = file.size() - zelkm::kHeaderLen;
     return withStoreHeader(std::move(file), false, static_cast<uint32_t>(rows.size()),
                            static_cast<uint32_t>(payload_len));
 }
 
 std::string withStoreHeader(std::string file, bool encrypted, uint32_t row_count,
                             uint32_t payload_len) {
-    const auto put = [&file](size_t offset, uint32_t value) {
-        for (size_t i = 0; i < 4; ++i) {
-            file[offset + i] = static_cast<char>(value >> (8 * i) & 0xFF);
-        }
-    };
-    put(kFlagsOffset, encrypted ? kEncryptedFlag : 0);
-    put(kRowCountOffset, row_count);
-    put(kPayloadLenOffset, payload_len);
-    file.resize(std::min(file.size(), kHeaderLen + payload_len));
+    uint8_t header[zelkm::kHeaderLen];
+    zelkm::writeHeader(header, encrypted ? zelkm::kPayloadEncrypted : 0, row_count, payload_len);
+    std::copy(header + zelkm::kFlagsOffset, header + zelkm::kTagOffset,
+              file.begin() + zelkm::kFlagsOffset);
+    std::copy(header + zelkm::kRowCountOffset, header + zelkm::kHeaderLen,
+              file.begin() + zelkm::kRowCountOffset);
+    file.resize(std::min(file.size(), zelkm::kHeaderLen + payload_len));
     return file;
 }
 

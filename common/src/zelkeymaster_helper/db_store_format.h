@@ -73,6 +73,9 @@ class PayloadReader {
         return *found == kRowEnd;
     }
 
+    // The bytes that were not read yet.
+    size_t left() const { return static_cast<size_t>(end_ - at_); }
+
   private:
     const uint8_t* at_;
     const uint8_t* end_;

@@ -1,0 +1,38 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Names of the files in a store directory: the library's, and those that this tool adds.
+
+#pragma once
+
+#include <file_names.h>
+
+#include <string>
+#include <vector>
+
+namespace zelkm_tool {
+
+using zelkm::kBackupSuffix;
+using zelkm::kErrorFile;
+using zelkm::kKeyDigestFile;
+using zelkm::kKeyFile;
+using zelkm::kStoreFile;
+using zelkm::kTemporarySuffix;
+
+// The error file with its rolled versions, the oldest first.
+inline constexpr const char* kErrorFiles[] = {"zelko_err.2.txt", "zelko_err.1.txt", kErrorFile};
+
+inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
+inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
+inline constexpr char kAttestationRootFile[] = "soft_keymaster_root.key.attest";
+
+// The names under which a version of such a file can lie: the current one, ".tmp" and ".bak".
+std::vector<std::string> versionsOf(const std::string& name);
+
+// The versions of the store, of its key and of the digest.
+std::vector<std::string> storeNames();
+
+// All names that the library or this tool opens in a store directory.
+std::vector<std::string> usedNames();
+
+}  // namespace zelkm_tool
