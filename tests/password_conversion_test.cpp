@@ -54,16 +54,22 @@ TEST_F(Password, SendsCopiesInOrderAndNoKey) {
     }
 }
 
-TEST_F(Password, WipesTheCopiesThatItSent) {
-    start({bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"))}, ZELKM_UNSUPPORTED_PURPOSE);
-    EXPECT_EQ(ZELKM_UNSUPPORTED_PURPOSE,
-              object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
-                                               kEncrypt));
+TEST_F(Password, ShortFormKeepsTheRotToItselfAndWipesTheCopiesThatItSent) {
+    start({bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!")),
+           bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
+    EXPECT_EQ(0, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
+                                                  kEncrypt));
+    EXPECT_EQ((Lines{"begin TO_ENCRYPTED_KEY  [IN_1=one IN_2=two IN_3=three IN_4=four "
+                     "KEY=material TAG=tag before]"}),
+              km.calls);
+    EXPECT_EQ(Lines(), test::log());
+    EXPECT_EQ("encrypted", text(converted));
     for (const char* sent : {"one", "two", "three", "four", "material", "tag before"}) {
         EXPECT_TRUE(test::wiped(sent)) << sent;
     }
     EXPECT_TRUE(test::wiped("rotrotrotrotrot!"));  // nobody gets it
     EXPECT_EQ("material", text(in[2]));
+    EXPECT_EQ("tag before", text(tag));
 }
 
 TEST_F(Password, EachAnswer) {
@@ -149,18 +155,6 @@ TEST_F(Password, LostCallsCountAsUnknownErrorWhateverWasAnswered) {
     km.answers["begin"][0].delivery = Delivery::kNoCallback;
     EXPECT_EQ(ZELKM_UNKNOWN_ERROR, convert(kToKey));
     EXPECT_EQ(Lines(), test::log());
-}
-
-TEST_F(Password, ShortFormKeepsTheRotToItself) {
-    start({bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
-    EXPECT_EQ(0, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
-                                                  kEncrypt));
-    EXPECT_EQ((Lines{"begin TO_ENCRYPTED_KEY  [IN_1=one IN_2=two IN_3=three IN_4=four "
-                     "KEY=material TAG=tag before]"}),
-              km.calls);
-    EXPECT_EQ((Lines{"W object: invalid rot just set 0"}), test::log());
-    EXPECT_EQ("encrypted", text(converted));
-    EXPECT_EQ("tag before", text(tag));
 }
 
 TEST_F(Password, ChecksHandleThenInputsThenType) {
