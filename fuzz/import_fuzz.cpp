@@ -66,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto header = zelkm_tool::parseStoreHeader(store);
     fuzz::require(header.has_value());
     const auto stored =
-        zelkm_tool::parseStoreRows(zelkm_tool::storePayload(store, *header), *header);
+        zelkm_tool::parseStoreRows(zelkm_tool::storePayload(store, *header), *header, SIZE_MAX);
     fuzz::require(stored.whole && stored.rows == writable);
     return 0;
 }

@@ -225,20 +225,29 @@ TEST_F(ZelkmTool, RefusesToMakeAStoreThatIsNotRead) {
     EXPECT_TRUE(run({"import", "-"}, objects(130000)).says("share 1040384"));
     EXPECT_EQ(run({"import", "--quiet", "-"}, objects(1)).err, "");
 
-    const std::string payload =
-        std::string((64 << 20) - 100000, 'x') + "\x1e\x1e\x1e\x1e\x1e\x1e\n";
-    std::string header = "SOBv1.1     " + std::string(40, '\0');
-    header[44] = 1;
-    for (size_t i = 0; i < 4; ++i) {
-        header[48 + i] = static_cast<char>((payload.size() + 1) >> (8 * i));
+    const auto plainStore = [](const std::string& rows, size_t count) {
+        std::string store = "SOBv1.1     " + std::string(40, '\0') + rows + '\0';
+        for (size_t i = 0; i < 4; ++i) {
+            store[44 + i] = static_cast<char>(count >> (8 * i));
+            store[48 + i] = static_cast<char>((rows.size() + 1) >> (8 * i));
+        }
+        return store;
+    };
+    const std::string row_end = "\x1e\x1e\x1e\x1e\x1e\x1e\n";
+    std::string rows;
+    for (int i = 0; i < 10001; ++i) {
+        rows += row_end;
     }
-    write("s/secure_objects.db", header + payload + '\0');
+    write("s/secure_objects.db", plainStore(rows, 10001));
+    EXPECT_NE(done({"info", "--json"}).find("only the first 10000 of 10001 rows"), rows.npos);
+
+    const std::string store = plainStore(std::string((64 << 20) - 100000, 'x') + row_end, 1);
+    write("s/secure_objects.db", store);
     const std::string too_large = "67108864 is read";
     EXPECT_TRUE(run({"import", "-"}, objects(110000)).says(too_large));
     EXPECT_TRUE(
         run({"add", "--alias", std::string(110000, 'x'), "--creator", "c"}).says(too_large));
-    EXPECT_EQ(std::filesystem::file_size("s/secure_objects.db"),
-              header.size() + payload.size() + 1);
+    EXPECT_EQ(std::filesystem::file_size("s/secure_objects.db"), store.size());
 }
 
 TEST_F(ZelkmTool, FindsObjects) {

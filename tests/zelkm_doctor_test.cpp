@@ -438,7 +438,11 @@ TEST_F(ZelkmDoctor, PageHasTheTable) {
 TEST_F(ZelkmDoctor, SaysWhatItCannotDo) {
     EXPECT_EQ(run({"doctor", "none"}).status, 2);
     EXPECT_EQ(run({"doctor", "s/edbk"}).status, 2);
-    EXPECT_EQ(run({"doctor", "s", "t"}).status, 2);
+    EXPECT_EQ(done({"doctor", "--quiet"}), "verdict: healthy\n");
+    const Outcome several = run({"doctor", "--quiet", "s", "none"});
+    EXPECT_EQ(several.out, "s: verdict: healthy\nnone: not examined\n");
+    EXPECT_EQ(several.status, 2);
+    EXPECT_TRUE(Json::parse(run({"doctor", "--json", "s", "none"}).out)[1].is_null());
     EXPECT_EQ(run({"doctor", "--repair", ""}).status, 2);  // of a variable that is not set
     EXPECT_NE(run({"--help"}).out.find("3  'doctor'"), std::string::npos);
     drop(RootKey);

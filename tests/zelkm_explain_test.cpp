@@ -48,6 +48,12 @@ TEST_F(ZelkmExplain, TakesCodesMessagesAndLogs) {
          {"-:2: 1990-01-02 03:04:05.006 W no file x (2 times)\n", "s/zelko_err.txt:1: ",
           "\n8 events\n", "1 line of others; the first is -:1: noise\\x1b]\n"}},
         {{"stdin"}, 0, {"stdin:2: "}},
+        {{"--json", "49"}, 0, {"\"code\": -49,\n  \"name\": \"SECURE_HW_"}},
+        {{"--json", "error in begin process : -26"}, 0, {"\"code\": -26,"}},
+        {{"--json", "stdin"},
+         0,
+         {"{\"events\": [\n{\"file\":\"stdin\",\"line\":2,", "},\n{",
+          "}],\n\"unknown\": 0, \"others\": 1}\n"}},
         {{"s/edbk_digest"}, 1, {"no message of the library"}},
     };
     const std::string log =

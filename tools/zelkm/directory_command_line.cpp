@@ -3,6 +3,11 @@
 
 // The command line of the commands on a whole store directory; see command_line.h.
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
 #include <memory>
 #include <optional>
 
@@ -11,6 +16,7 @@
 #include "doctor_command.h"
 #include "failure.h"
 #include "info_command.h"
+#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
@@ -43,14 +49,50 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
     });
 }
 
+// Runs the doctor on each directory in a process of its own: root's becomes the owner of the
+// directory, for good. Returns the worst exit status.
+int runDoctors(const SessionOptions& session, const std::vector<std::string>& dirs,
+               const DoctorOptions& options) {
+    int worst = kExitDone;
+    std::cout << (options.json ? "[" : "");
+    for (const std::string& dir : dirs) {
+        const bool first = &dir == &dirs.front();
+        std::cout << (options.json ? (first ? "" : ",") : escape(dir) + ": ")
+                  << (options.json || session.quiet ? "" : "\n") << std::flush;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            bool done = false;
+            const int status = exitStatusOf([&] {
+                const int result = runDoctor(withDirectory(session, dir), options);
+                done = true;
+                return result;
+            });
+            if (!done) {
+                std::cout << (options.json ? "null" : "not examined\n");
+            }
+            std::cout.flush();
+            ::_exit(std::cout ? status : kExitRefused);
+        }
+        int ended = 0;
+        if (child < 0 || ::waitpid(child, &ended, 0) != child || !WIFEXITED(ended)) {
+            throw Refused(escape(dir) + ": its examination did not end");
+        }
+        const auto rank = [](int status) { return (status + 3) % 4; };  // worst first: 1, 2, 3, 0
+        worst =
+            std::min(worst, WEXITSTATUS(ended), [&](int a, int b) { return rank(a) < rank(b); });
+    }
+    std::cout << (options.json ? "]\n" : "");
+    return worst;
+}
+
 void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
-    auto dir = std::make_shared<std::optional<std::string>>();
+    auto dirs = std::make_shared<std::vector<std::string>>();
     auto doctor = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand("doctor", "Tell what is wrong with a store directory");
-    command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
+    command->add_option("DIR", *dirs, "The directories; default the one of --dir")->type_name("");
     command->add_flag("--repair", doctor->repair,
                       "Make the changes that the report lists, and keep copies");
-    command->add_flag("--json", doctor->json, "Print one JSON object");
+    command->add_flag("--json", doctor->json, "Print a JSON object; an array of several");
     command->footer(
         "Tells of every file in the directory and its folders what it is, by its\n"
         "content, decrypts the store if the software keymaster's root key is there, and\n"
@@ -67,10 +109,15 @@ void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
         "folder doctor-YYYYMMDD-HHMMSS. No program but this one may use the store\n"
         "meanwhile. Root acts as the directory's owner.\n"
         "\n"
+        "With --quiet only the verdict is printed. Of several directories the exit status is\n"
+        "the worst: 1, 2, 3 or 0.\n"
+        "\n"
         "  zelkm doctor store\n"
         "  zelkm doctor --repair store");
-    command->callback([&session, dir, doctor, status] {
-        *status = runDoctor(withDirectory(session, *dir), *doctor);
+    command->callback([&session, dirs, doctor, status] {
+        const auto only = dirs->empty() ? std::nullopt : std::make_optional(dirs->front());
+        *status = dirs->size() > 1 ? runDoctors(session, *dirs, *doctor)
+                                   : runDoctor(withDirectory(session, only), *doctor);
     });
 }
 

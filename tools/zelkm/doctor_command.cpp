@@ -61,7 +61,7 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
     if (options.json) {
         printJson(std::cout, report);
     } else {
-        printText(std::cout, report);
+        printText(std::cout, report, session.quiet);
     }
     if (options.repair && report.repaired.empty() && report.verdict() == Verdict::kWrong) {
         std::cerr << "zelkm: not repaired: nothing that is proved to be safe would help\n";

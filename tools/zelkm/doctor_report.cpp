@@ -118,7 +118,11 @@ Json describeJson(const std::string& name, const struct stat& status) {
             {"modified", timeOf(status)}};
 }
 
-void printText(std::ostream& out, const Report& report) {
+void printText(std::ostream& out, const Report& report, bool verdict_only) {
+    if (verdict_only) {
+        out << "verdict: " << inWords(report.verdict()) << '\n';
+        return;
+    }
     for (const auto& [name, file] : report.evidence.files) {
         const std::string words = about(report, name);
         out << escape(name) << (words.empty() ? "" : " ") << words << " (" << describe(file.status)

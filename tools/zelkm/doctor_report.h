@@ -35,7 +35,7 @@ Report examine(const Evidence& evidence, StoreTrials* trials);
 std::string describe(const struct stat& status);
 nlohmann::ordered_json describeJson(const std::string& name, const struct stat& status);
 
-void printText(std::ostream& out, const Report& report);
+void printText(std::ostream& out, const Report& report, bool verdict_only);
 void printJson(std::ostream& out, const Report& report);
 
 }  // namespace zelkm_tool

@@ -84,11 +84,11 @@ class Examination {
     // header says: nothing else vouches for it.
     std::optional<StoreReading> readPlain() const {
         const StoreRows rows = parseStoreRows(storePayload(file_, header_), header_);
-        if (!rows.whole || rows.rows.empty()) {
+        if (!rows.whole || rows.count == 0) {
             return std::nullopt;
         }
-        const std::string objects = std::to_string(rows.rows.size()) + " objects";
-        if (rows.rows.size() != header_.row_count || header_.payload_len != available_) {
+        const std::string objects = std::to_string(rows.count) + " objects";
+        if (rows.count != header_.row_count || header_.payload_len != available_) {
             return StoreReading{State::kRefused,
                                 "is plaintext with " + objects + ", and its header says " +
                                     std::to_string(header_.row_count) + " in " +
@@ -131,7 +131,7 @@ class Examination {
                           const std::string& name, const std::string& key) {
         const StoreRows rows = parseStoreRows(trial.payload, header_);
         const auto len = static_cast<uint32_t>(trial.payload.size());
-        const auto count = rows.whole ? static_cast<uint32_t>(rows.rows.size()) : header_.row_count;
+        const auto count = rows.whole ? rows.count : header_.row_count;
         const std::string image = withStoreHeader(store, true, count, len);
         const std::string opens = "decrypts with " + name;
         if (trials_->read(image, key).engine != ZELKM_OK) {

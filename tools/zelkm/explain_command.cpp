@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
@@ -19,6 +20,8 @@
 
 namespace zelkm_tool {
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 void printField(const char* name, const std::string& text) {
     if (!text.empty()) {
@@ -41,7 +44,28 @@ void printReasons(const FoundMessage& found) {
     }
 }
 
-void printCode(const ResultCode& result) {
+// Cause and advice, those of the code when the message only passes one on.
+Json withReasons(Json json, const FoundMessage& found) {
+    const ResultCode* code = codeIn(found);
+    const bool of_code = code != nullptr && found.message->advice == std::string_view(kLookUpCode);
+    json["level"] = std::string(1, letterOf(found.message->level));
+    json["meaning"] = escape(describe(found, /*with_code=*/false));
+    json["code"] = code != nullptr ? Json(code->code) : Json();
+    json["cause"] = of_code ? causeOf(*code) : found.message->cause;
+    json["advice"] = of_code ? adviceOf(*code) : found.message->advice;
+    return json;
+}
+
+void printCode(const ResultCode& result, bool json) {
+    if (json) {
+        const Json object = {{"code", result.code},
+                             {"name", result.name},
+                             {"meaning", result.meaning},
+                             {"cause", causeOf(result)},
+                             {"advice", adviceOf(result)}};
+        std::cout << object.dump(2) << '\n';
+        return;
+    }
     std::cout << nameAndMeaning(result) << '\n';
     printReasons(causeOf(result), adviceOf(result));
 }
@@ -79,8 +103,31 @@ void printMessage(const FoundMessage& found) {
     printField("result  ", message.result);
 }
 
+void printJson(const std::vector<FoundMessage>& messages) {
+    Json array = Json::array();
+    for (const FoundMessage& found : messages) {
+        array.push_back(withReasons({{"source", sourceName(found.message->source)},
+                                     {"format", found.message->format},
+                                     {"result", found.message->result}},
+                                    found));
+    }
+    std::cout << array.dump(2) << '\n';
+}
+
 class EventPrinter {
   public:
+    // JSON has the reasons at every event, and each event in a line of its own.
+    void printJson(const LogEvent& event, const std::string& file) {
+        std::cout << (count_++ == 0 ? "\n" : ",\n")
+                  << withReasons({{"file", escape(file)},
+                                  {"line", event.line},
+                                  {"time", escape(event.time)},
+                                  {"text", escape(event.text)},
+                                  {"count", event.count}},
+                                 {event.message, event.arguments})
+                         .dump();
+    }
+
     // Prints the reasons only below the first event of its kind and code.
     void print(const LogEvent& event, const std::string& file) {
         const FoundMessage found = {event.message, event.arguments};
@@ -99,6 +146,7 @@ class EventPrinter {
     }
 
   private:
+    size_t count_ = 0;
     std::set<std::pair<const Message*, const ResultCode*>> explained_;
 };
 
@@ -118,11 +166,16 @@ void refuseContainer(std::string_view first, const std::string& file) {
     }
 }
 
-void explainLog(const std::vector<std::string>& files) {
+void explainLog(const std::vector<std::string>& files, bool json) {
     EventPrinter printer;
+    std::cout << (json ? "{\"events\": [" : "");
     size_t num_events = 0;
     LogReader reader([&](const LogEvent& event) {
-        printer.print(event, files[event.input]);
+        if (json) {
+            printer.printJson(event, files[event.input]);
+        } else {
+            printer.print(event, files[event.input]);
+        }
         ++num_events;
     });
     for (const std::string& file : files) {
@@ -137,9 +190,14 @@ void explainLog(const std::vector<std::string>& files) {
         reader.endInput();
     }
     reader.end();
-    std::cout << num_events << (num_events == 1 ? " event\n" : " events\n");
-    printOthers(reader.unknown(), "the library unknown here", files);
-    printOthers(reader.foreign(), "others", files);
+    if (json) {
+        std::cout << "],\n\"unknown\": " << reader.unknown().count
+                  << ", \"others\": " << reader.foreign().count << "}\n";
+    } else {
+        std::cout << num_events << (num_events == 1 ? " event\n" : " events\n");
+        printOthers(reader.unknown(), "the library unknown here", files);
+        printOthers(reader.foreign(), "others", files);
+    }
     if (num_events == 0) {
         throw Refused("no message of the library in " + files.front());
     }
@@ -163,7 +221,7 @@ void explain(const ExplainOptions& options) {
     const std::string& what = options.what.front();
     const bool one = options.what.size() == 1;
     if (const ResultCode* result = one ? findCode(what) : nullptr) {
-        printCode(*result);
+        printCode(*result, options.json);
         return;
     }
     if (one && isNumber(what)) {
@@ -171,7 +229,7 @@ void explain(const ExplainOptions& options) {
     }
     const auto missing = std::find_if_not(options.what.begin(), options.what.end(), isFile);
     if (missing == options.what.end()) {
-        explainLog(options.what);
+        explainLog(options.what, options.json);
         return;
     }
     if (!one) {
@@ -180,6 +238,9 @@ void explain(const ExplainOptions& options) {
     const std::vector<FoundMessage> found = findMessages(what);
     if (found.empty()) {
         throw Refused("no file has this name, and no message this text: " + escape(what));
+    }
+    if (options.json) {
+        return printJson(found);
     }
     for (const FoundMessage& message : found) {
         printMessage(message);

@@ -14,6 +14,7 @@ namespace zelkm_tool {
 struct ExplainOptions {
     std::vector<std::string> what;  // one code or one text; or the files of a log
     bool all = false;               // print every message and code instead
+    bool json = false;
 };
 
 void explain(const ExplainOptions& options);

@@ -19,6 +19,7 @@ void defineExplain(CLI::App& app) {
                                          "standard input")
                             ->type_name("");
     command->add_flag("--all", options->all, "Every message and code, as Markdown")->excludes(what);
+    command->add_flag("--json", options->json, "Print JSON; a log's events one a line");
     command->footer(
         "A number is a result code (write -- before a negative one), and so is its name. A\n"
         "file that exists, or -, is a log: an error file, a logcat dump, or\n"

@@ -1,11 +1,11 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How a command fails. main() prints the text as one line on standard error, and sets the exit
-// status.
+// How a command fails.
 
 #pragma once
 
+#include <iostream>
 #include <stdexcept>
 #include <string>
 
@@ -26,5 +26,19 @@ struct Refused : std::runtime_error {
 struct WrongUsage : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// Runs a command, and returns its exit status. Prints the text of a failure on standard error.
+template <typename Command>
+int exitStatusOf(Command command) {
+    try {
+        return command();
+    } catch (const WrongUsage& error) {
+        std::cerr << "zelkm: " << error.what() << '\n';
+        return kExitWrongUsage;
+    } catch (const std::exception& error) {
+        std::cerr << "zelkm: " << error.what() << '\n';
+        return kExitRefused;
+    }
+}
 
 }  // namespace zelkm_tool

@@ -22,6 +22,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr size_t kErrorLines = 10;
+constexpr size_t kShownRows = 10000;
 constexpr size_t kDigestLen = 32;
 constexpr std::string_view kMagicV10 = "SOBv1.0     ";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // begins an error file
@@ -43,11 +44,14 @@ std::string lengthsOf(const std::string& content, const StoreHeader& header) {
     return surplus == 0 ? "" : std::to_string(surplus) + " bytes after the payload";
 }
 
-// What is odd about the rows of a plaintext; empty when nothing is.
-std::string rowsProblem(const StoreRows& stored, const StoreHeader& header) {
-    return stored.whole && stored.rows.size() == header.row_count
-               ? ""
-               : "the payload is not " + std::to_string(header.row_count) + " rows and a NUL";
+// What is to be said about the rows of a plaintext; empty when there is nothing.
+std::string aboutRows(const StoreRows& stored, const StoreHeader& header) {
+    if (!stored.whole || stored.count != header.row_count) {
+        return "the payload is not " + std::to_string(header.row_count) + " rows and a NUL";
+    }
+    return stored.count <= kShownRows ? ""
+                                      : "only the first " + std::to_string(kShownRows) + " of " +
+                                            std::to_string(stored.count) + " rows are shown";
 }
 
 void printStore(const std::string& content) {
@@ -71,9 +75,9 @@ void printStore(const std::string& content) {
     if (header->encrypted()) {
         return;
     }
-    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header);
+    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header, kShownRows);
     printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
-    if (const std::string problem = rowsProblem(stored, *header); !problem.empty()) {
+    if (const std::string problem = aboutRows(stored, *header); !problem.empty()) {
         std::cout << "  " << problem << '\n';
     }
 }
@@ -95,7 +99,7 @@ Json storeJson(const std::string& content) {
     if (header->encrypted()) {
         return json;
     }
-    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header);
+    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header, kShownRows);
     json["rows"] = Json::array();
     for (const auto& row : stored.rows) {
         json["rows"].emplace_back();
@@ -103,7 +107,7 @@ Json storeJson(const std::string& content) {
             json["rows"].back()[std::string(kColumnNames[i])] = escape(row[i]);
         }
     }
-    if (const std::string problem = rowsProblem(stored, *header); !problem.empty()) {
+    if (const std::string problem = aboutRows(stored, *header); !problem.empty()) {
         json["problem"] = problem;
     }
     return json;

@@ -191,13 +191,5 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     captureLog();
-    try {
-        return run(argc, argv);
-    } catch (const WrongUsage& error) {
-        std::cerr << "zelkm: " << error.what() << '\n';
-        return kExitWrongUsage;
-    } catch (const std::exception& error) {
-        std::cerr << "zelkm: " << error.what() << '\n';
-        return kExitRefused;
-    }
+    return exitStatusOf([&] { return run(argc, argv); });
 }

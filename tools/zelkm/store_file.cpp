@@ -45,7 +45,7 @@ std::string_view storePayload(std::string_view file, const StoreHeader& header) 
     return file.substr(std::min(zelkm::kHeaderLen, file.size()), header.payload_len);
 }
 
-StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header) {
+StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header, size_t max_kept) {
     zelkm::PayloadReader reader(bytesOf(payload), payload.size(),
                                 zelkm::separatorOf(bytesOf(header.magic)));
     StoreRows result = {};
@@ -58,7 +58,10 @@ StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header) {
         if (!reader.takeRowEnd(&end)) {
             return result;
         }
-        result.rows.push_back(std::move(row));
+        ++result.count;
+        if (result.rows.size() < max_kept) {
+            result.rows.push_back(std::move(row));
+        }
     }
     result.whole = reader.left() == 1 && payload.back() == '\0';
     return result;

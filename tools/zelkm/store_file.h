@@ -34,12 +34,14 @@ std::optional<StoreHeader> parseStoreHeader(std::string_view file);
 std::string_view storePayload(std::string_view file, const StoreHeader& header);
 
 struct StoreRows {
-    std::vector<std::vector<std::string>> rows;  // up to the first that is none, or to the end
+    uint32_t count;                              // up to the first that is none, or to the end
     bool whole;                                  // the payload is nothing but rows and a NUL
+    std::vector<std::vector<std::string>> rows;  // the first ones
 };
 
-// Reads the rows of a plaintext payload, whatever the header's row count is.
-StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header);
+// Reads the rows of a plaintext payload, whatever the header's row count is, and keeps no more than
+// `max_kept` of them.
+StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header, size_t max_kept = 0);
 
 // The length of the smallest payload with that many rows: all values are empty.
 uint64_t minPayloadLen(uint32_t row_count);
