@@ -5,6 +5,7 @@
 
 The chains have new keys each time, so what is checked in is one run of this.
 """
+import base64
 import pathlib
 import struct
 import subprocess
@@ -163,6 +164,24 @@ def import_seeds():
     yield "utf16", b"\xff\xfeA\0L\0"
 
 
+def directory_seeds():
+    """Files: a byte that names one (see directory_fuzz.cpp), and its content."""
+    ERROR_FILE, STORE, TMP, BACKUP, KEY, DIGEST, COPY, ODD = 5, 6, 7, 8, 9, 12, 15, 17
+
+    def files(*contents):
+        return b"".join(bytes([name]) + block(data) for name, data in contents)
+
+    key = bytes(range(200))
+    root = bytes([1]) + block(bytes(range(32)))
+    encrypted = store(ROWS, 1, flags=1)[:52] + bytes(range(256))[:len(ROWS) + 1]
+    log = b"\xef\xbb\xbf2026-11-21 15:20:56.951 ERROR [7] [log_to_file@106] zelkeymaster_operation.cpp(803) :"
+    yield "plain", files((STORE, store(ROWS, 1)), (BACKUP, store(ROWS * 2, 2)))
+    yield "answer_lost", root + files((STORE, store(ROWS, 1, flags=1)), (KEY, key), (DIGEST, bytes(32)))
+    yield "encrypted", root + files((STORE, encrypted), (TMP, encrypted[:60]), (KEY, key), (ERROR_FILE, log + b"no tag\n"))
+    yield "disguised", files((STORE, base64.b64encode(store(ROWS, 1))), (KEY, key.hex().encode()))
+    yield "elsewhere", files((COPY, encrypted), (ODD, b"PK\3\4"), (STORE, b""), (DIGEST, b"x"))
+
+
 def log_seeds():
     origin = b"[ERR] (zelkeymaster_operation.cpp:450) "
     engine = b"[DBG] (velt_secure_db.cpp:54) "
@@ -188,7 +207,8 @@ def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
     for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
                           ("chain", chain_seeds), ("object", object_seeds), ("tool_values", tool_values_seeds),
-                          ("import", import_seeds), ("log", log_seeds)):
+                          ("import", import_seeds), ("directory", directory_seeds),
+                          ("log", log_seeds)):
         (folder / target).mkdir(parents=True, exist_ok=True)
         for name, data in seeds():
             (folder / target / name).write_bytes(data)
