@@ -36,7 +36,7 @@ class DatabaseEncryption : public OverFakeKeymaster {
 
     static Answer begun(const Bytes& nonce) {
         Answer answer;
-        answer.params = {test::bytesParameter(Tag::NONCE, nonce)};
+        answer.params = {test::param(Tag::NONCE, nonce)};
         answer.handle = 0x700000077;
         return answer;
     }
@@ -129,7 +129,7 @@ TEST_F(DatabaseEncryption, CopiesOutNoMoreThanFits) {
         };
         km.answers["begin"] = {begun(bytes(text("short")))};
         km.answers["begin"][0].params.push_back(
-            test::bytesParameter(Tag::NONCE, bytes("second nonce")));  // the first one counts
+            test::param(Tag::NONCE, bytes("second nonce")));  // the first one counts
         km.answers["update"] = {updated(5, text("C"))};
         km.answers["finish"] = {finished(text("TAG"))};
         ASSERT_EQ(0, encrypt());

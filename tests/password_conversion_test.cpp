@@ -55,8 +55,8 @@ TEST_F(Password, SendsCopiesInOrderAndNoKey) {
 }
 
 TEST_F(Password, ShortFormKeepsTheRotToItselfAndWipesTheCopiesThatItSent) {
-    start({bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!")),
-           bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
+    start({param(PWHW_TAG_ROT, bytes("rotrotrotrotrot!")),
+           param(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"))});
     EXPECT_EQ(0, object->encryptWithPasswordHWKey(in[0], in[1], in[2], converted, in[3], in[4], tag,
                                                   kEncrypt));
     EXPECT_EQ((Lines{"begin TO_ENCRYPTED_KEY  [IN_1=one IN_2=two IN_3=three IN_4=four "
@@ -73,18 +73,16 @@ TEST_F(Password, ShortFormKeepsTheRotToItselfAndWipesTheCopiesThatItSent) {
 }
 
 TEST_F(Password, EachAnswer) {
-    const auto sized = [](Tag which, size_t size) {
-        return bytesParameter(which, Bytes(size, 'x'));
-    };
-    const KeyParameter rot16 = bytesParameter(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"));
+    const auto sized = [](Tag which, size_t size) { return param(which, Bytes(size, 'x')); };
+    const KeyParameter rot16 = param(PWHW_TAG_ROT, bytes("rotrotrotrotrot!"));
     const KeyParameter rot15 = sized(PWHW_TAG_ROT, 15);
     const KeyParameter rot17 = sized(PWHW_TAG_ROT, 17);
-    const KeyParameter tag16 = bytesParameter(PWHW_TAG_TAG, bytes("tagtagtagtagtag!"));
+    const KeyParameter tag16 = param(PWHW_TAG_TAG, bytes("tagtagtagtagtag!"));
     const KeyParameter tag15 = sized(PWHW_TAG_TAG, 15);
     const KeyParameter tag17 = sized(PWHW_TAG_TAG, 17);
-    const KeyParameter key = bytesParameter(PWHW_TAG_KEY, bytes("key"));
+    const KeyParameter key = param(PWHW_TAG_KEY, bytes("key"));
     const KeyParameter key0 = sized(PWHW_TAG_KEY, 0);
-    const KeyParameter encrypted = bytesParameter(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"));
+    const KeyParameter encrypted = param(PWHW_TAG_ENCRYPTED_KEY, bytes("encrypted"));
     const std::string no_rot = "W object: invalid rot just set 0";
     const std::string no_tag = "E object: invalid tag";
     const std::string no_key = "E object: no key";

@@ -16,8 +16,7 @@ class SigningRequest : public OverFakeKeymaster {
 };
 
 TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
-    const KeyParameter challenge =
-        test::bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
+    const KeyParameter challenge = test::param(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
     KeyParameter asked = {};  // with the value false
     asked.tag = TAG_GENERATE_CSR;
     const struct {

@@ -45,8 +45,8 @@ class SoftKeymasterAnswers : public test::InTempDir {
 
     SoftKeymaster km_{{"root", kPatchLevel, 0, 2}};
     const Bytes key_ = generate(km_, kAesKey).output;
-    const KeyParameter id_ = bytesParameter(Tag::APPLICATION_ID, bytes("client"));
-    const KeyParameter data_ = bytesParameter(Tag::APPLICATION_DATA, bytes("data"));
+    const KeyParameter id_ = param(Tag::APPLICATION_ID, bytes("client"));
+    const KeyParameter data_ = param(Tag::APPLICATION_DATA, bytes("data"));
 };
 
 TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
@@ -75,8 +75,7 @@ TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
         {"MAC 96", Error::OK, generateMac(96)},
         {"MAC 100", Error::UNSUPPORTED_MIN_MAC_LENGTH, generateMac(100)},
         {"MAC 136", Error::UNSUPPORTED_MIN_MAC_LENGTH, generateMac(136)},
-        {"root of trust", Error::INVALID_TAG,
-         generateAes({bytesParameter(Tag::ROOT_OF_TRUST, {1})})},
+        {"root of trust", Error::INVALID_TAG, generateAes({param(Tag::ROOT_OF_TRUST, Bytes{1})})},
         {"EC 384", Error::OK, generateEc(384)},
         {"EC 255", Error::UNSUPPORTED_KEY_SIZE, generateEc(255)},
     });
@@ -94,8 +93,8 @@ TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
 }
 
 TEST_F(SoftKeymasterAnswers, ToBegin) {
-    const KeyParameter nonce = bytesParameter(Tag::NONCE, Bytes(12, 'n'));
-    const KeyParameter odd_nonce = bytesParameter(Tag::NONCE, Bytes(11));
+    const KeyParameter nonce = param(Tag::NONCE, Bytes(12, 'n'));
+    const KeyParameter odd_nonce = param(Tag::NONCE, Bytes(11));
     const Params free = {param(Tag::CALLER_NONCE, 1), param(Tag::MIN_MAC_LENGTH, 96)};
     const Bytes any_nonce = generate(km_, with(kAesKey, free)).output;
     const Bytes encrypts_only =
@@ -140,8 +139,8 @@ TEST_F(SoftKeymasterAnswers, ToBegin) {
     EXPECT_EQ(described(Params{nonce}), described(begun_with_nonce.params));
 
     // Of two entries of associated data the first counts.
-    const KeyParameter first = bytesParameter(Tag::ASSOCIATED_DATA, bytes("first"));
-    const KeyParameter other = bytesParameter(Tag::ASSOCIATED_DATA, bytes("other"));
+    const KeyParameter first = param(Tag::ASSOCIATED_DATA, bytes("first"));
+    const KeyParameter other = param(Tag::ASSOCIATED_DATA, bytes("other"));
     const uint64_t sealing = begun_with_nonce.handle;
     Bytes sealed = update(km_, sealing, {first, other}, bytes("text")).output;
     const Bytes tag = finish(km_, sealing).output;
@@ -152,8 +151,8 @@ TEST_F(SoftKeymasterAnswers, ToBegin) {
 }
 
 TEST_F(SoftKeymasterAnswers, ToUpdateAndFinish) {
-    const Params header = {bytesParameter(Tag::ASSOCIATED_DATA, bytes("h"))};
-    const Params nonce = with(kGcm, {bytesParameter(Tag::NONCE, Bytes(12))});
+    const Params header = {param(Tag::ASSOCIATED_DATA, bytes("h"))};
+    const Params nonce = with(kGcm, {param(Tag::NONCE, Bytes(12))});
     const uint64_t first = test::begin(km_, kEncrypt, key_, kGcm).handle;
     const uint64_t second = test::begin(km_, kDecrypt, key_, nonce).handle;
     // In braces the calls are made in the order in which they stand.
@@ -168,12 +167,12 @@ TEST_F(SoftKeymasterAnswers, ToUpdateAndFinish) {
 }
 
 TEST_F(SoftKeymasterAnswers, ToTheOtherCalls) {
-    const Params asked = {bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge")),
-                          bytesParameter(Tag::ATTESTATION_APPLICATION_ID, bytes("app"))};
+    const Params asked = {param(Tag::ATTESTATION_CHALLENGE, bytes("challenge")),
+                          param(Tag::ATTESTATION_APPLICATION_ID, bytes("app"))};
     const Bytes ec = generate(km_, kEcKey).output;
     Bytes altered = key_;
     altered[5] ^= 1;
-    const Params imei = with(asked, {bytesParameter(Tag::ATTESTATION_ID_IMEI, bytes("1"))});
+    const Params imei = with(asked, {param(Tag::ATTESTATION_ID_IMEI, bytes("1"))});
     const auto exported =
         resultOf([&](auto cb) { return km_.exportKey(KeyFormat::RAW, key_, {}, {}, cb); });
     expectAll({
@@ -193,7 +192,7 @@ TEST_F(SoftKeymasterAnswers, ToAnotherClientThanTheKeys) {
     const auto use = [&](const Params& client) {
         return begun(kEncrypt, bound, with(kGcm, client));
     };
-    const KeyParameter other = bytesParameter(Tag::APPLICATION_ID, bytes("Client"));
+    const KeyParameter other = param(Tag::APPLICATION_ID, bytes("Client"));
     expectAll({
         {"both", Error::OK, use({id_, data_})},
         {"both, characteristics", Error::OK,

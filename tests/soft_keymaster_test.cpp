@@ -22,7 +22,7 @@ using namespace test;
 Result run(Keymaster& km, KeyPurpose purpose, const Bytes& blob, const Params& params, Bytes input,
            const Bytes& associated_data = bytes("header")) {
     Result result = begin(km, purpose, blob, params);
-    Params first = {bytesParameter(Tag::ASSOCIATED_DATA, associated_data)};
+    Params first = {param(Tag::ASSOCIATED_DATA, associated_data)};
     for (; !input.empty(); first.clear()) {
         const Result part = update(km, result.handle, first, input);
         if (part.consumed == 0) {
@@ -128,8 +128,8 @@ zelkm::EvpPkeyPtr publicKey(X509* certificate) {
 }
 
 TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
-    const KeyParameter challenge = bytesParameter(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
-    const KeyParameter app_id = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(128, 0xAA));
+    const KeyParameter challenge = param(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
+    const KeyParameter app_id = param(Tag::ATTESTATION_APPLICATION_ID, Bytes(128, 0xAA));
     const KeyParameter csr = param(TAG_GENERATE_CSR, 1);
     std::vector<std::vector<Bytes>> chains;
     std::set<uint64_t> serials;
@@ -181,7 +181,7 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
     };
     EXPECT_TRUE(holds(chains[0][0], expected));
     // Content of 256 bytes and more has two bytes of length.
-    const KeyParameter longer = bytesParameter(Tag::ATTESTATION_APPLICATION_ID, Bytes(300, 0xAA));
+    const KeyParameter longer = param(Tag::ATTESTATION_APPLICATION_ID, Bytes(300, 0xAA));
     EXPECT_TRUE(holds(attest(km_, newKey(kEcKey), {challenge, longer}).chain.at(0),
                       {0xbf, 0x85, 0x45, 0x82, 1, 0x30, 0x04, 0x82, 1, 0x2c, 0xAA}));
 }
@@ -192,9 +192,9 @@ TEST_F(SoftKeymasterTest, PasswordConversionComesBackOnlyUnchanged) {
     const Bytes material(1000, 'm');
     Params inputs;
     for (const Tag tag : {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4}) {
-        inputs.push_back(bytesParameter(tag, Bytes(3000, uint8_t(tag))));
+        inputs.push_back(param(tag, Bytes(3000, uint8_t(tag))));
     }
-    const KeyParameter key = bytesParameter(PWHW_TAG_ENCRYPTED_KEY, material);
+    const KeyParameter key = param(PWHW_TAG_ENCRYPTED_KEY, material);
     const Result out = begin(km_, kConvert, {}, with(inputs, {key}));
     EXPECT_NE(material, Bytes(out.params.at(0).blob));
 

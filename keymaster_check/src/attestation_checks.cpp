@@ -56,7 +56,7 @@ Answer attest(Context& context, const Params& params) {
         if (!made.ok()) {
             return made;
         }
-        context.attested_key = made.bytes;
+        context.attested_key = made.output;
     }
     return context.caller.attestKey(context.attested_key, params);
 }
@@ -74,9 +74,9 @@ KeyPtr keyOfCertificate(const Bytes& der) {
 std::vector<KeyPtr> attestedPublicKeys(Context& context) {
     std::vector<KeyPtr> keys;
     const Answer exported = context.caller.exportKey(context.attested_key);
-    const uint8_t* at = exported.bytes.data();
+    const uint8_t* at = exported.output.data();
     if (exported.ok()) {
-        keys.emplace_back(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.bytes.size())));
+        keys.emplace_back(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.output.size())));
     }
     if (keys.empty() || keys[0] == nullptr) {
         keys.clear();

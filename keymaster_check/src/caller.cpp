@@ -41,8 +41,8 @@ std::string answerInWords(const Answer& answer) {
     if (answer.consumed != 0) {
         text += ", consumed " + std::to_string(answer.consumed);
     }
-    if (!answer.bytes.empty()) {
-        text += ", " + inWords(answer.bytes.data(), answer.bytes.size());
+    if (!answer.output.empty()) {
+        text += ", " + inWords(answer.output.data(), answer.output.size());
     }
     for (const Bytes& element : answer.chain) {
         text += ", a blob of " + std::to_string(element.size()) + " bytes";
@@ -124,8 +124,7 @@ Answer Caller::send(const char* name, const std::string& arguments, Make make_ca
     if (answer.transport && !answer.arrived) {
         pending->fault("not at all before the call returned");
     }
-    found_no_room_ =
-        found_no_room_ || answer.error == static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS);
+    found_no_room_ = found_no_room_ || answer.error == ErrorCode::TOO_MANY_OPERATIONS;
     calls_.push_back({name + ("(" + arguments + ")"), name + (": " + answerInWords(answer))});
     return answer;
 }
@@ -141,7 +140,7 @@ void Caller::timed(const char* name, Time started) {
 
 Answer Caller::keyMade(const Answer& answer) {
     if (answer.ok()) {
-        own(answer.bytes);
+        own(answer.output);
     }
     return answer;
 }
@@ -190,7 +189,7 @@ Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params
              });
     if (answer.ok()) {
         open_.insert(answer.handle);
-    } else if (answer.arrived && answer.error != static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)) {
+    } else if (answer.arrived && answer.error != ErrorCode::TOO_MANY_OPERATIONS) {
         ++refused_begins_;
     }
     return answer;

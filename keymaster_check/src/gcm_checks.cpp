@@ -20,7 +20,6 @@ namespace {
 
 constexpr size_t kNonceSize = 12;
 constexpr size_t kTagSize = 16;
-constexpr int kVerificationFailed = static_cast<int>(ErrorCode::VERIFICATION_FAILED);
 constexpr size_t kPayload = 100;  // not a multiple of a block
 
 // The outcome when an operation that the requirement builds on does not work at all.
@@ -76,7 +75,7 @@ Outcome judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge j
 
 // The outcome of a decryption that must be refused with -30 from finish; nothing when it is.
 std::optional<Outcome> unlessRefused(Context& context, const std::string& what, const Run& run) {
-    if (run.ended == Run::End::kFinish && run.last.error == kVerificationFailed) {
+    if (run.ended == Run::End::kFinish && run.last.error == ErrorCode::VERIFICATION_FAILED) {
         return std::nullopt;
     }
     return broken(context, what + " is not refused with -30",
@@ -169,7 +168,7 @@ Outcome checkNonceLength(Context& context) {
     if (!run.last.ok()) {
         return broken(context, "no encryption begins", run.consequence());
     }
-    const Params& params = run.last.params;
+    const auto& params = run.last.params;
     const auto count = std::count_if(params.begin(), params.end(),
                                      [](const auto& entry) { return entry.tag == Tag::NONCE; });
     if (count != 1) {
@@ -192,7 +191,7 @@ Outcome checkNonceFresh(Context& context) {
     }
     constexpr size_t kDraws = 300;  // for each key; a counter of 8 bits repeats within them
     const Answer other = context.caller.generateKey(databaseKeyParams());
-    const Bytes keys[] = {context.key, other.ok() ? other.bytes : context.key};
+    const Bytes keys[] = {context.key, other.ok() ? other.output : context.key};
     std::set<Bytes> drawn[2];
     for (size_t draws = 0; draws < 2 * kDraws; ++draws) {
         const size_t which = draws % 2;
@@ -330,7 +329,7 @@ Outcome checkCorrect(Context& context) {
     const Answer imported = context.caller.importKey(databaseKeyParams(), known_key);
     if (imported.ok()) {
         const Bytes payload = samplePayload(kPayload);
-        const Run run = encrypt(context.caller, imported.bytes, payload, associated_data);
+        const Run run = encrypt(context.caller, imported.output, payload, associated_data);
         if (!run.done() ||
             !agree(run.all(), sealWithLibcrypto(known_key, run.nonce, payload, associated_data),
                    kPayload)) {

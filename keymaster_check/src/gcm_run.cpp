@@ -34,11 +34,11 @@ Run runOperation(Caller& caller, KeyPurpose purpose, const Bytes& key, const Par
         }
         first = Params();
         consumed += run.last.consumed;
-        run.from_updates.insert(run.from_updates.end(), run.last.bytes.begin(),
-                                run.last.bytes.end());
+        run.from_updates.insert(run.from_updates.end(), run.last.output.begin(),
+                                run.last.output.end());
     } while (consumed < input.size());
     run.last = caller.finish(handle);
-    run.from_finish = run.last.bytes;
+    run.from_finish = run.last.output;
     run.ended = run.last.ok() ? Run::End::kDone : Run::End::kFinish;
     return run;
 }
@@ -64,16 +64,17 @@ std::string Run::failure() const {
     if (!last.arrived) {
         return call + ": " + last.failure;
     }
-    return last.error != 0 ? call + " returned " + codeInWords(last.error)
-                           : call + " consumed " + std::to_string(last.consumed) + " of " +
-                                 std::to_string(offered) + " bytes";
+    return last.error != ErrorCode::OK ? call + " returned " + codeInWords(last.error)
+                                       : call + " consumed " + std::to_string(last.consumed) +
+                                             " of " + std::to_string(offered) + " bytes";
 }
 
 std::string Run::consequence() const {
     // These answers are lost to the library, which goes on with the one before.
     const bool lost =
         (ended == End::kUpdate && !last.transport) || (ended == End::kFinish && !last.arrived);
-    const std::string code = codeInWords(last.arrived && last.error != 0 ? last.error : -1000);
+    const std::string code = codeInWords(
+        last.arrived && last.error != ErrorCode::OK ? last.error : ErrorCode::UNKNOWN_ERROR);
     if (purpose == KeyPurpose::DECRYPT) {
         return "insertions return 0, but the next start cannot read the store" +
                (lost ? "" : ": " + code);

@@ -10,7 +10,7 @@
 namespace keymaster_check {
 namespace {
 
-constexpr int kInvalidKeyBlob = static_cast<int>(ErrorCode::INVALID_KEY_BLOB);
+constexpr ErrorCode kInvalidKeyBlob = ErrorCode::INVALID_KEY_BLOB;
 constexpr size_t kPayload = 100;
 
 struct Damage {
@@ -65,11 +65,11 @@ Outcome checkKeyGenerate(Context& context) {
         return broken(context, "there is no key",
                       "every insertion is refused with " + codeInWords(answer.error));
     }
-    if (answer.bytes.empty()) {
+    if (answer.output.empty()) {
         return broken(context, "the key's blob is empty",
                       "each insertion makes a key, and keeps none; then what begin returns counts");
     }
-    context.key = answer.bytes;
+    context.key = answer.output;
     return holds(context.caller.sent(), context.caller.answered());
 }
 
@@ -150,16 +150,16 @@ Outcome checkKeyUpgrade(Context& context) {
         return upgraded.arrived ? notOffered(context, upgraded)
                                 : broken(context, "the upgrade of a key fails");
     }
-    if (upgraded.bytes.empty()) {
+    if (upgraded.output.empty()) {
         return holds(context.caller.sent(), "0 without a blob: the key needs no upgrade");
     }
-    if (!context.caller.getKeyCharacteristics(upgraded.bytes).ok()) {
+    if (!context.caller.getKeyCharacteristics(upgraded.output).ok()) {
         return broken(context, "the upgraded key is refused");
     }
-    if (!opens(context, upgraded.bytes, encryption)) {
+    if (!opens(context, upgraded.output, encryption)) {
         return broken(context, "the upgraded key does not open what the key before encrypted");
     }
-    context.key = upgraded.bytes;  // the key before need not work any more
+    context.key = upgraded.output;  // the key before need not work any more
     return holds(context.caller.sent(), "a blob that opens what the one before encrypted");
 }
 

@@ -16,7 +16,7 @@ namespace {
 constexpr char kHead[] = "zelkeymaster_check 1 ";
 constexpr size_t kPayload = 100;
 constexpr size_t kNonces = 64;
-constexpr int kRequiresUpgrade = static_cast<int>(ErrorCode::KEY_REQUIRES_UPGRADE);
+constexpr ErrorCode kRequiresUpgrade = ErrorCode::KEY_REQUIRES_UPGRADE;
 
 std::string line(const Bytes& bytes) {
     std::string text;
@@ -46,13 +46,13 @@ std::string saveKey(Keymaster& keymaster, std::string* failure, const Options& o
     Caller caller(keymaster, options);
     const Answer made = caller.generateKey(databaseKeyParams());
     const Run run =
-        made.ok() ? encrypt(caller, made.bytes, samplePayload(kPayload), sampleAssociatedData())
+        made.ok() ? encrypt(caller, made.output, samplePayload(kPayload), sampleAssociatedData())
                   : Run();
     std::string text = kHead + std::string(keymaster.instanceName().c_str()) + "\n" +
-                       line(made.bytes) + line(run.nonce) + line(run.all());
+                       line(made.output) + line(run.nonce) + line(run.all());
     bool good = run.done() && !run.nonce.empty();
     for (size_t i = 0; i < kNonces && good; ++i) {
-        const Bytes nonce = drawNonce(caller, made.bytes);
+        const Bytes nonce = drawNonce(caller, made.output);
         text += line(nonce);
         good = !nonce.empty();
     }
@@ -60,7 +60,7 @@ std::string saveKey(Keymaster& keymaster, std::string* failure, const Options& o
         *failure = caller.missed().empty() ? caller.answered() : caller.missed();
         return "";
     }
-    caller.disown(made.bytes);
+    caller.disown(made.output);
     return text;
 }
 
@@ -92,11 +92,11 @@ Outcome checkLaterKey(Context& context) {
     const bool upgrade = listed.error == kRequiresUpgrade;
     if (upgrade) {
         const Answer upgraded = caller.upgradeKey(key);
-        if (!upgraded.ok() || upgraded.bytes.empty()) {
+        if (!upgraded.ok() || upgraded.output.empty()) {
             return broken(context, "the upgrade that is asked for fails",
                           "every query is refused, as long as upgradeKey does not work");
         }
-        key = upgraded.bytes;
+        key = upgraded.output;
         listed = caller.getKeyCharacteristics(key);
     }
     if (listed.error == kRequiresUpgrade) {

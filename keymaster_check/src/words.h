@@ -24,5 +24,8 @@ std::string tagInWords(Tag tag);
 
 // E.g. "-33 INVALID_KEY_BLOB".
 std::string codeInWords(int code);
+inline std::string codeInWords(ErrorCode code) {
+    return codeInWords(static_cast<int>(code));
+}
 
 }  // namespace keymaster_check

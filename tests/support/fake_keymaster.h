@@ -6,6 +6,7 @@
 #pragma once
 
 #include <hardware/keymaster_defs.h>
+#include <keymaster_check/client.h>
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <cstdint>
@@ -27,6 +28,7 @@ using android::hardware::Return;
 using android::hardware::Status;
 using android::hardware::Void;
 using namespace android::hardware::keymaster::V4_0;
+using keymaster_check::param;
 
 // How an answer reaches the library. The callback may never run although the call succeeds, and the
 // call may fail before or after the callback.
@@ -60,13 +62,6 @@ inline Answer answered(Bytes output) {
 inline Answer delivered(Delivery delivery, Answer answer = {}) {
     answer.delivery = delivery;
     return answer;
-}
-
-inline KeyParameter bytesParameter(Tag tag, const Bytes& bytes) {
-    KeyParameter param = {};
-    param.tag = tag;
-    param.blob = bytes;
-    return param;
 }
 
 inline std::string hexadecimal(uint64_t value) {

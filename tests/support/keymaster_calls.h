@@ -18,25 +18,14 @@ namespace test {
 using soft_keymaster::Keymaster;
 using Error = ErrorCode;
 using Params = std::vector<KeyParameter>;
+using Result = keymaster_check::Answer;
 
 inline constexpr uint32_t kPatchLevel = 202601;
 inline constexpr size_t kTagSize = 16;
 inline constexpr auto kEncrypt = KeyPurpose::ENCRYPT;
 inline constexpr auto kDecrypt = KeyPurpose::DECRYPT;
 
-template <typename Value>
-KeyParameter param(Tag tag, Value value) {
-    KeyParameter result = {};
-    result.tag = tag;
-    result.f.longInteger = static_cast<uint64_t>(value);
-    return result;
-}
-
-inline const Params kAesKey = {
-    param(Tag::ALGORITHM, Algorithm::AES),  param(Tag::KEY_SIZE, 256),
-    param(Tag::BLOCK_MODE, BlockMode::GCM), param(Tag::PADDING, PaddingMode::NONE),
-    param(Tag::PURPOSE, kEncrypt),          param(Tag::PURPOSE, kDecrypt),
-    param(Tag::MIN_MAC_LENGTH, 128)};
+inline const Params kAesKey = keymaster_check::databaseKeyParams();
 // Values out of order, and one whose top bit is set.
 inline const Params kEcKey = {
     param(Tag::PURPOSE, KeyPurpose::VERIFY), param(Tag::PURPOSE, KeyPurpose::SIGN),
@@ -44,8 +33,7 @@ inline const Params kEcKey = {
     param(Tag::CREATION_DATETIME, 0x80),     param(Tag::ALGORITHM, Algorithm::EC)};
 inline const Params kRsaKey = {param(Tag::ALGORITHM, Algorithm::RSA), param(Tag::KEY_SIZE, 2048),
                                param(Tag::RSA_PUBLIC_EXPONENT, 65537)};
-inline const Params kGcm = {param(Tag::BLOCK_MODE, BlockMode::GCM),
-                            param(Tag::PADDING, PaddingMode::NONE), param(Tag::MAC_LENGTH, 128)};
+inline const Params kGcm = keymaster_check::gcmParams();
 
 // `params` with the entries of `changes` in place of those with the same tags.
 inline Params with(Params params, const Params& changes) {
@@ -57,30 +45,13 @@ inline Params with(Params params, const Params& changes) {
     return params;
 }
 
-// The answer to a call, as far as the call has these parts.
-struct Result {
-    void put(ErrorCode value) { error = value; }
-    void put(const hidl_vec<uint8_t>& value) { output = value; }
-    void put(const hidl_vec<KeyParameter>& value) { params = value; }
-    void put(const hidl_vec<hidl_vec<uint8_t>>& value) { chain.assign(value.begin(), value.end()); }
-    void put(const KeyCharacteristics& value) { params = value.softwareEnforced; }
-    void put(uint64_t value) { handle = value; }
-    void put(uint32_t value) { consumed = value; }
-
-    bool transport = false;
-    ErrorCode error = Error::VERSION_MISMATCH;  // the callback never ran
-    Bytes output;
-    Params params;
-    std::vector<Bytes> chain;
-    uint64_t handle = 0;
-    uint32_t consumed = 0;
-};
-
-// Runs `call` with a callback that takes the arguments of any call.
-template <typename Function>
-Result resultOf(Function call) {
-    Result result;
-    result.transport = call([&](const auto&... values) { (result.put(values), ...); }).isOk();
+// Runs `make` with a callback for any call. The parameters of a key are its characteristics.
+template <typename Make>
+Result resultOf(Make make) {
+    Result result = keymaster_check::call(make);
+    if (result.params.size() == 0) {
+        result.params = result.characteristics.softwareEnforced;
+    }
     return result;
 }
 

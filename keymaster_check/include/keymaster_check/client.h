@@ -5,7 +5,7 @@
 //
 //     const Params params = {param(Tag::ALGORITHM, Algorithm::AES), param(Tag::KEY_SIZE, 256)};
 //     const Answer made = call([&](auto cb) { return keymaster.generateKey(params, cb); });
-//     if (made.ok()) { use(made.bytes); }
+//     if (made.ok()) { use(made.output); }
 
 #pragma once
 
@@ -73,18 +73,18 @@ inline Bytes bytesOf(const Params& params, Tag tag) {
 
 // What a call brought. Members that the call does not have are empty.
 struct Answer {
-    bool transport = true;  // the call itself succeeded
-    bool arrived = false;   // and its callback ran before it returned
-    int error = -1000;      // -1000 also when nothing arrived
-    std::string failure;    // why nothing arrived
-    Bytes bytes;            // a key blob, or output
-    Params params;
+    bool transport = true;                       // the call itself succeeded
+    bool arrived = false;                        // and its callback ran before it returned
+    ErrorCode error = ErrorCode::UNKNOWN_ERROR;  // also when nothing arrived
+    std::string failure;                         // why nothing arrived
+    Bytes output;                                // of an operation; a key blob; exported material
+    std::vector<KeyParameter> params;
     uint64_t handle = 0;
     uint32_t consumed = 0;
     std::vector<Bytes> chain;
     KeyCharacteristics characteristics;
 
-    bool ok() const { return arrived && error == 0; }
+    bool ok() const { return arrived && error == ErrorCode::OK; }
 
     // For the callback.
     template <typename... Values>
@@ -104,11 +104,11 @@ struct Answer {
     }
 
   private:
-    void put(ErrorCode value) { error = static_cast<int>(value); }
+    void put(ErrorCode value) { error = value; }
     void put(uint64_t value) { handle = value; }
     void put(uint32_t value) { consumed = value; }
-    void put(const android::hardware::hidl_vec<uint8_t>& value) { bytes = value; }
-    void put(const Params& value) { params = value; }
+    void put(const android::hardware::hidl_vec<uint8_t>& value) { output = value; }
+    void put(const Params& value) { params.assign(value.begin(), value.end()); }
     void put(const KeyCharacteristics& value) { characteristics = value; }
     void put(const android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>>& value) {
         chain.assign(value.begin(), value.end());
