@@ -67,6 +67,9 @@ Outcome checkRefused(Context& context) {
     };
     for (const auto& kind : kRefused) {
         const bool converts = kind.blob.empty();
+        if (converts && !context.options.password) {
+            continue;
+        }
         for (size_t i = 0; i < kRefusals; ++i) {
             context.caller.startCase();
             const Answer answer = context.caller.begin(kind.purpose, kind.blob,
