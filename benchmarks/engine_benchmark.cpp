@@ -20,8 +20,6 @@
 namespace bench {
 namespace {
 
-constexpr const char* kColumns[SDB_NUM_COLUMNS] = {"ALIAS",    "CREATOR",     "ADMIN",
-                                                   "ACCESSOR", "CREATOR_UID", "PRIV_ACC"};
 constexpr char kSelectAll[] = "SELECT (ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC)";
 
 std::string quoted(const std::string& value) {
@@ -35,7 +33,7 @@ std::string insertText(const Row& row) {
     for (size_t i = 0; i < row.size(); ++i) {
         if (!row[i].empty()) {
             const char* separator = columns.empty() ? "" : ",";
-            columns += separator + std::string(kColumns[i]);
+            columns += separator + std::string(column_schema[i].name);
             values += separator + quoted(row[i]);
         }
     }

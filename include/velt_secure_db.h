@@ -34,10 +34,20 @@
 extern "C" {
 #endif
 
+// The columns, in the order of rows, stores and column_schema.
 enum {
-    SDB_NUM_COLUMNS = 6,     // columns of every row
-    SDB_MAX_TOKENS = 6,      // items of one list in a command
-    SDB_MAX_CONDITIONS = 6,  // conditions of one WHERE clause; further ones are ignored
+    SDB_ALIAS = 0,
+    SDB_CREATOR,
+    SDB_ADMIN,
+    SDB_ACCESSOR,
+    SDB_CREATOR_UID,
+    SDB_PRIV_ACC,
+    SDB_NUM_COLUMNS
+};
+
+enum {
+    SDB_MAX_TOKENS = SDB_NUM_COLUMNS,  // items of one list in a command
+    SDB_MAX_CONDITIONS = 6,            // conditions of one WHERE clause; further ones are ignored
     SDB_NUM_COMMANDS = 4,
     SDB_IV_LEN = 12,   // GCM nonce in the store header
     SDB_TAG_LEN = 16,  // GCM tag in the store header

@@ -16,7 +16,6 @@ namespace {
 
 constexpr char kFieldEnd = 0x1E;
 constexpr char kRowEnd = '\n';
-constexpr size_t kMaxConditions = 6;  // the store ignores further ones
 
 struct ForbiddenByte {
     char byte;
@@ -141,8 +140,9 @@ Condition parseCondition(std::string_view text) {
 
 void checkConditions(const std::vector<Condition>& conditions, bool careless,
                      bool star_is_careless) {
-    if (conditions.size() > kMaxConditions) {
-        throw WrongUsage("more than 6 conditions: the store would ignore the rest");
+    if (conditions.size() > SDB_MAX_CONDITIONS) {
+        throw WrongUsage("more than " + std::to_string(SDB_MAX_CONDITIONS) +
+                         " conditions: the store would ignore the rest");
     }
     for (size_t i = 0; i < conditions.size(); ++i) {
         const Condition& condition = conditions[i];

@@ -12,11 +12,14 @@
 #include <string_view>
 #include <vector>
 
+#include "velt_secure_db.h"
+
 namespace zelkm_tool {
 
 // In the order of a stored row.
-inline constexpr std::array<std::string_view, 6> kColumnNames = {
+inline constexpr std::array<std::string_view, SDB_NUM_COLUMNS> kColumnNames = {
     "ALIAS", "CREATOR", "ADMIN", "ACCESSOR", "CREATOR_UID", "PRIV_ACC"};
+static_assert(!kColumnNames.back().empty(), "a column of the library has no name here");
 
 inline constexpr char kPrivileged[] = "1";  // what the library writes to PRIV_ACC
 

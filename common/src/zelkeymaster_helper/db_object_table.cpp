@@ -8,9 +8,6 @@
 namespace zelkm {
 namespace {
 
-constexpr uint8_t kAliasColumn = 0;
-constexpr uint8_t kAccessorColumn = 3;
-
 constexpr size_t kFewestLists = 8;
 
 // FNV-1a.
@@ -23,12 +20,12 @@ uint32_t hashOf(const uint8_t* data, uint32_t len) {
 }
 
 uint32_t aliasHash(const db_row& row) {
-    const db_column_value_t& alias = row.col[kAliasColumn];
+    const db_column_value_t& alias = row.col[SDB_ALIAS];
     return hashOf(alias.data, alias.len);
 }
 
 NumberRange accessorsOf(const db_row& row) {
-    const db_column_value_t& accessors = row.col[kAccessorColumn];
+    const db_column_value_t& accessors = row.col[SDB_ACCESSOR];
     return rangeOfList(accessors.data, accessors.len);
 }
 
@@ -125,9 +122,9 @@ ObjectTable::Filter ObjectTable::makeFilter(const ConditionSet& conditions) {
     const Subject* accessor = nullptr;
     for (uint32_t i = 0; i < conditions.count; ++i) {
         const Condition& condition = conditions.conditions[i];
-        if (condition.column == kAliasColumn && !condition.subject.any) {
+        if (condition.column == SDB_ALIAS && !condition.subject.any) {
             alias = &condition.subject;
-        } else if (condition.column == kAccessorColumn && condition.subject.isNumber()) {
+        } else if (condition.column == SDB_ACCESSOR && condition.subject.isNumber()) {
             accessor = &condition.subject;
         }
     }

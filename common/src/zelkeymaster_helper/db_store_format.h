@@ -84,14 +84,23 @@ class PayloadReader {
 
 // The columns of a text, in order.
 struct ColumnList {
-    uint8_t columns[SDB_NUM_COLUMNS];
+    uint8_t columns[SDB_MAX_TOKENS];
     uint32_t count;
 
     const uint8_t* begin() const { return columns; }
     const uint8_t* end() const { return columns + count; }
 };
 
-inline constexpr ColumnList kAllColumns = {{0, 1, 2, 3, 4, 5}, SDB_NUM_COLUMNS};
+constexpr ColumnList allColumns() {
+    ColumnList all = {};
+    while (all.count < SDB_NUM_COLUMNS) {
+        all.columns[all.count] = static_cast<uint8_t>(all.count);
+        ++all.count;
+    }
+    return all;
+}
+
+inline constexpr ColumnList kAllColumns = allColumns();
 
 // The length of a row's text, and the text itself: the values of the columns, each followed by the
 // separator of version 1.1, and a line feed. Returns the address after it.

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "text_pieces.h"
+#include "velt_secure_db.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ constexpr char kQuote[] = "\x1F";
 
 // As many as the store has columns. Lists with room for these never move their values, which would
 // leave copies of short ones behind.
-constexpr size_t kUsualColumns = 6;
+constexpr size_t kUsualColumns = SDB_NUM_COLUMNS;
 
 void wipe(std::string* text) {
     text->resize(text->capacity());  // bytes of a short text stay behind its end
@@ -57,12 +58,12 @@ void put(std::vector<std::string>& columns, std::vector<std::string>& values,
 }  // namespace
 
 SODOperationParam::SODOperationParam()
-    : mAliasName("ALIAS"),
-      mCreatorName("CREATOR"),
-      mAdminName("ADMIN"),
-      mAccessorName("ACCESSOR"),
-      mCreatorUidName("CREATOR_UID"),
-      mPrivAccName("PRIV_ACC"),
+    : mAliasName(column_schema[SDB_ALIAS].name),
+      mCreatorName(column_schema[SDB_CREATOR].name),
+      mAdminName(column_schema[SDB_ADMIN].name),
+      mAccessorName(column_schema[SDB_ACCESSOR].name),
+      mCreatorUidName(column_schema[SDB_CREATOR_UID].name),
+      mPrivAccName(column_schema[SDB_PRIV_ACC].name),
       mPrivAccValue("1") {}
 
 SODOperationParam& SODOperationParam::setColumn(std::string& column, std::string& value) {

@@ -313,7 +313,7 @@ int update_handler(db_parsed_tokens_t* columns, db_parsed_tokens_t* values,
     if (!listsMatch(*columns, *values)) {
         return ZELKM_SYNTAX_ERROR;
     }
-    uint8_t targets[SDB_NUM_COLUMNS];
+    uint8_t targets[SDB_MAX_TOKENS];
     for (uint32_t i = 0; i < columns->count; ++i) {
         targets[i] = findColumnByPrefix(columns->tokens[i]);
     }
