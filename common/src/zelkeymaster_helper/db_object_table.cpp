@@ -40,7 +40,10 @@ void ObjectTable::append(db_row* row) {
         value_lens_[i] += row->col[i].len;
     }
     if (index_.size() != 0 && !follow(row)) {
-        dropDerived();
+        dropIndex();
+    }
+    if (text_.size() != 0 && !addToText(*row)) {
+        text_.release();
     }
 }
 
@@ -69,10 +72,14 @@ uint32_t ObjectTable::remove(const ConditionSet& conditions) {
         release(entry.row);
         entry.row = nullptr;
     };
+    if (text_.size() != 0) {
+        makeIndex();  // which knows where the text of each row is
+    }
     if (forEachMatchingEntry(conditions, removeEntry)) {
         closeGaps(count - table_.count);
         return count - table_.count;
     }
+    text_.release();
     table_.tail = nullptr;
     for (db_row** link = &table_.head; *link != nullptr;) {
         db_row* row = *link;
@@ -190,7 +197,7 @@ void ObjectTable::closeGaps(uint32_t removed) {
         text_.resize(text_.size() - (from - to));
     }
     if (index_.size() > 2 * size_t{table_.count} + kFewestLists && !relink()) {
-        dropDerived();
+        dropIndex();
     }
 }
 
@@ -203,7 +210,7 @@ bool ObjectTable::makeIndex() {
         made = addToIndex(row);
     }
     if (!made || !link()) {
-        dropDerived();
+        dropIndex();
     }
     return index_.size() != 0;
 }
@@ -267,7 +274,7 @@ uint32_t& ObjectTable::listOf(uint32_t hash) const {
 
 bool ObjectTable::makeText() {
     const size_t len = textLen(kAllColumns);
-    if (len == 0 || !makeIndex() || !text_.reserve(len)) {
+    if (len == 0 || !text_.reserve(len)) {
         return false;
     }
     writeRows(kAllColumns, text_.data());
@@ -275,18 +282,20 @@ bool ObjectTable::makeText() {
     return true;
 }
 
-// Adds the last row to the index, and to the text when there is one. False when out of memory.
+bool ObjectTable::addToText(const db_row& row) {
+    const size_t len = encodedLen(row, kAllColumns);
+    if (!text_.reserve(len)) {
+        return false;
+    }
+    encodeRow(row, kAllColumns, text_.end());
+    text_.resize(text_.size() + len);
+    return true;
+}
+
+// Lets the index, which there is, follow a row that was appended. False when out of memory.
 bool ObjectTable::follow(db_row* row) {
     if (!addToIndex(row)) {
         return false;
-    }
-    if (text_.size() != 0) {
-        const size_t len = index_[index_.size() - 1].text_len;
-        if (!text_.reserve(len)) {
-            return false;
-        }
-        encodeRow(*row, kAllColumns, text_.end());
-        text_.resize(text_.size() + len);
     }
     if (index_.size() > 2 * lists_.size()) {
         return relink();
@@ -301,10 +310,14 @@ bool ObjectTable::follow(db_row* row) {
     return true;
 }
 
-void ObjectTable::dropDerived() {
+void ObjectTable::dropIndex() {
     index_.release();
     lists_.release();
     has_accessors_ = false;
+}
+
+void ObjectTable::dropDerived() {
+    dropIndex();
     text_.release();
 }
 

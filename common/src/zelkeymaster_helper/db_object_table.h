@@ -134,7 +134,9 @@ class ObjectTable {
     bool link();
     uint32_t& listOf(uint32_t hash) const;
     bool makeText();
+    bool addToText(const db_row& row);
     bool follow(db_row* row);
+    void dropIndex();
     void dropDerived();
 
     db_table_t table_ = {};
@@ -146,7 +148,7 @@ class ObjectTable {
     GrowingArray<uint32_t> lists_;  // the first entry of each, or kNone
     bool has_accessors_ = false;    // once a condition has asked for them
 
-    GrowingArray<uint8_t> text_;  // empty when it is not made; needs the index
+    GrowingArray<uint8_t> text_;  // empty when it is not made
 };
 
 }  // namespace zelkm
