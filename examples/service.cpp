@@ -84,6 +84,10 @@ bool refuses(Device& device) {
 }  // namespace
 
 int main() {
+    if (!content("edbk").empty()) {
+        std::printf("run it in a new directory: there is a store in this one\n");
+        return 1;
+    }
     live("four callers at once", [](Device& device) {
         std::vector<std::thread> callers;
         std::vector<int> failures(4);

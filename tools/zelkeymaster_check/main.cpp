@@ -31,8 +31,8 @@ Each requirement is tried, and what does not hold is shown with what follows
 from it. Nothing is left behind: the keys that the check makes are deleted, and
 so is its directory under TMPDIR.
 
-  --list                 print the name of each keymaster, and what it says about
-                         itself; the most secure one comes first
+  --list                 print the name of each keymaster and what it says about
+                         itself, the most secure first
   --name NAME            check the keymaster of this name; without the option,
                          the first of the list
   --json                 print one JSON object instead of lines
