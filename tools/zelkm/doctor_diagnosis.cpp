@@ -185,7 +185,7 @@ class StoreDoctor {
 
     bool needsKey() const {
         return std::any_of(
-            diagnosis_.readings.begin(), diagnosis_.readings.end(), [this](const auto& entry) {
+            diagnosis_.readings.begin(), diagnosis_.readings.end(), [](const auto& entry) {
                 const StoreReading& r = entry.second;
                 return r.state != StoreReading::kDead && (!r.reads() || !r.key.empty());
             });
