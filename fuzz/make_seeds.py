@@ -179,6 +179,7 @@ def directory_seeds():
     yield "answer_lost", root + files((STORE, store(ROWS, 1, flags=1)), (KEY, key), (DIGEST, bytes(32)))
     yield "encrypted", root + files((STORE, encrypted), (TMP, encrypted[:60]), (KEY, key), (ERROR_FILE, log + b"no tag\n"))
     yield "disguised", files((STORE, base64.b64encode(store(ROWS, 1))), (KEY, key.hex().encode()))
+    yield "odd_magic", files((STORE, store(ROWS, 1, b"SOB\xc5\x9b\x1b       ", flags=1) + b"x"))
     yield "elsewhere", files((COPY, encrypted), (ODD, b"PK\3\4"), (STORE, b""), (DIGEST, b"x"))
 
 

@@ -32,17 +32,17 @@ std::string timeOf(const struct stat& status) {
     return text;
 }
 
-// What a file is; empty when there is nothing to say.
+// What a file is, escaped: the words may quote it. Empty when there is nothing to say.
 std::string about(const Report& report, const std::string& name) {
     const auto store = report.diagnosis.readings.find(name);
     if (store != report.diagnosis.readings.end()) {
-        return store->second.words;
+        return escape(store->second.words);
     }
     const FileEvidence& file = report.evidence.files.at(name);
     const std::string key = keyOfDigest(report.evidence.storeFiles());
     return !file.problem.empty()                    ? "could not be read"
            : name == kKeyDigestFile && !key.empty() ? "is the digest of " + key
-                                                    : file.about;
+                                                    : escape(file.about);
 }
 
 const char* inWords(Verdict verdict) {
@@ -52,7 +52,7 @@ const char* inWords(Verdict verdict) {
 }
 
 std::string inWords(const Change& change) {
-    return (change.content ? "replace " : "remove ") + change.file + ": " + change.why;
+    return (change.content ? "replace " : "remove ") + change.file + ": " + escape(change.why);
 }
 
 void printFinding(std::ostream& out, const Finding& finding) {
@@ -88,7 +88,7 @@ Json changesJson(const std::vector<Change>& changes) {
     for (const Change& change : changes) {
         array.push_back({{"file", change.file},
                          {"action", change.content ? "replace" : "remove"},
-                         {"why", change.why}});
+                         {"why", utf8(change.why)}});
     }
     return array;
 }
