@@ -214,4 +214,75 @@ TEST_F(ZelkmAsRoot, FollowsNoLinkThatIsSwappedIn) {
     }
 }
 
+TEST_F(ZelkmAsRoot, WritesAndReadsOnlyWhatTheOwnerCould) {
+    const fs::path roots = fs::absolute("roots");
+    const std::vector<std::vector<std::string>> commands = {
+        {"add", "--alias", "n", "--creator", "c"},
+        {"import", "more.csv"},
+        {"remove", "--where", "ALIAS=k1"},
+        {"query", "INSERT (ALIAS) VALUE (q)"},
+        {"list", "--patch-level", "203001", "--upgrade"},
+        {"csr", "--out", "s/request"}};
+    write("more.csv", "ALIAS,CREATOR\nx,y\n");
+    for (int round = 0; round < 60; ++round) {
+        put(start_);
+        give();
+        std::atomic<bool> stop = false;
+        std::thread attacker([&] {
+            std::error_code ignored;
+            while (!stop) {
+                for (const char* name : {"secure_objects.db.tmp", "edbk.tmp", "edbk_digest.tmp"}) {
+                    fs::create_symlink(roots / "file", "link", ignored);
+                    fs::rename("link", fs::path("s") / name, ignored);
+                }
+                for (const auto& entry : fs::directory_iterator("s", ignored)) {
+                    if (entry.path().filename().string().rfind("request", 0) == 0) {
+                        write("bait", "");
+                        ::chown("bait", kOwner, 0);
+                        fs::rename("bait", entry.path(), ignored);
+                    }
+                }
+            }
+        });
+        run(commands[static_cast<size_t>(round) % commands.size()]);
+        stop = true;
+        attacker.join();
+        expectUntouched();
+        for (const auto& entry : fs::directory_iterator("s")) {
+            struct stat status = {};
+            ASSERT_EQ(0, ::lstat(entry.path().c_str(), &status));
+            const bool request = entry.path().filename().string().rfind("request", 0) == 0;
+            EXPECT_TRUE(status.st_uid == kOwner || entry.is_symlink() || request) << entry.path();
+            EXPECT_TRUE(!request || status.st_uid == 0 || status.st_size == 0) << entry.path();
+        }
+    }
+}
+
+TEST_F(ZelkmAsRoot, TakesNoRightsOfOthersAndFollowsNoLinkOfTheirs) {
+    constexpr gid_t kShadow = 42;
+    give();
+    write("s/zelko_err.txt", "0nly for shadow");
+    ::chown("s/zelko_err.txt", 0, kShadow);
+    ::chmod("s/zelko_err.txt", 0640);
+    ::chown("s", kOwner, kShadow);
+    const Outcome info = run({"info"});
+    EXPECT_NE(info.out.find("zelko_err.txt: unreadable"), info.out.npos) << info.out;
+    EXPECT_EQ(info.out.find("0nly"), info.out.npos);
+    fs::remove("s/zelko_err.txt");
+    EXPECT_EQ(done({"aliases"}), kBoth);
+    ::chmod("s", 02775);
+    EXPECT_TRUE(run({"aliases"}).says("its group may change it"));
+
+    fs::create_directory("mine");
+    fs::create_symlink("mine", "link");
+    for (const std::string path : {"link", "link/", "link/."}) {
+        EXPECT_EQ(done({"aliases", "--dir=" + path}), "");
+        ::lchown("link", kOwner, 0);
+        for (const std::string command : {"aliases", "info", "doctor"}) {
+            EXPECT_TRUE(run({command, "--dir=" + path}).says("is a link of another user")) << path;
+        }
+        ::lchown("link", 0, 0);
+    }
+}
+
 }  // namespace

@@ -206,6 +206,39 @@ TEST_F(ZelkmTool, ExitStatusTellsUsageFromRefusal) {
     }
 }
 
+// Names, arguments and values reach people, but never as orders: ESC, C1, and what turns the
+// direction of writing.
+TEST_F(ZelkmTool, GivesNoOrdersToTerminals) {
+    const std::string name = "n\x1b[1m\xc2\x9b\xe2\x80\xae";
+    add(name, "c");
+    write(name + ".json", "[{\"" + name + "\": 1}]");
+    const std::vector<std::string> commands[] = {
+        {"list"},
+        {"list", "--json"},
+        {"show", "c::" + name},
+        {"aliases"},
+        {"info", "none" + name},
+        {"explain", name},
+        {"verify-chain", name},
+        {"import", name},
+        {"import", name + ".json"},
+        {"list", "--wait", name},
+        {name},
+        {"csr", "--out", name + "/x"},
+        {"wrap", "--out", name},
+        {"doctor", name},
+        {"attest", "--out-dir", name},
+        {"list", "--dir=" + name + "\nzelkm: all is well"}};
+    for (const auto& command : commands) {
+        const Outcome outcome = run(command);
+        const std::string all = outcome.out + outcome.err;
+        EXPECT_NE(all, "");
+        for (const char* order : {"\x1b", "\x9b", "\xe2\x80\xae", "\nzelkm: all"}) {
+            EXPECT_EQ(all.find(order), all.npos) << command[0] << ": " << all;
+        }
+    }
+}
+
 TEST_F(ZelkmTool, InfoReadsAnyBytes) {
     const std::string row = kRow;
     const std::pair<std::string, std::string> cases[] = {

@@ -18,6 +18,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
+#include "output.h"
 #include "pem.h"
 #include "result_text.h"
 #include "store_values.h"
@@ -68,7 +69,7 @@ std::string subjectOf(const X509Ptr& certificate) {
 
 std::string describe(const std::vector<Element>& chain, size_t index) {
     const X509Ptr certificate = parse(chain[index].der);
-    return "certificate " + std::to_string(index + 1) + " (" + chain[index].source +
+    return "certificate " + std::to_string(index + 1) + " (" + escape(chain[index].source) +
            (certificate ? ", subject \"" + escape(subjectOf(certificate)) + "\"" : "") + ")";
 }
 
@@ -146,7 +147,7 @@ void printChain(const std::vector<Element>& chain, int result, const std::string
              {"subject", certificate ? escape(subjectOf(certificate)) : ""},
              {"sha256", hex(sha256(element.der))}});
     }
-    std::cout << json.dump(2) << '\n';
+    std::cout << jsonText(json.dump(2)) << '\n';
 }
 
 void verifyChain(const VerifyChainOptions& options) {
@@ -162,8 +163,7 @@ void verifyChain(const VerifyChainOptions& options) {
         printChain(chain, result, reason);
     }
     if (result != ZELKM_OK) {
-        throw Refused((reason.empty() ? "chain refused" : reason) +
-                      "\nzelkm: " + resultText(result));
+        throw Refused((reason.empty() ? "chain refused" : reason) + "; " + resultText(result));
     }
     if (!options.json) {
         std::cout << "a path leads from certificate " << (options.separate_first ? 2 : 1)

@@ -27,16 +27,25 @@ struct WrongUsage : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Prints a failure as one line, whatever names it has in it.
+inline void printFailure(const std::exception& error) {
+    std::string text = error.what();
+    for (size_t at; (at = text.find('\n')) != text.npos;) {
+        text.replace(at, 1, "\\x0a");
+    }
+    std::cerr << "zelkm: " << text << '\n';
+}
+
 // Runs a command, and returns its exit status. Prints the text of a failure on standard error.
 template <typename Command>
 int exitStatusOf(Command command) {
     try {
         return command();
     } catch (const WrongUsage& error) {
-        std::cerr << "zelkm: " << error.what() << '\n';
+        printFailure(error);
         return kExitWrongUsage;
     } catch (const std::exception& error) {
-        std::cerr << "zelkm: " << error.what() << '\n';
+        printFailure(error);
         return kExitRefused;
     }
 }

@@ -223,7 +223,7 @@ void printInfo(const Directory& directory, bool json) {
             object["files"].push_back(fileJson(name, evidence));
         }
     }
-    std::cout << object.dump(2) << '\n';
+    std::cout << jsonText(object.dump(2)) << '\n';
 }
 
 }  // namespace zelkm_tool

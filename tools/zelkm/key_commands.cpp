@@ -16,6 +16,7 @@
 #include "fresh_file.h"
 #include "pem.h"
 #include "result_text.h"
+#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
@@ -170,7 +171,7 @@ void attestKey(const SessionOptions& session_options, const AttestOptions& optio
         const std::string name = "cert-" + std::to_string(i + 1) + (options.der ? ".der" : ".pem");
         outputs.addIn(folder, name, out_dir / name, Access::kEverybody);
         contents.push_back(encoded(chain[i], "CERTIFICATE", options.der));
-        std::cout << (out_dir / name).string() << '\n';
+        std::cout << escape((out_dir / name).string()) << '\n';
     }
     outputs.commit(contents);
     if (!existing) {

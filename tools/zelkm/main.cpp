@@ -18,6 +18,7 @@
 #include "generated_pages.h"
 #include "help_text.h"
 #include "log_capture.h"
+#include "shown_text.h"
 #include "store_values.h"
 
 namespace {
@@ -191,5 +192,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     captureLog();
+    const ShownText shown(std::cout);
+    const ShownText shown_errors(std::cerr);
     return exitStatusOf([&] { return run(argc, argv); });
 }

@@ -12,9 +12,11 @@
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <ostream>
+#include <sstream>
 
 #include "bytes.h"
 #include "display_width.h"
+#include "files.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -52,6 +54,19 @@ void printCsvLine(std::ostream& out, const std::vector<std::string>& values) {
     out << "\r\n";
 }
 
+// A terminal would obey the values; everything else gets them as they are.
+void printCsv(const Table& table) {
+    std::ostringstream csv;
+    printCsv(csv, table);
+    std::string text = csv.str();
+    std::cout.flush();
+    if (::isatty(STDOUT_FILENO) == 0) {
+        return writeAll(STDOUT_FILENO, text, "standard output");
+    }
+    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+    std::cout << text;
+}
+
 // The widest that a column may be so that lines fit. Never so narrow that nothing could be read.
 size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
     size_t limit = *std::max_element(widths.begin(), widths.end());
@@ -65,23 +80,29 @@ size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
     return std::max(limit, kMinLimit);
 }
 
-// Escapes DEL and U+0080 to U+009F in a JSON text, which the JSON library leaves as they are. They
-// can stand only inside strings.
-std::string withoutControls(const std::string& json) {
+}  // namespace
+
+std::string jsonText(std::string_view json) {
     std::string text;
-    for (size_t i = 0; i < json.size(); ++i) {
-        const bool two = json[i] == '\xC2' && static_cast<unsigned char>(json[i + 1]) < 0xA0;
-        if (two || json[i] == '\x7F') {
-            i += two ? 1 : 0;
-            text += "\\u00" + hex({&json[i], 1});
-        } else {
-            text += json[i];
+    while (!json.empty()) {
+        const size_t shown_len = json[0] == '\n' ? 1 : shownLength(json);
+        if (shown_len != 0) {
+            text += json.substr(0, shown_len);
+            json.remove_prefix(shown_len);
+            continue;
         }
+        // DEL, or a character of two or three bytes.
+        const size_t len = std::max<size_t>(utf8Length(json), 1);
+        unsigned code = static_cast<unsigned char>(json[0]) & (len == 1 ? 0x7F : 0xFF >> (len + 1));
+        for (const char byte : json.substr(1, len - 1)) {
+            code = code << 6 | (static_cast<unsigned char>(byte) & 0x3F);
+        }
+        const char bytes[] = {static_cast<char>(code >> 8), static_cast<char>(code)};
+        text += "\\u" + hex({bytes, 2});
+        json.remove_prefix(len);
     }
     return text;
 }
-
-}  // namespace
 
 size_t terminalWidth() {
     winsize size = {};
@@ -97,7 +118,7 @@ void print(const Table& table, Format format) {
         case Format::kJson:
             return printJson(std::cout, table);
         case Format::kCsv:
-            return printCsv(std::cout, table);
+            return printCsv(table);
         case Format::kCount:
             std::cout << table.rows.size() << '\n';
     }
@@ -138,7 +159,7 @@ void printJson(std::ostream& out, const Table& table) {
         }
         objects.push_back(std::move(object));
     }
-    out << withoutControls(objects.dump(2)) << '\n';
+    out << jsonText(objects.dump(2)) << '\n';
 }
 
 void printCsv(std::ostream& out, const Table& table) {

@@ -7,6 +7,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zelkm_tool {
@@ -18,7 +19,7 @@ struct Table {
 
 enum class Format { kTable, kJson, kCsv, kCount };
 
-// Prints rows on standard output; a table is made to fit a terminal.
+// Prints rows on standard output; a table is made to fit a terminal, and CSV harmless to it.
 void print(const Table& table, Format format);
 
 // The width of standard output in columns; 0 when it is no terminal.
@@ -34,5 +35,9 @@ void printJson(std::ostream& out, const Table& table);
 
 // Prints CSV (RFC 4180): a header line, lines that end in CR LF, values as their bytes.
 void printCsv(std::ostream& out, const Table& table);
+
+// A JSON text in which the characters that a terminal would obey are escaped, which the JSON
+// library leaves as they are. They can stand only inside strings.
+std::string jsonText(std::string_view json);
 
 }  // namespace zelkm_tool

@@ -50,9 +50,8 @@ void defineList(CLI::App& app, const SessionOptions& session) {
         "terminal, long values are cut to fit its width, with an ellipsis.\n"
         "\n"
         "JSON is an array of objects keyed by column name; a value that is no UTF-8 is\n"
-        "{\"hex\": \"...\"} there. CSV is RFC 4180, its values the bytes that they are: a\n"
-        "terminal obeys an ESC in them, and a spreadsheet takes what begins with = + - @\n"
-        "for a formula.");
+        "{\"hex\": \"...\"} there. CSV is RFC 4180, its values the bytes that they are, except on\n"
+        "a terminal; a spreadsheet takes what begins with = + - @ for a formula.");
     command->callback([&session, options] { listObjects(session, *options); });
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <map>
 
 #include "access_patterns.h"
 #include "bytes.h"
@@ -250,29 +251,51 @@ size_t utf8Length(std::string_view text) {
     return overlong || beyond ? 0 : len;
 }
 
-std::string escape(std::string_view bytes) {
+size_t shownLength(std::string_view text) {
+    const size_t len = utf8Length(text);
+    const std::string_view piece = text.substr(0, len);
+    if (len <= 1) {
+        return len == 1 && piece[0] >= 0x20 && piece[0] != 0x7F ? 1 : 0;
+    }
+    const auto within = [&](std::string_view first, std::string_view last) {
+        return piece >= first && piece <= last && piece.size() == first.size();
+    };
+    const bool obeyed = within("\u0080", "\u009F") || piece == "\u061C" ||
+                        within("\u200E", "\u200F") || within("\u2028", "\u202E") ||
+                        within("\u2066", "\u2069");
+    return obeyed ? 0 : len;
+}
+
+namespace {
+
+// Characters that a terminal shows stay, but for those with a text of their own. All other bytes
+// become \xNN.
+std::string shown(std::string_view bytes, const std::map<std::string_view, std::string_view>& own) {
     std::string text;
     while (!bytes.empty()) {
-        const size_t len = std::max<size_t>(utf8Length(bytes), 1);
-        const std::string_view piece = bytes.substr(0, len);
+        const size_t shown_len = shownLength(bytes);
+        const size_t len = std::max<size_t>(shown_len, 1);
+        const auto found = own.find(bytes.substr(0, len));
+        if (found != own.end()) {
+            text += found->second;
+        } else if (shown_len != 0) {
+            text += bytes.substr(0, len);
+        } else {
+            text += "\\x" + hex(bytes.substr(0, 1));
+        }
         bytes.remove_prefix(len);
-        if (piece == "\\") {
-            text += "\\\\";
-            continue;
-        }
-        const auto lead = static_cast<unsigned char>(piece[0]);
-        const bool ascii = piece.size() == 1 && lead >= 0x20 && lead < 0x7F;
-        // U+0080 to U+009F are control characters of a terminal as well.
-        const bool control = lead == 0xC2 && static_cast<unsigned char>(piece.back()) < 0xA0;
-        if (ascii || (piece.size() > 1 && !control)) {
-            text += piece;
-            continue;
-        }
-        for (const char byte : piece) {
-            text += "\\x" + hex({&byte, 1});
-        }
     }
     return text;
+}
+
+}  // namespace
+
+std::string escape(std::string_view bytes) {
+    return shown(bytes, {{"\\", "\\\\"}, {"\n", "\\x0a"}});
+}
+
+std::string printable(std::string_view text) {
+    return shown(text, {{"\n", "\n"}});
 }
 
 std::optional<std::vector<std::vector<std::string>>> splitSelection(std::string_view text,

@@ -70,6 +70,14 @@ std::string unescape(std::string_view text);
 // stay as they are.
 std::string escape(std::string_view bytes);
 
+// Text for a person: line feeds and backslashes stay, and all other bytes are as escape() makes
+// them. Text of escape() stays as it is.
+std::string printable(std::string_view text);
+
+// The length of the character at the start of a text if a terminal only shows it: no control
+// character, and none that changes the direction of writing or ends a line. 0 for all else.
+size_t shownLength(std::string_view text);
+
 // The length of the UTF-8 sequence at the start of `text`; 0 when there is none.
 size_t utf8Length(std::string_view text);
 
