@@ -192,9 +192,11 @@ int StoreService::start() {
     if (status == ZELKM_OK) {
         return ZELKM_OK;
     }
-    // The library has perhaps put the backup in place of the store, or removed both.
+    // The library has perhaps put the backup in place of the store, or removed both. If it could not
+    // read the key, it has made a new one.
     if (!is_new) {
         putBack(kStore, store);
+        putBack(kKey, key);
     }
     if (backup_read == Read::kDone) {
         putBack(kBackup, backup);
