@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -16,7 +17,6 @@
 
 #include "bytes.h"
 #include "display_width.h"
-#include "files.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -61,7 +61,10 @@ void printCsv(const Table& table) {
     std::string text = csv.str();
     std::cout.flush();
     if (::isatty(STDOUT_FILENO) == 0) {
-        return writeAll(STDOUT_FILENO, text, "standard output");
+        if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+            std::cout.setstate(std::ios::badbit);
+        }
+        return;
     }
     text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
     std::cout << text;
