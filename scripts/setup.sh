@@ -48,19 +48,28 @@ as_root() {
 
 log=$(mktemp)
 ticker=
-trap '[[ -z $ticker ]] || kill "$ticker"' EXIT
-trap 'exit 130' INT TERM  # once apt has ended
+trap '[[ -z $ticker ]] || kill "$ticker" 2>/dev/null' EXIT
+trap 'exit 130' INT TERM  # once apt-get has ended
 
-# Runs apt-get, which writes to the log; every five seconds the log's last line says how far it is.
+# Says every five seconds how far apt-get is: the last line of its log.
+tell() {
+    trap 'echo "setup: stopping as soon as apt-get can"' INT
+    while true; do
+        sleep 5 >/dev/null 2>&1 || continue
+        printf 'setup: %3s s  %.60s\n' "$SECONDS" "$(tail -n 1 "$log" | tr -s '\r' '\n' | tail -n 1)"
+    done
+}
+
+# Runs apt-get, which writes to the log. It ends in peace when it is interrupted: no package is left
+# unpacked only.
 apt() {
     local status=0
-    while sleep 5 >/dev/null 2>&1; do
-        printf 'setup: %3s s  %.60s\n' "$SECONDS" "$(tail -n 1 "$log" | tr -s '\r' '\n' | tail -n 1)"
-    done &
+    tell &
     ticker=$!
     as_root env DEBIAN_FRONTEND=noninteractive LC_ALL=C \
         apt-get -q -o DPkg::Lock::Timeout=600 "$@" </dev/null >>"$log" 2>&1 || status=$?
-    kill "$ticker"
+    kill "$ticker" 2>/dev/null || true
+    wait "$ticker" 2>/dev/null || true
     ticker=
     return "$status"
 }
