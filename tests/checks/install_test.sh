@@ -56,7 +56,9 @@ mkdir "$scratch/other_store"
 # The installed programs find the installed library.
 if [[ -e $prefix/bin/zelkm ]]; then
     (cd "$scratch" && "$prefix/bin/zelkeymaster_check" --no-password >/dev/null 2>&1)
-    test "$("$prefix/bin/zelkm" --version)" = "zelkm $version"
+    for tool in zelkm zelkeymaster_check; do
+        test "$("$prefix/bin/$tool" --version)" = "$tool $version"
+    done
     "$prefix/bin/zelkm" --dir "$scratch/store" aliases 2>/dev/null | grep -q '^wallet::payment$'
 fi
 echo "the installed package builds and runs"

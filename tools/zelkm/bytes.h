@@ -13,6 +13,9 @@
 
 namespace zelkm_tool {
 
+// Begins error files, and what spreadsheets write.
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 // The bytes in hexadecimal, two digits each.
 std::string hex(std::string_view bytes);
 

@@ -25,7 +25,6 @@ constexpr size_t kErrorLines = 10;
 constexpr size_t kShownRows = 10000;
 constexpr size_t kDigestLen = 32;
 constexpr std::string_view kMagicV10 = "SOBv1.0     ";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // begins an error file
 
 std::string versionOf(const std::string& magic) {
     if (magic == zelkm::kMagic) {

@@ -6,10 +6,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "bytes.h"
+
 namespace zelkm_tool {
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kTag = "keymaster_tee";
 constexpr size_t kMaxContinuations = 4;
 constexpr size_t kShownLen = 200;

@@ -9,16 +9,16 @@
 #include <optional>
 #include <utility>
 
+#include "bytes.h"
 #include "failure.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
 
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 using Values = std::vector<std::string>;
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // written by spreadsheets
 constexpr char kJsonBlanks[] = " \t\r\n";
 constexpr size_t kMaxCsvColumns = 100;  // with values; empty ones behind them are not counted
 
