@@ -6,11 +6,15 @@
 
     cmake --preset release && cmake --build --preset release --target zelkm
     scripts/record.py
+
+With chromium installed, also checks that a browser puts every character in its column.
 """
 
 import html
 import os
 import pathlib
+import re
+import shutil
 import subprocess
 import tempfile
 import textwrap
@@ -52,6 +56,37 @@ def lines():
                 yield "output", piece
 
 
+BROWSER = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
+           "--no-first-run", "--disable-background-networking", "--disable-component-update",
+           "--disable-sync", "--dump-dom"]
+# Writes to the page how far the worst character of all lines is from its column, in characters.
+MEASURE = """<script>
+let worst = 0, count = 0;
+for (const text of document.querySelectorAll("text")) {
+    const width = document.querySelector("text").getSubStringLength(0, 10) / 10;
+    for (let i = 0; i < text.textContent.length; ++i, ++count) {
+        const column = (text.getStartPositionOfChar(i).x - LEFT) / width;
+        worst = Math.max(worst, Math.abs(column - i));
+    }
+}
+document.body.textContent = `measured ${count} characters, at most ${worst.toFixed(3)} off`;
+</script>"""
+
+
+def check(picture):
+    """Fails unless a browser shows the columns of the session one below the other."""
+    with tempfile.TemporaryDirectory() as folder:
+        page = pathlib.Path(folder, "page.html")
+        page.write_text(f"<body>{picture}{MEASURE.replace('LEFT', str(LEFT))}", encoding="utf-8")
+        shown = subprocess.run([*BROWSER, f"--user-data-dir={folder}/profile", page.as_uri()],
+                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+                               timeout=120, check=True).stdout
+    found = re.search(r"measured (\d+) characters, at most ([\d.]+) off", shown)
+    print(found.group() if found else "the page was not measured")
+    if not found or int(found.group(1)) == 0 or float(found.group(2)) > 0.1:
+        raise SystemExit("record: a browser shows the columns elsewhere")
+
+
 def main():
     rows = list(lines())
     width, height = round(2 * LEFT + COLUMNS * CHARACTER), TOP + LINE * len(rows) + 8
@@ -73,6 +108,8 @@ def main():
 </svg>
 """
     (ROOT / "docs/session.svg").write_text(picture, encoding="utf-8")
+    if shutil.which("chromium"):
+        check(picture)
 
 
 main()
