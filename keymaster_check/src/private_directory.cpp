@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "keymaster_check/keymaster_check.h"
@@ -45,8 +44,11 @@ bool makeDirectory() {
             continue;
         }
         const std::string path = std::string(parent) + "/keymaster_check_XXXXXX";
-        if (path.size() < sizeof(g_path) && std::strcpy(g_path, path.c_str()) != nullptr &&
-            ::mkdtemp(g_path) != nullptr) {
+        if (path.size() >= sizeof(g_path)) {
+            continue;
+        }
+        g_path[path.copy(g_path, path.size())] = '\0';
+        if (::mkdtemp(g_path) != nullptr) {
             return true;
         }
     }
