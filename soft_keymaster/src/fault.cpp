@@ -60,7 +60,7 @@ NamedFault deviation(const char* name, const char* what, Member<Value> member,
 NamedFault upgrade(
     const char* name, const char* what,
     std::function<void(FaultKeymaster& km, Answer& answer, const hidl_vec<uint8_t>& old)> change) {
-    return {name, what, [change](FaultKeymaster& km) {
+    return {name, what, [change = std::move(change)](FaultKeymaster& km) {
                 km.planEach(Call::kUpgradeKey, Fault::alter([&km, change](Answer& answer) {
                                 if (answer.output.size() != 0) {
                                     const hidl_vec<uint8_t> old = km.calls().back().key_blob;
