@@ -338,6 +338,7 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
         {"an upgraded key", [&] { put(upgraded); }, healthy, undecided},
         {"an upgrade that stopped before its digest", [&] { put(upgraded), write("s/edbk_digest", start_[D]); }, {1, "digest-mismatch", kBoth}, {1, "digest-mismatch", kBoth}},
         {"a damaged old key", [&] { put(upgraded), flipLastByte("s/edbk.bak"); }, {1, "key-backup-mismatch", kBoth}, {1, "key-backup-mismatch", ""}},
+        {"an emptied old key", [&] { put(upgraded), cut("edbk.bak", 0); }, {1, "key-backup-mismatch", kBoth}, {1, "key-backup-mismatch", ""}},
         {"key of another device", [&] { takeKeyOf(strange); }, {3, "key-not-accepted", ""}, undecided},
         {"key made anew", [&] { takeKeyOf(other); }, {1, "store-refused", ""}, undecided},
 
@@ -392,6 +393,10 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
         put(start_);
         EXPECT_EQ(0, ::chown("s/edbk_digest", kOwner, 0));
         EXPECT_TRUE(finds(diagnose(), "mixed-owners"));
+        put(start_);  // files of root in a directory of somebody else whose group may write
+        EXPECT_TRUE(::chown("s", kOwner, 42) == 0 && ::chmod("s", 02775) == 0);
+        const Json report = diagnose();
+        EXPECT_TRUE(finds(report, "mixed-owners") && finds(report, "writable-by-others")) << report;
     } else {
         found_.insert("mixed-owners");
     }

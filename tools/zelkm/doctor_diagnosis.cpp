@@ -250,7 +250,7 @@ class StoreDoctor {
         const bool is_refused =
             !opening_.empty() && !backup.empty() && trials_->keyStatus(backup) != ZELKM_OK;
         if (is_refused ||
-            (!backup.empty() && has(kDigestBackup) && contentOf(kDigestBackup) != sha256(backup))) {
+            (has(kKeyBackup) && has(kDigestBackup) && contentOf(kDigestBackup) != sha256(backup))) {
             add(Id::kKeyBackupMismatch, kKeyBackup,
                 is_refused ? resultText(trials_->keyStatus(backup))
                            : "the SHA-256 is not that in " + kDigestBackup);
@@ -334,21 +334,18 @@ class Surroundings {
         if (!evidence_.writable) {
             add(Id::kNotWritable, "", "its mode, or its file system");
         }
-        if ((evidence_.directory.st_mode & S_IWOTH) != 0) {
-            add(Id::kWritableByOthers, "", "its mode");
+        if (const std::string who = otherWriters(evidence_.directory); !who.empty()) {
+            add(Id::kWritableByOthers, "", "its mode: " + who);
         }
-        const std::string* owned = nullptr;
         for (const auto& [name, file] : evidence_.files) {
             if (!isUsed(name)) {
                 lookAtForeign(name, file);
                 continue;
             }
             lookAt(name, file);
-            const uid_t owner = file.status.st_uid;
-            if (owned != nullptr && owner != evidence_.files.at(*owned).status.st_uid) {
-                add(Id::kMixedOwners, name, *owned + " has another owner");
+            if (file.status.st_uid != evidence_.directory.st_uid) {
+                add(Id::kMixedOwners, name, "the directory has another owner");
             }
-            owned = &name;
         }
         if (const std::string unread = evidence_.unread(); !unread.empty()) {
             add(Id::kNotCompared, unread, "it was not read");
@@ -371,8 +368,8 @@ class Surroundings {
             add(Id::kTooLarge, name, std::to_string(file.status.st_size) + " bytes");
         } else if (!file.problem.empty()) {
             add(Id::kUnreadable, name, file.problem);
-        } else if ((mode & S_IWOTH) != 0) {
-            add(Id::kWritableByOthers, name, "its mode");
+        } else if (const std::string who = otherWriters(file.status); !who.empty()) {
+            add(Id::kWritableByOthers, name, "its mode: " + who);
         } else if ((mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 &&
                    std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) ==
                        std::end(kErrorFiles)) {
