@@ -34,8 +34,8 @@ std::string summary(const std::vector<Finding>& findings);
 std::string inJson(const std::string& keymaster, const std::vector<Finding>& findings);
 
 // While this object lives, SIGINT, SIGTERM and SIGHUP stop the check: it cleans up and returns. The
-// second of them removes the check's directory and ends the process, should a call hang. So does
-// SIGABRT. There may be one object at a time.
+// next one, two seconds later, removes the check's directory and ends the process, should a call
+// hang. So does SIGABRT. There may be one object at a time.
 class StopSignals {
   public:
     StopSignals();
