@@ -22,7 +22,7 @@ while read -r file; do
     grep -q 'FLAGS.*NOW' <<<"$dynamic"
     folders=$(sed -n 's/.*RU\?N\?PATH.*\[\(.*\)\]/\1/p' <<<"$dynamic" | tr : '\n')
     test -z "$(grep -vE '^(/usr/|\$ORIGIN/\.\./)' <<<"$folders" || true)"
-    [[ $release -eq 0 ]] || nm -D "$file" | grep -q '__stack_chk_fail'
+    [[ $release -eq 0 ]] || grep -q '__stack_chk_fail' <<<"$(nm -D "$file")"
 done < <(find "$prefix" -type f -perm -1 -name 'zelk*' -o -name libzelkeymaster.so)
 
 "$here/links_test.py" "$prefix/share/doc/zelkeymaster"

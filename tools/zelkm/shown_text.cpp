@@ -3,6 +3,7 @@
 
 #include "shown_text.h"
 
+#include <new>
 #include <ostream>
 
 #include "store_values.h"
@@ -12,7 +13,10 @@ namespace zelkm_tool {
 ShownText::ShownText(std::ostream& stream) : stream_(stream), behind_(stream.rdbuf(this)) {}
 
 ShownText::~ShownText() {
-    sync();
+    try {
+        sync();
+    } catch (const std::bad_alloc&) {  // what is pending is lost
+    }
     stream_.rdbuf(behind_);
 }
 
