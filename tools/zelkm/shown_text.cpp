@@ -37,11 +37,16 @@ int ShownText::sync() {
     return passOn(pending_.size()) && behind_->pubsync() == 0 ? 0 : -1;
 }
 
+// Throws nothing, even without memory: streams also flush in destructors.
 bool ShownText::passOn(size_t len) {
-    const std::string shown = printable(std::string_view(pending_).substr(0, len));
-    pending_.erase(0, len);
-    const auto shown_len = static_cast<std::streamsize>(shown.size());
-    return behind_->sputn(shown.data(), shown_len) == shown_len;
+    try {
+        const std::string shown = printable(std::string_view(pending_).substr(0, len));
+        pending_.erase(0, len);
+        const auto shown_len = static_cast<std::streamsize>(shown.size());
+        return behind_->sputn(shown.data(), shown_len) == shown_len;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 }  // namespace zelkm_tool
