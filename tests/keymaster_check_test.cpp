@@ -162,7 +162,7 @@ class RightImport : public FaultKeymaster {
     EVP_CIPHER_CTX* const cipher_ = EVP_CIPHER_CTX_new();
 };
 
-// Answers finish when the next operation begins.
+// Replies to finish when the next operation begins.
 class LateAnswer : public FaultKeymaster {
   public:
     using FaultKeymaster::FaultKeymaster;
@@ -277,7 +277,7 @@ Make deviant(Arguments... arguments) {
     return [=](Keymaster& inner) { return std::make_unique<Deviant>(inner, arguments...); };
 }
 
-// Answers INVALID_ARGUMENT where `error` is due.
+// Returns INVALID_ARGUMENT where `error` is due.
 Make argumentFor(ErrorCode error, Call call) {
     return each(call, [=](Answer& answer) {
         if (answer.error == error) {
@@ -307,7 +307,7 @@ Make smallUpdates(int times) {
     });
 }
 
-// Changes the tag that an encryption puts out.
+// Changes the tag that an encryption returns.
 Make eachTag(size_t size) {
     return each(Call::kFinish, [size](Answer& answer) {
         if (answer.output.size() == 16) {
@@ -413,7 +413,7 @@ std::vector<Row> rows() {
         {"12 bytes of a tag",
          eachTag(12),
          {"gcm.tag-in-finish", "gcm.correct", "library.end-to-end"},
-         "encrypting 100 bytes, finish puts out 12"},
+         "encrypting 100 bytes, finish returns 12"},
         {"16 bytes behind a tag",
          eachTag(32),
          {"gcm.tag-in-finish", "gcm.correct"},
@@ -422,7 +422,7 @@ std::vector<Row> rows() {
          each(Call::kUpdate,
               [](Answer& answer) { answer.output.resize(answer.output.size() + 16); }),
          {"gcm.output-in-update", "gcm.correct"},
-         "encrypting 100 bytes, update puts out 116"},
+         "encrypting 100 bytes, update returns 116"},
         {"16 bytes from every finish",
          each(Call::kFinish,
               [](Answer& answer) {
@@ -448,11 +448,11 @@ std::vector<Row> rows() {
         {"a transport of 5000 bytes",
          smallTransport(kTransportLimit),
          {"gcm.sizes"},
-         "passes the limit: insertions return 0 and leave the store on the disk as plaintext"},
+         "exceeds the limit: insertions return 0 and leave the store on the disk as plaintext"},
         {"updates of 5000 bytes",
          smallUpdates(INT_MAX),
          {"gcm.sizes"},
-         "passes the limit: insertions are refused with -21"},
+         "exceeds the limit: insertions are refused with -21"},
         {"one update that fails",
          smallUpdates(1),
          {},

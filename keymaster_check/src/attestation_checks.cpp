@@ -22,7 +22,7 @@ using android::hardware::keymaster::V4_0::Digest;
 using android::hardware::keymaster::V4_0::EcCurve;
 
 constexpr size_t kMinChain = 3;
-constexpr char kUseless[] = "generateCSR hands out a request that no authority accepts";
+constexpr char kUseless[] = "generateCSR returns a request that no authority accepts";
 
 template <auto kFree>
 struct Deleter {
@@ -149,13 +149,13 @@ Outcome checkCsrProof(Context& context) {
                      [](const KeyPtr& key) { return key != nullptr; })) {
         return holds(context.caller.sent(),
                      "PKCS #10 with a good signature; neither exportKey "
-                     "nor attestKey tells the attested key to compare");
+                     "nor attestKey returns the attested key to compare");
     }
     if (std::none_of(attested.begin(), attested.end(), [&requested](const KeyPtr& key) {
             return sameKey(key.get(), requested.get());
         })) {
         return broken(context, "the request is for another key than the attested one",
-                      "generateCSR hands out a request for another key's certificate");
+                      "generateCSR returns a request for another key's certificate");
     }
     return holds(context.caller.sent(), "PKCS #10 for the attested key, with a good signature");
 }
@@ -173,7 +173,7 @@ Outcome checkAttestChain(Context& context) {
     const std::vector<hidl_vec<uint8_t>> chain(answer.chain.begin(), answer.chain.end());
     const int result = ZelKeymasterOperation::validateAttestChain(chain, /*chainOnly=*/true);
     if (result != 0) {
-        return broken(context, "validateAttestChain returns " + codeInWords(result));
+        return broken(context, "validateAttestChain returns " + describeCode(result));
     }
     return holds(context.caller.sent(), context.caller.answered() + "; validateAttestChain: 0");
 }

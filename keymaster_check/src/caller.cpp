@@ -30,19 +30,19 @@ struct Pending {
     void fault(const char* what) { ++watch->faults[std::string(name) + ": " + what]; }
 };
 
-std::string answerInWords(const Answer& answer) {
+std::string describeAnswer(const Answer& answer) {
     if (!answer.arrived) {
         return answer.failure;
     }
-    std::string text = codeInWords(answer.error);
+    std::string text = describeCode(answer.error);
     if (answer.params.size() != 0) {
-        text += ", " + inWords(answer.params);
+        text += ", " + describe(answer.params);
     }
     if (answer.consumed != 0) {
         text += ", consumed " + std::to_string(answer.consumed);
     }
     if (!answer.output.empty()) {
-        text += ", " + inWords(answer.output.data(), answer.output.size());
+        text += ", " + describe(answer.output.data(), answer.output.size());
     }
     for (const Bytes& element : answer.chain) {
         text += ", a blob of " + std::to_string(element.size()) + " bytes";
@@ -50,7 +50,7 @@ std::string answerInWords(const Answer& answer) {
     return text;
 }
 
-std::string purposeInWords(KeyPurpose purpose) {
+std::string describePurpose(KeyPurpose purpose) {
     return purpose == KeyPurpose::ENCRYPT   ? "ENCRYPT"
            : purpose == KeyPurpose::DECRYPT ? "DECRYPT"
                                             : std::to_string(static_cast<uint32_t>(purpose));
@@ -62,7 +62,7 @@ Answer notSent() {
     return none;
 }
 
-std::string blobInWords(const Bytes& blob) {
+std::string describeBlob(const Bytes& blob) {
     return "blob of " + std::to_string(blob.size()) + " bytes";
 }
 
@@ -125,7 +125,7 @@ Answer Caller::send(const char* name, const std::string& arguments, Make make_ca
         pending->fault("not at all before the call returned");
     }
     found_no_room_ = found_no_room_ || answer.error == ErrorCode::TOO_MANY_OPERATIONS;
-    calls_.push_back({name + ("(" + arguments + ")"), name + (": " + answerInWords(answer))});
+    calls_.push_back({name + ("(" + arguments + ")"), name + (": " + describeAnswer(answer))});
     return answer;
 }
 
@@ -146,47 +146,48 @@ Answer Caller::keyMade(const Answer& answer) {
 }
 
 Answer Caller::generateKey(const Params& params) {
-    return keyMade(make("generateKey", inWords(params), [&](const auto& callback) {
+    return keyMade(make("generateKey", describe(params), [&](const auto& callback) {
         return keymaster_.generateKey(params, callback);
     }));
 }
 
 Answer Caller::importKey(const Params& params, const Bytes& key) {
-    return keyMade(make("importKey", inWords(params) + ", RAW, " + inWords(key.data(), key.size()),
+    return keyMade(make("importKey",
+                        describe(params) + ", RAW, " + describe(key.data(), key.size()),
                         [&](const auto& callback) {
                             return keymaster_.importKey(params, KeyFormat::RAW, key, callback);
                         }));
 }
 
 Answer Caller::exportKey(const Bytes& blob) {
-    return make("exportKey", "X509, " + blobInWords(blob), [&](const auto& callback) {
+    return make("exportKey", "X509, " + describeBlob(blob), [&](const auto& callback) {
         return keymaster_.exportKey(KeyFormat::X509, blob, {}, {}, callback);
     });
 }
 
 Answer Caller::getKeyCharacteristics(const Bytes& blob) {
-    return make("getKeyCharacteristics", blobInWords(blob), [&](const auto& callback) {
+    return make("getKeyCharacteristics", describeBlob(blob), [&](const auto& callback) {
         return keymaster_.getKeyCharacteristics(blob, {}, {}, callback);
     });
 }
 
 Answer Caller::upgradeKey(const Bytes& blob) {
-    return keyMade(make("upgradeKey", blobInWords(blob) + ", []", [&](const auto& callback) {
+    return keyMade(make("upgradeKey", describeBlob(blob) + ", []", [&](const auto& callback) {
         return keymaster_.upgradeKey(blob, {}, callback);
     }));
 }
 
 Answer Caller::attestKey(const Bytes& blob, const Params& params) {
-    return make("attestKey", blobInWords(blob) + ", " + inWords(params),
+    return make("attestKey", describeBlob(blob) + ", " + describe(params),
                 [&](const auto& callback) { return keymaster_.attestKey(blob, params, callback); });
 }
 
 Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params) {
-    const Answer answer =
-        make("begin", purposeInWords(purpose) + ", " + blobInWords(blob) + ", " + inWords(params),
-             [&](const auto& callback) {
-                 return keymaster_.begin(purpose, blob, params, HardwareAuthToken(), callback);
-             });
+    const Answer answer = make(
+        "begin", describePurpose(purpose) + ", " + describeBlob(blob) + ", " + describe(params),
+        [&](const auto& callback) {
+            return keymaster_.begin(purpose, blob, params, HardwareAuthToken(), callback);
+        });
     if (answer.ok()) {
         open_.insert(answer.handle);
     } else if (answer.arrived && answer.error != ErrorCode::TOO_MANY_OPERATIONS) {
@@ -198,10 +199,11 @@ Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params
 Answer Caller::update(uint64_t handle, const Params& params, const uint8_t* input, size_t size) {
     hidl_vec<uint8_t> view;
     view.setToExternal(const_cast<uint8_t*>(input), size);  // the keymaster only reads it
-    return make("update", inWords(params) + ", " + inWords(input, size), [&](const auto& callback) {
-        return keymaster_.update(handle, params, view, HardwareAuthToken(), VerificationToken(),
-                                 callback);
-    });
+    return make("update", describe(params) + ", " + describe(input, size),
+                [&](const auto& callback) {
+                    return keymaster_.update(handle, params, view, HardwareAuthToken(),
+                                             VerificationToken(), callback);
+                });
 }
 
 Answer Caller::sendFinish(uint64_t handle) {

@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
+#include "format.h"
 #include "keymaster_check/client.h"
 #include "keymaster_check/keymaster_check.h"
-#include "words.h"
 
 namespace keymaster_check {
 
@@ -82,7 +82,7 @@ class Caller {
     std::string sent() const;
     std::string answered() const;
 
-    // The begins of all requirements that were refused for another reason than want of room.
+    // The begins of all requirements that were refused for another reason than lack of room.
     size_t refusedBegins() const { return refused_begins_; }
     CallbackWatch& callbacks() { return *watch_; }
 

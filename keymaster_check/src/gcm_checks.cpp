@@ -203,7 +203,7 @@ Outcome checkNonceFresh(Context& context) {
         // Equal blobs hold one key, so their nonces count together.
         std::set<Bytes>& seen = drawn[keys[0] == keys[1] ? 0 : which];
         if (!seen.insert(nonce).second) {
-            return broken(context, "this nonce came before, in " + std::to_string(draws) +
+            return broken(context, "this nonce was used before, in " + std::to_string(draws) +
                                        " draws with two keys");
         }
     }
@@ -219,7 +219,7 @@ Outcome checkOutputInUpdate(Context& context) {
         }
         return broken(context,
                       std::string(run.purpose == KeyPurpose::ENCRYPT ? "en" : "de") + "crypting " +
-                          std::to_string(size) + " bytes, update puts out " + std::to_string(out),
+                          std::to_string(size) + " bytes, update returns " + std::to_string(out),
                       out > size ? "the library drops the bytes beyond the payload" : "");
     };
     return judgeRuns(context, {100, 17, 16, 15, 1}, judge, "as many bytes from update");
@@ -228,7 +228,7 @@ Outcome checkOutputInUpdate(Context& context) {
 Outcome checkTagInFinish(Context& context) {
     const auto judge = [&context](size_t size, const Run& run) -> std::optional<Outcome> {
         const size_t out = run.from_finish.size();
-        const std::string text = std::to_string(size) + " bytes, finish puts out ";
+        const std::string text = std::to_string(size) + " bytes, finish returns ";
         if (run.purpose == KeyPurpose::DECRYPT) {
             return out != kTagSize
                        ? std::nullopt
@@ -401,7 +401,7 @@ Outcome checkSizes(Context& context) {
         }
         Outcome outcome =
             broken(context, std::to_string(size) + " bytes do not get through",
-                   "of the insertion that passes the limit: " + failed->consequence());
+                   "of the insertion that exceeds the limit: " + failed->consequence());
         context.caller.verdictIsKnown();
         outcome.note = once + limitBetween(context, good, size);
         return outcome;

@@ -64,16 +64,16 @@ std::string Run::failure() const {
     if (!last.arrived) {
         return call + ": " + last.failure;
     }
-    return last.error != ErrorCode::OK ? call + " returned " + codeInWords(last.error)
+    return last.error != ErrorCode::OK ? call + " returned " + describeCode(last.error)
                                        : call + " consumed " + std::to_string(last.consumed) +
                                              " of " + std::to_string(offered) + " bytes";
 }
 
 std::string Run::consequence() const {
-    // These answers are lost to the library, which goes on with the one before.
+    // These answers are lost to the library, which continues with the one before.
     const bool lost =
         (ended == End::kUpdate && !last.transport) || (ended == End::kFinish && !last.arrived);
-    const std::string code = codeInWords(
+    const std::string code = describeCode(
         last.arrived && last.error != ErrorCode::OK ? last.error : ErrorCode::UNKNOWN_ERROR);
     if (purpose == KeyPurpose::DECRYPT) {
         return "insertions return 0, but the next start cannot read the store" +

@@ -63,7 +63,7 @@ Outcome checkKeyGenerate(Context& context) {
     const Answer answer = context.caller.generateKey(databaseKeyParams());
     if (!answer.ok()) {
         return broken(context, "there is no key",
-                      "every insertion is refused with " + codeInWords(answer.error));
+                      "every insertion is refused with " + describeCode(answer.error));
     }
     if (answer.output.empty()) {
         return broken(context, "the key's blob is empty",
@@ -86,8 +86,8 @@ Outcome checkKeyCharacteristics(Context& context) {
     for (const KeyParameter& wanted : databaseKeyParams()) {
         if (!lists(listed.softwareEnforced, wanted) && !lists(listed.hardwareEnforced, wanted)) {
             return broken(context,
-                          "missing among " + inWords(listed.softwareEnforced) + " and " +
-                              inWords(listed.hardwareEnforced) + ": " + inWords(Params{wanted}),
+                          "missing among " + describe(listed.softwareEnforced) + " and " +
+                              describe(listed.hardwareEnforced) + ": " + describe(Params{wanted}),
                           "the key may be weaker than was asked for, and the library does not "
                           "look: it takes the code alone");
         }
@@ -116,7 +116,7 @@ Outcome checkKeyDamagedBlob(Context& context) {
         if (listed.ok() && begun.ok()) {
             context.caller.abort(begun.handle);
             if (!encryption.done()) {
-                return notTried("no encryption tells whether the blob " + damage.what +
+                return notTried("no encryption shows whether the blob " + damage.what +
                                 " holds the same key: see gcm.correct");
             }
             if (opens(context, damage.blob, encryption)) {
@@ -125,7 +125,7 @@ Outcome checkKeyDamagedBlob(Context& context) {
             }
             return broken(context, "the blob " + damage.what + " is taken for another key",
                           "a damaged key file is used as if it were whole; the store is refused "
-                          "(-30), and gone after three starts");
+                          "(-30), and lost after three starts");
         }
         return broken(context, "the blob " + damage.what + " is not refused with -33",
                       "a damaged key file is not replaced: only -33 from both calls starts that");
@@ -157,10 +157,10 @@ Outcome checkKeyUpgrade(Context& context) {
         return broken(context, "the upgraded key is refused");
     }
     if (!opens(context, upgraded.output, encryption)) {
-        return broken(context, "the upgraded key does not open what the key before encrypted");
+        return broken(context, "the upgraded key does not open what the old key encrypted");
     }
     context.key = upgraded.output;  // the key before need not work any more
-    return holds(context.caller.sent(), "a blob that opens what the one before encrypted");
+    return holds(context.caller.sent(), "a blob that opens what the old one encrypted");
 }
 
 }  // namespace keymaster_check

@@ -59,7 +59,7 @@ Outcome judged(const Entry& entry, Context& context) {
     if (context.caller.foundNoRoom() && !is_verdict) {
         return notTried(
             "the keymaster has no room for another operation (-31 TOO_MANY_OPERATIONS): see "
-            "ops.refused and ops.unfinished; start the system again before the next check");
+            "ops.refused and ops.unfinished; restart the system before the next check");
     }
     context.lost_room = context.lost_room ||
                         (outcome.verdict == Verdict::kBroken && judgesRoom(entry.requirement.id));
@@ -105,7 +105,7 @@ Outcome broken(Context& context, const std::string& reason, const std::string& c
 }
 
 Outcome notOffered(Context& context, const Answer& answer) {
-    return {Verdict::kNotOffered, context.caller.sent(), codeInWords(answer.error)};
+    return {Verdict::kNotOffered, context.caller.sent(), describeCode(answer.error)};
 }
 
 Outcome notTried(const std::string& reason) {

@@ -45,7 +45,7 @@ std::string select(ZelKeymasterOperation& object) {
     SODOperationParam param;
     std::vector<std::string> aliases;
     const int result = object.SodRetreiveOther(param.addAliasToOutput(), aliases);
-    std::string text = codeInWords(result);
+    std::string text = describeCode(result);
     for (const std::string& alias : aliases) {
         text += (&alias == &aliases.front() ? ", " : " ") + alias;
     }
@@ -117,13 +117,13 @@ Outcome checkEndToEnd(Context& context) {
         return selected();
     };
     constexpr char kRefused[] = "insertions are refused with this code";
-    constexpr char kLost[] = "stores do not survive a start of the service";
+    constexpr char kLost[] = "stores do not survive a restart of the service";
     Bytes store;
     Story story(context.caller, directory);
     story.step("insert an object", "0", kRefused,
-               [&] { return codeInWords(insert(*object, "alias_one")); });
+               [&] { return describeCode(insert(*object, "alias_one")); });
     story.step("insert another", "0", kRefused,
-               [&] { return codeInWords(insert(*object, "alias_two")); });
+               [&] { return describeCode(insert(*object, "alias_two")); });
     story.step("select", "0, alias_one alias_two", "what was inserted is not found", selected);
     story.step("look into the store file", "no object is readable",
                "the objects lie on the disk readable for everybody", [&] {
@@ -132,12 +132,12 @@ Outcome checkEndToEnd(Context& context) {
                           : holdsText(store, "alias_") ? "the objects are readable"
                                                        : "no object is readable";
                });
-    story.step("select after a start", "0, alias_one alias_two", kLost, selectAfterStart);
+    story.step("select after a restart", "0, alias_one alias_two", kLost, selectAfterStart);
     story.step("damage the store file", "done", "the check's own directory does not work", [&] {
         store.back() = static_cast<uint8_t>(store.back() ^ 1);
         return directory.write(kStore, store) ? "done" : "not written";
     });
-    story.step("select after a start", "-30 VERIFICATION_FAILED",
+    story.step("select after a restart", "-30 VERIFICATION_FAILED",
                "damage to a store is not noticed as such, and not repaired", selectAfterStart);
     story.step("select after one more", "0, alias_one", "a damaged store is not repaired",
                selectAfterStart);

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Checks of operations that are left open, and of how calls are answered.
+// Checks of operations that are left open, and of how calls reply.
 
 #include "checks.h"
 #include "gcm_run.h"
@@ -94,7 +94,7 @@ Outcome checkAnsweredOnce(Context& context) {
     CallbackWatch& watch = context.caller.callbacks();
     const std::lock_guard<std::mutex> lock(watch.mutex);
     if (watch.faults.empty()) {
-        return holds("all the calls above", "one answer to each, in time and on its thread");
+        return holds("all the calls above", "one reply to each, in time and on its thread");
     }
     std::string faults;
     std::string consequences;
@@ -105,11 +105,11 @@ Outcome checkAnsweredOnce(Context& context) {
         {"after the call had returned",
          "a late callback writes into memory that is in use for something else"},
         {"on another thread", "nothing makes sure that the callback has run when the call returns"},
-        {"once more", "of two answers the last counts, and their output is put together"},
+        {"once more", "of two replies the last counts, and their output is concatenated"},
         {"finish: not at all",
-         "a finish without an answer makes insertions return 0 and leaves store and backup as "
+         "a finish without a reply makes insertions return 0 and leaves store and backup as "
          "plaintext"},
-        {": not at all", "a call without an answer fails with -1000"},
+        {": not at all", "a call without a reply fails with -1000"},
     };
     for (const auto& [what, times] : watch.faults) {
         faults += (faults.empty() ? "" : "; ") + what + " (" + std::to_string(times) + " times)";

@@ -56,7 +56,7 @@ std::optional<Outcome> wrongSizes(Context& context, const Answer& answer, Tag ma
     const auto size = [&answer](Tag of) { return bytesOf(answer.params, of).size(); };
     const auto wrong = [&](Tag of, const char* consequence) {
         return broken(context,
-                      purpose + tagInWords(of) + " of " + std::to_string(size(of)) + " bytes",
+                      purpose + describeTag(of) + " of " + std::to_string(size(of)) + " bytes",
                       consequence);
     };
     if (size(material) == 0) {

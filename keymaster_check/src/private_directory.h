@@ -5,7 +5,7 @@
 
 #pragma once
 
-#include "words.h"
+#include "format.h"
 
 namespace keymaster_check {
 

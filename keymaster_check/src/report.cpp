@@ -81,7 +81,7 @@ std::string describe(Handle& keymaster) {
                     std::to_string(static_cast<uint32_t>(level));
         });
     if (!status.isOk() || said->empty()) {
-        return "a keymaster that does not say which";
+        return "a keymaster that does not identify itself";
     }
     return *said;
 }

@@ -107,7 +107,7 @@ Outcome checkLaterKey(Context& context) {
     }
     if (!listed.ok()) {
         return broken(context, upgrade ? "the upgraded key is refused" : "the key is refused",
-                      "every query is refused with " + codeInWords(listed.error) +
+                      "every query is refused with " + describeCode(listed.error) +
                           ", and the store is lost unless the key is accepted again");
     }
     const Run run =
@@ -117,7 +117,7 @@ Outcome checkLaterKey(Context& context) {
                       run.last.error == kRequiresUpgrade
                           ? "every query is refused with -62: the library upgrades a key only "
                             "when getKeyCharacteristics asks for it"
-                          : "the store is refused, and gone after three starts");
+                          : "the store is refused, and lost after three starts");
     }
     context.key = key;
     return holds(caller.sent(), upgrade ? "the key was upgraded, and opens what it should"
@@ -134,10 +134,10 @@ Outcome checkLaterNonces(Context& context) {
             return notTried("an encryption brought no nonce: " + context.caller.answered());
         }
         if (!context.saved.nonces.insert(nonce).second) {
-            return broken(context, "this nonce came before");
+            return broken(context, "this nonce was used before");
         }
     }
-    return holds(std::to_string(kNonces) + " encryptions begun", "no nonce of before came again");
+    return holds(std::to_string(kNonces) + " encryptions begun", "no earlier nonce was used again");
 }
 
 }  // namespace keymaster_check

@@ -19,7 +19,7 @@ class AesGcmOperation {
   public:
     // Begins. `params` is what the caller asks for, `key` what the key allows. When encrypting,
     // adds the nonce to `out_params`: the caller's, or a fresh one. This and the functions below
-    // throw the error that the keymaster must answer. An error ends the operation.
+    // throw the error that the keymaster must return. An error ends the operation.
     AesGcmOperation(KeyPurpose purpose, const Key& key, const Params& params, Params& out_params);
 
     // Takes the associated data of `params`, and then at most `max_input` bytes of the input.

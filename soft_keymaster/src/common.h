@@ -3,7 +3,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Shared by all files here: owners of OpenSSL's objects, and the one exception. The exception
-// carries the error code that the keymaster will answer, and never leaves the keymaster.
+// carries the error code that the keymaster will return, and never leaves the keymaster.
 
 #pragma once
 
@@ -36,7 +36,7 @@ inline void require(bool condition, ErrorCode code) {
     }
 }
 
-// For OpenSSL calls that fail only for want of memory, or because of a fault in OpenSSL.
+// For OpenSSL calls that fail only because memory ran out, or because of a fault in OpenSSL.
 inline void requireSsl(bool condition) {
     require(condition, ErrorCode::UNKNOWN_ERROR);
 }

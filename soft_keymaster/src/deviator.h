@@ -41,7 +41,7 @@ class FaultKeymaster::Deviator {
 
     const Deviation deviation_;
     Bytes nonce_;                     // of the encryption that begins
-    std::map<uint64_t, Bytes> held_;  // output not put out yet, by operation
+    std::map<uint64_t, Bytes> held_;  // output not returned yet, by operation
     std::set<uint64_t> open_;
     uint16_t counted_ = 0;  // nonces
     size_t refused_ = 0;    // begins

@@ -152,29 +152,29 @@ Fault Fault::outputSize(size_t size) {
 
 const std::vector<NamedFault>& namedFaults() {
     static const std::vector<NamedFault> faults = {
-        deviation("output-in-finish", "finish puts out everything, update nothing",
+        deviation("output-in-finish", "finish returns everything, update nothing",
                   &Deviation::output, Deviation::Output::kInFinish),
-        deviation("output-in-blocks", "update puts out whole blocks, finish the rest",
+        deviation("output-in-blocks", "update returns whole blocks, finish the rest",
                   &Deviation::output, Deviation::Output::kWholeBlocks),
         deviation("nonce-16", "nonces of 16 bytes", &Deviation::nonce_size, 16),
         deviation("tag-12", "tags of 12 bytes", &Deviation::tag_size, 12),
         deviation("fixed-nonce", "the same nonce for every encryption", &Deviation::fixed_nonce,
                   true),
-        deviation("counted-nonce", "nonces are counted from each start on",
+        deviation("counted-nonce", "nonces are a counter that each start resets",
                   &Deviation::counted_nonces, true),
-        deviation("unchecked-tag", "a decryption ends well with any tag", &Deviation::unchecked_tag,
+        deviation("unchecked-tag", "a decryption succeeds with any tag", &Deviation::unchecked_tag,
                   true),
-        deviation("ignored-aad", "associated data counts for nothing",
-                  &Deviation::ignored_associated_data, true),
+        deviation("ignored-aad", "associated data is ignored", &Deviation::ignored_associated_data,
+                  true),
         deviation("small-transport", "calls of 1 MiB less 8 KiB or more fail",
                   &Deviation::transport_limit, kTransportLimit),
-        deviation("open-after-errors", "an error ends no operation", &Deviation::open_after_errors,
-                  true),
+        deviation("open-after-errors", "an operation stays open after an error",
+                  &Deviation::open_after_errors, true),
         deviation("open-after-refusals", "a begin that is refused leaves an operation open",
                   &Deviation::open_after_refusals, true),
-        deviation("ignored-csr-tag", "a request is answered with a chain",
-                  &Deviation::ignored_csr_tag, true),
-        upgrade("upgrade-other-key", "an upgraded key is another key",
+        deviation("ignored-csr-tag", "a signing request gets a chain", &Deviation::ignored_csr_tag,
+                  true),
+        upgrade("upgrade-other-key", "an upgrade returns another key",
                 [](FaultKeymaster& km, Answer& answer, const hidl_vec<uint8_t>&) {
                     const Params params = {
                         integerParam(Tag::ALGORITHM, static_cast<uint32_t>(Algorithm::AES)),
@@ -190,7 +190,7 @@ const std::vector<NamedFault>& namedFaults() {
                               answer.output = blob;
                           }).isOk());
                 }),
-        upgrade("upgrade-garbage", "an upgraded key is garbage",
+        upgrade("upgrade-garbage", "an upgrade returns garbage",
                 [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>&) {
                     answer.output = {1, 2, 3};
                 }),
@@ -199,7 +199,7 @@ const std::vector<NamedFault>& namedFaults() {
                     answer.output = old;
                 }),
         upgrade(
-            "upgrade-empty", "an upgrade brings no key",
+            "upgrade-empty", "an upgrade returns no key",
             [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>&) { answer.output = {}; }),
         {"upgrade-missing", "upgradeKey is not implemented",
          [](FaultKeymaster& km) {
@@ -213,7 +213,7 @@ const std::vector<NamedFault>& namedFaults() {
                  }
              }));
          }},
-        {"keys-in-memory", "a start of the keymaster loses its keys", keepKeysInMemory},
+        {"keys-in-memory", "a restart of the keymaster loses its keys", keepKeysInMemory},
         {"callback-twice", "every callback runs twice",
          [](FaultKeymaster& km) { km.planEachCall(Fault::callbackTwice()); }},
         {"callback-on-thread", "callbacks run on another thread",

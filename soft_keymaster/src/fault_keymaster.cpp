@@ -182,7 +182,7 @@ Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply repl
     return status;
 }
 
-// For calls that answer one code and have no callback. When the transport fails, the code is lost.
+// For calls that return one code and have no callback. When the transport fails, the code is lost.
 template <typename Forward>
 Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
     const std::optional<Fault> fault = enter(std::move(made));

@@ -11,7 +11,7 @@
 //          4    12  nonce
 //         16     4  n, the length of the characteristics
 //         20     n  the characteristics (see encodeParams())
-//     20 + n     m  the key material, AES-256-GCM under a key that comes from the root key
+//     20 + n     m  the key material, AES-256-GCM with a key derived from the root key
 // 20 + n + m    16  tag, over all that stands before it, and over the client data
 
 #pragma once
@@ -36,7 +36,7 @@ Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
 Bytes clientDataOf(const Params& params);
 
 hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data);
-// Throws INVALID_KEY_BLOB for anything that wrapKey() did not make under this root key for this
+// Throws INVALID_KEY_BLOB for anything that wrapKey() did not make with this root key for this
 // client.
 Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob, const Bytes& client_data);
 

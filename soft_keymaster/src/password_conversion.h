@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The password conversion. It converts key material under a key that comes from the device's root
+// The password conversion. It converts key material with a key derived from the device's root
 // key and four input blobs, and converts it back.
 
 #pragma once

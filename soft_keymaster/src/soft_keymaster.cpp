@@ -50,7 +50,7 @@ class ErrorQueueGuard {
     ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
 };
 
-// Runs `body`, and turns an exception into the code to answer.
+// Runs `body`, and turns an exception into the code to return.
 template <typename Body>
 ErrorCode guarded(Body body) {
     const ErrorQueueGuard guard;

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "../../keymaster_check/src/words.h"
+#include "../../keymaster_check/src/format.h"
 #include "temp_dir.h"
 #include "zelkeymaster_result.h"
 #include "zelkeymaster_vendor_tags.h"
@@ -82,7 +82,7 @@ inline std::string nameOf(KeyPurpose purpose) {
 
 // "TAG=value", for readable comparisons.
 inline std::string described(const KeyParameter& param) {
-    const std::string name = keymaster_check::tagInWords(param.tag) + "=";
+    const std::string name = keymaster_check::describeTag(param.tag) + "=";
     const uint32_t type = static_cast<uint32_t>(param.tag) >> 28;
     if (type == 7) {
         return name + (param.f.boolValue ? "true" : "false");

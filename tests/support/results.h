@@ -11,7 +11,7 @@
 #include <ostream>
 #include <string>
 
-#include "../../keymaster_check/src/words.h"
+#include "../../keymaster_check/src/format.h"
 #include "zelkeymaster_result.h"
 
 namespace test {
@@ -30,7 +30,7 @@ inline std::string named(int code) {
         {ZELKM_SECURE_DB_DISABLED, " SECURE_DB_DISABLED"}};
     const auto found = own.find(code);
     return found != own.end() ? std::to_string(code) + found->second
-                              : keymaster_check::codeInWords(code);
+                              : keymaster_check::describeCode(code);
 }
 
 // A result code that GoogleTest prints with its name.

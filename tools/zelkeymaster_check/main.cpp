@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// zelkeymaster_check: tells on a device whether its keymaster behaves as the library needs it. On a
-// host the check runs over the software keymaster.
+// zelkeymaster_check: checks on a device whether its keymaster behaves as the library requires. On
+// a host the check runs over the software keymaster.
 
 #include <keymaster_check/keymaster_check.h>
 #include <keymaster_check/report.h>
@@ -25,33 +25,33 @@ constexpr char kUsage[] =
   or:  zelkeymaster_check --list
   or:  zelkeymaster_check [--name NAME] --save FILE
   or:  zelkeymaster_check [--name NAME] [OPTION]... --verify FILE
-Find out whether a keymaster of the device behaves as libzelkeymaster needs it.
+Check whether a keymaster of the device behaves as libzelkeymaster requires.
 
-Each requirement is tried, and what does not hold is shown with what follows
-from it. Nothing is left behind: the keys that the check makes are deleted, and
-so is its directory under TMPDIR.
+Each requirement is checked, and each violation is reported with its
+consequence. Nothing is left behind: the keys that the check makes are deleted,
+and so is its directory under TMPDIR.
 
-  --list                 print the name of each keymaster and what it says about
-                         itself, the most secure first
-  --name NAME            check the keymaster of this name; without the option,
-                         the first of the list
+  --list                 list the keymasters with their self-descriptions, the
+                         most secure first
+  --name NAME            check the keymaster of this name; default: the first of
+                         the list
   --json                 print one JSON object instead of lines
-  --no-attestation       leave the vendor's signing requests and attestation out
-  --no-password          leave the vendor's password conversion out
-  --largest-store BYTES  payload to go up to; default 1000000
-  --time SECONDS         for each requirement; default 30
-  --save FILE            make a key, and write down in FILE what --verify needs
-  --verify FILE          find out whether that key has survived a restart of the
-                         system, or an upgrade; delete the key, and FILE
+  --no-attestation       skip the vendor's signing requests and attestation
+  --no-password          skip the vendor's password conversion
+  --largest-store BYTES  largest payload to try; default: 1000000
+  --time SECONDS         time limit for each requirement; default: 30
+  --save FILE            make a key, and write to FILE what --verify needs
+  --verify FILE          check whether that key survived a restart or an upgrade
+                         of the system; then delete the key and FILE
   --help                 print this help
   --version              print the version
 
-Each requirement is named on standard error before it is tried.
+Each requirement is named on standard error before it is checked.
 
 Exit status:
-  0  all that is offered holds
+  0  every requirement holds for what is offered
   1  something is broken
-  2  the command line was not accepted, or there is no such keymaster or file
+  2  invalid command line, or no such keymaster or file
   3  nothing is broken, but something was not tried
   130, 143  the check was stopped by Ctrl-C, or by SIGTERM
 )";
@@ -148,7 +148,7 @@ int save(Keymaster& keymaster, const Arguments& arguments) {
                      saved.empty() ? failure.c_str() : "the file cannot be written");
         return kExitBroken;
     }
-    std::printf("saved; restart the system or upgrade it, and give --verify %s\n",
+    std::printf("saved; restart or upgrade the system, then run with --verify %s\n",
                 arguments.save.c_str());
     return kExitHolds;
 }
@@ -196,7 +196,7 @@ int main(int argc, char** argv) {
         const int taken = take(argv[i], argv[i + 1], &arguments);
         if (taken == 0) {
             std::fprintf(stderr,
-                         "zelkeymaster_check: %s: not understood\n"
+                         "zelkeymaster_check: %s: unknown option, or invalid value\n"
                          "Try 'zelkeymaster_check --help'.\n",
                          argv[i]);
             return kExitNotRun;
@@ -208,7 +208,7 @@ int main(int argc, char** argv) {
         return cannot(arguments.verify);
     }
     if (!arguments.verify.empty() && keymaster_check::savedBy(saved).empty()) {
-        std::fprintf(stderr, "zelkeymaster_check: %s: --save has not made this file\n",
+        std::fprintf(stderr, "zelkeymaster_check: %s: not a file made by --save\n",
                      arguments.verify.c_str());
         return kExitNotRun;
     }
@@ -233,6 +233,6 @@ int main(int argc, char** argv) {
         return kExitHolds;
     }
     std::fprintf(stderr, "zelkeymaster_check: this device has no keymaster%s%s; see --list\n",
-                 arguments.name.empty() ? "" : " of the name ", arguments.name.c_str());
+                 arguments.name.empty() ? "" : " named ", arguments.name.c_str());
     return kExitNotRun;
 }

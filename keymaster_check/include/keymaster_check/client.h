@@ -99,7 +99,7 @@ struct Answer {
             transport = false;
             failure = "the transport failed: " + status.description();
         } else if (!arrived) {
-            failure = "no answer";
+            failure = "no reply";
         }
     }
 

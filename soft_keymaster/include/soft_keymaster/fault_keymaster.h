@@ -114,8 +114,8 @@ struct Fault {
 struct Deviation {
     enum class Output {
         kInUpdate,
-        kWholeBlocks,  // update puts out whole blocks of 16 bytes, and finish the rest
-        kInFinish,     // finish puts out everything
+        kWholeBlocks,  // update returns whole blocks of 16 bytes, and finish the rest
+        kInFinish,     // finish returns everything
     };
 
     Output output = Output::kInUpdate;
@@ -126,7 +126,7 @@ struct Deviation {
     bool unchecked_tag = false;            // a decryption succeeds with any tag
     bool ignored_associated_data = false;  // as if the call had no associated data
     size_t transport_limit = SIZE_MAX;     // bytes of a call's arguments; a larger call fails
-    bool open_after_errors = false;        // an error ends no operation; 16 may be open
+    bool open_after_errors = false;        // an operation stays open after an error; 16 may be open
     bool open_after_refusals = false;      // a begin that is refused takes one of 16 places
     bool ignored_csr_tag = false;          // attests when a request is asked for
 };

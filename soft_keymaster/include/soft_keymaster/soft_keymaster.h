@@ -9,9 +9,9 @@
 // certificate requests, and the password conversion (vendor purposes 101 and 102). The rest of the
 // interface returns UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
 //
-// Key blobs hold the key and its characteristics, sealed under the root key. Whoever uses the same
-// root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the same
-// bytes at every use; without them its blob is an INVALID_KEY_BLOB. All characteristics are
+// Key blobs hold the key and its characteristics, encrypted with the root key. Whoever uses the
+// same root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the
+// same bytes at every use; without them its blob is an INVALID_KEY_BLOB. All characteristics are
 // software enforced.
 //
 // Threads: one at a time per object. Several objects, and several processes, may share a root key
@@ -77,7 +77,7 @@ class SoftKeymaster : public Keymaster {
     Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
                             const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
-    // These two answer OK to everything. The keymaster stores no keys, so there is nothing to
+    // These two always return OK. The keymaster stores no keys, so there is nothing to
     // delete, and a blob goes on working.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
     Return<ErrorCode> deleteAllKeys() override;
@@ -101,7 +101,7 @@ class SoftKeymaster : public Keymaster {
                            const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
 
-    // The following answer UNIMPLEMENTED.
+    // The following return UNIMPLEMENTED.
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
     Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                    computeSharedHmac_cb cb) override;

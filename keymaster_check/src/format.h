@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Puts calls and answers into words and values that can be compared with a log.
+// Formats calls, replies and values as text that can be compared with a log.
 
 #pragma once
 
@@ -14,18 +14,18 @@
 namespace keymaster_check {
 
 // The length and the first bytes, e.g. "100 bytes 00ff…".
-std::string inWords(const uint8_t* data, size_t size);
+std::string describe(const uint8_t* data, size_t size);
 
 // E.g. "[BLOCK_MODE 32, NONCE 12 bytes 00ff…]".
-std::string inWords(const Params& params);
+std::string describe(const Params& params);
 
 // The tag's name or, for a tag that keymasters are not asked about, its number as "0x%08X".
-std::string tagInWords(Tag tag);
+std::string describeTag(Tag tag);
 
 // E.g. "-33 INVALID_KEY_BLOB".
-std::string codeInWords(int code);
-inline std::string codeInWords(ErrorCode code) {
-    return codeInWords(static_cast<int>(code));
+std::string describeCode(int code);
+inline std::string describeCode(ErrorCode code) {
+    return describeCode(static_cast<int>(code));
 }
 
 }  // namespace keymaster_check

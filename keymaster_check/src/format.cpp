@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "words.h"
+#include "format.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -131,11 +131,11 @@ constexpr CodeName kCodeNames[] = {
     {ErrorCode::UNKNOWN_ERROR, "UNKNOWN_ERROR"},
 };
 
-std::string valueInWords(const KeyParameter& param) {
+std::string describeValue(const KeyParameter& param) {
     switch (static_cast<TagType>(static_cast<uint32_t>(param.tag) & 0xF0000000u)) {
         case TagType::BYTES:
         case TagType::BIGNUM:
-            return inWords(param.blob.data(), param.blob.size());
+            return describe(param.blob.data(), param.blob.size());
         case TagType::BOOL:
             return param.f.boolValue ? "true" : "false";
         case TagType::ULONG:
@@ -149,7 +149,7 @@ std::string valueInWords(const KeyParameter& param) {
 
 }  // namespace
 
-std::string inWords(const uint8_t* data, size_t size) {
+std::string describe(const uint8_t* data, size_t size) {
     std::string text = std::to_string(size) + (size == 1 ? " byte" : " bytes");
     for (size_t i = 0; i < std::min(size, kShownBytes); ++i) {
         char digits[4];
@@ -159,15 +159,15 @@ std::string inWords(const uint8_t* data, size_t size) {
     return text + (size > kShownBytes ? "..." : "");
 }
 
-std::string inWords(const Params& params) {
+std::string describe(const Params& params) {
     std::string text;
     for (size_t i = 0; i < params.size(); ++i) {
-        text += (i == 0 ? "" : ", ") + tagInWords(params[i].tag) + " " + valueInWords(params[i]);
+        text += (i == 0 ? "" : ", ") + describeTag(params[i].tag) + " " + describeValue(params[i]);
     }
     return "[" + text + "]";
 }
 
-std::string tagInWords(Tag tag) {
+std::string describeTag(Tag tag) {
     for (const TagName& known : kTagNames) {
         if (known.tag == tag) {
             return known.name;
@@ -178,7 +178,7 @@ std::string tagInWords(Tag tag) {
     return text;
 }
 
-std::string codeInWords(int code) {
+std::string describeCode(int code) {
     for (const CodeName& known : kCodeNames) {
         if (static_cast<int>(known.code) == code) {
             return std::to_string(code) + " " + known.name;
