@@ -60,7 +60,7 @@ class ObjectStore {
     SODOperationParam alias_;
 };
 
-// What SodSelect() answers, without the last text, which is a single NUL.
+// What SodSelect() returns, without the last text, which is a single NUL.
 Texts withoutEnd(Texts texts);
 
 }  // namespace bench

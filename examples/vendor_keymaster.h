@@ -14,7 +14,7 @@
 //    refusal is an answer, too: the callback gets an error code and empty values, and the call
 //    returns Void(). The return value speaks of the transport only.
 //  - The arguments are borrowed: they are gone when the call has returned.
-//  - A key never leaves the hardware in the clear. generateKey() answers a blob: the key, sealed
+//  - A key never leaves the hardware in the clear. generateKey() returns a blob: the key, sealed
 //    under a key that the device keeps for itself. The caller stores the blob, and passes it in
 //    again. So the keymaster stores nothing for a key.
 //  - An operation is begun, fed and finished, by its handle. It ends with finish(), abort() or any
@@ -52,7 +52,7 @@ class VendorKeymaster : public support::Keymaster {
     // Makes the one kind of key that this keymaster has: AES-256-GCM with tags of 128 bits.
     Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
     // Says whether a blob is whole and of this device. The library asks at every start. Only the
-    // answer INVALID_KEY_BLOB makes it look for a better copy of the blob.
+    // error INVALID_KEY_BLOB makes it look for a better copy of the blob.
     Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
                                        const hidl_vec<uint8_t>& client_id,
                                        const hidl_vec<uint8_t>& app_data,
@@ -62,12 +62,12 @@ class VendorKeymaster : public support::Keymaster {
                        const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
                        begin_cb cb) override;
     // Puts out one byte for each byte of payload, at once. The library stores only what it has got
-    // when the last update has answered.
+    // when the last update has returned.
     Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
                         const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, update_cb cb) override;
     // When encrypting, puts out the 16 bytes of the tag. When decrypting, puts out nothing, and
-    // answers VERIFICATION_FAILED unless the last 16 bytes of the input were the right tag.
+    // returns VERIFICATION_FAILED unless the last 16 bytes of the input were the right tag.
     Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
                         const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
                         const HardwareAuthToken& auth_token,
@@ -80,9 +80,9 @@ class VendorKeymaster : public support::Keymaster {
     // The keymaster stores nothing for a key, so there is nothing to delete.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
 
-    // ---- What may answer UNIMPLEMENTED ----------------------------------------------------------
+    // ---- What may return UNIMPLEMENTED ----------------------------------------------------------
     // upgradeKey: needed when blobs carry the system's patch level, as they should. The library
-    //     calls it after KEY_REQUIRES_UPGRADE, which this keymaster never answers.
+    //     calls it after KEY_REQUIRES_UPGRADE, which this keymaster never returns.
     // attestKey: needed for attestation and, with the vendor's tag, for signing requests.
     // The library calls none of the others.
 

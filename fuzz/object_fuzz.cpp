@@ -101,7 +101,7 @@ void damage(fuzz::Input& input) {
     }
 }
 
-// What the input makes of a call; nothing when the call is answered well.
+// What the input makes of a call; nothing when the call succeeds.
 std::optional<Fault> nextFault(fuzz::Input& input, Call call) {
     // With another blob than its own the keymaster would lose the key for good.
     const bool blob = call == Call::kGenerateKey || call == Call::kUpgradeKey;

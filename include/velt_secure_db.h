@@ -144,7 +144,7 @@ typedef struct db_table {
 // aad is SDB_AAD_LEN bytes, which must be authenticated with the payload. No buffer may be kept
 // after the return. Returns 0, or any other value to make the engine's call fail with that value.
 // The engine then wipes its copy of the payload. The callback chooses the nonce, which must never
-// repeat under one key.
+// repeat with one key.
 typedef int (*sdb_encrypt_fp)(void* ctx, unsigned int mode, unsigned char* plain,
                               unsigned char* cipher, unsigned int len, unsigned char* iv,
                               unsigned char* tag, unsigned char* aad, unsigned int aad_len);
@@ -215,7 +215,7 @@ SDB_NODISCARD SDB_EXPORT int simple_reg_cmp(const uint8_t* pattern, uint32_t ple
                                             const uint8_t* subject, uint32_t slen,
                                             uint32_t use_pattern);
 
-// Compares each item of a comma-separated list with the subject, as simple_reg_cmp() does. Answers
+// Compares each item of a comma-separated list with the subject, as simple_reg_cmp() does. Returns
 // 1 when an item matches, else 0, also for an empty list. A leading comma makes no item.
 SDB_NODISCARD SDB_EXPORT int enumerated_simple_reg_cmp(const uint8_t* list, uint32_t llen,
                                                        const uint8_t* subject, uint32_t slen,

@@ -11,13 +11,13 @@
 //  - Lengths are in bytes. Buffers marked "malloc" are released with free().
 //  - Files have fixed relative names, in the process's working directory: the store
 //    "secure_objects.db", the database key's blob "edbk" and its SHA-256 "edbk_digest". Each has a
-//    ".bak" of the version before and, while it is written, a ".tmp". The rolling error file is
+//    ".bak" of the previous version and, while it is written, a ".tmp". The rolling error file is
 //    "zelko_err.txt". The library never changes directory.
 //  - Threads: the library starts none, and has no locks. All objects of a process share one table,
 //    one callback registration and the files. So the callers serialise all calls: those on all
 //    objects, those on all SODOperationParam and those to the engine. Only validateAttestChain()
 //    may run at the same time, but not beside a constructor. Keymaster calls are made on the
-//    caller's thread, and answered before the call returns.
+//    caller's thread, and complete before the call returns.
 //  - No exception leaves the object's methods: without memory they return -41. SODOperationParam
 //    and getTokensFromString() throw std::bad_alloc.
 
@@ -110,7 +110,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
                                     const keymaster_blob_t* command, keymaster_blob_t* out);
 
     // Encrypts (mode not 0) or decrypts (mode 0) `len` bytes with AES-256-GCM (NIST SP 800-38D)
-    // under the database key, in one keymaster operation. Loads or makes the key first. Encrypting
+    // with the database key, in one keymaster operation. Loads or makes the key first. Encrypting
     // reads `plain` and fills `cipher` (which may be the same buffer), `iv` (12 bytes) and `tag`
     // (16 bytes). Decrypting reads `cipher`, `iv` and `tag`, and fills `plain`.
     //   -38   a null pointer, or `len` or `aadLen` is 0
@@ -118,7 +118,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   -30   the tag does not match; `plain` may hold unauthenticated bytes. The file's content
     //         replaces the cached image; when both are the same, the backup replaces the file
     //   -41   out of memory
-    //   -1000 no keymaster, no answer to `begin`, or not all input consumed
+    //   -1000 no keymaster, no reply to `begin`, or not all input consumed
     // A transport failure is logged, and does not change the result. The result is then what the
     // keymaster returned last, usually 0, and the output is not filled.
     [[nodiscard]] int DBEncrypt(unsigned int mode, unsigned char* plain, unsigned char* cipher,
@@ -162,7 +162,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
 
     // ---- Password hardware key ------------------------------------------------------------------
 
-    // Converts key material under a password-bound key of the secure hardware, in one keymaster
+    // Converts key material with a password-bound key of the secure hardware, in one keymaster
     // `begin` with the purposes and tags of zelkeymaster_vendor_tags.h. `in1` to `in4` and
     // `material` must not be empty. The hardware alone knows their meaning.
     //   PW_ENCRYPT_TYPE_TO_KEY: `material` is an encrypted key. Fills `converted` with the key and
@@ -175,7 +175,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     //   -32   no keymaster
     //   -38   an empty input
     //   -2    any other type
-    //   -40   the tag (16 bytes) or the converted material is missing from the answer
+    //   -40   the tag (16 bytes) or the converted material is missing from the reply
     //   -41   out of memory
     // A keymaster without these purposes returns an error code of its own.
     [[nodiscard]] int encryptWithPasswordHWKey(const android::hardware::hidl_vec<uint8_t>& in1,
@@ -254,7 +254,7 @@ class ZELKM_EXPORT ZelKeymasterOperation {
     [[nodiscard]] static int restoreBackupDB();
 
   private:
-    class Store;  // the one way to the cached image and its file
+    class Store;                              // the one way to the cached image and its file
     friend struct ZelKeymasterOperationPeer;  // tests look inside
 
     uint8_t* mDbData;  // cached image of the store file, malloc; null when none

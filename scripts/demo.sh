@@ -66,9 +66,9 @@ expect wallet,payment
 
 say "Values that would be of no use are refused, and nothing is stored"
 run "zelkm --dir store add --alias gate --creator home --accessor '[20000..10000]'" 2
-expect "bounds are the wrong way round"
+expect "bounds are reversed"
 run "zelkm --dir store add --alias gate --creator home --accessor '1000, 2000'" 2
-expect "the blank would be a part of the name"
+expect "the blank would be part of the name"
 
 say "Many objects at once: a bad line is named, and nothing is stored; then all of them are"
 {
@@ -94,7 +94,7 @@ add_ten() { for i in $(seq 10); do zelkm --dir other --quiet --wait 60 add --ali
 run "add_ten a & add_ten b & wait; zelkm --dir other list --where CREATOR=two --count"
 expect 20
 
-say "The file: a header of 52 bytes, then AES-GCM ciphertext under a key of the keymaster"
+say "The file: a header of 52 bytes, then AES-GCM ciphertext, encrypted with a key of the keymaster"
 run "xxd -l 64 store/secure_objects.db"
 run "zelkm info store | sed -n 1,7p"
 expect encrypted
@@ -142,7 +142,7 @@ run "zelkm verify-chain leaf.pem middle.pem root.pem"
 expect "NOT known to be trusted"
 run "zelkm verify-chain leaf.pem chain/cert-2.pem root.pem" 1
 
-say "Key material under the password hardware key, and back; a changed tag is refused"
+say "Key material converted with the password hardware key, and back; a changed tag is refused"
 for file in in1 in2 in3 in4 material; do openssl rand -out "$file" 32; done
 inputs="--in1 in1 --in2 in2 --in3 in3 --in4 in4"
 run "zelkm --dir store wrap $inputs --material material --out wrapped --tag tag"
@@ -153,4 +153,4 @@ flip_byte tag 0
 run "zelkm --dir store unwrap $inputs --material wrapped --out refused --tag tag" 1
 expect "-30"
 
-printf '\nEverything did what it says. The files are in build/demo.\n'
+printf '\nEverything worked as described. The files are in build/demo.\n'

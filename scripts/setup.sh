@@ -77,7 +77,7 @@ apt() {
 fail_with_log() {
     if grep -qE 'Temporary failure resolving|Could not resolve|Could not connect|Unable to connect' \
         "$log"; then
-        set -- "no network: the package sources of this machine do not answer"
+        set -- "no network: the package sources of this machine do not respond"
     else
         grep '^E:' "$log" >&2 || true
     fi
@@ -124,7 +124,7 @@ if [[ $(id -u) -ne 0 ]]; then
     sudo -n true 2>/dev/null || sudo -v
 fi
 echo "setup: installing ${missing[*]}"
-# A third party's source that does not answer is no reason to stop: what counts is the installation.
+# A third party's source that does not respond is no reason to stop: what counts is the installation.
 apt update || true
 codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
 if [[ $codename == bookworm && " ${missing[*]} " == *" libplog-dev "* ]] && ! is_offered libplog-dev; then

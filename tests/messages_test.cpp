@@ -187,8 +187,8 @@ TEST(Describe, NamesTheSystemsErrorAndTheCode) {
               "the new version of a file could not be written: the disk is full (No space left on "
               "device)");
     EXPECT_EQ(text(MessageId::kWriteFailed, {"Success", "0"}),
-              "the new version of a file could not be written: not all bytes were written, as on a "
-              "disk that is full");
+              "the new version of a file could not be written: not all bytes were written, as when "
+              "the disk is full");
     EXPECT_EQ(text(MessageId::kTmpNotCreated, {"\033[2J", "13"}),
               "the .tmp file of a new version cannot be created: \\x1b[2J");
     EXPECT_EQ(

@@ -67,7 +67,7 @@ TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
     const struct {
         const char* name;
         std::string content;
-        std::string call;  // answered with `result` and `error`
+        std::string call;  // returns `result` and `error`
         long result;
         int error;
         std::string loaded;

@@ -103,14 +103,14 @@ TEST_F(ZelkmTool, ImportNamesWhatItRefuses) {
     const std::pair<std::string, std::string> cases[] = {
         {header + "c,a,1\nc,\"b\nb\",2\nc,d", "line 5: 2 values for 3 columns"},
         {header + "c,a,[2..1]", "line 2: ACCESSOR: item '[2..1]'"},
-        {header + "c,a,1\r\nc,a,2\r\n", "line 3: creator c has an object with the alias a already"},
-        {header + "old,k1,", "line 2: creator old has an object with the alias k1 already"},
+        {header + "c,a,1\r\nc,a,2\r\n", "line 3: creator c already has an object with the alias a"},
+        {header + "old,k1,", "line 2: creator old already has an object with the alias k1"},
         {header + ",a,1", "line 2: CREATOR is missing"},
         {header + "c,\"a", "the closing quote is missing"},
-        {header + "c,\"a\"a,1", "goes on after its closing quote"},
+        {header + "c,\"a\"a,1", "continues after its closing quote"},
         {header + "c,a\"\",1", "must be doubled"},
         {"CREATOR,NAME\nc,a", "line 1: unknown column 'NAME'"},
-        {"", "line 1: the names of the columns are missing"},
+        {"", "line 1: the column names are missing"},
         {R"([{"ALIAS": "a", "CREATOR": "c"}, 1])", "object 2: not an object"},
         {R"([{"ALIAS": {"hex": "616"}, "CREATOR": "c"}])", "object 1: ALIAS: a value is a string"},
         {R"([{"ALIAS": "a", "CREATOR": "c", "x": ""}])", "object 1: unknown column 'x'"},
@@ -297,7 +297,7 @@ TEST_F(ZelkmTool, ChangesAnObject) {
         {{"--accessor", "[1..2]", "--add-accessor", "x*"}, 0, "k1,c,5,\"[1..2],x*\",7,"},
         {{"--admin", "5"}, 0, "k1,c,5,\"a,1\",7,"},
         {{"--alias", "k3", "--dry-run"}, 0, "k1,c,5,\"a,1\",7,"},
-        {{"--alias", "k0"}, 1, "there is an object c::k0 already"},
+        {{"--alias", "k0"}, 1, "there is already an object c::k0"},
         {{"--alias", ""}, 2, "--alias: "},
         {{"--add-accessor", "[2..1]"}, 2, "--add-accessor: "},
     };
@@ -319,7 +319,7 @@ TEST_F(ZelkmTool, ChangesAnObject) {
     }
     EXPECT_EQ(done({"set", "c::k1", "--alias", "k3", "--dry-run"}),
               "would change c::k1\nCOLUMN  BEFORE  AFTER\nALIAS   k1      k3\n");
-    EXPECT_TRUE(run({"set", "c::k2", "--alias", "k3"}).says("2 objects are named c::k2"));
+    EXPECT_TRUE(run({"set", "c::k2", "--alias", "k3"}).says("2 objects named c::k2"));
     EXPECT_TRUE(run({"set", "k2", "--alias", "k3"}).says("no object k2"));
     EXPECT_EQ(done({"who", "--nobody", "--csv"}), "CREATOR,ALIAS,ACCESSOR\r\nc,k2,\r\nc,k2,\r\n");
 }

@@ -35,14 +35,14 @@ TEST_F(ZelkmExplain, TakesCodesMessagesAndLogs) {
         {{"49"}, 0, {"-49 SECURE_HW_"}},
         {{"DEVICE_LOCKED"}, 0, {"-72 DEVICE_LOCKED"}},
         {{"ZELKM_MALFORMED_STORE"}, 0, {"-913", "restores nothing"}},
-        {{"--", "-4242"}, 1, {"no result code is -4242"}},
+        {{"--", "-4242"}, 1, {"no result code -4242"}},
         {{"error in begin process : -26"}, 0, {"E zelkeymaster_operation.cpp", "-26 KEY_USER"}},
         {{"error in begin process : %d"}, 0, {"refused to begin an operation\n"}},
         {{"E/keymaster_tee( 7): [ERR] (velt_secure_db.cpp:3) DELETE error(-917)"}, 0, {"-917"}},
         {{"allocation"}, 0, {"allocation failure for out", "allocation fail during update"}},
-        {{"no such words"}, 1, {"no message this text"}},
+        {{"no such words"}, 1, {"nor a known message"}},
         {{"no", "such"}, 2, {"no: no such file"}},
-        {{}, 2, {"is needed"}},
+        {{}, 2, {"give a result code"}},
         {{"s/zelko_err.txt", "-"},
          0,
          {"-:2: 1990-01-02 03:04:05.006 W no file x (2 times)\n", "s/zelko_err.txt:1: ",
@@ -54,7 +54,7 @@ TEST_F(ZelkmExplain, TakesCodesMessagesAndLogs) {
          0,
          {"{\"events\": [\n{\"file\":\"stdin\",\"line\":2,", "},\n{",
           "}],\n\"unknown\": 0, \"others\": 1}\n"}},
-        {{"s/edbk_digest"}, 1, {"no message of the library"}},
+        {{"s/edbk_digest"}, 1, {"no library message"}},
     };
     const std::string log =
         "noise\033]\n1990-01-02 03:04:05.006 WARN  [1] [log_to_file@102] "

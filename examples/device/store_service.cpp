@@ -192,8 +192,8 @@ int StoreService::start() {
     if (status == ZELKM_OK) {
         return ZELKM_OK;
     }
-    // The library has perhaps put the backup in place of the store, or removed both. If it could not
-    // read the key, it has made a new one.
+    // The library has perhaps put the backup in place of the store, or removed both. If it could
+    // not read the key, it has made a new one.
     if (!is_new) {
         putBack(kStore, store);
         putBack(kKey, key);
@@ -307,7 +307,7 @@ int StoreService::checkWritten(int status) {
         // The backup is the version before this change. Another change would remove it.
         static_cast<void>(ZelKeymasterOperation::restoreBackupDB());
         return failed(ZELKM_UNKNOWN_ERROR,
-                      "the keymaster's answer was lost, and objects were on the disk as plaintext; "
+                      "the keymaster's reply was lost, and objects were on the disk as plaintext; "
                       "the version before is in place again");
     }
     store_size_ = store.size();

@@ -34,7 +34,7 @@ bool take(std::string_view* text, std::string_view expected) {
     return there;
 }
 
-// Takes the rest of a range off the text; its "[" is gone already. Answers why it is no range.
+// Takes the rest of a range off the text; its "[" is gone already. Returns why it is no range.
 std::optional<std::string> takeRange(std::string_view* text) {
     uint32_t low = 0;
     uint32_t high = std::numeric_limits<uint32_t>::max();
@@ -48,7 +48,7 @@ std::optional<std::string> takeRange(std::string_view* text) {
         return "a bound of a range has at most 32 bits, 4294967295";
     }
     if (low > high) {
-        return "the range is empty: its bounds are the wrong way round";
+        return "the range is empty: its bounds are reversed";
     }
     return std::nullopt;
 }
@@ -69,7 +69,7 @@ std::optional<std::string> patternProblem(std::string_view pattern) {
                 return reason;
             }
         } else if (c == '*' && !pattern.empty() && !take(&pattern, "#") && !take(&pattern, "_")) {
-            return "* stands at the end, or in *# and *_";
+            return "* may only be at the end, or in *# and *_";
         }
     }
     return std::nullopt;
@@ -82,7 +82,7 @@ std::optional<std::string> listProblem(std::string_view column, std::string_view
         list.remove_prefix(std::min(end + 1, list.size()));
         const std::string shown = "item '" + escape(item) + "': ";
         if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
-            return shown + "the blank would be a part of the name";
+            return shown + "the blank would be part of the name";
         }
         if (const auto reason = column == "ACCESSOR" ? patternProblem(item) : std::nullopt) {
             return shown + "nobody would ever match: " + *reason;

@@ -111,14 +111,14 @@ std::string whyPathRefused(const std::vector<Element>& chain, size_t first) {
     return where + X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get()));
 }
 
-std::string whyRefused(const std::vector<Element>& chain, bool separate_first) {
+std::string chainProblem(const std::vector<Element>& chain, bool separate_first) {
     if (chain.size() < kMinCertificates) {
-        return std::to_string(chain.size()) + " certificates; a chain has at least " +
+        return std::to_string(chain.size()) + " certificates; a chain needs at least " +
                std::to_string(kMinCertificates);
     }
     for (size_t i = 0; i < chain.size(); ++i) {
         if (!parse(chain[i].der)) {
-            return describe(chain, i) + ": no DER certificate";
+            return describe(chain, i) + ": not a DER certificate";
         }
     }
     const size_t first = separate_first ? 1 : 0;
@@ -157,7 +157,8 @@ void verifyChain(const VerifyChainOptions& options) {
         ders.push_back(toVec(element.der));
     }
     const int result = ZelKeymasterOperation::validateAttestChain(ders, !options.separate_first);
-    const std::string reason = result == ZELKM_OK ? "" : whyRefused(chain, options.separate_first);
+    const std::string reason =
+        result == ZELKM_OK ? "" : chainProblem(chain, options.separate_first);
     ERR_clear_error();
     if (options.json) {
         printChain(chain, result, reason);
@@ -166,8 +167,8 @@ void verifyChain(const VerifyChainOptions& options) {
         throw Refused((reason.empty() ? "chain refused" : reason) + "; " + resultText(result));
     }
     if (!options.json) {
-        std::cout << "a path leads from certificate " << (options.separate_first ? 2 : 1)
-                  << " to the last one\n"
+        std::cout << "the certification path is valid from certificate "
+                  << (options.separate_first ? 2 : 1) << " to the last one\n"
                   << "that one is NOT known to be trusted; compare it with your roots: "
                   << describe(chain, chain.size() - 1) << ", SHA-256 "
                   << hex(sha256(chain.back().der)) << '\n';
@@ -183,13 +184,13 @@ void defineVerifyChain(CLI::App& app) {
         ->required()
         ->type_name("");
     command->add_flag("--separate-first", options->separate_first,
-                      "The first is signed by the second's key, and not on the path");
+                      "The first is signed with the second's key, but not on the path");
     command->add_flag("--json", options->json, "Print JSON; valid does not mean trusted");
     command->footer(
-        "Each file is PEM or DER and holds one certificate or several; at least three are\n"
-        "needed. Success does NOT mean trust: the last certificate is taken as the root\n"
-        "whoever made it, so compare it with the roots that you trust. Dates of validity\n"
-        "are not looked at, on purpose; nor is revocation.");
+        "Each file is PEM or DER and has one or more certificates; at least three are needed.\n"
+        "Success does NOT mean trust: the last certificate is taken as the root, whoever made\n"
+        "it, so compare it with the roots that you trust. Validity dates and revocation are\n"
+        "deliberately not checked.");
     command->callback([options] { verifyChain(*options); });
 }
 

@@ -29,10 +29,10 @@ void defineCheckCommand(CLI::App& app, int* status) {
         ->type_name("BYTES")
         ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
     command->footer(
-        "Tries what the library needs of a keymaster on the software keymaster, then upgrades\n"
-        "the system and tries a key of before. Says what does not hold. No store is touched.\n"
-        "zelkeymaster_check does the same on a device, and has the same exit status; here a\n"
-        "fault shows what a broken keymaster looks like:" +
+        "Checks the software keymaster against each requirement of the library, then simulates\n"
+        "a system upgrade and checks a key made before it. Reports what does not hold. No store\n"
+        "is touched. zelkeymaster_check does the same on a device, with the same exit status;\n"
+        "here --fault shows what a broken keymaster looks like:" +
         faults +
         "\n\n"
         "  zelkm check\n"

@@ -44,7 +44,7 @@ std::filesystem::path followLink(const std::filesystem::path& link) {
     if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
         throw Refused("directory " + link.string() + " is a link of another user (" +
                       std::to_string(status.st_uid) +
-                      "), who can lead it elsewhere: name the directory itself");
+                      "), who can redirect it: give the directory itself");
     }
     return link.parent_path() / std::string(target, static_cast<size_t>(len));
 }

@@ -24,7 +24,7 @@ namespace {
 // An empty name is refused: it is rather a variable that is not set than the working directory.
 SessionOptions withDirectory(SessionOptions options, const std::optional<std::string>& dir) {
     if (dir == "") {
-        throw WrongUsage("the name of the directory is empty");
+        throw WrongUsage("the directory name is empty");
     }
     options.dir = dir.value_or(options.dir);
     return options;
@@ -33,13 +33,13 @@ SessionOptions withDirectory(SessionOptions options, const std::optional<std::st
 void defineInfo(CLI::App& app, const SessionOptions& session) {
     auto dir = std::make_shared<std::optional<std::string>>();
     auto json = std::make_shared<bool>(false);
-    CLI::App* command = app.add_subcommand("info", "Show what a store directory holds");
-    command->add_option("DIR", *dir, "The directory; default the one of --dir")->type_name("");
+    CLI::App* command = app.add_subcommand("info", "Show what a store directory contains");
+    command->add_option("DIR", *dir, "The directory; default: that of --dir")->type_name("");
     command->add_flag("--json", *json, "Print one JSON object");
     command->footer(
         "Needs no key. Shows the library's files with their sizes, modes, owners and times,\n"
-        "the headers of the versions of the store and the rows of a plaintext payload,\n"
-        "which key file edbk_digest fits, the last lines of the error files and, with the root\n"
+        "the header of each version of the store and the rows of a plaintext payload,\n"
+        "which key file edbk_digest matches, the last lines of the error files and, with the root\n"
         "key of the software keymaster, the patch level of the key.");
     command->callback([&session, dir, json] {
         const SessionOptions options = withDirectory(session, *dir);
@@ -75,7 +75,7 @@ int runDoctors(const SessionOptions& session, const std::vector<std::string>& di
         }
         int ended = 0;
         if (child < 0 || ::waitpid(child, &ended, 0) != child || !WIFEXITED(ended)) {
-            throw Refused(escape(dir) + ": its examination did not end");
+            throw Refused(escape(dir) + ": its examination did not finish");
         }
         const auto rank = [](int status) { return (status + 3) % 4; };  // worst first: 1, 2, 3, 0
         worst =
@@ -88,29 +88,30 @@ int runDoctors(const SessionOptions& session, const std::vector<std::string>& di
 void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
     auto dirs = std::make_shared<std::vector<std::string>>();
     auto doctor = std::make_shared<DoctorOptions>();
-    CLI::App* command = app.add_subcommand("doctor", "Tell what is wrong with a store directory");
-    command->add_option("DIR", *dirs, "The directories; default the one of --dir")->type_name("");
+    CLI::App* command = app.add_subcommand("doctor", "Diagnose and repair a store directory");
+    command->add_option("DIR", *dirs, "The directories; default: that of --dir")->type_name("");
     command->add_flag("--repair", doctor->repair,
                       "Make the changes that the report lists, and keep copies");
-    command->add_flag("--json", doctor->json, "Print a JSON object; an array of several");
+    command->add_flag("--json", doctor->json,
+                      "Print a JSON object; an array for several directories");
     command->footer(
-        "Tells of every file in the directory and its folders what it is, by its\n"
-        "content, decrypts the store if the software keymaster's root key is there, and\n"
-        "sorts out the error files. Says what is wrong, what that means, and what to do.\n"
+        "Identifies every file in the directory and its subfolders by its content,\n"
+        "decrypts the store if the software keymaster's root key is there, and evaluates\n"
+        "the error files. Reports what is wrong, what that means, and what to do.\n"
         "\n"
         "Exit status:\n"
         "  0  healthy: everything was read, and the store was decrypted with its key\n"
         "  1  something is wrong\n"
         "  2  the directory cannot be read, or not by this user\n"
-        "  3  not decided: nothing is wrong, but something, mostly the key, was missing\n"
+        "  3  not decided: nothing is wrong, but something, usually the key, is missing\n"
         "\n"
-        "--repair makes the changes that the report lists. They were tried in memory\n"
-        "before, by the library where there is a key. What they touch is kept in a new\n"
-        "folder doctor-YYYYMMDD-HHMMSS. No program but this one may use the store\n"
+        "--repair makes the changes that the report lists. Each was tested in\n"
+        "memory first, with the library if there is a key. The files that they touch are\n"
+        "copied to a new folder doctor-YYYYMMDD-HHMMSS. No other program may use the store\n"
         "meanwhile. Root acts as the directory's owner.\n"
         "\n"
-        "With --quiet only the verdict is printed. Of several directories the exit status is\n"
-        "the worst: 1, 2, 3 or 0.\n"
+        "With --quiet only the verdict is printed. For several directories the exit status is\n"
+        "the worst one, in the order 1, 2, 3, 0.\n"
         "\n"
         "  zelkm doctor store\n"
         "  zelkm doctor --repair store");

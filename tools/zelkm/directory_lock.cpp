@@ -76,7 +76,7 @@ void lock(int directory, int mode, const SessionOptions& options) {
         const auto waited = Clock::now() - start;
         if (waited >= std::chrono::seconds(options.wait)) {
             throw Refused("directory " + options.dir + " is in use by " + holderOf(directory) +
-                          "; nothing was done (--wait tells how long to wait)");
+                          "; nothing was done (--wait sets how long to wait)");
         }
         if (!said && waited >= kSilence) {
             note(options,

@@ -98,8 +98,8 @@ constexpr Signature kSignatures[] = {
     {257, "ustar", {"a tar archive", "tar -xO", true}},
     {0, "\xff\xfe", {"UTF-16", "iconv -f UTF-16 -t UTF-8", false}},
     {0, "\xfe\xff", {"UTF-16", "iconv -f UTF-16 -t UTF-8", false}},
-    {0, "<!", {"an HTML page", "look what it says, and fetch the file again", false}},
-    {0, "<html", {"an HTML page", "look what it says, and fetch the file again", false}},
+    {0, "<!", {"an HTML page", "read what it says, and fetch the file again", false}},
+    {0, "<html", {"an HTML page", "read what it says, and fetch the file again", false}},
 };
 
 }  // namespace

@@ -32,7 +32,7 @@ Evidence readAsUser(const Directory& directory) {
         S_ISREG(evidence.files.at(unread).status.st_mode) &&
         evidence.directory.st_uid != ::geteuid()) {
         throw WrongUsage(evidence.files.at(unread).problem +
-                         ": only the directory's owner and root can look at it");
+                         ": only the directory's owner and root can read it");
     }
     return evidence;
 }
@@ -55,7 +55,8 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
         report.copies = copies;
         if (report.evidence.storeFiles() != repaired) {
             throw Refused(
-                "the files are not as they were written: is something else using the store?");
+                "the files have changed since they were written: is another program using the "
+                "store?");
         }
     }
     if (options.json) {
@@ -64,7 +65,7 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
         printText(std::cout, report, session.quiet);
     }
     if (options.repair && report.repaired.empty() && report.verdict() == Verdict::kWrong) {
-        std::cerr << "zelkm: not repaired: nothing that is proved to be safe would help\n";
+        std::cerr << "zelkm: not repaired: no safe repair found\n";
     }
     return static_cast<int>(report.verdict());
 }

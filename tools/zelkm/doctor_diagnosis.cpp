@@ -137,7 +137,7 @@ class StoreDoctor {
             const std::string& left = has(kTemporary) ? kTemporary : kBackup;
             add(Id::kStoreMissing, kStore, left + " " + reading(left).words);
         } else {
-            add(Id::kNoStore, "", "no file has its name");
+            add(Id::kNoStore, "", "there is no such file");
         }
     }
 
@@ -163,7 +163,7 @@ class StoreDoctor {
         } else if (r.finding && r.finding != Id::kStoreNotDecrypted) {
             add(Id::kBackupDamaged, kBackup, r.words);
             if (r.reads()) {
-                replace(kBackup, r.image, "with its header put right");
+                replace(kBackup, r.image, "with its header corrected");
             } else if (r.state == StoreReading::kDead && has(kStore)) {
                 remove(kBackup, "of no use");
             }
@@ -177,7 +177,7 @@ class StoreDoctor {
         }
         const StoreReading& r = reading(chosen);
         replace(kStore, r.reads() ? r.image : files_.at(chosen),
-                r.reads() && r.finding ? "with its header put right" : "from " + chosen);
+                r.reads() && r.finding ? "with its header corrected" : "from " + chosen);
         if (chosen != kStore) {
             remove(kTemporary, "not needed any more");
         }
@@ -201,7 +201,7 @@ class StoreDoctor {
             add(Id::kKeyMissing, kKey, kDigest + " is the digest of " + by_digest_);
             replace(kKey, contentOf(by_digest_), "from " + by_digest_);
         } else if (opening_.empty() && is_missing && needsKey()) {
-            add(Id::kKeyMissing, kKey, has(kKey) ? "holds nothing" : "no file has its name");
+            add(Id::kKeyMissing, kKey, has(kKey) ? "is empty" : "there is no such file");
         } else if (opening_.empty() && !is_missing && trials_->canDecrypt() &&
                    trials_->keyStatus(contentOf(kKey)) != ZELKM_OK) {
             add(Id::kKeyNotAccepted, kKey, resultText(trials_->keyStatus(contentOf(kKey))));
@@ -220,12 +220,12 @@ class StoreDoctor {
         const bool counts = digest.size() == kDigestLen;
         add(counts ? Id::kDigestMismatch : Id::kDigestMissing, kDigest,
             !counts              ? std::to_string(digest.size()) + " bytes"
-            : by_digest_.empty() ? "no key file has this digest"
+            : by_digest_.empty() ? "it matches no key file"
                                  : "it is the digest of " + by_digest_);
         if (!opening_.empty()) {
             replace(kDigest, sha256(key), "the SHA-256 of " + opening_);
         } else if (counts && needsKey()) {
-            remove(kDigest, "without one the library keeps a key that the keymaster refuses");
+            remove(kDigest, "without a digest the library keeps a key that the keymaster refuses");
         }
     }
 
@@ -239,7 +239,7 @@ class StoreDoctor {
                 continue;
             }
             if (name != used) {
-                add(Id::kKeyChangeUnfinished, name, "it lies beside " + base);
+                add(Id::kKeyChangeUnfinished, name, "it is next to " + base);
             }
             if (!used.empty()) {
                 remove(name, "not needed any more");
@@ -270,10 +270,10 @@ class StoreDoctor {
             return sha256(std::string(bytes)) == contentOf(kDigest);
         };
         if (has(kDigest) && opening_.empty()) {
-            addDisguise(kDigest, disguiseInWords(contentOf(kDigest), is_digest));
+            addDisguise(kDigest, describeDisguise(contentOf(kDigest), is_digest));
         }
         if (has(kKey) && opening_.empty() && by_digest_ != kKey) {
-            const std::string words = disguiseInWords(contentOf(kKey), is_key);
+            const std::string words = describeDisguise(contentOf(kKey), is_key);
             addDisguise(kKey, words.empty() && isText(contentOf(kKey)) ? "is text" : words);
         }
         const bool any = std::any_of(diagnosis_.findings.begin(), diagnosis_.findings.end(),
@@ -421,7 +421,7 @@ bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, StoreTrials*
             if (is_key || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK)) {
                 findings->push_back(
                     {Id::kKeyElsewhere, name,
-                     is_key ? kDigest + " is its digest" : "the keymaster takes it"});
+                     is_key ? kDigest + " is its digest" : "the keymaster accepts it"});
             }
         }
     }

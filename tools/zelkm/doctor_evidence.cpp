@@ -19,7 +19,7 @@ namespace {
 
 constexpr size_t kMaxKeyLen = 16 << 10;
 
-std::string inWords(std::string_view bytes) {
+std::string describe(std::string_view bytes) {
     if (isBlank(bytes)) {
         return bytes.empty() ? "is empty" : "holds only zeros";
     }
@@ -28,7 +28,7 @@ std::string inWords(std::string_view bytes) {
         return std::string("is a") + (header.encrypted() ? "n encrypted" : " plaintext") +
                " store, " + std::to_string(header.row_count) + " rows by its header";
     }
-    const std::string disguise = disguiseInWords(bytes, looksLikeStore);
+    const std::string disguise = describeDisguise(bytes, looksLikeStore);
     return disguise.empty() && isText(bytes) ? "is text" : disguise;
 }
 
@@ -53,7 +53,7 @@ FileEvidence look(const Directory& directory, const std::string& name, const str
         }
     }
     if (file.content) {
-        file.about = inWords(*file.content);
+        file.about = describe(*file.content);
         file.may_hold_store = mayHoldStore(*file.content);
         if (!is_used && file.content->size() > kMaxKeyLen && !looksLikeStore(*file.content)) {
             file.content.reset();  // nothing of this library
@@ -136,7 +136,7 @@ bool isBlank(std::string_view bytes) {
     return bytes.find_first_not_of('\0') == bytes.npos;
 }
 
-std::string disguiseInWords(std::string_view bytes, const IsRight& is_right) {
+std::string describeDisguise(std::string_view bytes, const IsRight& is_right) {
     if (is_right(bytes)) {
         return "";
     }

@@ -83,7 +83,7 @@ struct FindingKind {
 const std::vector<FindingKind>& findingKinds();
 
 // "wrong", "not checked" or "note".
-const char* inWords(Severity severity);
+const char* describe(Severity severity);
 
 struct Finding {
     FindingId id;

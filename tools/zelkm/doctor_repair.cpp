@@ -49,7 +49,8 @@ void replace(const Directory& directory, const std::string& name, const std::str
 void requireOwnership(const Evidence& evidence, const std::vector<Change>& changes) {
     if (evidence.directory.st_uid != ::geteuid()) {
         throw Refused(evidence.path + " belongs to another user (" +
-                      std::to_string(evidence.directory.st_uid) + "): only they can repair it");
+                      std::to_string(evidence.directory.st_uid) +
+                      "): only that user can repair it");
     }
     for (const Change& change : changes) {
         const auto found = evidence.files.find(change.file);

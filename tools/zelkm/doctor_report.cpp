@@ -45,19 +45,19 @@ std::string about(const Report& report, const std::string& name) {
                                                     : escape(file.about);
 }
 
-const char* inWords(Verdict verdict) {
+const char* verdictName(Verdict verdict) {
     return verdict == Verdict::kHealthy ? "healthy"
            : verdict == Verdict::kWrong ? "something is wrong"
                                         : "not decided";
 }
 
-std::string inWords(const Change& change) {
+std::string changeText(const Change& change) {
     return (change.content ? "replace " : "remove ") + change.file + ": " + escape(change.why);
 }
 
 void printFinding(std::ostream& out, const Finding& finding) {
     const FindingKind& kind = finding.kind();
-    out << inWords(kind.severity) << ": " << kind.name << ": "
+    out << describe(kind.severity) << ": " << kind.name << ": "
         << (finding.file.empty() ? "" : escape(finding.file) + ": ") << escape(finding.proof)
         << "\n  meaning: " << kind.meaning << "\n  to do: " << kind.advice << '\n';
 }
@@ -65,10 +65,10 @@ void printFinding(std::ostream& out, const Finding& finding) {
 void printTimeline(std::ostream& out, const std::vector<Moment>& timeline) {
     const size_t skipped = timeline.size() - std::min(timeline.size(), kShownMoments);
     if (!timeline.empty()) {
-        out << "what happened, by the error files:\n";
+        out << "events in the error files:\n";
     }
     if (skipped != 0) {
-        out << "  (" << skipped << " earlier ones: see --json)\n";
+        out << "  (" << skipped << " earlier events: see --json)\n";
     }
     for (size_t i = skipped; i < timeline.size(); ++i) {
         const Moment& moment = timeline[i];
@@ -120,7 +120,7 @@ Json describeJson(const std::string& name, const struct stat& status) {
 
 void printText(std::ostream& out, const Report& report, bool verdict_only) {
     if (verdict_only) {
-        out << "verdict: " << inWords(report.verdict()) << '\n';
+        out << "verdict: " << verdictName(report.verdict()) << '\n';
         return;
     }
     for (const auto& [name, file] : report.evidence.files) {
@@ -133,23 +133,23 @@ void printText(std::ostream& out, const Report& report, bool verdict_only) {
         printFinding(out, finding);
     }
     if (report.diagnosis.decrypted) {
-        out << kStoreFile << " was decrypted with its key, and fits its header\n";
+        out << kStoreFile << " was decrypted with its key, and matches its header\n";
     }
     for (const Change& change : report.diagnosis.changes) {
-        out << "--repair would " << inWords(change) << '\n';
+        out << "--repair would " << changeText(change) << '\n';
     }
     for (const Change& change : report.repaired) {
-        out << "done: " << inWords(change) << '\n';
+        out << "done: " << changeText(change) << '\n';
     }
     if (!report.copies.empty()) {
-        out << "copies of what was touched are in " << report.copies << '\n';
+        out << "copies of the changed files are in " << report.copies << '\n';
     }
-    out << "verdict: " << inWords(report.verdict()) << '\n';
+    out << "verdict: " << verdictName(report.verdict()) << '\n';
 }
 
 void printJson(std::ostream& out, const Report& report) {
     Json json = {{"directory", utf8(report.evidence.path)},
-                 {"verdict", inWords(report.verdict())},
+                 {"verdict", verdictName(report.verdict())},
                  {"status", static_cast<int>(report.verdict())},
                  {"decrypted", report.diagnosis.decrypted},
                  {"key_of_digest", keyOfDigest(report.evidence.storeFiles())}};
@@ -167,7 +167,7 @@ void printJson(std::ostream& out, const Report& report) {
     for (const Finding& finding : report.findings) {
         const FindingKind& kind = finding.kind();
         json["findings"].push_back({{"name", kind.name},
-                                    {"severity", inWords(kind.severity)},
+                                    {"severity", describe(kind.severity)},
                                     {"file", utf8(finding.file)},
                                     {"proof", utf8(finding.proof)},
                                     {"meaning", kind.meaning},

@@ -16,7 +16,7 @@ using State = StoreReading::State;
 
 constexpr size_t kZeroRun = 64;  // by chance, no ciphertext has so many zeros in a row
 
-std::string bytesInWords(uint64_t count) {
+std::string numBytes(uint64_t count) {
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
@@ -61,7 +61,7 @@ class Examination {
         if (header_.payload_len > available_) {
             return {refused_ ? State::kRefused : State::kNotTried,
                     "has " + std::to_string(available_) + " of the " +
-                        bytesInWords(header_.payload_len) + " of payload in its header",
+                        numBytes(header_.payload_len) + " of payload in its header",
                     Id::kStoreCut, "", ""};
         }
         if (refused_) {
@@ -92,14 +92,14 @@ class Examination {
             return StoreReading{State::kRefused,
                                 "is plaintext with " + objects + ", and its header says " +
                                     std::to_string(header_.row_count) + " in " +
-                                    bytesInWords(header_.payload_len),
+                                    numBytes(header_.payload_len),
                                 Id::kStoreMalformed, "", ""};
         }
         const std::string image =
             withStoreHeader(file_, false, header_.row_count, header_.payload_len);
         if (header_.encrypted()) {
             return StoreReading{State::kReads,
-                                "is marked as encrypted, and is plaintext: " + objects,
+                                "is marked as encrypted, but is plaintext: " + objects,
                                 Id::kAnswerLost, image, ""};
         }
         return StoreReading{State::kReads, "is plaintext: " + objects, Id::kStorePlaintext, file_,
@@ -120,7 +120,7 @@ class Examination {
             refusals_.push_back(name +
                                 (trial.keymaster == ZELKM_VERIFICATION_FAILED
                                      ? " does not decrypt it ("
-                                     : " is not taken by the keymaster (") +
+                                     : " is not accepted by the keymaster (") +
                                 resultText(trial.keymaster) + ")");
         }
         return std::nullopt;
@@ -135,7 +135,7 @@ class Examination {
         const std::string image = withStoreHeader(store, true, count, len);
         const std::string opens = "decrypts with " + name;
         if (trials_->read(image, key).engine != ZELKM_OK) {
-            return {State::kRefused, opens + ", but the library cannot tell its rows apart",
+            return {State::kRefused, opens + ", but the library cannot parse its rows",
                     Id::kStoreMalformed, "", name};
         }
         if (image == file_) {
@@ -143,10 +143,10 @@ class Examination {
                     image, name};
         }
         return {State::kReads,
-                opens + ": " + std::to_string(count) + " objects in " + bytesInWords(len) +
+                opens + ": " + std::to_string(count) + " objects in " + numBytes(len) +
                     "; its header says " + std::to_string(header_.row_count) + " in " +
-                    bytesInWords(header_.payload_len) + ", flags " + std::to_string(header_.flags) +
-                    ", and " + bytesInWords(available_) + " are there",
+                    numBytes(header_.payload_len) + ", flags " + std::to_string(header_.flags) +
+                    ", and " + numBytes(available_) + " are there",
                 Id::kStoreHeader, image, name};
     }
 
@@ -156,7 +156,7 @@ class Examination {
         if (!looksLikeStore(file_)) {
             wrong.push_back("magic \"" + header_.magic.substr(0, header_.magic.find(' ')) +
                             "\", payload " + std::to_string(header_.payload_len) + " of " +
-                            bytesInWords(available_));
+                            numBytes(available_));
         }
         if (header_.flags != zelkm::kPayloadEncrypted) {
             wrong.push_back("flags " + std::to_string(header_.flags));
@@ -167,10 +167,10 @@ class Examination {
         if (header_.payload_len < minPayloadLen(header_.row_count) ||
             (header_.row_count == 0 && header_.payload_len != minPayloadLen(0))) {
             wrong.push_back(std::to_string(header_.row_count) + " rows in " +
-                            bytesInWords(header_.payload_len));
+                            numBytes(header_.payload_len));
         }
         if (!wrong.empty()) {
-            return {State::kNotTried, "has a header that cannot be right: " + joined(wrong),
+            return {State::kNotTried, "has an impossible header: " + joined(wrong),
                     Id::kStoreHeader, "", ""};
         }
         return {State::kNotTried,
@@ -195,21 +195,22 @@ StoreReading readStore(const std::string& file, const NamedKeys& keys, StoreTria
         return {State::kDead, file.empty() ? "is empty" : "holds only zeros", Id::kStoreEmpty, "",
                 ""};
     }
-    const std::string disguise = disguiseInWords(file, looksLikeStore);
+    const std::string disguise = describeDisguise(file, looksLikeStore);
     const bool is_store = hasMagic(file) || looksLikeStore(file);
     if (!disguise.empty()) {
         return {State::kDisguised, disguise, Id::kDisguised, "", ""};
     }
     if (hasMagic(file) && file.size() <= zelkm::kHeaderLen) {
         return {State::kDead,
-                "has " + bytesInWords(file.size()) + ", and the header alone has " +
+                "has " + numBytes(file.size()) + ", and the header alone has " +
                     std::to_string(zelkm::kHeaderLen),
                 Id::kStoreCut, "", ""};
     }
     const auto header = parseStoreHeader(file);
     const bool fits = header && header->payload_len == file.size() - zelkm::kHeaderLen;
     if (!is_store && !fits) {
-        return {State::kRefused, isText(file) ? "is text" : "has neither magic nor lengths of one",
+        return {State::kRefused,
+                isText(file) ? "is text" : "has neither the magic nor the lengths of a store",
                 Id::kNoStoreFile, "", ""};
     }
     return Examination(file, keys, trials).run();

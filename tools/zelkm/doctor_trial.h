@@ -31,7 +31,7 @@ class StoreTrials {
         int keymaster;        // 0, or why the keymaster did not decrypt the payload
         std::string payload;  // the decrypted payload; empty when it was not decrypted
     };
-    // Lets the library's engine read a store file under a key blob. Without a key blob only a
+    // Lets the library's engine read a store file with a key blob. Without a key blob only a
     // plaintext can be read.
     Trial read(const std::string& store, const std::string& key);
 

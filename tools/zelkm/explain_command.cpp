@@ -195,11 +195,11 @@ void explainLog(const std::vector<std::string>& files, bool json) {
                   << ", \"others\": " << reader.foreign().count << "}\n";
     } else {
         std::cout << num_events << (num_events == 1 ? " event\n" : " events\n");
-        printOthers(reader.unknown(), "the library unknown here", files);
+        printOthers(reader.unknown(), "the library unknown to this version", files);
         printOthers(reader.foreign(), "others", files);
     }
     if (num_events == 0) {
-        throw Refused("no message of the library in " + files.front());
+        throw Refused("no library message in " + files.front());
     }
 }
 
@@ -216,7 +216,7 @@ void explain(const ExplainOptions& options) {
         return;
     }
     if (options.what.empty()) {
-        throw WrongUsage("explain: a result code, a message or a log is needed");
+        throw WrongUsage("explain: give a result code, a message or a log");
     }
     const std::string& what = options.what.front();
     const bool one = options.what.size() == 1;
@@ -225,7 +225,7 @@ void explain(const ExplainOptions& options) {
         return;
     }
     if (one && isNumber(what)) {
-        throw Refused("no result code is " + what);
+        throw Refused("no result code " + what);
     }
     const auto missing = std::find_if_not(options.what.begin(), options.what.end(), isFile);
     if (missing == options.what.end()) {
@@ -233,11 +233,11 @@ void explain(const ExplainOptions& options) {
         return;
     }
     if (!one) {
-        throw WrongUsage(*missing + ": no such file; a message with blanks needs quotes");
+        throw WrongUsage(*missing + ": no such file; a message with spaces needs quotes");
     }
     const std::vector<FoundMessage> found = findMessages(what);
     if (found.empty()) {
-        throw Refused("no file has this name, and no message this text: " + escape(what));
+        throw Refused("neither a file nor a known message: " + escape(what));
     }
     if (options.json) {
         return printJson(found);

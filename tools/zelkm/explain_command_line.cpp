@@ -12,24 +12,24 @@ namespace zelkm_tool {
 
 void defineExplain(CLI::App& app) {
     auto options = std::make_shared<ExplainOptions>();
-    CLI::App* command = app.add_subcommand("explain", "Say what a code, a message or a log means");
+    CLI::App* command = app.add_subcommand("explain", "Explain a result code, a message or a log");
     CLI::Option* what = command
                             ->add_option("WHAT", options->what,
                                          "A result code, a message, or logs; - is "
                                          "standard input")
                             ->type_name("");
     command->add_flag("--all", options->all, "Every message and code, as Markdown")->excludes(what);
-    command->add_flag("--json", options->json, "Print JSON; a log's events one a line");
+    command->add_flag("--json", options->json, "Print JSON; for a log, one event per line");
     command->footer(
-        "A number is a result code (write -- before a negative one), and so is its name. A\n"
-        "file that exists, or -, is a log: an error file, a logcat dump, or\n"
-        "what zelkm --verbose printed. Anything else is a message: as it was logged or as\n"
-        "it stands in the source, with or without what stands before it in a log, whole\n"
-        "or a part of it. Several files are one log; name rolled ones oldest first.\n"
+        "A number is a result code (write -- before a negative one), and so is the name of\n"
+        "one. An existing file, or -, is a log: an error file, a logcat dump, or the output\n"
+        "of zelkm --verbose. Anything else is a message or a part of one: as logged, or as it\n"
+        "appears in the source, with or without the prefix of a log line. Several files are\n"
+        "one log; give rotated ones oldest first.\n"
         "\n"
-        "Of a log, of any length, the events are shown in its order. A cause and what\n"
-        "to do stand below the first event of a kind. Lines that look like the\n"
-        "library's and are none that it knows are counted. Status 1: nothing was known.\n"
+        "The events of a log, of any length, are shown in order. Cause and remedy follow the\n"
+        "first event of each kind. Lines that look like the library's but match no known\n"
+        "message are counted. Exit status 1: nothing was recognised.\n"
         "\n"
         "  zelkm explain -- -49\n"
         "  zelkm explain 'error in finish process : -30'\n"

@@ -76,10 +76,10 @@ void FreshFiles::addIn(const Descriptor& folder, const std::string& name, const 
                        Access access, Existing existing) {
     if (const auto status = look(folder, name.empty() ? "." : name)) {
         if (!S_ISREG(status->st_mode)) {
-            throw Refused(path + ": is there and no ordinary file; nothing was written");
+            throw Refused(path + ": exists and is not a regular file; nothing was written");
         }
         if (existing == Existing::kRefuse) {
-            throw Refused(path + " holds a key already: use it with --key, or move it away");
+            throw Refused(path + " already holds a key: use it with --key, or move it away");
         }
     }
     const std::string temporary = besides(name);
@@ -144,7 +144,7 @@ void FreshFiles::place(File* file) {
     const auto placed = look(file->folder, file->name);
     if (::fstat(file->file.get(), &own) != 0 || !placed || placed->st_ino != own.st_ino ||
         placed->st_dev != own.st_dev) {
-        throw Refused(file->path + ": something else has put another file in its place");
+        throw Refused(file->path + ": another program has replaced it");
     }
 }
 

@@ -25,7 +25,7 @@ struct ImportOptions {
     bool as_is = false;       // also store what 'add' refuses without --as-is
 };
 
-std::string whyNotImported(const Row& values, bool as_is) {
+std::string importProblem(const Row& values, bool as_is) {
     for (size_t i = 0; i < values.size(); ++i) {
         const std::string column(kColumnNames[i]);
         if (values[i].empty() && i < 2 && !as_is) {
@@ -55,11 +55,11 @@ void import(const SessionOptions& session_options, const ImportOptions& options)
     size_t num_bad = 0;
     const auto take = [&](const std::string& place, Row&& values, std::string problem) {
         if (problem.empty()) {
-            problem = whyNotImported(values, options.as_is);
+            problem = importProblem(values, options.as_is);
         }
         if (problem.empty() && !options.as_is && !names.emplace(values[0], values[1]).second) {
-            problem = "creator " + escape(values[1]) + " has an object with the alias " +
-                      escape(values[0]) + " already";
+            problem = "creator " + escape(values[1]) + " already has an object with the alias " +
+                      escape(values[0]);
         }
         if (problem.empty()) {
             objects.push_back(std::move(values));
@@ -96,16 +96,17 @@ void defineImport(CLI::App& app, const SessionOptions& session) {
     command->add_option("FILE", options->file, "CSV or JSON; - is standard input")
         ->required()
         ->type_name("");
-    command->add_flag("--keep-going", options->keep_going, "Leave out what cannot be stored");
-    command->add_flag("--as-is", options->as_is, "Duplicates, and whatever the store can hold");
+    command->add_flag("--keep-going", options->keep_going, "Skip objects that cannot be stored");
+    command->add_flag("--as-is", options->as_is,
+                      "Accept duplicates, and any value that the store can hold");
     command->footer(
-        "The file is as list and export print it. CSV begins with the names of its columns,\n"
-        "in any order; commas, semicolons or tabs separate its values. JSON is an array, or\n"
-        "objects one after the other. A value that is missing or empty is absent.\n"
+        "Reads what list and export print. CSV begins with the column names, in any order;\n"
+        "commas, semicolons or tabs separate the values. JSON is an array, or objects one\n"
+        "after the other. A missing value is the same as an empty one.\n"
         "\n"
-        "All objects are checked first, as add checks them: when one is refused, its line is\n"
-        "named and nothing is stored. Then all are stored in one change of the store: after\n"
-        "an interruption it has all of them, or none.");
+        "All objects are checked first, as by add: if one is refused, its line is reported and\n"
+        "nothing is stored. Then all are stored in one atomic change: after an interruption\n"
+        "the store has all of them, or none.");
     command->callback([&session, options] { import(session, *options); });
 }
 

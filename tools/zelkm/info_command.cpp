@@ -37,7 +37,8 @@ std::string versionOf(const std::string& magic) {
 std::string lengthsOf(const std::string& content, const StoreHeader& header) {
     const size_t there = storePayload(content, header).size();
     if (there < header.payload_len) {
-        return "the file is cut: " + std::to_string(there) + " bytes of the payload are there";
+        return "the file is truncated: " + std::to_string(there) +
+               " bytes of the payload are present";
     }
     const size_t surplus = content.size() - zelkm::kHeaderLen - there;
     return surplus == 0 ? "" : std::to_string(surplus) + " bytes after the payload";
@@ -112,14 +113,14 @@ Json storeJson(const std::string& content) {
     return json;
 }
 
-// Says in words which key file the digest fits.
-std::string digestInWords(const StoreFiles& files) {
+// Describes which key file the digest matches.
+std::string describeDigest(const StoreFiles& files) {
     const auto digest = files.find(kKeyDigestFile);
     if (digest == files.end()) {
         return "";
     }
     if (digest->second.size() != kDigestLen) {
-        return "not 32 bytes long: counts as missing";
+        return "not 32 bytes long: treated as missing";
     }
     const std::string key = keyOfDigest(files);
     if (key == kKeyFile) {
@@ -182,7 +183,7 @@ void printFile(const std::string& name, const Evidence& evidence) {
             std::cout << "  " << line << '\n';
         }
     } else if (name == kKeyDigestFile) {
-        std::cout << "  " << digestInWords(evidence.storeFiles()) << '\n';
+        std::cout << "  " << describeDigest(evidence.storeFiles()) << '\n';
     }
 }
 
@@ -214,7 +215,7 @@ void printInfo(const Directory& directory, bool json) {
     }
     Json object = {{"directory", escape(directory.path())},
                    {"key_of_digest", keyOfDigest(evidence.storeFiles())},
-                   {"digest", digestInWords(evidence.storeFiles())},
+                   {"digest", describeDigest(evidence.storeFiles())},
                    {"key_level", level},
                    {"files", Json::array()}};
     for (const std::string& name : shownNames()) {

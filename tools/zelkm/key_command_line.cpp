@@ -14,22 +14,22 @@ namespace {
 
 void defineKeyOptions(CLI::App& command, KeyOptions& options) {
     CLI::Option* key =
-        command.add_option("--key", options.file, "The key's blob; without it, a new key")
+        command.add_option("--key", options.file, "Key blob to use; default: a new key")
             ->type_name("FILE");
-    command.add_flag("--rsa", options.rsa, "A new key is RSA-2048; default EC P-256")
+    command.add_flag("--rsa", options.rsa, "Make an RSA-2048 key; default: EC P-256")
         ->excludes(key);
 }
 
 void defineCsr(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<CsrOptions>();
     CLI::App* command = app.add_subcommand("csr", "Make a certificate signing request");
-    command->add_option("--out", options->out, "The request; - is standard output")
+    command->add_option("--out", options->out, "Output file; - is standard output")
         ->required()
         ->type_name("FILE");
     command->add_flag("--der", options->der, "Write DER instead of PEM");
     defineKeyOptions(*command, options->key);
     command->footer(
-        "The blob of a new key is written to FILE.keyblob, never over another one.\n"
+        "The blob of a new key is written to FILE.keyblob, which must not exist yet.\n"
         "\n"
         "  zelkm --dir store csr --out request.pem\n"
         "  openssl req -in request.pem -verify -noout");
@@ -42,14 +42,14 @@ void defineAttest(CLI::App& app, const SessionOptions& session) {
     command->add_option("--out-dir", options->out_dir, "Output directory, created if missing")
         ->required()
         ->type_name("DIR");
-    command->add_option("--challenge", options->challenge, "To be attested; default random")
+    command->add_option("--challenge", options->challenge, "Challenge to attest; default: random")
         ->type_name("TEXT");
     command->add_flag("--der", options->der, "Write DER instead of PEM");
     defineKeyOptions(*command, options->key);
     command->footer(
         "Writes cert-1 (the key's), cert-2, ... up to the root, and shows the challenge in\n"
-        "hexadecimal. The blob of a new key is written to key.keyblob there, never over\n"
-        "another one.\n"
+        "hexadecimal. The blob of a new key is written to key.keyblob there, which\n"
+        "must not exist yet.\n"
         "\n"
         "  zelkm --dir store attest --out-dir chain\n"
         "  zelkm verify-chain chain/cert-1.pem chain/cert-2.pem chain/cert-3.pem");
@@ -59,7 +59,7 @@ void defineAttest(CLI::App& app, const SessionOptions& session) {
 void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
     auto options = std::make_shared<PasswordOptions>();
     CLI::App* command = app.add_subcommand(
-        wraps ? "wrap" : "unwrap", wraps ? "Convert key material under the password hardware key"
+        wraps ? "wrap" : "unwrap", wraps ? "Convert key material with the password hardware key"
                                          : "Convert wrapped key material back");
     for (size_t i = 0; i < options->inputs.size(); ++i) {
         const std::string number = std::to_string(i + 1);
@@ -67,21 +67,21 @@ void definePassword(CLI::App& app, const SessionOptions& session, bool wraps) {
             ->required()
             ->type_name("FILE");
     }
-    command->add_option("--material", options->material, "The material to convert")
+    command->add_option("--material", options->material, "Material to convert")
         ->required()
         ->type_name("FILE");
-    command->add_option("--tag", options->tag, wraps ? "Where to write the tag" : "The tag")
+    command->add_option("--tag", options->tag, wraps ? "Output file for the tag" : "The tag")
         ->required()
         ->type_name("FILE");
-    command->add_option("--out", options->out, "Where to write the converted material")
+    command->add_option("--out", options->out, "Output file for the converted material")
         ->required()
         ->type_name("FILE");
-    command->add_option("--rot", options->rot, "Where to write the hardware's value")
+    command->add_option("--rot", options->rot, "Output file for the hardware's rot value")
         ->type_name("FILE");
     command->footer(
-        "One file to read can be - (standard input), one to write - (standard output).\n"
-        "None to read may be empty. Files are written anew, for their owner only, all or\n"
-        "none: not through a link, and never over one that is read.\n"
+        "One input can be - (standard input), one output - (standard output). No input may\n"
+        "be empty. Outputs are created anew, readable by their owner only, all or none;\n"
+        "links are not followed, and no input is overwritten.\n"
         "\n"
         "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --tag t --out w\n"
         "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material w --tag t --out key");

@@ -99,7 +99,7 @@ std::string encoded(const hidl_vec<uint8_t>& der, const char* label, bool keep_d
 
 void makeCsr(const SessionOptions& session_options, const CsrOptions& options) {
     if (options.out == "-" && !options.key.file) {
-        throw WrongUsage("--out -: the new key needs a place, too; name a key with --key");
+        throw WrongUsage("--out -: there is no place for the new key; give a key with --key");
     }
     const std::string new_key = options.out + ".keyblob";
     const std::optional<std::string> existing = readKey(options.key);
@@ -117,7 +117,7 @@ void makeCsr(const SessionOptions& session_options, const CsrOptions& options) {
         check(session.operation().generateCSR(key, {}, request), "generateCSR");
     }
     if (request.size() == 0) {
-        throw Refused("generateCSR: the keymaster's answer is no single request");
+        throw Refused("generateCSR: the keymaster did not return a single request");
     }
     std::vector<std::string> contents = {encoded(request, "CERTIFICATE REQUEST", options.der)};
     if (!existing) {

@@ -46,7 +46,7 @@ std::string printable(const std::string& message) {
            (terminal ? escape(text) : withoutEscapes(text));
 }
 
-// Keeps an error, and answers whether the message is to be shown.
+// Keeps an error, and returns whether the message is to be shown.
 bool take(int priority, const char* message) {
     if (priority >= ANDROID_LOG_ERROR && g_errors.size() < kMaxErrors) {
         g_errors.emplace_back(message);

@@ -35,30 +35,31 @@ blob edbk, and the root key of the software keymaster, which encrypts that blob:
 soft_keymaster_root.key. The root key of attestations is beside it:
 soft_keymaster_root.key.attest. The library's errors are kept in zelko_err.txt.
 
-Values are bytes and come back as they were given. The store has no escaping,
+Values are bytes and are returned as given. The store has no escaping,
 so these are refused: an empty value, a value that begins with a comma, one
 with " AND " in it, the bytes 0x1f, 0x1e, line feed and NUL; and, as a value to
 store in any column but ACCESSOR, "*".
 
 Columns: ALIAS, CREATOR, CREATOR_UID and PRIV_ACC compare exactly. ADMIN is a
-list, ACCESSOR a list of patterns: ADMIN=1000 asks who lists 1000 as an admin,
-ACCESSOR=1000 whose patterns let 1000 in. Patterns: [lo..hi] is a range of
-numbers, a final * any rest, *# and *_ anything up to that character. A
-condition with * matches every object (for ADMIN and ACCESSOR, if not empty).
+list, ACCESSOR a list of patterns: ADMIN=1000 matches objects that list 1000 as
+an admin, ACCESSOR=1000 those with a pattern that matches 1000. Patterns:
+[lo..hi] is a range of numbers, a final * matches any rest, *# and *_ anything up
+to that character. A condition with * matches every object (for ADMIN and
+ACCESSOR, every object that has any).
 
 zelkm works at the patch level of the store's key. --patch-level simulates a
 system update: --upgrade then allows the library to upgrade the key. That is
 irreversible.
 
-One zelkm at a time uses a directory: others wait for it, --wait seconds long.
+Only one zelkm at a time uses a directory. Others wait up to --wait seconds.
 
 'zelkm help COMMAND' shows the options of a command.
 
 Exit status:
   0  done
   1  refused or failed, with the result code and its meaning
-  2  the command line was not accepted, and nothing was touched
-  3  'doctor' found nothing wrong, and could not check everything
+  2  invalid command line; nothing was touched
+  3  'doctor' found nothing wrong, but could not check everything
 
 Examples:
   zelkm --dir store add --alias key1 --creator app --accessor '[10000..19999]'
@@ -79,7 +80,7 @@ void refuseEmptyValues(int argc, char** argv) {
 }
 
 // Why the text is no patch level; empty when it is one.
-std::string whyNoPatchLevel(std::string& text) {
+std::string patchLevelProblem(std::string& text) {
     const bool digits = text.size() == 6 && text.find_first_not_of("0123456789") == text.npos;
     const bool fits =
         digits && text >= "200001" && text.substr(4) >= "01" && text.substr(4) <= "12";
@@ -94,7 +95,7 @@ std::string seeHelp(const CLI::App& app) {
 
 // Why the parser refused the arguments: names the first unknown option, or else the first argument
 // left over.
-std::string whyNotExpected(const CLI::App& app) {
+std::string argumentProblem(const CLI::App& app) {
     const std::vector<std::string> left = app.remaining(/*recurse=*/true);
     const auto option = std::find_if(left.begin(), left.end(),
                                      [](const std::string& arg) { return arg[0] == '-'; });
@@ -108,7 +109,7 @@ std::string whyNotExpected(const CLI::App& app) {
 void defineHelp(CLI::App& app) {
     auto name = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("help", "Show help for a command");
-    command->add_option("COMMAND", *name, "The command; default all of them, in short")
+    command->add_option("COMMAND", *name, "The command; default: an overview of all")
         ->type_name("");
     command->callback([&app, name] {
         const auto found =
@@ -135,7 +136,7 @@ void definePages(CLI::App& app) {
 int run(int argc, char** argv) {
     refuseEmptyValues(argc, argv);
 
-    CLI::App app("Works on a store of secure objects, and on keys, with libzelkeymaster.", "zelkm");
+    CLI::App app("Manages stores of secure objects, and keys, with libzelkeymaster.", "zelkm");
     app.formatter(std::make_shared<HelpFormatter>());
     app.get_formatter()->column_width(kHelpColumn);
     app.set_version_flag("--version", "zelkm " ZELKEYMASTER_VERSION);
@@ -144,18 +145,18 @@ int run(int argc, char** argv) {
     app.fallthrough();
 
     SessionOptions session;
-    app.add_option("--dir", session.dir, "The store; default $ZELKM_DIR, or the working directory")
+    app.add_option("--dir", session.dir, "The store; default: $ZELKM_DIR or the working directory")
         ->type_name("DIR")
         ->envname("ZELKM_DIR");
-    app.add_option("--wait", session.wait, "Seconds to wait for another zelkm; default 5")
+    app.add_option("--wait", session.wait, "Seconds to wait for another zelkm; default: 5")
         ->type_name("N");
-    app.add_option("--patch-level", session.patch_level, "Of the software keymaster")
+    app.add_option("--patch-level", session.patch_level, "Patch level of the software keymaster")
         ->type_name("YYYYMM")
-        ->check(CLI::Validator(whyNoPatchLevel, ""));
+        ->check(CLI::Validator(patchLevelProblem, ""));
     app.add_flag("--upgrade", session.upgrade, "Upgrade the store's key to that level");
     app.add_flag("--quiet", session.quiet, "Print only results and errors");
     // The library's debug lines hold every command with its values.
-    app.add_flag_callback("--verbose", showLog, "The library's whole log, values included");
+    app.add_flag_callback("--verbose", showLog, "Print the library's whole log, values included");
 
     defineStoreCommands(app, session);
     int status = kExitDone;
@@ -170,7 +171,7 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ExtrasError&) {
-        throw WrongUsage(whyNotExpected(app) + seeHelp(app));
+        throw WrongUsage(argumentProblem(app) + seeHelp(app));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             throw WrongUsage(error.what() + seeHelp(app));

@@ -17,7 +17,7 @@ std::string systemError(const Message& message, const std::string& text,
     switch (std::atoi(number.c_str())) {
         case 0:
             return message.id == MessageId::kWriteFailed
-                       ? "not all bytes were written, as on a disk that is full"
+                       ? "not all bytes were written, as when the disk is full"
                        : "it ended early";
         case ENOSPC:
             return "the disk is full (" + escape(text) + ")";
@@ -110,8 +110,8 @@ std::string markdownTables() {
         "### Result codes\n\n| code | name | meaning | cause in this library | what to do |\n"
         "| --- | --- | --- | --- | --- |\n";
     std::string others =
-        "\nNo call of the library is known to lead to these codes. Ask whoever makes the "
-        "keymaster.\n\n| code | name | meaning |\n| --- | --- | --- |\n";
+        "\nNo call of the library is known to lead to these codes. Ask the keymaster's "
+        "vendor.\n\n| code | name | meaning |\n| --- | --- | --- |\n";
     for (const ResultCode& result : resultCodes()) {
         const std::string start = "| " + std::to_string(result.code) + " | `" + result.name +
                                   "` | " + cell(result.meaning) + " |";

@@ -19,7 +19,7 @@ std::string describe(const FoundMessage& found, bool with_code);
 // The result code among the arguments; null when there is none, or when it is unknown.
 const ResultCode* codeIn(const FoundMessage& found);
 
-// E.g. "-49 SECURE_HW_COMMUNICATION_FAILED: the secure hardware does not answer".
+// E.g. "-49 SECURE_HW_COMMUNICATION_FAILED: the secure hardware does not respond".
 std::string nameAndMeaning(const ResultCode& result);
 
 // 'E', 'W' or 'D'.

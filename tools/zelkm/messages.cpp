@@ -21,7 +21,7 @@ constexpr char kCheckService[] = "Check that the keymaster service runs, and try
 constexpr char kCheckPermissions[] = "Check the directory's owner, mode and file system.";
 constexpr char kRestart[] = "Free memory and restart the process.";
 constexpr char kGiveHandle[] = "Construct the object with a keymaster handle.";
-constexpr char kKeymasterAtFault[] = "Report it to whoever makes the keymaster.";
+constexpr char kKeymasterAtFault[] = "Report it to the keymaster's vendor.";
 constexpr char kDamaged[] =
     "The library restores nothing. Stop the process and see \"A damaged store\" in "
     "docs/diagnostics.md.";
@@ -33,11 +33,11 @@ std::vector<MessageGroup> makeGroups() {
         {"Files",
          {
              {W, kObject, "no file %s", kText, "a file cannot be opened",
-              "It does not exist yet, in most cases.",
+              "Usually it does not exist yet.",
               "Nothing on a first start; later run `zelkm doctor`.", "", MessageId::kNoFile},
              {E, kObject, "file read fail: %s(%d)", kSystemError,
-              "a file could not be read whole, and counts as missing",
-              "With number 0 it got shorter meanwhile.", "Check the medium.", ""},
+              "a file could not be read completely, and counts as missing",
+              "Number 0: it was truncated meanwhile.", "Check the medium.", ""},
              {E, kObject, "file open: %s(%d)", kSystemError,
               "the .tmp file of a new version cannot be created", "The file itself is untouched.",
               "Check the directory's permissions and space.", "-1000", MessageId::kTmpNotCreated},
@@ -47,9 +47,9 @@ std::vector<MessageGroup> makeGroups() {
               "untouched.",
               "Check the space.", "-1000", MessageId::kWriteFailed},
              {W, kObject, "fail to remove backup file: %s(%d)", kSystemError, "the old .bak stays",
-              "The replacement goes on.", kCheckPermissions, ""},
+              "The replacement continues.", kCheckPermissions, ""},
              {W, kObject, "fail to rename to the backup file: %s(%d)", kSystemError,
-              "there is no backup of the version before", "The replacement goes on.",
+              "there is no backup of the previous version", "The replacement continues.",
               kCheckPermissions, ""},
              {E, kObject, "fail unlink: %s(%d)", kSystemError,
               "the current file could be neither moved nor removed", "The new version is in .tmp.",
@@ -64,7 +64,7 @@ std::vector<MessageGroup> makeGroups() {
               "the refused store could not be removed, and the backup was not put in place", "",
               kCheckPermissions, ""},
              {E, kObject, "fail rename during restore:%s(%d)", kSystemError,
-              "the backup could not be put in place", "There is none, in most cases.",
+              "the backup could not be put in place", "Usually there is none.",
               "The store file is gone: copy the directory, and run `zelkm doctor` on the copy.", "",
               MessageId::kNoBackup},
          }},
@@ -100,7 +100,7 @@ std::vector<MessageGroup> makeGroups() {
               "The lines after it say what it found.", "See the next messages.", "",
               MessageId::kKeyRepair},
              {E, kObject, "No keyfile, it will be restored after rebooting", kNone,
-              "`edbk` could not be loaded for want of memory", "", kRestart, ""},
+              "`edbk` could not be loaded: out of memory", "", kRestart, ""},
              {D, kObject, "cached key blob is verified same as the stored blob", kNone,
               "the key in memory and its file agree", "", kNothing, ""},
              {E, kObject, "cached key blob is broken, update with the stored blob", kNone,
@@ -110,19 +110,19 @@ std::vector<MessageGroup> makeGroups() {
               "`edbk_digest` is missing or not 32 bytes long",
               "The key cannot be judged, so nothing is changed.", kNothing, ""},
              {E, kObject, "cached key hash generation fail", kNone, "the key could not be hashed",
-              "SHA-256 failed, for want of memory in most cases.", kRestart, ""},
+              "SHA-256 failed, usually because memory ran out.", kRestart, ""},
              {E, kObject, "key blob is verified, regard the device is corrupted or the old version",
-              kNone, "the key is intact, and yet the keymaster refuses it",
+              kNone, "the key is intact, but the keymaster refuses it",
               "A call was lost, the keymaster lost its root key, or the system was downgraded. "
               "Nothing is deleted.",
               "After `try restoreKeyBlob(-1000)` a call was lost: restart the process. After "
               "another "
-              "number go back to the system under which the key was made or upgraded.",
+              "number go back to the system version that made or upgraded the key.",
               "", MessageId::kKeyIntact},
              {E, kObject, "key blob is corrupted. regard the key file is broken and regenerate key",
-              kNone, "the key does not fit its digest, so a new one takes its place",
+              kNone, "the key does not match its digest, so a new one takes its place",
               "The key file was damaged, or its digest is that of another key.",
-              "The present store cannot be decrypted with the new key. Stop the process; "
+              "The current store cannot be decrypted with the new key. Stop the process; "
               "`edbk.bak` "
               "holds the old key: run `zelkm doctor`.",
               "", MessageId::kKeyRegenerated},
@@ -130,7 +130,7 @@ std::vector<MessageGroup> makeGroups() {
               "no new key could be made", "", kCheckService, ""},
              {E, kObject, "key file hash generation fail", kNone,
               "the key was written without a fresh digest",
-              "SHA-256 failed, for want of memory in most cases.",
+              "SHA-256 failed, usually because memory ran out.",
               "Run `zelkm doctor`: an older digest beside a new key is dangerous.", ""},
              {E, kObject, "key file hash writing fail %d", kResult,
               "the key was written, and its digest was not",
@@ -155,12 +155,12 @@ std::vector<MessageGroup> makeGroups() {
              {E, kObject, "error in update hidl call : %d", kResult,
               "a call in the middle of an operation did not get through, and counts as "
               "successful",
-              "What was to be encrypted is written as it is; the next load refuses it.",
-              "Make the change again before a restart, or run `zelkm doctor --repair`; the version "
-              "before is in `.bak`. The plaintext was on the disk.",
+              "The data is written unencrypted; the next load refuses it.",
+              "Make the change again before a restart, or run `zelkm doctor --repair`; the "
+              "previous version is in `.bak`. The plaintext was on the disk.",
               "", MessageId::kUpdateLost},
              {E, kObject, "error in update process : %d", kResult,
-              "the keymaster refused to go on with an operation", "", kLookUpCode, "its code"},
+              "the keymaster refused to continue an operation", "", kLookUpCode, "its code"},
              {E, kObject, "Not all data has been consumed. Consumed %zu of %zu bytes\n", kNone,
               "the keymaster took less or more than it was given", "", kKeymasterAtFault, "-1000"},
              {E, kObject, "error in finish hidl call : %d", kResult,
@@ -169,19 +169,18 @@ std::vector<MessageGroup> makeGroups() {
               MessageId::kFinishLost},
              {E, kObject, "error in finish process : %d", kResult,
               "the keymaster refused to end an operation",
-              "-30: the store is not what this key encrypted. It is damaged, or of another key; "
-              "the "
-              "repair of the store follows.",
+              "-30: this key did not encrypt the store. It is damaged, or was encrypted with "
+              "another key; the repair of the store follows.",
               kLookUpCode, "its code", MessageId::kFinishRefused},
              {E, kObject, "fail to load secure db file. it might recover after rebooting", kNone,
-              "the repair could not load the store file for want of memory", "", kRestart, ""},
+              "the repair could not load the store file: out of memory", "", kRestart, ""},
              {E, kObject, "cached db is same as the stored db, regard the stored db is broken",
-              kNone, "the store file is damaged, or was made under another key",
+              kNone, "the store file is damaged, or was encrypted with another key",
               "Memory and file hold the same bytes, so it is the file that was refused.",
               "See the next message.", "", MessageId::kStoreRefused},
              {E, kObject, "restore the stored db. need to restart keystore", kNone,
               "the backup is being put in place of the refused store",
-              "It is the version before the last change.",
+              "It is the version from before the last change.",
               "Restart the process before the next change: it still holds the refused image, "
               "and its next successful write would replace the restored file.",
               "", MessageId::kBackupRestored},
@@ -197,14 +196,14 @@ std::vector<MessageGroup> makeGroups() {
               "the type of a password conversion is neither 0 nor 1", "",
               "Pass a type of `PW_ENCRYPT_TYPE`.", "-2"},
              {W, kObject, "invalid rot just set 0", kNone,
-              "the answer had no hardware value of 16 bytes, and zeros took its place", "",
+              "the reply had no hardware value of 16 bytes; zeros took its place", "",
               "Nothing, if the hardware has no such value.", ""},
-             {E, kObject, "invalid tag", kNone, "the answer had no tag of 16 bytes", "",
+             {E, kObject, "invalid tag", kNone, "the reply had no tag of 16 bytes", "",
               kKeymasterAtFault, "-40"},
-             {E, kObject, "no key", kNone, "the answer had no `KEY`, the converted material", "",
+             {E, kObject, "no key", kNone, "the reply had no `KEY`, the converted material", "",
               kKeymasterAtFault, "-40"},
              {E, kObject, "no encrypted key", kNone,
-              "the answer had no `ENCRYPTED_KEY`, the converted material", "", kKeymasterAtFault,
+              "the reply had no `ENCRYPTED_KEY`, the converted material", "", kKeymasterAtFault,
               "-40"},
              {E, kObject, "AttestKey: invalid IZelkeymasterDevice pointer", kNone,
               "the object has no keymaster for a signing request", "", kGiveHandle, "-32"},
@@ -213,12 +212,12 @@ std::vector<MessageGroup> makeGroups() {
               "the call for a signing request did not get through", "", kCheckService, "-1000"},
              {E, kObject, "Invalid attestion chain length", kNone,
               "there are fewer than three certificates", "", "Pass the whole chain.", "-30"},
-             {E, kObject, "d2i_X509 error", kNone, "an element is no DER certificate", "",
+             {E, kObject, "d2i_X509 error", kNone, "an element is not a DER certificate", "",
               "Check the elements.", "-30"},
              {E, kObject, "X509_verify_cert fail %d, %d", kNone,
               "the certification path is not valid",
               "The numbers are the result and libcrypto's error (`X509_V_ERR_…`).",
-              "`zelkm verify-chain` puts the second one into words.", "-30"},
+              "`zelkm verify-chain` explains the second one.", "-30"},
              {E, kObject, "verify_cert_chain fail", kNone,
               "the certification path was not accepted", "The line before says why.", kSeeBefore,
               "-30"},
@@ -251,8 +250,7 @@ std::vector<MessageGroup> makeGroups() {
          {
              {E, kEngine, "command or len is null", kNone, "there is no command or no handle",
               "The caller passed null, or length 0.", "Pass both.", "-38"},
-             {D, kEngine, "%s(%d) : L%d", kNone,
-              "a command, or a column name that is unknown, follows",
+             {D, kEngine, "%s(%d) : L%d", kNone, "a command, or an unknown column name, follows",
               "The numbers are the text's length in bytes and a source line.", kNothing, "",
               MessageId::kOther, "command|invalid column name"},
              {D, kEngine, "%s", kText, "a line of that text",
@@ -305,7 +303,7 @@ std::vector<MessageGroup> makeGroups() {
              {E, kEngine, "allocation failure", kNone, "there was no memory to load the store", "",
               kRestart, "-41"},
              {E, kEngine, "allocation failure for out", kNone, "there was no memory for a result",
-              "A select answers 0 with an empty result then.", kRestart, "-41"},
+              "A select then returns 0 with an empty result.", kRestart, "-41"},
              {E, kEngine, "export sdb fail, clear db to sync again", kNone,
               "the new version of the store could not be made",
               "Nothing was changed; the next query loads the store again. The lines before say "

@@ -99,7 +99,7 @@ class CsvReader {
             field->pop_back();
         }
         if (is_quoted && field->size() > quoted_len) {
-            *problem = "a value goes on after its closing quote";
+            *problem = "a value continues after its closing quote";
         }
         return follows;
     }
@@ -129,7 +129,7 @@ char separatorOf(std::string_view text) {
 std::vector<std::string> readHeader(CsvReader* reader) {
     const auto header = reader->next();
     if (!header || header->fields.empty()) {
-        throw Refused("line 1: the names of the columns are missing");
+        throw Refused("line 1: the column names are missing");
     }
     std::string names;
     for (const std::string& field : header->fields) {
@@ -264,7 +264,7 @@ class JsonReader {
     }
 
     static constexpr char kNoValue[] =
-        "a value is a string, a whole number, null, or {\"hex\": \"...\"} with two digits a byte";
+        "a value is a string, a whole number, null, or {\"hex\": \"...\"} with two digits per byte";
 
     const int depth_;
     const ObjectVisitor visit_;
@@ -328,7 +328,7 @@ void readObjects(std::string_view text, const ObjectVisitor& visit) {
                                        const std::string& problem) {
         if (++visited > kMaxObjects) {
             throw Refused(place + ": more than " + std::to_string(kMaxObjects) +
-                          " objects are not read at once");
+                          " objects cannot be imported at once");
         }
         visit(place, std::move(values), problem);
     };

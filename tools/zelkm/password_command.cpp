@@ -38,7 +38,7 @@ void requireDistinct(const std::vector<std::string>& read, std::vector<std::stri
         if (std::any_of(read.begin(), read.end(), same) ||
             std::any_of(written.begin(), written.begin() + static_cast<std::ptrdiff_t>(i), same)) {
             throw WrongUsage(written[i] +
-                             " would be written, and is named for something else, too");
+                             " would be written, but is also named for something else");
         }
     }
 }

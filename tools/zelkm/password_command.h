@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Converts key material under the password hardware key.
+// Converts key material with the password hardware key.
 
 #pragma once
 

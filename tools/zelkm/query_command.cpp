@@ -101,7 +101,7 @@ void runQueries(const SessionOptions& session_options, const QueryOptions& optio
     } else if (!options.text.empty()) {
         commands.push_back({"query", unescape(options.text)});
     } else {
-        throw WrongUsage("query: a command, or --file with commands, is missing");
+        throw WrongUsage("query: give a command, or --file with commands");
     }
     Session session(session_options, Session::Use::kStore);
     for (const Command& command : commands) {
@@ -113,18 +113,18 @@ void runQueries(const SessionOptions& session_options, const QueryOptions& optio
 
 void defineQuery(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<QueryOptions>();
-    CLI::App* command = app.add_subcommand("query", "Run command texts of the engine");
+    CLI::App* command = app.add_subcommand("query", "Run commands of the store engine");
     CLI::Option* text =
         command
             ->add_option("TEXT", options->text,
                          "The command; \\xNN is the byte NN, \\\\ a backslash; - reads "
-                         "standard input, one command a line")
+                         "standard input, one command per line")
             ->type_name("");
-    command->add_option("--file", options->file, "Read the commands from a file, one a line")
+    command->add_option("--file", options->file, "Read the commands from a file, one per line")
         ->type_name("FILE")
         ->excludes(text);
     command->footer(
-        "Shows the status and the result; a command that changes the store is stored.\n"
+        "Prints the status and the result; changes are stored.\n"
         "Nothing is checked here: an unknown column in a condition, no condition at all\n"
         "or the value * reaches every object, and a value with a separator in it can\n"
         "make the store unreadable.\n"

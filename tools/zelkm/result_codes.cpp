@@ -10,11 +10,11 @@ namespace {
 
 constexpr char kCaller[] = "Correct the call.";
 constexpr char kOwnKey[] =
-    "Only a key that you pass in can have this property; the database key has not.";
+    "Only a key that you pass in can have this property; the database key does not.";
 constexpr char kOtherRules[] =
-    "The keymaster does not take what the library asks for: AES-256-GCM with a tag of 128 bits.";
-constexpr char kReport[] = "Report it to whoever makes the keymaster, with the log.";
-constexpr char kTryAgain[] = "Try again; if it stays, restart the keymaster service.";
+    "The keymaster does not support what the library asks for: AES-256-GCM with a tag of 128 bits.";
+constexpr char kReport[] = "Report it to the keymaster's vendor, with the log.";
+constexpr char kTryAgain[] = "Try again; if it persists, restart the keymaster service.";
 constexpr char kDamaged[] =
     "The library restores nothing. Stop the process and see \"A damaged store\" in "
     "docs/diagnostics.md.";
@@ -28,7 +28,7 @@ const std::vector<ResultCode>& resultCodes() {
         {-2, "UNSUPPORTED_PURPOSE", "unsupported purpose or password mode",
          "A password conversion of a type that is neither 0 nor 1, or a keymaster without password "
          "conversion (purposes 101 and 102).",
-         "Correct the type, or see that the keymaster has the extension."},
+         "Correct the type, or make sure that the keymaster has the extension."},
         {-3, "INCOMPATIBLE_PURPOSE", "the key does not allow this purpose",
          "`edbk` is not the database's key.",
          "Compare `edbk` and `edbk_digest` with `zelkm info`."},
@@ -56,8 +56,8 @@ const std::vector<ResultCode>& resultCodes() {
         {-19, "UNSUPPORTED_KEY_ENCRYPTION_ALGORITHM", "unsupported algorithm to encrypt a key"},
         {-20, "UNSUPPORTED_KEY_VERIFICATION_ALGORITHM", "unsupported algorithm to verify a key"},
         {-21, "INVALID_INPUT_LENGTH", "invalid input length",
-         "The keymaster does not take an input of this length.",
-         "Report it to whoever makes the keymaster, with the size of the store."},
+         "The keymaster does not accept an input of this length.",
+         "Report it to the keymaster's vendor, with the size of the store."},
         {-22, "KEY_EXPORT_OPTIONS_INVALID", "invalid options of a key's export"},
         {-23, "DELEGATION_NOT_ALLOWED", "delegation is not allowed"},
         {-24, "KEY_NOT_YET_VALID", "the key is not valid yet", kOwnKey,
@@ -73,22 +73,23 @@ const std::vector<ResultCode>& resultCodes() {
          "Try again."},
         {-29, "INSUFFICIENT_BUFFER_SPACE", "a buffer is too small"},
         {-30, "VERIFICATION_FAILED", "verification failed",
-         "From a query: the store is damaged, or was encrypted under another key; the backup takes "
-         "its place. From a password conversion: the inputs or the tag are others than before. "
+         "From a query: the store is damaged, or was encrypted with another key; the backup takes "
+         "its place. From a password conversion: the inputs or the tag differ from those of the "
+         "first conversion. "
          "From the validation of a chain: the chain is not valid.",
          "After a query, restart the process before the next change, and run `zelkm doctor` if it "
-         "stays. For a chain, `zelkm verify-chain` says what is wrong."},
+         "persists. For a chain, `zelkm verify-chain` tells what is wrong."},
         {-31, "TOO_MANY_OPERATIONS", "too many open operations",
          "Other clients hold the keymaster's operations. Or operations stayed open after errors or "
-         "lost answers: the library never aborts one.",
+         "lost replies: the library never aborts one.",
          kTryAgain},
         {-32, "UNEXPECTED_NULL_POINTER", "null or empty argument, or no keymaster",
          "A null pointer or a length of 0 was passed, or the object was made without a keymaster.",
          kCaller},
         {-33, "INVALID_KEY_BLOB", "the keymaster does not accept the key blob",
-         "`edbk` is damaged, of another keymaster, or of a newer system; the repair of the key "
+         "`edbk` is damaged, from another keymaster, or from a newer system; the repair of the key "
          "follows.",
-         "Stop the process and run `zelkm doctor`, which tells which of these it is."},
+         "Stop the process and run `zelkm doctor`, which tells which of these applies."},
         {-34, "IMPORTED_KEY_NOT_ENCRYPTED", "the imported key is not encrypted"},
         {-35, "IMPORTED_KEY_DECRYPTION_FAILED", "the imported key cannot be decrypted"},
         {-36, "IMPORTED_KEY_NOT_SIGNED", "the imported key is not signed"},
@@ -100,29 +101,29 @@ const std::vector<ResultCode>& resultCodes() {
         {-39, "UNSUPPORTED_TAG", "unsupported tag",
          "The keymaster does not know a parameter of a password conversion or of a signing "
          "request.",
-         "See that the keymaster has these extensions."},
-        {-40, "INVALID_TAG", "missing or malformed parameter in the answer, or invalid tag",
-         "A password conversion was answered without tag or material; or the keymaster does not "
-         "take a parameter.",
+         "Make sure that the keymaster has these extensions."},
+        {-40, "INVALID_TAG", "missing or malformed parameter in the reply, or invalid tag",
+         "The reply to a password conversion lacked the tag or the material; or the keymaster does "
+         "not accept a parameter.",
          kReport},
         {-41, "MEMORY_ALLOCATION_FAILED", "out of memory",
          "The process or the keymaster had no memory.", "Free memory and try again."},
-        {-44, "IMPORT_PARAMETER_MISMATCH", "the imported key does not fit its parameters"},
+        {-44, "IMPORT_PARAMETER_MISMATCH", "the imported key does not match its parameters"},
         {-45, "SECURE_HW_ACCESS_DENIED", "access to the secure hardware was denied",
-         "The process may not use the keymaster, in most cases by the system's policy.",
+         "The process may not use the keymaster, usually because of the system's policy.",
          "Check the policy's denials in the log."},
         {-46, "OPERATION_CANCELLED", "the operation was cancelled"},
         {-47, "CONCURRENT_ACCESS_CONFLICT", "concurrent access",
          "Another process uses the secure hardware.", "Try again."},
         {-48, "SECURE_HW_BUSY", "the secure hardware is busy",
          "Another process uses the secure hardware.", "Try again."},
-        {-49, "SECURE_HW_COMMUNICATION_FAILED", "the secure hardware does not answer",
-         "The keymaster service lives, and what is behind it does not answer it.",
-         "Try again; if it stays, restart the device."},
+        {-49, "SECURE_HW_COMMUNICATION_FAILED", "the secure hardware does not respond",
+         "The keymaster service is running, but the hardware behind it does not respond.",
+         "Try again; if it persists, restart the device."},
         {-50, "UNSUPPORTED_EC_FIELD", "unsupported field of a curve"},
         {-51, "MISSING_NONCE", "no nonce", "The keymaster returned no nonce for an encryption.",
          kReport},
-        {-52, "INVALID_NONCE", "invalid nonce", "The keymaster does not take nonces of 12 bytes.",
+        {-52, "INVALID_NONCE", "invalid nonce", "The keymaster does not accept nonces of 12 bytes.",
          kReport},
         {-53, "MISSING_MAC_LENGTH", "length of the authentication tag is missing", kOtherRules,
          kReport},
@@ -140,23 +141,23 @@ const std::vector<ResultCode>& resultCodes() {
         {-60, "UNSUPPORTED_KDF", "unsupported key derivation"},
         {-61, "UNSUPPORTED_EC_CURVE", "unsupported curve", kOwnKey, kCaller},
         {-62, "KEY_REQUIRES_UPGRADE", "the key requires an upgrade",
-         "From `setLoadedDBKey`: the stored key was upgraded, which is no failure. From a query: "
-         "the upgrade had failed before, and the object keeps the old key.",
+         "From `setLoadedDBKey`: the stored key was upgraded, which is not an error. From a query: "
+         "the upgrade failed earlier, and the object keeps the old key.",
          "After a query, restart the process."},
         {-63, "ATTESTATION_CHALLENGE_MISSING", "attestation challenge is missing",
          "The keymaster took a signing request for an attestation: it does not know the request's "
          "tag.",
-         "See that the keymaster has the extension, or pass a challenge to an attestation."},
+         "Make sure that the keymaster has the extension, or pass a challenge to an attestation."},
         {-64, "KEYMASTER_NOT_CONFIGURED", "keymaster not configured",
          "It has no keys of its own yet. The tool's software keymaster: its root key file cannot "
          "be "
          "used.",
          "Provision the device. For the software keymaster, check soft_keymaster_root.key."},
         {-65, "ATTESTATION_APPLICATION_ID_MISSING", "attestation application id is missing",
-         "An attestation was asked without ATTESTATION_APPLICATION_ID.", kCaller},
+         "An attestation was requested without ATTESTATION_APPLICATION_ID.", kCaller},
         {-66, "CANNOT_ATTEST_IDS", "the device's ids cannot be attested",
          "The parameters of a signing request ask for ids that the keymaster does not have.",
-         "Leave the ATTESTATION_ID tags out."},
+         "Omit the ATTESTATION_ID tags."},
         {-67, "ROLLBACK_RESISTANCE_UNAVAILABLE", "rollback resistance is not available"},
         {-68, "HARDWARE_TYPE_UNAVAILABLE", "hardware of this type is not available"},
         {-69, "PROOF_OF_PRESENCE_REQUIRED", "a proof of the user's presence is required", kOwnKey,
@@ -188,12 +189,12 @@ const std::vector<ResultCode>& resultCodes() {
         {-915, "ZELKM_PAYLOAD_TOO_LONG", "payload length larger than the store",
          "The store was cut, or the length in its header was changed.", kDamaged},
         {-917, "ZELKM_NOTHING_DELETED", "no object matched, nothing deleted",
-         "From the engine; `SodDelete` answers 0 instead.", "Nothing."},
+         "From the engine; `SodDelete` returns 0 instead.", "Nothing."},
         {-918, "ZELKM_SECURE_DB_DISABLED", "the secure object database is switched off",
          "The object was made with `enableSecureDb` false.", "Make it with true."},
         {-1000, "UNKNOWN_ERROR", "unknown error",
          "Any other failure: a file that could not be written, a keymaster call that did not get "
-         "through, a keymaster that answered without a reason.",
+         "through, a keymaster that gave no reason.",
          "The message logged with it says which; look that up. The change may or may not have "
          "happened."},
     };
@@ -212,7 +213,7 @@ const char* causeOf(const ResultCode& result) {
 }
 
 const char* adviceOf(const ResultCode& result) {
-    return *result.advice != '\0' ? result.advice : "Ask whoever makes the keymaster.";
+    return *result.advice != '\0' ? result.advice : "Ask the keymaster's vendor.";
 }
 
 }  // namespace zelkm_tool

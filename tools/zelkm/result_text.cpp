@@ -15,7 +15,7 @@ namespace zelkm_tool {
 
 std::string resultText(int code) {
     const ResultCode* found = findResultCode(code);
-    return std::to_string(code) + " " + (found != nullptr ? found->meaning : "error unknown here");
+    return std::to_string(code) + " " + (found != nullptr ? found->meaning : "unknown code");
 }
 
 std::string failureText(int code, const std::string& what) {

@@ -17,7 +17,7 @@ std::string resultText(int code);
 std::string failureText(int code, const std::string& what);
 
 // Throws Refused with the failure's text unless the code is 0. A call that logged an error and
-// still answered 0 is reported on standard error.
+// still returned 0 is reported on standard error.
 void check(int code, const std::string& what);
 
 }  // namespace zelkm_tool

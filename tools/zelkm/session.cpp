@@ -34,14 +34,14 @@ using android::hardware::keymaster::V4_0::KeyCharacteristics;
 void refuseOtherWriters(const Directory& directory) {
     const struct stat status = directory.status();
     if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
-        throw Refused(directory.path() + " belongs to another user (" +
-                      std::to_string(status.st_uid) +
-                      "): only they and root can work on it; 'zelkm info' shows what is there");
+        throw Refused(
+            directory.path() + " belongs to another user (" + std::to_string(status.st_uid) +
+            "): only that user and root can work on it; 'zelkm info' shows what is there");
     }
     if (const std::string who = otherWriters(status); !who.empty()) {
         throw Refused(
             directory.path() + ": " + who +
-            " may change it, and could lead this tool to other files; 'chmod go-w' helps");
+            " may change it, and could redirect this tool to other files; use 'chmod go-w'");
     }
 }
 
@@ -119,8 +119,7 @@ void Session::refuseInterruptedReplacement() const {
         }
     }
     throw Refused(options_.dir + ": there is no " + kStoreFile + ", but " + left +
-                  ": its replacement was interrupted; 'zelkm doctor' tells what is left of it, and "
-                  "repairs it");
+                  ": its replacement was interrupted; 'zelkm doctor' diagnoses and repairs it");
 }
 
 // Refuses an empty store file. To the library it is a store without objects, as if the file were
@@ -128,8 +127,7 @@ void Session::refuseInterruptedReplacement() const {
 void Session::refuseEmptyStore() const {
     if (image_->empty()) {
         throw Refused(options_.dir + ": " + kStoreFile +
-                      " is empty, as no store is; 'zelkm doctor' tells what is left of it, and "
-                      "repairs it");
+                      " is empty, which no store ever is; 'zelkm doctor' diagnoses and repairs it");
     }
 }
 
@@ -161,8 +159,8 @@ void Session::refuseUpgrade() {
     if (answer == ErrorCode::KEY_REQUIRES_UPGRADE) {
         throw Refused(std::string(kKeyFile) + " was made at an older patch level than " +
                       std::to_string(keymasterOptions(options_, directory_).patch_level) +
-                      ": --upgrade lets the library upgrade it, and from then on it needs that "
-                      "level ('zelkm info' shows the level)");
+                      ": --upgrade lets the library upgrade it, irreversibly: pass the new level "
+                      "afterwards ('zelkm info' shows the level)");
     }
 }
 
@@ -252,7 +250,7 @@ void Session::change(const std::string& what, size_t num_objects,
                       : std::make_tuple(ino_t(), off_t(), time_t(), long());
     };
     if (identity(now) != identity(image_status_)) {
-        throw Refused(what + ": nothing was done: something else has changed " + kStoreFile);
+        throw Refused(what + ": nothing was done: another program has changed " + kStoreFile);
     }
     checkStoreResult(make(), what);
     readStore();
@@ -260,7 +258,7 @@ void Session::change(const std::string& what, size_t num_objects,
     if (!header || header->row_count != num_objects ||
         storePayload(*image_, *header).size() != header->payload_len) {
         throw Refused(what + ": what was written is not a store of " + std::to_string(num_objects) +
-                      " objects: 'zelkm doctor' tells what is left");
+                      " objects: see 'zelkm doctor'");
     }
     num_objects_ = num_objects;
 }
@@ -272,7 +270,7 @@ void Session::checkStoreResult(int result, const std::string& what) {
     }
     std::string message = failureText(result, what);
     if (result == ZELKM_INVALID_KEY_BLOB) {
-        message += "; was it made under another root key, or is it of a newer --patch-level?";
+        message += "; was it made with another root key, or at a newer --patch-level?";
     }
     if (result == ZELKM_VERIFICATION_FAILED && image_) {
         if (!isThere(kStoreFile)) {

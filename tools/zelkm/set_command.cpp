@@ -88,7 +88,7 @@ void set(const SessionOptions& session_options, const SetOptions& options) {
     std::vector<Row> objects = select(session, {}, parseColumns(""));
     const std::vector<size_t> found = findNamed(objects, options.name);
     if (found.size() != 1) {
-        throw Refused(numObjects(found.size()) + " are named " + escape(options.name) +
+        throw Refused(numObjects(found.size()) + " named " + escape(options.name) +
                       ": 'export' them, change the text, 'remove' them and 'import' it");
     }
     Row& object = objects[found[0]];
@@ -98,7 +98,7 @@ void set(const SessionOptions& session_options, const SetOptions& options) {
     const auto same_name = [&](const Row& row) { return nameOf(row) == nameOf(object); };
     if (nameOf(before) != nameOf(object) && !options.as_is &&
         std::count_if(objects.begin(), objects.end(), same_name) != 1) {
-        throw Refused("there is an object " + name + " already");
+        throw Refused("there is already an object " + name);
     }
     Table changes = {{"COLUMN", "BEFORE", "AFTER"}, {}};
     for (size_t i = 0; i < object.size(); ++i) {
@@ -121,27 +121,28 @@ void set(const SessionOptions& session_options, const SetOptions& options) {
 
 void defineSet(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<SetOptions>();
-    CLI::App* command = app.add_subcommand("set", "Change an object: its name, who may use it");
+    CLI::App* command = app.add_subcommand("set", "Change an object: its name, or who may use it");
     command->add_option("NAME", options->name, "CREATOR::ALIAS, as aliases shows it")
         ->required()
         ->type_name("");
-    const char* const descriptions[5] = {"Its new name", "Who made it", "Who administers it",
-                                         "Who uses it: all patterns", "The creator's uid"};
+    const char* const descriptions[5] = {"New alias", "New creator", "New administrators",
+                                         "New list of patterns: who may use it",
+                                         "New creator's uid"};
     for (size_t i = 0; i < kPrivAcc; ++i) {
         command->add_option(kValueOptions[i], options->values[i], descriptions[i])
             ->type_name(i == 2 || i == 3 ? "A,B" : "VALUE");
     }
-    command->add_option("--add-accessor", options->add_accessor, "Who may use it as well")
+    command->add_option("--add-accessor", options->add_accessor, "Patterns to add")
         ->type_name("A,B");
     command->add_option("--remove-accessor", options->remove_accessor, "Patterns to remove")
         ->type_name("A,B");
     command->add_option("--privileged", options->privileged, "Whether it has privileged access")
         ->type_name("yes|no");
     command->add_flag("--dry-run", options->dry_run, "Only show what would change");
-    command->add_flag("--as-is", options->as_is, "Whatever value the store can hold");
+    command->add_flag("--as-is", options->as_is, "Accept any value that the store can hold");
     command->footer(
-        "An empty value, as in --admin '', removes what was there. The store changes once:\n"
-        "an interruption leaves the object as it was, or as it shall be.\n"
+        "An empty value, as in --admin '', removes the old one. The change is atomic:\n"
+        "an interruption leaves the old object or the new one.\n"
         "\n"
         "  zelkm --dir store set app::key1 --add-accessor 10042\n"
         "  zelkm --dir store set app::key1 --alias key2 --dry-run");

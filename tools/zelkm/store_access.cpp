@@ -74,7 +74,7 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
     auto rows = splitSelection(text, columns.size());
     if (!rows) {
         throw Refused(
-            "a stored value holds the byte 0x1e, so that values cannot be told apart; "
+            "a stored value holds the byte 0x1e, so that values cannot be separated; "
             "see the rows with: zelkm query 'SELECT (ALIAS)'");
     }
     // The library returns an empty text without memory for it. Otherwise a NUL ends the text.
@@ -148,13 +148,12 @@ void storeObjects(Session& session, const std::vector<Row>& objects, const std::
 void checkStoreLen(const SessionOptions& options, uint64_t len) {
     if (len > kMaxFileLen) {
         throw Refused("nothing was stored: the store would have " + std::to_string(len) +
-                      " bytes, and none with more than " + std::to_string(kMaxFileLen) +
-                      " is read");
+                      " bytes, but none larger than " + std::to_string(kMaxFileLen) + " is read");
     }
     if (len >= kTransportLen / 2) {
         note(options, "the store has " + std::to_string(len) + " bytes; on a device all calls to " +
                           "the keymaster share " + std::to_string(kTransportLen) +
-                          ", and a store that does not fit is lost");
+                          ", and a store that is too large is lost");
     }
 }
 

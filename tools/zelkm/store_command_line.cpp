@@ -11,7 +11,7 @@
 namespace zelkm_tool {
 namespace {
 
-constexpr char kWhereHelp[] = "A condition; several must all hold";
+constexpr char kWhereHelp[] = "A condition; if several are given, all must hold";
 
 void defineAdd(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<AddOptions>();
@@ -19,22 +19,23 @@ void defineAdd(CLI::App& app, const SessionOptions& session) {
     command->add_option("--alias", options->alias, "Name of the key")
         ->required()
         ->type_name("VALUE");
-    command->add_option("--creator", options->creator, "Who made it")
+    command->add_option("--creator", options->creator, "Its creator")
         ->required()
         ->type_name("VALUE");
-    command->add_option("--admin", options->admin, "Who administers it")->type_name("A,B");
-    command->add_option("--accessor", options->accessor, "Who uses it: patterns")->type_name("A,B");
+    command->add_option("--admin", options->admin, "Its administrators")->type_name("A,B");
+    command->add_option("--accessor", options->accessor, "Who may use it: patterns")
+        ->type_name("A,B");
     command->add_option("--creator-uid", options->creator_uid, "The creator's uid")->type_name("N");
     command->add_flag("--privileged", options->privileged, "Mark it for privileged access");
-    command->add_flag("--duplicate", options->duplicate, "Add it even if it is there already");
-    command->add_flag("--as-is", options->as_is, "Whatever value the store can hold");
+    command->add_flag("--duplicate", options->duplicate, "Add it even if it exists already");
+    command->add_flag("--as-is", options->as_is, "Accept any value that the store can hold");
     command->footer(
-        "Aliases need not be unique to the library; an object with this creator and this\n"
-        "alias is refused here all the same, unless --duplicate is given.\n"
+        "The library does not require unique aliases. zelkm refuses a second object with the\n"
+        "same creator and alias, unless --duplicate is given.\n"
         "\n"
-        "Refused, too, are values that would be of no use: one that no condition can ask\n"
-        "for; in --accessor a pattern that never matches, such as [9..1], [1..5 or 10*00;\n"
-        "a blank around an item of a list. --as-is stores them all the same.");
+        "Useless values are refused, too: those that no condition can match; in --accessor,\n"
+        "patterns that never match, such as [9..1], [1..5 or 10*00; blanks around an item of\n"
+        "a list. --as-is stores them anyway.");
     command->callback([&session, options] { addObject(session, *options); });
 }
 
@@ -49,9 +50,9 @@ void defineList(CLI::App& app, const SessionOptions& session) {
         "The table shows bytes that are not printable as \\xNN, and a backslash as \\\\. On a\n"
         "terminal, long values are cut to fit its width, with an ellipsis.\n"
         "\n"
-        "JSON is an array of objects keyed by column name; a value that is no UTF-8 is\n"
-        "{\"hex\": \"...\"} there. CSV is RFC 4180, its values the bytes that they are, except on\n"
-        "a terminal; a spreadsheet takes what begins with = + - @ for a formula.");
+        "JSON is an array of objects keyed by column name; a value that is not UTF-8 is\n"
+        "{\"hex\": \"...\"} there. CSV is RFC 4180, with the raw bytes of the values, except on a\n"
+        "terminal; a spreadsheet treats a value that begins with = + - @ as a formula.");
     command->callback([&session, options] { listObjects(session, *options); });
 }
 
@@ -63,7 +64,7 @@ void defineShow(CLI::App& app, const SessionOptions& session) {
         ->required()
         ->type_name("");
     command->add_flag("--json", *json, "Print JSON, as list does");
-    command->footer("Shows several when several have this name.");
+    command->footer("If several objects have this name, all are shown.");
     command->callback([&session, name, json] { showObjects(session, *name, *json); });
 }
 
@@ -75,7 +76,7 @@ void defineExport(CLI::App& app, const SessionOptions& session) {
         "--csv", [options] { options->format = Format::kCsv; }, "Print CSV");
     command->add_flag("--json", "Print JSON; the default")->excludes(csv);
     command->footer(
-        "Every value comes back byte for byte:\n"
+        "An import restores every value byte for byte:\n"
         "\n"
         "  zelkm --dir store export > objects.json\n"
         "  zelkm --dir other import --as-is objects.json");
@@ -86,13 +87,13 @@ void defineRemove(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<RemoveOptions>();
     CLI::App* command = app.add_subcommand("remove", "Delete the objects that match");
     command->add_option("--where", options->where, kWhereHelp)->type_name("COLUMN=VALUE");
-    command->add_flag("--all", options->all, "Every object; or careless conditions, see below");
+    command->add_flag("--all", options->all, "Remove every object, or allow careless conditions");
     command->add_flag("--dry-run", options->dry_run, "Only show what would be removed");
     command->footer(
         "Without --where, --all is needed: it removes every object. Careless conditions\n"
         "need it, too: an unknown column (the store skips the condition), the value *\n"
         "(every object matches), the operators < <= > >= (the store knows them, but no\n"
-        "object ever matches). That no object matches is no failure.");
+        "object ever matches). It is no error if no object matches.");
     command->callback([&session, options] { removeObjects(session, *options); });
 }
 
@@ -110,7 +111,7 @@ void defineFormats(CLI::App& command, Format& format) {
     const std::pair<const char*, Format> formats[] = {
         {"--json", Format::kJson}, {"--csv", Format::kCsv}, {"--count", Format::kCount}};
     CLI::Option* group[3] = {};
-    const char* const descriptions[] = {"Print JSON", "Print CSV", "Print how many there are"};
+    const char* const descriptions[] = {"Print JSON", "Print CSV", "Print the number of objects"};
     for (size_t i = 0; i < 3; ++i) {
         group[i] = command.add_flag_callback(
             formats[i].first, [&format, value = formats[i].second] { format = value; },

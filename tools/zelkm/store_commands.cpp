@@ -50,8 +50,9 @@ void addObject(const SessionOptions& session_options, const AddOptions& options)
     std::vector<Row> objects = select(session, {}, parseColumns(""));
     for (const Row& row : objects) {
         if (!options.duplicate && row[0] == object[0] && row[1] == object[1]) {
-            throw Refused("creator " + escape(object[1]) + " has an object with the alias " +
-                          escape(object[0]) + " already; --duplicate adds another one");
+            throw Refused("creator " + escape(object[1]) +
+                          " already has an object with the alias " + escape(object[0]) +
+                          "; --duplicate adds another one");
         }
     }
     objects.push_back(object);

@@ -76,7 +76,7 @@ std::optional<std::string> bytesProblem(std::string_view value) {
 
 std::optional<std::string> valueProblem(std::string_view value) {
     if (value.empty()) {
-        return "an empty value cannot be written between quotes";
+        return "the value is empty";
     }
     if (auto reason = bytesProblem(value)) {
         return reason;
@@ -97,7 +97,7 @@ std::optional<std::string> storedValueProblem(std::string_view column, std::stri
     // A condition with the value "*" matches every object, so this object could not be asked for
     // alone.
     if (value == "*" && column != "ACCESSOR") {
-        return "byte 1 is '*' and stands alone: a condition with this value matches every object";
+        return "the value is '*': a condition with this value matches every object";
     }
     const bool is_number = !value.empty() && std::all_of(value.begin(), value.end(), [](char c) {
         return c >= '0' && c <= '9';
@@ -131,7 +131,7 @@ Condition parseCondition(std::string_view text) {
     condition.value = text.substr(at + condition.op.size());
     // Anything but a name could bring another operator or condition into the command.
     if (!isName(condition.column)) {
-        throw WrongUsage(shown + "a column's name has letters, digits and '_' only");
+        throw WrongUsage(shown + "a column name has only letters, digits and '_'");
     }
     if (const auto reason = valueProblem(condition.value)) {
         throw WrongUsage(shown + *reason);
@@ -150,7 +150,7 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
         const auto same_column = [&](const Condition& c) { return c.column == condition.column; };
         if (std::count_if(conditions.begin(), conditions.end(), same_column) > 1) {
             throw WrongUsage("two conditions on " + condition.column +
-                             ": the store takes one for each column");
+                             ": the store takes one per column");
         }
         if (careless) {
             continue;
@@ -163,7 +163,8 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
         }
         if (condition.op != "=") {
             throw WrongUsage("operator " + condition.op + " in the condition on " +
-                             condition.column + ": the store knows it, but no object ever matches");
+                             condition.column +
+                             ": the store accepts it, but no object ever matches");
         }
         if (condition.column == "ADMIN" && condition.value.find(',') != std::string::npos) {
             throw WrongUsage(
@@ -218,8 +219,8 @@ std::string unescape(std::string_view text) {
         if (text.substr(i, 2) != "\\x" || digits.size() != 2 ||
             parsed.ptr != digits.data() + digits.size()) {
             throw WrongUsage("byte " + std::to_string(i + 1) +
-                             " is a backslash: write \\xNN for the byte NN (hexadecimal), "
-                             "\\\\ for a backslash");
+                             " is a backslash: write \\xNN for the byte NN (hexadecimal), or \\\\ "
+                             "for a backslash");
         }
         bytes += static_cast<char>(value);
         i += 3;

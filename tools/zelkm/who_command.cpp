@@ -68,7 +68,7 @@ void who(const SessionOptions& session_options, const WhoOptions& options) {
     const bool of_subject = !options.subject.empty();
     const bool of_object = !options.object.empty();
     if (of_subject + of_object + options.nobody != 1) {
-        throw WrongUsage("who: one of a subject, --object and --nobody is expected");
+        throw WrongUsage("who: give one of SUBJECT, --object and --nobody");
     }
     if (options.subject == "*") {
         throw WrongUsage("the subject * matches every object that has accessors");
@@ -115,14 +115,15 @@ void who(const SessionOptions& session_options, const WhoOptions& options) {
 void defineWho(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<WhoOptions>();
     CLI::App* command = app.add_subcommand("who", "Show who may use which objects");
-    command->add_option("SUBJECT", options->subject, "Who it is, such as 10042")->type_name("");
+    command->add_option("SUBJECT", options->subject, "A uid or another name, such as 10042")
+        ->type_name("");
     command->add_option("--object", options->object, "Show who may use this object")
         ->type_name("CREATOR::ALIAS");
     command->add_flag("--nobody", options->nobody, "Show the objects that nobody may use");
     defineFormats(*command, options->format);
     command->footer(
-        "With a SUBJECT: the objects with a pattern in ACCESSOR that lets the subject in.\n"
-        "With --object: the patterns of that object, and whom each lets in.");
+        "With SUBJECT: the objects whose ACCESSOR has a pattern that matches it.\n"
+        "With --object: the patterns of that object, and who matches each.");
     command->callback([&session, options] { who(session, *options); });
 }
 
