@@ -117,7 +117,10 @@ void defineHelp(CLI::App& app) {
         if (found.empty() && !name->empty()) {
             throw WrongUsage("unknown command " + escape(*name) + "; see 'zelkm help'");
         }
-        std::cout << (found.empty() ? app.help() : found.front()->help(app.get_name()));
+        // The application's own help() would show that of the command given, which is this one.
+        std::cout << (found.empty() ? app.get_formatter()->make_help(&app, app.get_name(),
+                                                                     CLI::AppFormatMode::Normal)
+                                    : found.front()->help(app.get_name()));
     });
 }
 
