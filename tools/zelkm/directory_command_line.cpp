@@ -49,8 +49,7 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
     });
 }
 
-// Runs the doctor on each directory in a process of its own: root's becomes the owner of the
-// directory, for good. Returns the worst exit status.
+// Runs the doctor on each directory in a process of its own. Returns the worst exit status.
 int runDoctors(const SessionOptions& session, const std::vector<std::string>& dirs,
                const DoctorOptions& options) {
     int worst = kExitDone;

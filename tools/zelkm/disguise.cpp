@@ -114,7 +114,7 @@ std::vector<Disguise> disguisesOf(std::string_view bytes) {
     };
     add("base64", "base64 -d", fromBase64(bytes));
     add("hexadecimal text", "xxd -r -p", fromHex(bytes));
-    add("a text with CR LF for each line feed", "sed 's/\\r$//'", withoutCarriageReturns(bytes));
+    add("a text with CR LF for each line feed", "dos2unix -f", withoutCarriageReturns(bytes));
     add("UTF-8 made from Latin-1", "iconv -f UTF-8 -t ISO-8859-1", fromUtf8(bytes));
     return result;
 }
