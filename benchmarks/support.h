@@ -99,8 +99,8 @@ void timeChanges(State& state, const Sample& sample, Store& store, bool removing
     check(store.count() == count, "removed row");
 }
 
-// Measures `select`, which appends its texts; returns the last ones. A first one is not measured: it
-// may make the index.
+// Measures `select`, which appends its texts; returns the last ones. A first one is not measured:
+// it may make the index.
 template <typename Select>
 Texts timeSelect(State& state, Select select) {
     Texts texts;

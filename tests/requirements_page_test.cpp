@@ -20,7 +20,8 @@ TEST(RequirementsPage, HasTheRequirementsThatAreChecked) {
         shown += line + "\n";
     }
     std::string checked;
-    for (const auto& all : {keymaster_check::requirements(), keymaster_check::laterRequirements()}) {
+    for (const auto& all :
+         {keymaster_check::requirements(), keymaster_check::laterRequirements()}) {
         for (const keymaster_check::Requirement& requirement : all) {
             checked += std::string("| `") + requirement.id + "` | " + requirement.what + " | " +
                        requirement.consequence + " |\n";
