@@ -115,7 +115,7 @@ TEST(Messages, AreFoundAgainInALog) {
             const char* const level = message.level == Level::kError     ? "ERR"
                                       : message.level == Level::kWarning ? "WRN"
                                                                          : "DBG";
-            LogReader reader([&](const LogEvent& event) {
+            LogReader reader([&, &text = text, &arguments = arguments](const LogEvent& event) {
                 EXPECT_STREQ(event.message->format, message.format) << text;
                 EXPECT_EQ(event.arguments, arguments) << text;
             });

@@ -71,7 +71,7 @@ TEST(OperationParam, FillsValueListsThatACallerHasShortened) {
 
 // Whether they lie in the string itself or in a block of the heap.
 TEST(OperationParam, WipesTheValuesThatItLetsGoOf) {
-    for (const size_t len : {3, 300}) {
+    for (const size_t len : {size_t{3}, size_t{300}}) {
         SODOperationParam p;
         std::string values[] = {std::string(len, 'r'), std::string(len, 'c'),
                                 std::string(len, 'w')};

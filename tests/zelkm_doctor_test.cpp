@@ -269,7 +269,7 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
     const auto log = [](const std::string& name, const std::string& lines) {
         write("s/" + name, lines);
     };
-    const auto below = [this](const std::string& name, const std::string& content) {
+    const auto below = [](const std::string& name, const std::string& content) {
         fs::create_directory("s/keystore");
         write("s/keystore/" + name, content);
     };
