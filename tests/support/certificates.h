@@ -43,17 +43,12 @@ inline zelkm::EvpPkeyPtr makeKey(int type) {
     return zelkm::EvpPkeyPtr(key);
 }
 
-inline std::map<int, zelkm::EvpPkeyPtr>& keys() {
-    static std::map<int, zelkm::EvpPkeyPtr> all;
-    return all;
-}
-
-// The key with this number, made at its first use: 20 and 21 are RSA keys, all others lie on P-256
-// unless a test has put another key into keys().
+// The key with this number, made at its first use: 20 is an RSA key, all others lie on P-256.
 inline EVP_PKEY* keyOf(int number) {
-    zelkm::EvpPkeyPtr& key = keys()[number];
+    static std::map<int, zelkm::EvpPkeyPtr> keys;
+    zelkm::EvpPkeyPtr& key = keys[number];
     if (key == nullptr) {
-        key = makeKey(number == 20 || number == 21 ? EVP_PKEY_RSA : EVP_PKEY_EC);
+        key = makeKey(number == 20 ? EVP_PKEY_RSA : EVP_PKEY_EC);
     }
     return key.get();
 }
@@ -64,10 +59,6 @@ struct Certificate {
     const char* from = kPast;
     const char* to = kFuture;
     std::function<void(X509*)> change = [](X509*) {};  // runs before it is signed
-    std::function<void(X509*, EVP_PKEY*)> sign = [](X509* x, EVP_PKEY* with) {
-        EXPECT_NE(0, X509_sign(x, with, EVP_sha256()));
-    };
-    std::function<void(std::vector<uint8_t>&)> edit = [](std::vector<uint8_t>&) {};  // of the DER
 
     android::hardware::hidl_vec<uint8_t> der() const {
         const zelkm::X509Ptr made(X509_new());
@@ -84,21 +75,16 @@ struct Certificate {
         ASN1_TIME_set_string(X509_getm_notBefore(x), from);
         ASN1_TIME_set_string(X509_getm_notAfter(x), to);
         X509_set_pubkey(x, keyOf(key));
-        setBasicConstraints(x, true);
+        BASIC_CONSTRAINTS* constraints = BASIC_CONSTRAINTS_new();
+        constraints->ca = 0xFF;
+        X509_add1_ext_i2d(x, NID_basic_constraints, constraints, 1, X509V3_ADD_REPLACE);
+        BASIC_CONSTRAINTS_free(constraints);
         change(x);
-        sign(x, keyOf(signer));
+        EXPECT_NE(0, X509_sign(x, keyOf(signer), EVP_sha256()));
         std::vector<uint8_t> result(static_cast<size_t>(i2d_X509(x, nullptr)));
         unsigned char* end = result.data();
         EXPECT_EQ(result.size(), size_t(i2d_X509(x, &end)));
-        edit(result);
         return result;
-    }
-
-    static void setBasicConstraints(X509* x, bool ca) {
-        BASIC_CONSTRAINTS* constraints = BASIC_CONSTRAINTS_new();
-        constraints->ca = ca ? 0xFF : 0;
-        X509_add1_ext_i2d(x, NID_basic_constraints, constraints, 1, X509V3_ADD_REPLACE);
-        BASIC_CONSTRAINTS_free(constraints);
     }
 };
 
