@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <functional>
+#include <iterator>
+#include <sstream>
 
 #include "file_faults.h"
 #include "operation_peer.h"
@@ -49,64 +51,150 @@ class ProtectedFile : public test::InTempDir {
         const Bytes data = bytes(content);
         return ZelKeymasterOperation::update_file(path.c_str(), data.data(), uint32_t(data.size()));
     }
-    // "-" stands for a missing file.
-    static std::string contentOf(const std::string& path) {
-        return std::filesystem::exists(path) ? text(path) : "-";
+    // The contents of the store, its backup and its temporary file, as "new old -": "-" stands for
+    // no file, "()" for an empty one.
+    static std::string files() {
+        std::string all;
+        for (const std::string& name : kNames) {
+            const std::string content = std::filesystem::exists(name) ? text(name) : "-";
+            all += (all.empty() ? "" : " ") + (content.empty() ? "()" : content);
+        }
+        return all;
     }
-    static void put(const std::string& path, const std::string& content) {
-        if (content != "-") {
-            test::writeFile(path, bytes(content));
+    static void put(const std::string& contents) {
+        std::istringstream in(contents);
+        for (const std::string& name : kNames) {
+            std::string content;
+            in >> content;
+            std::filesystem::remove(name);
+            if (content != "-") {
+                test::writeFile(name, bytes(content == "()" ? "" : content));
+            }
         }
     }
+
+    static inline const std::string kNames[] = {kStore, kStore + std::string(".bak"),
+                                                kStore + std::string(".tmp")};
 };
 
-TEST_F(ProtectedFile, LoadsWholeFilesAndTreatsUnusableOnesAsMissing) {
-    const std::string no_file = "W object: no file f";
-    const std::string unreadable = "E object: file read fail: ";
-    const std::string with_nul("a\0b\n", 4);
+// Each message comes before the next call, so that a process that is killed has said what went
+// wrong.
+TEST_F(ProtectedFile, EachFailingStep) {
+    std::string loaded;
+    const std::function<Code()> load = [&] {
+        uint8_t* data = static_cast<uint8_t*>(std::malloc(1));  // released by the call
+        uint32_t len = 99;
+        const int status = ZelKeymasterOperation::load_data(kStore, &data, &len);
+        loaded = data == nullptr ? "-" : std::string(data, data + len);
+        EXPECT_EQ(data == nullptr, len == 0);
+        std::free(data);
+        return status;
+    };
+    const std::function<Code()> replace = [] { return update(kStore, "new"); };
+    const std::function<Code()> restore = [] { return ZelKeymasterOperation::restoreBackupDB(); };
+    const auto no = [](const char* level, const char* step, int error) {
+        return level + std::string(" object: ") + step + std::strerror(error) + "(" +
+               std::to_string(error) + ")";
+    };
+    const auto is = [](const char* call, const char* suffix = "") {  // of the store's files
+        return call + std::string(" ") + kStore + suffix;
+    };
+    const std::string missing = "D object: no secure object file";
+    const std::string no_backup = no("E", "fail rename during restore:", ENOENT);
+    const std::string not_removed = no("W", "fail to remove backup file: ", EPERM);
+    const std::string not_kept = no("W", "fail to rename to the backup file: ", EACCES);
+    const std::string not_gone = no("E", "fail unlink: ", EBUSY);
+    using Fault = std::tuple<std::string, long, int>;
+    const Fault remove_backup = {is("unlink", ".bak"), -1, EPERM};
+    const Fault keep_backup = {is("rename") + is("", ".bak"), -1, EACCES};
+    const Fault remove_current = {is("unlink"), -1, EBUSY};
     const struct {
         const char* name;
-        std::string content;
-        std::string call;  // returns `result` and `error`
-        long result;
-        int error;
-        std::string loaded;
+        std::function<Code()> action;
+        std::string before;
+        std::vector<Fault> faults;
+        int result;
         Lines log;
+        std::string after;  // the files, or what was loaded
     } cases[] = {
         // clang-format off
-        {"whole", with_nul, "", 0, 0, with_nul, {}},
-        {"no file", "-", "", 0, 0, "", {no_file}},
-        {"empty file", "", "", 0, 0, "", {}},
-        {"read fails", "abc", "read 3", -1, EIO, "", {unreadable + "Input/output error(5)"}},
-        {"short read, error", "abc", "read 3", 2, EIO, "", {unreadable + "Input/output error(5)"}},
-        {"short read", "abc", "read 3", 2, 0, "", {unreadable + "Success(0)"}},
-        {"size beyond 32 bits", "abc", "lseek end", 0x100000002L, 0, "ab", {}},
+        {"load", load, std::string("a\0b - -", 7), {}, 0, {}, std::string("a\0b", 3)},
+        {"load without a file", load, "- - -", {}, 0,
+         {"W object: no file secure_objects.db"}, "-"},
+        {"load an empty file", load, "() - -", {}, 0, {}, "-"},
+        {"read fails", load, "abc - -", {{"read 3", -1, EIO}}, 0,
+         {no("E", "file read fail: ", EIO)}, "-"},
+        {"short read, error", load, "abc - -", {{"read 3", 2, EIO}}, 0,
+         {no("E", "file read fail: ", EIO)}, "-"},
+        {"short read", load, "abc - -", {{"read 3", 2, 0}}, 0,
+         {no("E", "file read fail: ", 0)}, "-"},
+        {"size beyond 32 bits", load, "abc - -", {{"lseek end", 0x100000002L, 0}}, 0, {}, "ab"},
+        {"size unknown", load, "abc - -", {{"lseek end", -1, ESPIPE}}, 0,
+         {no("E", "file read fail: ", ESPIPE)}, "-"},
+        {"first version", replace, "- - -", {}, 0, {}, "new - -"},
+        {"temporary not opened", replace, "old older left", {{is("open", ".tmp"), -1, EACCES}},
+         ZELKM_UNKNOWN_ERROR, {no("E", "file open: ", EACCES)}, "old older left"},
+        {"short write, error", replace, "old older left", {{"write 3", 2, ENOSPC}},
+         ZELKM_UNKNOWN_ERROR, {no("E", "file write fail: ", ENOSPC)}, "old older ()"},
+        {"short write", replace, "old older left", {{"write 3", 2, 0}}, ZELKM_UNKNOWN_ERROR,
+         {no("E", "file write fail: ", 0)}, "old older ()"},
+        {"old backup not removed", replace, "old older -", {remove_backup}, 0, {not_removed},
+         "new old -"},
+        {"neither backup removed nor current kept", replace, "old older -",
+         {remove_backup, keep_backup}, 0, {not_removed, not_kept}, "new older -"},
+        {"current not removed", replace, "old older -", {remove_current}, ZELKM_UNKNOWN_ERROR,
+         {not_gone}, "- old new"},
+        {"current neither kept nor removed", replace, "old older -", {keep_backup, remove_current},
+         ZELKM_UNKNOWN_ERROR, {not_kept, not_gone}, "old - new"},
+        {"temporary not moved", replace, "old older -",
+         {{is("rename", ".tmp") + is(""), -1, EIO}}, ZELKM_UNKNOWN_ERROR,
+         {no("E", "fail rename: ", EIO)}, "- old new"},
+        {"no current file", restore, "- good -", {{is("unlink"), -1, ENOENT}}, 0, {missing},
+         "good - -"},
+        {"current not removed", restore, "bad good -", {{is("unlink"), -1, EPERM}},
+         ZELKM_UNKNOWN_ERROR, {no("E", "fail unlink during restore: ", EPERM)}, "bad good -"},
+        {"backup not moved", restore, "bad good -", {{is("rename", ".bak") + is(""), -1, EIO}},
+         ZELKM_UNKNOWN_ERROR, {no("E", "fail rename during restore:", EIO)}, "- good -"},
+        {"no file at all", restore, "- - -", {}, ZELKM_UNKNOWN_ERROR, {missing, no_backup},
+         "- - -"},
         // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::filesystem::remove("f");
-        put("f", c.content);
-        FileFaults faults;
-        if (!c.call.empty()) {
-            faults.answer(c.call, c.result, c.error);
-        }
-        errno = EAGAIN;  // of an earlier call
+        put(c.before);
         test::clearLog();
-        uint8_t* data = static_cast<uint8_t*>(std::malloc(1));  // released by the call
-        uint32_t len = 99;
-        EXPECT_EQ(0, ZelKeymasterOperation::load_data("f", &data, &len));
-        EXPECT_EQ(c.loaded, std::string(data, data + len));
-        EXPECT_EQ(c.loaded.empty(), data == nullptr);
+        loaded = "";
+        FileFaults faults;
+        for (const auto& [call, result, error] : c.faults) {
+            faults.answer(call, result, error);
+        }
+        std::vector<size_t> said;  // lines before each call
+        faults.before_each = [&said](const FileCall&) {
+            said.push_back(test::log().size());
+            return Fate::kMade;
+        };
+        errno = EAGAIN;  // of an earlier call
+        EXPECT_EQ(c.result, c.action());
         EXPECT_EQ(c.log, test::log());
-        const Lines& trace = faults.trace();
-        EXPECT_EQ(c.content != "-", std::find(trace.begin(), trace.end(), "close") != trace.end());
-        std::free(data);
+        EXPECT_EQ(c.after, loaded.empty() ? files() : loaded);
+        said.push_back(test::log().size());
+        const Lines calls = faults.trace();
+        for (const auto& fault : c.faults) {
+            const auto at = std::find(calls.begin(), calls.end(), std::get<0>(fault));
+            ASSERT_NE(calls.end(), at) << std::get<0>(fault);
+            const size_t next = size_t(at - calls.begin()) + 1;
+            EXPECT_EQ(c.log.empty() ? 0u : 1u, said[next] - said[next - 1]) << *at;
+        }
+        EXPECT_EQ(std::count_if(faults.calls().begin(), faults.calls().end(),
+                                [](const FileCall& call) {
+                                    return call.kind() == "open" && call.result >= 0;
+                                }),
+                  std::count(calls.begin(), calls.end(), "close"));
     }
 }
 
 TEST_F(ProtectedFile, DescriptorZeroIsAFileLikeOthers) {
-    put("f", "abc");
+    test::writeFile("f", bytes("abc"));
     const int input = ::dup(0);
     ::close(0);
     uint8_t* data = nullptr;
@@ -120,7 +208,7 @@ TEST_F(ProtectedFile, DescriptorZeroIsAFileLikeOthers) {
 }
 
 TEST_F(ProtectedFile, LoadRefusesNullArgumentsAndReportsLackOfMemory) {
-    put("f", "abc");
+    test::writeFile("f", bytes("abc"));
     uint8_t* data = static_cast<uint8_t*>(std::malloc(1));
     uint32_t len = 99;
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER,
@@ -165,109 +253,6 @@ TEST_F(ProtectedFile, ReplacesPrivatelyAndFlushesDataBeforeTheNames) {
     EXPECT_EQ(before, descriptors());
 }
 
-TEST_F(ProtectedFile, EachFailingStepOfAReplacement) {
-    const std::string not_removed =
-        "W object: fail to remove backup file: Operation not permitted(1)";
-    const std::string not_kept =
-        "W object: fail to rename to the backup file: Permission denied(13)";
-    const std::string not_open = "E object: file open: Permission denied(13)";
-    const std::string not_written = "E object: file write fail: No space left on device(28)";
-    const std::string cut_short = "E object: file write fail: Success(0)";
-    const std::string not_gone = "E object: fail unlink: Device or resource busy(16)";
-    const std::string not_moved = "E object: fail rename: Input/output error(5)";
-    using Fault = std::tuple<std::string, long, int>;
-    const Fault remove_backup = {"unlink f.bak", -1, EPERM};
-    const Fault keep_backup = {"rename f f.bak", -1, EACCES};
-    const Fault remove_current = {"unlink f", -1, EBUSY};
-    const struct {
-        const char* name;
-        std::vector<Fault> faults;
-        int result;
-        Lines log;
-        std::string current, backup, temporary;
-    } cases[] = {
-        // clang-format off
-        {"temporary not opened", {{"open f.tmp", -1, EACCES}}, ZELKM_UNKNOWN_ERROR, {not_open},
-         "old", "older", "left over"},
-        {"short write, error", {{"write 3", 2, ENOSPC}}, ZELKM_UNKNOWN_ERROR, {not_written}, "old",
-         "older", ""},
-        {"short write", {{"write 3", 2, 0}}, ZELKM_UNKNOWN_ERROR, {cut_short}, "old", "older", ""},
-        {"old backup not removed", {remove_backup}, 0, {not_removed}, "new", "old", "-"},
-        {"neither backup removed nor current kept", {remove_backup, keep_backup}, 0, {not_removed,
-         not_kept}, "new", "older", "-"},
-        {"current not removed", {remove_current}, ZELKM_UNKNOWN_ERROR, {not_gone}, "-", "old",
-         "new"},
-        {"current neither kept nor removed", {keep_backup, remove_current}, ZELKM_UNKNOWN_ERROR,
-         {not_kept, not_gone}, "old", "-", "new"},
-        {"temporary not moved", {{"rename f.tmp f", -1, EIO}}, ZELKM_UNKNOWN_ERROR, {not_moved},
-         "-", "old", "new"},
-        // clang-format on
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        put("f.tmp", "left over");
-        put("f", "old");
-        put("f.bak", "older");
-        test::clearLog();
-        FileFaults faults;
-        for (const auto& [call, result, error] : c.faults) {
-            faults.answer(call, result, error);
-        }
-        errno = EAGAIN;  // of an earlier call
-        EXPECT_EQ(named(c.result), named(update("f", "new")));
-        EXPECT_EQ(c.log, test::log());
-        EXPECT_EQ(c.current, contentOf("f"));
-        EXPECT_EQ(c.backup, contentOf("f.bak"));
-        EXPECT_EQ(c.temporary, contentOf("f.tmp"));
-    }
-}
-
-// Each message comes before the next call, so that a process that is killed has said what went
-// wrong.
-TEST_F(ProtectedFile, SaysEachFailureBeforeTheNextCall) {
-    const std::string store = kStore;
-    const struct {
-        std::string failing, before;  // of calls
-        std::function<void()> action;
-    } cases[] = {
-        {"read 3", "close",
-         [] {
-             uint8_t* data = nullptr;
-             uint32_t len = 0;
-             EXPECT_EQ(0, ZelKeymasterOperation::load_data(kStore, &data, &len));
-         }},
-        {"write 3", "close", [] { EXPECT_EQ(ZELKM_UNKNOWN_ERROR, update(kStore, "new")); }},
-        {"unlink " + store + ".bak", "rename " + store + " " + store + ".bak",
-         [] { EXPECT_EQ(0, update(kStore, "new")); }},
-        {"rename " + store + " " + store + ".bak", "unlink " + store,
-         [] { EXPECT_EQ(0, update(kStore, "new")); }},
-        {"unlink " + store, "rename " + store + ".bak " + store,
-         [] { EXPECT_EQ(0, ZelKeymasterOperation::restoreBackupDB()); }},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.failing);
-        put(store, "old");
-        put(store + ".bak", "older");
-        const bool missing = c.failing == "unlink " + store;
-        test::clearLog();
-        FileFaults faults;
-        faults.answer(c.failing, -1, missing ? ENOENT : EIO);
-        std::vector<size_t> lines;  // logged before each call
-        faults.before_each = [&lines](const FileCall&) {
-            lines.push_back(test::log().size());
-            return Fate::kMade;
-        };
-        c.action();
-        const Lines& calls = faults.trace();
-        const auto at = [&](const std::string& call) {
-            return lines.at(size_t(std::find(calls.begin(), calls.end(), call) - calls.begin()));
-        };
-        EXPECT_EQ(0u, at(c.failing));
-        EXPECT_EQ(1u, at(c.before));
-        EXPECT_EQ(1u, test::log().size());
-    }
-}
-
 TEST_F(ProtectedFile, UpdateRefusesNullAndEmptyAndCutsLongNames) {
     const uint8_t data[] = {1};
     FileFaults faults;
@@ -298,48 +283,7 @@ TEST_F(ProtectedFile, UpdateDbFileAdoptsTheImageOnSuccessOnly) {
     EXPECT_EQ(ZELKM_UNKNOWN_ERROR, object->update_db_file(kept, 1));
     std::free(kept);
     EXPECT_EQ(bytes("2"), peer.image());
-    EXPECT_EQ("2", contentOf(kStore));
-}
-
-TEST_F(ProtectedFile, RestoresTheBackup) {
-    const std::string store = kStore;
-    const std::string missing = "D object: no secure object file";
-    const std::string kept = "E object: fail unlink during restore: Operation not permitted(1)";
-    const std::string not_moved = "E object: fail rename during restore:";
-    const std::string move = "rename " + store + ".bak " + store;
-    const std::string no_backup = not_moved + "No such file or directory(2)";
-    const struct {
-        const char* name;
-        std::string current, backup, call;
-        int error;
-        int result;
-        Lines log;
-        std::string restored;
-    } cases[] = {
-        // clang-format off
-        {"no current file", "-", "good", "", 0, 0, {missing}, "good"},
-        {"current not removed", "bad", "good", "unlink " + store, EPERM, ZELKM_UNKNOWN_ERROR,
-         {kept}, "bad"},
-        {"backup not moved", "bad", "good", move, EIO, ZELKM_UNKNOWN_ERROR,
-         {not_moved + "Input/output error(5)"}, "-"},
-        {"no file at all", "-", "-", "", 0, ZELKM_UNKNOWN_ERROR, {missing, no_backup}, "-"},
-        // clang-format on
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::filesystem::remove(store);
-        std::filesystem::remove(store + ".bak");
-        put(store, c.current);
-        put(store + ".bak", c.backup);
-        test::clearLog();
-        FileFaults faults;
-        if (!c.call.empty()) {
-            faults.fail(c.call, c.error);
-        }
-        EXPECT_EQ(named(c.result), named(ZelKeymasterOperation::restoreBackupDB()));
-        EXPECT_EQ(c.log, test::log());
-        EXPECT_EQ(c.restored, contentOf(store));
-    }
+    EXPECT_EQ("2", text(kStore));
 }
 
 }  // namespace
