@@ -3,10 +3,13 @@
 
 // The numbers that callers share with the library: codes, tags, purposes and layouts. They are a
 // promise, since a caller built against an older header must go on working. Who changes a number
-// here changes the interface.
+// here changes the interface. And what the host's stand-ins for the platform are as strict about as
+// the platform is.
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "velt_secure_db.h"
@@ -106,6 +109,34 @@ TEST(Abi, OperationParameters) {
         layout(p, p.mAliasName, p.mCreatorName, p.mAdminName, p.mAccessorName, p.mCreatorUidName,
                p.mPrivAccName, p.mPrivAccValue, p.getColumnList(), p.getDataList(),
                p.getWhereColumnList(), p.getWhereValueList(), p.getOutputFormat()));
+}
+
+// ---- The platform's stand-ins -------------------------------------------------------------------
+
+using namespace android::hardware::keymaster::V4_0;
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::Status;
+
+// These types have no constructor and no initialiser: T() is zero, and a plain declaration sets
+// nothing.
+static_assert(std::is_aggregate_v<HardwareAuthToken> && std::is_aggregate_v<KeyParameter>);
+static_assert(std::is_trivially_default_constructible_v<KeyParameter::IntegerParams>);
+static_assert(std::is_final_v<KeyParameter> && std::is_final_v<HardwareAuthToken>);
+// Only data() gives a pointer.
+static_assert(!std::is_convertible_v<decltype(std::declval<hidl_vec<int>&>().begin()), int*>);
+// The two forms of a tag agree in all 32 bits.
+static_assert(static_cast<uint32_t>(Tag::NONCE) == static_cast<uint32_t>(KM_TAG_NONCE));
+
+TEST(ReturnDeathTest, FailureHasToBeLookedAt) {
+    const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };
+    const char kUnchecked[] = "Failed HIDL return status not checked: Status\\(EX_TRANSACTION";
+    EXPECT_DEATH(fail(), kUnchecked);
+    EXPECT_DEATH({ fail().description(); }, kUnchecked);
+    Return<void> first = fail();
+    Return<void> second = std::move(first);  // the duty to look moves along
+    EXPECT_DEATH({ Return<void> third = std::move(second); }, kUnchecked);
+    EXPECT_TRUE(second.isDeadObject());  // which is a look
 }
 
 }  // namespace
