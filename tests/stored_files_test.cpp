@@ -1,8 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every architecture reads the files of the first release (see data/README.md), and writes the same
-// bytes into plaintext stores.
+// Every architecture reads the files of the first release (see data/README.md).
 
 #include <soft_keymaster/soft_keymaster.h>
 
@@ -70,26 +69,6 @@ TEST_F(FirstRelease, StoreAndKeyAreReadAndKept) {
     }
     EXPECT_EQ(test::readFile(data("first_release") / "secure_objects.db"),
               test::readFile("secure_objects.db.bak"));
-}
-
-class PlaintextStore : public test::Engine {
-  protected:
-    static std::string content(const std::string& name) { return test::text(data(name)); }
-    // What is stored after one insertion into a store.
-    std::string afterInsertion(const std::string& name) {
-        handle_ = 0;
-        blob_ = content(name);
-        EXPECT_EQ(0, query("INSERT (ALIAS,CREATOR) VALUE ('disk','vold')"));
-        return result_;
-    }
-};
-
-TEST_F(PlaintextStore, OldFormatIsWrittenInTheNewOneByteForByte) {
-    EXPECT_EQ(content("plaintext_v1_1.db"), afterInsertion("plaintext_v1_0.db"));
-
-    handle_ = 0;
-    blob_ = content("plaintext_v1_1.db");
-    EXPECT_EQ("disk^\n", select("SELECT (ALIAS) WHERE CREATOR=vold AND ALIAS='disk'"));
 }
 
 }  // namespace
