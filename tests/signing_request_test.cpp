@@ -48,32 +48,19 @@ TEST_F(SigningRequest, EachAnswer) {
         Lines log;
         std::string csr;
     } cases[] = {
+        // clang-format off
         {"one element", Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
         {"one empty element", Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
         {"no element", Delivery::kWhole, 0, {}, 0, {start}, "before"},
         {"two elements", Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
-        {"refused with an element",
-         Delivery::kWhole,
-         ZELKM_INVALID_KEY_BLOB,
-         {bytes("request")},
-         ZELKM_INVALID_KEY_BLOB,
-         {start},
-         "before"},
+        {"refused with an element", Delivery::kWhole, ZELKM_INVALID_KEY_BLOB, {bytes("request")},
+         ZELKM_INVALID_KEY_BLOB, {start}, "before"},
         {"no callback", Delivery::kNoCallback, 0, {}, ZELKM_UNKNOWN_ERROR, {start}, "before"},
-        {"lost before the callback",
-         Delivery::kLostBefore,
-         0,
-         {},
-         ZELKM_UNKNOWN_ERROR,
-         {start, lost},
-         "before"},
-        {"lost after the callback",
-         Delivery::kLostAfter,
-         ZELKM_INVALID_KEY_BLOB,
-         {},
-         ZELKM_UNKNOWN_ERROR,
-         {start, lost},
-         "before"},
+        {"lost before the callback", Delivery::kLostBefore, 0, {}, ZELKM_UNKNOWN_ERROR,
+         {start, lost}, "before"},
+        {"lost after the callback", Delivery::kLostAfter, ZELKM_INVALID_KEY_BLOB, {},
+         ZELKM_UNKNOWN_ERROR, {start, lost}, "before"},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
