@@ -6,6 +6,7 @@ See mutate.sh. A fault that does not compile, or that the compiler makes the sam
 out and another one is drawn.
 """
 import argparse
+import contextlib
 import dataclasses
 import hashlib
 import json
@@ -13,6 +14,7 @@ import os
 import pathlib
 import random
 import re
+import shutil
 import subprocess
 import time
 
@@ -131,16 +133,19 @@ class Tests:
             command = test.get("command", [""])
             if pathlib.Path(command[0]).is_relative_to(build) and re.search(pattern, test["name"]):
                 properties = {p["name"]: p["value"] for p in test["properties"]}
-                self.tests[test["name"]] = (command, properties)
+                variables = dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []))
+                self.tests[test["name"]] = (command, variables, properties["WORKING_DIRECTORY"])
         if not self.tests:
             raise SystemExit("mutate: there is no test to run")
+        # Hard links: a build puts new files in the places of old ones.
+        self.sound = build + "-sound"
+        shutil.rmtree(self.sound, ignore_errors=True)
+        subprocess.run(["cp", "-al", build, self.sound], check=True)
         self.usual = {}
         self.noticed = {}
         for name in self.tests:
             start = time.monotonic()
-            self.usual[name] = 60
-            if not self.passes(name):
-                raise SystemExit(f"mutate: {name} fails without a fault")
+            self.passes(name)
             self.usual[name] = time.monotonic() - start
 
     def listed(self):
@@ -152,19 +157,23 @@ class Tests:
         self.make(*(p for p in programs if f"\n{p}: phony" in known))
 
     def make(self, *targets):
-        return subprocess.run(["ninja", "-C", self.build, "-j2", *targets], capture_output=True).returncode == 0
+        subprocess.run(["ninja", "-C", self.build, "-j2", *targets], capture_output=True, check=True)
 
     def passes(self, name):
-        command, properties = self.tests[name]
-        target = os.path.relpath(command[0], self.build)
-        if not self.make(target, *(["tools/zelkm"] if target.startswith("tests/zelkm") else [])):
+        """Whether a test passes. One that does not must pass with the programs without a fault."""
+        program = os.path.relpath(self.tests[name][0][0], self.build)
+        self.make(program, *(["tools/zelkm"] if program.startswith("tests/zelkm") else []))
+        if not self.run(name, self.build):
+            if not self.run(name, self.sound):
+                raise SystemExit(f"mutate: {name} fails without a fault")
             return False
-        environment = dict(os.environ, **dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", [])))
-        try:
-            return subprocess.run(command, cwd=properties["WORKING_DIRECTORY"], env=environment, capture_output=True,
-                                  timeout=10 + TIMEOUT_FACTOR * self.usual[name]).returncode == 0
-        except subprocess.TimeoutExpired:
-            return False
+        return True
+
+    def run(self, name, build):
+        command, variables, folder = json.loads(json.dumps(self.tests[name]).replace(self.build + "/", build + "/"))
+        limit = str(10 + TIMEOUT_FACTOR * self.usual.get(name, 60))  # timeout ends a test with its children
+        return subprocess.run(["timeout", "--signal=KILL", limit, *command], cwd=folder, capture_output=True,
+                              env={**os.environ, **variables}).returncode == 0
 
     def who_notices(self, source):
         """The first test that fails, those first that noticed faults in the same source."""
@@ -174,6 +183,17 @@ class Tests:
                 noticed[name] = noticed.get(name, 0) + 1
                 return name
         return None
+
+
+@contextlib.contextmanager
+def planted(fault, tree):
+    path = tree / fault.path
+    source = path.read_text()
+    path.write_text(source[:fault.start] + fault.text + source[fault.end:])
+    try:
+        yield fault.describe(source)
+    finally:
+        path.write_text(source)
 
 
 def object_code(build, folder):
@@ -190,7 +210,7 @@ def main():
     parser.add_argument("number", type=int)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--sources", default=SOURCES, help="a pattern, from the project's root")
-    parser.add_argument("--tests", help="a regular expression: the tests to run, else those that the folder concerns")
+    parser.add_argument("--sanitizers", action="store_true", help="try what is left with the sanitizers")
     arguments = parser.parse_args()
     tree, build = arguments.tree, os.path.abspath(arguments.build)
     folder = arguments.sources.split("/")[0]
@@ -201,32 +221,28 @@ def main():
         if path.suffix in (".cpp", ".h"):
             faults += sorted(set(faults_in(path.relative_to(tree), tree)), key=lambda f: (f.start, f.end, f.text))
     random.Random(arguments.seed).shuffle(faults)
-    tests = Tests(build, arguments.tests or concerned)
+    tests = Tests(build, concerned)
     sound = object_code(build, folder)
-    planted, same, survivors = 0, 0, []
+    tried, same, survivors = 0, 0, []
     for fault in faults:
-        if planted == arguments.number:
+        if tried == arguments.number:
             break
-        path = tree / fault.path
-        source = path.read_text()
-        path.write_text(source[:fault.start] + fault.text + source[fault.end:])
-        try:
-            if not tests.make(target):
-                continue
+        with planted(fault, tree) as description, contextlib.suppress(subprocess.CalledProcessError):
+            tests.make(target)
             if object_code(build, folder) == sound:
                 same += 1
                 continue
-            planted += 1
             name = tests.who_notices(fault.path)
-        finally:
-            path.write_text(source)
-        print(f"{planted}: {fault.describe(source)}: {name or 'NOT NOTICED'}", flush=True)
-        if name is None:
-            survivors.append(fault.describe(source))
-    print(f"{planted} faults of {len(faults)}, {planted - len(survivors)} noticed; {same} made no other code (seed "
-          f"{arguments.seed})")
-    for survivor in survivors:
-        print("not noticed: " + survivor)
+            tried += 1
+            print(f"{tried}: {description}: {name or 'NOT NOTICED'}", flush=True)
+            survivors += [fault] if name is None else []
+    print(f"{tried} faults of {len(faults)}, {tried - len(survivors)} noticed; {same} made no other code (seed "
+          f"{arguments.seed})", flush=True)
+    tests = Tests(build + "-sanitizers", concerned) if survivors and arguments.sanitizers else None
+    for fault in survivors:
+        with planted(fault, tree) as description:
+            name = tests and tests.who_notices(fault.path)
+        print(f"under the sanitizers, {name}: {description}" if name else f"not noticed: {description}", flush=True)
 
 
 if __name__ == "__main__":
