@@ -109,8 +109,8 @@ class Engine {
         insert_ = insertText(row);
         remove_ = deleteText(row);
     }
-    void insert() { result_ = query(insert_); }
-    void remove() { result_ = query(remove_); }
+    void insert() { change(insert_); }
+    void remove() { change(remove_); }
 
     size_t count() {
         const std::string rows = all();
@@ -119,6 +119,11 @@ class Engine {
     }
 
   private:
+    void change(const std::string& text) {
+        result_ = {};  // so that one image's memory serves all
+        result_ = query(text);
+    }
+
     Cipher cipher_;
     std::string image_;
     uint64_t handle_ = 0;

@@ -69,6 +69,7 @@ uint32_t ObjectTable::remove(const ConditionSet& conditions) {
     }
     const uint32_t count = table_.count;
     const auto removeEntry = [this](Entry& entry) {
+        unlink(entry);
         release(entry.row);
         entry.row = nullptr;
     };
@@ -270,6 +271,15 @@ bool ObjectTable::link() {
 
 uint32_t& ObjectTable::listOf(uint32_t hash) const {
     return lists_[hash & (lists_.size() - 1)];
+}
+
+// Takes an entry out of its list. What follows it can still be reached from it.
+void ObjectTable::unlink(const Entry& entry) {
+    uint32_t* place = &listOf(aliasHash(*entry.row));
+    while (&index_[*place] != &entry) {
+        place = &index_[*place].next;
+    }
+    *place = entry.next;
 }
 
 bool ObjectTable::makeText() {

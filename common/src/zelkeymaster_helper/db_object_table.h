@@ -77,7 +77,7 @@ class ObjectTable {
     uint8_t* writeText(uint8_t* to);
 
   private:
-    // What the index knows of one row. When the row goes, its entry stays behind without it.
+    // What the index knows of one row. When the row goes, its entry stays behind, in no list.
     struct Entry {
         db_row* row;
         uint32_t next;      // entry in the same list, or kNone; the hash until there are lists
@@ -133,6 +133,7 @@ class ObjectTable {
     bool relink();
     bool link();
     uint32_t& listOf(uint32_t hash) const;
+    void unlink(const Entry& entry);
     bool makeText();
     bool addToText(const db_row& row);
     bool follow(db_row* row);
