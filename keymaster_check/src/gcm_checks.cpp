@@ -330,14 +330,17 @@ Outcome checkCorrect(Context& context) {
     if (imported.ok()) {
         const Bytes payload = samplePayload(kPayload);
         const Run run = encrypt(context.caller, imported.output, payload, associated_data);
-        if (!run.done() ||
+        // What fails in the same way with the other key is judged below, and by gcm.nonce-length.
+        const bool comparable = run.done() && run.nonce.size() == kNonceSize;
+        if (comparable &&
             !agree(run.all(), sealWithLibcrypto(known_key, run.nonce, payload, associated_data),
                    kPayload)) {
             return broken(context, "not what AES-256-GCM makes of an imported key",
                           "nobody knows what protects the store; another version of the keymaster "
                           "may not read it");
         }
-        compared = "with an imported key, what libcrypto makes";
+        compared = comparable ? "with an imported key, what libcrypto makes"
+                              : "with an imported key, nothing to compare";
     }
 
     const struct {
