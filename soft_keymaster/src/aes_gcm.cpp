@@ -34,23 +34,12 @@ AesGcm::AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce) : context_(EVP
                                  mode == Mode::kEncrypt ? 1 : 0) == 1);
 }
 
-void AesGcm::addAssociatedData(const uint8_t* data, size_t size) {
-    // Without an output buffer OpenSSL takes the input for associated data.
-    for (size_t done = 0; done < size;) {
-        const size_t step = std::min(size - done, kMaxStep);
-        int written = 0;
-        requireSsl(EVP_CipherUpdate(context_.get(), nullptr, &written, data + done,
-                                    static_cast<int>(step)) == 1);
-        done += step;
-    }
-}
-
 void AesGcm::update(const uint8_t* in, size_t size, uint8_t* out) {
     for (size_t done = 0; done < size;) {
         const size_t step = std::min(size - done, kMaxStep);
         int written = 0;
-        requireSsl(EVP_CipherUpdate(context_.get(), out + done, &written, in + done,
-                                    static_cast<int>(step)) == 1);
+        requireSsl(EVP_CipherUpdate(context_.get(), out == nullptr ? nullptr : out + done, &written,
+                                    in + done, static_cast<int>(step)) == 1);
         done += step;
     }
 }

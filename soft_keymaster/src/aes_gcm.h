@@ -25,8 +25,8 @@ class AesGcm {
     AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce);
 
     // Must not be called after update().
-    void addAssociatedData(const uint8_t* data, size_t size);
-    // Writes `size` bytes to `out`, which may be `in`.
+    void addAssociatedData(const uint8_t* data, size_t size) { update(data, size, nullptr); }
+    // Writes `size` bytes to `out`, which may be `in`. Without `out` the input is associated data.
     void update(const uint8_t* in, size_t size, uint8_t* out);
     // Ends an encryption, and writes the first `size` bytes of the tag.
     void finish(uint8_t* tag, size_t size);

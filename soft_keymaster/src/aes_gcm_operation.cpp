@@ -6,7 +6,6 @@
 #include <openssl/rand.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 namespace soft_keymaster {
@@ -66,22 +65,21 @@ size_t checkParams(const Key& key, const Params& params) {
     return *mac_length / 8;
 }
 
-std::array<uint8_t, AesGcm::kNonceSize> chooseNonce(AesGcm::Mode mode, const Key& key,
-                                                    const Params& params, Params& out_params) {
-    std::array<uint8_t, AesGcm::kNonceSize> nonce;
+Bytes chooseNonce(AesGcm::Mode mode, const Key& key, const Params& params, Params& out_params) {
+    Bytes nonce(AesGcm::kNonceSize);
     const KeyParameter* given = findParam(params, Tag::NONCE);
     if (given != nullptr) {
         require(mode == AesGcm::Mode::kDecrypt ||
                     findParam(key.characteristics, Tag::CALLER_NONCE) != nullptr,
                 ErrorCode::CALLER_NONCE_PROHIBITED);
         require(given->blob.size() == nonce.size(), ErrorCode::INVALID_NONCE);
-        std::copy(given->blob.begin(), given->blob.end(), nonce.begin());
+        nonce = given->blob;
     } else {
         require(mode == AesGcm::Mode::kEncrypt, ErrorCode::MISSING_NONCE);
         requireSsl(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
     }
     if (mode == AesGcm::Mode::kEncrypt) {
-        out_params = {blobParam(Tag::NONCE, nonce.data(), nonce.size())};
+        out_params = {param(Tag::NONCE, nonce)};
     }
     return nonce;
 }
@@ -123,10 +121,10 @@ hidl_vec<uint8_t> AesGcmOperation::finish(const Params& params, const hidl_vec<u
 }
 
 void AesGcmOperation::addAssociatedData(const Params& params) {
-    const KeyParameter* param = findParam(params, Tag::ASSOCIATED_DATA);  // only the first counts
-    if (param != nullptr) {
+    const KeyParameter* data = findParam(params, Tag::ASSOCIATED_DATA);  // only the first counts
+    if (data != nullptr) {
         require(!payload_begun_, ErrorCode::INVALID_TAG);
-        cipher_.addAssociatedData(param->blob.data(), param->blob.size());
+        cipher_.addAssociatedData(data->blob.data(), data->blob.size());
     }
 }
 

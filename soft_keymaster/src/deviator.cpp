@@ -7,9 +7,10 @@
 #include <openssl/rand.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "aes_gcm.h"
-#include "vendor_tags.h"
+#include "zelkeymaster_vendor_tags.h"
 
 namespace soft_keymaster {
 
@@ -24,10 +25,11 @@ void remove(std::vector<KeyParameter>& params, Tag tag) {
                  params.end());
 }
 
-void setInteger(std::vector<KeyParameter>& params, Tag tag, size_t value) {
-    for (KeyParameter& param : params) {
-        if (param.tag == tag) {
-            param.f.integer = static_cast<uint32_t>(value);
+template <typename List>
+void setInteger(List& params, Tag tag, size_t value) {
+    for (KeyParameter& entry : params) {
+        if (entry.tag == tag) {
+            entry.f.integer = static_cast<uint32_t>(value);
         }
     }
 }
@@ -40,7 +42,7 @@ KeyParameter innerNonce(const Bytes& given) {
         uint8_t& byte = nonce[i % nonce.size()];
         byte = static_cast<uint8_t>(byte ^ given[i]);
     }
-    return blobParam(Tag::NONCE, nonce.data(), nonce.size());
+    return param(Tag::NONCE, nonce);
 }
 
 bool beginsEncryption(const CallRecord& call) {
@@ -75,26 +77,22 @@ bool FaultKeymaster::Deviator::otherTag() const {
     return deviation_.tag_size != AesGcm::kTagSize;
 }
 
-Params FaultKeymaster::Deviator::adjustedParams(const CallRecord& call) {
+void FaultKeymaster::Deviator::adjust(CallRecord& call) {
     std::vector<KeyParameter> params = call.params;
     if (deviation_.ignored_associated_data) {
         remove(params, Tag::ASSOCIATED_DATA);
     }
     if (deviation_.ignored_csr_tag) {
-        remove(params, kTagGenerateCsr);
+        remove(params, TAG_GENERATE_CSR);
     }
     if (otherTag()) {
         setInteger(params, Tag::MIN_MAC_LENGTH, 8 * deviation_.tag_size);
         setInteger(params, Tag::MAC_LENGTH, 8 * deviation_.tag_size);
     }
-    if (!choosesNonce()) {
-        return params;
-    }
-    if (call.call == Call::kGenerateKey) {
-        KeyParameter caller_nonce = integerParam(Tag::CALLER_NONCE, 0);
-        caller_nonce.f.boolValue = true;
-        params.push_back(caller_nonce);
-    } else if (beginsEncryption(call)) {
+    const bool makes_key = call.call == Call::kGenerateKey || call.call == Call::kImportKey;
+    if (choosesNonce() && makes_key) {
+        params.push_back(param(Tag::CALLER_NONCE, true));
+    } else if (choosesNonce() && beginsEncryption(call)) {
         nonce_.assign(deviation_.nonce_size, 0);
         if (deviation_.counted_nonces) {
             nonce_[0] = static_cast<uint8_t>(counted_ >> 8);
@@ -103,19 +101,21 @@ Params FaultKeymaster::Deviator::adjustedParams(const CallRecord& call) {
             static_cast<void>(RAND_bytes(nonce_.data(), static_cast<int>(nonce_.size())));
         }
         params.push_back(innerNonce(nonce_));
-    } else if (const KeyParameter* given = findParam(call.params, Tag::NONCE)) {
-        const KeyParameter nonce = innerNonce(given->blob);
+    } else if (const KeyParameter* given = findParam(call.params, Tag::NONCE);
+               choosesNonce() && given != nullptr) {
         remove(params, Tag::NONCE);
-        params.push_back(nonce);
+        params.push_back(innerNonce(given->blob));
     }
-    return params;
+    call.params = params;
 }
 
 void FaultKeymaster::Deviator::change(const CallRecord& call, Answer& answer) {
-    changeCharacteristics(answer.characteristics.softwareEnforced);
-    changeCharacteristics(answer.characteristics.hardwareEnforced);
+    if (otherTag()) {  // what is listed is what was asked for
+        setInteger(answer.characteristics.softwareEnforced, Tag::MIN_MAC_LENGTH,
+                   8 * AesGcm::kTagSize);
+    }
     if (beginsEncryption(call) && answer.error == ErrorCode::OK && choosesNonce()) {
-        answer.params = {blobParam(Tag::NONCE, nonce_.data(), nonce_.size())};
+        answer.params = {param(Tag::NONCE, nonce_)};
     }
     if (call.call == Call::kFinish && answer.error == ErrorCode::VERIFICATION_FAILED &&
         deviation_.unchecked_tag) {
@@ -125,27 +125,12 @@ void FaultKeymaster::Deviator::change(const CallRecord& call, Answer& answer) {
     holdBack(call, answer);
 }
 
-// Makes the characteristics look as if nothing had been changed in the request.
-void FaultKeymaster::Deviator::changeCharacteristics(Params& characteristics) const {
-    if (!choosesNonce() && !otherTag()) {
-        return;
-    }
-    std::vector<KeyParameter> told = characteristics;
-    if (choosesNonce()) {
-        remove(told, Tag::CALLER_NONCE);
-    }
-    if (otherTag()) {
-        setInteger(told, Tag::MIN_MAC_LENGTH, 8 * AesGcm::kTagSize);
-    }
-    characteristics = told;
-}
-
 void FaultKeymaster::Deviator::trackOperations(const CallRecord& call, const Answer& answer) {
-    if (answer.error != ErrorCode::OK) {
+    if (call.call == Call::kAbort) {
+        open_.erase(call.handle);
+    } else if (answer.error != ErrorCode::OK) {
         refused_ += call.call == Call::kBegin ? 1 : 0;
-        return;
-    }
-    if (call.call == Call::kBegin) {
+    } else if (call.call == Call::kBegin) {
         open_.insert(answer.handle);
     } else if (call.call == Call::kFinish) {
         open_.erase(call.handle);
@@ -157,9 +142,9 @@ void FaultKeymaster::Deviator::holdBack(const CallRecord& call, Answer& answer) 
         deviation_.output == Deviation::Output::kInUpdate) {
         return;
     }
-    Bytes output = held_[call.handle];
-    append(output, answer.output);
-    held_.erase(call.handle);
+    Bytes& output = answer.output;
+    const Bytes held = std::exchange(held_[call.handle], {});
+    output.insert(output.begin(), held.begin(), held.end());
     if (call.call == Call::kUpdate) {
         const size_t out = deviation_.output == Deviation::Output::kInFinish
                                ? 0
@@ -168,7 +153,6 @@ void FaultKeymaster::Deviator::holdBack(const CallRecord& call, Answer& answer) 
         held_[call.handle].assign(split, output.end());
         output.erase(split, output.end());
     }
-    answer.output = output;
 }
 
 }  // namespace soft_keymaster

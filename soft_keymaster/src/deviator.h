@@ -25,11 +25,10 @@ class FaultKeymaster::Deviator {
     // The answer when the deviation refuses the call; nothing when the inner keymaster is to be
     // called.
     std::optional<ErrorCode> refusal(const CallRecord& call) const;
-    // The parameters to send to the inner keymaster. For an encryption, also chooses the nonce.
-    Params adjustedParams(const CallRecord& call);
+    // Changes the parameters for the inner keymaster. For an encryption, also chooses the nonce.
+    void adjust(CallRecord& call);
     // Changes the inner keymaster's answer to the call.
     void change(const CallRecord& call, Answer& answer);
-    void aborted(uint64_t handle) { open_.erase(handle); }
 
   private:
     bool choosesNonce() const;

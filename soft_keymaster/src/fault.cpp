@@ -7,39 +7,19 @@
 #include <memory>
 #include <set>
 #include <type_traits>
-#include <utility>
 
-#include "params.h"
 #include "soft_keymaster/fault_keymaster.h"
 
 namespace soft_keymaster {
 
 namespace {
 
-using android::hardware::keymaster::V4_0::Algorithm;
-using android::hardware::keymaster::V4_0::BlockMode;
-using android::hardware::keymaster::V4_0::PaddingMode;
+using keymaster_check::Bytes;
 
 constexpr const char* kCallNames[] = {
-    "getHardwareInfo",
-    "getHmacSharingParameters",
-    "computeSharedHmac",
-    "verifyAuthorization",
-    "addRngEntropy",
-    "generateKey",
-    "importKey",
-    "importWrappedKey",
-    "getKeyCharacteristics",
-    "exportKey",
-    "attestKey",
-    "upgradeKey",
-    "deleteKey",
-    "deleteAllKeys",
-    "destroyAttestationIds",
-    "begin",
-    "update",
-    "finish",
-    "abort",
+    "getHardwareInfo", "generateKey", "importKey",  "getKeyCharacteristics",
+    "exportKey",       "attestKey",   "upgradeKey", "deleteKey",
+    "begin",           "update",      "finish",     "abort",
 };
 
 // 1 MiB less two pages: what the calls of a process share on a device.
@@ -56,15 +36,12 @@ NamedFault deviation(const char* name, const char* what, Member<Value> member,
     return {name, what, [deviation](FaultKeymaster& km) { km.deviate(deviation); }};
 }
 
-// Changes what upgradeKey returns when it upgrades a key. `old` is the key to upgrade.
-NamedFault upgrade(
-    const char* name, const char* what,
-    std::function<void(FaultKeymaster& km, Answer& answer, const hidl_vec<uint8_t>& old)> change) {
-    return {name, what, [change = std::move(change)](FaultKeymaster& km) {
-                km.planEach(Call::kUpgradeKey, Fault::alter([&km, change](Answer& answer) {
-                                if (answer.output.size() != 0) {
-                                    const hidl_vec<uint8_t> old = km.calls().back().key_blob;
-                                    change(km, answer, old);
+// Has upgradeKey return another blob when it upgrades a key.
+NamedFault upgrade(const char* name, const char* what, Bytes (*blob)(FaultKeymaster& km)) {
+    return {name, what, [blob](FaultKeymaster& km) {
+                km.planEach(Call::kUpgradeKey, Fault::alter([&km, blob](Answer& answer) {
+                                if (!answer.output.empty()) {
+                                    answer.output = blob(km);
                                 }
                             }));
             }};
@@ -72,7 +49,7 @@ NamedFault upgrade(
 
 // Refuses keys that this object has not made, in all calls that take a key.
 void keepKeysInMemory(FaultKeymaster& km) {
-    const auto made = std::make_shared<std::set<std::vector<uint8_t>>>();
+    const auto made = std::make_shared<std::set<Bytes>>();
     km.planEach(Call::kGenerateKey,
                 Fault::alter([made](Answer& answer) { made->insert(answer.output); }));
     for (const Call call : {Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpgradeKey}) {
@@ -86,68 +63,25 @@ void keepKeysInMemory(FaultKeymaster& km) {
     }
 }
 
-// Keeps the bytes that fit and fills up with zeros.
-void resizeWithZeros(hidl_vec<uint8_t>& bytes, size_t size) {
-    const size_t kept = std::min(bytes.size(), size);
-    bytes.resize(size);
-    std::fill(bytes.data() + kept, bytes.data() + size, uint8_t{0});
-}
-
 }  // namespace
 
 const char* callName(Call call) {
     return kCallNames[static_cast<size_t>(call)];
 }
 
-Fault Fault::error(ErrorCode code) {
-    return {Kind::kAnswerError, code, nullptr};
-}
-
-Fault Fault::transportBeforeCallback() {
-    return {Kind::kTransportBeforeCallback, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::transportAfterCallback() {
-    return {Kind::kTransportAfterCallback, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::noCallback() {
-    return {Kind::kNoCallback, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::alter(std::function<void(Answer&)> change) {
-    return {Kind::kAlter, ErrorCode::OK, std::move(change)};
-}
-
-Fault Fault::callbackTwice() {
-    return {Kind::kCallbackTwice, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::callbackOnThread() {
-    return {Kind::kCallbackOnThread, ErrorCode::OK, nullptr};
-}
-
-Fault Fault::slow(std::chrono::milliseconds delay) {
-    return {Kind::kSlow, ErrorCode::OK, nullptr, delay};
-}
-
 Fault Fault::nonceSize(size_t size) {
     return alter([size](Answer& answer) {
-        std::vector<KeyParameter> params;
-        for (KeyParameter& param : answer.params) {
-            if (param.tag != Tag::NONCE) {
-                params.push_back(param);
-            } else if (size > 0) {
-                resizeWithZeros(param.blob, size);
-                params.push_back(param);
-            }
+        std::vector<KeyParameter>& params = answer.params;
+        const auto nonce = std::find_if(params.begin(), params.end(),
+                                        [](const auto& entry) { return entry.tag == Tag::NONCE; });
+        if (nonce != params.end() && size == 0) {
+            params.erase(nonce);
+        } else if (nonce != params.end()) {
+            Bytes bytes = nonce->blob;
+            bytes.resize(size);
+            nonce->blob = bytes;
         }
-        answer.params = params;
     });
-}
-
-Fault Fault::outputSize(size_t size) {
-    return alter([size](Answer& answer) { resizeWithZeros(answer.output, size); });
 }
 
 const std::vector<NamedFault>& namedFaults() {
@@ -175,32 +109,18 @@ const std::vector<NamedFault>& namedFaults() {
         deviation("ignored-csr-tag", "a signing request gets a chain", &Deviation::ignored_csr_tag,
                   true),
         upgrade("upgrade-other-key", "an upgrade returns another key",
-                [](FaultKeymaster& km, Answer& answer, const hidl_vec<uint8_t>&) {
-                    const Params params = {
-                        integerParam(Tag::ALGORITHM, static_cast<uint32_t>(Algorithm::AES)),
-                        integerParam(Tag::KEY_SIZE, 256),
-                        integerParam(Tag::BLOCK_MODE, static_cast<uint32_t>(BlockMode::GCM)),
-                        integerParam(Tag::PADDING, static_cast<uint32_t>(PaddingMode::NONE)),
-                        integerParam(Tag::PURPOSE, static_cast<uint32_t>(KeyPurpose::ENCRYPT)),
-                        integerParam(Tag::PURPOSE, static_cast<uint32_t>(KeyPurpose::DECRYPT)),
-                        integerParam(Tag::MIN_MAC_LENGTH, 128)};
-                    static_cast<void>(
-                        km.generateKey(params, [&answer](ErrorCode, const hidl_vec<uint8_t>& blob,
-                                                         const KeyCharacteristics&) {
-                              answer.output = blob;
-                          }).isOk());
+                [](FaultKeymaster& km) {
+                    return keymaster_check::call([&](auto cb) {
+                               return km.generateKey(keymaster_check::databaseKeyParams(), cb);
+                           })
+                        .output;
                 }),
         upgrade("upgrade-garbage", "an upgrade returns garbage",
-                [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>&) {
-                    answer.output = {1, 2, 3};
-                }),
+                [](FaultKeymaster&) { return Bytes{1, 2, 3}; }),
         upgrade("upgrade-same", "an upgrade changes nothing",
-                [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>& old) {
-                    answer.output = old;
-                }),
-        upgrade(
-            "upgrade-empty", "an upgrade returns no key",
-            [](FaultKeymaster&, Answer& answer, const hidl_vec<uint8_t>&) { answer.output = {}; }),
+                [](FaultKeymaster& km) { return Bytes(km.calls().back().key_blob); }),
+        upgrade("upgrade-empty", "an upgrade returns no key",
+                [](FaultKeymaster&) { return Bytes(); }),
         {"upgrade-missing", "upgradeKey is not implemented",
          [](FaultKeymaster& km) {
              km.planEach(Call::kUpgradeKey, Fault::error(ErrorCode::UNIMPLEMENTED));

@@ -31,7 +31,7 @@ Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
     std::vector<KeyParameter> params;
     const auto add = [&](Tag tag, const hidl_vec<uint8_t>& value) {
         if (value.size() > 0) {
-            params.push_back(blobParam(tag, value.data(), value.size()));
+            params.push_back(param(tag, value));
         }
     };
     add(Tag::APPLICATION_ID, application_id);
@@ -40,11 +40,8 @@ Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
 }
 
 Bytes clientDataOf(const Params& params) {
-    const auto value = [&](Tag tag) {
-        const KeyParameter* param = findParam(params, tag);
-        return param == nullptr ? hidl_vec<uint8_t>() : param->blob;
-    };
-    return clientDataOf(value(Tag::APPLICATION_ID), value(Tag::APPLICATION_DATA));
+    return clientDataOf(bytesOf(params, Tag::APPLICATION_ID),
+                        bytesOf(params, Tag::APPLICATION_DATA));
 }
 
 hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data) {

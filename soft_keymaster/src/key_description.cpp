@@ -137,8 +137,7 @@ Bytes authorizationList(const std::vector<KeyParameter>& params) {
 Bytes encodeKeyDescription(const Params& characteristics, const hidl_vec<uint8_t>& challenge,
                            const hidl_vec<uint8_t>& application_id) {
     std::vector<KeyParameter> software_enforced = characteristics;
-    software_enforced.push_back(
-        blobParam(Tag::ATTESTATION_APPLICATION_ID, application_id.data(), application_id.size()));
+    software_enforced.push_back(param(Tag::ATTESTATION_APPLICATION_ID, application_id));
     Bytes content;
     append(content, integer(kAttestationVersion));
     append(content, enumerated(SecurityLevel::SOFTWARE));

@@ -41,7 +41,7 @@ constexpr Curve kCurves[] = {{EcCurve::P_224, 224, NID_secp224r1},
                              {EcCurve::P_384, 384, NID_secp384r1},
                              {EcCurve::P_521, 521, NID_secp521r1}};
 
-Bytes generateAes(const Params& params) {
+Bytes makeAes(const Params& params, const hidl_vec<uint8_t>* imported) {
     const uint32_t bits = findInteger(params, Tag::KEY_SIZE).value_or(0);
     require(bits == 128 || bits == 192 || bits == 256, ErrorCode::UNSUPPORTED_KEY_SIZE);
     const auto min_mac = findInteger(params, Tag::MIN_MAC_LENGTH);
@@ -52,6 +52,10 @@ Bytes generateAes(const Params& params) {
     require(min_mac.has_value(), ErrorCode::MISSING_MIN_MAC_LENGTH);
     require(*min_mac >= kMinMacBits && *min_mac <= kMaxMacBits && *min_mac % 8 == 0,
             ErrorCode::UNSUPPORTED_MIN_MAC_LENGTH);
+    if (imported != nullptr) {
+        require(imported->size() == bits / 8, ErrorCode::IMPORT_PARAMETER_MISMATCH);
+        return *imported;
+    }
     Bytes key(bits / 8);
     requireSsl(RAND_bytes(key.data(), static_cast<int>(key.size())) == 1);
     return key;
@@ -82,10 +86,10 @@ Bytes generateEc(const Params& params, std::vector<KeyParameter>& characteristic
             curve ? ErrorCode::UNSUPPORTED_EC_CURVE : ErrorCode::UNSUPPORTED_KEY_SIZE);
     require(size.value_or(chosen->bits) == chosen->bits, ErrorCode::UNSUPPORTED_KEY_SIZE);
     if (!size) {
-        characteristics.push_back(integerParam(Tag::KEY_SIZE, chosen->bits));
+        characteristics.push_back(param(Tag::KEY_SIZE, chosen->bits));
     }
     if (!curve) {
-        characteristics.push_back(integerParam(Tag::EC_CURVE, static_cast<uint32_t>(chosen->name)));
+        characteristics.push_back(param(Tag::EC_CURVE, chosen->name));
     }
     return toDer(makeEcKeyPair(chosen->nid).get(), i2d_PrivateKey);
 }
@@ -101,23 +105,18 @@ Bytes generateRsa(const Params& params) {
     return toDer(generated(context.get()).get(), i2d_PrivateKey);  // with the default exponent
 }
 
-// The present time, in milliseconds.
 KeyParameter creationTime() {
-    KeyParameter param{};
-    param.tag = Tag::CREATION_DATETIME;
-    param.f.dateTime =
-        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                  std::chrono::system_clock::now().time_since_epoch())
-                                  .count());
-    return param;
+    return param(Tag::CREATION_DATETIME, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                             std::chrono::system_clock::now().time_since_epoch())
+                                             .count());
 }
 
 }  // namespace
 
-Key generateKey(const Params& params, uint32_t patch_level) {
+Key makeKey(const Params& params, uint32_t patch_level, const hidl_vec<uint8_t>* imported) {
     std::vector<KeyParameter> characteristics;
-    for (const KeyParameter& param : params) {
-        switch (param.tag) {
+    for (const KeyParameter& given : params) {
+        switch (given.tag) {
             case Tag::ORIGIN:
             case Tag::ROOT_OF_TRUST:
                 throw KeymasterError{ErrorCode::INVALID_TAG};
@@ -127,17 +126,19 @@ Key generateKey(const Params& params, uint32_t patch_level) {
             case Tag::APPLICATION_DATA:
                 break;
             default:
-                if (hasKnownType(param.tag)) {
-                    characteristics.push_back(param);
+                if (hasKnownType(given.tag)) {
+                    characteristics.push_back(given);
                 }
         }
     }
     Key key;
     const auto algorithm = findInteger(params, Tag::ALGORITHM);
     require(algorithm.has_value(), ErrorCode::UNSUPPORTED_ALGORITHM);
+    require(imported == nullptr || *algorithm == static_cast<uint32_t>(Algorithm::AES),
+            ErrorCode::UNIMPLEMENTED);
     switch (static_cast<Algorithm>(*algorithm)) {
         case Algorithm::AES:
-            key.material = generateAes(params);
+            key.material = makeAes(params, imported);
             break;
         case Algorithm::EC:
             key.material = generateEc(params, characteristics);
@@ -149,12 +150,12 @@ Key generateKey(const Params& params, uint32_t patch_level) {
             throw KeymasterError{ErrorCode::UNSUPPORTED_ALGORITHM};
     }
     characteristics.push_back(
-        integerParam(Tag::ORIGIN, static_cast<uint32_t>(KeyOrigin::GENERATED)));
+        param(Tag::ORIGIN, imported != nullptr ? KeyOrigin::IMPORTED : KeyOrigin::GENERATED));
     if (findParam(params, Tag::CREATION_DATETIME) == nullptr) {
         characteristics.push_back(creationTime());
     }
-    characteristics.push_back(integerParam(Tag::OS_VERSION, kOsVersion));
-    characteristics.push_back(integerParam(Tag::OS_PATCHLEVEL, patch_level));
+    characteristics.push_back(param(Tag::OS_VERSION, kOsVersion));
+    characteristics.push_back(param(Tag::OS_PATCHLEVEL, patch_level));
     key.characteristics = characteristics;
     return key;
 }

@@ -34,15 +34,6 @@ uint64_t valueOf(const KeyParameter& param) {
     }
 }
 
-void setValue(KeyParameter& param, uint64_t value) {
-    if (typeOf(param.tag) == TagType::BOOL) {
-        param.f.boolValue = value != 0;
-    } else {
-        // This sets a 32-bit member as well, because host and device are both little-endian.
-        param.f.longInteger = value;
-    }
-}
-
 // Takes integers and bytes off the front of a buffer.
 class Reader {
   public:
@@ -82,12 +73,6 @@ bool hasKnownType(Tag tag) {
     return typeOf(tag) != TagType::INVALID && typeOf(tag) <= TagType::ULONG_REP;
 }
 
-const KeyParameter* findParam(const Params& params, Tag tag) {
-    const auto found = std::find_if(params.begin(), params.end(),
-                                    [tag](const KeyParameter& param) { return param.tag == tag; });
-    return found == params.end() ? nullptr : &*found;
-}
-
 std::optional<uint32_t> findInteger(const Params& params, Tag tag) {
     const KeyParameter* param = findParam(params, tag);
     if (param == nullptr) {
@@ -106,20 +91,6 @@ bool hasInteger(const Params& params, Tag tag, uint32_t value) {
     return std::any_of(params.begin(), params.end(), [=](const KeyParameter& param) {
         return param.tag == tag && param.f.integer == value;
     });
-}
-
-KeyParameter integerParam(Tag tag, uint32_t value) {
-    KeyParameter param{};
-    param.tag = tag;
-    param.f.longInteger = value;
-    return param;
-}
-
-KeyParameter blobParam(Tag tag, const uint8_t* data, size_t size) {
-    KeyParameter param{};
-    param.tag = tag;
-    param.blob = hidl_vec<uint8_t>(data, data + size);
-    return param;
 }
 
 void appendBigEndian(Bytes& out, uint64_t value, size_t size) {
@@ -145,16 +116,14 @@ Bytes encodeParams(const Params& params) {
 Params decodeParams(const uint8_t* data, size_t size) {
     std::vector<KeyParameter> params;
     for (Reader reader(data, size); !reader.done();) {
-        KeyParameter param{};
-        param.tag = static_cast<Tag>(reader.integer(4));
-        if (isBlob(typeOf(param.tag))) {
+        const Tag tag = static_cast<Tag>(reader.integer(4));
+        if (isBlob(typeOf(tag))) {
             const size_t length = reader.integer(4);
             const uint8_t* start = reader.bytes(length);
-            param.blob = hidl_vec<uint8_t>(start, start + length);
+            params.push_back(param(tag, Bytes(start, start + length)));
         } else {
-            setValue(param, reader.integer(8));
+            params.push_back(param(tag, reader.integer(8)));
         }
-        params.push_back(std::move(param));
     }
     return params;
 }

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Finds, makes and encodes key parameters.
+// Finds and encodes key parameters.
 
 #pragma once
 
@@ -11,19 +11,20 @@
 #include <optional>
 
 #include "common.h"
+#include "keymaster_check/client.h"
 
 namespace soft_keymaster {
 
 using android::hardware::keymaster::V4_0::TagType;
 
-using Params = hidl_vec<KeyParameter>;
+using keymaster_check::bytesOf;
+using keymaster_check::findParam;
+using keymaster_check::param;
+using keymaster_check::Params;
 
 TagType typeOf(Tag tag);
 // Whether the type in the tag is a known one.
 bool hasKnownType(Tag tag);
-
-// The first entry with this tag; null when there is none.
-const KeyParameter* findParam(const Params& params, Tag tag);
 
 // The value of the first ENUM, ENUM_REP or UINT entry with this tag.
 std::optional<uint32_t> findInteger(const Params& params, Tag tag);
@@ -37,9 +38,6 @@ template <typename Enum>
 bool hasEnum(const Params& params, Tag tag, Enum value) {
     return hasInteger(params, tag, static_cast<uint32_t>(value));
 }
-
-KeyParameter integerParam(Tag tag, uint32_t value);
-KeyParameter blobParam(Tag tag, const uint8_t* data, size_t size);
 
 // Appends an unsigned integer of `size` bytes, most significant byte first.
 void appendBigEndian(Bytes& out, uint64_t value, size_t size);

@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <array>
 
+#include "zelkeymaster_vendor_tags.h"
+
 namespace soft_keymaster {
 
 namespace {
@@ -58,31 +60,30 @@ Bytes applyKeyStream(const Bytes& keys, const SyntheticTag& start, const uint8_t
 
 Params convertPassword(const RootKey& root_key, KeyPurpose purpose, const Params& params) {
     Bytes inputs;
-    for (const Tag tag : {kTagPasswordIn1, kTagPasswordIn2, kTagPasswordIn3, kTagPasswordIn4}) {
+    for (const Tag tag : {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4}) {
         const hidl_vec<uint8_t>& blob = requireBlob(params, tag);
         appendBigEndian(inputs, blob.size(), 4);
         inputs.insert(inputs.end(), blob.begin(), blob.end());
     }
     const Bytes keys = root_key.derive("password conversion", inputs, kMacKeySize + kCipherKeySize);
-    const Bytes rot = root_key.derive("root of trust", {}, kRotSize);
-    const KeyParameter rot_param = blobParam(kTagPasswordRot, rot.data(), rot.size());
+    const KeyParameter rot = param(PWHW_TAG_ROT, root_key.derive("root of trust", {}, kRotSize));
 
-    if (purpose == kPurposePasswordEncrypt) {
-        const Bytes material = requireBlob(params, kTagPasswordEncryptedKey);
+    if (purpose == PWHW_PURPOSE_TO_KEY) {
+        const Bytes material = requireBlob(params, PWHW_TAG_ENCRYPTED_KEY);
         const SyntheticTag tag = macOf(keys, material);
         const Bytes converted = applyKeyStream(keys, tag, material.data(), material.size());
-        return {blobParam(kTagPasswordKey, converted.data(), converted.size()),
-                blobParam(kTagPasswordTag, tag.data(), tag.size()), rot_param};
+        return {param(PWHW_TAG_KEY, converted), param(PWHW_TAG_TAG, Bytes(tag.begin(), tag.end())),
+                rot};
     }
-    const hidl_vec<uint8_t>& converted = requireBlob(params, kTagPasswordKey);
-    const hidl_vec<uint8_t>& given = requireBlob(params, kTagPasswordTag);
+    const hidl_vec<uint8_t>& converted = requireBlob(params, PWHW_TAG_KEY);
+    const hidl_vec<uint8_t>& given = requireBlob(params, PWHW_TAG_TAG);
     SyntheticTag tag;
     require(given.size() == tag.size(), ErrorCode::INVALID_ARGUMENT);
     std::copy(given.begin(), given.end(), tag.begin());
     const Bytes material = applyKeyStream(keys, tag, converted.data(), converted.size());
     require(CRYPTO_memcmp(macOf(keys, material).data(), tag.data(), tag.size()) == 0,
             ErrorCode::VERIFICATION_FAILED);
-    return {blobParam(kTagPasswordEncryptedKey, material.data(), material.size()), rot_param};
+    return {param(PWHW_TAG_ENCRYPTED_KEY, material), rot};
 }
 
 }  // namespace soft_keymaster

@@ -9,7 +9,6 @@
 
 #include "params.h"
 #include "root_key.h"
-#include "vendor_tags.h"
 
 namespace soft_keymaster {
 

@@ -22,7 +22,7 @@
 #include "params.h"
 #include "password_conversion.h"
 #include "root_key.h"
-#include "vendor_tags.h"
+#include "zelkeymaster_vendor_tags.h"
 
 namespace soft_keymaster {
 
@@ -142,7 +142,7 @@ struct SoftKeymaster::State {
 };
 
 SoftKeymaster::SoftKeymaster(const Options& options)
-    : Keymaster(kDescriptor, "soft"), state_(std::make_unique<State>(options)) {}
+    : StoreKeymaster(kDescriptor, "soft"), state_(std::make_unique<State>(options)) {}
 
 SoftKeymaster::~SoftKeymaster() = default;
 
@@ -169,11 +169,25 @@ Return<ErrorCode> SoftKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
 
 Return<void> SoftKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
                                         generateKey_cb cb) {
+    return makeKey(key_params, nullptr, cb);
+}
+
+Return<void> SoftKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+                                      const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
+    if (format != KeyFormat::RAW) {
+        return answer(cb, ErrorCode::UNSUPPORTED_KEY_FORMAT, hidl_vec<uint8_t>(),
+                      KeyCharacteristics());
+    }
+    return makeKey(key_params, &key_data, cb);
+}
+
+Return<void> SoftKeymaster::makeKey(const hidl_vec<KeyParameter>& params,
+                                    const hidl_vec<uint8_t>* imported, const generateKey_cb& cb) {
     hidl_vec<uint8_t> blob;
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
-        const Key key = soft_keymaster::generateKey(key_params, state_->options.patch_level);
-        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key, clientDataOf(key_params));
+        const Key key = soft_keymaster::makeKey(params, state_->options.patch_level, imported);
+        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key, clientDataOf(params));
         characteristics = softwareEnforced(key.characteristics);
         blob = std::move(wrapped);
     });
@@ -225,7 +239,7 @@ Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
     const ErrorCode error = guarded([&] {
         const Key key = state_->usableKey(key_blob, clientDataOf(attest_params));
         const PkeyPtr pair = privateKey(key);
-        const KeyParameter* request = findParam(attest_params, kTagGenerateCsr);
+        const KeyParameter* request = findParam(attest_params, TAG_GENERATE_CSR);
         if (request != nullptr && request->f.boolValue) {
             chain = {makeCertificateRequest(pair.get())};
             return;
@@ -248,7 +262,7 @@ Return<void> SoftKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& k
     hidl_vec<KeyParameter> out_params;
     uint64_t handle = 0;
     const ErrorCode error = guarded([&] {
-        if (purpose == kPurposePasswordEncrypt || purpose == kPurposePasswordDecrypt) {
+        if (purpose == PWHW_PURPOSE_TO_KEY || purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
             require(key_blob.size() == 0, ErrorCode::INVALID_ARGUMENT);
             out_params = convertPassword(state_->rootKey(), purpose, in_params);
             return;
@@ -301,33 +315,6 @@ Return<ErrorCode> SoftKeymaster::abort(uint64_t handle) {
                                                  : ErrorCode::INVALID_OPERATION_HANDLE;
 }
 
-Return<void> SoftKeymaster::getHmacSharingParameters(getHmacSharingParameters_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, HmacSharingParameters());
-}
-
-Return<void> SoftKeymaster::computeSharedHmac(const hidl_vec<HmacSharingParameters>&,
-                                              computeSharedHmac_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>());
-}
-
-Return<void> SoftKeymaster::verifyAuthorization(uint64_t, const hidl_vec<KeyParameter>&,
-                                                const HardwareAuthToken&,
-                                                verifyAuthorization_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, VerificationToken());
-}
-
-Return<void> SoftKeymaster::importKey(const hidl_vec<KeyParameter>&, KeyFormat,
-                                      const hidl_vec<uint8_t>&, importKey_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>(), KeyCharacteristics());
-}
-
-Return<void> SoftKeymaster::importWrappedKey(const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                                             const hidl_vec<uint8_t>&,
-                                             const hidl_vec<KeyParameter>&, uint64_t, uint64_t,
-                                             importWrappedKey_cb cb) {
-    return answer(cb, ErrorCode::UNIMPLEMENTED, hidl_vec<uint8_t>(), KeyCharacteristics());
-}
-
 Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_blob,
                                       const hidl_vec<uint8_t>& client_id,
                                       const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
@@ -342,10 +329,6 @@ Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_bl
 
 Return<ErrorCode> SoftKeymaster::deleteAllKeys() {
     return ErrorCode::OK;
-}
-
-Return<ErrorCode> SoftKeymaster::destroyAttestationIds() {
-    return ErrorCode::UNIMPLEMENTED;
 }
 
 }  // namespace soft_keymaster

@@ -53,6 +53,7 @@ std::vector<NamedFault> allFaults() {
     }
     faults.push_back({kEmpty, Fault::alter([](soft_keymaster::Answer& answer) {
                           answer = soft_keymaster::Answer();
+                          answer.error = ErrorCode::OK;
                       }),
                       0});
     faults.push_back(

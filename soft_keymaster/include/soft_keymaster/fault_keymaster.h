@@ -9,7 +9,8 @@
 //     ...
 //     EXPECT_EQ(km.calls(Call::kFinish).size(), 0u);
 //
-// A Fault hits a single call. A Deviation changes how the keymaster behaves in all calls.
+// A Fault hits a single call. A Deviation changes how the keymaster behaves in all calls. Calls
+// that no store needs (see StoreKeymaster) are refused, and not recorded.
 //
 // Threads: one at a time.
 
@@ -22,28 +23,26 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
+
+#include <keymaster_check/client.h>
 
 #include "keymaster_types.h"
 
 namespace soft_keymaster {
 
+using keymaster_check::Answer;
+
 enum class Call {
     kGetHardwareInfo,
-    kGetHmacSharingParameters,
-    kComputeSharedHmac,
-    kVerifyAuthorization,
-    kAddRngEntropy,
     kGenerateKey,
     kImportKey,
-    kImportWrappedKey,
     kGetKeyCharacteristics,
     kExportKey,
     kAttestKey,
     kUpgradeKey,
     kDeleteKey,
-    kDeleteAllKeys,
-    kDestroyAttestationIds,
     kBegin,
     kUpdate,
     kFinish,
@@ -57,56 +56,39 @@ const char* callName(Call call);
 // or empty.
 struct CallRecord {
     Call call;
-    KeyPurpose purpose;  // begin
-    uint64_t handle;     // update, finish, abort
-    hidl_vec<uint8_t> key_blob;
-    hidl_vec<KeyParameter> params;
-    hidl_vec<uint8_t> input;  // update, finish, addRngEntropy
+    hidl_vec<uint8_t> key_blob = {};
+    hidl_vec<KeyParameter> params = {};
+    KeyPurpose purpose = {};       // begin
+    uint64_t handle = 0;           // update, finish, abort
+    hidl_vec<uint8_t> input = {};  // update, finish
 };
 
-// The answer that a call is about to give. Members that the call does not have are ignored.
-struct Answer {
-    ErrorCode error;
-    uint64_t handle;           // begin
-    uint32_t consumed;         // update
-    hidl_vec<uint8_t> output;  // update, finish; a key blob; exported material
-    hidl_vec<KeyParameter> params;
-    hidl_vec<hidl_vec<uint8_t>> chain;  // attestKey
-    KeyCharacteristics characteristics;
-    HmacSharingParameters hmac_params;
-    VerificationToken token;
-};
-
+// What happens to a call. Nothing by default.
 struct Fault {
-    enum class Kind {
-        kAnswerError,              // the inner keymaster is not called; the answer is `code`
-        kTransportBeforeCallback,  // the inner keymaster is not called; the call fails
-        kNoCallback,               // neither it nor the callback is called; the call succeeds
-        kTransportAfterCallback,   // the callback runs, and then the call fails
-        kAlter,                    // the callback gets the answer changed by `change`
-        kCallbackTwice,            // the callback runs two times
-        kCallbackOnThread,         // the callback runs on another thread, before the call returns
-        kSlow,                     // the answer comes after `delay`
-    };
+    enum class Callback { kOnce, kTwice, kOnThread, kNever };
 
-    static Fault error(ErrorCode code);
-    static Fault transportBeforeCallback();
-    static Fault transportAfterCallback();
-    static Fault noCallback();
-    static Fault alter(std::function<void(Answer&)> change);
-    // The next two do nothing to a call that has no callback, and slow() only delays it.
-    static Fault callbackTwice();
-    static Fault callbackOnThread();
-    static Fault slow(std::chrono::milliseconds delay);
+    std::optional<ErrorCode> error_code = {};  // the answer; the inner keymaster is not called
+    std::function<void(Answer&)> change = {};  // of the inner keymaster's answer
+    Callback callback = Callback::kOnce;       // kNever: nor is the inner keymaster called
+    bool call_fails = false;                   // after the callback
+    std::chrono::milliseconds delay = {};      // before the callback
+
+    static Fault error(ErrorCode code) { return {code}; }
+    static Fault alter(std::function<void(Answer&)> how) { return {{}, std::move(how)}; }
+    static Fault callbackTwice() { return {{}, {}, Callback::kTwice}; }
+    static Fault callbackOnThread() { return {{}, {}, Callback::kOnThread}; }
+    static Fault noCallback() { return {{}, {}, Callback::kNever}; }
+    static Fault transportBeforeCallback() { return {{}, {}, Callback::kNever, true}; }
+    static Fault transportAfterCallback() { return {{}, {}, Callback::kOnce, true}; }
+    static Fault slow(std::chrono::milliseconds time) {
+        return {{}, {}, Callback::kOnce, false, time};
+    }
     // Changes that tests often need. A size of 0 removes the NONCE entry, or leaves no output. A
     // larger size than before adds zeros.
     static Fault nonceSize(size_t size);
-    static Fault outputSize(size_t size);
-
-    Kind kind;
-    ErrorCode code;
-    std::function<void(Answer&)> change;
-    std::chrono::milliseconds delay = {};
+    static Fault outputSize(size_t size) {
+        return alter([size](Answer& answer) { answer.output.resize(size); });
+    }
 };
 
 // Properties in which a keymaster differs from others in every call. The keymaster stays
@@ -131,7 +113,7 @@ struct Deviation {
     bool ignored_csr_tag = false;          // attests when a request is asked for
 };
 
-class FaultKeymaster : public Keymaster {
+class FaultKeymaster : public StoreKeymaster {
   public:
     // Borrows `inner` for the object's lifetime.
     explicit FaultKeymaster(Keymaster& inner);
@@ -145,6 +127,9 @@ class FaultKeymaster : public Keymaster {
     void planEachCall(const Fault& fault);
     // Replaces the deviation. Keys and operations made before may then stop working: make new ones.
     void deviate(const Deviation& deviation);
+    // Has every call changed by `change` on its way to the inner keymaster. The records keep what
+    // was sent.
+    void alterCalls(std::function<void(CallRecord&)> change) { alter_ = std::move(change); }
     // Forgets all plans, the deviation and all records.
     void reset();
 
@@ -154,22 +139,9 @@ class FaultKeymaster : public Keymaster {
 
     const VersionResult& halVersion() const override { return inner_.halVersion(); }
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
-    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
-    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
-                                   computeSharedHmac_cb cb) override;
-    Return<void> verifyAuthorization(uint64_t handle, const hidl_vec<KeyParameter>& params,
-                                     const HardwareAuthToken& auth_token,
-                                     verifyAuthorization_cb cb) override;
-    Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
     Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
     Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
                            const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
-    Return<void> importWrappedKey(const hidl_vec<uint8_t>& wrapped_key_data,
-                                  const hidl_vec<uint8_t>& wrapping_key_blob,
-                                  const hidl_vec<uint8_t>& masking_key,
-                                  const hidl_vec<KeyParameter>& unwrapping_params,
-                                  uint64_t password_sid, uint64_t biometric_sid,
-                                  importWrappedKey_cb cb) override;
     Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
                                        const hidl_vec<uint8_t>& client_id,
                                        const hidl_vec<uint8_t>& app_data,
@@ -183,8 +155,6 @@ class FaultKeymaster : public Keymaster {
                             const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
-    Return<ErrorCode> deleteAllKeys() override;
-    Return<ErrorCode> destroyAttestationIds() override;
     Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
                        const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
                        begin_cb cb) override;
@@ -198,8 +168,7 @@ class FaultKeymaster : public Keymaster {
     Return<ErrorCode> abort(uint64_t handle) override;
 
   private:
-    // Records the call and picks its fault.
-    std::optional<Fault> enter(CallRecord record);
+    // Records the call, and makes it with the fault that is planned for it.
     template <typename Forward, typename Reply>
     Return<void> answer(CallRecord record, Forward forward, Reply reply);
     template <typename Forward>
@@ -209,12 +178,13 @@ class FaultKeymaster : public Keymaster {
     struct Plan {
         size_t count = 0;
         std::map<size_t, Fault> nth;
-        std::optional<Fault> each;
+        Fault each;
     };
 
     Keymaster& inner_;
     std::map<Call, Plan> plans_;
     std::vector<CallRecord> calls_;
+    std::function<void(CallRecord&)> alter_;
     class Deviator;
     std::unique_ptr<Deviator> deviator_;
 };

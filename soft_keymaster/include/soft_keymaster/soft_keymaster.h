@@ -36,7 +36,7 @@ inline constexpr char kRootKeyVariable[] = "SOFT_KEYMASTER_ROOT_KEY";
 // The device's patch level is then that of this variable, if it is set.
 inline constexpr char kPatchLevelVariable[] = "SOFT_KEYMASTER_PATCH_LEVEL";
 
-class SoftKeymaster : public Keymaster {
+class SoftKeymaster : public StoreKeymaster {
   public:
     struct Options {
         // The file of the root key, 32 random bytes. It is made with mode 0600 when it is first
@@ -69,6 +69,9 @@ class SoftKeymaster : public Keymaster {
     Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
 
     Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
+    // Only of AES keys, as raw bytes; otherwise returns UNIMPLEMENTED or UNSUPPORTED_KEY_FORMAT.
+    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
     Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
                                        const hidl_vec<uint8_t>& client_id,
                                        const hidl_vec<uint8_t>& app_data,
@@ -101,24 +104,10 @@ class SoftKeymaster : public Keymaster {
                            const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
                            exportKey_cb cb) override;
 
-    // The following return UNIMPLEMENTED.
-    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb cb) override;
-    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
-                                   computeSharedHmac_cb cb) override;
-    Return<void> verifyAuthorization(uint64_t handle, const hidl_vec<KeyParameter>& params,
-                                     const HardwareAuthToken& auth_token,
-                                     verifyAuthorization_cb cb) override;
-    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
-                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
-    Return<void> importWrappedKey(const hidl_vec<uint8_t>& wrapped_key_data,
-                                  const hidl_vec<uint8_t>& wrapping_key_blob,
-                                  const hidl_vec<uint8_t>& masking_key,
-                                  const hidl_vec<KeyParameter>& unwrapping_params,
-                                  uint64_t password_sid, uint64_t biometric_sid,
-                                  importWrappedKey_cb cb) override;
-    Return<ErrorCode> destroyAttestationIds() override;
-
   private:
+    Return<void> makeKey(const hidl_vec<KeyParameter>& params, const hidl_vec<uint8_t>* imported,
+                         const generateKey_cb& cb);
+
     struct State;
     std::unique_ptr<State> state_;
 };
