@@ -13,7 +13,6 @@
 
 #include "child.h"
 #include "operation_peer.h"
-#include "platform_log.h"
 #include "velt_secure_db.h"
 #include "zelkeymaster_operation_internal.h"
 
@@ -120,11 +119,6 @@ TEST_F(ErrorFile, CutsTextsAndRollsOver) {
     EXPECT_LT(size("zelko_err.1.txt"), 10000u + 1200);
     EXPECT_EQ(size("zelko_err.1.txt"), size("zelko_err.2.txt"));
     EXPECT_FALSE(std::filesystem::exists("zelko_err.3.txt"));
-}
-
-TEST(BaseName, IsWhatFollowsTheLastSlash) {
-    EXPECT_STREQ("c.cpp", zelkm::baseName("a/b/c.cpp"));
-    EXPECT_STREQ("c.cpp", zelkm::baseName("c.cpp"));
 }
 
 }  // namespace
