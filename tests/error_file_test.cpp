@@ -50,24 +50,9 @@ class ErrorFile : public test::InTempDir {
     static std::string tid() { return test::text("tid"); }
 };
 
-TEST_F(ErrorFile, LinesCarryLevelThreadOriginAndText) {
-    inChild([] {
-        construct();
-        std::thread([] {
-            test::writeFile("tid", test::bytes(std::to_string(::syscall(SYS_gettid))));
-            log_to_file('W', "ignored.cpp", 997, "no file %s", "secure_objects.db");
-            log_to_file('E', nullptr, 12, "%s(%d)", "text", ZELKM_VERIFICATION_FAILED);
-            log_to_file('D', nullptr, 13, "debug");
-            log_to_file('e', nullptr, 14, "no level");
-        }).join();
-    });
-    EXPECT_EQ((Lines{warning(tid(), "(997) :no file secure_objects.db"),
-                     error(tid(), "(12) :text(-30)")}),
-              lines());
-}
-
-TEST_F(ErrorFile, HoldsTheObjectsErrorsAndWarningsOnly) {
-    inChild([] {
+TEST_F(ErrorFile, HoldsTheObjectsErrorsAndWarningsOncePerSetUp) {
+    const auto use = [] {
+        test::writeFile("tid", test::bytes(std::to_string(::syscall(SYS_gettid))));
         uint8_t* data = nullptr;
         uint32_t len = 0;
         const auto warn = [&] {
@@ -81,24 +66,23 @@ TEST_F(ErrorFile, HoldsTheObjectsErrorsAndWarningsOnly) {
                   sdb_query(nullptr, 0, nullptr, 0, nullptr, nullptr, &handle));
         EXPECT_TRUE(test::logged("E engine: command or len is null"));
         warn();
-    });
-    const Lines written = lines();
-    ASSERT_EQ(1u, written.size());
-    const std::string end = ") :no file missing";
-    EXPECT_EQ(end, written[0].substr(written[0].size() - std::min(end.size(), written[0].size())));
-}
-
-TEST_F(ErrorFile, RepeatsEachLinePerSetUp) {
-    inChild([] {
-        construct();
-        log_to_file('E', nullptr, 1, "once");
+        log_to_file('W', "ignored.cpp", 997, "no file %s", "secure_objects.db");
+        log_to_file('D', nullptr, 13, "debug");
+        log_to_file('e', nullptr, 14, "no level");
         ZelKeymasterOperation object(nullptr, false);
         object.initZelKeymasterOperation();
-        log_to_file('E', nullptr, 2, "thrice");
-        test::writeFile("tid", test::bytes(std::to_string(::getpid())));
-    });
-    const std::string thrice = error(tid(), "(2) :thrice");
-    EXPECT_EQ((Lines{error(tid(), "(1) :once"), thrice, thrice, thrice}), lines());
+        log_to_file('E', nullptr, 12, "%s(%d)", "text", ZELKM_VERIFICATION_FAILED);
+    };
+    inChild([&] { std::thread(use).join(); });
+    Lines written = lines();
+    ASSERT_EQ(5u, written.size());
+    const std::string end = ") :no file missing";
+    EXPECT_EQ(end, written[0].substr(written[0].size() - std::min(end.size(), written[0].size())));
+    written[0] = "";
+    const std::string thrice = error(tid(), "(12) :text(-30)");
+    EXPECT_EQ(
+        (Lines{"", warning(tid(), "(997) :no file secure_objects.db"), thrice, thrice, thrice}),
+        written);
 }
 
 TEST_F(ErrorFile, CutsTextsAndRollsOver) {
