@@ -36,6 +36,7 @@ source "$completion"
 complete -p zelkm >/dev/null
 
 compopt() { :; }  # which works in a completion only
+zelkm() { "$tool" "$@"; }
 expect() {  # COMPLETIONS WORD...
     COMP_WORDS=("${@:2}")
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))

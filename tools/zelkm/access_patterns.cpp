@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "bytes.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -76,10 +77,7 @@ std::optional<std::string> patternProblem(std::string_view pattern) {
 }
 
 std::optional<std::string> listProblem(std::string_view column, std::string_view list) {
-    while (!list.empty()) {
-        const size_t end = std::min(list.find(','), list.size());
-        const std::string_view item = list.substr(0, end);
-        list.remove_prefix(std::min(end + 1, list.size()));
+    for (const std::string_view item : split(list, ',')) {
         const std::string shown = "item '" + escape(item) + "': ";
         if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
             return shown + "the blank would be part of the name";

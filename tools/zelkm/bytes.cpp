@@ -20,6 +20,15 @@ std::string hex(std::string_view bytes) {
     return text;
 }
 
+std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    for (size_t end; (end = text.find(separator)) != text.npos; text.remove_prefix(end + 1)) {
+        pieces.push_back(text.substr(0, end));
+    }
+    pieces.push_back(text);
+    return pieces;
+}
+
 std::string sha256(std::string_view bytes) {
     std::array<unsigned char, SHA256_DIGEST_LENGTH> digest;
     SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest.data());

@@ -10,6 +10,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zelkm_tool {
 
@@ -18,6 +19,9 @@ inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // The bytes in hexadecimal, two digits each.
 std::string hex(std::string_view bytes);
+
+// The pieces between the separators; one more than there are separators.
+std::vector<std::string_view> split(std::string_view text, char separator);
 
 std::string sha256(std::string_view bytes);
 

@@ -6,6 +6,7 @@
 // fault.
 
 #include <openssl/err.h>
+#include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
 #include <zelkeymaster_operation.h>
 
@@ -19,15 +20,49 @@
 #include "failure.h"
 #include "files.h"
 #include "output.h"
-#include "pem.h"
 #include "result_text.h"
 #include "store_values.h"
-#include "x509_handles.h"
 
 namespace zelkm_tool {
 namespace {
 
 constexpr size_t kMinCertificates = 3;
+constexpr char kPemStart[] = "-----BEGIN ";
+
+template <auto kFree>
+struct Freer {
+    template <typename T>
+    void operator()(T* object) const {
+        kFree(object);
+    }
+};
+using BioPtr = std::unique_ptr<BIO, Freer<BIO_free>>;
+using PkeyPtr = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
+using X509Ptr = std::unique_ptr<X509, Freer<X509_free>>;
+using StorePtr = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
+using StoreContextPtr = std::unique_ptr<X509_STORE_CTX, Freer<X509_STORE_CTX_free>>;
+
+struct StackFreer {  // leaves the certificates to their owners
+    void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
+};
+using StackPtr = std::unique_ptr<STACK_OF(X509), StackFreer>;
+
+// Owns what PEM_read_bio() returns.
+struct PemBlock {
+    char* name = nullptr;
+    char* header = nullptr;
+    unsigned char* data = nullptr;
+    long len = 0;
+
+    PemBlock() = default;
+    PemBlock(const PemBlock&) = delete;
+    PemBlock& operator=(const PemBlock&) = delete;
+    ~PemBlock() {
+        OPENSSL_free(name);
+        OPENSSL_free(header);
+        OPENSSL_free(data);
+    }
+};
 
 struct VerifyChainOptions {
     std::vector<std::string> files;  // leaf first
@@ -37,40 +72,82 @@ struct VerifyChainOptions {
 
 struct Element {
     std::string der;
-    std::string source;  // the file, and which of its certificates
+    X509Ptr certificate;  // null when that is no certificate
+    std::string source;   // the file, and which of its certificates
+    std::string subject;
 };
-
-std::vector<Element> readChain(const std::vector<std::string>& files) {
-    std::vector<Element> chain;
-    for (const std::string& file : files) {
-        const std::vector<std::string> certificates = splitCertificates(readInput(file), file);
-        if (certificates.empty()) {
-            throw Refused(file + ": no certificate in it");
-        }
-        for (size_t i = 0; i < certificates.size(); ++i) {
-            const bool several = certificates.size() > 1;
-            chain.push_back(
-                {certificates[i], several ? file + " #" + std::to_string(i + 1) : file});
-        }
-    }
-    return chain;
-}
-
-X509Ptr parse(const std::string& der) {
-    const auto* at = reinterpret_cast<const unsigned char*>(der.data());
-    return X509Ptr(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-}
+using Chain = std::vector<Element>;
 
 std::string subjectOf(const X509Ptr& certificate) {
     const BioPtr bio(BIO_new(BIO_s_mem()));
     X509_NAME_print_ex(bio.get(), X509_get_subject_name(certificate.get()), 0, XN_FLAG_RFC2253);
-    return bioText(bio);
+    char* text = nullptr;
+    const long len = BIO_get_mem_data(bio.get(), &text);
+    return escape({text, static_cast<size_t>(len)});
 }
 
-std::string describe(const std::vector<Element>& chain, size_t index) {
-    const X509Ptr certificate = parse(chain[index].der);
-    return "certificate " + std::to_string(index + 1) + " (" + escape(chain[index].source) +
-           (certificate ? ", subject \"" + escape(subjectOf(certificate)) + "\"" : "") + ")";
+// The CERTIFICATE blocks of a PEM text.
+std::vector<std::string> splitPem(const std::string& content, const std::string& name) {
+    std::vector<std::string> certificates;
+    const BioPtr bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    for (int number = 1;; ++number) {
+        PemBlock block;
+        if (PEM_read_bio(bio.get(), &block.name, &block.header, &block.data, &block.len) != 1) {
+            const bool at_end = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+            ERR_clear_error();
+            if (!at_end) {
+                throw Refused(name + ": PEM block " + std::to_string(number) + " is damaged");
+            }
+            return certificates;
+        }
+        if (std::string(block.name) == PEM_STRING_X509) {
+            certificates.emplace_back(block.data, block.data + block.len);
+        }
+    }
+}
+
+// DER certificates that stand one after the other. Bytes that are no DER become the last one.
+std::vector<std::string> splitDer(const std::string& content) {
+    std::vector<std::string> certificates;
+    const auto* at = reinterpret_cast<const unsigned char*>(content.data());
+    const auto* const end = at + content.size();
+    while (at != end) {
+        const unsigned char* const start = at;
+        if (!X509Ptr(d2i_X509(nullptr, &at, end - start))) {
+            at = end;
+        }
+        certificates.emplace_back(start, at);
+    }
+    return certificates;
+}
+
+Chain readChain(const std::vector<std::string>& files) {
+    Chain chain;
+    for (const std::string& file : files) {
+        const std::string content = readInput(file);
+        const bool is_pem = content.find(kPemStart) != content.npos;
+        const auto certificates = is_pem ? splitPem(content, file) : splitDer(content);
+        if (certificates.empty()) {
+            throw Refused(file + ": no certificate in it");
+        }
+        for (const std::string& der : certificates) {
+            const std::string number = std::to_string(&der - certificates.data() + 1);
+            const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+            X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+            std::string subject = certificate ? subjectOf(certificate) : "";
+            chain.push_back({der, std::move(certificate),
+                             escape(certificates.size() > 1 ? file + " #" + number : file),
+                             std::move(subject)});
+        }
+    }
+    ERR_clear_error();
+    return chain;
+}
+
+std::string describe(const Chain& chain, size_t index) {
+    const Element& element = chain[index];
+    return "certificate " + std::to_string(index + 1) + " (" + element.source +
+           (element.certificate ? ", subject \"" + element.subject + "\"" : "") + ")";
 }
 
 int acceptAnyDate(int ok, X509_STORE_CTX* context) {
@@ -79,20 +156,15 @@ int acceptAnyDate(int ok, X509_STORE_CTX* context) {
 }
 
 // The reason why the path that begins at `first` does not verify; empty when it verifies.
-std::string whyPathRefused(const std::vector<Element>& chain, size_t first) {
-    std::vector<X509Ptr> certificates;
+std::string pathProblem(const Chain& chain, size_t first) {
     const StackPtr untrusted(sk_X509_new_null());
-    for (size_t i = 0; i < chain.size(); ++i) {
-        certificates.push_back(parse(chain[i].der));
-        if (i > first) {
-            X509_up_ref(certificates[i].get());
-            sk_X509_push(untrusted.get(), certificates[i].get());
-        }
+    for (size_t i = first + 1; i < chain.size(); ++i) {
+        sk_X509_push(untrusted.get(), chain[i].certificate.get());
     }
     const StorePtr store(X509_STORE_new());
     const StoreContextPtr context(X509_STORE_CTX_new());
-    X509_STORE_add_cert(store.get(), certificates.back().get());
-    if (X509_STORE_CTX_init(context.get(), store.get(), certificates[first].get(),
+    X509_STORE_add_cert(store.get(), chain.back().certificate.get());
+    if (X509_STORE_CTX_init(context.get(), store.get(), chain[first].certificate.get(),
                             untrusted.get()) != 1) {
         return "";
     }
@@ -101,69 +173,60 @@ std::string whyPathRefused(const std::vector<Element>& chain, size_t first) {
         return "";
     }
     const X509* at_fault = X509_STORE_CTX_get_current_cert(context.get());
-    const auto found = std::find_if(
-        certificates.begin(), certificates.end(),
-        [&](const X509Ptr& c) { return at_fault != nullptr && X509_cmp(c.get(), at_fault) == 0; });
+    const auto found = std::find_if(chain.begin(), chain.end(), [&](const Element& element) {
+        return at_fault != nullptr && X509_cmp(element.certificate.get(), at_fault) == 0;
+    });
     const std::string where =
-        found == certificates.end()
-            ? ""
-            : describe(chain, static_cast<size_t>(found - certificates.begin())) + ": ";
+        found == chain.end() ? ""
+                             : describe(chain, static_cast<size_t>(found - chain.begin())) + ": ";
     return where + X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get()));
 }
 
-std::string chainProblem(const std::vector<Element>& chain, bool separate_first) {
+std::string chainProblem(const Chain& chain, bool separate_first) {
     if (chain.size() < kMinCertificates) {
         return std::to_string(chain.size()) + " certificates; a chain needs at least " +
                std::to_string(kMinCertificates);
     }
     for (size_t i = 0; i < chain.size(); ++i) {
-        if (!parse(chain[i].der)) {
+        if (!chain[i].certificate) {
             return describe(chain, i) + ": not a DER certificate";
         }
     }
-    const size_t first = separate_first ? 1 : 0;
-    const std::string reason = whyPathRefused(chain, first);
+    const std::string reason = pathProblem(chain, separate_first ? 1 : 0);
     if (!reason.empty() || !separate_first) {
         return reason;
     }
-    const PkeyPtr key(X509_get_pubkey(parse(chain[1].der).get()));
+    const PkeyPtr key(X509_get_pubkey(chain[1].certificate.get()));
     if (!key) {
         return describe(chain, 1) + ": its public key cannot be used";
     }
-    return X509_verify(parse(chain[0].der).get(), key.get()) == 1
+    return X509_verify(chain[0].certificate.get(), key.get()) == 1
                ? ""
                : describe(chain, 0) + ": not signed by " + describe(chain, 1);
 }
 
-void printChain(const std::vector<Element>& chain, int result, const std::string& reason) {
-    nlohmann::ordered_json json = {{"valid", result == ZELKM_OK},
-                                   {"result", result},
-                                   {"problem", reason},
-                                   {"certificates", nlohmann::ordered_json::array()}};
-    for (const Element& element : chain) {
-        const X509Ptr certificate = parse(element.der);
-        json["certificates"].push_back(
-            {{"source", escape(element.source)},
-             {"subject", certificate ? escape(subjectOf(certificate)) : ""},
-             {"sha256", hex(sha256(element.der))}});
-    }
-    std::cout << jsonText(json.dump(2)) << '\n';
-}
-
 void verifyChain(const VerifyChainOptions& options) {
-    const std::vector<Element> chain = readChain(options.files);
+    const Chain chain = readChain(options.files);
+    auto certificates = nlohmann::ordered_json::array();
     std::vector<android::hardware::hidl_vec<uint8_t>> ders;
     for (const Element& element : chain) {
         ders.push_back(toVec(element.der));
+        certificates.push_back({{"source", element.source},
+                                {"subject", element.subject},
+                                {"sha256", hex(sha256(element.der))}});
     }
     const int result = ZelKeymasterOperation::validateAttestChain(ders, !options.separate_first);
-    const std::string reason =
-        result == ZELKM_OK ? "" : chainProblem(chain, options.separate_first);
+    const bool valid = result == ZELKM_OK;
+    const std::string reason = valid ? "" : chainProblem(chain, options.separate_first);
     ERR_clear_error();
     if (options.json) {
-        printChain(chain, result, reason);
+        const nlohmann::ordered_json json = {{"valid", valid},
+                                             {"result", result},
+                                             {"problem", reason},
+                                             {"certificates", certificates}};
+        std::cout << jsonText(json.dump(2)) << '\n';
     }
-    if (result != ZELKM_OK) {
+    if (!valid) {
         throw Refused((reason.empty() ? "chain refused" : reason) + "; " + resultText(result));
     }
     if (!options.json) {
@@ -177,21 +240,20 @@ void verifyChain(const VerifyChainOptions& options) {
 
 }  // namespace
 
-void defineVerifyChain(CLI::App& app) {
+void defineVerifyChain(CLI::App& app, const SessionOptions&) {
     auto options = std::make_shared<VerifyChainOptions>();
-    CLI::App* command = app.add_subcommand("verify-chain", "Check an attestation chain");
-    command->add_option("FILE", options->files, "Leaf first, root last; - is standard input")
-        ->required()
-        ->type_name("");
-    command->add_flag("--separate-first", options->separate_first,
-                      "The first is signed with the second's key, but not on the path");
-    command->add_flag("--json", options->json, "Print JSON; valid does not mean trusted");
-    command->footer(
+    CLI::App& command = *app.add_subcommand("verify-chain", "Check an attestation chain");
+    addOption(command, "FILE", options->files, "", "Leaf first, root last; - is standard input")
+        ->required();
+    command.add_flag("--separate-first", options->separate_first,
+                     "The first is signed with the second's key, but not on the path");
+    command.add_flag("--json", options->json, "Print JSON; valid does not mean trusted");
+    command.footer(
         "Each file is PEM or DER and has one or more certificates; at least three are needed.\n"
         "Success does NOT mean trust: the last certificate is taken as the root, whoever made\n"
         "it, so compare it with the roots that you trust. Validity dates and revocation are\n"
         "deliberately not checked.");
-    command->callback([options] { verifyChain(*options); });
+    command.callback([options] { verifyChain(*options); });
 }
 
 }  // namespace zelkm_tool

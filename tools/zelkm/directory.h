@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "descriptor.h"
+#include "files.h"
 
 namespace zelkm_tool {
 

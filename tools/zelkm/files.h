@@ -1,17 +1,45 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads and writes whole files.
+// Reads whole files, and writes output files that appear complete and together, or not at all.
 
 #pragma once
 
+#include <unistd.h>
+
 #include <functional>
+#include <list>
 #include <string>
 #include <string_view>
-
-#include "descriptor.h"
+#include <utility>
 
 namespace zelkm_tool {
+
+// An open file, closed with its owner. The standard streams stay open.
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ > STDERR_FILENO) {
+            ::close(fd_);
+        }
+    }
+    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+// Throws Refused with the path and what errno says, unless it was done.
+void require(bool done, const std::string& path);
 
 // Reads the rest of an open file piece by piece. `path` is for messages. Throws Refused.
 void readPieces(int fd, const std::string& path, const std::function<void(std::string_view)>& take);
@@ -31,8 +59,50 @@ std::string readInput(const std::string& path);
 
 enum class Access { kOwnerOnly, kEverybody };
 
-// Writes a file, or standard output for "-". Throws Refused. An existing file gets the new content,
-// and keeps its access rights.
-void writeOutput(const std::string& path, const std::string& content, Access access);
+// The output files of a command. Each is written through the descriptor of the file that this
+// object has made, so that nothing reaches a file that somebody else has put in its place.
+class FreshFiles {
+  public:
+    // What happens to a file that is there. A key is never replaced.
+    enum class Existing { kReplace, kRefuse };
+
+    FreshFiles() = default;
+    // Leaves everything as it was, unless commit() was called.
+    ~FreshFiles();
+
+    FreshFiles(const FreshFiles&) = delete;
+    FreshFiles& operator=(const FreshFiles&) = delete;
+
+    // Makes a temporary file beside `path`; "-" is standard output. Returns the content to write,
+    // which the caller fills before commit(). Throws Refused when that fails, or when `path` exists
+    // and is no regular file; nothing is written through a link.
+    std::string& add(const std::string& path, Access access,
+                     Existing existing = Existing::kReplace);
+    // The same for a name in an open folder; `path` is for messages.
+    std::string& addIn(const Descriptor& folder, const std::string& name, const std::string& path,
+                       Access access, Existing existing = Existing::kReplace);
+
+    // Writes the contents, and gives all files their names. When one step fails, every name is as
+    // it was before, and Refused is thrown.
+    void commit();
+
+  private:
+    struct File {
+        std::string path;
+        std::string name;  // empty for standard output
+        Existing existing;
+        Descriptor folder;
+        Descriptor file;
+        std::string temporary = "";  // its name, until it is placed
+        std::string aside = "";      // what the file that was there is called meanwhile
+        std::string content = "";
+        bool placed = false;
+    };
+
+    static void place(File* file);
+    static void takeBack(File* file);
+
+    std::list<File> files_;
+};
 
 }  // namespace zelkm_tool

@@ -45,7 +45,7 @@ void import(const SessionOptions& session_options, const ImportOptions& options)
     const std::string file = options.file == "-" ? "standard input" : options.file;
     const std::string text = readInput(options.file);
     Session session(session_options, Session::Use::kStore);
-    std::vector<Row> objects = select(session, {}, parseColumns(""));
+    std::vector<Row> objects = select(session);
     const size_t before = objects.size();
     std::set<std::pair<std::string, std::string>> names;
     for (const Row& row : objects) {
@@ -92,14 +92,12 @@ void import(const SessionOptions& session_options, const ImportOptions& options)
 
 void defineImport(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<ImportOptions>();
-    CLI::App* command = app.add_subcommand("import", "Store objects from a file");
-    command->add_option("FILE", options->file, "CSV or JSON; - is standard input")
-        ->required()
-        ->type_name("");
-    command->add_flag("--keep-going", options->keep_going, "Skip objects that cannot be stored");
-    command->add_flag("--as-is", options->as_is,
-                      "Accept duplicates, and any value that the store can hold");
-    command->footer(
+    CLI::App& command = *app.add_subcommand("import", "Store objects from a file");
+    addOption(command, "FILE", options->file, "", "CSV or JSON; - is standard input")->required();
+    command.add_flag("--keep-going", options->keep_going, "Skip objects that cannot be stored");
+    command.add_flag("--as-is", options->as_is,
+                     "Accept duplicates, and any value that the store can hold");
+    command.footer(
         "Reads what list and export print. CSV begins with the column names, in any order;\n"
         "commas, semicolons or tabs separate the values. JSON is an array, or objects one\n"
         "after the other. A missing value is the same as an empty one.\n"
@@ -107,7 +105,7 @@ void defineImport(CLI::App& app, const SessionOptions& session) {
         "All objects are checked first, as by add: if one is refused, its line is reported and\n"
         "nothing is stored. Then all are stored in one atomic change: after an interruption\n"
         "the store has all of them, or none.");
-    command->callback([&session, options] { import(session, *options); });
+    command.callback([&session, options] { import(session, *options); });
 }
 
 }  // namespace zelkm_tool

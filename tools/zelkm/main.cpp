@@ -1,34 +1,28 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// zelkm: the library at an engineer's desk. This file defines the options of all commands; the
-// commands themselves are in the files *_command_line.cpp.
+// zelkm: the library at an engineer's desk. This file defines what all commands have in common;
+// each command is in a file of its own, with its options.
 
 #include <zelkeymaster_operation.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
-#include <memory>
+#include <new>
+#include <streambuf>
 #include <string_view>
 
 #include "command_line.h"
 #include "failure.h"
-#include "files.h"
-#include "generated_pages.h"
-#include "help_text.h"
 #include "log_capture.h"
-#include "shown_text.h"
 #include "store_values.h"
 
 namespace {
 
 using namespace zelkm_tool;
 
-constexpr size_t kHelpColumn = 28;  // of descriptions in a help text
-
-constexpr char kFooter[] = R"(
-The keymaster is SOFTWARE and protects nothing.
+constexpr char kFooter[] = R"(The keymaster is SOFTWARE and protects nothing.
 
 A store is a directory. The first 'add' makes secure_objects.db in it, its key
 blob edbk, and the root key of the software keymaster, which encrypts that blob:
@@ -69,6 +63,54 @@ Examples:
   zelkm --dir store query 'SELECT (ALIAS) WHERE CREATOR=\x1fapp\x1f'
   zelkm info store)";
 
+// What people are shown passes through here, wherever it comes from: names of files, arguments,
+// stored values, messages of other libraries. None of them may give orders to a terminal. Passes
+// complete lines, and what there is at a flush, on as printable() makes them.
+class ShownText : public std::streambuf {
+  public:
+    // Takes the place of the stream's buffer until it is destroyed.
+    explicit ShownText(std::ostream& stream) : stream_(stream), behind_(stream.rdbuf(this)) {}
+    ~ShownText() override {
+        passOn(pending_.size());
+        stream_.rdbuf(behind_);
+    }
+    ShownText(const ShownText&) = delete;
+    ShownText& operator=(const ShownText&) = delete;
+
+  protected:
+    int_type overflow(int_type c) override {
+        const char byte = traits_type::to_char_type(c);
+        return traits_type::eq_int_type(c, traits_type::eof()) || xsputn(&byte, 1) == 1
+                   ? traits_type::not_eof(c)
+                   : traits_type::eof();
+    }
+
+    std::streamsize xsputn(const char* text, std::streamsize len) override {
+        pending_.append(text, static_cast<size_t>(len));
+        const size_t last_line = pending_.rfind('\n');
+        return last_line == pending_.npos || passOn(last_line + 1) ? len : 0;
+    }
+
+    int sync() override { return passOn(pending_.size()) && behind_->pubsync() == 0 ? 0 : -1; }
+
+  private:
+    // Throws nothing, even without memory: streams also flush in destructors.
+    bool passOn(size_t len) {
+        try {
+            const std::string shown = printable(std::string_view(pending_).substr(0, len));
+            pending_.erase(0, len);
+            const auto shown_len = static_cast<std::streamsize>(shown.size());
+            return behind_->sputn(shown.data(), shown_len) == shown_len;
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+
+    std::ostream& stream_;
+    std::streambuf* const behind_;
+    std::string pending_;
+};
+
 // Refuses options such as "--admin=". The parser would take the next argument as their value.
 void refuseEmptyValues(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
@@ -106,42 +148,11 @@ std::string argumentProblem(const CLI::App& app) {
            escape(left.empty() ? "" : left.front());
 }
 
-void defineHelp(CLI::App& app) {
-    auto name = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("help", "Show help for a command");
-    command->add_option("COMMAND", *name, "The command; default: an overview of all")
-        ->type_name("");
-    command->callback([&app, name] {
-        const auto found =
-            app.get_subcommands([&](CLI::App* each) { return each->get_name() == *name; });
-        if (found.empty() && !name->empty()) {
-            throw WrongUsage("unknown command " + escape(*name) + "; see 'zelkm help'");
-        }
-        // The application's own help() would show that of the command given, which is this one.
-        std::cout << (found.empty() ? app.get_formatter()->make_help(&app, app.get_name(),
-                                                                     CLI::AppFormatMode::Normal)
-                                    : found.front()->help(app.get_name()));
-    });
-}
-
-// Defines the hidden command with which the build makes the manual page and the completion.
-void definePages(CLI::App& app) {
-    auto kind = std::make_shared<std::string>();
-    auto file = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("make-page")->group("");
-    command->add_option("KIND", *kind)->required()->check(CLI::IsMember({"man", "completion"}));
-    command->add_option("FILE", *file)->required();
-    command->callback([&app, kind, file] {
-        writeOutput(*file, *kind == "man" ? manPage(app) : bashCompletion(app), Access::kEverybody);
-    });
-}
-
 int run(int argc, char** argv) {
     refuseEmptyValues(argc, argv);
 
     CLI::App app("Manages stores of secure objects, and keys, with libzelkeymaster.", "zelkm");
-    app.formatter(std::make_shared<HelpFormatter>());
-    app.get_formatter()->column_width(kHelpColumn);
+    app.formatter(helpFormatter());
     app.set_version_flag("--version", "zelkm " ZELKEYMASTER_VERSION);
     app.footer(kFooter);
     app.require_subcommand(0, 1);  // a missing one is reported below
@@ -161,15 +172,26 @@ int run(int argc, char** argv) {
     // The library's debug lines hold every command with its values.
     app.add_flag_callback("--verbose", showLog, "Print the library's whole log, values included");
 
-    defineStoreCommands(app, session);
+    defineAdd(app, session);
+    defineList(app, session);
+    defineShow(app, session);
+    defineWho(app, session);
+    defineAliases(app, session);
+    defineSet(app, session);
+    defineRemove(app, session);
+    defineImport(app, session);
+    defineExport(app, session);
+    defineQuery(app, session);
     int status = kExitDone;
     defineDirectoryCommands(app, session, &status);
     defineExplain(app);
-    defineKeyCommands(app, session);
+    defineCsr(app, session);
+    defineAttest(app, session);
+    defineVerifyChain(app, session);
+    definePassword(app, session);
     defineCheckCommand(app, &status);
 
     defineHelp(app);
-    definePages(app);
 
     try {
         app.parse(argc, argv);

@@ -1,24 +1,38 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "password_command.h"
+// The commands 'wrap' and 'unwrap': convert key material with the password hardware key. 'wrap'
+// makes a tag. 'unwrap' converts the material back, if inputs and tag are the same.
 
 #include <zelkeymaster_vendor_tags.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "bytes.h"
+#include "command_line.h"
 #include "failure.h"
 #include "files.h"
-#include "fresh_file.h"
 #include "result_text.h"
+#include "session.h"
 
 namespace zelkm_tool {
 namespace {
 
 using android::hardware::hidl_vec;
+
+// All members name files. "-" is standard input or output.
+struct PasswordOptions {
+    std::array<std::string, 4> inputs;
+    std::string material;
+    std::string out;
+    std::string tag;                 // written by wrap, read by unwrap
+    std::optional<std::string> rot;  // receives the hardware's value
+};
 
 void requireOneStream(const std::vector<std::string>& paths, const char* stream) {
     if (std::count(paths.begin(), paths.end(), "-") > 1) {
@@ -27,25 +41,25 @@ void requireOneStream(const std::vector<std::string>& paths, const char* stream)
 }
 
 // Refuses an output path that is also an input, or another output.
-void requireDistinct(const std::vector<std::string>& read, std::vector<std::string> written) {
-    const auto resolved = [](const std::string& path) {
-        return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
+void requireDistinct(const std::vector<std::string>& read,
+                     const std::vector<std::string>& written) {
+    std::vector<std::string> taken;
+    const auto takes = [&](const std::string& path) {
+        if (path == "-") {
+            return true;
+        }
+        taken.push_back(std::filesystem::weakly_canonical(std::filesystem::absolute(path)));
+        return std::count(taken.begin(), taken.end(), taken.back()) == 1;
     };
-    for (size_t i = 0; i < written.size(); ++i) {
-        const auto same = [&](const std::string& other) {
-            return written[i] != "-" && other != "-" && resolved(other) == resolved(written[i]);
-        };
-        if (std::any_of(read.begin(), read.end(), same) ||
-            std::any_of(written.begin(), written.begin() + static_cast<std::ptrdiff_t>(i), same)) {
-            throw WrongUsage(written[i] +
-                             " would be written, but is also named for something else");
+    std::for_each(read.begin(), read.end(), takes);
+    for (const std::string& path : written) {
+        if (!takes(path)) {
+            throw WrongUsage(path + " would be written, but is also named for something else");
         }
     }
 }
 
-void convert(const SessionOptions& session_options, const PasswordOptions& options,
-             PW_ENCRYPT_TYPE type) {
-    const bool wraps = type == PW_ENCRYPT_TYPE_TO_KEY;
+void convert(const SessionOptions& session_options, const PasswordOptions& options, bool wraps) {
     std::vector<std::string> read(options.inputs.begin(), options.inputs.end());
     std::vector<std::string> written = {options.out};
     read.push_back(options.material);
@@ -57,44 +71,66 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
     requireOneStream(written, "standard output");
     requireDistinct(read, written);
 
-    std::array<hidl_vec<uint8_t>, 4> in;
-    std::transform(options.inputs.begin(), options.inputs.end(), in.begin(),
-                   [](const std::string& path) { return toVec(readInput(path)); });
-    const hidl_vec<uint8_t> material = toVec(readInput(options.material));
-    hidl_vec<uint8_t> tag = wraps ? hidl_vec<uint8_t>() : toVec(readInput(options.tag));
+    std::vector<hidl_vec<uint8_t>> in;
+    for (const std::string& path : read) {
+        in.push_back(toVec(readInput(path)));
+    }
+    hidl_vec<uint8_t> tag = wraps ? hidl_vec<uint8_t>() : in.back();
     // The outputs are opened first, so that an output that cannot be written ends the command
     // before its work.
     FreshFiles outputs;
+    std::vector<std::string*> contents;
     for (const std::string& path : written) {
-        outputs.add(path, Access::kOwnerOnly);
+        contents.push_back(&outputs.add(path, Access::kOwnerOnly));
     }
 
     hidl_vec<uint8_t> converted;
     hidl_vec<uint8_t> rot;
     {
         Session session(session_options, Session::Use::kKeymasterOnly);
-        check(session.operation().encryptWithPasswordHWKey(in[0], in[1], material, converted, in[2],
-                                                           in[3], tag, rot, type),
+        check(session.operation().encryptWithPasswordHWKey(
+                  in[0], in[1], in[4], converted, in[2], in[3], tag, rot,
+                  wraps ? PW_ENCRYPT_TYPE_TO_KEY : PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY),
               wraps ? "wrap" : "unwrap");
     }
-    std::vector<std::string> contents = {toBytes(converted)};
+    *contents[0] = toBytes(converted);
     if (wraps) {
-        contents.push_back(toBytes(tag));
+        *contents[1] = toBytes(tag);
     }
     if (options.rot) {
-        contents.push_back(toBytes(rot));
+        *contents.back() = toBytes(rot);
     }
-    outputs.commit(contents);
+    outputs.commit();
 }
 
 }  // namespace
 
-void wrap(const SessionOptions& session, const PasswordOptions& options) {
-    convert(session, options, PW_ENCRYPT_TYPE_TO_KEY);
-}
-
-void unwrap(const SessionOptions& session, const PasswordOptions& options) {
-    convert(session, options, PW_ENCRYPT_TYPE_TO_ENCRYPTED_KEY);
+void definePassword(CLI::App& app, const SessionOptions& session) {
+    for (const bool wraps : {true, false}) {
+        auto options = std::make_shared<PasswordOptions>();
+        CLI::App& command = *app.add_subcommand(
+            wraps ? "wrap" : "unwrap", wraps ? "Convert key material with the password hardware key"
+                                             : "Convert wrapped key material back");
+        const auto addFile = [&](const std::string& name, auto& value, const std::string& what) {
+            return addOption(command, name, value, "FILE", what);
+        };
+        for (size_t i = 0; i < options->inputs.size(); ++i) {
+            const std::string number = std::to_string(i + 1);
+            addFile("--in" + number, options->inputs[i], "Input " + number)->required();
+        }
+        addFile("--material", options->material, "Material to convert")->required();
+        addFile("--tag", options->tag, wraps ? "Output file for the tag" : "The tag")->required();
+        addFile("--out", options->out, "Output file for the converted material")->required();
+        addFile("--rot", options->rot, "Output file for the hardware's rot value");
+        command.footer(
+            "One input can be - (standard input), one output - (standard output). No input may\n"
+            "be empty. Outputs are created anew, readable by their owner only, all or none;\n"
+            "links are not followed, and no input is overwritten.\n"
+            "\n"
+            "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --tag t --out w\n"
+            "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material w --tag t --out key");
+        command.callback([&session, options, wraps] { convert(session, *options, wraps); });
+    }
 }
 
 }  // namespace zelkm_tool

@@ -53,8 +53,8 @@ void refuseOtherThanFiles(const Directory& directory) {
     }
 }
 
-}  // namespace
-
+// The options of the software keymaster for the store in a directory. It works at the level of the
+// store's key if that is newer than its own, unless the options name a level.
 soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options,
                                                         const Directory& directory) {
     soft_keymaster::SoftKeymaster::Options result;
@@ -63,6 +63,16 @@ soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& op
         options.patch_level.value_or(std::max(result.patch_level, keyLevel(directory).value_or(0)));
     return result;
 }
+
+// What the keymaster says about a key.
+ErrorCode keyStatus(soft_keymaster::SoftKeymaster* keymaster, const std::string& key) {
+    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
+    keymaster->getKeyCharacteristics(
+        toVec(key), {}, {}, [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
+    return answer;
+}
+
+}  // namespace
 
 Session::Session(const SessionOptions& options, Use use)
     : options_(options),
@@ -150,13 +160,7 @@ void Session::refuseForeignStore() const {
 // Refuses to upgrade the key without --upgrade, because the older patch level cannot use the
 // upgraded key.
 void Session::refuseUpgrade() {
-    ErrorCode answer = ErrorCode::OK;
-    if (key_) {
-        keymaster_.getKeyCharacteristics(
-            toVec(*key_), {}, {},
-            [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
-    }
-    if (answer == ErrorCode::KEY_REQUIRES_UPGRADE) {
+    if (key_ && keyStatus(&keymaster_, *key_) == ErrorCode::KEY_REQUIRES_UPGRADE) {
         throw Refused(std::string(kKeyFile) + " was made at an older patch level than " +
                       std::to_string(keymasterOptions(options_, directory_).patch_level) +
                       ": --upgrade lets the library upgrade it, irreversibly: pass the new level "
@@ -178,7 +182,7 @@ ZelKeymasterOperation& Session::operation() {
             giveKey(operation);
         }
         if (image_) {
-            giveStore(operation);
+            giveStore();
         }
     }
     return *operation;
@@ -187,9 +191,7 @@ ZelKeymasterOperation& Session::operation() {
 // A key that the keymaster refuses is left to the library, which tells why, unless it would then
 // replace the key.
 void Session::giveKey(ZelKeymasterOperation* operation) {
-    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-    keymaster_.getKeyCharacteristics(
-        toVec(*key_), {}, {}, [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
+    const ErrorCode answer = keyStatus(&keymaster_, *key_);
     if (answer != ErrorCode::OK && answer != ErrorCode::KEY_REQUIRES_UPGRADE) {
         const std::optional<std::string> digest = directory_.read(kKeyDigestFile);
         if (digest && *digest != sha256(*key_)) {
@@ -199,45 +201,49 @@ void Session::giveKey(ZelKeymasterOperation* operation) {
         return;
     }
     // The object's from now on, unless it takes an upgraded key instead. After a failure it may be.
-    auto* const key = static_cast<uint8_t*>(std::malloc(key_->size()));
+    MallocBytes key(static_cast<uint8_t*>(std::malloc(key_->size())));
     if (key == nullptr) {
         throw std::bad_alloc();
     }
-    std::memcpy(key, key_->data(), key_->size());
-    const int result = operation->setLoadedDBKey(key, static_cast<uint32_t>(key_->size()));
-    if (result == ZELKM_KEY_REQUIRES_UPGRADE) {
-        std::free(key);
-    } else {
+    std::memcpy(key.get(), key_->data(), key_->size());
+    const int result = operation->setLoadedDBKey(key.get(), static_cast<uint32_t>(key_->size()));
+    if (result != ZELKM_KEY_REQUIRES_UPGRADE) {
+        static_cast<void>(key.release());
         checkStoreResult(result, kKeyFile);
     }
 }
 
 // The engine loads the table from the session's image. The library's next commands work on that
 // table, whatever the object could read.
-void Session::giveStore(ZelKeymasterOperation* operation) {
-    constexpr std::string_view kSelectNothing = "SELECT ()";
-    const keymaster_blob_t stored = {reinterpret_cast<const uint8_t*>(image_->data()),
-                                     image_->size()};
-    const keymaster_blob_t text = {reinterpret_cast<const uint8_t*>(kSelectNothing.data()),
-                                   kSelectNothing.size()};
-    keymaster_blob_t answer = {};
+void Session::giveStore() {
+    EngineOutput output;
     const int level = __android_log_get_minimum_priority();
     __android_log_set_minimum_priority(std::max<int>(level, ANDROID_LOG_WARN));
-    const int result =
-        operation->queryInternal(nullptr, operation, DBEncryptCB, &stored, &text, &answer);
+    const int result = query("SELECT ()", &output);
     __android_log_set_minimum_priority(level);
     checkStoreResult(result, "reading the store");
-    const std::unique_ptr<uint8_t, decltype(&std::free)> rows(const_cast<uint8_t*>(answer.data),
-                                                              std::free);
-    if (rows == nullptr) {
+    if (output.data == nullptr) {
         throw std::bad_alloc();
     }
-    num_objects_ = answer.data_length - 1;  // a line feed for each, and a NUL
+    num_objects_ = output.len - 1;  // a line feed for each, and a NUL
     if (const auto header = parseStoreHeader(*image_); header->row_count != num_objects_) {
         throw Refused(options_.dir + ": " + kStoreFile + " has " + std::to_string(num_objects_) +
                       " objects, and its header says " + std::to_string(header->row_count) +
                       ": see 'zelkm doctor'");
     }
+}
+
+int Session::query(std::string_view command, EngineOutput* output) {
+    const auto blob = [](std::string_view bytes) {
+        return keymaster_blob_t{reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
+    };
+    const keymaster_blob_t stored = blob(image_ ? std::string_view(*image_) : "");
+    const keymaster_blob_t text = blob(command);
+    keymaster_blob_t result = {};
+    const int status =
+        operation().queryInternal(nullptr, &operation(), DBEncryptCB, &stored, &text, &result);
+    *output = {MallocBytes(const_cast<uint8_t*>(result.data)), result.data_length};
+    return status;
 }
 
 void Session::change(const std::string& what, size_t num_objects,
@@ -263,6 +269,17 @@ void Session::change(const std::string& what, size_t num_objects,
     num_objects_ = num_objects;
 }
 
+void Session::replaceStore(const std::string& what, size_t num_objects, EngineOutput store) {
+    change(what, num_objects, [&] {
+        const int result =
+            operation().update_db_file(store.data.get(), static_cast<uint32_t>(store.len));
+        if (result == ZELKM_OK) {
+            static_cast<void>(store.data.release());  // the object's now
+        }
+        return result;
+    });
+}
+
 void Session::checkStoreResult(int result, const std::string& what) {
     if (result == ZELKM_OK) {
         check(result, what);
@@ -280,7 +297,9 @@ void Session::checkStoreResult(int result, const std::string& what) {
                   kStoreFile);
             message += "; there is no backup, and the store is as it was";
         } else if (directory_.read(kStoreFile) != image_) {
-            writeOutput(kRefusedFile, *image_, Access::kOwnerOnly);
+            FreshFiles refused;
+            refused.add(kRefusedFile, Access::kOwnerOnly) = *image_;
+            refused.commit();
             message += std::string("; the library put the backup in place, so try again; ") +
                        "what it refused is " + kRefusedFile;
         }

@@ -9,9 +9,12 @@
 #include <soft_keymaster/soft_keymaster.h>
 #include <zelkeymaster_operation.h>
 
+#include <cstdlib>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "directory.h"
@@ -21,10 +24,18 @@
 
 namespace zelkm_tool {
 
-// The options of the software keymaster for the store in a directory. It works at the level of the
-// store's key if that is newer than its own, unless the options name a level.
-soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& options,
-                                                        const Directory& directory);
+struct Free {
+    void operator()(uint8_t* data) const { std::free(data); }
+};
+using MallocBytes = std::unique_ptr<uint8_t, Free>;
+
+// What the engine returns for a command: rows, or a new store. No data without memory for it.
+struct EngineOutput {
+    MallocBytes data;
+    size_t len = 0;
+
+    std::string_view text() const { return {reinterpret_cast<const char*>(data.get()), len}; }
+};
 
 class Session {
   public:
@@ -60,10 +71,16 @@ class Session {
 
     android::hardware::keymaster::V4_0::support::Keymaster& keymaster() { return keymaster_; }
 
+    // Runs a command of the engine on the store, and stores nothing. Returns the library's result.
+    int query(std::string_view command, EngineOutput* output);
+
     // Makes a change of the store, after which it must have that many objects. `make` returns the
     // library's result. Throws Refused, too, when the store is another one before the change than
     // the session has read, or after it than was meant.
     void change(const std::string& what, size_t num_objects, const std::function<int()>& make);
+
+    // The change that makes this the store.
+    void replaceStore(const std::string& what, size_t num_objects, EngineOutput store);
 
     // Throws Refused unless the result of a store operation is 0. When the library could not
     // decrypt the store, it has replaced the file by its backup: the refused file is kept as
@@ -78,7 +95,7 @@ class Session {
     void refuseForeignStore() const;
     void refuseUpgrade();
     void giveKey(ZelKeymasterOperation* operation);
-    void giveStore(ZelKeymasterOperation* operation);
+    void giveStore();
 
     const SessionOptions options_;
     const Directory directory_;

@@ -3,9 +3,12 @@
 
 #include "store_access.h"
 
+#include <sod_command_text.h>
 #include <velt_secure_db.h>
 
 #include <algorithm>
+#include <new>
+#include <utility>
 
 #include "directory.h"
 #include "failure.h"
@@ -20,23 +23,13 @@ constexpr char kQuote = 0x1F;
 // whole store in one call.
 constexpr uint64_t kTransportLen = (1 << 20) - 2 * 4096;
 
-std::string insertText(const Row& object) {
-    std::string columns;
-    std::string values;
-    for (size_t i = 0; i < object.size(); ++i) {
-        if (!object[i].empty()) {
-            columns += (columns.empty() ? "" : ",") + std::string(kColumnNames[i]);
-            values += (values.empty() ? "" : ",") + (kQuote + object[i] + kQuote);
-        }
-    }
-    return "INSERT (" + columns + ") VALUE (" + values + ")";
-}
-
 }  // namespace
 
-std::vector<Condition> parseConditions(const std::vector<std::string>& texts) {
+std::vector<Condition> parseConditions(const std::vector<std::string>& texts, bool careless,
+                                       bool star_is_careless) {
     std::vector<Condition> conditions;
     std::transform(texts.begin(), texts.end(), std::back_inserter(conditions), parseCondition);
+    checkConditions(conditions, careless, star_is_careless);
     return conditions;
 }
 
@@ -53,6 +46,19 @@ SODOperationParam paramWith(const std::vector<Condition>& conditions) {
     return param;
 }
 
+SODOperationParam paramOf(const Row& object) {
+    SODOperationParam param;
+    for (size_t i = 0; i < object.size(); ++i) {
+        if (!object[i].empty()) {
+            std::string column(kColumnNames[i]);
+            std::string value = kQuote + object[i] + kQuote;
+            param.setColumn(column, value);
+        }
+    }
+    return param;
+}
+
+// The engine's own text: the library would cut it at every line feed, which a value may hold.
 std::vector<Row> select(Session& session, const std::vector<Condition>& conditions,
                         const std::vector<std::string>& columns) {
     if (!session.image()) {
@@ -63,23 +69,19 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
     for (std::string column : columns) {
         param.addOutputFormat(column);
     }
-    std::vector<std::string> lines;
-    session.checkStoreResult(session.operation().SodSelect(param, lines), "reading the store");
-
-    // The library cuts its text at every line feed. Joined again, the lines are the whole text.
-    std::string text;
-    for (const std::string& line : lines) {
-        text += (&line == &lines.front() ? "" : "\n") + line;
+    const zelkm::CommandText command = zelkm::selectCommand(param);
+    EngineOutput output;
+    session.checkStoreResult(session.query(command.view(), &output), "reading the store");
+    if (output.data == nullptr) {
+        throw std::bad_alloc();
     }
-    auto rows = splitSelection(text, columns.size());
+    auto rows = splitSelection(output.text(), columns.size());
     if (!rows) {
         throw Refused(
             "a stored value holds the byte 0x1e, so that values cannot be separated; "
             "see the rows with: zelkm query 'SELECT (ALIAS)'");
     }
-    // The library returns an empty text without memory for it. Otherwise a NUL ends the text.
-    if (lines.empty() || lines.back() != std::string(1, '\0') ||
-        (conditions.empty() && rows->size() != num_objects)) {
+    if (conditions.empty() && rows->size() != num_objects) {
         throw Refused("reading the store: not all objects were read");
     }
     return *std::move(rows);
@@ -106,43 +108,24 @@ std::vector<size_t> findNamed(const std::vector<Row>& objects, const std::string
                   "; CREATOR::ALIAS is expected, as 'zelkm aliases' shows it");
 }
 
-int insert(Session& session, const Row& object) {
-    SODOperationParam param;
-    for (size_t i = 0; i < kColumnNames.size(); ++i) {
-        if (object[i].empty()) {
-            continue;
-        }
-        std::string column(kColumnNames[i]);
-        std::string value = kQuote + object[i] + kQuote;
-        param.setColumn(column, value);
-    }
-    return session.operation().SodInsert(param);
-}
-
 void storeObjects(Session& session, const std::vector<Row>& objects, const std::string& what) {
     ZelKeymasterOperation& operation = session.operation();
     // The engine loads all objects but the last one from a plaintext. With that one it makes the
     // new store. It has then left the table of the library, which reads the new store itself before
     // its next command.
     const std::string others = plainStore({objects.begin(), objects.end() - 1});
-    const std::string last = insertText(objects.back());
+    SODOperationParam last = paramOf(objects.back());
+    const zelkm::CommandText command = zelkm::insertCommand(last);
     checkStoreLen(session.options(), plainStore(objects).size());
     unsigned char* image = nullptr;
     unsigned int len = 0;
     uint64_t handle = 0;
     sdb_register_db_encrypt_fp(&operation, DBEncryptCB);
-    session.checkStoreResult(sdb_query(last.data(), static_cast<unsigned>(last.size()),
+    session.checkStoreResult(sdb_query(command.view().data(), static_cast<unsigned>(command.len),
                                        reinterpret_cast<const unsigned char*>(others.data()),
                                        static_cast<unsigned>(others.size()), &image, &len, &handle),
                              what);
-    MallocBytes owner(image);
-    session.change(what, objects.size(), [&] {
-        const int result = operation.update_db_file(image, len);
-        if (result == ZELKM_OK) {
-            static_cast<void>(owner.release());  // the object's now
-        }
-        return result;
-    });
+    session.replaceStore(what, objects.size(), {MallocBytes(image), len});
 }
 
 void checkStoreLen(const SessionOptions& options, uint64_t len) {

@@ -7,8 +7,6 @@
 
 #include <sod_operation_param.h>
 
-#include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,14 +17,21 @@ namespace zelkm_tool {
 
 using Row = std::vector<std::string>;  // values of the columns that were asked for
 
-std::vector<Condition> parseConditions(const std::vector<std::string>& texts);
+inline constexpr char kWhereHelp[] = "A condition; if several are given, all must hold";
+inline constexpr char kBetween[] = "::";  // creator and alias
+
+// Throws WrongUsage as parseCondition() and checkConditions() do.
+std::vector<Condition> parseConditions(const std::vector<std::string>& texts, bool careless,
+                                       bool star_is_careless);
+
+// What the library is to do: with the objects that satisfy all conditions, or with an object, given
+// by all six values. Empty values are left out.
 SODOperationParam paramWith(const std::vector<Condition>& conditions);
+SODOperationParam paramOf(const Row& object);
 
 // The values of the named columns, of every object that satisfies all conditions.
-std::vector<Row> select(Session& session, const std::vector<Condition>& conditions,
-                        const std::vector<std::string>& columns);
-
-inline constexpr char kBetween[] = "::";  // creator and alias
+std::vector<Row> select(Session& session, const std::vector<Condition>& conditions = {},
+                        const std::vector<std::string>& columns = parseColumns(""));
 
 // Creator, "::" and alias of an object that begins with alias and creator.
 std::string nameOf(const Row& object);
@@ -35,10 +40,6 @@ std::string nameOf(const Row& object);
 // is none.
 std::vector<size_t> findNamed(const std::vector<Row>& objects, const std::string& name);
 
-// Stores an object, given by all six values. Empty values are left out. Returns the library's
-// result.
-int insert(Session& session, const Row& object);
-
 // Replaces the whole store by these objects, given by all six values: one encryption, and one
 // replacement of the file. Throws Refused; its text begins with `what`.
 void storeObjects(Session& session, const std::vector<Row>& objects, const std::string& what);
@@ -46,11 +47,6 @@ void storeObjects(Session& session, const std::vector<Row>& objects, const std::
 // Throws Refused when a store of this length could not be read any more. Warns when it is long for
 // a device.
 void checkStoreLen(const SessionOptions& options, uint64_t len);
-
-struct Free {
-    void operator()(uint8_t* data) const { std::free(data); }
-};
-using MallocBytes = std::unique_ptr<uint8_t, Free>;
 
 std::string numObjects(size_t count);
 

@@ -184,9 +184,8 @@ std::vector<std::string> parseColumns(std::string_view text) {
         columns.assign(kColumnNames.begin(), kColumnNames.end());
         return columns;
     }
-    for (size_t start = 0; start <= text.size();) {
-        const size_t end = std::min(text.find(',', start), text.size());
-        const std::string name(text.substr(start, end - start));
+    for (const std::string_view each : split(text, ',')) {
+        const std::string name(each);
         if (!isColumn(name)) {
             throw WrongUsage("unknown column '" + escape(name) + "'; the columns are " +
                              allColumns());
@@ -195,7 +194,6 @@ std::vector<std::string> parseColumns(std::string_view text) {
             throw WrongUsage("column " + name + " is named twice");
         }
         columns.push_back(name);
-        start = end + 1;
     }
     return columns;
 }

@@ -47,12 +47,9 @@ std::string letIn(const std::string& pattern) {
 // One line for each item of the object's ACCESSOR.
 std::vector<Row> accessorsOf(const Row& object) {
     std::vector<Row> lines;
-    for (std::string_view list = object[2]; !list.empty();) {
-        const size_t end = std::min(list.find(','), list.size());
-        const std::string item(list.substr(0, end));
-        list.remove_prefix(std::min(end + 1, list.size()));
+    for (const std::string_view item : split(object[2], ',')) {
         if (!item.empty()) {
-            lines.push_back({object[1], object[0], item, letIn(item)});
+            lines.push_back({object[1], object[0], std::string(item), letIn(std::string(item))});
         }
     }
     return lines;
@@ -114,17 +111,16 @@ void who(const SessionOptions& session_options, const WhoOptions& options) {
 
 void defineWho(CLI::App& app, const SessionOptions& session) {
     auto options = std::make_shared<WhoOptions>();
-    CLI::App* command = app.add_subcommand("who", "Show who may use which objects");
-    command->add_option("SUBJECT", options->subject, "A uid or another name, such as 10042")
-        ->type_name("");
-    command->add_option("--object", options->object, "Show who may use this object")
-        ->type_name("CREATOR::ALIAS");
-    command->add_flag("--nobody", options->nobody, "Show the objects that nobody may use");
-    defineFormats(*command, options->format);
-    command->footer(
+    CLI::App& command = *app.add_subcommand("who", "Show who may use which objects");
+    addOption(command, "SUBJECT", options->subject, "", "A uid or another name, such as 10042");
+    addOption(command, "--object", options->object, "CREATOR::ALIAS",
+              "Show who may use this object");
+    command.add_flag("--nobody", options->nobody, "Show the objects that nobody may use");
+    defineFormats(command, options->format);
+    command.footer(
         "With SUBJECT: the objects whose ACCESSOR has a pattern that matches it.\n"
         "With --object: the patterns of that object, and who matches each.");
-    command->callback([&session, options] { who(session, *options); });
+    command.callback([&session, options] { who(session, *options); });
 }
 
 }  // namespace zelkm_tool
