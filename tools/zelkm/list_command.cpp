@@ -34,8 +34,8 @@ void listObjects(const SessionOptions& session_options, const ListOptions& optio
 
 void listAliases(const SessionOptions& session_options) {
     bool ambiguous = false;
-    for (const Row& row : selectTable(session_options, {"ALIAS", "CREATOR"}).rows) {
-        const std::string name = nameOf(row);
+    for (const Row& row : selectTable(session_options, {"CREATOR", "ALIAS"}).rows) {
+        const std::string name = row[0] + kBetween + row[1];
         std::cout << escape(name) << '\n';
         ambiguous = ambiguous || name.find(kBetween) != name.rfind(kBetween);
     }
