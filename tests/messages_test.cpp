@@ -154,8 +154,8 @@ TEST(ResultCodes, AreTheOnesOfTheHeaders) {
             ASSERT_NE(result, nullptr) << name;
             // One code has a meaning of the library's own beside the keymaster's.
             if (name != "ZELKM_UNSUPPORTED_COLUMN_TYPE") {
-                EXPECT_TRUE(name == result->name || name == std::string(prefix) + result->name)
-                    << name << " is " << result->name;
+                EXPECT_TRUE(name == result->name() || name == std::string(prefix) + result->name())
+                    << name << " is " << result->name();
             }
             ++num_named;
         }

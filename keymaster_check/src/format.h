@@ -10,6 +10,7 @@
 #include <string>
 
 #include "keymaster_check/client.h"
+#include "keymaster_check/names.h"
 
 namespace keymaster_check {
 
@@ -18,14 +19,5 @@ std::string describe(const uint8_t* data, size_t size);
 
 // E.g. "[BLOCK_MODE 32, NONCE 12 bytes 00ff…]".
 std::string describe(const Params& params);
-
-// The tag's name or, for a tag that keymasters are not asked about, its number as "0x%08X".
-std::string describeTag(Tag tag);
-
-// E.g. "-33 INVALID_KEY_BLOB".
-std::string describeCode(int code);
-inline std::string describeCode(ErrorCode code) {
-    return describeCode(static_cast<int>(code));
-}
 
 }  // namespace keymaster_check

@@ -7,6 +7,7 @@
 
 #include <hardware/keymaster_defs.h>
 #include <keymaster_check/client.h>
+#include <keymaster_check/names.h>
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <cstdint>
@@ -16,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include "../../keymaster_check/src/format.h"
 #include "temp_dir.h"
 #include "zelkeymaster_result.h"
 #include "zelkeymaster_vendor_tags.h"

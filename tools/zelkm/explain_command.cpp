@@ -59,7 +59,7 @@ Json withReasons(Json json, const FoundMessage& found) {
 void printCode(const ResultCode& result, bool json) {
     if (json) {
         const Json object = {{"code", result.code},
-                             {"name", result.name},
+                             {"name", result.name()},
                              {"meaning", result.meaning},
                              {"cause", causeOf(result)},
                              {"advice", adviceOf(result)}};
@@ -83,7 +83,7 @@ const ResultCode* findCode(const std::string& text) {
     }
     const auto& codes = resultCodes();
     const auto named = std::find_if(codes.begin(), codes.end(), [&text](const ResultCode& result) {
-        return text == result.name || text == std::string("ZELKM_") + result.name;
+        return text == result.name() || text == std::string("ZELKM_") + result.name();
     });
     return named != codes.end() ? &*named : nullptr;
 }

@@ -65,7 +65,7 @@ const ResultCode* codeIn(const FoundMessage& found) {
 }
 
 std::string nameAndMeaning(const ResultCode& result) {
-    return std::to_string(result.code) + ' ' + result.name + ": " + result.meaning;
+    return std::to_string(result.code) + ' ' + result.name() + ": " + result.meaning;
 }
 
 std::string describe(const FoundMessage& found, bool with_code) {
@@ -113,7 +113,7 @@ std::string markdownTables() {
         "\nNo call of the library is known to lead to these codes. Ask the keymaster's "
         "vendor.\n\n| code | name | meaning |\n| --- | --- | --- |\n";
     for (const ResultCode& result : resultCodes()) {
-        const std::string start = "| " + std::to_string(result.code) + " | `" + result.name +
+        const std::string start = "| " + std::to_string(result.code) + " | `" + result.name() +
                                   "` | " + cell(result.meaning) + " |";
         if (*result.cause != '\0') {
             text += start + ' ' + cell(result.cause) + " | " + cell(result.advice) + " |\n";

@@ -11,12 +11,13 @@ namespace zelkm_tool {
 
 struct ResultCode {
     int code;
-    const char* name;
     const char* meaning;  // a few words
     // In this library. Both are empty when no call of it leads to the code: then only the
     // keymaster's makers can tell.
     const char* cause = "";
     const char* advice = "";
+
+    const char* name() const;
 };
 
 // All codes: 0 first, then downwards.
