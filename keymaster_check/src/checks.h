@@ -1,7 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One function for each requirement. requirements.cpp lists them.
+// One function for each requirement. requirements.cpp lists them. Those whose id begins with "gcm."
+// or "ops.", and those after key.generate with "key.", run only when there is a key.
 
 #pragma once
 
@@ -71,8 +72,6 @@ Outcome broken(Context& context, const std::string& reason, const std::string& c
 // The last call of the present case refused the service.
 Outcome notOffered(Context& context, const Answer& answer);
 Outcome notTried(const std::string& reason);
-// For want of the database key.
-Outcome noKey();
 
 Outcome checkKeyGenerate(Context& context);
 Outcome checkKeyCharacteristics(Context& context);

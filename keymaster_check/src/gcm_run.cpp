@@ -97,21 +97,17 @@ Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& i
     return runOperation(caller, KeyPurpose::DECRYPT, key, params, input, associated_data, cut);
 }
 
-bool operationBegins(Caller& caller, const Bytes& key) {
+Answer beginAndAbort(Caller& caller, const Bytes& key) {
     const Answer begun = caller.begin(KeyPurpose::ENCRYPT, key, gcmParams());
     if (begun.ok()) {
         caller.abort(begun.handle);
     }
-    return begun.ok();
+    return begun;
 }
 
 Bytes drawNonce(Caller& caller, const Bytes& key) {
     caller.startCase();
-    const Answer begun = caller.begin(KeyPurpose::ENCRYPT, key, gcmParams());
-    if (begun.ok()) {
-        caller.abort(begun.handle);
-    }
-    return bytesOf(begun.params, Tag::NONCE);
+    return bytesOf(beginAndAbort(caller, key).params, Tag::NONCE);
 }
 
 Bytes samplePayload(size_t size) {

@@ -40,9 +40,12 @@ Run encrypt(Caller& caller, const Bytes& key, const Bytes& payload, const Bytes&
 Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& input,
             const Bytes& associated_data, size_t cut = SIZE_MAX);
 
-// Whether an encryption begins. It is aborted.
-bool operationBegins(Caller& caller, const Bytes& key);
-// The nonce of an encryption that is begun and aborted; empty when it brings none.
+// Begins an encryption and aborts it.
+Answer beginAndAbort(Caller& caller, const Bytes& key);
+inline bool operationBegins(Caller& caller, const Bytes& key) {
+    return beginAndAbort(caller, key).ok();
+}
+// The nonce of such an encryption; empty when it brings none. Starts a case.
 Bytes drawNonce(Caller& caller, const Bytes& key);
 
 // `size` bytes in a fixed sequence that does not repeat soon.

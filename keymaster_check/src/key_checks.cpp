@@ -55,10 +55,6 @@ bool opens(Context& context, const Bytes& blob, const Run& encryption) {
 
 }  // namespace
 
-Outcome noKey() {
-    return notTried("there is no key: see key.generate");
-}
-
 Outcome checkKeyGenerate(Context& context) {
     const Answer answer = context.caller.generateKey(databaseKeyParams());
     if (!answer.ok()) {
@@ -74,9 +70,6 @@ Outcome checkKeyGenerate(Context& context) {
 }
 
 Outcome checkKeyCharacteristics(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
     const Answer answer = context.caller.getKeyCharacteristics(context.key);
     if (!answer.ok()) {
         return broken(context, "a fresh key is refused",
@@ -96,9 +89,6 @@ Outcome checkKeyCharacteristics(Context& context) {
 }
 
 Outcome checkKeyDamagedBlob(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
     const Run encryption =
         encrypt(context.caller, context.key, samplePayload(kPayload), sampleAssociatedData());
     if (encryption.ended == Run::End::kBegin) {
@@ -136,9 +126,6 @@ Outcome checkKeyDamagedBlob(Context& context) {
 }
 
 Outcome checkKeyUpgrade(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
     const Run encryption =
         encrypt(context.caller, context.key, samplePayload(kPayload), sampleAssociatedData());
     if (!encryption.done()) {

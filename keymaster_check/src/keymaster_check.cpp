@@ -21,6 +21,11 @@ bool isLeftOut(const std::string& id, const Options& options) {
            (options.largest_store == 0 && id == "gcm.sizes");
 }
 
+bool needsKey(const std::string& id) {
+    return startsWith(id, "gcm.") || startsWith(id, "ops.") ||
+           (startsWith(id, "key.") && id != "key.generate");
+}
+
 // Requirements that find out whether there is room for operations.
 bool judgesRoom(const std::string& id) {
     return id == "ops.refused" || id == "ops.unfinished" || id == "password.unfinished";
@@ -48,6 +53,9 @@ std::string consequenceOf(const Requirement& requirement, const Outcome& outcome
 Outcome judged(const Entry& entry, Context& context) {
     if (isLeftOut(entry.requirement.id, context.options)) {
         return {Verdict::kLeftOut, "", "by the options"};
+    }
+    if (context.key.empty() && needsKey(entry.requirement.id)) {
+        return notTried("there is no key: see key.generate");
     }
     const Outcome outcome = entry.check(context);
     if (!context.caller.missed().empty()) {

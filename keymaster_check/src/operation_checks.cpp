@@ -17,9 +17,6 @@ constexpr size_t kRefusals = 33;
 }  // namespace
 
 Outcome checkUnfinished(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
     const Run good = encrypt(context.caller, context.key, samplePayload(1), sampleAssociatedData());
     const Bytes input = good.all();
     if (!good.done() || input.empty() ||
@@ -43,9 +40,6 @@ Outcome checkUnfinished(Context& context) {
 }
 
 Outcome checkRefused(Context& context) {
-    if (context.key.empty()) {
-        return noKey();
-    }
     if (!operationBegins(context.caller, context.key)) {
         // The keymaster may be full because of the begins that were refused before.
         return !context.lost_room && context.caller.foundNoRoom() &&

@@ -51,19 +51,9 @@ std::string member(const char* name, const std::string& value) {
 }  // namespace
 
 const char* verdictName(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::kHolds:
-            return "holds";
-        case Verdict::kBroken:
-            return "broken";
-        case Verdict::kNotOffered:
-            return "not offered";
-        case Verdict::kNotTried:
-            return "not tried";
-        case Verdict::kLeftOut:
-            return "left out";
-    }
-    return "";
+    static constexpr const char* kNames[] = {"holds", "broken", "not offered", "not tried",
+                                             "left out"};
+    return kNames[static_cast<size_t>(verdict)];
 }
 
 int exitStatus(const std::vector<Finding>& findings) {

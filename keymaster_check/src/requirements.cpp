@@ -18,10 +18,8 @@ std::vector<Requirement> requirementsOf(const std::vector<Entry>& of) {
 
 }  // namespace
 
-// The tables are never destroyed, because callbacks that come late may outlive everything else.
-
 const std::vector<Entry>& entries() {
-    static const auto* const kEntries = new std::vector<Entry>{
+    static const std::vector<Entry> kEntries = {
         {{"key.generate", "generateKey makes a key from the seven parameters of the database key",
           "every insertion is refused with the keymaster's code"},
          checkKeyGenerate},
@@ -131,11 +129,11 @@ const std::vector<Entry>& entries() {
           "other clients of the keymaster, until the system restarts"},
          checkRefused},
     };
-    return *kEntries;
+    return kEntries;
 }
 
 const std::vector<Entry>& laterEntries() {
-    static const auto* const kEntries = new std::vector<Entry>{
+    static const std::vector<Entry> kEntries = {
         {{"later.key",
           "after a restart or an upgrade of the system, the key opens what it encrypted before; if "
           "getKeyCharacteristics asks for an upgrade (-62), upgradeKey makes a blob that needs "
@@ -147,19 +145,15 @@ const std::vector<Entry>& laterEntries() {
           "the objects and can forge them"},
          checkLaterNonces},
     };
-    return *kEntries;
+    return kEntries;
 }
 
-const std::vector<Requirement>& requirements() {
-    static const auto* const kRequirements =
-        new std::vector<Requirement>(requirementsOf(entries()));
-    return *kRequirements;
+std::vector<Requirement> requirements() {
+    return requirementsOf(entries());
 }
 
-const std::vector<Requirement>& laterRequirements() {
-    static const auto* const kRequirements =
-        new std::vector<Requirement>(requirementsOf(laterEntries()));
-    return *kRequirements;
+std::vector<Requirement> laterRequirements() {
+    return requirementsOf(laterEntries());
 }
 
 }  // namespace keymaster_check

@@ -66,9 +66,9 @@ struct Requirement {
 
 // All requirements, in the order in which they are tried. The last ones may fill the keymaster with
 // operations.
-const std::vector<Requirement>& requirements();
+std::vector<Requirement> requirements();
 // Those of verifyKey().
-const std::vector<Requirement>& laterRequirements();
+std::vector<Requirement> laterRequirements();
 
 using Handle = android::hardware::keymaster::V4_0::support::Keymaster;
 
