@@ -12,7 +12,6 @@
 #include <tuple>
 
 #include "../tools/zelkm/log_reader.h"
-#include "../tools/zelkm/message_text.h"
 #include "temp_dir.h"
 
 namespace {

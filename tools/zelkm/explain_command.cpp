@@ -1,20 +1,22 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "explain_command.h"
+// The command that explains a result code, a message of the library, or a log: what it means, its
+// cause, and what to do.
 
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
+#include "command_line.h"
 #include "disguise.h"
 #include "failure.h"
 #include "files.h"
 #include "log_reader.h"
-#include "message_text.h"
 #include "result_codes.h"
 #include "store_values.h"
 
@@ -23,36 +25,45 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+struct ExplainOptions {
+    std::vector<std::string> what;  // one code or one text; or the files of a log
+    bool all = false;               // print every message and code instead
+    bool json = false;
+};
+
+struct Reasons {
+    explicit Reasons(const ResultCode& code) : cause(causeOf(code)), advice(adviceOf(code)) {}
+    // Those of the code when the message only passes one on.
+    explicit Reasons(const FoundMessage& found)
+        : cause(found.message->cause), advice(found.message->advice) {
+        const ResultCode* code = codeIn(found);
+        if (code != nullptr && found.message->advice == std::string_view(kLookUpCode)) {
+            *this = Reasons(*code);
+        }
+    }
+    const char* cause;
+    const char* advice;
+};
+
 void printField(const char* name, const std::string& text) {
     if (!text.empty()) {
         std::cout << "    " << name << text << '\n';
     }
 }
 
-void printReasons(const std::string& cause, const std::string& advice) {
-    printField("cause   ", cause);
-    printField("to do   ", advice);
+void printReasons(const Reasons& reasons) {
+    printField("cause   ", reasons.cause);
+    printField("to do   ", reasons.advice);
 }
 
-// Prints cause and advice. When a message only passes a code on, those of the code are printed.
-void printReasons(const FoundMessage& found) {
-    const ResultCode* code = codeIn(found);
-    if (code != nullptr && found.message->advice == std::string_view(kLookUpCode)) {
-        printReasons(causeOf(*code), adviceOf(*code));
-    } else {
-        printReasons(found.message->cause, found.message->advice);
-    }
-}
-
-// Cause and advice, those of the code when the message only passes one on.
 Json withReasons(Json json, const FoundMessage& found) {
     const ResultCode* code = codeIn(found);
-    const bool of_code = code != nullptr && found.message->advice == std::string_view(kLookUpCode);
+    const Reasons reasons(found);
     json["level"] = std::string(1, letterOf(found.message->level));
     json["meaning"] = escape(describe(found, /*with_code=*/false));
     json["code"] = code != nullptr ? Json(code->code) : Json();
-    json["cause"] = of_code ? causeOf(*code) : found.message->cause;
-    json["advice"] = of_code ? adviceOf(*code) : found.message->advice;
+    json["cause"] = reasons.cause;
+    json["advice"] = reasons.advice;
     return json;
 }
 
@@ -67,25 +78,19 @@ void printCode(const ResultCode& result, bool json) {
         return;
     }
     std::cout << nameAndMeaning(result) << '\n';
-    printReasons(causeOf(result), adviceOf(result));
+    printReasons(Reasons(result));
 }
 
 // The code with this number or name; null when there is none. A positive number stands for its
 // negative.
 const ResultCode* findCode(const std::string& text) {
-    const size_t digits = text.find_first_not_of("+-") == 1 ? 1 : 0;
-    constexpr size_t kMaxDigits = 6;
-    if (!text.empty() && text.find_first_not_of("0123456789", digits) == text.npos &&
-        text.size() - digits <= kMaxDigits && text.size() > digits) {
-        const int code = std::stoi(text);
-        const ResultCode* result = findResultCode(code);
-        return result != nullptr ? result : findResultCode(-code);
-    }
     const auto& codes = resultCodes();
-    const auto named = std::find_if(codes.begin(), codes.end(), [&text](const ResultCode& result) {
-        return text == result.name() || text == std::string("ZELKM_") + result.name();
+    const auto found = std::find_if(codes.begin(), codes.end(), [&text](const ResultCode& result) {
+        const std::string number = std::to_string(result.code);
+        return text == number || '-' + text == number || text == result.name() ||
+               text == std::string("ZELKM_") + result.name();
     });
-    return named != codes.end() ? &*named : nullptr;
+    return found != codes.end() ? &*found : nullptr;
 }
 
 bool isNumber(const std::string& text) {
@@ -99,56 +104,9 @@ void printMessage(const FoundMessage& found) {
     std::cout << letterOf(message.level) << ' ' << sourceName(message.source) << ": "
               << format.substr(0, format.find_last_not_of('\n') + 1) << '\n';
     printField("means   ", describe(found, /*with_code=*/true));
-    printReasons(found);
+    printReasons(Reasons(found));
     printField("result  ", message.result);
 }
-
-void printJson(const std::vector<FoundMessage>& messages) {
-    Json array = Json::array();
-    for (const FoundMessage& found : messages) {
-        array.push_back(withReasons({{"source", sourceName(found.message->source)},
-                                     {"format", found.message->format},
-                                     {"result", found.message->result}},
-                                    found));
-    }
-    std::cout << array.dump(2) << '\n';
-}
-
-class EventPrinter {
-  public:
-    // JSON has the reasons at every event, and each event in a line of its own.
-    void printJson(const LogEvent& event, const std::string& file) {
-        std::cout << (count_++ == 0 ? "\n" : ",\n")
-                  << withReasons({{"file", escape(file)},
-                                  {"line", event.line},
-                                  {"time", escape(event.time)},
-                                  {"text", escape(event.text)},
-                                  {"count", event.count}},
-                                 {event.message, event.arguments})
-                         .dump();
-    }
-
-    // Prints the reasons only below the first event of its kind and code.
-    void print(const LogEvent& event, const std::string& file) {
-        const FoundMessage found = {event.message, event.arguments};
-        std::cout << file << ':' << event.line << ": "
-                  << (event.time.empty() ? "" : event.time + ' ') << letterOf(event.message->level)
-                  << ' ' << escape(event.text)
-                  << (event.count > 1 ? " (" + std::to_string(event.count) + " times)" : "")
-                  << '\n';
-        if (event.message->level == Level::kDebug) {
-            return;
-        }
-        printField("means   ", describe(found, /*with_code=*/true));
-        if (explained_.emplace(event.message, codeIn(found)).second) {
-            printReasons(found);
-        }
-    }
-
-  private:
-    size_t count_ = 0;
-    std::set<std::pair<const Message*, const ResultCode*>> explained_;
-};
 
 void printOthers(const OtherLines& others, const char* what,
                  const std::vector<std::string>& files) {
@@ -159,30 +117,43 @@ void printOthers(const OtherLines& others, const char* what,
     }
 }
 
-// Refuses a log that is packed, by its first bytes.
-void refuseContainer(std::string_view first, const std::string& file) {
-    if (const Container* container = containerOf(first)) {
-        throw Refused(file + " is " + container->name + ": " + container->undo);
-    }
-}
-
 void explainLog(const std::vector<std::string>& files, bool json) {
-    EventPrinter printer;
     std::cout << (json ? "{\"events\": [" : "");
     size_t num_events = 0;
+    std::set<std::pair<const Message*, const ResultCode*>> explained;
     LogReader reader([&](const LogEvent& event) {
-        if (json) {
-            printer.printJson(event, files[event.input]);
-        } else {
-            printer.print(event, files[event.input]);
-        }
+        const std::string& file = files[event.input];
+        const FoundMessage found = {event.message, event.arguments};
         ++num_events;
+        if (json) {  // each event in a line of its own
+            std::cout << (num_events == 1 ? "\n" : ",\n")
+                      << withReasons({{"file", escape(file)},
+                                      {"line", event.line},
+                                      {"time", escape(event.time)},
+                                      {"text", escape(event.text)},
+                                      {"count", event.count}},
+                                     found)
+                             .dump();
+            return;
+        }
+        std::cout << file << ':' << event.line << ": "
+                  << (event.time.empty() ? "" : event.time + ' ') << letterOf(event.message->level)
+                  << ' ' << escape(event.text)
+                  << (event.count > 1 ? " (" + std::to_string(event.count) + " times)" : "")
+                  << '\n';
+        if (event.message->level != Level::kDebug) {
+            printField("means   ", describe(found, /*with_code=*/true));
+            // The reasons stand only below the first event of its kind and code.
+            if (explained.emplace(event.message, codeIn(found)).second) {
+                printReasons(Reasons(found));
+            }
+        }
     });
     for (const std::string& file : files) {
         bool is_first = true;
         readPieces(openInput(file).get(), file, [&](std::string_view piece) {
-            if (is_first) {
-                refuseContainer(piece, file);
+            if (const Container* container = is_first ? containerOf(piece) : nullptr) {
+                throw Refused(file + " is " + container->name + ": " + container->undo);
             }
             is_first = false;
             reader.read(piece);
@@ -207,8 +178,6 @@ bool isFile(const std::string& name) {
     std::error_code ignored;
     return name == "-" || std::filesystem::exists(name, ignored);
 }
-
-}  // namespace
 
 void explain(const ExplainOptions& options) {
     if (options.all) {
@@ -239,12 +208,47 @@ void explain(const ExplainOptions& options) {
     if (found.empty()) {
         throw Refused("neither a file nor a known message: " + escape(what));
     }
-    if (options.json) {
-        return printJson(found);
-    }
+    Json array = Json::array();
     for (const FoundMessage& message : found) {
-        printMessage(message);
+        if (!options.json) {
+            printMessage(message);
+        }
+        array.push_back(withReasons({{"source", sourceName(message.message->source)},
+                                     {"format", message.message->format},
+                                     {"result", message.message->result}},
+                                    message));
     }
+    std::cout << (options.json ? array.dump(2) + '\n' : "");
+}
+
+}  // namespace
+
+void defineExplain(CLI::App& app) {
+    auto options = std::make_shared<ExplainOptions>();
+    CLI::App* command = app.add_subcommand("explain", "Explain a result code, a message or a log");
+    CLI::Option* what = command
+                            ->add_option("WHAT", options->what,
+                                         "A result code, a message, or logs; - is "
+                                         "standard input")
+                            ->type_name("");
+    command->add_flag("--all", options->all, "Every message and code, as Markdown")->excludes(what);
+    command->add_flag("--json", options->json, "Print JSON; for a log, one event per line");
+    command->footer(
+        "A number is a result code (write -- before a negative one), and so is the name of\n"
+        "one. An existing file, or -, is a log: an error file, a logcat dump, or the output\n"
+        "of zelkm --verbose. Anything else is a message or a part of one: as logged, or as it\n"
+        "appears in the source, with or without the prefix of a log line. Several files are\n"
+        "one log; give rotated ones oldest first.\n"
+        "\n"
+        "The events of a log, of any length, are shown in order. Cause and remedy follow the\n"
+        "first event of each kind. Lines that look like the library's but match no known\n"
+        "message are counted. Exit status 1: nothing was recognised.\n"
+        "\n"
+        "  zelkm explain -- -49\n"
+        "  zelkm explain 'error in finish process : -30'\n"
+        "  zelkm explain zelko_err.2.txt zelko_err.1.txt zelko_err.txt\n"
+        "  adb logcat -d | zelkm explain -");
+    command->callback([options] { explain(*options); });
 }
 
 }  // namespace zelkm_tool

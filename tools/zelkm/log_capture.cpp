@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "log_reader.h"
-#include "message_text.h"
 #include "store_values.h"
 
 namespace zelkm_tool {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "log_line.h"
+#include "log_reader.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "message_match.h"
+#include "messages.h"
 
 #include <algorithm>
 

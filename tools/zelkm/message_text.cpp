@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "message_text.h"
+#include "messages.h"
 
 #include <cctype>
 #include <cerrno>
@@ -109,19 +109,19 @@ std::string markdownTables() {
     text +=
         "### Result codes\n\n| code | name | meaning | cause in this library | what to do |\n"
         "| --- | --- | --- | --- | --- |\n";
-    std::string others =
-        "\nNo call of the library is known to lead to these codes. Ask the keymaster's "
-        "vendor.\n\n| code | name | meaning |\n| --- | --- | --- |\n";
+    std::string others;
     for (const ResultCode& result : resultCodes()) {
-        const std::string start = "| " + std::to_string(result.code) + " | `" + result.name() +
-                                  "` | " + cell(result.meaning) + " |";
+        const std::string code = std::to_string(result.code);
         if (*result.cause != '\0') {
-            text += start + ' ' + cell(result.cause) + " | " + cell(result.advice) + " |\n";
+            text += "| " + code + " | `" + result.name() + "` | " + cell(result.meaning) + " | " +
+                    cell(result.cause) + " | " + cell(result.advice) + " |\n";
         } else {
-            others += start + '\n';
+            others += (others.empty() ? "" : ", ") + code;
         }
     }
-    return text + others;
+    return text +
+           "\nNo call of the library is known to lead to these, so ask the keymaster's vendor: " +
+           others + ".\n";
 }
 
 }  // namespace zelkm_tool

@@ -188,7 +188,7 @@ std::vector<MessageGroup> makeGroups() {
               "the store in memory differed from its file", "The file's is used from now on.",
               "Repeat the query.", "", MessageId::kStoreCacheDiffered},
          }},
-        {"Password conversion and attestation",
+        {"Password conversion, attestation and start-up",
          {
              {E, kObject, "encryptWithPasswordHWKey: invalid keymaster dev pointer", kNone,
               "the object has no keymaster", "", kGiveHandle, "-32"},
@@ -240,9 +240,6 @@ std::vector<MessageGroup> makeGroups() {
               "libcrypto had no memory for the verification", "", kRestart, "-30"},
              {E, kObject, "ctx is NULL", kNone, "libcrypto called back without a certificate",
               "Cannot happen.", "Report it.", "-30"},
-         }},
-        {"Start-up",
-         {
              {D, kObject, "instantiated with IZelKeymasterDevice", kNone,
               "an object was constructed", "", kNothing, ""},
          }},
