@@ -280,7 +280,7 @@ TEST_F(ZelkmTool, InfoReadsAnyBytes) {
     std::filesystem::create_directory("s");
     add("k1", "app");
     const std::string whole = done({"info"});
-    EXPECT_NE(whole.find("1 (encrypted)"), whole.npos);
+    EXPECT_NE(whole.find("encrypted    true"), whole.npos);
     EXPECT_NE(whole.find("  matches edbk"), whole.npos);
     EXPECT_NE(whole.find("no file edbk"), whole.npos);  // in the error file
     EXPECT_EQ(whole.find("\xEF\xBB\xBF"), whole.npos);  // its byte order mark

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "output.h"
@@ -25,8 +26,9 @@ void defineRemove(CLI::App& app, const SessionOptions& session);
 void defineImport(CLI::App& app, const SessionOptions& session);
 void defineExport(CLI::App& app, const SessionOptions& session);
 void defineQuery(CLI::App& app, const SessionOptions& session);
+void defineInfo(CLI::App& app, const SessionOptions& session);
 // `status` receives the exit status when that is not 0.
-void defineDirectoryCommands(CLI::App& app, const SessionOptions& session, int* status);
+void defineDoctor(CLI::App& app, const SessionOptions& session, int* status);
 void defineExplain(CLI::App& app);
 void defineCsr(CLI::App& app, const SessionOptions& session);
 void defineAttest(CLI::App& app, const SessionOptions& session);
@@ -45,6 +47,10 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, Value& value,
                        const std::string& type, const std::string& what) {
     return command.add_option(name, value, what)->type_name(type);
 }
+
+// The options with this directory; with their own when there is no name. Throws WrongUsage for an
+// empty one: it is rather a variable that is not set than the working directory.
+SessionOptions withDirectory(SessionOptions options, const std::optional<std::string>& dir);
 
 // Adds --json, --csv and --count to a command.
 void defineFormats(CLI::App& command, Format& format);

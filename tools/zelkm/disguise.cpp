@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "store_values.h"
+
 namespace zelkm_tool {
 namespace {
 
@@ -127,6 +129,18 @@ const Container* containerOf(std::string_view bytes) {
         }
     }
     return nullptr;
+}
+
+bool hasReplacements(std::string_view bytes) {
+    bool found = false;
+    for (size_t len = 0; !bytes.empty(); bytes.remove_prefix(len)) {
+        len = utf8Length(bytes);
+        if (len == 0) {
+            return false;
+        }
+        found = found || bytes.substr(0, len) == "\uFFFD";
+    }
+    return found;
 }
 
 bool isText(std::string_view bytes) {

@@ -28,6 +28,9 @@ struct Container {
 };
 const Container* containerOf(std::string_view bytes);
 
+// Whether it is UTF-8 in which U+FFFD stands for bytes that somebody could not read as text.
+bool hasReplacements(std::string_view bytes);
+
 // Whether it is text that people can read.
 bool isText(std::string_view bytes);
 

@@ -1,19 +1,129 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "doctor_command.h"
+// The command that says what is wrong with a store directory, and repairs what it can prove.
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <iostream>
+#include <memory>
 
+#include "command_line.h"
 #include "directory_lock.h"
-#include "doctor_repair.h"
 #include "doctor_report.h"
 #include "failure.h"
+#include "files.h"
+#include "store_names.h"
+#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
+
+struct DoctorOptions {
+    bool repair = false;
+    bool json = false;
+};
+
+void require(bool done, const std::string& path) {
+    if (!done) {
+        throw Refused(path + ": " + std::strerror(errno));
+    }
+}
+
+// Writes a new file, and flushes it. Fails when the name is taken.
+Descriptor create(const Directory& directory, const std::string& name, const std::string& content) {
+    const std::string path = directory.path() + "/" + name;
+    Descriptor file(::openat(directory.fd(), name.c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    require(file.get() >= 0, path);
+    writeAll(file.get(), content, path);
+    require(::fsync(file.get()) == 0, path);
+    return file;
+}
+
+void flush(const Directory& directory) {
+    require(::fsync(directory.fd()) == 0, directory.path());
+}
+
+// Replaces a file by a rename, so that the old or the new version is always there.
+void replace(const Directory& directory, const std::string& name, const std::string& content) {
+    const std::string fresh = name + kLeftoverSuffix;
+    require(::unlinkat(directory.fd(), fresh.c_str(), 0) == 0 || errno == ENOENT, fresh);
+    create(directory, fresh, content);
+    require(::renameat(directory.fd(), fresh.c_str(), directory.fd(), name.c_str()) == 0, name);
+}
+
+void requireOwnership(const Evidence& evidence, const std::vector<Change>& changes) {
+    if (evidence.directory.st_uid != ::geteuid()) {
+        throw Refused(evidence.path + " belongs to another user (" +
+                      std::to_string(evidence.directory.st_uid) +
+                      "): only that user can repair it");
+    }
+    for (const Change& change : changes) {
+        const auto found = evidence.files.find(change.file);
+        if (found != evidence.files.end() && found->second.status.st_uid != ::geteuid()) {
+            throw Refused(change.file + " belongs to another user (" +
+                          std::to_string(found->second.status.st_uid) +
+                          ") than the directory: it is not replaced");
+        }
+    }
+}
+
+std::string keepCopies(const Directory& directory, const Evidence& evidence,
+                       const std::vector<Change>& changes) {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts = {};
+    ::localtime_r(&now, &parts);
+    char stamp[32];
+    std::strftime(stamp, sizeof(stamp), "%Y%m%d-%H%M%S", &parts);
+    const std::string first = std::string(kCopiesPrefix) + stamp;
+    std::string name = first;
+    for (int again = 2; ::mkdirat(directory.fd(), name.c_str(), 0700) != 0; ++again) {
+        require(errno == EEXIST, directory.path() + "/" + name);
+        name = first + "-" + std::to_string(again);
+    }
+    const Directory copies = directory.folder(name);
+    for (const Change& change : changes) {
+        const auto found = evidence.files.find(change.file);
+        if (found != evidence.files.end()) {
+            const Descriptor copy = create(copies, change.file, *found->second.content);
+            const struct timespec times[] = {found->second.status.st_atim,
+                                             found->second.status.st_mtim};
+            require(::futimens(copy.get(), times) == 0, copies.path());
+        }
+    }
+    flush(copies);
+    flush(directory);
+    return name;
+}
+
+void makeChanges(const Directory& directory, const std::vector<Change>& changes) {
+    for (const Change& change : changes) {
+        if (change.content) {
+            replace(directory, change.file, *change.content);
+        } else {
+            require(::unlinkat(directory.fd(), change.file.c_str(), 0) == 0, change.file);
+        }
+        flush(directory);
+    }
+}
+
+// Makes the changes in their order, through the directory's descriptor and with newly made files.
+// Before, copies the files that they touch into a new folder, with their times, and returns its
+// name. Throws Refused when the directory, or a file that the changes touch, belongs to another
+// user, and at the first step that fails.
+std::string repair(const Directory& directory, const Evidence& evidence,
+                   const std::vector<Change>& changes) {
+    requireOwnership(evidence, changes);
+    const std::string copies = keepCopies(directory, evidence, changes);
+    makeChanges(directory, changes);
+    return copies;
+}
 
 Directory openDirectory(const std::string& path) {
     try {
@@ -23,21 +133,27 @@ Directory openDirectory(const std::string& path) {
     }
 }
 
-// Reads the directory. Throws WrongUsage when its user has no right to look at a file: what such a
-// file holds says nothing about the store.
+// Reads the directory. Throws WrongUsage when its user has no right to look at something in it:
+// that says nothing about the store.
 Evidence readAsUser(const Directory& directory) {
-    Evidence evidence = collectEvidence(directory);
-    const std::string unread = evidence.unread();
-    if (!unread.empty() && !evidence.files.at(unread).problem.empty() &&
-        S_ISREG(evidence.files.at(unread).status.st_mode) &&
-        evidence.directory.st_uid != ::geteuid()) {
-        throw WrongUsage(evidence.files.at(unread).problem +
-                         ": only the directory's owner and root can read it");
+    const bool is_owner = directory.status().st_uid == ::geteuid();
+    try {
+        Evidence evidence = collectEvidence(directory);
+        for (const std::string& name : usedNames()) {
+            const auto found = evidence.files.find(name);
+            if (!is_owner && found != evidence.files.end() && found->second.isUnreadable()) {
+                throw Refused(found->second.problem);
+            }
+        }
+        return evidence;
+    } catch (const Refused& refused) {
+        if (is_owner) {
+            throw;
+        }
+        throw WrongUsage(std::string(refused.what()) +
+                         ": only the directory's owner and root can look at it");
     }
-    return evidence;
 }
-
-}  // namespace
 
 int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
     const Directory directory = openDirectory(session.dir);
@@ -68,6 +184,70 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
         std::cerr << "zelkm: not repaired: no safe repair found\n";
     }
     return static_cast<int>(report.verdict());
+}
+
+// Runs the doctor on each directory. Returns the worst exit status.
+int runDoctors(const SessionOptions& session, const std::vector<std::string>& dirs,
+               const DoctorOptions& options) {
+    int worst = kExitDone;
+    std::cout << (options.json ? "[" : "");
+    for (const std::string& dir : dirs) {
+        const bool first = &dir == &dirs.front();
+        std::cout << (options.json ? (first ? "" : ",") : escape(dir) + ": ")
+                  << (options.json || session.quiet ? "" : "\n");
+        bool done = false;
+        const int status = exitStatusOf([&] {
+            const int result = runDoctor(withDirectory(session, dir), options);
+            done = true;
+            return result;
+        });
+        if (!done) {
+            std::cout << (options.json ? "null" : "not examined\n");
+        }
+        const auto rank = [](int each) { return (each + 3) % 4; };  // worst first: 1, 2, 3, 0
+        worst = rank(status) < rank(worst) ? status : worst;
+    }
+    std::cout << (options.json ? "]\n" : "");
+    return worst;
+}
+
+}  // namespace
+
+void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
+    auto dirs = std::make_shared<std::vector<std::string>>();
+    auto doctor = std::make_shared<DoctorOptions>();
+    CLI::App* command = app.add_subcommand("doctor", "Diagnose and repair a store directory");
+    command->add_option("DIR", *dirs, "The directories; default: that of --dir")->type_name("");
+    command->add_flag("--repair", doctor->repair,
+                      "Make the changes that the report lists, and keep copies");
+    command->add_flag("--json", doctor->json,
+                      "Print a JSON object; an array for several directories");
+    command->footer(
+        "Identifies every file in the directory and its subfolders by its content,\n"
+        "decrypts the store if the software keymaster's root key is there, and evaluates\n"
+        "the error files. Reports what is wrong, what that means, and what to do.\n"
+        "\n"
+        "Exit status:\n"
+        "  0  healthy: everything was read, and the store was decrypted with its key\n"
+        "  1  something is wrong\n"
+        "  2  the directory cannot be read, or not by this user\n"
+        "  3  not decided: nothing is wrong, but something, usually the key, is missing\n"
+        "\n"
+        "--repair makes the changes that the report lists. Each was tested in\n"
+        "memory first, with the library if there is a key. The files that they touch are\n"
+        "copied to a new folder doctor-YYYYMMDD-HHMMSS. No other program may use the store\n"
+        "meanwhile. Root acts as the directory's owner.\n"
+        "\n"
+        "With --quiet only the verdict is printed. For several directories the exit status is\n"
+        "the worst one, in the order 1, 2, 3, 0.\n"
+        "\n"
+        "  zelkm doctor store\n"
+        "  zelkm doctor --repair store");
+    command->callback([&session, dirs, doctor, status] {
+        const auto only = dirs->empty() ? std::nullopt : std::make_optional(dirs->front());
+        *status = dirs->size() > 1 ? runDoctors(session, *dirs, *doctor)
+                                   : runDoctor(withDirectory(session, only), *doctor);
+    });
 }
 
 }  // namespace zelkm_tool

@@ -1,14 +1,13 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "doctor_diagnosis.h"
-
 #include <zelkeymaster_result.h>
 
 #include <algorithm>
 
 #include "bytes.h"
 #include "disguise.h"
+#include "doctor_report.h"
 #include "result_text.h"
 #include "store_names.h"
 
@@ -306,107 +305,92 @@ class StoreDoctor {
     Diagnosis diagnosis_;
 };
 
-bool has(const std::vector<Finding>& findings, const Finding& wanted) {
-    return std::any_of(findings.begin(), findings.end(), [&](const Finding& finding) {
-        return finding.id == wanted.id && finding.file == wanted.file;
-    });
-}
-
 // Whether the changes do what they should: a second diagnosis has nothing left to change, and finds
 // nothing wrong that was not wrong before. A digest may be missing then (see judgeDigest()), and
 // the plaintext that a lost answer left is known as such.
 bool areSafe(const Diagnosis& before, const Diagnosis& after) {
+    const auto isExpected = [&before](const Finding& finding) {
+        return finding.kind().severity != Severity::kWrong || finding.id == Id::kDigestMissing ||
+               finding.id == Id::kPlaintextBesideEncrypted ||
+               std::any_of(before.findings.begin(), before.findings.end(), [&](const Finding& f) {
+                   return f.id == finding.id && f.file == finding.file;
+               });
+    };
     return after.changes.empty() &&
-           std::all_of(after.findings.begin(), after.findings.end(), [&](const Finding& finding) {
-               return finding.kind().severity != Severity::kWrong ||
-                      finding.id == Id::kDigestMissing ||
-                      finding.id == Id::kPlaintextBesideEncrypted || has(before.findings, finding);
-           });
+           std::all_of(after.findings.begin(), after.findings.end(), isExpected);
 }
 
-// Kinds, sizes, modes, owners and names.
-class Surroundings {
-  public:
-    Surroundings(const Evidence& evidence, std::vector<Finding>* findings)
-        : evidence_(evidence), used_(usedNames()), findings_(findings) {}
+bool isIn(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
 
-    void judge() {
-        if (!evidence_.writable) {
-            add(Id::kNotWritable, "", "its mode, or its file system");
-        }
-        if (const std::string who = otherWriters(evidence_.directory); !who.empty()) {
-            add(Id::kWritableByOthers, "", "its mode: " + who);
-        }
-        for (const auto& [name, file] : evidence_.files) {
-            if (!isUsed(name)) {
-                lookAtForeign(name, file);
-                continue;
+// What is odd about a file of the library or of this tool, but for its content.
+std::optional<Finding> lookAt(const std::string& name, const FileEvidence& file) {
+    const mode_t mode = file.status.st_mode;
+    const std::string writers = otherWriters(file.status);
+    if (!S_ISREG(mode)) {
+        return Finding{Id::kNotAFile, name, std::string("is ") + kindOf(file.status)};
+    }
+    if (static_cast<uint64_t>(file.status.st_size) > kMaxFileLen) {
+        return Finding{Id::kTooLarge, name, std::to_string(file.status.st_size) + " bytes"};
+    }
+    if (!file.problem.empty()) {
+        return Finding{Id::kUnreadable, name, file.problem};
+    }
+    if (!writers.empty()) {
+        return Finding{Id::kWritableByOthers, name, "its mode: " + writers};
+    }
+    if ((mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 && !isErrorFile(name)) {
+        return Finding{Id::kReadableByOthers, name, "its mode"};
+    }
+    return std::nullopt;
+}
+
+// Judges kinds, sizes, modes, owners and names.
+void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
+    const auto endsLike = [](const std::string& name, const std::string& end) {
+        return name.size() > end.size() && name.substr(name.size() - end.size()) == end;
+    };
+    if (!evidence.writable) {
+        findings->push_back({Id::kNotWritable, "", "its mode, or its file system"});
+    }
+    if (const std::string who = otherWriters(evidence.directory); !who.empty()) {
+        findings->push_back({Id::kWritableByOthers, "", "its mode: " + who});
+    }
+    for (const auto& [name, file] : evidence.files) {
+        if (isIn(usedNames(), name)) {
+            if (const auto finding = lookAt(name, file)) {
+                findings->push_back(*finding);
             }
-            lookAt(name, file);
-            if (file.status.st_uid != evidence_.directory.st_uid) {
-                add(Id::kMixedOwners, name, "the directory has another owner");
+            if (file.status.st_uid != evidence.directory.st_uid) {
+                findings->push_back({Id::kMixedOwners, name, "the directory has another owner"});
             }
-        }
-        if (const std::string unread = evidence_.unread(); !unread.empty()) {
-            add(Id::kNotCompared, unread, "it was not read");
-        }
-    }
-
-  private:
-    void add(Id id, const std::string& file, const std::string& proof) {
-        findings_->push_back({id, file, proof});
-    }
-    bool isUsed(const std::string& name) const {
-        return std::find(used_.begin(), used_.end(), name) != used_.end();
-    }
-
-    void lookAt(const std::string& name, const FileEvidence& file) {
-        const mode_t mode = file.status.st_mode;
-        if (!S_ISREG(mode)) {
-            add(Id::kNotAFile, name, std::string("is ") + kindOf(file.status));
-        } else if (static_cast<uint64_t>(file.status.st_size) > kMaxFileLen) {
-            add(Id::kTooLarge, name, std::to_string(file.status.st_size) + " bytes");
-        } else if (!file.problem.empty()) {
-            add(Id::kUnreadable, name, file.problem);
-        } else if (const std::string who = otherWriters(file.status); !who.empty()) {
-            add(Id::kWritableByOthers, name, "its mode: " + who);
-        } else if ((mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 &&
-                   std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) ==
-                       std::end(kErrorFiles)) {
-            add(Id::kReadableByOthers, name, "its mode");
-        }
-    }
-
-    void lookAtForeign(const std::string& name, const FileEvidence& file) {
-        const std::string suffix = kLeftoverSuffix;
-        if (name.size() > suffix.size() &&
-            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
-            add(Id::kDoctorLeftover, name, "its name");
+        } else if (endsLike(name, kLeftoverSuffix)) {
+            findings->push_back({Id::kDoctorLeftover, name, "its name"});
         } else if (name.find('/') == name.npos && name.rfind(kCopiesPrefix, 0) != 0) {
-            add(Id::kForeignFile, name, file.about.empty() ? kindOf(file.status) : file.about);
+            findings->push_back(
+                {Id::kForeignFile, name, file.about.empty() ? kindOf(file.status) : file.about});
         }
     }
-
-    const Evidence& evidence_;
-    const std::vector<std::string> used_;
-    std::vector<Finding>* const findings_;
-};
+    if (const std::string unread = evidence.unread(); !unread.empty()) {
+        findings->push_back({Id::kNotCompared, unread, "it was not read"});
+    }
+}
 
 // Looks for stores and keys under other names. Returns whether there may be a store that is newer
 // than the versions here.
 bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, StoreTrials* trials,
                    std::vector<Finding>* findings) {
     const StoreFiles files = evidence.storeFiles();
-    const std::vector<std::string> names = storeNames();
     const std::string* const digest = evidence.content(kDigest);
     bool is_found = false;
     for (const auto& [name, file] : evidence.files) {
-        if (std::find(names.begin(), names.end(), name) != names.end()) {
-            continue;
-        }
         const std::string content = file.content.value_or("");
         const bool is_known = std::any_of(
             files.begin(), files.end(), [&](const auto& entry) { return entry.second == content; });
+        if (isIn(storeNames(), name)) {
+            continue;
+        }
         if (looksLikeStore(content)) {
             const StoreReading reading = readStore(content, keys, trials);
             if (reading.reads() || reading.state == StoreReading::kNotTried) {
@@ -417,11 +401,11 @@ bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, StoreTrials*
             findings->push_back({Id::kStoreElsewhere, name, file.about});
             is_found = true;
         } else if (!isBlank(content) && !is_known) {
-            const bool is_key = digest != nullptr && sha256(content) == *digest;
-            if (is_key || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK)) {
+            const bool is_digests = digest != nullptr && sha256(content) == *digest;
+            if (is_digests || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK)) {
                 findings->push_back(
                     {Id::kKeyElsewhere, name,
-                     is_key ? kDigest + " is its digest" : "the keymaster accepts it"});
+                     is_digests ? kDigest + " is its digest" : "the keymaster accepts it"});
             }
         }
     }
@@ -453,7 +437,7 @@ Diagnosis diagnose(const Evidence& evidence, StoreTrials* trials) {
             diagnosis.changes.clear();
         }
     }
-    Surroundings(evidence, &around).judge();
+    lookAround(evidence, &around);
     diagnosis.findings.insert(diagnosis.findings.end(), around.begin(), around.end());
     return diagnosis;
 }

@@ -145,9 +145,12 @@ std::string describeDisguise(std::string_view bytes, const IsRight& is_right) {
             return std::string("is ") + disguise.name + ": " + disguise.undo;
         }
     }
-    const Container* container = containerOf(bytes);
-    return container == nullptr ? ""
-                                : std::string("is ") + container->name + ": " + container->undo;
+    if (const Container* container = containerOf(bytes)) {
+        return std::string("is ") + container->name + ": " + container->undo;
+    }
+    return hasReplacements(bytes) ? "has U+FFFD in place of bytes, which are lost: copy it again, "
+                                    "in another way"
+                                  : "";
 }
 
 std::string keyOfDigest(const StoreFiles& files) {

@@ -30,6 +30,12 @@ struct FileEvidence {
     std::string problem;                 // why such a file could not be read
     std::string about;                   // what it is, as far as that shows without a key
     bool may_hold_store = false;         // it is a store, or an archive, or was encoded
+
+    // Whether this is a regular file of a size that is read, and could not be read.
+    bool isUnreadable() const {
+        return S_ISREG(status.st_mode) && !problem.empty() &&
+               static_cast<uint64_t>(status.st_size) <= kMaxFileLen;
+    }
 };
 
 struct Evidence {

@@ -25,7 +25,7 @@ std::vector<FindingKind> makeKinds() {
          "if there was one, look for it elsewhere before the service runs again"},
         {Id::kStoreMissing, "store-missing", kWrong,
          "There is no `secure_objects.db`, and no complete new version. The library starts empty, "
-         "and its next two changes replace what is left.",
+         "and its next change removes what is left.",
          "`--repair`; or, without the key, make sure that nobody removed the store on purpose, and "
          "that the version from before the last change is the right one: then copy the `.bak`"},
         {Id::kReplacementInterrupted, "replacement-interrupted", kWrong,
@@ -68,9 +68,9 @@ std::vector<FindingKind> makeKinds() {
          "find out what put it there. `--repair` replaces it only if the key is there, with a "
          "version that decrypts"},
         {Id::kDisguised, "disguised", kWrong,
-         "The file was encoded or compressed in transit. Nothing is lost.",
+         "The file was encoded, compressed or mangled in transit.",
          "reverse that with the command that the report names, into a new file; then move it over "
-         "the old one"},
+         "the old one. What has U+FFFD in place of bytes cannot be reversed"},
         {Id::kStoreNotDecrypted, "store-not-decrypted", kNotChecked,
          "The store is complete, but no key could be tried: its contents were not checked.",
          "provide the keymaster's root key, if there is one"},

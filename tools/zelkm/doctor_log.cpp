@@ -1,14 +1,16 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "doctor_log.h"
+// What the error files in a store directory say about it.
 
 #include <android/hardware/keymaster/4.0/types.h>
 #include <zelkeymaster_result.h>
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
+#include "doctor_report.h"
 #include "log_reader.h"
 #include "store_names.h"
 
@@ -19,6 +21,32 @@ using Id = FindingId;
 using android::hardware::keymaster::V4_0::ErrorCode;
 
 constexpr size_t kSecondsLen = 19;  // of "2026-11-21 15:20:56"
+
+// What a message says about the directory, whatever comes before it.
+struct Sign {
+    MessageId message;
+    Id finding;
+    int code = 0;  // the message's result code; 0 for any
+};
+constexpr Sign kSigns[] = {
+    {MessageId::kStoreRefused, Id::kLogStoreRefused},
+    {MessageId::kBackupRestored, Id::kLogStoreRefused},
+    {MessageId::kNoBackup, Id::kLogStoreRefused},
+    {MessageId::kFinishRefused, Id::kLogStoreRefused, ZELKM_VERIFICATION_FAILED},
+    {MessageId::kKeyRegenerated, Id::kLogKeyMadeAnew},
+    {MessageId::kUpgradeLost, Id::kLogCallLost},
+    {MessageId::kKeyRepair, Id::kLogCallLost, ZELKM_UNKNOWN_ERROR},
+    {MessageId::kUpdateLost, Id::kLogAnswerLost},
+    {MessageId::kFinishLost, Id::kLogAnswerLost},
+    {MessageId::kTmpNotCreated, Id::kLogWriteFailed},
+    {MessageId::kWriteFailed, Id::kLogWriteFailed},
+    {MessageId::kCurrentNotRemoved, Id::kLogWriteFailed},
+    {MessageId::kNewNotInPlace, Id::kLogWriteFailed},
+    {MessageId::kBeginRefused, Id::kLogTooManyOperations,
+     static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)},
+    {MessageId::kBeginRefused, Id::kLogKeyRefused, ZELKM_INVALID_KEY_BLOB},
+    {MessageId::kUpgradedKeyWritten, Id::kLogKeyUpgraded},
+};
 
 class ErrorFiles {
   public:
@@ -49,14 +77,11 @@ class ErrorFiles {
 
     // The last event of a kind counts.
     void add(Id id, size_t input, size_t line, const std::string& text) {
-        const Finding finding = {id, names_.at(input), whereIs(input, line) + ": " + text};
-        for (Finding& known : evidence_.findings) {
-            if (known.id == id) {
-                known = finding;
-                return;
-            }
-        }
-        evidence_.findings.push_back(finding);
+        std::vector<Finding>& findings = evidence_.findings;
+        findings.erase(std::remove_if(findings.begin(), findings.end(),
+                                      [id](const Finding& known) { return known.id == id; }),
+                       findings.end());
+        findings.push_back({id, names_.at(input), whereIs(input, line) + ": " + text});
     }
 
     void take(const LogEvent& event) {
@@ -76,64 +101,37 @@ class ErrorFiles {
         }
     }
 
-    // What an event says about the directory; nothing when it says nothing. The order of two
-    // missing files matters: a first change finds the store missing, and then the key.
+    // What an event says about the directory; nothing when it says nothing.
     std::optional<Id> kindOf(const LogEvent& event) {
+        const MessageId message = event.message->id;
         const std::string last = event.arguments.empty() ? "" : event.arguments.back();
-        const auto isCode = [&last](int code) { return last == std::to_string(code); };
-        switch (event.message->id) {
-            case MessageId::kNoFile: {
-                const std::string before = std::exchange(last_missing_, last);
-                if (last == kKeyFile && before != kStoreFile) {
-                    return Id::kLogKeyMadeAnew;
-                }
-                return last == kStoreFile && before == kKeyFile && !write_failed_
-                           ? std::optional(Id::kLogStoreMissing)
-                           : std::nullopt;
-            }
-            case MessageId::kStoreRefused:
-            case MessageId::kBackupRestored:
-            case MessageId::kNoBackup:
-                return Id::kLogStoreRefused;
-            case MessageId::kFinishRefused:
-                return isCode(ZELKM_VERIFICATION_FAILED) ? std::optional(Id::kLogStoreRefused)
-                                                         : std::nullopt;
-            case MessageId::kKeyRegenerated:
-                return Id::kLogKeyMadeAnew;
-            case MessageId::kUpgradeLost:
-                return Id::kLogCallLost;
-            case MessageId::kKeyRepair:
-                repaired_for_ = last;
-                return isCode(ZELKM_UNKNOWN_ERROR) ? std::optional(Id::kLogCallLost) : std::nullopt;
-            case MessageId::kKeyIntact:
-                return repaired_for_ == std::to_string(ZELKM_UNKNOWN_ERROR)
-                           ? std::nullopt
-                           : std::optional(Id::kLogKeyRefused);
-            case MessageId::kUpdateLost:
-            case MessageId::kFinishLost:
-                return Id::kLogAnswerLost;
-            case MessageId::kTmpNotCreated:
-            case MessageId::kWriteFailed:
-            case MessageId::kCurrentNotRemoved:
-            case MessageId::kNewNotInPlace:
-                write_failed_ = true;
-                return Id::kLogWriteFailed;
-            case MessageId::kBeginRefused:
-                return isCode(static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS))
-                           ? std::optional(Id::kLogTooManyOperations)
-                       : isCode(ZELKM_INVALID_KEY_BLOB) ? std::optional(Id::kLogKeyRefused)
-                                                        : std::nullopt;
-            case MessageId::kUpgradedKeyWritten:
-                return Id::kLogKeyUpgraded;
-            default:
-                return std::nullopt;
+        if (message == MessageId::kKeyRepair) {
+            call_lost_ = last == std::to_string(ZELKM_UNKNOWN_ERROR);
         }
+        for (const Sign& sign : kSigns) {
+            if (sign.message == message && (sign.code == 0 || last == std::to_string(sign.code))) {
+                write_failed_ = write_failed_ || sign.finding == Id::kLogWriteFailed;
+                return sign.finding;
+            }
+        }
+        // The order of two missing files matters: a first change finds the store missing, and then
+        // the key.
+        if (message == MessageId::kNoFile) {
+            const std::string before = std::exchange(last_missing_, last);
+            return last == kKeyFile && before != kStoreFile ? std::optional(Id::kLogKeyMadeAnew)
+                   : last == kStoreFile && before == kKeyFile && !write_failed_
+                       ? std::optional(Id::kLogStoreMissing)
+                       : std::nullopt;
+        }
+        // After a lost call the key is intact because it was never refused.
+        return message == MessageId::kKeyIntact && !call_lost_ ? std::optional(Id::kLogKeyRefused)
+                                                               : std::nullopt;
     }
 
     std::vector<std::string> names_;
     std::string last_missing_;
     std::string last_time_;
-    std::string repaired_for_;
+    bool call_lost_ = false;
     bool write_failed_ = false;
     LogEvidence evidence_;
 };

@@ -14,7 +14,7 @@
 namespace zelkm_tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Json = nlohmann::ordered_json;  // of escaped texts: it holds UTF-8 only
 
 constexpr size_t kShownMoments = 40;
 
@@ -77,18 +77,12 @@ void printTimeline(std::ostream& out, const std::vector<Moment>& timeline) {
     }
 }
 
-// JSON holds UTF-8 only, and a name or a content may be any bytes: those that are no UTF-8 are
-// escaped.
-std::string utf8(const std::string& text) {
-    return escape(text);
-}
-
 Json changesJson(const std::vector<Change>& changes) {
     Json array = Json::array();
     for (const Change& change : changes) {
         array.push_back({{"file", change.file},
                          {"action", change.content ? "replace" : "remove"},
-                         {"why", utf8(change.why)}});
+                         {"why", escape(change.why)}});
     }
     return array;
 }
@@ -113,7 +107,7 @@ std::string describe(const struct stat& status) {
 }
 
 Json describeJson(const std::string& name, const struct stat& status) {
-    return {{"name", utf8(name)},        {"kind", kindOf(status)}, {"size", status.st_size},
+    return {{"name", escape(name)},      {"kind", kindOf(status)}, {"size", status.st_size},
             {"mode", modeOf(status)},    {"uid", status.st_uid},   {"gid", status.st_gid},
             {"modified", timeOf(status)}};
 }
@@ -148,7 +142,7 @@ void printText(std::ostream& out, const Report& report, bool verdict_only) {
 }
 
 void printJson(std::ostream& out, const Report& report) {
-    Json json = {{"directory", utf8(report.evidence.path)},
+    Json json = {{"directory", escape(report.evidence.path)},
                  {"verdict", verdictName(report.verdict())},
                  {"status", static_cast<int>(report.verdict())},
                  {"decrypted", report.diagnosis.decrypted},
@@ -160,16 +154,17 @@ void printJson(std::ostream& out, const Report& report) {
     }
     json["timeline"] = Json::array();
     for (const Moment& moment : report.timeline) {
-        json["timeline"].push_back(
-            {{"time", utf8(moment.time)}, {"where", moment.where}, {"what", utf8(moment.what)}});
+        json["timeline"].push_back({{"time", escape(moment.time)},
+                                    {"where", moment.where},
+                                    {"what", escape(moment.what)}});
     }
     json["findings"] = Json::array();
     for (const Finding& finding : report.findings) {
         const FindingKind& kind = finding.kind();
         json["findings"].push_back({{"name", kind.name},
                                     {"severity", describe(kind.severity)},
-                                    {"file", utf8(finding.file)},
-                                    {"proof", utf8(finding.proof)},
+                                    {"file", escape(finding.file)},
+                                    {"proof", escape(finding.proof)},
                                     {"meaning", kind.meaning},
                                     {"to_do", kind.advice}});
     }

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "doctor_trial.h"
+#include "doctor_store.h"
 
 #include <android/log.h>
 #include <velt_secure_db.h>

@@ -1,15 +1,20 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "info_command.h"
+// The command that shows what a store directory contains.
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <vector>
 
 #include "bytes.h"
+#include "command_line.h"
+#include "directory_lock.h"
 #include "doctor_report.h"
+#include "failure.h"
 #include "key_level.h"
 #include "output.h"
 #include "store_file.h"
@@ -54,35 +59,8 @@ std::string aboutRows(const StoreRows& stored, const StoreHeader& header) {
                                             std::to_string(stored.count) + " rows are shown";
 }
 
-void printStore(const std::string& content) {
-    const std::optional<StoreHeader> header = parseStoreHeader(content);
-    if (!header) {
-        std::cout << "  shorter than a header\n";
-        return;
-    }
-    std::cout << "  magic        \"" << escape(header->magic) << "\" (version "
-              << versionOf(header->magic) << ")\n"
-              << "  flags        " << header->flags
-              << (header->encrypted() ? " (encrypted)" : " (plaintext)") << '\n'
-              << "  tag          " << hex(header->tag) << '\n'
-              << "  iv           " << hex(header->iv) << '\n'
-              << "  row_count    " << header->row_count << '\n'
-              << "  payload_len  " << header->payload_len << '\n';
-    const std::string lengths = lengthsOf(content, *header);
-    if (!lengths.empty()) {
-        std::cout << "  " << lengths << '\n';
-    }
-    if (header->encrypted()) {
-        return;
-    }
-    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header, kShownRows);
-    printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
-    if (const std::string problem = aboutRows(stored, *header); !problem.empty()) {
-        std::cout << "  " << problem << '\n';
-    }
-}
-
-Json storeJson(const std::string& content) {
+// What a store's header says, and what is odd about it. `stored` receives the rows of a plaintext.
+Json describeStore(const std::string& content, StoreRows* stored) {
     const std::optional<StoreHeader> header = parseStoreHeader(content);
     if (!header) {
         return {{"problem", "shorter than a header"}};
@@ -96,19 +74,42 @@ Json storeJson(const std::string& content) {
                  {"row_count", header->row_count},
                  {"payload_len", header->payload_len},
                  {"problem", lengthsOf(content, *header)}};
-    if (header->encrypted()) {
-        return json;
-    }
-    const StoreRows stored = parseStoreRows(storePayload(content, *header), *header, kShownRows);
-    json["rows"] = Json::array();
-    for (const auto& row : stored.rows) {
-        json["rows"].emplace_back();
-        for (size_t i = 0; i < row.size(); ++i) {
-            json["rows"].back()[std::string(kColumnNames[i])] = escape(row[i]);
+    if (!header->encrypted()) {
+        *stored = parseStoreRows(storePayload(content, *header), *header, kShownRows);
+        if (const std::string problem = aboutRows(*stored, *header); !problem.empty()) {
+            json["problem"] = problem;
         }
     }
-    if (const std::string problem = aboutRows(stored, *header); !problem.empty()) {
-        json["problem"] = problem;
+    return json;
+}
+
+void printStore(const std::string& content) {
+    constexpr size_t kNameWidth = 13;
+    StoreRows stored = {};
+    const Json store = describeStore(content, &stored);
+    for (const auto& [name, value] : store.items()) {
+        if (value != "") {
+            std::cout << "  " << name << std::string(kNameWidth - name.size(), ' ') << value.dump()
+                      << '\n';
+        }
+    }
+    if (!stored.rows.empty()) {
+        printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
+    }
+}
+
+Json storeJson(const std::string& content) {
+    StoreRows stored = {};
+    Json json = describeStore(content, &stored);
+    if (json.value("encrypted", true)) {
+        return json;
+    }
+    json["rows"] = Json::array();
+    for (const auto& row : stored.rows) {
+        Json& object = json["rows"].emplace_back();
+        for (size_t i = 0; i < row.size(); ++i) {
+            object[std::string(kColumnNames[i])] = escape(row[i]);
+        }
     }
     return json;
 }
@@ -123,14 +124,9 @@ std::string describeDigest(const StoreFiles& files) {
         return "not 32 bytes long: treated as missing";
     }
     const std::string key = keyOfDigest(files);
-    if (key == kKeyFile) {
-        return "matches edbk";
-    }
-    const std::string current = files.count(kKeyFile) == 0 ? "" : "does NOT match edbk";
-    if (key.empty()) {
-        return current.empty() ? "matches no key file" : current;
-    }
-    return current + (current.empty() ? "" : ": ") + "matches " + key;
+    const bool is_right = key == kKeyFile || files.count(kKeyFile) == 0;
+    return (is_right ? "matches " : "does NOT match edbk: matches ") +
+           (key.empty() ? "no key file" : key);
 }
 
 // The last lines of an error file, without its byte order mark.
@@ -139,10 +135,9 @@ std::vector<std::string> lastLines(std::string_view rest) {
         rest.remove_prefix(kByteOrderMark.size());
     }
     std::vector<std::string> lines;
-    while (!rest.empty()) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        lines.push_back(escape(rest.substr(0, end)));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+    std::istringstream text{std::string(rest)};
+    for (std::string line; std::getline(text, line);) {
+        lines.push_back(escape(line));
     }
     lines.erase(lines.begin(),
                 lines.end() - static_cast<ptrdiff_t>(std::min(lines.size(), kErrorLines)));
@@ -153,10 +148,6 @@ std::vector<std::string> shownNames() {
     std::vector<std::string> names = storeNames();
     names.insert(names.end(), std::rbegin(kErrorFiles), std::rend(kErrorFiles));
     return names;
-}
-
-bool isErrorFile(const std::string& name) {
-    return std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) != std::end(kErrorFiles);
 }
 
 bool isStore(const std::string& name) {
@@ -172,7 +163,7 @@ void printFile(const std::string& name, const Evidence& evidence) {
     }
     const FileEvidence& file = found->second;
     std::cout << (file.content ? "" : "unreadable (" + file.problem + "); ")
-              << describe(file.status) << '\n';
+              << zelkm_tool::describe(file.status) << '\n';
     if (!file.content) {
         return;
     }
@@ -200,8 +191,6 @@ Json fileJson(const std::string& name, const Evidence& evidence) {
     return json;
 }
 
-}  // namespace
-
 void printInfo(const Directory& directory, bool json) {
     const Evidence evidence = collectEvidence(directory);
     const auto known_level = keyLevel(directory);
@@ -224,6 +213,35 @@ void printInfo(const Directory& directory, bool json) {
         }
     }
     std::cout << jsonText(object.dump(2)) << '\n';
+}
+
+}  // namespace
+
+SessionOptions withDirectory(SessionOptions options, const std::optional<std::string>& dir) {
+    if (dir == "") {
+        throw WrongUsage("the directory name is empty");
+    }
+    options.dir = dir.value_or(options.dir);
+    return options;
+}
+
+void defineInfo(CLI::App& app, const SessionOptions& session) {
+    auto dir = std::make_shared<std::optional<std::string>>();
+    auto json = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand("info", "Show what a store directory contains");
+    command->add_option("DIR", *dir, "The directory; default: that of --dir")->type_name("");
+    command->add_flag("--json", *json, "Print one JSON object");
+    command->footer(
+        "Needs no key. Shows the library's files with their sizes, modes, owners and times,\n"
+        "the header of each version of the store and the rows of a plaintext payload,\n"
+        "which key file edbk_digest matches, the last lines of the error files and, with the root\n"
+        "key of the software keymaster, the patch level of the key.");
+    command->callback([&session, dir, json] {
+        const SessionOptions options = withDirectory(session, *dir);
+        const Directory directory(options.dir);
+        const DirectoryLock lock(directory, options, DirectoryLock::Mode::kShared);
+        printInfo(directory, *json);
+    });
 }
 
 }  // namespace zelkm_tool

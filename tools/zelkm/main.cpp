@@ -183,7 +183,8 @@ int run(int argc, char** argv) {
     defineExport(app, session);
     defineQuery(app, session);
     int status = kExitDone;
-    defineDirectoryCommands(app, session, &status);
+    defineInfo(app, session);
+    defineDoctor(app, session, &status);
     defineExplain(app);
     defineCsr(app, session);
     defineAttest(app, session);

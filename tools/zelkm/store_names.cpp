@@ -3,9 +3,14 @@
 
 #include "store_names.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace zelkm_tool {
+
+bool isErrorFile(const std::string& name) {
+    return std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) != std::end(kErrorFiles);
+}
 
 std::vector<std::string> versionsOf(const std::string& name) {
     return {name, name + kTemporarySuffix, name + kBackupSuffix};

@@ -22,6 +22,8 @@ using zelkm::kTemporarySuffix;
 // The error file with its rolled versions, the oldest first.
 inline constexpr const char* kErrorFiles[] = {"zelko_err.2.txt", "zelko_err.1.txt", kErrorFile};
 
+bool isErrorFile(const std::string& name);
+
 inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
 inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
 inline constexpr char kAttestationRootFile[] = "soft_keymaster_root.key.attest";
