@@ -5,7 +5,6 @@
 
 #pragma once
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <map>
@@ -70,12 +69,6 @@ class DamagedStore : public ZelkmTool {
     }
     static void cut(const std::string& name, size_t len) {
         std::filesystem::resize_file("s/" + name, len);
-    }
-
-    // Sets a file's modification time, in seconds since 1970.
-    static void date(const std::string& name, time_t time) {
-        const struct timespec times[] = {{time, 0}, {time, 0}};
-        EXPECT_EQ(0, ::utimensat(AT_FDCWD, ("s/" + name).c_str(), times, 0));
     }
 
     // Leaves the files as a replacement does that stops between its renames.
