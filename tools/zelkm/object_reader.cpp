@@ -4,9 +4,10 @@
 #include "object_reader.h"
 
 #include <algorithm>
-#include <charconv>
+#include <istream>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <streambuf>
 #include <utility>
 
 #include "bytes.h"
@@ -16,7 +17,6 @@
 namespace zelkm_tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Values = std::vector<std::string>;
 
 constexpr char kJsonBlanks[] = " \t\r\n";
@@ -33,106 +33,70 @@ size_t columnNumber(const std::string& name) {
                                kColumnNames.begin());
 }
 
-// Reads the records of a CSV text one after the other, each with the number of its first line.
-class CsvReader {
-  public:
-    CsvReader(std::string_view text, char separator) : rest_(text), separator_(separator) {}
-
-    struct Record {
-        size_t line = 0;
-        size_t num_fields = 0;
-        Values fields;  // up to the last one that is not empty
-        std::string problem;
-    };
-
-    std::optional<Record> next() {
-        if (rest_.empty()) {
-            return std::nullopt;
-        }
-        Record record;
-        record.line = line_;
-        bool follows = true;
-        while (follows) {
-            std::string field;
-            follows = takeField(&field, &record.problem);
-            if (!field.empty() && record.num_fields < kMaxCsvColumns) {
-                record.fields.resize(record.num_fields);
-                record.fields.push_back(std::move(field));
-            } else if (!field.empty()) {
-                record.problem = "more than " + std::to_string(kMaxCsvColumns) + " values";
-            }
-            ++record.num_fields;
-        }
-        return record;
-    }
-
-  private:
-    char take() {
-        const char c = rest_.front();
-        rest_.remove_prefix(1);
-        line_ += c == '\n' ? 1 : 0;
-        return c;
-    }
-
-    // Takes one field. True when another field of the same record follows.
-    bool takeField(std::string* field, std::string* problem) {
-        const bool is_quoted = rest_.substr(0, 1) == "\"";
-        if (is_quoted) {
-            take();
-            takeQuoted(field, problem);
-        }
-        const size_t quoted_len = field->size();
-        bool follows = false;
-        bool ends = false;
-        while (!rest_.empty() && !follows && !ends) {
-            const char c = take();
-            follows = c == separator_;
-            ends = c == '\n';
-            if (c == '"') {
-                *problem = "a quote within a value must be doubled, and the value in quotes";
-            }
-            if (!follows && !ends) {
-                *field += c;
-            }
-        }
-        if (ends && field->size() > quoted_len && field->back() == '\r') {
-            field->pop_back();
-        }
-        if (is_quoted && field->size() > quoted_len) {
-            *problem = "a value continues after its closing quote";
-        }
-        return follows;
-    }
-
-    void takeQuoted(std::string* field, std::string* problem) {
-        while (!rest_.empty()) {
-            const char c = take();
-            if (c == '"' && rest_.substr(0, 1) != "\"") {
-                return;
-            }
-            *field += c == '"' ? take() : c;
-        }
-        *problem = "the closing quote is missing";
-    }
-
-    std::string_view rest_;
-    const char separator_;
-    size_t line_ = 1;
+struct Record {
+    size_t line;  // its first one
+    size_t num_fields = 1;
+    Values fields = {};  // up to the last one that is not empty
+    std::string problem = "";
 };
 
-// The first separator behind a name of a column: the names have none in them.
-char separatorOf(std::string_view text) {
-    const size_t at = text.substr(0, text.find('\n')).find_first_of(",;\t");
-    return at == text.npos ? ',' : text[at];
+// Takes the first record off a CSV text, and counts the lines.
+Record takeRecord(std::string_view* text, char separator, size_t* line) {
+    Record record = {*line};
+    std::string field;
+    bool quoted = false;  // within the quotes of a value
+    bool closed = false;  // behind them
+    const auto endField = [&] {
+        if (record.num_fields > kMaxCsvColumns && !field.empty()) {
+            record.problem = "more than " + std::to_string(kMaxCsvColumns) + " values";
+        } else if (!field.empty()) {
+            record.fields.resize(record.num_fields - 1);
+            record.fields.push_back(std::exchange(field, ""));
+        }
+        closed = false;
+    };
+    size_t len = 0;
+    for (bool ends = false; len < text->size() && !ends; ++len) {
+        const char c = (*text)[len];
+        const std::string_view next = text->substr(len + 1, 1);
+        *line += c == '\n' ? 1 : 0;
+        if (quoted && (c != '"' || next == "\"")) {
+            field += c;
+            len += c == '"' ? 1 : 0;
+        } else if (quoted) {
+            quoted = false;
+            closed = true;
+        } else if (c == '"' && field.empty() && !closed) {
+            quoted = true;
+        } else if (c == separator) {
+            endField();
+            ++record.num_fields;
+        } else if (c == '\n') {
+            ends = true;
+        } else if (c != '\r' || next != "\n") {
+            field += c;
+            if (closed) {
+                record.problem = "a value continues after its closing quote";
+            } else if (c == '"') {
+                record.problem = "a quote within a value must be doubled, and the value in quotes";
+            }
+        }
+    }
+    endField();
+    if (quoted) {
+        record.problem = "the closing quote is missing";
+    }
+    text->remove_prefix(len);
+    return record;
 }
 
-std::vector<std::string> readHeader(CsvReader* reader) {
-    const auto header = reader->next();
-    if (!header || header->fields.empty()) {
+// The columns that the first line of a CSV text names.
+std::vector<std::string> columnsOf(const Record& header) {
+    if (header.fields.empty()) {
         throw Refused("line 1: the column names are missing");
     }
     std::string names;
-    for (const std::string& field : header->fields) {
+    for (const std::string& field : header.fields) {
         names += (names.empty() ? "" : ",") + upper(field);
     }
     try {
@@ -143,173 +107,174 @@ std::vector<std::string> readHeader(CsvReader* reader) {
 }
 
 void readCsv(std::string_view text, const ObjectVisitor& visit) {
-    CsvReader reader(text, separatorOf(text));
-    const std::vector<std::string> columns = readHeader(&reader);
-    while (auto record = reader.next()) {
-        if (record->fields.empty() && record->problem.empty()) {
+    // The first separator behind a name of a column: the names have none in them.
+    const size_t at = text.substr(0, text.find('\n')).find_first_of(",;\t");
+    const char separator = at == text.npos ? ',' : text[at];
+    size_t line = 1;
+    const std::vector<std::string> columns = columnsOf(takeRecord(&text, separator, &line));
+    while (!text.empty()) {
+        Record record = takeRecord(&text, separator, &line);
+        if (record.fields.empty() && record.problem.empty()) {
             continue;
         }
-        if (record->problem.empty() &&
-            (record->num_fields < columns.size() || record->fields.size() > columns.size())) {
-            record->problem = std::to_string(record->num_fields) + " values for " +
-                              std::to_string(columns.size()) + " columns";
+        if (record.problem.empty() &&
+            (record.num_fields < columns.size() || record.fields.size() > columns.size())) {
+            record.problem = std::to_string(record.num_fields) + " values for " +
+                             std::to_string(columns.size()) + " columns";
         }
         Values values(kColumnNames.size());
-        for (size_t i = 0; record->problem.empty() && i < record->fields.size(); ++i) {
-            values[columnNumber(columns[i])] = std::move(record->fields[i]);
+        for (size_t i = 0; record.problem.empty() && i < record.fields.size(); ++i) {
+            values[columnNumber(columns[i])] = std::move(record.fields[i]);
         }
-        visit("line " + std::to_string(record->line), std::move(values), record->problem);
+        visit("line " + std::to_string(record.line), std::move(values), record.problem);
     }
 }
 
-// The bytes of a JSON value of an object; nothing when the value is not allowed there.
-std::optional<std::string> bytesOf(const Json& value) {
-    if (value.is_null()) {
-        return "";
+// The bytes of their hexadecimal form, two digits each.
+std::optional<std::string> unhex(const std::string& digits) {
+    std::string escaped;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        escaped += "\\x" + digits.substr(i, 2);
     }
-    if (value.is_string()) {
-        return value.get<std::string>();
-    }
-    if (value.is_number_integer()) {
-        return value.dump();
-    }
-    if (!value.is_object() || value.size() != 1 || !value.contains("hex") ||
-        !value["hex"].is_string()) {
+    try {
+        return unescape(escaped);
+    } catch (const WrongUsage&) {
         return std::nullopt;
     }
-    const auto& digits = value["hex"].get_ref<const std::string&>();
-    std::string bytes;
-    for (size_t i = 0; i < digits.size(); i += 2) {
-        unsigned byte = 0;
-        const char* const end = digits.data() + std::min(i + 2, digits.size());
-        const auto parsed = std::from_chars(digits.data() + i, end, byte, 16);
-        if (parsed.ptr != digits.data() + i + 2 || parsed.ptr > end) {
-            return std::nullopt;
-        }
-        bytes += static_cast<char>(byte);
-    }
-    return bytes;
 }
 
 // Takes the objects out of a JSON text while it is parsed, so that one object at a time is in
 // memory.
-class JsonReader {
+class JsonObjects : public nlohmann::json_sax<nlohmann::json> {
   public:
     // The objects are this deep in the text, 1 in an array.
-    JsonReader(int depth, ObjectVisitor visit) : depth_(depth), visit_(std::move(visit)) {}
+    JsonObjects(int depth, const ObjectVisitor& visit) : depth_(-depth), visit_(visit) {}
 
-    void read(std::string_view text, const std::string& place) {
-        place_ = place;
-        try {
-            [[maybe_unused]] const Json nothing =
-                Json::parse(text, [this](int depth, Json::parse_event_t event, Json& parsed) {
-                    return keep(depth - depth_, event, parsed);
-                });
-        } catch (const Json::exception& error) {
-            const std::string what = error.what();  // it says "[json.exception...] what is wrong"
-            throw Refused((place.empty() ? "" : place + ": ") +
-                          escape(what.substr(std::min(what.find("] ") + 2, what.size()))));
+    // Where the next object is. Without it, objects have numbers.
+    void setPlace(const std::string& place) { place_ = place; }
+
+    bool null() override { return takeScalar(""); }
+    bool boolean(bool) override { return takeScalar(std::nullopt); }
+    bool number_integer(int64_t number) override { return takeScalar(std::to_string(number)); }
+    bool number_unsigned(uint64_t number) override { return takeScalar(std::to_string(number)); }
+    bool number_float(double, const std::string&) override { return takeScalar(std::nullopt); }
+    bool binary(nlohmann::json::binary_t&) override { return takeScalar(std::nullopt); }
+    bool string(std::string& text) override {
+        return depth_ == 2 ? setValue(unhex(text)) : takeScalar(text);
+    }
+
+    bool start_array(std::size_t) override { return depth_ < 0 ? ++depth_ <= 0 : start(false); }
+    bool end_array() override { return end(); }
+    bool start_object(std::size_t) override { return start(true); }
+    bool end_object() override {
+        return (depth_ != 2 || is_set_ || setValue(std::nullopt)) && end();
+    }
+
+    bool key(std::string& name) override {
+        if (depth_ == 2) {
+            return name == "hex" || setValue(std::nullopt);
         }
+        name_ = name;
+        column_ = columnNumber(upper(name));
+        if (column_ == kColumnNames.size() && problem_.empty()) {
+            problem_ = "unknown column '" + escape(name) + "'";
+        }
+        return true;
+    }
+
+    bool parse_error(std::size_t, const std::string&,
+                     const nlohmann::detail::exception& error) override {
+        const std::string what = error.what();  // it says "[json.exception...] what is wrong"
+        throw Refused((place_.empty() ? "" : place_ + ": ") +
+                      escape(what.substr(std::min(what.find("] ") + 2, what.size()))));
     }
 
   private:
-    // Whether to keep what the parser has come to, `depth` deep in an object, until that object is
-    // complete.
-    bool keep(int depth, Json::parse_event_t event, Json& parsed) {
-        using Event = Json::parse_event_t;
-        if (depth > 2) {
+    bool start(bool is_object) {
+        if (depth_ == 0) {
+            problem_ = is_object ? "" : "not an object of columns and values";
+            values_.assign(kColumnNames.size(), "");
+        } else if (depth_ == 1 && !is_object) {
+            setValue(std::nullopt);
+        } else if (depth_ == 2) {
             throw Refused(place() + ": the values are nested too deep");
         }
-        if (event == Event::key) {
-            return isKnown(depth, parsed.get_ref<const std::string&>());
-        }
-        if (depth != 0) {
-            return depth < 0 || event != Event::array_start;
-        }
-        if (event == Event::object_start) {
-            problem_.clear();
-            return true;
-        }
-        take(parsed);
-        return false;
+        is_set_ = false;
+        ++depth_;
+        return true;
     }
 
-    bool isKnown(int depth, const std::string& name) {
-        const bool known = depth == 1 ? isColumn(upper(name)) : name == "hex";
-        if (!known && problem_.empty()) {
-            problem_ = depth == 1 ? "unknown column '" + escape(name) + "'" : kNoValue;
+    bool end() {
+        if (--depth_ == 0) {
+            visit_(place(), std::move(values_), problem_);
+            ++taken_;
         }
-        return known;
+        return true;
     }
 
-    void take(const Json& item) {
-        Values values(kColumnNames.size());
-        if (!item.is_object()) {
-            problem_ = "not an object of columns and values";
+    // Nothing stands for what no value may be.
+    bool takeScalar(const std::optional<std::string>& bytes) {
+        return depth_ == 0 ? start(false) && end() : setValue(depth_ == 1 ? bytes : std::nullopt);
+    }
+
+    bool setValue(const std::optional<std::string>& bytes) {
+        is_set_ = true;
+        if (bytes && problem_.empty()) {
+            values_[column_] = *bytes;
+        } else if (problem_.empty()) {
+            problem_ =
+                name_ +
+                ": a value is a string, a whole number, null, or {\"hex\": \"...\"} with two "
+                "digits per byte";
         }
-        for (auto it = item.begin(); problem_.empty() && it != item.end(); ++it) {
-            auto bytes = bytesOf(it.value());
-            if (!bytes) {
-                problem_ = it.key() + ": " + kNoValue;
-            } else {
-                values[columnNumber(upper(it.key()))] = *std::move(bytes);
-            }
-        }
-        visit_(place(), std::move(values), problem_);
-        ++taken_;
+        return true;
     }
 
     std::string place() const {
         return place_.empty() ? "object " + std::to_string(taken_ + 1) : place_;
     }
 
-    static constexpr char kNoValue[] =
-        "a value is a string, a whole number, null, or {\"hex\": \"...\"} with two digits per byte";
-
-    const int depth_;
-    const ObjectVisitor visit_;
-    std::string place_;  // empty in an array
+    int depth_;  // 0 outside of an object, 1 in it, 2 in a value of it
+    const ObjectVisitor& visit_;
+    std::string place_;
     size_t taken_ = 0;
+    std::string name_;  // of the column, as it is written
+    size_t column_ = 0;
+    bool is_set_ = false;
+    Values values_;
     std::string problem_;
 };
 
-// The length of the JSON object at the start of the text. All of the text when it does not end.
-size_t objectLength(std::string_view text) {
-    size_t depth = 0;
-    bool quoted = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (quoted) {
-            i += c == '\\' ? 1 : 0;
-            quoted = c != '"';
-        } else if (c == '"') {
-            quoted = true;
-        } else if (c == '{') {
-            ++depth;
-        } else if (c == '}' && --depth == 0) {
-            return i + 1;
-        }
+// A text as a stream that tells how much of it was read.
+class TextBuffer : public std::streambuf {
+  public:
+    explicit TextBuffer(std::string_view text) {
+        char* const start = const_cast<char*>(text.data());
+        setg(start, start, start + text.size());
     }
-    return text.size();
-}
+    size_t numRead() const { return static_cast<size_t>(gptr() - eback()); }
+};
 
 // Reads objects that stand one after the other, usually one in each line.
 void readJsonObjects(std::string_view text, const ObjectVisitor& visit) {
-    JsonReader reader(0, visit);
+    JsonObjects objects(0, visit);
     size_t line = 1;
-    const auto take = [&](size_t len) {
-        line += static_cast<size_t>(
-            std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(len), '\n'));
-        text.remove_prefix(len);
+    const auto skip = [&](size_t len) {
+        const std::string_view skipped = text.substr(0, len);
+        line += static_cast<size_t>(std::count(skipped.begin(), skipped.end(), '\n'));
+        text.remove_prefix(skipped.size());
     };
     for (;;) {
-        take(std::min(text.find_first_not_of(kJsonBlanks), text.size()));
+        skip(text.find_first_not_of(kJsonBlanks));
         if (text.empty()) {
             return;
         }
-        const size_t len = text.front() == '{' ? objectLength(text) : text.size();
-        reader.read(text.substr(0, len), "line " + std::to_string(line));
-        take(len);
+        objects.setPlace("line " + std::to_string(line));
+        TextBuffer buffer(text);
+        std::istream stream(&buffer);
+        nlohmann::json::sax_parse(stream, &objects, nlohmann::json::input_format_t::json,
+                                  /*strict=*/false);
+        skip(buffer.numRead());
     }
 }
 
@@ -335,7 +300,8 @@ void readObjects(std::string_view text, const ObjectVisitor& visit) {
     const size_t start = std::min(text.find_first_not_of(kJsonBlanks), text.size());
     const std::string_view first = text.substr(start, 1);
     if (first == "[") {
-        JsonReader(1, counting).read(text, "");
+        JsonObjects objects(1, counting);
+        nlohmann::json::sax_parse(text, &objects);
     } else if (first == "{") {
         readJsonObjects(text, counting);
     } else {
