@@ -91,12 +91,7 @@ Session::Session(const SessionOptions& options, Use use)
     }
     readStore();
     key_ = directory_.read(kKeyFile);
-    if (image_) {
-        refuseEmptyStore();
-        refuseForeignStore();
-    } else {
-        refuseInterruptedReplacement();
-    }
+    image_ ? refuseUnreadableStore() : refuseInterruptedReplacement();
     if (had_root_key_ && !options.upgrade) {
         refuseUpgrade();
     }
@@ -132,18 +127,14 @@ void Session::refuseInterruptedReplacement() const {
                   ": its replacement was interrupted; 'zelkm doctor' diagnoses and repairs it");
 }
 
-// Refuses an empty store file. To the library it is a store without objects, as if the file were
-// missing.
-void Session::refuseEmptyStore() const {
+// Refuses an empty store file: to the library it is a store without objects, as if the file were
+// missing. Refuses an encrypted store whose key or root key is missing: the library would replace a
+// store that the keymaster cannot decrypt by its backup, or remove it when there is no backup.
+void Session::refuseUnreadableStore() const {
     if (image_->empty()) {
         throw Refused(options_.dir + ": " + kStoreFile +
                       " is empty, which no store ever is; 'zelkm doctor' diagnoses and repairs it");
     }
-}
-
-// Refuses an encrypted store whose key or root key is missing. The library would replace a store
-// that the keymaster cannot decrypt by its backup, or remove the store when there is no backup.
-void Session::refuseForeignStore() const {
     const std::optional<StoreHeader> header = parseStoreHeader(*image_);
     if (!header || !header->encrypted()) {
         return;

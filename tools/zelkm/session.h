@@ -91,8 +91,7 @@ class Session {
     bool isThere(const std::string& name) const { return directory_.look(name).has_value(); }
     void readStore();
     void refuseInterruptedReplacement() const;
-    void refuseEmptyStore() const;
-    void refuseForeignStore() const;
+    void refuseUnreadableStore() const;
     void refuseUpgrade();
     void giveKey(ZelKeymasterOperation* operation);
     void giveStore();
