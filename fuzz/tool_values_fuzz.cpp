@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "../tools/zelkm/access_patterns.h"
 #include "../tools/zelkm/failure.h"
 #include "../tools/zelkm/store_values.h"
 #include "fuzz.h"

@@ -5,7 +5,12 @@
 
 #include <openssl/sha.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
+#include <map>
+
+#include "failure.h"
 
 namespace zelkm_tool {
 
@@ -33,6 +38,105 @@ std::string sha256(std::string_view bytes) {
     std::array<unsigned char, SHA256_DIGEST_LENGTH> digest;
     SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest.data());
     return {digest.begin(), digest.end()};
+}
+
+std::string unescape(std::string_view text) {
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            bytes += text[i];
+            continue;
+        }
+        if (text.substr(i, 2) == "\\\\") {
+            bytes += '\\';
+            i += 1;
+            continue;
+        }
+        unsigned value = 0;
+        const std::string_view digits = text.substr(std::min(i + 2, text.size()), 2);
+        const auto parsed =
+            std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+        if (text.substr(i, 2) != "\\x" || digits.size() != 2 ||
+            parsed.ptr != digits.data() + digits.size()) {
+            throw WrongUsage("byte " + std::to_string(i + 1) +
+                             " is a backslash: write \\xNN for the byte NN (hexadecimal), or \\\\ "
+                             "for a backslash");
+        }
+        bytes += static_cast<char>(value);
+        i += 3;
+    }
+    return bytes;
+}
+
+size_t utf8Length(std::string_view text) {
+    if (text.empty()) {
+        return 0;
+    }
+    const auto at = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = at(0);
+    if (lead < 0x80) {
+        return 1;
+    }
+    const size_t len = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    if (len == 0 || text.size() < len) {
+        return 0;
+    }
+    for (size_t i = 1; i < len; ++i) {
+        if ((at(i) & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    // Refuses overlong forms, surrogates, and code points that are too large.
+    const bool overlong = (lead == 0xE0 && at(1) < 0xA0) || (lead == 0xF0 && at(1) < 0x90);
+    const bool beyond = (lead == 0xED && at(1) > 0x9F) || (lead == 0xF4 && at(1) > 0x8F);
+    return overlong || beyond ? 0 : len;
+}
+
+size_t shownLength(std::string_view text) {
+    const size_t len = utf8Length(text);
+    const std::string_view piece = text.substr(0, len);
+    if (len <= 1) {
+        return len == 1 && piece[0] >= 0x20 && piece[0] != 0x7F ? 1 : 0;
+    }
+    const auto within = [&](std::string_view first, std::string_view last) {
+        return piece >= first && piece <= last && piece.size() == first.size();
+    };
+    const bool obeyed = within("\u0080", "\u009F") || piece == "\u061C" ||
+                        within("\u200E", "\u200F") || within("\u2028", "\u202E") ||
+                        within("\u2066", "\u2069");
+    return obeyed ? 0 : len;
+}
+
+namespace {
+
+// Characters that a terminal shows stay, but for those with a text of their own. All other bytes
+// become \xNN.
+std::string shown(std::string_view bytes, const std::map<std::string_view, std::string_view>& own) {
+    std::string text;
+    while (!bytes.empty()) {
+        const size_t shown_len = shownLength(bytes);
+        const size_t len = std::max<size_t>(shown_len, 1);
+        const auto found = own.find(bytes.substr(0, len));
+        if (found != own.end()) {
+            text += found->second;
+        } else if (shown_len != 0) {
+            text += bytes.substr(0, len);
+        } else {
+            text += "\\x" + hex(bytes.substr(0, 1));
+        }
+        bytes.remove_prefix(len);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string escape(std::string_view bytes) {
+    return shown(bytes, {{"\\", "\\\\"}, {"\n", "\\x0a"}});
+}
+
+std::string printable(std::string_view text) {
+    return shown(text, {{"\n", "\n"}});
 }
 
 }  // namespace zelkm_tool

@@ -25,6 +25,24 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 
 std::string sha256(std::string_view bytes);
 
+// Turns \xNN and \\ into bytes; throws WrongUsage for any other backslash.
+std::string unescape(std::string_view text);
+
+// The reverse of unescape(): bytes in a form that a terminal can show. Printable text and UTF-8
+// stay as they are.
+std::string escape(std::string_view bytes);
+
+// Text for a person: line feeds and backslashes stay, and all other bytes are as escape() makes
+// them. Text of escape() stays as it is.
+std::string printable(std::string_view text);
+
+// The length of the character at the start of a text if a terminal only shows it: no control
+// character, and none that changes the direction of writing or ends a line. 0 for all else.
+size_t shownLength(std::string_view text);
+
+// The length of the UTF-8 sequence at the start of `text`; 0 when there is none.
+size_t utf8Length(std::string_view text);
+
 // These two copy the bytes.
 inline android::hardware::hidl_vec<uint8_t> toVec(const std::string& bytes) {
     return android::hardware::hidl_vec<uint8_t>(bytes.begin(), bytes.end());

@@ -3,8 +3,10 @@
 
 #include "output.h"
 
+#include <locale.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <wchar.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -16,7 +18,6 @@
 #include <sstream>
 
 #include "bytes.h"
-#include "display_width.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -24,6 +25,45 @@ namespace {
 
 constexpr size_t kGap = 2;       // between two columns
 constexpr size_t kMinLimit = 8;  // a limit is never lower, even if lines then do not fit
+
+constexpr char kEllipsis[] = "\xE2\x80\xA6";
+
+// The width of a character in columns: two for most characters of East Asia and for emoji, none for
+// combining characters.
+size_t widthOf(std::string_view character) {
+    // Values are UTF-8 whatever the user's locale is. Without this locale every character counts as
+    // one column.
+    static const locale_t utf8 = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (character.size() == 1 || utf8 == nullptr) {
+        return 1;
+    }
+    const locale_t before = ::uselocale(utf8);
+    wchar_t code = 0;
+    mbstate_t state = {};
+    const bool known = ::mbrtowc(&code, character.data(), character.size(), &state) <= 4;
+    const int width = known ? ::wcwidth(code) : 1;
+    ::uselocale(before);
+    return width < 0 ? 1 : static_cast<size_t>(width);
+}
+
+struct Fitting {
+    size_t len;    // of the start of a text that fits
+    size_t width;  // of that in columns
+};
+
+// As much of the start of a printable text, as escape() makes it, as fits.
+Fitting fit(std::string_view text, size_t width) {
+    Fitting result = {};
+    while (result.len < text.size()) {
+        const size_t len = std::max<size_t>(utf8Length(text.substr(result.len)), 1);
+        const size_t more = widthOf(text.substr(result.len, len));
+        if (result.width + more > width) {
+            break;
+        }
+        result = {result.len + len, result.width + more};
+    }
+    return result;
+}
 
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
@@ -70,6 +110,14 @@ void printCsv(const Table& table) {
     std::cout << text;
 }
 
+// The width of standard output in columns; 0 when it is no terminal.
+size_t terminalWidth() {
+    winsize size = {};
+    const bool known =
+        ::isatty(STDOUT_FILENO) != 0 && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
+    return known ? size.ws_col : 0;
+}
+
 // The widest that a column may be so that lines fit. Never so narrow that nothing could be read.
 size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
     size_t limit = *std::max_element(widths.begin(), widths.end());
@@ -88,30 +136,16 @@ size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
 std::string jsonText(std::string_view json) {
     std::string text;
     while (!json.empty()) {
-        const size_t shown_len = json[0] == '\n' ? 1 : shownLength(json);
-        if (shown_len != 0) {
-            text += json.substr(0, shown_len);
-            json.remove_prefix(shown_len);
-            continue;
+        const std::string character(json.substr(0, std::max<size_t>(utf8Length(json), 1)));
+        if (character == "\n" || shownLength(json) != 0) {
+            text += character;
+        } else {
+            const std::string quoted = nlohmann::json(character).dump(-1, ' ', true);
+            text += quoted.substr(1, quoted.size() - 2);
         }
-        // DEL, or a character of two or three bytes.
-        const size_t len = std::max<size_t>(utf8Length(json), 1);
-        unsigned code = static_cast<unsigned char>(json[0]) & (len == 1 ? 0x7F : 0xFF >> (len + 1));
-        for (const char byte : json.substr(1, len - 1)) {
-            code = code << 6 | (static_cast<unsigned char>(byte) & 0x3F);
-        }
-        const char bytes[] = {static_cast<char>(code >> 8), static_cast<char>(code)};
-        text += "\\u" + hex({bytes, 2});
-        json.remove_prefix(len);
+        json.remove_prefix(character.size());
     }
     return text;
-}
-
-size_t terminalWidth() {
-    winsize size = {};
-    const bool known =
-        ::isatty(STDOUT_FILENO) != 0 && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
-    return known ? size.ws_col : 0;
 }
 
 void print(const Table& table, Format format) {
@@ -135,15 +169,19 @@ void printTable(std::ostream& out, const Table& table, size_t width) {
     std::vector<size_t> widths(table.columns.size(), 0);
     for (const auto& line : lines) {
         for (size_t i = 0; i < widths.size(); ++i) {
-            widths[i] = std::max(widths[i], displayWidth(line[i]));
+            widths[i] = std::max(widths[i], fit(line[i], SIZE_MAX).width);
         }
     }
     const size_t limit = width == 0 ? SIZE_MAX : widthLimit(widths, width);
     for (const auto& line : lines) {
         std::string text;
         for (size_t i = 0; i < widths.size(); ++i) {
-            const std::string cell = cutToWidth(line[i], limit);
-            text += cell + std::string(std::min(widths[i], limit) - displayWidth(cell) + kGap, ' ');
+            Fitting cell = fit(line[i], limit);
+            const bool is_cut = cell.len != line[i].size();
+            cell = is_cut ? fit(line[i], limit - 1) : cell;  // the ellipsis needs a column
+            text += line[i].substr(0, cell.len) + (is_cut ? kEllipsis : "");
+            const size_t used = cell.width + (is_cut ? 1 : 0);
+            text += std::string(std::min(widths[i], limit) - used + kGap, ' ');
         }
         out << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
     }

@@ -22,9 +22,6 @@ enum class Format { kTable, kJson, kCsv, kCount };
 // Prints rows on standard output; a table is made to fit a terminal, and CSV harmless to it.
 void print(const Table& table, Format format);
 
-// The width of standard output in columns; 0 when it is no terminal.
-size_t terminalWidth();
-
 // Prints aligned columns. Bytes that a terminal cannot show appear as \xNN. With a `width`, long
 // values are cut with an ellipsis, until lines fit or columns are as narrow as they may be.
 void printTable(std::ostream& out, const Table& table, size_t width = 0);

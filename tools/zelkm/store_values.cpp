@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <map>
+#include <cstdint>
+#include <limits>
 
-#include "access_patterns.h"
 #include "bytes.h"
 #include "failure.h"
 
@@ -18,30 +18,65 @@ namespace {
 constexpr char kFieldEnd = 0x1E;
 constexpr char kRowEnd = '\n';
 
-struct ForbiddenByte {
+constexpr struct {
     char byte;
+    bool is_writable;
     const char* reason;
+} kForbiddenBytes[] = {
+    {0x1F, false, "it would end the quoted value"},
+    {kFieldEnd, false, "it separates the values of a stored row"},
+    {kRowEnd, true, "it separates the rows of a result"},
+    {'\0', true, "it ends the store's text"},
 };
 
-constexpr ForbiddenByte kUnwritableBytes[] = {
-    {0x1F, "it would end the quoted value"},
-    {kFieldEnd, "it separates the values of a stored row"},
-};
-constexpr ForbiddenByte kConfusingBytes[] = {
-    {kRowEnd, "it separates the rows of a result"},
-    {'\0', "it ends the store's text"},
-};
-
-template <size_t kCount>
-std::optional<std::string> findByte(std::string_view value,
-                                    const ForbiddenByte (&forbidden)[kCount]) {
+std::optional<std::string> findByte(std::string_view value, bool is_writable) {
     for (size_t i = 0; i < value.size(); ++i) {
-        for (const ForbiddenByte& candidate : forbidden) {
-            if (value[i] == candidate.byte) {
+        for (const auto& forbidden : kForbiddenBytes) {
+            if (value[i] == forbidden.byte && is_writable == forbidden.is_writable) {
                 return "byte " + std::to_string(i + 1) + " is 0x" + hex(value.substr(i, 1)) + ": " +
-                       candidate.reason;
+                       forbidden.reason;
             }
         }
+    }
+    return std::nullopt;
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Takes the digits of a bound off the front of the text, if there are any. False when the number
+// does not fit 32 bits.
+bool takeBound(std::string_view* text, uint32_t* bound) {
+    const size_t len =
+        static_cast<size_t>(std::find_if_not(text->begin(), text->end(), isDigit) - text->begin());
+    const std::string_view digits = text->substr(0, len);
+    const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), *bound);
+    text->remove_prefix(len);
+    return len == 0 || parsed.ec == std::errc();
+}
+
+bool take(std::string_view* text, std::string_view expected) {
+    const bool there = text->substr(0, expected.size()) == expected;
+    text->remove_prefix(there ? expected.size() : 0);
+    return there;
+}
+
+// Takes the rest of a range off the text; its "[" is gone already. Returns why it is no range.
+std::optional<std::string> takeRange(std::string_view* text) {
+    uint32_t low = 0;
+    uint32_t high = std::numeric_limits<uint32_t>::max();
+    const bool low_fits = takeBound(text, &low);
+    const bool dots = take(text, "..");
+    const bool high_fits = takeBound(text, &high);
+    if (!dots || !take(text, "]")) {
+        return "[ begins a range, [lo..hi] with decimal numbers";
+    }
+    if (!low_fits || !high_fits) {
+        return "a bound of a range has at most 32 bits, 4294967295";
+    }
+    if (low > high) {
+        return "the range is empty: its bounds are reversed";
     }
     return std::nullopt;
 }
@@ -71,7 +106,7 @@ std::optional<std::string> bytesProblem(std::string_view value) {
     if (!value.empty() && value.front() == ',') {
         return "byte 1 is ',': a quoted value cannot begin with it";
     }
-    return findByte(value, kUnwritableBytes);
+    return findByte(value, /*is_writable=*/false);
 }
 
 std::optional<std::string> valueProblem(std::string_view value) {
@@ -81,7 +116,7 @@ std::optional<std::string> valueProblem(std::string_view value) {
     if (auto reason = bytesProblem(value)) {
         return reason;
     }
-    if (auto reason = findByte(value, kConfusingBytes)) {
+    if (auto reason = findByte(value, /*is_writable=*/true)) {
         return reason;
     }
     const size_t conjunction = value.find(" AND ");
@@ -89,6 +124,39 @@ std::optional<std::string> valueProblem(std::string_view value) {
         return "bytes " + std::to_string(conjunction + 1) + " to " +
                std::to_string(conjunction + 5) +
                " are \" AND \": a condition with this value would end there";
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> patternProblem(std::string_view pattern) {
+    bool after_range = false;  // the item before was a range, which takes all digits that follow
+    while (!pattern.empty()) {
+        const char c = pattern.front();
+        pattern.remove_prefix(1);
+        if (after_range && (c == '[' || isDigit(c))) {
+            return "a number cannot follow a range, which takes all digits";
+        }
+        after_range = c == '[';
+        if (c == '[') {
+            if (const auto reason = takeRange(&pattern)) {
+                return reason;
+            }
+        } else if (c == '*' && !pattern.empty() && !take(&pattern, "#") && !take(&pattern, "_")) {
+            return "* may only be at the end, or in *# and *_";
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> listProblem(std::string_view column, std::string_view list) {
+    for (const std::string_view item : split(list, ',')) {
+        const std::string shown = "item '" + escape(item) + "': ";
+        if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
+            return shown + "the blank would be part of the name";
+        }
+        if (const auto reason = column == "ACCESSOR" ? patternProblem(item) : std::nullopt) {
+            return shown + "nobody would ever match: " + *reason;
+        }
     }
     return std::nullopt;
 }
@@ -196,105 +264,6 @@ std::vector<std::string> parseColumns(std::string_view text) {
         columns.push_back(name);
     }
     return columns;
-}
-
-std::string unescape(std::string_view text) {
-    std::string bytes;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\\') {
-            bytes += text[i];
-            continue;
-        }
-        if (text.substr(i, 2) == "\\\\") {
-            bytes += '\\';
-            i += 1;
-            continue;
-        }
-        unsigned value = 0;
-        const std::string_view digits = text.substr(std::min(i + 2, text.size()), 2);
-        const auto parsed =
-            std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-        if (text.substr(i, 2) != "\\x" || digits.size() != 2 ||
-            parsed.ptr != digits.data() + digits.size()) {
-            throw WrongUsage("byte " + std::to_string(i + 1) +
-                             " is a backslash: write \\xNN for the byte NN (hexadecimal), or \\\\ "
-                             "for a backslash");
-        }
-        bytes += static_cast<char>(value);
-        i += 3;
-    }
-    return bytes;
-}
-
-size_t utf8Length(std::string_view text) {
-    if (text.empty()) {
-        return 0;
-    }
-    const auto at = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = at(0);
-    if (lead < 0x80) {
-        return 1;
-    }
-    const size_t len = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
-    if (len == 0 || text.size() < len) {
-        return 0;
-    }
-    for (size_t i = 1; i < len; ++i) {
-        if ((at(i) & 0xC0) != 0x80) {
-            return 0;
-        }
-    }
-    // Refuses overlong forms, surrogates, and code points that are too large.
-    const bool overlong = (lead == 0xE0 && at(1) < 0xA0) || (lead == 0xF0 && at(1) < 0x90);
-    const bool beyond = (lead == 0xED && at(1) > 0x9F) || (lead == 0xF4 && at(1) > 0x8F);
-    return overlong || beyond ? 0 : len;
-}
-
-size_t shownLength(std::string_view text) {
-    const size_t len = utf8Length(text);
-    const std::string_view piece = text.substr(0, len);
-    if (len <= 1) {
-        return len == 1 && piece[0] >= 0x20 && piece[0] != 0x7F ? 1 : 0;
-    }
-    const auto within = [&](std::string_view first, std::string_view last) {
-        return piece >= first && piece <= last && piece.size() == first.size();
-    };
-    const bool obeyed = within("\u0080", "\u009F") || piece == "\u061C" ||
-                        within("\u200E", "\u200F") || within("\u2028", "\u202E") ||
-                        within("\u2066", "\u2069");
-    return obeyed ? 0 : len;
-}
-
-namespace {
-
-// Characters that a terminal shows stay, but for those with a text of their own. All other bytes
-// become \xNN.
-std::string shown(std::string_view bytes, const std::map<std::string_view, std::string_view>& own) {
-    std::string text;
-    while (!bytes.empty()) {
-        const size_t shown_len = shownLength(bytes);
-        const size_t len = std::max<size_t>(shown_len, 1);
-        const auto found = own.find(bytes.substr(0, len));
-        if (found != own.end()) {
-            text += found->second;
-        } else if (shown_len != 0) {
-            text += bytes.substr(0, len);
-        } else {
-            text += "\\x" + hex(bytes.substr(0, 1));
-        }
-        bytes.remove_prefix(len);
-    }
-    return text;
-}
-
-}  // namespace
-
-std::string escape(std::string_view bytes) {
-    return shown(bytes, {{"\\", "\\\\"}, {"\n", "\\x0a"}});
-}
-
-std::string printable(std::string_view text) {
-    return shown(text, {{"\n", "\n"}});
 }
 
 std::optional<std::vector<std::vector<std::string>>> splitSelection(std::string_view text,

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "bytes.h"
+
 #include "velt_secure_db.h"
 
 namespace zelkm_tool {
@@ -41,6 +43,14 @@ std::optional<std::string> storedValueProblem(std::string_view column, std::stri
 std::optional<std::string> givenValueProblem(std::string_view column, std::string_view value,
                                              bool as_is);
 
+// The reason why no subject can ever match this item of ACCESSOR. Nothing when a subject can, or
+// when the item is empty. The subject "*", which matches everything, does not count.
+std::optional<std::string> patternProblem(std::string_view pattern);
+
+// The reason why an item of a list in `column`, ADMIN or ACCESSOR, is probably a slip: it has a
+// blank at an end, or it never matches. Nothing when no item is.
+std::optional<std::string> listProblem(std::string_view column, std::string_view list);
+
 // A condition, COLUMN=VALUE, as the user wrote it.
 struct Condition {
     std::string column;
@@ -62,24 +72,6 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
 // Splits "A,B". An empty text stands for all columns. Throws WrongUsage for an unknown or repeated
 // column.
 std::vector<std::string> parseColumns(std::string_view text);
-
-// Turns \xNN and \\ into bytes; throws WrongUsage for any other backslash.
-std::string unescape(std::string_view text);
-
-// The reverse of unescape(): bytes in a form that a terminal can show. Printable text and UTF-8
-// stay as they are.
-std::string escape(std::string_view bytes);
-
-// Text for a person: line feeds and backslashes stay, and all other bytes are as escape() makes
-// them. Text of escape() stays as it is.
-std::string printable(std::string_view text);
-
-// The length of the character at the start of a text if a terminal only shows it: no control
-// character, and none that changes the direction of writing or ends a line. 0 for all else.
-size_t shownLength(std::string_view text);
-
-// The length of the UTF-8 sequence at the start of `text`; 0 when there is none.
-size_t utf8Length(std::string_view text);
 
 // Cuts the text of a selection of `num_columns` columns into rows. A value reaches up to its
 // separator, so it may hold a line feed. Nothing when the text is not made of such rows: a stored

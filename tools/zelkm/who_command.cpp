@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "access_patterns.h"
 #include "command_line.h"
 #include "failure.h"
 #include "output.h"
