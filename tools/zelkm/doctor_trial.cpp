@@ -4,6 +4,7 @@
 #include "doctor_store.h"
 
 #include <android/log.h>
+#include <keymaster_check/client.h>
 #include <velt_secure_db.h>
 
 #include <cstdlib>
@@ -20,21 +21,10 @@ namespace zelkm_tool {
 namespace {
 
 using namespace android::hardware::keymaster::V4_0;
+using keymaster_check::Answer;
+using keymaster_check::call;
+using keymaster_check::param;
 using soft_keymaster::SoftKeymaster;
-
-KeyParameter number(Tag tag, uint32_t value) {
-    KeyParameter param = {};
-    param.tag = tag;
-    param.f.integer = value;
-    return param;
-}
-
-KeyParameter blob(Tag tag, const std::string& bytes) {
-    KeyParameter param = {};
-    param.tag = tag;
-    param.blob = toVec(bytes);
-    return param;
-}
 
 std::string text(const unsigned char* bytes, size_t len) {
     return {bytes, bytes + len};
@@ -49,39 +39,29 @@ struct Context {
 // Decrypts a payload with its tag behind it. Returns the keymaster's answer.
 ErrorCode decrypt(Context* with, const std::string& iv, const std::string& aad,
                   const std::string& input) {
-    constexpr uint32_t kTagBits = 8 * SDB_TAG_LEN;
-    ErrorCode result = ErrorCode::UNKNOWN_ERROR;
-    uint64_t operation = 0;
-    const std::vector<KeyParameter> params = {
-        number(Tag::BLOCK_MODE, static_cast<uint32_t>(BlockMode::GCM)),
-        number(Tag::PADDING, static_cast<uint32_t>(PaddingMode::NONE)),
-        number(Tag::MAC_LENGTH, kTagBits), blob(Tag::NONCE, iv)};
-    with->keymaster->begin(KeyPurpose::DECRYPT, toVec(with->key), params, HardwareAuthToken(),
-                           [&](ErrorCode error, const auto&, uint64_t handle) {
-                               result = error;
-                               operation = handle;
-                           });
+    SoftKeymaster& keymaster = *with->keymaster;
+    std::vector<KeyParameter> params = keymaster_check::gcmParams();
+    params.push_back(param(Tag::NONCE, iv));
+    Answer answer = call([&](auto cb) {
+        return keymaster.begin(KeyPurpose::DECRYPT, toVec(with->key), params, {}, cb);
+    });
+    const uint64_t operation = answer.handle;
     std::string plain;
-    if (result == ErrorCode::OK) {
-        const std::vector<KeyParameter> magic = {blob(Tag::ASSOCIATED_DATA, aad)};
-        with->keymaster->update(operation, magic, toVec(input), HardwareAuthToken(),
-                                VerificationToken(),
-                                [&](ErrorCode error, uint32_t, const auto&, const auto& output) {
-                                    result = error;
-                                    plain = toBytes(output);
-                                });
+    if (answer.ok()) {
+        answer = call([&](auto cb) {
+            return keymaster.update(operation, {param(Tag::ASSOCIATED_DATA, aad)}, toVec(input), {},
+                                    {}, cb);
+        });
+        plain = toBytes(answer.output);
     }
-    if (result == ErrorCode::OK) {
-        with->keymaster->finish(operation, {}, {}, {}, HardwareAuthToken(), VerificationToken(),
-                                [&](ErrorCode error, const auto&, const auto& output) {
-                                    result = error;
-                                    plain += toBytes(output);
-                                });
+    if (answer.ok()) {
+        answer = call([&](auto cb) { return keymaster.finish(operation, {}, {}, {}, {}, {}, cb); });
+        plain += toBytes(answer.output);
     }
-    if (result == ErrorCode::OK) {
+    if (answer.ok()) {
         with->trial.payload = plain;
     }
-    return result;
+    return answer.error;
 }
 
 int decryptForEngine(void* context, unsigned, unsigned char* plain, unsigned char* cipher,
@@ -120,10 +100,9 @@ int StoreTrials::keyStatus(const std::string& key) {
     if (goToLevelOf(&*keymaster_, key)) {
         return ZELKM_OK;
     }
-    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-    keymaster_->getKeyCharacteristics(toVec(key), {}, {},
-                                      [&](ErrorCode error, const auto&) { answer = error; });
-    return static_cast<int>(answer);
+    return static_cast<int>(call([&](auto cb) {
+                                return keymaster_->getKeyCharacteristics(toVec(key), {}, {}, cb);
+                            }).error);
 }
 
 StoreTrials::Trial StoreTrials::read(const std::string& store, const std::string& key) {

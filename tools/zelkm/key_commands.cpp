@@ -5,6 +5,7 @@
 // keymaster. The blob of a new key is written beside the result. It never replaces an existing
 // file.
 
+#include <keymaster_check/client.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
 
@@ -12,6 +13,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "bytes.h"
@@ -27,9 +29,10 @@ namespace {
 
 using android::hardware::hidl_vec;
 using namespace android::hardware::keymaster::V4_0;
+using keymaster_check::param;
 
 constexpr size_t kChallengeLen = 32;
-constexpr char kApplicationId[] = "zelkm";
+constexpr std::string_view kApplicationId = "zelkm";
 constexpr uint64_t kRsaExponent = 65537;
 constexpr char kNewKeyFile[] = "key.keyblob";
 
@@ -41,49 +44,30 @@ struct KeyOptions {
     std::optional<std::string> challenge;  // default: random bytes
 };
 
-template <typename Value>
-KeyParameter integerParam(Tag tag, Value value) {
-    KeyParameter param = {};
-    param.tag = tag;
-    param.f.integer = static_cast<uint32_t>(value);
-    return param;
-}
-
-KeyParameter bytesParam(Tag tag, const std::string& bytes) {
-    KeyParameter param = {};
-    param.tag = tag;
-    param.blob = toVec(bytes);
-    return param;
-}
-
 std::vector<KeyParameter> newKeyParams(bool rsa) {
-    KeyParameter no_auth = {};
-    no_auth.tag = Tag::NO_AUTH_REQUIRED;
-    no_auth.f.boolValue = true;
     std::vector<KeyParameter> params = {
-        integerParam(Tag::ALGORITHM, rsa ? Algorithm::RSA : Algorithm::EC),
-        integerParam(Tag::KEY_SIZE, rsa ? 2048 : 256),
-        integerParam(Tag::PURPOSE, KeyPurpose::SIGN),
-        integerParam(Tag::DIGEST, Digest::SHA_2_256),
-        no_auth,
+        param(Tag::ALGORITHM, rsa ? Algorithm::RSA : Algorithm::EC),
+        param(Tag::KEY_SIZE, rsa ? 2048 : 256),
+        param(Tag::PURPOSE, KeyPurpose::SIGN),
+        param(Tag::DIGEST, Digest::SHA_2_256),
+        param(Tag::NO_AUTH_REQUIRED, true),
     };
     if (rsa) {
-        KeyParameter exponent = {};
-        exponent.tag = Tag::RSA_PUBLIC_EXPONENT;
-        exponent.f.longInteger = kRsaExponent;
-        params.push_back(exponent);
-        params.push_back(integerParam(Tag::PADDING, PaddingMode::RSA_PKCS1_1_5_SIGN));
+        params.push_back(param(Tag::RSA_PUBLIC_EXPONENT, kRsaExponent));
+        params.push_back(param(Tag::PADDING, PaddingMode::RSA_PKCS1_1_5_SIGN));
     }
     return params;
 }
 
-// Checks a keymaster call: first the transport's status, then the keymaster's answer.
-void checkCall(const android::hardware::Return<void>& transport, ErrorCode answer,
-               const std::string& what) {
-    if (!transport.isOk()) {
-        throw Refused(what + ": " + transport.description());
+// Makes a keymaster call, which must succeed.
+template <typename Make>
+keymaster_check::Answer checkedCall(Make make, const std::string& what) {
+    keymaster_check::Answer answer = keymaster_check::call(make);
+    if (!answer.transport) {
+        throw Refused(what + ": " + answer.failure);
     }
-    check(static_cast<int>(answer), what);
+    check(static_cast<int>(answer.error), what);
+    return answer;
 }
 
 // The blob of the key to use. A new one is also given to the output `new_key`.
@@ -92,15 +76,11 @@ hidl_vec<uint8_t> takeKey(Session& session, const KeyOptions& options, const std
     if (new_key == nullptr) {
         return toVec(existing);
     }
-    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-    hidl_vec<uint8_t> blob;
-    const auto transport = session.keymaster().generateKey(
-        newKeyParams(options.rsa),
-        [&](ErrorCode error, const hidl_vec<uint8_t>& key_blob, const KeyCharacteristics&) {
-            answer = error;
-            blob = key_blob;
-        });
-    checkCall(transport, answer, "generateKey");
+    const hidl_vec<uint8_t> blob =
+        checkedCall(
+            [&](auto cb) { return session.keymaster().generateKey(newKeyParams(options.rsa), cb); },
+            "generateKey")
+            .output;
     *new_key = toBytes(blob);
     return blob;
 }
@@ -168,20 +148,16 @@ void attestKey(const SessionOptions& session_options, const KeyOptions& options)
         options.key ? nullptr
                     : &outputs.addIn(folder, kNewKeyFile, new_key_file, Access::kOwnerOnly,
                                      FreshFiles::Existing::kRefuse);
-    hidl_vec<hidl_vec<uint8_t>> chain;
+    std::vector<keymaster_check::Bytes> chain;
     {
         Session session(session_options, Session::Use::kKeymasterOnly);
         const hidl_vec<uint8_t> key = takeKey(session, options, existing, new_key);
-        ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-        const auto transport = session.keymaster().attestKey(
-            key,
-            {bytesParam(Tag::ATTESTATION_CHALLENGE, challenge),
-             bytesParam(Tag::ATTESTATION_APPLICATION_ID, kApplicationId)},
-            [&](ErrorCode error, const hidl_vec<hidl_vec<uint8_t>>& certificates) {
-                answer = error;
-                chain = certificates;
-            });
-        checkCall(transport, answer, "attestKey");
+        const std::vector<KeyParameter> params = {
+            param(Tag::ATTESTATION_CHALLENGE, challenge),
+            param(Tag::ATTESTATION_APPLICATION_ID, kApplicationId)};
+        chain = checkedCall([&](auto cb) { return session.keymaster().attestKey(key, params, cb); },
+                            "attestKey")
+                    .chain;
     }
     std::cout << "challenge " << hex(challenge) << '\n';
     for (size_t i = 0; i < chain.size(); ++i) {

@@ -3,6 +3,8 @@
 
 #include "key_level.h"
 
+#include <keymaster_check/client.h>
+
 #include <limits>
 
 #include "bytes.h"
@@ -21,10 +23,10 @@ std::optional<uint32_t> goToLevelOf(soft_keymaster::SoftKeymaster* keymaster,
     while (low <= high) {
         const uint64_t level = low + (high - low) / 2;
         keymaster->setPatchLevel(static_cast<uint32_t>(level));
-        ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-        keymaster->getKeyCharacteristics(
-            toVec(key), {}, {},
-            [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
+        const ErrorCode answer =
+            keymaster_check::call([&](auto cb) {
+                return keymaster->getKeyCharacteristics(toVec(key), {}, {}, cb);
+            }).error;
         if (answer == ErrorCode::OK) {
             return static_cast<uint32_t>(level);
         }

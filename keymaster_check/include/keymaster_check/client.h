@@ -29,15 +29,15 @@ using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
 using Params = android::hardware::hidl_vec<KeyParameter>;
 
-// The value is bytes, or a number, an enumerator or a bool.
+// The value is a number, an enumerator or a bool, or else a container of bytes.
 template <typename Value>
 KeyParameter param(Tag tag, const Value& value) {
     KeyParameter made = {};
     made.tag = tag;
-    if constexpr (std::is_convertible_v<const Value&, Bytes>) {
-        made.blob = Bytes(value);
-    } else {
+    if constexpr (std::is_arithmetic_v<Value> || std::is_enum_v<Value>) {
         made.f.longInteger = static_cast<uint64_t>(value);  // both sides are little-endian
+    } else {
+        made.blob = android::hardware::hidl_vec<uint8_t>(value.begin(), value.end());
     }
     return made;
 }
