@@ -31,7 +31,8 @@ foreach(package library:libzelkeymaster development:libzelkeymaster-dev document
 endforeach()
 if(ZELKM_TOOL)
     install(TARGETS zelkm zelkeymaster_check COMPONENT tools)
-    install(FILES ${zelkm_man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES ${zelkm_man_page} ${check_man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+        COMPONENT tools)
     install(FILES ${zelkm_completion} RENAME zelkm
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()

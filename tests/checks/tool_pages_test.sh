@@ -2,8 +2,8 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The manual and the completion have all commands and options of the tool:
-# tool_pages_test.sh TOOL MAN_PAGE COMPLETION
+# The manual and the completion have all commands and options of the tool, and so has the manual of
+# zelkeymaster_check, which lies beside it: tool_pages_test.sh TOOL MAN_PAGE COMPLETION
 
 set -euo pipefail
 tool=$1 man_page=$2 completion=$3
@@ -25,11 +25,21 @@ for command in $commands; do
         grep -q -- "^\\\\fB$option\\\\fR" <<<"$text" || fail "the manual has no $option of $command"
     done
 done
-if command -v groff >/dev/null; then
-    grep -q '^EXIT STATUS' <(groff -man -Tutf8 -P -cbou "$man_page") || fail "no exit status"
-    warnings=$(groff -man -ww -Tutf8 -z "$man_page" 2>&1)
-    [[ -z $warnings ]] || fail "$warnings"
-fi
+check_page=${man_page%zelkm.1}zelkeymaster_check.1
+check_help=$("${tool%zelkm}zelkeymaster_check" --help)
+! grep '.\{81\}' <<<"$check_help" || fail "the help of zelkeymaster_check is too wide"
+options=$(sed -nE 's/^  (--[a-z-]+|[0-9]+).*/\1/p' <<<"$check_help")
+[[ $options == *--verify* ]] || fail "the help of zelkeymaster_check has no options"
+for option in $options; do
+    grep -qF -- "\fB${option//-/\\-}" "$check_page" || fail "$check_page has no $option"
+done
+for page in "$man_page" "$check_page"; do
+    if command -v groff >/dev/null; then
+        grep -q '^EXIT STATUS' <(groff -man -Tutf8 -P -cbou "$page") || fail "no exit status: $page"
+        warnings=$(groff -man -ww -Tutf8 -z "$page" 2>&1)
+        [[ -z $warnings ]] || fail "$warnings"
+    fi
+done
 
 # shellcheck source=/dev/null
 source "$completion"
