@@ -16,7 +16,7 @@ fi
 
 scripts/setup.sh clang libclang-rt-dev
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz
+cmake --build --preset fuzz --target fuzz/all
 
 run() {
     local name=$1 log=build/fuzz/$1.log

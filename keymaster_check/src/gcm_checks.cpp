@@ -19,8 +19,6 @@ namespace keymaster_check {
 namespace {
 
 constexpr size_t kNonceSize = 12;
-constexpr size_t kTagSize = 16;
-constexpr size_t kPayload = 100;  // not a multiple of a block
 
 // The outcome when an operation that the requirement builds on does not work at all.
 Outcome noOperation(const Run& run) {

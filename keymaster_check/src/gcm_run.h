@@ -9,6 +9,9 @@
 
 namespace keymaster_check {
 
+constexpr size_t kTagSize = 16;
+constexpr size_t kPayload = 100;  // of most samples: not a multiple of a block
+
 // The course of an operation, with all output of each call.
 struct Run {
     enum class End { kDone, kBegin, kUpdate, kFinish };

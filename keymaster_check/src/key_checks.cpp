@@ -11,7 +11,6 @@ namespace keymaster_check {
 namespace {
 
 constexpr ErrorCode kInvalidKeyBlob = ErrorCode::INVALID_KEY_BLOB;
-constexpr size_t kPayload = 100;
 
 struct Damage {
     std::string what;

@@ -15,7 +15,6 @@ namespace {
 constexpr Tag kInputTags[] = {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4};
 constexpr size_t kInputSizes[] = {16, 32, 24, 20};
 constexpr size_t kMaterialSize = 32;
-constexpr size_t kTagSize = 16;
 constexpr size_t kRotSize = 16;
 constexpr size_t kConversions = 64;
 

@@ -14,7 +14,6 @@ namespace keymaster_check {
 namespace {
 
 constexpr char kHead[] = "zelkeymaster_check 1 ";
-constexpr size_t kPayload = 100;
 constexpr size_t kNonces = 64;
 constexpr ErrorCode kRequiresUpgrade = ErrorCode::KEY_REQUIRES_UPGRADE;
 

@@ -18,6 +18,7 @@ class AesGcm {
     static constexpr size_t kKeySize = 32;  // of the software keymaster's own keys
     static constexpr size_t kNonceSize = 12;
     static constexpr size_t kTagSize = 16;
+    static constexpr uint32_t kMaxMacBits = 8 * kTagSize;
 
     enum class Mode { kEncrypt, kDecrypt };
 

@@ -15,8 +15,6 @@ using android::hardware::keymaster::V4_0::PaddingMode;
 
 namespace {
 
-constexpr uint32_t kMaxMacBits = 8 * AesGcm::kTagSize;
-
 AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
     require(purpose == KeyPurpose::ENCRYPT || purpose == KeyPurpose::DECRYPT,
             ErrorCode::UNSUPPORTED_PURPOSE);
@@ -59,7 +57,8 @@ size_t checkParams(const Key& key, const Params& params) {
             ErrorCode::INCOMPATIBLE_PADDING_MODE);
     const auto mac_length = findInteger(params, Tag::MAC_LENGTH);
     require(mac_length.has_value(), ErrorCode::MISSING_MAC_LENGTH);
-    require(*mac_length % 8 == 0 && *mac_length <= kMaxMacBits, ErrorCode::UNSUPPORTED_MAC_LENGTH);
+    require(*mac_length % 8 == 0 && *mac_length <= AesGcm::kMaxMacBits,
+            ErrorCode::UNSUPPORTED_MAC_LENGTH);
     require(*mac_length >= findInteger(key.characteristics, Tag::MIN_MAC_LENGTH).value_or(0),
             ErrorCode::INVALID_MAC_LENGTH);
     return *mac_length / 8;

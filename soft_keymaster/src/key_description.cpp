@@ -85,7 +85,7 @@ bool isListed(Tag tag) {
     }
 }
 
-Bytes valueOf(const KeyParameter& param) {
+Bytes elementOf(const KeyParameter& param) {
     switch (typeOf(param.tag)) {
         case TagType::BYTES:
             return octetString(param.blob);
@@ -105,7 +105,7 @@ Bytes authorizationList(const std::vector<KeyParameter>& params) {
     for (const KeyParameter& param : params) {
         const bool unset = typeOf(param.tag) == TagType::BOOL && !param.f.boolValue;
         if (isListed(param.tag) && !unset) {
-            values[param.tag].push_back(valueOf(param));
+            values[param.tag].push_back(elementOf(param));
         }
     }
     std::map<uint32_t, Bytes> members;

@@ -25,7 +25,6 @@ using android::hardware::keymaster::V4_0::KeyOrigin;
 namespace {
 
 constexpr uint32_t kMinMacBits = 96;
-constexpr uint32_t kMaxMacBits = 8 * AesGcm::kTagSize;
 constexpr uint32_t kRsaBits = 2048;
 constexpr uint64_t kRsaExponent = 65537;
 constexpr uint32_t kOsVersion = 100000;  // of the device that is simulated: 10.00.00
@@ -50,7 +49,7 @@ Bytes makeAes(const Params& params, const hidl_vec<uint8_t>* imported) {
         throw KeymasterError{ErrorCode::UNSUPPORTED_BLOCK_MODE};
     }
     require(min_mac.has_value(), ErrorCode::MISSING_MIN_MAC_LENGTH);
-    require(*min_mac >= kMinMacBits && *min_mac <= kMaxMacBits && *min_mac % 8 == 0,
+    require(*min_mac >= kMinMacBits && *min_mac <= AesGcm::kMaxMacBits && *min_mac % 8 == 0,
             ErrorCode::UNSUPPORTED_MIN_MAC_LENGTH);
     if (imported != nullptr) {
         require(imported->size() == bits / 8, ErrorCode::IMPORT_PARAMETER_MISMATCH);

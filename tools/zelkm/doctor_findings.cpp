@@ -14,7 +14,7 @@ constexpr Severity kWrong = Severity::kWrong;
 constexpr Severity kNotChecked = Severity::kNotChecked;
 constexpr Severity kNote = Severity::kNote;
 
-constexpr char kNothing[] = "nothing";
+constexpr char kNoRemedy[] = "nothing";
 constexpr char kAfterLoss[] =
     "look for what is lost in other copies of the directory. The status stays 1 until the error "
     "files are removed";
@@ -143,10 +143,10 @@ std::vector<FindingKind> makeKinds() {
         {Id::kReadableByOthers, "readable-by-others", kNote,
          "Users other than the owner may read the file; or it is the mode of a copy.",
          "`chmod 600`"},
-        {Id::kForeignFile, "foreign-file", kNote, "This file is not the library's.", kNothing},
+        {Id::kForeignFile, "foreign-file", kNote, "This file is not the library's.", kNoRemedy},
         {Id::kDoctorLeftover, "doctor-leftover", kNote,
          "A repair was interrupted here. The next repair of the same file replaces this.",
-         kNothing},
+         kNoRemedy},
         {Id::kLogStoreRefused, "log-store-refused", kWrong,
          "The error file says that a store was refused. Its backup took its place, if there was "
          "one; without one, or after two refusals, every object is lost.",
@@ -178,15 +178,15 @@ std::vector<FindingKind> makeKinds() {
         {Id::kLogTooManyOperations, "log-too-many-operations", kNote,
          "The error file says that the keymaster had too many operations open, so that a call "
          "failed.",
-         kNothing},
+         kNoRemedy},
         {Id::kLogKeyUpgraded, "log-key-upgraded", kNote,
          "The error file says that the key was upgraded. It no longer works on the older system.",
-         kNothing},
+         kNoRemedy},
         {Id::kLogClockJumped, "log-clock-jumped", kNote,
          "The error file's time jumped back. Its events are shown in the order of the file.",
-         kNothing},
+         kNoRemedy},
         {Id::kLogUnknownLines, "log-unknown-lines", kNote,
-         "The error files have lines that are not the library's.", kNothing},
+         "The error files have lines that are not the library's.", kNoRemedy},
     };
 }
 

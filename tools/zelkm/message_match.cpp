@@ -11,7 +11,7 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 constexpr size_t kMaxNumberLen = 20;  // a 64-bit number with its sign or "0x"
-constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kDecimalDigits = "0123456789";
 constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
 
 std::string_view withoutLineFeeds(std::string_view text) {
@@ -40,14 +40,14 @@ size_t valueLen(char conversion, std::string_view text) {
         case 'c':
             return std::min<size_t>(text.size(), 1);
         case 'd':
-            return numberLen(text, "-", kDigits);
+            return numberLen(text, "-", kDecimalDigits);
         case 'p':
             if (text.substr(0, kNullPointer.size()) == kNullPointer) {
                 return kNullPointer.size();
             }
             return text.substr(0, 2) == "0x" ? numberLen(text, "0x", kHexDigits) : 0;
         case 'u':
-            return numberLen(text, "", kDigits);
+            return numberLen(text, "", kDecimalDigits);
         case 'x':
             return numberLen(text, "", kHexDigits);
         default:

@@ -17,7 +17,7 @@ constexpr char kOtherRules[] =
     "The keymaster does not support what the library asks for: AES-256-GCM with a tag of 128 bits.";
 constexpr char kReport[] = "Report it to the keymaster's vendor, with the log.";
 constexpr char kTryAgain[] = "Try again; if it persists, restart the keymaster service.";
-constexpr char kDamaged[] =
+constexpr char kStoreDamaged[] =
     "The library restores nothing. Stop the process and see \"A damaged store\" in "
     "docs/diagnostics.md.";
 
@@ -165,13 +165,13 @@ const std::vector<ResultCode>& resultCodes() {
         {-913, "store too short, or malformed row",
          "The store was cut, its header was changed (flag or row count), or a stored value holds a "
          "separator.",
-         kDamaged},
+         kStoreDamaged},
         {-914, "stale table handle",
          "The engine's table was replaced meanwhile. Only direct users of the engine see it: the "
          "object loads its image again.",
          "Set the handle to 0 and query again with the stored blob."},
         {-915, "payload length larger than the store",
-         "The store was cut, or the length in its header was changed.", kDamaged},
+         "The store was cut, or the length in its header was changed.", kStoreDamaged},
         {-917, "no object matched, nothing deleted",
          "From the engine; `SodDelete` returns 0 instead.", "Nothing."},
         {-918, "the secure object database is switched off",
