@@ -12,7 +12,7 @@
 
 namespace zelkm_tool {
 
-void defineCheckCommand(CLI::App& app, int* status) {
+void defineCheck(CLI::App& app, const SessionOptions&) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* command = app.add_subcommand("check", "Check a keymaster as on a device");
     std::vector<std::string> names;
@@ -37,7 +37,7 @@ void defineCheckCommand(CLI::App& app, int* status) {
         "\n\n"
         "  zelkm check\n"
         "  zelkm check --fault tag-12");
-    command->callback([options, status] { *status = checkKeymaster(*options); });
+    command->callback([options] { endWith(checkKeymaster(*options)); });
 }
 
 }  // namespace zelkm_tool

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The commands. Each function adds one, or those that belong together, to the program. They read
-// the options from `session` when they run.
+// The commands. Each function defines one, or two of a kind, with its options. They read the
+// options of all commands from `session` when they run.
 
 #pragma once
 
@@ -16,27 +16,19 @@
 
 namespace zelkm_tool {
 
-void defineAdd(CLI::App& app, const SessionOptions& session);
-void defineList(CLI::App& app, const SessionOptions& session);
-void defineShow(CLI::App& app, const SessionOptions& session);
-void defineWho(CLI::App& app, const SessionOptions& session);
-void defineAliases(CLI::App& app, const SessionOptions& session);
-void defineSet(CLI::App& app, const SessionOptions& session);
-void defineRemove(CLI::App& app, const SessionOptions& session);
-void defineImport(CLI::App& app, const SessionOptions& session);
-void defineExport(CLI::App& app, const SessionOptions& session);
-void defineQuery(CLI::App& app, const SessionOptions& session);
-void defineInfo(CLI::App& app, const SessionOptions& session);
-// `status` receives the exit status when that is not 0.
-void defineDoctor(CLI::App& app, const SessionOptions& session, int* status);
-void defineExplain(CLI::App& app);
-void defineCsr(CLI::App& app, const SessionOptions& session);
-void defineAttest(CLI::App& app, const SessionOptions& session);
-void defineVerifyChain(CLI::App& app, const SessionOptions& session);
-void definePassword(CLI::App& app, const SessionOptions& session);
-void defineCheckCommand(CLI::App& app, int* status);
+using Define = void(CLI::App& app, const SessionOptions& session);
 
-void defineHelp(CLI::App& app);  // and the hidden command that makes the manual page
+Define defineAdd, defineList, defineShow, defineWho, defineAliases, defineSet, defineRemove,
+    defineImport, defineExport, defineQuery, defineInfo, defineDoctor, defineExplain, defineCsr,
+    defineAttest, defineVerifyChain, definePassword, defineCheck;
+Define defineHelp;  // and the hidden command that makes the manual page
+
+// Ends a command with another exit status than 0, after what it has printed.
+inline void endWith(int status) {
+    if (status != 0) {
+        throw CLI::RuntimeError(status);
+    }
+}
 
 // How helps look. Commands take it from the program when they are added to it.
 std::shared_ptr<CLI::FormatterBase> helpFormatter();

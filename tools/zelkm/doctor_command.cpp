@@ -14,7 +14,6 @@
 #include <memory>
 
 #include "command_line.h"
-#include "directory_lock.h"
 #include "doctor_report.h"
 #include "failure.h"
 #include "files.h"
@@ -213,7 +212,7 @@ int runDoctors(const SessionOptions& session, const std::vector<std::string>& di
 
 }  // namespace
 
-void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
+void defineDoctor(CLI::App& app, const SessionOptions& session) {
     auto dirs = std::make_shared<std::vector<std::string>>();
     auto doctor = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand("doctor", "Diagnose and repair a store directory");
@@ -243,10 +242,10 @@ void defineDoctor(CLI::App& app, const SessionOptions& session, int* status) {
         "\n"
         "  zelkm doctor store\n"
         "  zelkm doctor --repair store");
-    command->callback([&session, dirs, doctor, status] {
+    command->callback([&session, dirs, doctor] {
         const auto only = dirs->empty() ? std::nullopt : std::make_optional(dirs->front());
-        *status = dirs->size() > 1 ? runDoctors(session, *dirs, *doctor)
-                                   : runDoctor(withDirectory(session, only), *doctor);
+        endWith(dirs->size() > 1 ? runDoctors(session, *dirs, *doctor)
+                                 : runDoctor(withDirectory(session, only), *doctor));
     });
 }
 

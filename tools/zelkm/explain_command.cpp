@@ -223,7 +223,7 @@ void explain(const ExplainOptions& options) {
 
 }  // namespace
 
-void defineExplain(CLI::App& app) {
+void defineExplain(CLI::App& app, const SessionOptions&) {
     auto options = std::make_shared<ExplainOptions>();
     CLI::App* command = app.add_subcommand("explain", "Explain a result code, a message or a log");
     CLI::Option* what = command

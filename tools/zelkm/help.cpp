@@ -153,7 +153,7 @@ std::shared_ptr<CLI::FormatterBase> helpFormatter() {
     return formatter;
 }
 
-void defineHelp(CLI::App& app) {
+void defineHelp(CLI::App& app, const SessionOptions&) {
     auto name = std::make_shared<std::string>();
     CLI::App& command = *app.add_subcommand("help", "Show help for a command");
     addOption(command, "COMMAND", *name, "", "The command; default: an overview of all");

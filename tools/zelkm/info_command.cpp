@@ -12,7 +12,6 @@
 
 #include "bytes.h"
 #include "command_line.h"
-#include "directory_lock.h"
 #include "doctor_report.h"
 #include "failure.h"
 #include "key_level.h"

@@ -15,7 +15,7 @@
 
 #include "command_line.h"
 #include "failure.h"
-#include "log_capture.h"
+#include "result_text.h"
 #include "store_values.h"
 
 namespace {
@@ -172,32 +172,20 @@ int run(int argc, char** argv) {
     // The library's debug lines hold every command with its values.
     app.add_flag_callback("--verbose", showLog, "Print the library's whole log, values included");
 
-    defineAdd(app, session);
-    defineList(app, session);
-    defineShow(app, session);
-    defineWho(app, session);
-    defineAliases(app, session);
-    defineSet(app, session);
-    defineRemove(app, session);
-    defineImport(app, session);
-    defineExport(app, session);
-    defineQuery(app, session);
+    for (Define* const define :
+         {defineAdd, defineList, defineShow, defineWho, defineAliases, defineSet, defineRemove,
+          defineImport, defineExport, defineQuery, defineInfo, defineDoctor, defineExplain,
+          defineCsr, defineAttest, defineVerifyChain, definePassword, defineCheck, defineHelp}) {
+        define(app, session);
+    }
+
     int status = kExitDone;
-    defineInfo(app, session);
-    defineDoctor(app, session, &status);
-    defineExplain(app);
-    defineCsr(app, session);
-    defineAttest(app, session);
-    defineVerifyChain(app, session);
-    definePassword(app, session);
-    defineCheckCommand(app, &status);
-
-    defineHelp(app);
-
     try {
         app.parse(argc, argv);
     } catch (const CLI::ExtrasError&) {
         throw WrongUsage(argumentProblem(app) + seeHelp(app));
+    } catch (const CLI::RuntimeError& ended) {
+        status = ended.get_exit_code();
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             throw WrongUsage(error.what() + seeHelp(app));

@@ -3,15 +3,111 @@
 
 #include "result_text.h"
 
+#include <android/log.h>
+#include <unistd.h>
 #include <zelkeymaster_result.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <iostream>
+#include <iterator>
+#include <string_view>
+#include <utility>
+#include <vector>
 
+#include "bytes.h"
 #include "failure.h"
-#include "log_capture.h"
+#include "log_reader.h"
 #include "result_codes.h"
+#include "store_values.h"
 
 namespace zelkm_tool {
+namespace {
+
+constexpr size_t kMaxErrors = 64;
+
+// These messages of a repair explain more than the refusal that came before them.
+constexpr MessageId kTelling[] = {MessageId::kStoreRefused, MessageId::kStoreCacheDiffered,
+                                  MessageId::kKeyRegenerated, MessageId::kKeyIntact};
+
+std::vector<std::string> g_errors;  // since the last takeCause()
+bool g_shown;
+
+bool isColorWanted() {
+    const char* no_color = std::getenv("NO_COLOR");
+    return no_color == nullptr || *no_color == '\0';
+}
+
+// A message as a terminal may show it. Its values may hold any bytes, so what follows the library's
+// prefix is escaped there.
+std::string printable(const std::string& message) {
+    const size_t end = message.find(") ");
+    const size_t start = parseLogLine(withoutEscapes(message)) ? end + 2 : 0;
+    const std::string prefix = message.substr(0, start);
+    const std::string text = message.substr(start, message.find_last_not_of('\n') + 1 - start);
+    const bool terminal = ::isatty(STDERR_FILENO) == 1;
+    return (terminal && isColorWanted() ? prefix : withoutEscapes(prefix)) +
+           (terminal ? escape(text) : withoutEscapes(text));
+}
+
+// Keeps an error, and returns whether the message is to be shown.
+bool take(int priority, const char* message) {
+    if (priority >= ANDROID_LOG_ERROR && g_errors.size() < kMaxErrors) {
+        g_errors.emplace_back(message);
+    }
+    return g_shown || priority >= ANDROID_LOG_FATAL;
+}
+
+// liblog's type of a logger decides which of these two is compiled. Debian 12's liblog passes the
+// message beside its data, Debian 13's within.
+template <typename Data>
+void logger(const Data* data, const char* message) {
+    if (take(data->priority, message)) {
+        __android_log_stderr_logger(data, printable(message).c_str());
+    }
+}
+
+template <typename Message>
+void logger(const Message* message) {
+    if (take(message->priority, message->message)) {
+        const std::string text = printable(message->message);
+        Message shown = *message;
+        shown.message = text.c_str();
+        __android_log_stderr_logger(&shown);
+    }
+}
+
+// The cause that the errors since the last call tell, e.g. "the new version of a file could not be
+// written: the disk is full (No space left on device)". Empty when there were no errors. The first
+// error counts, because later ones follow from it; but the messages of a repair say more, and come
+// before it.
+std::string takeCause() {
+    std::string cause;
+    for (const std::string& error : std::exchange(g_errors, {})) {
+        const std::vector<FoundMessage> found = findMessages(error);
+        const MessageId id = found.empty() ? MessageId::kOther : found.front().message->id;
+        if (std::find(std::begin(kTelling), std::end(kTelling), id) != std::end(kTelling)) {
+            return describe(found.front(), /*with_code=*/false);
+        }
+        if (cause.empty()) {
+            cause = found.empty() ? escape(withoutEscapes(error))
+                                  : describe(found.front(), /*with_code=*/false);
+        }
+    }
+    return cause;
+}
+
+}  // namespace
+
+void captureLog() {
+    __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
+    __android_log_set_logger(logger);
+}
+
+void showLog() {
+    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+    g_shown = true;
+}
 
 std::string resultText(int code) {
     const ResultCode* found = findResultCode(code);

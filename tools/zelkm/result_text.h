@@ -1,13 +1,22 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Puts the result of a library call into words.
+// Keeps the errors that the library logs in this process, and puts the result of a call into words,
+// with its cause.
 
 #pragma once
 
 #include <string>
 
 namespace zelkm_tool {
+
+// From now on the library's errors are kept. Nothing of its log is printed, except a message that
+// ends the process.
+void captureLog();
+
+// From now on the whole log is also printed to standard error. Escape sequences appear only on a
+// terminal, and not when NO_COLOR is set in the environment.
+void showLog();
 
 // The code and its meaning, e.g. "-914 stale table handle".
 std::string resultText(int code);

@@ -7,6 +7,8 @@
 
 #include <file_names.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -22,19 +24,36 @@ using zelkm::kTemporarySuffix;
 // The error file with its rolled versions, the oldest first.
 inline constexpr const char* kErrorFiles[] = {"zelko_err.2.txt", "zelko_err.1.txt", kErrorFile};
 
-bool isErrorFile(const std::string& name);
+inline bool isErrorFile(const std::string& name) {
+    return std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) != std::end(kErrorFiles);
+}
 
 inline constexpr char kRefusedFile[] = "secure_objects.db.refused";
 inline constexpr char kRootKeyFile[] = "soft_keymaster_root.key";
 inline constexpr char kAttestationRootFile[] = "soft_keymaster_root.key.attest";
 
 // The names under which a version of such a file can lie: the current one, ".tmp" and ".bak".
-std::vector<std::string> versionsOf(const std::string& name);
+inline std::vector<std::string> versionsOf(const std::string& name) {
+    return {name, name + kTemporarySuffix, name + kBackupSuffix};
+}
 
 // The versions of the store, of its key and of the digest.
-std::vector<std::string> storeNames();
+inline std::vector<std::string> storeNames() {
+    std::vector<std::string> names;
+    for (const char* base : {kStoreFile, kKeyFile, kKeyDigestFile}) {
+        for (const std::string& name : versionsOf(base)) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
 
 // All names that the library or this tool opens in a store directory.
-std::vector<std::string> usedNames();
+inline std::vector<std::string> usedNames() {
+    std::vector<std::string> names = storeNames();
+    names.insert(names.end(), {kRefusedFile, kRootKeyFile, kAttestationRootFile});
+    names.insert(names.end(), std::begin(kErrorFiles), std::end(kErrorFiles));
+    return names;
+}
 
 }  // namespace zelkm_tool
