@@ -627,6 +627,7 @@ TEST_F(KeymasterCheck, TriesASavedKeyAfterAnUpgradeOfTheSystem) {
          {"later.key"},
          1},
         {"counted", named("counted-nonce"), {"later.nonces"}, 1},
+        {"fixed", named("fixed-nonce"), {"later.nonces"}, 1},
         {"full", failing(Call::kBegin, ErrorCode::TOO_MANY_OPERATIONS), {}, 3},
     };
     uint32_t level = SoftKeymaster::Options().patch_level;

@@ -72,11 +72,12 @@ void readSavedKey(const std::string& text, SavedKey* saved) {
     std::string rest = text;
     takeLine(&rest);
     SavedKey read = {takeLine(&rest), takeLine(&rest), takeLine(&rest)};
-    while (!rest.empty()) {
+    size_t nonces = 0;  // which may be equal
+    for (; !rest.empty(); ++nonces) {
         read.nonces.insert(takeLine(&rest));
     }
     read.nonces.insert(read.nonce);
-    if (!savedBy(text).empty() && read.nonces.size() > kNonces) {
+    if (!savedBy(text).empty() && nonces == kNonces) {
         *saved = read;
     }
 }

@@ -102,7 +102,9 @@ inline std::string described(const hidl_vec<KeyParameter>& params) {
     return "[" + result + "]";
 }
 
-// The software keymaster handles the calls that the library does not make.
+// The software keymaster handles the calls that the library does not make. This is no
+// FaultKeymaster, whose records are copies: tests ask where the arguments lie, since secrets must
+// not be copied, and whether tokens are empty.
 class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     using Blob = hidl_vec<uint8_t>;
     using Params = hidl_vec<KeyParameter>;

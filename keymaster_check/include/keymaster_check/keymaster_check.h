@@ -75,6 +75,7 @@ using Handle = android::hardware::keymaster::V4_0::support::Keymaster;
 // One finding for each requirement, in their order. Borrows `keymaster` for the call.
 //
 // The check deletes the keys that it makes, with deleteKey. It aborts the operations that it opens.
+// It can do neither when a call never returns.
 // Those that the library itself leaves open when calls fail stay open. The library's objects stay
 // allocated, a few kilobytes. While the library runs, the working directory is a new one under
 // TMPDIR, else under /data/local/tmp or /tmp. The check removes it afterwards. Throws nothing.
