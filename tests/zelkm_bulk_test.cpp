@@ -126,11 +126,11 @@ TEST_F(ZelkmTool, ImportNamesWhatItRefuses) {
 
     const Outcome some =
         run({"import", "--keep-going", "-"},
-            "\xEF\xBB\xBF" + header + "c,a,1\nc,b,[x]\n\"c\",\"\"\"\",\nc,\x1e,\n");
+            "\xEF\xBB\xBF" + header + "c,a,1\nc,b,[x]\n\"c\",\"\"\"\",\nc,\x1e,\nc,b,1\n");
     EXPECT_EQ(some.status, 1);
-    EXPECT_EQ(some.out, "imported 2 objects\n");
+    EXPECT_EQ(some.out, "imported 3 objects\n");  // b is one: a refused object takes no name
     EXPECT_TRUE(some.says("line 3: ") && some.says("line 5: ") && some.says("left out 2 objects"));
-    EXPECT_EQ(done({"aliases"}), "old::k1\nc::a\nc::\"\n");
+    EXPECT_EQ(done({"aliases"}), "old::k1\nc::a\nc::\"\nc::b\n");
 }
 
 // The files that spreadsheets and other programs write.

@@ -124,9 +124,11 @@ TEST_F(ZelkmExplain, ColorsOnlyTerminalsThatWantIt) {
         EXPECT_NE(std::system((environment + command).c_str()), 0);
         return text("typescript");
     };
-    const std::string colored = typescript("");
-    EXPECT_NE(colored.find("[\033[31mERR\033[0m] (velt_secure"), std::string::npos) << colored;
-    EXPECT_NE(colored.find("SELECT \\x1b"), std::string::npos) << colored;
+    for (const char* unset : {"", "NO_COLOR= "}) {
+        const std::string colored = typescript(unset);
+        EXPECT_NE(colored.find("[\033[31mERR\033[0m] (velt_secure"), std::string::npos) << colored;
+        EXPECT_NE(colored.find("SELECT \\x1b"), std::string::npos) << colored;
+    }
     const std::string plain = typescript("NO_COLOR=1 ");
     EXPECT_NE(plain.find("[ERR] (velt_secure"), std::string::npos) << plain;
     EXPECT_EQ(plain.find('\033'), std::string::npos) << plain;

@@ -31,6 +31,8 @@ std::string csv(const std::string& value) {
     return value.find_first_of(",\"\r\n") == value.npos ? value : '"' + quoted + '"';
 }
 
+constexpr auto kPrivate = std::filesystem::perms(0600);
+
 TEST_F(ZelkmTool, AcceptedValuesComeBackAsGiven) {
     std::vector<std::string> values = {"x) WHERE ALIAS=*",
                                        "(",
@@ -304,7 +306,7 @@ TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {
     flipLastByte(current);
     EXPECT_TRUE(run({"list"}).says("put the backup in place"));
     EXPECT_EQ(text(current), first);
-    EXPECT_TRUE(std::filesystem::exists(current + ".refused"));
+    EXPECT_EQ(std::filesystem::status(current + ".refused").permissions(), kPrivate);
     EXPECT_EQ(done({"aliases"}), "app::k1\n");
 
     std::filesystem::rename(current, current + ".tmp");
@@ -337,6 +339,7 @@ TEST_F(ZelkmTool, MakesRequestsAndChains) {
     done({"csr", "--out", "r.pem"});
     EXPECT_EQ(text("r.pem").find("-----BEGIN CERTIFICATE REQUEST-----"), 0u);
     const std::string key = text("r.pem.keyblob");
+    EXPECT_EQ(std::filesystem::status("r.pem.keyblob").permissions(), kPrivate);
     EXPECT_TRUE(run({"csr", "--out", "r.pem"}).says("already holds a key"));
     EXPECT_EQ(text("r.pem.keyblob"), key);
     EXPECT_EQ(done({"csr", "--key", "r.pem.keyblob", "--der", "--out", "-"})[0], '\x30');
@@ -344,7 +347,7 @@ TEST_F(ZelkmTool, MakesRequestsAndChains) {
 
     done({"attest", "--out-dir", "pem", "--key", "r.pem.keyblob"});
     done({"attest", "--out-dir", "der", "--rsa", "--der", "--challenge", "c"});
-    EXPECT_TRUE(std::filesystem::exists("der/key.keyblob"));
+    EXPECT_EQ(std::filesystem::status("der/key.keyblob").permissions(), kPrivate);
     const std::vector<std::string> pem = {"pem/cert-1.pem", "pem/cert-2.pem", "pem/cert-3.pem"};
     const std::string together = text(pem[0]) + text(pem[1]) + text(pem[2]);
     write("all.pem", together);
