@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         folder.write(names[which], input.block());
     }
     const zelkm_tool::Directory directory(folder.path());
-    zelkm_tool::StoreTrials trials(directory);
+    zelkm_tool::KeyTrials trials(directory);
     const zelkm_tool::Evidence evidence = zelkm_tool::collectEvidence(directory);
     const zelkm_tool::Report report = zelkm_tool::examine(evidence, &trials);
 

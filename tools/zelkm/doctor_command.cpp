@@ -159,7 +159,7 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
     const DirectoryLock lock(
         directory, session,
         options.repair ? DirectoryLock::Mode::kExclusive : DirectoryLock::Mode::kShared);
-    StoreTrials trials(directory);
+    KeyTrials trials(directory);
     Report report = examine(readAsUser(directory), &trials);
     if (options.repair && !report.diagnosis.changes.empty()) {
         const std::vector<Change> changes = report.diagnosis.changes;

@@ -43,7 +43,7 @@ NamedKeys keysOf(const StoreFiles& files) {
 class StoreDoctor {
   public:
     // `elsewhere`: there is a store, or may be, besides these files.
-    StoreDoctor(const StoreFiles& files, bool elsewhere, StoreTrials* trials)
+    StoreDoctor(const StoreFiles& files, bool elsewhere, KeyTrials* trials)
         : files_(files), elsewhere_(elsewhere), trials_(trials), by_digest_(keyOfDigest(files)) {
         const NamedKeys keys = keysOf(files);
         for (const std::string& name : versionsOf(kStore)) {
@@ -57,13 +57,13 @@ class StoreDoctor {
         const std::string chosen = chooseStore();
         opening_ = chosen.empty() ? "" : reading(chosen).key;
         judgeStore();
-        judgeVersions(chosen);
         judgeKey();
         judgeDigest();
+        judgeVersions(chosen);
         judgeLeftovers();
         putStore(chosen);
+        diagnosis_.changes.insert(diagnosis_.changes.end(), removals_.begin(), removals_.end());
         judgeDisguises();
-        sortChanges();
         diagnosis_.decrypted = chosen == kStore && opening_ == kKey && !reading(kStore).finding;
         return std::move(diagnosis_);
     }
@@ -84,10 +84,10 @@ class StoreDoctor {
     }
     void remove(const std::string& file, const std::string& why) {
         const bool is_known =
-            std::any_of(diagnosis_.changes.begin(), diagnosis_.changes.end(),
+            std::any_of(removals_.begin(), removals_.end(),
                         [&](const Change& change) { return change.file == file; });
         if (has(file) && !is_known) {
-            diagnosis_.changes.push_back({file, std::nullopt, why});
+            removals_.push_back({file, std::nullopt, why});
         }
     }
 
@@ -200,7 +200,7 @@ class StoreDoctor {
             add(Id::kKeyMissing, kKey, kDigest + " is the digest of " + by_digest_);
             replace(kKey, contentOf(by_digest_), "from " + by_digest_);
         } else if (opening_.empty() && is_missing && needsKey()) {
-            add(Id::kKeyMissing, kKey, has(kKey) ? "is empty" : "there is no such file");
+            add(Id::kKeyMissing, kKey, has(kKey) ? "is empty or zeros" : "there is no such file");
         } else if (opening_.empty() && !is_missing && trials_->canDecrypt() &&
                    trials_->keyStatus(contentOf(kKey)) != ZELKM_OK) {
             add(Id::kKeyNotAccepted, kKey, resultText(trials_->keyStatus(contentOf(kKey))));
@@ -262,46 +262,36 @@ class StoreDoctor {
         }
     }
 
-    // A key or digest that was encoded on its way makes the others look wrong.
+    // A key or digest that was encoded on its way makes the others look wrong, so nothing is
+    // changed then.
     void judgeDisguises() {
         const auto is_digest = [](std::string_view bytes) { return bytes.size() == kDigestLen; };
         const auto is_key = [this](std::string_view bytes) {
             return sha256(std::string(bytes)) == contentOf(kDigest);
         };
-        if (has(kDigest) && opening_.empty()) {
-            addDisguise(kDigest, describeDisguise(contentOf(kDigest), is_digest));
+        if (opening_.empty()) {
+            const std::string digest = describeDisguise(contentOf(kDigest), is_digest);
+            const std::string key =
+                by_digest_ == kKey ? "" : describeDisguise(contentOf(kKey), is_key);
+            if (has(kDigest) && !digest.empty()) {
+                add(Id::kDisguised, kDigest, digest);
+            }
+            if (!key.empty() || (by_digest_ != kKey && isText(contentOf(kKey)))) {
+                add(Id::kDisguised, kKey, key.empty() ? "is text" : key);
+            }
         }
-        if (has(kKey) && opening_.empty() && by_digest_ != kKey) {
-            const std::string words = describeDisguise(contentOf(kKey), is_key);
-            addDisguise(kKey, words.empty() && isText(contentOf(kKey)) ? "is text" : words);
-        }
-        const bool any = std::any_of(diagnosis_.findings.begin(), diagnosis_.findings.end(),
-                                     [](const Finding& f) { return f.id == Id::kDisguised; });
-        if (any) {
+        if (std::any_of(diagnosis_.findings.begin(), diagnosis_.findings.end(),
+                        [](const Finding& f) { return f.id == Id::kDisguised; })) {
             diagnosis_.changes.clear();
         }
     }
 
-    void addDisguise(const std::string& name, const std::string& words) {
-        if (!words.empty()) {
-            add(Id::kDisguised, name, words);
-        }
-    }
-
-    // The key comes before its store, and removals come last.
-    void sortChanges() {
-        const auto rank = [](const Change& change) {
-            return !change.content ? 3 : change.file == kKey ? 0 : change.file == kDigest ? 1 : 2;
-        };
-        std::stable_sort(diagnosis_.changes.begin(), diagnosis_.changes.end(),
-                         [&](const Change& a, const Change& b) { return rank(a) < rank(b); });
-    }
-
     const StoreFiles& files_;
     const bool elsewhere_;
-    StoreTrials* const trials_;
+    KeyTrials* const trials_;
     const std::string by_digest_;
     std::string opening_;  // the key file that decrypts the chosen store; empty when none does
+    std::vector<Change> removals_;  // the last changes
     Diagnosis diagnosis_;
 };
 
@@ -379,7 +369,7 @@ void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
 
 // Looks for stores and keys under other names. Returns whether there may be a store that is newer
 // than the versions here.
-bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, StoreTrials* trials,
+bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, KeyTrials* trials,
                    std::vector<Finding>* findings) {
     const StoreFiles files = evidence.storeFiles();
     const std::string* const digest = evidence.content(kDigest);
@@ -425,7 +415,7 @@ StoreFiles applied(StoreFiles files, const std::vector<Change>& changes) {
     return files;
 }
 
-Diagnosis diagnose(const Evidence& evidence, StoreTrials* trials) {
+Diagnosis diagnose(const Evidence& evidence, KeyTrials* trials) {
     std::vector<Finding> around;
     const StoreFiles files = evidence.storeFiles();
     Diagnosis diagnosis;

@@ -89,7 +89,7 @@ Json changesJson(const std::vector<Change>& changes) {
 
 }  // namespace
 
-Report examine(const Evidence& evidence, StoreTrials* trials) {
+Report examine(const Evidence& evidence, KeyTrials* trials) {
     const LogEvidence log = readErrorFiles(evidence);
     Report report = {evidence, diagnose(evidence, trials), {}, log.timeline, {}, {}};
     report.findings = report.diagnosis.findings;

@@ -39,7 +39,7 @@ struct Diagnosis {
 };
 
 // From the evidence alone.
-Diagnosis diagnose(const Evidence& evidence, StoreTrials* trials);
+Diagnosis diagnose(const Evidence& evidence, KeyTrials* trials);
 
 // An event of the log, in words.
 struct Moment {
@@ -68,7 +68,7 @@ struct Report {
     Verdict verdict() const { return verdictOf(findings); }
 };
 
-Report examine(const Evidence& evidence, StoreTrials* trials);
+Report examine(const Evidence& evidence, KeyTrials* trials);
 
 // A file's size, mode, owner and time, for people. JSON has them as "name", "kind", "size", "mode",
 // "uid", "gid" and "modified".

@@ -37,7 +37,7 @@ std::string joined(const std::vector<std::string>& parts) {
 // several ways.
 class Examination {
   public:
-    Examination(const std::string& file, const NamedKeys& keys, StoreTrials* trials)
+    Examination(const std::string& file, const NamedKeys& keys, KeyTrials* trials)
         : file_(file),
           header_(*parseStoreHeader(file)),
           available_(static_cast<uint32_t>(file.size() - zelkm::kHeaderLen)),
@@ -112,7 +112,7 @@ class Examination {
         }
         const std::string store = withStoreHeader(file_, true, header_.row_count, len);
         for (const auto& [name, key] : keys_) {
-            const StoreTrials::Trial trial = trials_->read(store, key);
+            const KeyTrials::Trial trial = trials_->read(store, key);
             if (trial.keymaster == ZELKM_OK) {
                 return describe(store, trial, name, key);
             }
@@ -127,7 +127,7 @@ class Examination {
     }
 
     // Describes what was decrypted. All of it should be rows: then they can be counted.
-    StoreReading describe(const std::string& store, const StoreTrials::Trial& trial,
+    StoreReading describe(const std::string& store, const KeyTrials::Trial& trial,
                           const std::string& name, const std::string& key) {
         const StoreRows rows = parseStoreRows(trial.payload, header_);
         const auto len = static_cast<uint32_t>(trial.payload.size());
@@ -183,14 +183,14 @@ class Examination {
     const StoreHeader header_;
     const uint32_t available_;
     const NamedKeys& keys_;
-    StoreTrials* const trials_;
+    KeyTrials* const trials_;
     bool refused_ = false;  // an accepted key does not decrypt it
     std::vector<std::string> refusals_;
 };
 
 }  // namespace
 
-StoreReading readStore(const std::string& file, const NamedKeys& keys, StoreTrials* trials) {
+StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials* trials) {
     if (isBlank(file)) {
         return {State::kDead, file.empty() ? "is empty" : "holds only zeros", Id::kStoreEmpty, "",
                 ""};

@@ -6,44 +6,15 @@
 
 #pragma once
 
-#include <soft_keymaster/soft_keymaster.h>
-
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "directory.h"
 #include "doctor_findings.h"
+#include "key_trial.h"
 
 namespace zelkm_tool {
-
-// Tries a store with the keymaster and the library's engine, in memory. No file is written and no
-// key is copied. The library's own repairs do not run: they can make things worse.
-class StoreTrials {
-  public:
-    // Uses the software keymaster's root key in the directory, if there is one that can be opened.
-    explicit StoreTrials(const Directory& directory);
-
-    // False without a root key: no key blob can then be tried.
-    bool canDecrypt() const { return keymaster_.has_value(); }
-
-    // The keymaster's answer to a key blob, at the level of that key.
-    int keyStatus(const std::string& key);
-
-    struct Trial {
-        int engine;           // the engine's result
-        int keymaster;        // 0, or why the keymaster did not decrypt the payload
-        std::string payload;  // the decrypted payload; empty when it was not decrypted
-    };
-    // Lets the library's engine read a store file with a key blob. Without a key blob only a
-    // plaintext can be read.
-    Trial read(const std::string& store, const std::string& key);
-
-  private:
-    std::optional<Descriptor> root_key_;
-    std::optional<soft_keymaster::SoftKeymaster> keymaster_;
-};
 
 // Key blobs to try, each with the name of its file.
 using NamedKeys = std::vector<std::pair<std::string, std::string>>;
@@ -73,6 +44,6 @@ struct StoreReading {
 };
 
 // `file` may hold any bytes.
-StoreReading readStore(const std::string& file, const NamedKeys& keys, StoreTrials* trials);
+StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials* trials);
 
 }  // namespace zelkm_tool

@@ -14,7 +14,7 @@
 #include "command_line.h"
 #include "doctor_report.h"
 #include "failure.h"
-#include "key_level.h"
+#include "key_trial.h"
 #include "output.h"
 #include "store_file.h"
 #include "store_names.h"

@@ -19,7 +19,7 @@
 #include "bytes.h"
 #include "failure.h"
 #include "files.h"
-#include "key_level.h"
+#include "key_trial.h"
 #include "result_text.h"
 #include "store_file.h"
 
