@@ -172,30 +172,4 @@ TEST(Diagnostics, PageHasTheTables) {
         << "docs/diagnostics.md must hold what 'zelkm explain --all' prints";
 }
 
-TEST(Describe, NamesTheSystemsErrorAndTheCode) {
-    const auto text = [](MessageId id, const std::vector<std::string>& arguments) {
-        std::string result;
-        for (const MessageGroup& group : messageGroups()) {
-            for (const Message& message : group.messages) {
-                result += message.id == id ? describe({&message, arguments}, true) : "";
-            }
-        }
-        return result;
-    };
-    EXPECT_EQ(text(MessageId::kWriteFailed, {"No space left on device", "28"}),
-              "the new version of a file could not be written: the disk is full (No space left on "
-              "device)");
-    EXPECT_EQ(text(MessageId::kWriteFailed, {"Success", "0"}),
-              "the new version of a file could not be written: not all bytes were written, as when "
-              "the disk is full");
-    EXPECT_EQ(text(MessageId::kTmpNotCreated, {"\033[2J", "13"}),
-              "the .tmp file of a new version cannot be created: \\x1b[2J");
-    EXPECT_EQ(
-        text(MessageId::kBeginRefused, {"-48"}),
-        "the keymaster refused to begin an operation (-48 SECURE_HW_BUSY: the secure hardware "
-        "is busy)");
-    EXPECT_EQ(text(MessageId::kBeginRefused, {"-4242"}),
-              "the keymaster refused to begin an operation");
-}
-
 }  // namespace

@@ -568,15 +568,4 @@ TEST_F(ZelkmDoctor, InfoShowsTheSameFacts) {
     EXPECT_EQ(info["files"][0]["mode"], "0600");
 }
 
-// The other commands do not touch a damaged directory and name the doctor.
-TEST_F(ZelkmDoctor, IsNamedByTheOthers) {
-    cut(S, 0);
-    EXPECT_TRUE(run({"list"}).says("zelkm doctor"));
-    drop(S);
-    EXPECT_TRUE(run({"add", "--alias", "a", "--creator", "c"}).says("zelkm doctor"));
-    put(start_);
-    drop(K);
-    EXPECT_TRUE(run({"list"}).says("zelkm doctor"));
-}
-
 }  // namespace

@@ -293,8 +293,11 @@ TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {
     add("k1", "app");
     const std::string first = text(current);
     std::filesystem::rename("s/edbk", "kept");
-    EXPECT_TRUE(run({"list"}).says("edbk is missing"));
+    EXPECT_TRUE(run({"list"}).says("edbk is missing: see 'zelkm doctor'"));
     std::filesystem::rename("kept", "s/edbk");
+    write(current, "");
+    EXPECT_TRUE(run({"list"}).says("is empty, which no store ever is; 'zelkm doctor'"));
+    write(current, first);
 
     flipLastByte(current);  // and there is no backup yet
     const std::string damaged = text(current);
@@ -314,7 +317,7 @@ TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {
              {"list"}, {"add", "--alias", "a", "--creator", "c"}}) {
         const Outcome outcome = run(args);
         EXPECT_EQ(outcome.status, 1);
-        EXPECT_TRUE(outcome.says("interrupted"));
+        EXPECT_TRUE(outcome.says("interrupted; 'zelkm doctor'"));
     }
     EXPECT_EQ(text(current + ".tmp"), first);
 }
