@@ -11,6 +11,7 @@
 #include <csignal>
 #include <thread>
 
+#include "../tools/zelkm/store_file.h"
 #include "zelkm_program.h"
 
 namespace {
@@ -118,9 +119,7 @@ TEST_F(ZelkmTool, ImportNamesWhatItRefuses) {
     };
     add("k1", "old");
     for (const auto& [text, reason] : cases) {
-        const Outcome outcome = run({"import", "-"}, text);
-        EXPECT_EQ(outcome.status, 1) << text;
-        EXPECT_TRUE(outcome.says(reason)) << outcome.err;
+        refused(1, reason, {"import", "-"}, text);
     }
     EXPECT_EQ(done({"aliases"}), "old::k1\n");
 
@@ -135,6 +134,10 @@ TEST_F(ZelkmTool, ImportNamesWhatItRefuses) {
 
 // The files that spreadsheets and other programs write.
 TEST_F(ZelkmTool, ImportsWhatOthersWrite) {
+    std::string ones;
+    while (ones.size() < 400000) {
+        ones += "1,";
+    }
     const std::pair<std::string, std::string> cases[] = {
         {"alias;Creator;ADMIN;;\r\na;c;1,2;;\r\n;;;;\r\nb;c;;;\r\n\r\n", ""},
         {"\xEF\xBB\xBF"
@@ -157,15 +160,7 @@ TEST_F(ZelkmTool, ImportsWhatOthersWrite) {
         {R"([[{"x":1}], {"ALIAS":["a"]}])", "object 1: not an object"},
         {R"([{"ALIAS":{"hex":[{"x":1}]}}])", "object 1: the values are nested too deep"},
         {"ALIAS\n" + std::string(1000, '\n') + "a", "line 1002: CREATOR is missing"},
-        {"[" +
-             [] {
-                 std::string all;
-                 for (int i = 0; i < 200000; ++i)
-                     all += "1,";
-                 return all;
-             }() +
-             "1]",
-         "object 200001: more than 200000 objects"},
+        {"[" + ones + "1]", "object 200001: more than 200000 objects"},
     };
     for (const auto& [text, expected] : cases) {
         std::filesystem::remove_all("s");
@@ -225,23 +220,13 @@ TEST_F(ZelkmTool, RefusesToMakeAStoreThatIsNotRead) {
     EXPECT_TRUE(run({"import", "-"}, objects(130000)).says("share 1040384"));
     EXPECT_EQ(run({"import", "--quiet", "-"}, objects(1)).err, "");
 
-    const auto plainStore = [](const std::string& rows, size_t count) {
-        std::string store = "SOBv1.1     " + std::string(40, '\0') + rows + '\0';
-        for (size_t i = 0; i < 4; ++i) {
-            store[44 + i] = static_cast<char>(count >> (8 * i));
-            store[48 + i] = static_cast<char>((rows.size() + 1) >> (8 * i));
-        }
-        return store;
-    };
-    const std::string row_end = "\x1e\x1e\x1e\x1e\x1e\x1e\n";
-    std::string rows;
-    for (int i = 0; i < 10001; ++i) {
-        rows += row_end;
-    }
-    write("s/secure_objects.db", plainStore(rows, 10001));
-    EXPECT_NE(done({"info", "--json"}).find("only the first 10000 of 10001 rows"), rows.npos);
+    using Rows = std::vector<std::vector<std::string>>;
+    write("s/secure_objects.db", zelkm_tool::plainStore(Rows(10001, Rows::value_type(6))));
+    EXPECT_NE(done({"info", "--json"}).find("only the first 10000 of 10001 rows"),
+              std::string::npos);
 
-    const std::string store = plainStore(std::string((64 << 20) - 100000, 'x') + row_end, 1);
+    const std::string large((64 << 20) - 100000, 'x');
+    const std::string store = zelkm_tool::plainStore({{large, "", "", "", "", ""}});
     write("s/secure_objects.db", store);
     const std::string too_large = "67108864 is read";
     EXPECT_TRUE(run({"import", "-"}, objects(110000)).says(too_large));

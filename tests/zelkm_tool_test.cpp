@@ -23,54 +23,23 @@ constexpr char kRow[] =
     "app\x1e\x1e\x1e\x1e\x1e\n";
 constexpr char kMagic[] = "SOBv1.1     ";
 
-std::string csv(const std::string& value) {
-    std::string quoted;
-    for (char c : value) {
-        quoted += c == '"' ? "\"\"" : std::string(1, c);
-    }
-    return value.find_first_of(",\"\r\n") == value.npos ? value : '"' + quoted + '"';
-}
-
 constexpr auto kPrivate = std::filesystem::perms(0600);
 
 TEST_F(ZelkmTool, AcceptedValuesComeBackAsGiven) {
-    std::vector<std::string> values = {"x) WHERE ALIAS=*",
-                                       "(",
-                                       " ",
-                                       "  both  ",
-                                       "{}",
-                                       "[a,b]",
-                                       "%%",
-                                       "--",
-                                       "-x",
-                                       "**",
-                                       "a<b>=c",
-                                       "x AND",
-                                       "AND x\t",
-                                       "a,,b,",
-                                       "\"q\" \\x41",
-                                       "\xc3\xbc"};
-    for (int byte = 1; byte < 256; ++byte) {
-        const char c = static_cast<char>(byte);
-        if (std::strchr("\x1e\x1f\n,", c) == nullptr) {
-            values.push_back({c, 'm', c});
-        }
-    }
-    while (values.size() % 4 != 0) {
-        values.push_back("more");
-    }
-    std::string expected = "ALIAS,CREATOR,ADMIN,ACCESSOR\r\n";
-    for (const std::string* v = values.data(); v != values.data() + values.size(); v += 4) {
+    const std::vector<std::string> objects[] = {{"x) WHERE ALIAS=*", "(", " ", "  both  "},
+                                                {"{}", "[a,b]", "%%", "--"},
+                                                {"-x", "**", "a<b>=c", "x AND"},
+                                                {"AND x\t", "a,,b,", "\"q\" \\x41", "\xc3\xbc"}};
+    for (const auto& v : objects) {
         done({"add", "--as-is", "--alias", v[0], "--creator", v[1], "--admin", v[2], "--accessor",
               v[3]});
-        expected += csv(v[0]) + ',' + csv(v[1]) + ',' + csv(v[2]) + ',' + csv(v[3]) + "\r\n";
     }
-    EXPECT_EQ(done({"list", "--csv", "--columns", "ALIAS,CREATOR,ADMIN,ACCESSOR"}), expected);
-
-    for (size_t i = 0; i < values.size(); i += 4) {
-        if (i < 16 || i % 32 == 0) {
-            EXPECT_EQ(done({"remove", "--where", "ALIAS=" + values[i]}), "removed 1 object\n");
-        }
+    EXPECT_EQ(done({"list", "--csv", "--columns", "ALIAS,CREATOR,ADMIN,ACCESSOR"}),
+              "ALIAS,CREATOR,ADMIN,ACCESSOR\r\nx) WHERE ALIAS=*,(, ,  both  \r\n"
+              "{},\"[a,b]\",%%,--\r\n-x,**,a<b>=c,x AND\r\n"
+              "AND x\t,\"a,,b,\",\"\"\"q\"\" \\x41\",\xc3\xbc\r\n");
+    for (const auto& v : objects) {
+        EXPECT_EQ(done({"remove", "--where", "ALIAS=" + v[0]}), "removed 1 object\n");
     }
 }
 
@@ -86,24 +55,17 @@ TEST_F(ZelkmTool, RefusesValuesThatBreakACommandOrARow) {
         {"a AND b", "bytes 2 to 6"},
     };
     for (const auto& [value, reason] : cases) {
-        for (const auto& args : std::vector<std::vector<std::string>>{
-                 {"add", "--alias", value, "--creator", "c"},
-                 {"add", "--alias", "a", "--creator", "c", "--accessor", value},
-                 {"list", "--where", "ALIAS=" + value},
-                 {"remove", "--all", "--where", "FOO=" + value}}) {
-            const Outcome outcome = run(args);
-            EXPECT_EQ(outcome.status, 2) << value;
-            EXPECT_TRUE(outcome.says(reason)) << outcome.err;
-        }
+        refused(2, reason, {"add", "--alias", "a", "--creator", "c", "--accessor", value});
+        refused(2, reason, {"remove", "--all", "--where", "FOO=" + value});
     }
-    EXPECT_EQ(run({"add", "--alias", "*", "--creator", "c"}).status, 2);
-    EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--admin=", "--privileged"}).status, 2);
-    EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--creator-uid", "0x1"}).status, 2);
+    refused(2, "every object", {"add", "--alias", "*", "--creator", "c"});
+    refused(2, "--admin=", {"add", "--alias", "a", "--creator", "c", "--admin=", "--privileged"});
+    refused(2, "decimal", {"add", "--alias", "a", "--creator", "c", "--creator-uid", "0x1"});
     for (const char* list :
          {"[20000..10000]", "[1..5", "10*00", "1000, 2000", "1 ,2", "[1..4294967296]", "[1.5]",
           "[a..b]", "[1..2]3", "[1..2][3..4]", "1,[2,3]"}) {
-        EXPECT_EQ(run({"add", "--alias", "a", "--creator", "c", "--accessor", list}).status, 2)
-            << list;
+        refused(2, "--accessor: item",
+                {"add", "--alias", "a", "--creator", "c", "--accessor", list});
     }
     EXPECT_TRUE(std::filesystem::is_empty("s"));
     for (const char* list : {"[..]", "[5..],*_x[1..2]*", "[1..4294967295]a1*#", "a,,b,"}) {
@@ -125,12 +87,9 @@ TEST_F(ZelkmTool, StandsInFrontOfCarelessConditions) {
     EXPECT_EQ(run({"list", "--columns", "ALIAS,FOO"}).status, 2);
     EXPECT_EQ(done({"remove", "--all", "--where", "ALIAS>=k1"}), "removed 0 objects\n");
     EXPECT_EQ(done({"remove", "--where", "ALIAS=k1", "CREATOR=other"}), "removed 0 objects\n");
-    EXPECT_EQ(done({"aliases"}), "app::k1\napp::k2\n");
-
-    const std::vector<std::string> k1 = {"remove", "--where", "ALIAS=k1"};
     EXPECT_EQ(done({"remove", "--where", "ALIAS=k1", "--dry-run"}),
               "would remove app::k1\nwould remove 1 object\n");
-    EXPECT_EQ(done(k1), "removed 1 object\n");
+    EXPECT_EQ(done({"remove", "--where", "ALIAS=k1"}), "removed 1 object\n");
     EXPECT_EQ(done({"remove", "--all", "--where", "FOO=x"}), "removed 1 object\n");
     add("k3", "app");
     EXPECT_EQ(done({"remove", "--all"}), "removed 1 object\n");
@@ -161,9 +120,7 @@ TEST_F(ZelkmTool, ShowsObjects) {
     EXPECT_EQ(done({"query", "SELECT (ALIAS) WHERE CREATOR=\\x1fb\\x1f"}),
               "status 0 success\nk2\\x1e\n\\x00\n");
     EXPECT_EQ(run({"query", "SELECT (ALIAS) WHERE \\x1"}).status, 2);
-    const Outcome refused = run({"query", "DELETE WHERE ALIAS=\\x1fnone\\x1f"});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_TRUE(refused.says("-917 no object matched"));
+    refused(1, "-917 no object matched", {"query", "DELETE WHERE ALIAS=\\x1fnone\\x1f"});
 }
 
 TEST_F(ZelkmTool, ReadsWhatOthersStored) {
@@ -194,17 +151,14 @@ TEST_F(ZelkmTool, ExitStatusTellsUsageFromRefusal) {
         {{"list", "--json", "--csv"}, "excludes"},
     };
     for (const auto& [args, words] : wrong) {
-        const Outcome outcome = run(args);
-        EXPECT_TRUE(outcome.status == 2 && outcome.says(words)) << outcome.err;
+        refused(2, words, args);
     }
     EXPECT_EQ(done({"help", "add"}).find("Store an object"), 0u);
     EXPECT_EQ(done({"--version"}).find("zelkm "), 0u);
     EXPECT_EQ(run({"list", "--patch-level", "x"}).status, 2);
     for (const char* command : {"list", "info"}) {
         std::filesystem::remove("s");
-        const Outcome outcome = run({command});
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_TRUE(outcome.says("directory s: "));
+        refused(1, "directory s: ", {command});
     }
 }
 
@@ -271,12 +225,8 @@ TEST_F(ZelkmTool, InfoReadsAnyBytes) {
     EXPECT_NE(shown.find("does NOT match"), shown.npos);
     write("s/edbk_digest", std::string(31, 'd'));
     EXPECT_NE(done({"info"}).find("not 32 bytes long"), shown.npos);
-    for (const char* missing : {"s/edbk_digest", "s/edbk"}) {  // one without the other: no verdict
-        const std::string content = text(missing);
-        std::filesystem::remove(missing);
-        EXPECT_EQ(done({"info"}).find(" match"), shown.npos) << missing;
-        write(missing, content);
-    }
+    std::filesystem::remove("s/edbk");  // one without the other: no verdict
+    EXPECT_EQ(done({"info"}).find(" match"), shown.npos);
 
     std::filesystem::remove_all("s");
     std::filesystem::create_directory("s");
@@ -313,12 +263,8 @@ TEST_F(ZelkmTool, KeepsAStoreThatTheLibraryWouldLose) {
     EXPECT_EQ(done({"aliases"}), "app::k1\n");
 
     std::filesystem::rename(current, current + ".tmp");
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"list"}, {"add", "--alias", "a", "--creator", "c"}}) {
-        const Outcome outcome = run(args);
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_TRUE(outcome.says("interrupted; 'zelkm doctor'"));
-    }
+    refused(1, "interrupted; 'zelkm doctor'", {"list"});
+    refused(1, "interrupted; 'zelkm doctor'", {"add", "--alias", "a", "--creator", "c"});
     EXPECT_EQ(text(current + ".tmp"), first);
 }
 
@@ -379,9 +325,7 @@ TEST_F(ZelkmTool, MakesRequestsAndChains) {
     for (const auto& [files, reason] : cases) {
         std::vector<std::string> args = {"verify-chain"};
         args.insert(args.end(), files.begin(), files.end());
-        const Outcome outcome = run(args);
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_TRUE(outcome.says(reason)) << outcome.err;
+        refused(1, reason, args);
     }
 }
 
@@ -411,9 +355,8 @@ TEST_F(ZelkmTool, WrapsAndUnwraps) {
 
     // No secret is lost, and none reaches another user.
     write("key", secret);
-    for (const std::string out : {"tag", "./key", "none/../key", "a"}) {
-        const Outcome outcome = run(args("wrap", "key", out.c_str()));
-        EXPECT_TRUE(outcome.status == 2 && outcome.says("for something else")) << out;
+    for (const char* out : {"tag", "./key", "none/../key", "a"}) {
+        refused(2, "for something else", args("wrap", "key", out));
     }
     std::filesystem::create_symlink("key", "link");
     std::filesystem::create_directory("directory");

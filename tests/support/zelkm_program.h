@@ -71,6 +71,14 @@ class ZelkmTool : public InTempDir {
         return outcome.out;
     }
 
+    // Runs the tool, and expects this exit status and these words among its errors.
+    void refused(int status, const std::string& words, const std::vector<std::string>& args,
+                 const std::string& input = "") {
+        const Outcome outcome = run(args, input);
+        EXPECT_EQ(outcome.status, status) << input << outcome.err;
+        EXPECT_TRUE(outcome.says(words)) << words << ": " << input << outcome.err;
+    }
+
     void add(const std::string& alias, const std::string& creator) {
         done({"add", "--alias", alias, "--creator", creator});
     }
