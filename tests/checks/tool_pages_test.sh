@@ -35,7 +35,9 @@ for option in $options; do
 done
 for page in "$man_page" "$check_page"; do
     if command -v groff >/dev/null; then
-        grep -q '^EXIT STATUS' <(groff -man -Tutf8 -P -cbou "$page") || fail "no exit status: $page"
+        text=$(groff -man -Tascii -P -cbou "$page")
+        grep -q '^EXIT STATUS' <<<"$text" || fail "no exit status: $page"
+        ! grep '.\{81\}' <<<"$text" || fail "$page is too wide"
         warnings=$(groff -man -ww -Tutf8 -z "$page" 2>&1)
         [[ -z $warnings ]] || fail "$warnings"
     fi

@@ -106,7 +106,8 @@ std::string roff(const std::string& help, bool with_sections) {
                     roffLine(line.substr(name_end, type_end - name_end)) + "\n";
             page += meaning == line.size() ? "" : roffLine(line.substr(meaning)) + "\n";
         } else if (start == 2) {
-            page += ".nf\n" + roffLine(line.substr(2)) + "\n.fi\n";
+            // Examples begin further left, so that they fit.
+            page += ".nf\n.in -3n\n" + roffLine(line.substr(2)) + "\n.in\n.fi\n";
         } else if (!line.empty()) {
             page += roffLine(line.substr(start)) + "\n";
         }
