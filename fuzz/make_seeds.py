@@ -3,7 +3,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Writes the hand-made seeds of the fuzz targets: make_seeds.py [FOLDER]. Needs the openssl command.
 
-The chains have new keys each time, so what is checked in is one run of this.
+The chains have new keys each time, so what is checked in is one run of this. Seeds of targets that read
+text, "import" and "log", are files that are edited themselves.
 """
 import base64
 import pathlib
@@ -153,63 +154,37 @@ def tool_values_seeds():
     yield "privileged", add(b"p", b"q", given=1) + conditions(1, b"PRIV_ACC=1")
 
 
-def import_seeds():
-    """A text, as a file of objects."""
-    row = b'k1,app,"1000,1001","[10000..19999],*",1000,\r\n'
-    yield "csv", b"ALIAS,CREATOR,ADMIN,ACCESSOR,CREATOR_UID,PRIV_ACC\r\n" + row * 2
-    yield "spreadsheet", b"\xef\xbb\xbfalias;Creator;;\r\nk1;app;;\r\n;;;\r\n\r\n"
-    yield "tabs", b"CREATOR\tALIAS\napp\t\"a\nb\"\"\"\n\"a\"b\t\nx\n\"c"
-    yield "json", b'[{"ALIAS":"k1","creator":"\\u00fc","ADMIN":null},{"ALIAS":{"hex":"fF00"},"ACCESSOR":10042},[1],{"x":1}]'
-    yield "lines", b'{"ALIAS":"a}\\"","CREATOR":-7}\n\n{\n"ALIAS":1.5}\n{"ALIAS":["a",{"hex":"0"}]}'
-    yield "utf16", b"\xff\xfeA\0L\0"
-
-
 def directory_seeds():
-    """Files: a byte that names one (see directory_fuzz.cpp), and its content."""
-    ERROR_FILE, STORE, TMP, BACKUP, KEY, DIGEST, COPY, ODD = 5, 6, 7, 8, 9, 12, 15, 17
+    """Whether there is a store with its key, and steps: 0 writes (name, content), 1 damages (name, place, change)."""
+    STORE, KEY, DIGEST = b"secure_objects.db", b"edbk", b"edbk_digest"
 
-    def files(*contents):
-        return b"".join(bytes([name]) + block(data) for name, data in contents)
+    def files(*contents, healthy=0):
+        return bytes([healthy]) + b"".join(b"\0" + block(name) + block(data) for name, data in contents)
 
-    key = bytes(range(200))
-    root = bytes([1]) + block(bytes(range(32)))
+    def damage(*steps):
+        return b"\1" + b"".join(b"\1" + block(name) + bytes([at, 1]) for name, at in steps)
+
     encrypted = store(ROWS, 1, flags=1)[:52] + bytes(range(256))[:len(ROWS) + 1]
     log = b"\xef\xbb\xbf2026-11-21 15:20:56.951 ERROR [7] [log_to_file@106] zelkeymaster_operation.cpp(803) :"
-    yield "plain", files((STORE, store(ROWS, 1)), (BACKUP, store(ROWS * 2, 2)))
-    yield "answer_lost", root + files((STORE, store(ROWS, 1, flags=1)), (KEY, key), (DIGEST, bytes(32)))
-    yield "encrypted", root + files((STORE, encrypted), (TMP, encrypted[:60]), (KEY, key), (ERROR_FILE, log + b"no tag\n"))
-    yield "disguised", files((STORE, base64.b64encode(store(ROWS, 1))), (KEY, key.hex().encode()))
+    yield "healthy", damage()
+    for name, steps in {"refused": [(STORE, 60)], "row_count": [(STORE, 44)], "no_digest": [(DIGEST, 255)],
+                        "no_store": [(STORE, 255)], "key_backup": [(KEY, 255)],
+                        "other_key": [(KEY, 9), (STORE, 20), (STORE + b".bak", 255)]}.items():
+        yield name, damage(*steps)
+    yield "plaintext", files((STORE, store(ROWS, 1)), healthy=1)
+    yield "marked_encrypted", files((STORE, store(ROWS, 1, flags=1)), (b"zelko_err.txt", log + b"no tag\n"), healthy=1)
+    yield "plain", files((STORE, store(ROWS, 1)), (STORE + b".bak", store(ROWS * 2, 2)))
+    yield "encrypted", files((STORE, encrypted), (STORE + b".tmp", encrypted[:60]), (KEY, bytes(range(200))))
+    yield "disguised", files((STORE, base64.b64encode(store(ROWS, 1))), (KEY, b"00ff"), healthy=1)
     yield "odd_magic", files((STORE, store(ROWS, 1, b"SOB\xc5\x9b\x1b       ", flags=1) + b"x"))
-    yield "elsewhere", files((COPY, encrypted), (ODD, b"PK\3\4"), (STORE, b""), (DIGEST, b"x"))
-
-
-def log_seeds():
-    origin = b"[ERR] (zelkeymaster_operation.cpp:450) "
-    engine = b"[DBG] (velt_secure_db.cpp:54) "
-    line = b"2026-11-21 15:20:56.951 ERROR [7] [log_to_file@106] zelkeymaster_operation.cpp(803) :"
-    warning = b"2026-11-21 15:20:57.951 WARN  [7] [log_to_file@102] zelkeymaster_operation.cpp(9) :"
-    yield "error_file", b"\xef\xbb\xbf" + line + b"no key\n" + line + b"no key\n" + warning + b"no file a b\n" + (
-        line + b"file write fail: No space left on device(28)\n" + line + b"what is this\n")
-    yield "libcrypto", (line + b"40A7:error::x:f.c:1:\n(22, (nil))\n") * 2
-    yield "threadtime", b"".join(b"11-21 15:20:56.951  1000  7  8 E keymaster_tee: " + text + b"\n" for text in (
-        origin + b"error in finish process : -30", engine + b"command(3) : L2", engine + b"a\x1fb",
-        b"[ERR] (velt_secure_db.cpp:3) err: state:(1)  t->token=0x7f0, *p(0x7f1)=", b", len=0",
-        b"[ERR] (velt_secure_db.cpp:3) DELETE error(-917)"))
-    yield "long", b"[ 12-31 23:20:56.951  7:  8 E/keymaster_tee ]\n" + origin + b"no tag\n\n" + (
-        b"[ 01-01 00:20:56.951  7:  8 W/keymaster_tee ]\n[WRN] (zelkeymaster_operation.cpp:1) no file edbk\n\n")
-    yield "brief", b"E/keymaster_tee( 7): " + origin + b"invalid tag\nE( 7) " + origin + b"no key  (keymaster_tee)\n"
-    yield "stderr", b"keymaster_tee E 11-21 15:20:56  7  8 " + origin.replace(
-        b"ERR", b"\x1b[31mERR\x1b[0m") + b"fail rename during restore:No such file or directory(2)\r\n"
-    yield "times", b"1795274456.951 +0000 " + origin + b"no key\n 12.5 " + origin + (
-        b"no key\n2026-02-29 23:59:60.1234567 -0130 " + origin + b"no key\n")
+    yield "elsewhere", files((b"copies/secure_objects.db", encrypted), (b"\x1b[31m\xff", b"PK\3\4"), (STORE, b""))
 
 
 def main():
     folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE / "seeds")
     for target, seeds in (("query", query_seeds), ("matching", matching_seeds), ("store", store_seeds),
                           ("chain", chain_seeds), ("object", object_seeds), ("tool_values", tool_values_seeds),
-                          ("import", import_seeds), ("directory", directory_seeds),
-                          ("log", log_seeds)):
+                          ("directory", directory_seeds)):
         (folder / target).mkdir(parents=True, exist_ok=True)
         for name, data in seeds():
             (folder / target / name).write_bytes(data)

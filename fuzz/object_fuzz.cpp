@@ -7,16 +7,12 @@
 
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <vector>
 
-#include "fuzz.h"
+#include "folder.h"
 #include "zelkeymaster_operation.h"
 
 namespace fs = std::filesystem;
@@ -47,32 +43,6 @@ constexpr const char* kFiles[] = {"secure_objects.db",     "edbk",     "edbk_dig
                                   "secure_objects.db.bak", "edbk.bak", "edbk_digest.bak",
                                   "secure_objects.db.tmp", "edbk.tmp", "edbk_digest.tmp"};
 
-// A folder in memory where the machine has one.
-class Folder {
-  public:
-    Folder() {
-        const fs::path memory = "/dev/shm";
-        path_ = (::access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path()) /
-                "zelkm_fuzz_XXXXXX";
-        fuzz::require(::mkdtemp(path_.data()) != nullptr);
-    }
-    ~Folder() { fs::remove_all(path_); }
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
-
-// While an object of this class lives, the process works in its folder.
-class WorkingIn {
-  public:
-    explicit WorkingIn(const Folder& folder) { fs::current_path(folder.path()); }
-    ~WorkingIn() { fs::current_path(before_); }
-
-  private:
-    const fs::path before_ = fs::current_path();
-};
-
 int insert(ZelKeymasterOperation& object, std::string alias) {
     SODOperationParam p;
     std::string creator = "app";
@@ -86,19 +56,6 @@ int readAliases(ZelKeymasterOperation& object, Rows* rows) {
 
 hidl_vec<uint8_t> bytes(const fuzz::Block& block) {
     return std::vector<uint8_t>(block.data.get(), block.data.get() + block.len);
-}
-
-void damage(fuzz::Input& input) {
-    const std::string name = kFiles[input.byte() % std::size(kFiles)];
-    const size_t at = input.byte();
-    std::ifstream in(name, std::ios::binary);
-    std::string content((std::istreambuf_iterator<char>(in)), {});
-    if (at == 255) {
-        fs::remove(name);
-    } else if (at < content.size()) {
-        content[at] = char(content[at] ^ (input.byte() | 1));
-        std::ofstream(name, std::ios::binary) << content;
-    }
 }
 
 // What the input makes of a call; nothing when the call succeeds.
@@ -144,8 +101,8 @@ void planFaults(fuzz::Input& input, soft_keymaster::FaultKeymaster* keymaster) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const Folder folder;
-    const WorkingIn there(folder);
+    static const fuzz::Folder folder;
+    const fuzz::WorkingIn there(folder);
     // New ones for each input: a call that fails leaves its operation open.
     static std::optional<soft_keymaster::SoftKeymaster> soft;
     static std::optional<soft_keymaster::FaultKeymaster> keymaster;
@@ -208,7 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 break;
             }
             case 6:
-                damage(input);
+                fuzz::damage(fs::absolute(kFiles[input.byte() % std::size(kFiles)]), input);
                 faultless = false;
                 break;
             case 7:
@@ -231,8 +188,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (status == 0) {
         // A damaged key without a store is refused once. The next process makes a new one.
+        const bool had_store = fs::exists(kFiles[0]);
         status = insert(object, "last");
-        if (status != 0 && before.empty() && !faultless) {
+        if (status == ZELKM_INVALID_KEY_BLOB && !had_store && !faultless) {
             ZelKeymasterOperationPeer::restart(object);
             status = insert(object, "last");
         }
