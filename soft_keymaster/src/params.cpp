@@ -94,8 +94,8 @@ bool hasInteger(const Params& params, Tag tag, uint32_t value) {
 }
 
 void appendBigEndian(Bytes& out, uint64_t value, size_t size) {
-    for (size_t i = size; i-- > 0;) {
-        out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    for (size_t i = size; i > 0; --i) {
+        out.push_back(static_cast<uint8_t>(value >> (8 * (i - 1))));
     }
 }
 

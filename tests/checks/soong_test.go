@@ -95,6 +95,13 @@ func wrongRules(module *parser.Module, built android.Module) []string {
 	if linked == "" && module.Type != "cc_library_static" {
 		wrong = append(wrong, "no rule links it")
 	}
+	if module.Type == "cc_library_shared" {
+		for _, flag := range []string{"-fsanitize=cfi", "unsigned-integer-overflow", "signed-integer-overflow"} {
+			if !strings.Contains(flags["cflags"], flag) {
+				wrong = append(wrong, "compiled without "+flag)
+			}
+		}
+	}
 	for _, script := range values(module, "version_script") {
 		if !strings.Contains(linked, "--version-script,"+script) {
 			wrong = append(wrong, "linked without "+script+" but with "+linked)
@@ -187,6 +194,8 @@ func TestFaultsAreNoticed(t *testing.T) {
 		{"c++17", "c++14", "not compiled as C++17"},
 		{`compile_multilib: "64",`, "", "variant android_vendor.VER_arm_armv7"},
 		{"vendor: true", "vendor_available: true", "variant android_arm64"},
+		{"cfi: true", "cfi: false", "compiled without -fsanitize=cfi"},
+		{"integer_overflow: true,", "", "compiled without unsigned-integer-overflow"},
 	} {
 		bad := strings.Replace(good, fault.good, fault.bad, -1)
 		if found := strings.Join(wrong(t, bad, device), "\n"); !strings.Contains(found, fault.message) {

@@ -10,11 +10,11 @@ namespace {
 
 constexpr size_t kFewestLists = 8;
 
-// FNV-1a.
+// FNV-1a. The product has more than 32 bits, since on a device one that wraps ends the process.
 uint32_t hashOf(const uint8_t* data, uint32_t len) {
     uint32_t hash = 2166136261u;
     for (uint32_t i = 0; i < len; ++i) {
-        hash = (hash ^ data[i]) * 16777619u;
+        hash = static_cast<uint32_t>(uint64_t{hash ^ data[i]} * 16777619u);
     }
     return hash;
 }
@@ -261,7 +261,8 @@ bool ObjectTable::link() {
     for (uint32_t& first : lists_) {
         first = kNone;
     }
-    for (size_t i = index_.size(); i-- != 0;) {
+    for (size_t i = index_.size(); i != 0;) {
+        --i;
         uint32_t& first = listOf(index_[i].next);
         index_[i].next = first;
         first = static_cast<uint32_t>(i);

@@ -20,7 +20,9 @@ inline const uint8_t* findByte(const uint8_t* at, const uint8_t* end, uint8_t by
         uint64_t same = 0;
         std::memcpy(&same, at, sizeof(same));
         same ^= kOnes * byte;
-        const uint64_t found = (same - kOnes) & ~same & (kOnes << 7);
+        uint64_t less = 0;
+        static_cast<void>(__builtin_sub_overflow(same, kOnes, &less));  // wraps, unlike '-'
+        const uint64_t found = less & ~same & (kOnes << 7);
         if (found != 0) {
             return at + __builtin_ctzll(found) / 8;
         }
