@@ -4,41 +4,76 @@
 // The tool, while each of its file calls and allocations fails in turn, or is its last one. The
 // environment variable FAILING_CALLS has the path of support/failing_calls.cpp, built as a library.
 
+#include "failing_calls.h"
+
 #include "damaged_store.h"
+#include "fault_loop.h"
 
 namespace {
 
 using namespace test;
 using Args = std::vector<std::string>;
 
+// A command of the tool, which has read its command line and waits for orders.
+class FailingTool {
+  public:
+    explicit FailingTool(Args args) {
+        int orders[2], reports[2];
+        EXPECT_TRUE(::pipe2(orders, O_CLOEXEC) == 0 && ::pipe2(reports, O_CLOEXEC) == 0);
+        args.insert(args.begin(), {"zelkm", "--dir=s"});
+        program_ = startChild([&]() -> int {
+            ::setenv("LD_PRELOAD", std::getenv("FAILING_CALLS"), 1);
+            ::dup2(orders[0], kOrders);
+            ::dup2(reports[1], kReports);
+            exec(args);
+        });
+        ::close(orders[0]);
+        ::close(reports[1]);
+        orders_ = orders[1];
+        reports_ = reports[0];
+    }
+    ~FailingTool() {
+        ::close(orders_);
+        ::close(reports_);
+        EXPECT_EQ(0, exitStatus(program_));
+    }
+
+    Outcome run(const Order& order = {}) {
+        Report report = {};
+        EXPECT_EQ(ssize_t(sizeof(order)), ::write(orders_, &order, sizeof(order)));
+        EXPECT_EQ(ssize_t(sizeof(report)), ::read(reports_, &report, sizeof(report)));
+        count_ = report.count;
+        return {WIFEXITED(report.status) ? WEXITSTATUS(report.status) : -1, text("stdout"),
+                text("stderr")};
+    }
+
+    // Calls attempt(the outcome with the nth call at fault), for all n.
+    template <typename Prepare, typename Attempt>
+    void failEachCall(const std::string& what, bool kills, Prepare prepare, Attempt attempt) {
+        const int calls = untilNothingFails(what, [&](long nth) {
+            prepare();
+            attempt(run({nth, kills}));
+            return nth <= count_;
+        });
+        EXPECT_GT(calls, 20);
+    }
+
+  private:
+    pid_t program_;
+    int orders_, reports_;
+    long count_ = 0;  // of the calls in the last run
+};
+
 class ZelkmFailingCalls : public DamagedStore {
   protected:
-    // Runs the tool with the nth call at fault; 0 for none.
-    Outcome runFailing(const Args& args, int nth) {
-        ::setenv("LD_PRELOAD", std::getenv("FAILING_CALLS"), 1);
-        ::setenv("FAIL_AT", std::to_string(nth).c_str(), 1);
-        const Outcome outcome = run(args);
-        ::unsetenv("LD_PRELOAD");
-        return outcome;
-    }
-
-    int numCalls(const Args& args) {
-        ::setenv("FAIL_COUNT", (directory() / "count").c_str(), 1);
-        EXPECT_EQ(0, runFailing(args, 0).status);
-        ::unsetenv("FAIL_COUNT");
-        const int count = std::atoi(text("count").c_str());
-        EXPECT_GT(count, 100);
-        return count;
-    }
-
     // Runs a command on what is left; the doctor may have to put it right before.
-    Outcome runAfterwards(const Args& args) {
-        const Outcome outcome = run(args);
+    Outcome runAfterwards(FailingTool* tool) {
+        const Outcome outcome = tool->run();
         if (outcome.status == 0) {
             return outcome;
         }
         run({"doctor", "--repair"});
-        return run(args);
+        return tool->run();
     }
 
     static Args listing(const std::string& level) {
@@ -66,80 +101,64 @@ TEST_F(ZelkmFailingCalls, LoseNoObject) {
         {{"import", "more.csv"}, both, both + "x\r\nz\r\n"},
     };
     for (const auto& [args, before, after, at_level] : cases) {
-        put(start);
         Args command = args;
-        if (args[0] != "--quiet") {
+        const bool lists = args[0] == "--quiet";
+        if (!lists) {
             command.insert(command.begin(), {"--patch-level", level});
         }
-        const int count = numCalls(command);
-        for (int nth = 1; nth <= count; ++nth) {
-            SCOPED_TRACE(args.back() + ", call " + std::to_string(nth));
-            put(start);
-            const Outcome outcome = runFailing(command, nth);
+        FailingTool tool(command);
+        FailingTool list(listing(at_level));
+        const auto check = [&, &before = before, &after = after](const Outcome& outcome) {
             EXPECT_TRUE(outcome.status == 0 || outcome.status == 1) << outcome.err;
-            if (args[0] == "--quiet" && outcome.status == 0) {
-                EXPECT_EQ(outcome.out, after);
-            }
+            EXPECT_TRUE(!lists || outcome.status != 0 || outcome.out == after) << outcome.out;
             Files now = files();
             now.erase("zelko_err.txt");
             if (outcome.status != 0 &&
                 std::includes(start.begin(), start.end(), now.begin(), now.end()) &&
                 now.size() + 1 >= start.size()) {
-                continue;
+                return;
             }
-            const Outcome listed = runAfterwards(listing(at_level));
+            const Outcome listed = runAfterwards(&list);
             EXPECT_TRUE(listed.out == after || (outcome.status != 0 && listed.out == before))
                 << listed.out << outcome.err;
-        }
+        };
+        tool.failEachCall(args.back() + ", call", false, [&] { put(start); }, check);
     }
 }
 
 // Nothing was stored before the first object.
 TEST_F(ZelkmFailingCalls, LeaveADirectoryToGoOnWithBeforeTheFirstObject) {
-    const Args add = {"add", "--alias", "n", "--creator", "c"};
-    put({});
-    const int count = numCalls(add);
+    FailingTool add({"add", "--alias", "n", "--creator", "c"});
+    FailingTool aliases({"aliases"});
     for (const bool kills : {false, true}) {
-        if (kills) {
-            ::setenv("FAIL_KILLS", "1", 1);
-        }
-        for (int nth = 1; nth <= count; ++nth) {
-            SCOPED_TRACE((kills ? "killed at " : "failed at ") + std::to_string(nth));
-            put({});
-            const Outcome outcome = runFailing(add, nth);
-            const Outcome listed = runAfterwards({"aliases"});
-            EXPECT_EQ(listed.status, 0) << listed.err;
-            EXPECT_TRUE(listed.out == "c::n\n" || (outcome.status != 0 && listed.out.empty()));
-        }
-        ::unsetenv("FAIL_KILLS");
+        add.failEachCall(
+            kills ? "killed at call" : "failing call", kills, [] { put({}); },
+            [&](const Outcome& outcome) {
+                const Outcome listed = runAfterwards(&aliases);
+                EXPECT_EQ(listed.status, 0) << listed.err;
+                EXPECT_TRUE(listed.out == "c::n\n" || (outcome.status != 0 && listed.out.empty()));
+            });
     }
 }
 
 TEST_F(ZelkmFailingCalls, ReplaceBothOutputsOrNone) {
-    const Args wrap = {"wrap", "--in1",      "in", "--in2", "in",    "--in3", "in",   "--in4",
-                       "in",   "--material", "in", "--out", "out/a", "--tag", "out/b"};
     write("in", "input");
-    std::filesystem::create_directory("out");
-    const Files old = {{"a", "old a"}, {"b", "old b"}};
-    const auto reset = [&] {
-        for (const auto& [name, content] : old) {
-            write("out/" + name, content);
-        }
+    const auto prepare = [] {
+        std::filesystem::remove_all("out");
+        std::filesystem::create_directory("out");
+        write("out/a", "old a");
+        write("out/b", "old b");
     };
-    reset();
-    const int count = numCalls(wrap);
-    for (int nth = 1; nth <= count; ++nth) {
-        SCOPED_TRACE(nth);
-        reset();
-        const bool worked = runFailing(wrap, nth).status == 0;
+    FailingTool wrap({"wrap", "--in1", "in", "--in2", "in", "--in3", "in", "--in4", "in",
+                      "--material", "in", "--out", "out/a", "--tag", "out/b"});
+    wrap.failEachCall("call", false, prepare, [](const Outcome& outcome) {
         const Files now = files("out");
+        const bool worked = outcome.status == 0;
         const bool changed = now.at("a") != "old a";
         EXPECT_EQ(now.at("b") != "old b", changed);
         EXPECT_TRUE(changed || !worked);
         EXPECT_TRUE(worked || now.size() == 2);
-        std::filesystem::remove_all("out");
-        std::filesystem::create_directory("out");
-    }
+    });
 }
 
 }  // namespace

@@ -2,13 +2,19 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // To be loaded into a program before libc (LD_PRELOAD). Counts the program's file calls and
-// allocations, from the first directory that it opens. The one with the number FAIL_AT fails; with
-// FAIL_KILLS it ends the process. The file FAIL_COUNT receives the count when the program ends.
+// allocations, from the first directory that it opens, and lets one fail, or be the last: see
+// failing_calls.h. Under the address sanitizer, which has its own allocator, file calls alone.
+
+#include "failing_calls.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,34 +22,17 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
 namespace {
 
-long numberIn(const char* variable) {
-    const char* value = std::getenv(variable);
-    return value != nullptr ? std::atol(value) : 0;
-}
-
-const long g_fail_at = numberIn("FAIL_AT");
-const bool g_kills = numberIn("FAIL_KILLS") != 0;
-bool g_counting;
-long g_count;
-
-struct Report {
-    ~Report() {
-        g_counting = false;
-        if (const char* path = std::getenv("FAIL_COUNT")) {
-            std::ofstream(path) << g_count;
-        }
-    }
-} const g_report;
+test::Order g_order;
+long* g_count;  // shared with the children; null before the first directory
 
 bool fails(int error = EIO) {
-    if (!g_counting || ++g_count != g_fail_at) {
+    if (g_count == nullptr || ++*g_count != g_order.nth) {
         return false;
     }
-    if (g_kills) {
+    if (g_order.kills) {
         ::raise(SIGKILL);
     }
     errno = error;
@@ -69,10 +58,38 @@ bool allocationFails(void* caller) {
     return (at < g_libcrypto[0] || at >= g_libcrypto[1]) && fails(ENOMEM);
 }
 
+// Returns in the children, one for each order.
+void obeyOrders() {
+    ::dl_iterate_phdr(findLibcrypto, nullptr);
+    unsigned char random = 0;  // the children inherit a libcrypto that is set up
+    static_cast<void>(RAND_bytes(&random, 1));
+    EVP_CIPHER_free(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr));
+    void* const shared = ::mmap(nullptr, sizeof(*g_count), PROT_READ | PROT_WRITE,
+                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto* const count = static_cast<long*>(shared);
+    while (::read(test::kOrders, &g_order, sizeof(g_order)) == sizeof(g_order)) {
+        *count = 0;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            ::alarm(120);  // ends a program that hangs
+            g_count = count;
+            return;
+        }
+        test::Report report = {};
+        ::waitpid(child, &report.status, 0);
+        report.count = *count;
+        if (::write(test::kReports, &report, sizeof(report)) != sizeof(report)) {
+            break;
+        }
+    }
+    ::_exit(0);
+}
+
 bool openFails(int flags) {
-    if ((flags & O_DIRECTORY) != 0 && !g_counting) {
-        ::dl_iterate_phdr(findLibcrypto, nullptr);
-        g_counting = true;
+    if ((flags & O_DIRECTORY) != 0 && g_count == nullptr) {
+        obeyOrders();
     }
     return fails();
 }
@@ -93,6 +110,7 @@ Function* next(const char* name) {
 
 extern "C" {
 
+#ifndef __SANITIZE_ADDRESS__
 void* __libc_malloc(size_t len);
 void* __libc_calloc(size_t count, size_t len);
 void* __libc_realloc(void* data, size_t len);
@@ -106,6 +124,7 @@ void* calloc(size_t count, size_t len) {
 void* realloc(void* data, size_t len) {
     return allocationFails(__builtin_return_address(0)) ? nullptr : __libc_realloc(data, len);
 }
+#endif
 
 // All files that the tool makes are for their owner.
 FAILING(int, open, (const char* path, int flags, ...), (path, flags, 0600), openFails(flags))
@@ -119,11 +138,20 @@ FAILING(int, fstatat, (int at, const char* path, struct stat* status, int flags)
         (at, path, status, flags), fails())
 FAILING(int, rename, (const char* from, const char* to), (from, to), fails())
 FAILING(int, link, (const char* from, const char* to), (from, to), fails())
+FAILING(int, renameat, (int from_at, const char* from, int to_at, const char* to),
+        (from_at, from, to_at, to), fails())
 FAILING(int, renameat2, (int from_at, const char* from, int to_at, const char* to, unsigned flags),
         (from_at, from, to_at, to, flags), fails())
 FAILING(int, unlinkat, (int at, const char* path, int flags), (at, path, flags), fails())
 FAILING(int, unlink, (const char* path), (path), fails())
 FAILING(int, fchdir, (int fd), (fd), fails())
-FAILING(int, fsync, (int fd), (fd), fails())
+
+// These also do nothing when they work: no state must last, and they take long.
+int fsync(int /*fd*/) {
+    return fails() ? -1 : 0;
+}
+int fdatasync(int /*fd*/) {
+    return fails() ? -1 : 0;
+}
 
 }  // extern "C"
