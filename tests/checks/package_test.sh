@@ -25,7 +25,7 @@ test ${#packages[@]} -eq 4
 names=$(for package in "${packages[@]}"; do dpkg-deb -f "$package" Package; done | sort | xargs)
 test "$names" = "libzelkeymaster libzelkeymaster-dev zelkeymaster-doc zelkm"
 depends=$(dpkg-deb -f "$scratch"/made/zelkm_*.deb Depends)
-grep -q 'libzelkeymaster (=' <<<"$depends" && grep -q 'libc6 (>=' <<<"$depends"
+grep -q 'libc6 (>=' <<<"$depends"
 
 in_root() {
     dpkg --root="$root" --force-script-chrootless --no-triggers --log="$scratch/dpkg.log" "$@" \
