@@ -452,6 +452,9 @@ TEST_F(KeymasterCheck, FindsEachDeviationAndNoOther) {
             EXPECT_EQ(finding.verdict == Verdict::kHolds, finding.consequence.empty());
             EXPECT_FALSE(finding.answered.empty()) << finding.id;
             EXPECT_TRUE(finding.verdict != Verdict::kBroken || !finding.sent.empty()) << finding.id;
+            // "begin(…)" is sent, and "begin: 0" is answered.
+            EXPECT_EQ(std::string::npos, finding.sent.find("begin: ")) << finding.sent;
+            EXPECT_EQ(std::string::npos, finding.answered.find("begin(")) << finding.answered;
         }
     }
     for (const Requirement& requirement : requirements()) {
@@ -655,6 +658,17 @@ TEST_F(KeymasterCheck, TriesASavedKeyAfterAnUpgradeOfTheSystem) {
          {std::string(), std::string("zelkeymaster_check 1 soft\n01\n")}) {
         EXPECT_EQ(2u, idsWith(verifyKey(inner_, other, options_), Verdict::kNotTried).size());
     }
+}
+
+TEST(KeymasterCheckReport, LaysOutEachVerdict) {
+    const std::string indent(13, ' ');
+    EXPECT_EQ("broken       x.y\n" + indent + "sent:     s\n" + indent + "answered: a; n\n" +
+                  indent + "so:       c\n",
+              inText({"x.y", Verdict::kBroken, "s", "a", "c", "n"}));
+    EXPECT_EQ("holds        x.y" + std::string(20, ' ') + "n\n",
+              inText({"x.y", Verdict::kHolds, "s", "a", "", "n"}));
+    EXPECT_EQ("not offered  x.y" + std::string(20, ' ') + "a\n",
+              inText({"x.y", Verdict::kNotOffered, "s", "a", "c", ""}));
 }
 
 TEST(KeymasterCheckReport, EscapesEveryStringOfItsJson) {
