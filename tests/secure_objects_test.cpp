@@ -81,16 +81,6 @@ TEST_F(SecureObjects, LiveInAnEncryptedFileThatANewProcessReads) {
     restart();
     EXPECT_EQ((Lines{"u2::k2"}), list());
     EXPECT_EQ(Lines(), test::errors());
-
-    // A system update: the key is upgraded on the way.
-    soft.setPatchLevel(options().patch_level + 1);
-    restart();
-    EXPECT_EQ((Lines{"u2::k2"}), list());
-    EXPECT_EQ((Lines{"W object: Upgrade the db key", "W object: Upgrade the db key file"}),
-              test::errors());
-    restart();
-    EXPECT_EQ((Lines{"u2::k2"}), list());
-    EXPECT_EQ(Lines(), test::errors());
 }
 
 TEST_F(SecureObjects, AreSelectedRowByRow) {
