@@ -17,6 +17,9 @@ tree=build/mutate/tree
 git ls-files -z --cached --others --exclude-standard | while read -rd '' file; do
     cmp -s "$file" "$tree/$file" || install -D "$file" "$tree/$file"
 done
+find "$tree" -type f -printf '%P\0' | while read -rd '' file; do
+    [[ -e $file ]] || rm "$tree/$file"
+done
 for kind in "" -sanitizers; do
     cmake -S "$tree" -B build/mutate/build$kind -G Ninja -DCMAKE_BUILD_TYPE=Debug \
         -DCMAKE_CXX_FLAGS_DEBUG=-O1 -DZELKM_SANITIZE=${kind:+address,undefined} >/dev/null
