@@ -126,13 +126,12 @@ void FaultKeymaster::Deviator::change(const CallRecord& call, Answer& answer) {
 }
 
 void FaultKeymaster::Deviator::trackOperations(const CallRecord& call, const Answer& answer) {
-    if (call.call == Call::kAbort) {
-        open_.erase(call.handle);
-    } else if (answer.error != ErrorCode::OK) {
-        refused_ += call.call == Call::kBegin ? 1 : 0;
-    } else if (call.call == Call::kBegin) {
+    const bool good = answer.error == ErrorCode::OK;
+    if (call.call == Call::kBegin && good) {
         open_.insert(answer.handle);
-    } else if (call.call == Call::kFinish) {
+    } else if (call.call == Call::kBegin) {
+        ++refused_;
+    } else if (call.call == Call::kAbort || (call.call == Call::kFinish && good)) {
         open_.erase(call.handle);
     }
 }

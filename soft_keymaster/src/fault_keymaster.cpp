@@ -68,7 +68,7 @@ std::vector<CallRecord> FaultKeymaster::calls(Call call) const {
 // `reply` runs the caller's callback with an answer. When the inner transport fails, that failure
 // is passed on unchanged.
 template <typename Forward, typename Reply>
-Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply reply) {
+Return<void> FaultKeymaster::answer(const CallRecord& made, Forward forward, Reply reply) {
     calls_.push_back(made);
     Plan& plan = plans_[made.call];
     const auto found = plan.nth.find(++plan.count);
@@ -113,10 +113,10 @@ Return<void> FaultKeymaster::answer(CallRecord made, Forward forward, Reply repl
 
 // For calls that return one code and have no callback. When the transport fails, the code is lost.
 template <typename Forward>
-Return<ErrorCode> FaultKeymaster::answerCode(CallRecord made, Forward forward) {
+Return<ErrorCode> FaultKeymaster::answerCode(const CallRecord& made, Forward forward) {
     ErrorCode code = ErrorCode::UNKNOWN_ERROR;
     const Return<void> status = answer(
-        std::move(made),
+        made,
         [&](const CallRecord& sent, auto take) -> Return<void> {
             const Return<ErrorCode> inner = forward(sent);
             if (!inner.isOk()) {

@@ -170,9 +170,9 @@ class FaultKeymaster : public StoreKeymaster {
   private:
     // Records the call, and makes it with the fault that is planned for it.
     template <typename Forward, typename Reply>
-    Return<void> answer(CallRecord record, Forward forward, Reply reply);
+    Return<void> answer(const CallRecord& record, Forward forward, Reply reply);
     template <typename Forward>
-    Return<ErrorCode> answerCode(CallRecord record, Forward forward);
+    Return<ErrorCode> answerCode(const CallRecord& record, Forward forward);
 
     // The faults of one kind of call: some by number, and one for all the others.
     struct Plan {
