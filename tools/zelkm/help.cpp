@@ -13,7 +13,6 @@
 #include "bytes.h"
 #include "command_line.h"
 #include "failure.h"
-#include "files.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -171,14 +170,7 @@ void defineHelp(CLI::App& app, const SessionOptions&) {
     });
 
     // The build makes the manual page with this command, which no help names.
-    auto file = std::make_shared<std::string>();
-    CLI::App& page = *app.add_subcommand("make-man-page")->group("");
-    page.add_option("FILE", *file)->required();
-    page.callback([&app, file] {
-        FreshFiles output;
-        output.add(*file, Access::kEverybody) = manPage(app);
-        output.commit();
-    });
+    app.add_subcommand("man-page")->group("")->callback([&app] { std::cout << manPage(app); });
 }
 
 }  // namespace zelkm_tool
