@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "check_command.h"
+// The command 'check': the check of the tool's own keymaster, as it is or with a fault.
 
 #include <android/log.h>
 #include <keymaster_check/keymaster_check.h>
@@ -14,11 +14,19 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 
+#include "command_line.h"
 #include "failure.h"
 
 namespace zelkm_tool {
 namespace {
+
+struct CheckOptions {
+    std::string fault;  // a name of soft_keymaster::namedFaults(); empty for none
+    bool json = false;
+    size_t largest_store = 1000000;  // bytes
+};
 
 class ScratchDirectory {
   public:
@@ -55,8 +63,8 @@ void withFault(const soft_keymaster::SoftKeymaster::Options& options, const std:
     use(keymaster);
 }
 
-}  // namespace
-
+// Checks a keymaster with a root key of its own, which is removed afterwards: first all of it, and
+// then a saved key after an upgrade of the system. No store is touched. Returns the exit status.
 int checkKeymaster(const CheckOptions& options) {
     // The check also logs the damage that it makes on purpose. --verbose shows it.
     if (__android_log_get_minimum_priority() == ANDROID_LOG_ERROR) {
@@ -95,6 +103,34 @@ int checkKeymaster(const CheckOptions& options) {
                                : keymaster_check::summary(findings));
     const int caught = keymaster_check::StopSignals::caught();
     return caught != 0 ? 128 + caught : keymaster_check::exitStatus(findings);
+}
+
+}  // namespace
+
+void defineCheck(CLI::App& app, const SessionOptions&) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App& command = *app.add_subcommand("check", "Check a keymaster as on a device");
+    std::vector<std::string> names;
+    std::string faults;
+    for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
+        names.push_back(fault.name);
+        faults += "\n  " + names.back() + std::string(22 - names.back().size(), ' ') + fault.what;
+    }
+    addOption(command, "--fault", options->fault, "FAULT", "Inject this fault")
+        ->check(CLI::IsMember(names).description(""));
+    command.add_flag("--json", options->json, "Print JSON");
+    addOption(command, "--largest-store", options->largest_store, "BYTES", "Largest payload to try")
+        ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
+    command.footer(
+        "Checks the software keymaster against each requirement of the library, then simulates\n"
+        "a system upgrade and checks a key made before it. Reports what does not hold. No store\n"
+        "is touched. zelkeymaster_check does the same on a device, with the same exit status;\n"
+        "here --fault shows what a broken keymaster looks like:" +
+        faults +
+        "\n\n"
+        "  zelkm check\n"
+        "  zelkm check --fault tag-12");
+    command.callback([options] { endWith(checkKeymaster(*options)); });
 }
 
 }  // namespace zelkm_tool

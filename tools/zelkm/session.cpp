@@ -4,6 +4,7 @@
 #include "session.h"
 
 #include <android/log.h>
+#include <keymaster_check/client.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,7 +28,6 @@ namespace zelkm_tool {
 namespace {
 
 using android::hardware::keymaster::V4_0::ErrorCode;
-using android::hardware::keymaster::V4_0::KeyCharacteristics;
 
 // Refuses a directory in which others could put a link in place of a file. The library opens files
 // by name, and follows it.
@@ -66,10 +66,10 @@ soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& op
 
 // What the keymaster says about a key.
 ErrorCode keyStatus(soft_keymaster::SoftKeymaster* keymaster, const std::string& key) {
-    ErrorCode answer = ErrorCode::UNKNOWN_ERROR;
-    keymaster->getKeyCharacteristics(
-        toVec(key), {}, {}, [&](ErrorCode error, const KeyCharacteristics&) { answer = error; });
-    return answer;
+    const auto ask = [&](auto take) {
+        return keymaster->getKeyCharacteristics(toVec(key), {}, {}, take);
+    };
+    return keymaster_check::call(ask).error;
 }
 
 }  // namespace
