@@ -9,28 +9,14 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "file_names.h"
 #include "keymaster_check/keymaster_check.h"
 
 namespace keymaster_check {
 namespace {
-
-// All that the library may leave in its directory.
-constexpr const char* kFiles[] = {
-    "secure_objects.db",
-    "secure_objects.db.bak",
-    "secure_objects.db.tmp",
-    "edbk",
-    "edbk.bak",
-    "edbk.tmp",
-    "edbk_digest",
-    "edbk_digest.bak",
-    "edbk_digest.tmp",
-    "zelko_err.txt",
-    "zelko_err.1.txt",
-    "zelko_err.2.txt",
-};
 
 // The present directory; for a signal handler, which cannot ask an object.
 char g_path[PATH_MAX];
@@ -69,8 +55,15 @@ void removeDirectory() {
         return;
     }
     g_directory = -1;
-    for (const char* name : kFiles) {
+    for (const char* name : zelkm::kErrorFiles) {
         static_cast<void>(::unlinkat(directory, name, 0));
+    }
+    for (const char* file : zelkm::kReplacedFiles) {
+        for (const char* suffix : {"", zelkm::kTemporarySuffix, zelkm::kBackupSuffix}) {
+            char name[64];
+            std::strcat(std::strcpy(name, file), suffix);
+            static_cast<void>(::unlinkat(directory, name, 0));
+        }
     }
     ::close(directory);
     static_cast<void>(::rmdir(g_path));

@@ -15,14 +15,11 @@
 namespace zelkm_tool {
 
 using zelkm::kBackupSuffix;
-using zelkm::kErrorFile;
+using zelkm::kErrorFiles;
 using zelkm::kKeyDigestFile;
 using zelkm::kKeyFile;
 using zelkm::kStoreFile;
 using zelkm::kTemporarySuffix;
-
-// The error file with its rolled versions, the oldest first.
-inline constexpr const char* kErrorFiles[] = {"zelko_err.2.txt", "zelko_err.1.txt", kErrorFile};
 
 inline bool isErrorFile(const std::string& name) {
     return std::find(std::begin(kErrorFiles), std::end(kErrorFiles), name) != std::end(kErrorFiles);
@@ -40,7 +37,7 @@ inline std::vector<std::string> versionsOf(const std::string& name) {
 // The versions of the store, of its key and of the digest.
 inline std::vector<std::string> storeNames() {
     std::vector<std::string> names;
-    for (const char* base : {kStoreFile, kKeyFile, kKeyDigestFile}) {
+    for (const char* base : zelkm::kReplacedFiles) {
         for (const std::string& name : versionsOf(base)) {
             names.push_back(name);
         }

@@ -16,6 +16,8 @@
 #pragma clang attribute pop
 #endif
 
+#include <iterator>
+
 #include "file_names.h"
 #include "run_no_throw.h"
 
@@ -24,7 +26,7 @@ namespace {
 
 constexpr int kInstance = 0;
 constexpr size_t kMaxFileSize = 10000;
-constexpr int kMaxFiles = 3;
+constexpr int kMaxFiles = std::size(kErrorFiles);
 
 // The origin that each line names. The numbers never change, because readers of the files sort by
 // them.
