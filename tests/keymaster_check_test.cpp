@@ -183,16 +183,20 @@ Make ignoring(Tag tag) {
     });
 }
 
-// Keeps each conversion open, and has room for 16.
-void keepConversions(FaultKeymaster& km) {
-    const auto open = std::make_shared<int>(0);
-    km.planEach(Call::kBegin, Fault::alter([&km, open](Answer& answer) {
-                    *open += km.calls().back().purpose == PWHW_PURPOSE_TO_KEY ? 1 : 0;
-                    if (*open > 16) {
-                        answer = Answer();
-                        answer.error = ErrorCode::TOO_MANY_OPERATIONS;
-                    }
-                }));
+// Returns this for each conversion, and keeps it open. There is room for 16.
+Make keepConversions(ErrorCode returned) {
+    return with([returned](FaultKeymaster& km) {
+        const auto open = std::make_shared<int>(0);
+        km.planEach(
+            Call::kBegin, Fault::alter([&km, returned, open](Answer& answer) {
+                const KeyPurpose purpose = km.calls().back().purpose;
+                if (purpose == PWHW_PURPOSE_TO_KEY || purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
+                    ++*open;
+                    answer.error = returned == ErrorCode::OK ? answer.error : returned;
+                }
+                answer.error = *open > 16 ? ErrorCode::TOO_MANY_OPERATIONS : answer.error;
+            }));
+    });
 }
 
 // Takes a blob with any bytes behind it for the one before them.
@@ -373,7 +377,11 @@ std::vector<Row> rows() {
                   }
               }),
          {"password.outputs"}},
-        {"conversions that stay open", with(keepConversions), {"password.unfinished"}},
+        {"conversions that stay open", keepConversions(ErrorCode::OK), {"password.unfinished"}},
+        {"conversions that are not offered and stay open",
+         keepConversions(ErrorCode::UNSUPPORTED_PURPOSE),
+         {"ops.refused"},
+         "after 33 conversions (101) without inputs, which were refused"},
         {"callback-twice", named("callback-twice"), {"call.answered-once"}},
         {"callback-on-thread", named("callback-on-thread"), {"call.answered-once"}},
         {"no answer",
