@@ -247,7 +247,8 @@ class ZelkmDoctor : public DamagedStore {
         }
     }
 
-    void judge(const State& damaged, const Expected& expected) {
+    void judge(const State& damaged, const Expected& expected, const char* key) {
+        SCOPED_TRACE(key);
         const Json report =
             check(runOn(damaged, {"doctor", "--json"}).outcome, runOn(damaged, {"doctor"}).outcome);
         EXPECT_EQ(report["status"], expected.status) << report.dump(1);
@@ -290,14 +291,8 @@ class ZelkmDoctor : public DamagedStore {
         const State with_key = stateOf("s");
         State without = with_key;
         without.erase(std::string("s/") + RootKey);
-        {
-            SCOPED_TRACE("with its key");
-            judge(with_key, row.with_key);
-        }
-        {
-            SCOPED_TRACE("without its key");
-            judge(without, row.without);
-        }
+        judge(with_key, row.with_key, "with its key");
+        judge(without, row.without, "without its key");
         expectNothingLost(without);
     }
 

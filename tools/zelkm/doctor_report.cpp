@@ -91,12 +91,12 @@ Json changesJson(const std::vector<Change>& changes) {
 
 Report examine(const Evidence& evidence, KeyTrials* trials) {
     const LogEvidence log = readErrorFiles(evidence);
-    Report report = {evidence, diagnose(evidence, trials), {}, log.timeline, {}, {}};
-    report.findings = report.diagnosis.findings;
-    report.findings.insert(report.findings.end(), log.findings.begin(), log.findings.end());
-    std::stable_sort(
-        report.findings.begin(), report.findings.end(),
-        [](const Finding& a, const Finding& b) { return a.kind().severity < b.kind().severity; });
+    Report report = {evidence, diagnose(evidence, trials), log.timeline, {}, {}};
+    std::vector<Finding>& findings = report.diagnosis.findings;
+    findings.insert(findings.end(), log.findings.begin(), log.findings.end());
+    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) {
+        return a.kind().severity < b.kind().severity;
+    });
     return report;
 }
 
@@ -123,7 +123,7 @@ void printText(std::ostream& out, const Report& report, bool verdict_only) {
             << ")\n";
     }
     printTimeline(out, report.timeline);
-    for (const Finding& finding : report.findings) {
+    for (const Finding& finding : report.diagnosis.findings) {
         printFinding(out, finding);
     }
     if (report.diagnosis.decrypted) {
@@ -159,7 +159,7 @@ void printJson(std::ostream& out, const Report& report) {
                                     {"what", escape(moment.what)}});
     }
     json["findings"] = Json::array();
-    for (const Finding& finding : report.findings) {
+    for (const Finding& finding : report.diagnosis.findings) {
         const FindingKind& kind = finding.kind();
         json["findings"].push_back({{"name", kind.name},
                                     {"severity", describe(kind.severity)},

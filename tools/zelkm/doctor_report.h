@@ -30,7 +30,7 @@ struct Change {
 StoreFiles applied(StoreFiles files, const std::vector<Change>& changes);
 
 struct Diagnosis {
-    std::vector<Finding> findings;
+    std::vector<Finding> findings;                 // in a report also those of the log, worst first
     std::map<std::string, StoreReading> readings;  // of the versions of the store
     // What puts it right, in the order in which it is safe: the key comes before its store. It was
     // tried in memory, by the library where there is a key.
@@ -58,14 +58,13 @@ LogEvidence readErrorFiles(const Evidence& evidence);
 struct Report {
     Evidence evidence;
     Diagnosis diagnosis;
-    std::vector<Finding> findings;  // of the diagnosis and of the log, the worst first
     std::vector<Moment> timeline;
 
     // What a repair has done. Both are empty without a repair.
     std::vector<Change> repaired;
     std::string copies;  // the folder with the files as they were before
 
-    Verdict verdict() const { return verdictOf(findings); }
+    Verdict verdict() const { return verdictOf(diagnosis.findings); }
 };
 
 Report examine(const Evidence& evidence, KeyTrials* trials);
