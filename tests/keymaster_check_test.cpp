@@ -18,6 +18,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "../keymaster_check/src/format.h"
 #include "temp_dir.h"
 #include "zelkeymaster_vendor_tags.h"
 
@@ -461,8 +462,10 @@ TEST_F(KeymasterCheck, FindsEachDeviationAndNoOther) {
             EXPECT_FALSE(finding.answered.empty()) << finding.id;
             EXPECT_TRUE(finding.verdict != Verdict::kBroken || !finding.sent.empty()) << finding.id;
             // "begin(…)" is sent, and "begin: 0" is answered.
-            EXPECT_EQ(std::string::npos, finding.sent.find("begin: ")) << finding.sent;
-            EXPECT_EQ(std::string::npos, finding.answered.find("begin(")) << finding.answered;
+            for (const std::string call : {"begin", "generateKey", "getKeyCharacteristics"}) {
+                EXPECT_EQ(std::string::npos, finding.sent.find(call + ": ")) << finding.sent;
+                EXPECT_EQ(std::string::npos, finding.answered.find(call + "(")) << finding.answered;
+            }
         }
     }
     for (const Requirement& requirement : requirements()) {
@@ -669,6 +672,8 @@ TEST_F(KeymasterCheck, TriesASavedKeyAfterAnUpgradeOfTheSystem) {
 }
 
 TEST(KeymasterCheckReport, LaysOutEachVerdict) {
+    const Bytes bytes(17, 0x0a);
+    EXPECT_EQ("17 bytes 0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a...", describe(bytes.data(), bytes.size()));
     const std::string indent(13, ' ');
     EXPECT_EQ("broken       x.y\n" + indent + "sent:     s\n" + indent + "answered: a; n\n" +
                   indent + "so:       c\n",
