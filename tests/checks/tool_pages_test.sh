@@ -67,6 +67,8 @@ expect "" zelkm add --alias A
 expect "wrap" zelkm help wr
 cd "$(mktemp -d)"
 trap 'rm -rf "$PWD"' EXIT
+columns=$("$tool" list --columns '?' 2>&1 | sed -n 's/.*the columns are //p' | tr -d , || true)
+grep -qF "columns=\"$columns\"" "$completion" || fail "the completion has other columns than $columns"
 mkdir store
 touch string
 expect "store" zelkm list --dir st
