@@ -53,7 +53,7 @@ int findLibcrypto(dl_phdr_info* library, size_t /*len*/, void* /*context*/) {
     return 0;
 }
 
-bool allocationFails(void* caller) {
+[[maybe_unused]] bool allocationFails(void* caller) {
     const auto at = reinterpret_cast<uintptr_t>(caller);
     return (at < g_libcrypto[0] || at >= g_libcrypto[1]) && fails(ENOMEM);
 }
