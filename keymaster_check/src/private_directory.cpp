@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <string_view>
 
 #include "file_names.h"
 #include "keymaster_check/keymaster_check.h"
@@ -60,8 +60,9 @@ void removeDirectory() {
     }
     for (const char* file : zelkm::kReplacedFiles) {
         for (const char* suffix : {"", zelkm::kTemporarySuffix, zelkm::kBackupSuffix}) {
-            char name[64];
-            std::strcat(std::strcpy(name, file), suffix);
+            char name[64] = {};
+            const size_t len = std::string_view(file).copy(name, 32);
+            std::string_view(suffix).copy(name + len, 31);
             static_cast<void>(::unlinkat(directory, name, 0));
         }
     }
