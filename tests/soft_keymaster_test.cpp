@@ -114,6 +114,7 @@ TEST_F(SoftKeymasterTest, PatchLevelsDecideWhoMayUseAKey) {
     km_.setPatchLevel(kPatchLevel + 1);
     EXPECT_EQ(Error::KEY_REQUIRES_UPGRADE, begin(km_, kEncrypt, old_key, kGcm).error);
     const Bytes new_key = upgrade(km_, old_key).output;
+    EXPECT_NE(new_key, upgrade(km_, old_key).output);  // each blob has a nonce of its own
     const Params params = with(kGcm, sealed.params);
     EXPECT_EQ(bytes("text"), run(km_, kDecrypt, new_key, params, sealed.output).output);
 
