@@ -44,7 +44,7 @@ is_allowed() {  # HEADER PATTERN...
 set -f  # the lists hold patterns
 count=0 status=0
 while IFS=: read -r file line directive; do
-    header=$(sed -E 's/^[^<"]*[<"]([^>"]*)[>"].*/\1/' <<<"$directive")
+    [[ $directive =~ [\<\"]([^\>\"]*) ]] && header=${BASH_REMATCH[1]}
     # shellcheck disable=SC2086  # words are wanted
     case $directive in
         *\"*) is_allowed "$header" $own ;;
