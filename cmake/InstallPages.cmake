@@ -15,3 +15,5 @@ foreach(page ${pages})
 endforeach()
 file(INSTALL ${SCRATCH}/ ${SOURCE}/LICENSE ${SOURCE}/examples DESTINATION ${DESTINATION})
 file(INSTALL ${SOURCE}/docs DESTINATION ${DESTINATION} PATTERN "*.md" EXCLUDE)
+# What root wrote, its owner could not write again.
+file(REMOVE_RECURSE ${SCRATCH})
