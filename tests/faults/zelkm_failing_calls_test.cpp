@@ -6,6 +6,8 @@
 
 #include "failing_calls.h"
 
+#include <algorithm>
+
 #include "damaged_store.h"
 #include "fault_loop.h"
 

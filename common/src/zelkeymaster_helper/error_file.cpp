@@ -3,9 +3,12 @@
 
 #include "error_file.h"
 
-// plog's logger casts itself before it is one, for which a device would end the process.
+// plog casts its logger before it is one, and adds to a size of -1 when a file has no position (a
+// FIFO): for each a device would end the process.
 #ifdef __clang__
-#pragma clang attribute push(__attribute__((no_sanitize("cfi-derived-cast"))), apply_to = function)
+#pragma clang attribute push(                                                      \
+    __attribute__((no_sanitize("cfi-derived-cast", "unsigned-integer-overflow"))), \
+    apply_to = function)
 #endif
 #include <plog/Appenders/RollingFileAppender.h>
 #include <plog/Formatters/TxtFormatter.h>
