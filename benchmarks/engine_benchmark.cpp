@@ -202,14 +202,18 @@ void loadFloor(State& state, bool encrypted) {
 void release(State& state, bool encrypted) {
     const Sample sample = sampleOf(state);
     Engine engine(sample, encrypted);
-    timeEach(state, [&] { engine.load(); }, [&] { engine.clear(); }, [] {});
+    const auto load = [&] { engine.load(); };
+    const auto clear = [&] { engine.clear(); };
+    timeEach(state, load, clear, [] {});
     check(engine.all() == std::string(1, '\0'), "rows");
 }
 
 void releaseFloor(State& state, bool /*encrypted*/) {
     const Sample sample = sampleOf(state);
     RowList rows(sample);
-    timeEach(state, [&] { rows.load(bytesOf(sample.payload)); }, [&] { rows.clear(); }, [] {});
+    const auto load = [&] { rows.load(bytesOf(sample.payload)); };
+    const auto clear = [&] { rows.clear(); };
+    timeEach(state, load, clear, [] {});
 }
 
 // ---- Changes ------------------------------------------------------------------------------------

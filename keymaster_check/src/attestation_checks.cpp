@@ -11,6 +11,7 @@
 
 #include "checks.h"
 #include "gcm_run.h"
+#include "openssl_handles.h"
 #include "private_directory.h"
 #include "zelkeymaster_operation.h"
 
@@ -24,16 +25,8 @@ using android::hardware::keymaster::V4_0::EcCurve;
 constexpr size_t kMinChain = 3;
 constexpr char kUseless[] = "generateCSR returns a request that no authority accepts";
 
-template <auto kFree>
-struct Deleter {
-    template <typename T>
-    void operator()(T* object) const {
-        kFree(object);
-    }
-};
-using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
-using RequestPtr = std::unique_ptr<X509_REQ, Deleter<X509_REQ_free>>;
-using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
+using zelkm::EvpPkeyPtr;
+using RequestPtr = std::unique_ptr<X509_REQ, zelkm::OpenSslDeleter<X509_REQ_free>>;
 
 Params attestedKeyParams() {
     return {param(Tag::ALGORITHM, Algorithm::EC),  param(Tag::KEY_SIZE, 256),
@@ -62,17 +55,17 @@ Answer attest(Context& context, const Params& params) {
 }
 
 // The key of a certificate. Bytes after the certificate are left for the library to judge.
-KeyPtr keyOfCertificate(const Bytes& der) {
+EvpPkeyPtr keyOfCertificate(const Bytes& der) {
     const uint8_t* at = der.data();
-    const CertificatePtr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-    return KeyPtr(certificate == nullptr ? nullptr : X509_get_pubkey(certificate.get()));
+    const zelkm::X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+    return EvpPkeyPtr(certificate == nullptr ? nullptr : X509_get_pubkey(certificate.get()));
 }
 
 // What may be the public half of the attested key, taken from other answers of the keymaster: the
 // exported key, or else the keys of the attestation's certificates, whose order attest.chain
 // judges.
-std::vector<KeyPtr> attestedPublicKeys(Context& context) {
-    std::vector<KeyPtr> keys;
+std::vector<EvpPkeyPtr> attestedPublicKeys(Context& context) {
+    std::vector<EvpPkeyPtr> keys;
     const Answer exported = context.caller.exportKey(context.attested_key);
     const uint8_t* at = exported.output.data();
     if (exported.ok()) {
@@ -139,19 +132,19 @@ Outcome checkCsrProof(Context& context) {
     if (request == nullptr || at != context.request.data() + context.request.size()) {
         return {Verdict::kBroken, "what csr.request shows", size + " is no PKCS #10", kUseless};
     }
-    const KeyPtr requested(X509_REQ_get_pubkey(request.get()));
+    const EvpPkeyPtr requested(X509_REQ_get_pubkey(request.get()));
     if (requested == nullptr || X509_REQ_verify(request.get(), requested.get()) != 1) {
         return {Verdict::kBroken, "what csr.request shows", size + ": its signature is wrong",
                 kUseless};
     }
-    const std::vector<KeyPtr> attested = attestedPublicKeys(context);
+    const std::vector<EvpPkeyPtr> attested = attestedPublicKeys(context);
     if (std::none_of(attested.begin(), attested.end(),
-                     [](const KeyPtr& key) { return key != nullptr; })) {
+                     [](const EvpPkeyPtr& key) { return key != nullptr; })) {
         return holds(context.caller.sent(),
                      "PKCS #10 with a good signature; neither exportKey "
                      "nor attestKey returns the attested key to compare");
     }
-    if (std::none_of(attested.begin(), attested.end(), [&requested](const KeyPtr& key) {
+    if (std::none_of(attested.begin(), attested.end(), [&requested](const EvpPkeyPtr& key) {
             return sameKey(key.get(), requested.get());
         })) {
         return broken(context, "the request is for another key than the attested one",

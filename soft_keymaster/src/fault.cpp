@@ -116,7 +116,7 @@ const std::vector<NamedFault>& namedFaults() {
                         .output;
                 }),
         upgrade("upgrade-garbage", "an upgrade returns garbage",
-                [](FaultKeymaster&) { return Bytes{1, 2, 3}; }),
+                [](FaultKeymaster&) { return Bytes(3, 1); }),
         upgrade("upgrade-same", "an upgrade changes nothing",
                 [](FaultKeymaster& km) { return Bytes(km.calls().back().key_blob); }),
         upgrade("upgrade-empty", "an upgrade returns no key",

@@ -90,8 +90,10 @@ TEST_F(MemoryFault, SecureObjectOperations) {
     removed.addAliasInWhere(old_alias);
     selected.addAliasToOutput();
     Lines rows;
-    forEachAllocation("insert", [&] { return object_->SodInsert(added); }, storeHolds("a b c "));
-    forEachAllocation("delete", [&] { return object_->SodDelete(removed); }, storeHolds("b "));
+    const auto insert = [&] { return object_->SodInsert(added); };
+    const auto remove = [&] { return object_->SodDelete(removed); };
+    forEachAllocation("insert", insert, storeHolds("a b c "));
+    forEachAllocation("delete", remove, storeHolds("b "));
     forEachAllocation(
         "select", [&] { return object_->SodSelect(selected, rows); }, storeHolds("a b "));
 }
@@ -251,7 +253,8 @@ TEST_F(MemoryFault, EncryptionAndDecryption) {
                                   aad, sizeof(aad));
     };
     const auto verify = [this](int) { expectUsable("a b "); };
-    forEachAllocation("encryption", [&] { return convert(1); }, verify);
+    const auto encrypt = [&] { return convert(1); };
+    forEachAllocation("encryption", encrypt, verify);
     forEachAllocation(
         "decryption",
         [&] {

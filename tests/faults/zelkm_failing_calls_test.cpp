@@ -124,7 +124,8 @@ TEST_F(ZelkmFailingCalls, LoseNoObject) {
             EXPECT_TRUE(listed.out == after || (outcome.status != 0 && listed.out == before))
                 << listed.out << outcome.err;
         };
-        tool.failEachCall(args.back() + ", call", false, [&] { put(start); }, check);
+        const auto prepare = [&start] { put(start); };
+        tool.failEachCall(args.back() + ", call", false, prepare, check);
     }
 }
 

@@ -19,6 +19,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
+#include "openssl_handles.h"
 #include "output.h"
 #include "result_text.h"
 #include "store_values.h"
@@ -29,18 +30,12 @@ namespace {
 constexpr size_t kMinCertificates = 3;
 constexpr char kPemStart[] = "-----BEGIN ";
 
-template <auto kFree>
-struct Freer {
-    template <typename T>
-    void operator()(T* object) const {
-        kFree(object);
-    }
-};
-using BioPtr = std::unique_ptr<BIO, Freer<BIO_free>>;
-using PkeyPtr = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
-using X509Ptr = std::unique_ptr<X509, Freer<X509_free>>;
-using StorePtr = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
-using StoreContextPtr = std::unique_ptr<X509_STORE_CTX, Freer<X509_STORE_CTX_free>>;
+using zelkm::EvpPkeyPtr;
+using zelkm::OpenSslDeleter;
+using zelkm::X509Ptr;
+using zelkm::X509StoreCtxPtr;
+using zelkm::X509StorePtr;
+using BioPtr = std::unique_ptr<BIO, OpenSslDeleter<BIO_free>>;
 
 struct StackFreer {  // leaves the certificates to their owners
     void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
@@ -161,8 +156,8 @@ std::string pathProblem(const Chain& chain, size_t first) {
     for (size_t i = first + 1; i < chain.size(); ++i) {
         sk_X509_push(untrusted.get(), chain[i].certificate.get());
     }
-    const StorePtr store(X509_STORE_new());
-    const StoreContextPtr context(X509_STORE_CTX_new());
+    const X509StorePtr store(X509_STORE_new());
+    const X509StoreCtxPtr context(X509_STORE_CTX_new());
     X509_STORE_add_cert(store.get(), chain.back().certificate.get());
     if (X509_STORE_CTX_init(context.get(), store.get(), chain[first].certificate.get(),
                             untrusted.get()) != 1) {
@@ -196,7 +191,7 @@ std::string chainProblem(const Chain& chain, bool separate_first) {
     if (!reason.empty() || !separate_first) {
         return reason;
     }
-    const PkeyPtr key(X509_get_pubkey(chain[1].certificate.get()));
+    const EvpPkeyPtr key(X509_get_pubkey(chain[1].certificate.get()));
     if (!key) {
         return describe(chain, 1) + ": its public key cannot be used";
     }
