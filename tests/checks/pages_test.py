@@ -2,21 +2,31 @@
 # Copyright 2026 The libzelkeymaster authors
 # SPDX-License-Identifier: Apache-2.0
 
-"""Runs the commands that README and docs show, and compares what they print.
+"""Runs the commands that README, docs and sessions show, and compares what they print.
 
-A block that begins with ```console holds commands, each after "$ ", and what they print. The
-commands of a page share one new folder, in the order of the page; `<!-- run: COMMAND -->` prepares
-something without showing it, and must succeed. Times, owners, process numbers, line numbers, random
-bytes and the breaking of lines may differ. "..." at the end of a line stands for any text, and alone
-for any lines. What is not run is listed: commands that set up, build or need a device, and all
-blocks of another kind.
+A block that begins with ```console holds commands, each after "$ ", and what they print.
+`<!-- run: COMMAND -->` prepares something without showing it, and must succeed. All commands of a
+file run in one bash, in the order of the file, in a new folder, with the programs on PATH.
 
-    pages_test.py FOLDER_WITH_PROGRAMS... -- PAGE...
+Pages are for readers: times, owners, process numbers, line numbers, random bytes (MASKS) and the
+breaking of lines may differ. "..." at the end of a line stands for any text, and alone for any
+lines. What is not run is listed: commands that set up, build or need a device, and all blocks of
+another kind.
+
+Sessions (--exact: tests/sessions) are tests: every line counts but for MASKS, and so does the exit
+status, shown as a last line "(exit 2)" where it is not 0. "(no newline)" follows a last line
+without one; control characters and a blank at the end of a line are shown as "\\x0d"; the folder is
+FOLDER. To write or change a session, type its commands, let --update write what they print, and
+read the difference:
+
+    pages_test.py [--exact | --update] FOLDER_WITH_PROGRAMS... -- FILE...
+    tests/checks/pages_test.py --update build/debug/tools -- tests/sessions/list.md
 """
 
 import os
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -49,116 +59,124 @@ MASKS = [
     (r"(\b0[0-7]{3}), \d+:\d+,", r"\1, OWNER,"),
     (r"^([-d][-rwx]{9} +\d+) \S+ +\S+", r"\1 USER GROUP"),  # of ls -l
     (r"\b\d+(\.\d+)? (seconds|s|ms)\b", "DURATION"),
-    (r"^zelkm: the keymaster is software.*$", ""),
+    (r"^zelkm: the keymaster is software.*\n?", ""),
+    (r"^bash: line \d+: ", "bash: "),
 ]
+END = "\x1d"  # follows what a command prints, and is followed by its exit status
 
 
-def blocks(page):
-    """The fenced blocks and hidden commands of a page: kind, line number, lines."""
+class Command:
+    def __init__(self, number, text, hidden=False):
+        self.number, self.text, self.hidden = number, text, hidden
+        self.shown = []  # lines
+        self.printed, self.status = "", None  # of a command that was run
+
+
+def commands(lines):
+    """The commands of a file, with what is shown; and the blocks of another kind."""
+    found, others = [], []
     kind = None
-    for number, line in enumerate(page.read_text(encoding="utf-8").splitlines(), 1):
+    for number, line in enumerate(lines, 1):
         hidden = re.fullmatch(r"<!-- run: (.*) -->", line)
         if hidden and kind is None:
-            yield "run", number, [hidden.group(1)]
+            found.append(Command(number, hidden.group(1), hidden=True))
         elif line.startswith("```"):
-            if kind is None:
-                kind, start, lines = line[3:].strip(), number, []
-            else:
-                yield kind, start, lines
-                kind = None
-        elif kind is not None:
-            lines.append(line)
+            if kind is None and line != "```console":
+                others.append(f"{number}: a block of kind \"{line[3:] or 'none'}\", which begins "
+                              f"with: {lines[number]}")
+            kind = line[3:].strip() if kind is None else None
+        elif kind == "console" and line.startswith("$ "):
+            found.append(Command(number, line[2:]))
+        elif kind == "console" and found[-1].text.endswith("\\") and not found[-1].shown:
+            found[-1].text += "\n" + line
+        elif kind == "console":
+            found[-1].shown.append(line)
+    return found, others
 
 
-def commands(lines, number):
-    """The commands of a transcript: line number, command, output."""
-    found = []
-    for line in lines:
-        number += 1
-        if line.startswith("$ "):
-            found.append([number, line[2:], []])
-        elif found and found[-1][1].endswith("\\") and not found[-1][2]:
-            found[-1][1] += "\n" + line
-        elif found:
-            found[-1][2].append(line)
-    return found
+def run(wanted, folders):
+    """Runs these commands."""
+    environment = {**os.environ, "PATH": os.pathsep.join(folders + [os.environ["PATH"]]),
+                   "LC_ALL": "C.UTF-8", "TZ": "UTC"}
+    for name in ("ANDROID_LOG_TAGS", "NO_COLOR", "ZELKM_DIR"):
+        environment.pop(name, None)
+    script = "".join(f"eval {shlex.quote(command.text)}\nprintf '\\035%d\\n' $?\n"
+                     for command in wanted)
+    with tempfile.TemporaryDirectory() as folder:
+        done = subprocess.run(["bash", "-c", script], cwd=folder, env=environment, umask=0o022,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, timeout=600, check=False)
+    printed = done.stdout.decode(errors="backslashreplace").replace(folder, "FOLDER")
+    for command, (text, status) in zip(wanted, re.findall(f"(.*?){END}(\\d+)\n", printed, re.S)):
+        command.printed, command.status = text, int(status)
 
 
 def masked(text):
     for pattern, replacement in MASKS:
         text = re.sub(pattern, replacement, text, flags=re.M)
-    return text.split()
+    return text
 
 
-def same(shown, printed):
-    """Whether what was printed is what is shown, but for masks, line breaks and "..."."""
-    pieces = re.split(r"^\s*\.\.\.$|(?<= )\.\.\.$", shown, flags=re.M)
-    pattern = " .*".join(re.escape(" ".join([""] + masked(piece))) for piece in pieces)
-    return re.fullmatch(pattern, " ".join([""] + masked(printed)), re.S) is not None
+def same(command):
+    """Whether a page's command prints what is shown, but for masks, line breaks and "..."."""
+    pieces = re.split(r"^\s*\.\.\.$|(?<= )\.\.\.$", "\n".join(command.shown), flags=re.M)
+    words = [" ".join([""] + masked(text).split()) for text in [command.printed] + pieces]
+    return re.fullmatch(" .*".join(map(re.escape, words[1:])), words[0], re.S) is not None
 
 
-class Pages:
-    def __init__(self, folders):
-        self.environment = {
-            **os.environ,
-            "PATH": os.pathsep.join(folders + [os.environ["PATH"]]),
-            "LC_ALL": "C.UTF-8",
-        }
-        for name in ("ANDROID_LOG_TAGS", "ZELKM_DIR"):
-            self.environment.pop(name, None)
-        self.ran, self.failed, self.left = 0, 0, []
-        self.exports = ""  # what the page exported so far
+def exactly(command):
+    """The lines that a session shows."""
+    text = re.sub(r"(?!\n)[\x00-\x1f\x7f-\x9f]| $", lambda odd: f"\\x{ord(odd.group()):02x}",
+                  command.printed, flags=re.M)
+    if text and not text.endswith("\n"):
+        text += "\n(no newline)\n"
+    return text.splitlines() + ([f"(exit {command.status})"] if command.status else [])
 
-    def run(self, command, folder):
-        export = re.match(r"export \w+=\S+", command)
-        if export:
-            self.exports += export.group() + "; "
-        return subprocess.run(["bash", "-c", self.exports + command], cwd=folder, env=self.environment,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, text=True, errors="backslashreplace",
-                              timeout=120, check=False)
 
-    def check(self, page):
-        self.exports = ""
-        with tempfile.TemporaryDirectory() as folder:
-            for kind, number, lines in blocks(page):
-                if kind == "console":
-                    for at, command, output in commands(lines, number):
-                        self.compare(f"{page.name}:{at}", command, "\n".join(output), folder)
-                elif kind == "run":
-                    done = self.run(lines[0], folder)
-                    if done.returncode != 0:
-                        self.fail(f"{page.name}:{number}", lines[0], "success", done.stdout)
-                else:
-                    self.left.append(f"{page.name}:{number}: a block of kind "
-                                     f"\"{kind or 'none'}\", which begins with: {lines[0]}")
+def same_exactly(command):
+    return masked("\n".join(command.shown)) == masked("\n".join(exactly(command)))
 
-    def compare(self, place, command, output, folder):
-        for word, reason in NOT_RUN.items():
-            if command.startswith(word):
-                self.left.append(f"{place}: {reason}: {command}")
-                return
-        self.ran += 1
-        printed = self.run(command, folder).stdout
-        if not same(output, printed):
-            self.fail(place, command, output, printed)
 
-    def fail(self, place, command, shown, printed):
-        self.failed += 1
-        print(f"{place}: $ {command}\n-- the page shows:\n{shown}\n-- but it prints:\n{printed}")
+def update(path, lines, found):
+    """Puts what the commands print into the file, where it differs from what is shown."""
+    for command in reversed(found):
+        if not command.hidden and not same_exactly(command):
+            start = command.number + command.text.count("\n")
+            lines[start:start + len(command.shown)] = exactly(command)
+    path.write_text("\n".join(lines) + "\n", encoding="utf-8")
 
 
 def main():
-    split = sys.argv.index("--")
-    pages = Pages([str(pathlib.Path(folder).resolve()) for folder in sys.argv[1:split]])
-    for page in sys.argv[split + 1:]:
-        pages.check(pathlib.Path(page))
-    print("not run:")
-    for line in pages.left:
-        print(f"  {line}")
-    print(f"{pages.ran} commands run, {pages.failed} of them not as shown; "
-          f"{len(pages.left)} blocks or commands not run")
-    return pages.failed != 0 or pages.ran == 0
+    mode = sys.argv[1] if sys.argv[1].startswith("--") else "--pages"
+    split = sys.argv.index("--", 2)
+    folders = [str(pathlib.Path(folder).resolve()) for folder in sys.argv[1:split]
+               if folder != mode]
+    ran, failed, left = 0, 0, []
+    for path in map(pathlib.Path, sys.argv[split + 1:]):
+        lines = path.read_text(encoding="utf-8").splitlines()
+        found, others = commands(lines)
+        left += [f"{path.name}:{other}" for other in others]
+        for command in found[:] if mode == "--pages" else []:
+            for word, reason in NOT_RUN.items():
+                if command.text.startswith(word) and not command.hidden:
+                    left.append(f"{path.name}:{command.number}: {reason}: {command.text}")
+                    found.remove(command)
+        run(found, folders)
+        if mode == "--update":
+            update(path, lines, found)
+        for command in found if mode != "--update" else []:
+            right = command.status == 0 if command.hidden else \
+                same(command) if mode == "--pages" else same_exactly(command)
+            if not right:
+                failed += 1
+                print(f"{path.name}:{command.number}: $ {command.text}\n-- the file shows:",
+                      *command.shown, "-- but it prints:", *exactly(command), sep="\n")
+        ran += len(found)
+    if left:
+        print("not run:", *left, sep="\n  ")
+    print(f"{ran} commands run, {failed} of them not as shown; "
+          f"{len(left)} blocks or commands not run")
+    return failed != 0 or ran == 0
 
 
 if __name__ == "__main__":
