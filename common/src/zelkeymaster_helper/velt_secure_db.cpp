@@ -17,6 +17,7 @@
 #include "db_object_table.h"
 #include "db_rows.h"
 #include "db_store_format.h"
+#include "growing_array.h"
 #include "malloc_buffer.h"
 #include "platform_log.h"
 
@@ -35,6 +36,7 @@ struct EncryptionCallback {
 };
 
 ObjectTable g_table;
+GrowingArray<const db_row*> g_found;  // by a select; kept, so that the next one has room
 EncryptionCallback g_encryption;
 bool g_names_cached;
 
@@ -101,16 +103,15 @@ int exportStore(db_bytes_t* out) {
 // Exports the given columns of the rows that satisfy all conditions, as text without a header.
 void exportSelection(const ConditionSet& conditions, const ColumnList& columns, db_bytes_t* out) {
     const bool all = conditions.count == 0 && !conditions.never;
-    GrowingArray<const db_row*> found;
     bool complete = true;
     size_t len = 1;
     if (all) {
         len += g_table.textLen(columns);
     } else {
         g_table.forEachMatching(conditions, [&](const db_row& row) {
-            complete = complete && found.reserve(1);
+            complete = complete && g_found.reserve(1);
             if (complete) {
-                found.push(&row);
+                g_found.push(&row);
                 len += encodedLen(row, columns);
             }
         });
@@ -124,7 +125,7 @@ void exportSelection(const ConditionSet& conditions, const ColumnList& columns, 
         if (all) {
             to = g_table.writeRows(columns, to);
         }
-        for (const db_row* row : found) {
+        for (const db_row* row : g_found) {
             to = encodeRow(*row, columns, to);
         }
         *to = '\0';
@@ -132,7 +133,7 @@ void exportSelection(const ConditionSet& conditions, const ColumnList& columns, 
     } else {
         LOG_ERROR("allocation failure for out");
     }
-    found.release();
+    g_found.resize(0);
 }
 
 int decodeRow(PayloadReader* payload, db_row* row) {
