@@ -68,7 +68,9 @@ Return<void> BareKeymaster::update(uint64_t /*handle*/, const hidl_vec<KeyParame
         held_.erase(held_.begin(), held_.begin() + static_cast<ptrdiff_t>(from_held));
     }
     cipher_.update(input.data(), from_input, output_.data() + from_held);
-    held_.insert(held_.end(), input.data() + from_input, input.data() + len);
+    if (decrypting_) {
+        held_.insert(held_.end(), input.data() + from_input, input.data() + len);
+    }
     cb(ErrorCode::OK, static_cast<uint32_t>(len), {}, zelkm::viewOf(output_.data(), leaving));
     return Void();
 }

@@ -483,13 +483,22 @@ void log_to_file(char level, const char* /*file*/, const int line, const char* f
     writeErrorFile(level, baseName(__FILE__), line, text);
 }
 
+namespace {
+
+// Apart from the answer, so that a call that gets through does not pay for the text.
+[[gnu::noinline]] void logTransportError(const Return<void>& ret) {
+    std::string description;
+    const bool described = runNoThrow([&] { description = ret.description(); });
+    LOG_ERROR("HIDL call failed with %s", described ? description.c_str() : "(out of memory)");
+}
+
+}  // namespace
+
 int32_t zelkm::ConverHIDLErrorToKeymasterError(const Return<void>& ret) {
     if (ret.isOk()) {
         return ZELKM_OK;
     }
-    std::string description;
-    const bool described = runNoThrow([&] { description = ret.description(); });
-    LOG_ERROR("HIDL call failed with %s", described ? description.c_str() : "(out of memory)");
+    logTransportError(ret);
     return ZELKM_UNKNOWN_ERROR;
 }
 
