@@ -165,8 +165,9 @@ def main():
         if mode == "--update":
             update(path, lines, found)
         for command in found if mode != "--update" else []:
-            right = command.status == 0 if command.hidden else \
-                same(command) if mode == "--pages" else same_exactly(command)
+            right = command.status is not None and (
+                command.status == 0 if command.hidden else
+                same(command) if mode == "--pages" else same_exactly(command))
             if not right:
                 failed += 1
                 print(f"{path.name}:{command.number}: $ {command.text}\n-- the file shows:",
