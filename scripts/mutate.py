@@ -24,7 +24,7 @@ SOURCES = "common/src/**/*"
 FOLDERS = {
     "common": ("zelkeymaster_objects", r"^(?!zelkm_|keymaster_check|soft_|log_|messages|platform|tool)"),
     "soft_keymaster": ("soft_keymaster", r"^(soft_|keymaster_check|hostile|secure|database|signing|stored)"),
-    "keymaster_check": ("keymaster_check", "^(keymaster_check|check_programs)"),
+    "keymaster_check": ("keymaster_check", "^(keymaster_check|check_session)"),
     "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)"),
 }
 
