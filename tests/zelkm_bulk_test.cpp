@@ -194,10 +194,7 @@ TEST_F(ZelkmTool, AnImportIsOneChange) {
     for (int part = 0; part <= 12; ++part) {
         std::filesystem::remove_all("t");
         std::filesystem::copy("s", "t");
-        const pid_t child = startChild([]() -> int {
-            std::vector<std::string> args = {"zelkm", "--dir=t", "--quiet", "import", "many.csv"};
-            exec(args);
-        });
+        const pid_t child = startProgram(toolWith({"--dir=t", "--quiet", "import", "many.csv"}));
         std::this_thread::sleep_for(whole * part / 10);
         ::kill(child, SIGKILL);
         const int status = exitStatus(child);
@@ -316,12 +313,9 @@ std::string onTerminal(std::vector<std::string> args) {
     const int other_end = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY);
     const winsize size = {24, 40, 0, 0};
     EXPECT_EQ(::ioctl(other_end, TIOCSWINSZ, &size), 0);
-    args.insert(args.begin(), {"zelkm", "--dir=s"});
-    runInChild([&]() -> int {
-        ::dup2(other_end, 1);
-        ::dup2(other_end, 2);
-        exec(args);
-    });
+    args.insert(args.begin(), "--dir=s");
+    Descriptors descriptors;
+    exitStatus(startProgram(toolWith(args), descriptors.copy(other_end, 1).copy(other_end, 2)));
     char text[4096];
     const ssize_t len = ::read(terminal, text, sizeof(text));
     ::close(other_end);

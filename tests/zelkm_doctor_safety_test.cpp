@@ -4,12 +4,7 @@
 // The tool on directories that somebody else has prepared or is changing. It waits for nothing and
 // leaves nothing outside. Root's tool does for the owner only what the owner could have done.
 
-#include <sys/ptrace.h>
-#include <sys/wait.h>
-
 #include <atomic>
-#include <csignal>
-#include <set>
 #include <thread>
 
 #include "damaged_store.h"
@@ -60,75 +55,6 @@ TEST_F(ZelkmSafety, NamesWhatIsNoFileAndWaitsForNothing) {
     put(start_);
     fs::resize_file(kStore, uint64_t{4} << 30);
     expectNamed("secure_objects.db", "4294967296 bytes");
-}
-
-// Runs the tool and kills it at its nth system call. Returns false when it ended before.
-bool killAtCall(int nth, std::vector<std::string> args) {
-    const pid_t child = startChild([&]() -> int {
-        const int nowhere = ::open("/dev/null", O_RDWR);
-        ::dup2(nowhere, 1);
-        ::dup2(nowhere, 2);
-        ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // leaks cannot be looked for under a tracer
-        ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        exec(args);
-    });
-    int status = 0;
-    for (int call = 0; ::waitpid(child, &status, 0) == child && WIFSTOPPED(status); ++call) {
-        if (call == 2 * nth) {  // each call stops twice
-            ::kill(child, SIGKILL);
-            ::waitpid(child, &status, 0);
-            return true;
-        }
-        ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
-    }
-    return false;
-}
-
-bool canTrace() {
-    return runInChild([] { return int(::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr)); }) == 0;
-}
-
-TEST_F(ZelkmSafety, LeavesNothingOutsideWhereverItIsKilled) {
-    if (!canTrace()) {
-        GTEST_SKIP() << "no process can be traced here";
-    }
-    fs::create_directory("tmp");
-    ::setenv("TMPDIR", "tmp", 1);
-    interrupt();
-    write("stdout", "");
-    const Files damaged = files();
-    const std::vector<std::string> repair = {"zelkm", "--dir=s", "doctor", "--repair"};
-    int touched = 0;  // up to this call the directory stays as it was
-    for (int step = 512; step != 0; step /= 2) {
-        put(damaged);
-        killAtCall(touched + step, repair);
-        touched += files() == damaged && kept().empty() ? step : 0;
-    }
-    int num_touched = 0;
-    for (int call = touched % 30;; call += call < touched ? 30 : 3) {
-        SCOPED_TRACE("killed at system call " + std::to_string(call));
-        put(damaged);
-        std::set<fs::path> before;
-        for (const auto& entry : fs::directory_iterator(".")) {
-            before.insert(entry.path());
-        }
-        if (!killAtCall(call, repair)) {
-            break;
-        }
-        num_touched += files() == damaged ? 0 : 1;
-        EXPECT_TRUE(fs::is_empty("tmp"));
-        for (const auto& entry : fs::directory_iterator(".")) {
-            EXPECT_EQ(before.count(entry.path()), 1u) << entry.path();
-        }
-        for (const auto& [name, content] : kept()) {
-            EXPECT_EQ(name.find(".key"), name.npos) << name;
-        }
-        run({"doctor", "--repair"});
-        EXPECT_EQ(run({"doctor"}).status, 0);
-        EXPECT_EQ(done({"aliases"}), kAll);
-    }
-    ::unsetenv("TMPDIR");
-    EXPECT_GT(num_touched, 5);
 }
 
 // Root repairs what belongs to somebody else, who swaps links for what the doctor makes.

@@ -22,13 +22,12 @@ class FailingTool {
     explicit FailingTool(Args args) {
         int orders[2], reports[2];
         EXPECT_TRUE(::pipe2(orders, O_CLOEXEC) == 0 && ::pipe2(reports, O_CLOEXEC) == 0);
-        args.insert(args.begin(), {"zelkm", "--dir=s"});
-        program_ = startChild([&]() -> int {
-            ::setenv("LD_PRELOAD", std::getenv("FAILING_CALLS"), 1);
-            ::dup2(orders[0], kOrders);
-            ::dup2(reports[1], kReports);
-            exec(args);
-        });
+        args.insert(args.begin(), "--dir=s");
+        args = toolWith(args);
+        args.insert(args.begin(),
+                    {"env", std::string("LD_PRELOAD=") + std::getenv("FAILING_CALLS")});
+        Descriptors ours;
+        program_ = startProgram(args, ours.copy(orders[0], kOrders).copy(reports[1], kReports));
         ::close(orders[0]);
         ::close(reports[1]);
         orders_ = orders[1];
@@ -142,6 +141,36 @@ TEST_F(ZelkmFailingCalls, LeaveADirectoryToGoOnWithBeforeTheFirstObject) {
                 EXPECT_TRUE(listed.out == "c::n\n" || (outcome.status != 0 && listed.out.empty()));
             });
     }
+}
+
+TEST_F(ZelkmFailingCalls, LeaveNothingOutsideWhereverTheDoctorIsKilled) {
+    std::filesystem::create_directory("tmp");
+    ::setenv("TMPDIR", "tmp", 1);
+    interrupt();
+    const Files damaged = files();
+    const Files around = files(".");
+    int touched = 0;
+    FailingTool doctor({"doctor", "--repair"});
+    FailingTool again({"doctor", "--repair"});
+    FailingTool aliases({"aliases"});
+    doctor.failEachCall(
+        "killed at call", true, [&damaged] { put(damaged); },
+        [&](const Outcome&) {
+            touched += files() == damaged ? 0 : 1;
+            EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+            for (const auto& [name, content] : files(".")) {
+                EXPECT_TRUE(around.count(name) == 1 || name == "stdout" || name == "stderr")
+                    << name;
+            }
+            for (const auto& [name, content] : kept()) {
+                EXPECT_EQ(name.find(".key"), name.npos) << name;
+            }
+            again.run();
+            EXPECT_EQ(run({"doctor"}).status, 0);
+            EXPECT_EQ(aliases.run().out, kAll);
+        });
+    ::unsetenv("TMPDIR");
+    EXPECT_GT(touched, 5);
 }
 
 TEST_F(ZelkmFailingCalls, ReplaceBothOutputsOrNone) {

@@ -55,7 +55,7 @@ int findLibcrypto(dl_phdr_info* library, size_t /*len*/, void* /*context*/) {
 
 [[maybe_unused]] bool allocationFails(void* caller) {
     const auto at = reinterpret_cast<uintptr_t>(caller);
-    return (at < g_libcrypto[0] || at >= g_libcrypto[1]) && fails(ENOMEM);
+    return !g_order.kills && (at < g_libcrypto[0] || at >= g_libcrypto[1]) && fails(ENOMEM);
 }
 
 // Returns in the children, one for each order.
@@ -142,6 +142,7 @@ FAILING(int, renameat, (int from_at, const char* from, int to_at, const char* to
         (from_at, from, to_at, to), fails())
 FAILING(int, renameat2, (int from_at, const char* from, int to_at, const char* to, unsigned flags),
         (from_at, from, to_at, to, flags), fails())
+FAILING(int, mkdirat, (int at, const char* path, mode_t mode), (at, path, mode), fails())
 FAILING(int, unlinkat, (int at, const char* path, int flags), (at, path, flags), fails())
 FAILING(int, unlink, (const char* path), (path), fails())
 FAILING(int, fchdir, (int fd), (fd), fails())

@@ -12,8 +12,8 @@ constexpr int kOrders = 100;  // the program's descriptors
 constexpr int kReports = 101;
 
 struct Order {
-    long nth = 0;  // this file call or allocation fails; with 0 none does
-    bool kills = false;
+    long nth = 0;        // this file call or allocation fails; with 0 none does
+    bool kills = false;  // instead, this file call is not made, nor anything after it
 };
 
 struct Report {

@@ -5,10 +5,7 @@
 
 #pragma once
 
-#include <fcntl.h>
-#include <grp.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cstdlib>
 
 #include "child.h"
@@ -24,16 +21,11 @@ struct Outcome {
     bool says(const std::string& text) const { return err.find(text) != err.npos; }
 };
 
-// Turns this process into the tool. The first argument is the tool's name.
-[[noreturn]] inline void exec(std::vector<std::string>& args) {
-    std::vector<char*> argv;
-    for (std::string& arg : args) {
-        argv.push_back(arg.data());
-    }
-    argv.push_back(nullptr);
-    const char* program = std::getenv("ZELKM");
-    ::execv(program != nullptr ? program : "", argv.data());
-    ::_exit(127);
+// The program and its arguments.
+inline std::vector<std::string> toolWith(std::vector<std::string> args) {
+    const char* const program = std::getenv("ZELKM");
+    args.insert(args.begin(), program != nullptr ? program : "ZELKM is not set");
+    return args;
 }
 
 class ZelkmTool : public InTempDir {
@@ -42,23 +34,21 @@ class ZelkmTool : public InTempDir {
 
     // Runs the tool on the directory "s", or on the one that a last argument --dir=… names.
     Outcome run(std::vector<std::string> args, const std::string& input = "") {
-        const bool elsewhere = !args.empty() && args.back().rfind("--dir=", 0) == 0;
-        args.insert(args.begin(), {"zelkm", elsewhere ? args.back() : "--dir=s"});
-        if (elsewhere) {
-            args.pop_back();
+        if (args.empty() || args.back().rfind("--dir=", 0) != 0) {
+            args.emplace_back("--dir=s");
+        }
+        std::rotate(args.begin(), args.end() - 1, args.end());
+        args = toolWith(args);
+        if (user_ != 0) {
+            const std::string id = std::to_string(user_);
+            args.insert(args.begin(), {"setpriv", "--reuid", id, "--regid", id, "--clear-groups"});
         }
         write("stdin", input);
-        const int status = runInChild([&]() -> int {
-            ::dup2(::open("stdin", O_RDONLY), 0);
-            ::dup2(::open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-            ::dup2(::open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-            ::alarm(120);  // ends a tool that hangs
-            if (user_ != 0 &&
-                (::setgroups(0, nullptr) != 0 || ::setgid(user_) != 0 || ::setuid(user_) != 0)) {
-                return 126;
-            }
-            exec(args);
-        });
+        Descriptors files;
+        files.open(0, "stdin", O_RDONLY);
+        files.open(1, "stdout", O_WRONLY | O_CREAT | O_TRUNC);
+        files.open(2, "stderr", O_WRONLY | O_CREAT | O_TRUNC);
+        const int status = exitStatus(startProgram(args, files));
         return {status, text("stdout"), text("stderr")};
     }
 
