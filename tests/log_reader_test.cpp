@@ -72,7 +72,7 @@ TEST(LogReader, KnowsTheLibrarysLineInEveryFormat) {
         const Log log = read({c.line + "\n"});
         ASSERT_EQ(log.events.size(), 1u) << c.line;
         const LogEvent& event = log.events[0];
-        EXPECT_EQ(event.message->id, MessageId::kBeginRefused) << c.line;
+        EXPECT_EQ(event.message->format, "error in begin process : %d") << c.line;
         EXPECT_EQ(event.arguments, (std::vector<std::string>{"-49"})) << c.line;
         EXPECT_EQ(event.time, c.time) << c.line;
         EXPECT_EQ(log.unknown.count + log.foreign.count, 0u) << c.line;
@@ -83,9 +83,7 @@ TEST(LogReader, KnowsTheLibrarysLineInEveryFormat) {
 std::string formatsOf(const Log& log) {
     std::string formats;
     for (const LogEvent& event : log.events) {
-        const std::string_view format = event.message->format;
-        formats += (formats.empty() ? "" : ", ");
-        formats += format.substr(0, format.find('\n'));
+        formats += (formats.empty() ? "" : ", ") + event.message->format;
         formats += event.count > 1 ? "*" + std::to_string(event.count) : "";
     }
     return formats;

@@ -14,8 +14,6 @@
 namespace zelkm_tool {
 namespace {
 
-using Id = FindingId;
-
 constexpr size_t kDigestLen = 32;
 
 const std::string kStore = kStoreFile;
@@ -64,7 +62,8 @@ class StoreDoctor {
         putStore(chosen);
         diagnosis_.changes.insert(diagnosis_.changes.end(), removals_.begin(), removals_.end());
         judgeDisguises();
-        diagnosis_.decrypted = chosen == kStore && opening_ == kKey && !reading(kStore).finding;
+        diagnosis_.decrypted =
+            chosen == kStore && opening_ == kKey && reading(kStore).finding.empty();
         return std::move(diagnosis_);
     }
 
@@ -76,8 +75,8 @@ class StoreDoctor {
     const StoreReading& reading(const std::string& name) const {
         return diagnosis_.readings.at(name);
     }
-    void add(Id id, const std::string& file, const std::string& proof) {
-        diagnosis_.findings.push_back({id, file, proof});
+    void add(const std::string& finding, const std::string& file, const std::string& proof) {
+        diagnosis_.findings.push_back({finding, file, proof});
     }
     void replace(const std::string& file, const std::string& content, const std::string& why) {
         diagnosis_.changes.push_back({file, content, why});
@@ -125,18 +124,18 @@ class StoreDoctor {
         if (has(kStore)) {
             const StoreReading& r = reading(kStore);
             const bool is_forged =
-                r.finding == Id::kStorePlaintext && has(kBackup) && isEncrypted(kBackup);
-            if (r.finding) {
-                add(is_forged ? Id::kPlaintextBesideEncrypted : *r.finding, kStore, r.words);
+                r.finding == "store-plaintext" && has(kBackup) && isEncrypted(kBackup);
+            if (!r.finding.empty()) {
+                add(is_forged ? "plaintext-beside-encrypted" : r.finding, kStore, r.words);
             }
         } else if (has(kTemporary) &&
                    (reading(kTemporary).reads() || reading(kTemporary).looksWhole())) {
-            add(Id::kReplacementInterrupted, kTemporary, reading(kTemporary).words);
+            add("replacement-interrupted", kTemporary, reading(kTemporary).words);
         } else if (has(kTemporary) || has(kBackup)) {
             const std::string& left = has(kTemporary) ? kTemporary : kBackup;
-            add(Id::kStoreMissing, kStore, left + " " + reading(left).words);
+            add("store-missing", kStore, left + " " + reading(left).words);
         } else {
-            add(Id::kNoStore, "", "there is no such file");
+            add("no-store", "", "there is no such file");
         }
     }
 
@@ -146,9 +145,9 @@ class StoreDoctor {
 
     void judgeVersions(const std::string& chosen) {
         if (has(kTemporary) && has(kStore)) {
-            add(Id::kReplacementUnfinished, kTemporary, reading(kTemporary).words);
+            add("replacement-unfinished", kTemporary, reading(kTemporary).words);
             const bool is_partial = reading(kTemporary).state == StoreReading::kDead ||
-                                    reading(kTemporary).finding == Id::kStoreCut;
+                                    reading(kTemporary).finding == "store-cut";
             if (chosen == kStore || (is_partial && reading(kStore).looksWhole())) {
                 remove(kTemporary, "not completed");
             }
@@ -157,10 +156,10 @@ class StoreDoctor {
             return;
         }
         const StoreReading& r = reading(kBackup);
-        if (r.finding == Id::kDisguised || r.finding == Id::kStorePlaintext) {
-            add(*r.finding, kBackup, r.words);
-        } else if (r.finding && r.finding != Id::kStoreNotDecrypted) {
-            add(Id::kBackupDamaged, kBackup, r.words);
+        if (r.finding == "disguised" || r.finding == "store-plaintext") {
+            add(r.finding, kBackup, r.words);
+        } else if (!r.finding.empty() && r.finding != "store-not-decrypted") {
+            add("backup-damaged", kBackup, r.words);
             if (r.reads()) {
                 replace(kBackup, r.image, "with its header corrected");
             } else if (r.state == StoreReading::kDead && has(kStore)) {
@@ -176,7 +175,7 @@ class StoreDoctor {
         }
         const StoreReading& r = reading(chosen);
         replace(kStore, r.reads() ? r.image : files_.at(chosen),
-                r.reads() && r.finding ? "with its header corrected" : "from " + chosen);
+                r.reads() && !r.finding.empty() ? "with its header corrected" : "from " + chosen);
         if (chosen != kStore) {
             remove(kTemporary, "not needed any more");
         }
@@ -193,17 +192,16 @@ class StoreDoctor {
     void judgeKey() {
         const bool is_missing = isBlank(contentOf(kKey));
         if (!opening_.empty() && opening_ != kKey) {
-            add(is_missing ? Id::kKeyMissing : Id::kKeyDisplaced, kKey,
-                opening_ + " opens the store");
+            add(is_missing ? "key-missing" : "key-displaced", kKey, opening_ + " opens the store");
             replace(kKey, contentOf(opening_), "from " + opening_);
         } else if (opening_.empty() && is_missing && !by_digest_.empty()) {
-            add(Id::kKeyMissing, kKey, kDigest + " is the digest of " + by_digest_);
+            add("key-missing", kKey, kDigest + " is the digest of " + by_digest_);
             replace(kKey, contentOf(by_digest_), "from " + by_digest_);
         } else if (opening_.empty() && is_missing && needsKey()) {
-            add(Id::kKeyMissing, kKey, has(kKey) ? "is empty or zeros" : "there is no such file");
+            add("key-missing", kKey, has(kKey) ? "is empty or zeros" : "there is no such file");
         } else if (opening_.empty() && !is_missing && trials_->canDecrypt() &&
                    trials_->keyStatus(contentOf(kKey)) != ZELKM_OK) {
-            add(Id::kKeyNotAccepted, kKey, resultText(trials_->keyStatus(contentOf(kKey))));
+            add("key-not-accepted", kKey, resultText(trials_->keyStatus(contentOf(kKey))));
         }
     }
 
@@ -217,7 +215,7 @@ class StoreDoctor {
             return;
         }
         const bool counts = digest.size() == kDigestLen;
-        add(counts ? Id::kDigestMismatch : Id::kDigestMissing, kDigest,
+        add(counts ? "digest-mismatch" : "digest-missing", kDigest,
             !counts              ? std::to_string(digest.size()) + " bytes"
             : by_digest_.empty() ? "it matches no key file"
                                  : "it is the digest of " + by_digest_);
@@ -238,7 +236,7 @@ class StoreDoctor {
                 continue;
             }
             if (name != used) {
-                add(Id::kKeyChangeUnfinished, name, "it is next to " + base);
+                add("key-change-unfinished", name, "it is next to " + base);
             }
             if (!used.empty()) {
                 remove(name, "not needed any more");
@@ -250,7 +248,7 @@ class StoreDoctor {
             !opening_.empty() && !backup.empty() && trials_->keyStatus(backup) != ZELKM_OK;
         if (is_refused ||
             (has(kKeyBackup) && has(kDigestBackup) && contentOf(kDigestBackup) != sha256(backup))) {
-            add(Id::kKeyBackupMismatch, kKeyBackup,
+            add("key-backup-mismatch", kKeyBackup,
                 is_refused ? resultText(trials_->keyStatus(backup))
                            : "the SHA-256 is not that in " + kDigestBackup);
             if (!opening_.empty()) {
@@ -274,14 +272,14 @@ class StoreDoctor {
             const std::string key =
                 by_digest_ == kKey ? "" : describeDisguise(contentOf(kKey), is_key);
             if (has(kDigest) && !digest.empty()) {
-                add(Id::kDisguised, kDigest, digest);
+                add("disguised", kDigest, digest);
             }
             if (!key.empty() || (by_digest_ != kKey && isText(contentOf(kKey)))) {
-                add(Id::kDisguised, kKey, key.empty() ? "is text" : key);
+                add("disguised", kKey, key.empty() ? "is text" : key);
             }
         }
         if (std::any_of(diagnosis_.findings.begin(), diagnosis_.findings.end(),
-                        [](const Finding& f) { return f.id == Id::kDisguised; })) {
+                        [](const Finding& f) { return f.name == "disguised"; })) {
             diagnosis_.changes.clear();
         }
     }
@@ -300,10 +298,10 @@ class StoreDoctor {
 // the plaintext that a lost answer left is known as such.
 bool areSafe(const Diagnosis& before, const Diagnosis& after) {
     const auto isExpected = [&before](const Finding& finding) {
-        return finding.kind().severity != Severity::kWrong || finding.id == Id::kDigestMissing ||
-               finding.id == Id::kPlaintextBesideEncrypted ||
+        return finding.kind().severity != Severity::kWrong || finding.name == "digest-missing" ||
+               finding.name == "plaintext-beside-encrypted" ||
                std::any_of(before.findings.begin(), before.findings.end(), [&](const Finding& f) {
-                   return f.id == finding.id && f.file == finding.file;
+                   return f.name == finding.name && f.file == finding.file;
                });
     };
     return after.changes.empty() &&
@@ -319,19 +317,19 @@ std::optional<Finding> lookAt(const std::string& name, const FileEvidence& file)
     const mode_t mode = file.status.st_mode;
     const std::string writers = otherWriters(file.status);
     if (!S_ISREG(mode)) {
-        return Finding{Id::kNotAFile, name, std::string("is ") + kindOf(file.status)};
+        return Finding{"not-a-file", name, std::string("is ") + kindOf(file.status)};
     }
     if (static_cast<uint64_t>(file.status.st_size) > kMaxFileLen) {
-        return Finding{Id::kTooLarge, name, std::to_string(file.status.st_size) + " bytes"};
+        return Finding{"too-large", name, std::to_string(file.status.st_size) + " bytes"};
     }
     if (!file.problem.empty()) {
-        return Finding{Id::kUnreadable, name, file.problem};
+        return Finding{"unreadable", name, file.problem};
     }
     if (!writers.empty()) {
-        return Finding{Id::kWritableByOthers, name, "its mode: " + writers};
+        return Finding{"writable-by-others", name, "its mode: " + writers};
     }
     if ((mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 && !isErrorFile(name)) {
-        return Finding{Id::kReadableByOthers, name, "its mode"};
+        return Finding{"readable-by-others", name, "its mode"};
     }
     return std::nullopt;
 }
@@ -342,10 +340,10 @@ void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
         return name.size() > end.size() && name.substr(name.size() - end.size()) == end;
     };
     if (!evidence.writable) {
-        findings->push_back({Id::kNotWritable, "", "its mode, or its file system"});
+        findings->push_back({"not-writable", "", "its mode, or its file system"});
     }
     if (const std::string who = otherWriters(evidence.directory); !who.empty()) {
-        findings->push_back({Id::kWritableByOthers, "", "its mode: " + who});
+        findings->push_back({"writable-by-others", "", "its mode: " + who});
     }
     for (const auto& [name, file] : evidence.files) {
         if (isIn(usedNames(), name)) {
@@ -353,17 +351,17 @@ void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
                 findings->push_back(*finding);
             }
             if (file.status.st_uid != evidence.directory.st_uid) {
-                findings->push_back({Id::kMixedOwners, name, "the directory has another owner"});
+                findings->push_back({"mixed-owners", name, "the directory has another owner"});
             }
         } else if (endsLike(name, kLeftoverSuffix)) {
-            findings->push_back({Id::kDoctorLeftover, name, "its name"});
+            findings->push_back({"doctor-leftover", name, "its name"});
         } else if (name.find('/') == name.npos && name.rfind(kCopiesPrefix, 0) != 0) {
             findings->push_back(
-                {Id::kForeignFile, name, file.about.empty() ? kindOf(file.status) : file.about});
+                {"foreign-file", name, file.about.empty() ? kindOf(file.status) : file.about});
         }
     }
     if (const std::string unread = evidence.unread(); !unread.empty()) {
-        findings->push_back({Id::kNotCompared, unread, "it was not read"});
+        findings->push_back({"not-compared", unread, "it was not read"});
     }
 }
 
@@ -384,17 +382,17 @@ bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, KeyTrials* t
         if (looksLikeStore(content)) {
             const StoreReading reading = readStore(content, keys, trials);
             if (reading.reads() || reading.state == StoreReading::kNotTried) {
-                findings->push_back({Id::kStoreElsewhere, name, reading.words});
+                findings->push_back({"store-elsewhere", name, reading.words});
                 is_found = is_found || !is_known;
             }
         } else if (file.may_hold_store) {
-            findings->push_back({Id::kStoreElsewhere, name, file.about});
+            findings->push_back({"store-elsewhere", name, file.about});
             is_found = true;
         } else if (!isBlank(content) && !is_known) {
             const bool is_digests = digest != nullptr && sha256(content) == *digest;
             if (is_digests || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK)) {
                 findings->push_back(
-                    {Id::kKeyElsewhere, name,
+                    {"key-elsewhere", name,
                      is_digests ? kDigest + " is its digest" : "the keymaster accepts it"});
             }
         }

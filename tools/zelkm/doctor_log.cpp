@@ -7,7 +7,6 @@
 #include <zelkeymaster_result.h>
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 #include "doctor_report.h"
@@ -17,36 +16,41 @@
 namespace zelkm_tool {
 namespace {
 
-using Id = FindingId;
 using android::hardware::keymaster::V4_0::ErrorCode;
 
+constexpr char kKeyRepair[] = "try restoreKeyBlob(%d)";
+constexpr char kBeginRefused[] = "error in begin process : %d";
 constexpr size_t kSecondsLen = 19;  // of "2026-11-21 15:20:56"
 
 // What a message says about the directory, whatever comes before it.
 struct Sign {
-    MessageId message;
-    Id finding;
+    const Message* message;
+    std::string finding;
     int code = 0;  // the message's result code; 0 for any
 };
-constexpr Sign kSigns[] = {
-    {MessageId::kStoreRefused, Id::kLogStoreRefused},
-    {MessageId::kBackupRestored, Id::kLogStoreRefused},
-    {MessageId::kNoBackup, Id::kLogStoreRefused},
-    {MessageId::kFinishRefused, Id::kLogStoreRefused, ZELKM_VERIFICATION_FAILED},
-    {MessageId::kKeyRegenerated, Id::kLogKeyMadeAnew},
-    {MessageId::kUpgradeLost, Id::kLogCallLost},
-    {MessageId::kKeyRepair, Id::kLogCallLost, ZELKM_UNKNOWN_ERROR},
-    {MessageId::kUpdateLost, Id::kLogAnswerLost},
-    {MessageId::kFinishLost, Id::kLogAnswerLost},
-    {MessageId::kTmpNotCreated, Id::kLogWriteFailed},
-    {MessageId::kWriteFailed, Id::kLogWriteFailed},
-    {MessageId::kCurrentNotRemoved, Id::kLogWriteFailed},
-    {MessageId::kNewNotInPlace, Id::kLogWriteFailed},
-    {MessageId::kBeginRefused, Id::kLogTooManyOperations,
-     static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)},
-    {MessageId::kBeginRefused, Id::kLogKeyRefused, ZELKM_INVALID_KEY_BLOB},
-    {MessageId::kUpgradedKeyWritten, Id::kLogKeyUpgraded},
-};
+
+const std::vector<Sign>& signs() {
+    static const std::vector<Sign> signs = {
+        {messageOf(kStoreRefused), "log-store-refused"},
+        {messageOf("restore the stored db. need to restart keystore"), "log-store-refused"},
+        {messageOf("fail rename during restore:%s(%d)"), "log-store-refused"},
+        {messageOf("error in finish process : %d"), "log-store-refused", ZELKM_VERIFICATION_FAILED},
+        {messageOf(kKeyRegenerated), "log-key-made-anew"},
+        {messageOf("error during upgradeKey hidl call : %d"), "log-call-lost"},
+        {messageOf(kKeyRepair), "log-call-lost", ZELKM_UNKNOWN_ERROR},
+        {messageOf("error in update hidl call : %d"), "log-answer-lost"},
+        {messageOf("error in finish hidl call : %d"), "log-answer-lost"},
+        {messageOf("file open: %s(%d)"), "log-write-failed"},
+        {messageOf(kWriteFailed), "log-write-failed"},
+        {messageOf("fail unlink: %s(%d)"), "log-write-failed"},
+        {messageOf("fail rename: %s(%d)"), "log-write-failed"},
+        {messageOf(kBeginRefused), "log-too-many-operations",
+         static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)},
+        {messageOf(kBeginRefused), "log-key-refused", ZELKM_INVALID_KEY_BLOB},
+        {messageOf("Upgrade the db key file"), "log-key-upgraded"},
+    };
+    return signs;
+}
 
 class ErrorFiles {
   public:
@@ -62,7 +66,7 @@ class ErrorFiles {
         reader.end();
         for (const OtherLines* others : {&reader.unknown(), &reader.foreign()}) {
             if (others->count != 0) {
-                add(Id::kLogUnknownLines, others->input, others->line,
+                add("log-unknown-lines", others->input, others->line,
                     std::to_string(others->count) + " lines, the first: " + others->text);
             }
         }
@@ -76,12 +80,12 @@ class ErrorFiles {
     }
 
     // The last event of a kind counts.
-    void add(Id id, size_t input, size_t line, const std::string& text) {
+    void add(const std::string& name, size_t input, size_t line, const std::string& text) {
         std::vector<Finding>& findings = evidence_.findings;
         findings.erase(std::remove_if(findings.begin(), findings.end(),
-                                      [id](const Finding& known) { return known.id == id; }),
+                                      [&name](const Finding& known) { return known.name == name; }),
                        findings.end());
-        findings.push_back({id, names_.at(input), whereIs(input, line) + ": " + text});
+        findings.push_back({name, names_.at(input), whereIs(input, line) + ": " + text});
     }
 
     void take(const LogEvent& event) {
@@ -89,43 +93,43 @@ class ErrorFiles {
             {event.time, whereIs(event.input, event.line),
              event.text + (event.count > 1 ? " (x" + std::to_string(event.count) + ")" : "")});
         const std::string text = event.time + " " + event.text;
-        if (const auto id = kindOf(event)) {
-            add(*id, event.input, event.line, text);
+        if (const std::string name = findingOf(event); !name.empty()) {
+            add(name, event.input, event.line, text);
         }
         if (event.in_error_file) {
             const std::string time = event.time.substr(0, kSecondsLen);
             if (time < last_time_) {
-                add(Id::kLogClockJumped, event.input, event.line, text + ", after " + last_time_);
+                add("log-clock-jumped", event.input, event.line, text + ", after " + last_time_);
             }
             last_time_ = time;
         }
     }
 
-    // What an event says about the directory; nothing when it says nothing.
-    std::optional<Id> kindOf(const LogEvent& event) {
-        const MessageId message = event.message->id;
+    // What an event says about the directory; empty when it says nothing.
+    std::string findingOf(const LogEvent& event) {
+        const std::string& format = event.message->format;
         const std::string last = event.arguments.empty() ? "" : event.arguments.back();
-        if (message == MessageId::kKeyRepair) {
+        if (format == kKeyRepair) {
             call_lost_ = last == std::to_string(ZELKM_UNKNOWN_ERROR);
         }
-        for (const Sign& sign : kSigns) {
-            if (sign.message == message && (sign.code == 0 || last == std::to_string(sign.code))) {
-                write_failed_ = write_failed_ || sign.finding == Id::kLogWriteFailed;
+        for (const Sign& sign : signs()) {
+            if (sign.message == event.message &&
+                (sign.code == 0 || last == std::to_string(sign.code))) {
+                write_failed_ = write_failed_ || sign.finding == "log-write-failed";
                 return sign.finding;
             }
         }
         // The order of two missing files matters: a first change finds the store missing, and then
         // the key.
-        if (message == MessageId::kNoFile) {
+        if (format == "no file %s") {
             const std::string before = std::exchange(last_missing_, last);
-            return last == kKeyFile && before != kStoreFile ? std::optional(Id::kLogKeyMadeAnew)
+            return last == kKeyFile && before != kStoreFile ? "log-key-made-anew"
                    : last == kStoreFile && before == kKeyFile && !write_failed_
-                       ? std::optional(Id::kLogStoreMissing)
-                       : std::nullopt;
+                       ? "log-store-missing"
+                       : "";
         }
         // After a lost call the key is intact because it was never refused.
-        return message == MessageId::kKeyIntact && !call_lost_ ? std::optional(Id::kLogKeyRefused)
-                                                               : std::nullopt;
+        return format == kKeyIntact && !call_lost_ ? "log-key-refused" : "";
     }
 
     std::vector<std::string> names_;

@@ -11,7 +11,6 @@
 namespace zelkm_tool {
 namespace {
 
-using Id = FindingId;
 using State = StoreReading::State;
 
 constexpr size_t kZeroRun = 64;  // by chance, no ciphertext has so many zeros in a row
@@ -56,16 +55,16 @@ class Examination {
         const std::string_view payload = storePayload(file_, header_);
         if (payload.find(std::string(kZeroRun, '\0')) != payload.npos) {
             return {State::kDead, "has " + std::to_string(kZeroRun) + " zero bytes in a row",
-                    Id::kStoreDamaged, "", ""};
+                    "store-damaged", "", ""};
         }
         if (header_.payload_len > available_) {
             return {refused_ ? State::kRefused : State::kNotTried,
                     "has " + std::to_string(available_) + " of the " +
                         numBytes(header_.payload_len) + " of payload in its header",
-                    Id::kStoreCut, "", ""};
+                    "store-cut", "", ""};
         }
         if (refused_) {
-            return {State::kRefused, "is complete, but " + joined(refusals_), Id::kStoreRefused, "",
+            return {State::kRefused, "is complete, but " + joined(refusals_), "store-refused", "",
                     ""};
         }
         return untried();
@@ -93,16 +92,16 @@ class Examination {
                                 "is plaintext with " + objects + ", and its header says " +
                                     std::to_string(header_.row_count) + " in " +
                                     numBytes(header_.payload_len),
-                                Id::kStoreMalformed, "", ""};
+                                "store-malformed", "", ""};
         }
         const std::string image =
             withStoreHeader(file_, false, header_.row_count, header_.payload_len);
         if (header_.encrypted()) {
             return StoreReading{State::kReads,
                                 "is marked as encrypted, but is plaintext: " + objects,
-                                Id::kAnswerLost, image, ""};
+                                "answer-lost", image, ""};
         }
-        return StoreReading{State::kReads, "is plaintext: " + objects, Id::kStorePlaintext, file_,
+        return StoreReading{State::kReads, "is plaintext: " + objects, "store-plaintext", file_,
                             ""};
     }
 
@@ -136,18 +135,18 @@ class Examination {
         const std::string opens = "decrypts with " + name;
         if (trials_->read(image, key).engine != ZELKM_OK) {
             return {State::kRefused, opens + ", but the library cannot parse its rows",
-                    Id::kStoreMalformed, "", name};
+                    "store-malformed", "", name};
         }
         if (image == file_) {
-            return {State::kReads, opens + ": " + std::to_string(count) + " objects", std::nullopt,
-                    image, name};
+            return {State::kReads, opens + ": " + std::to_string(count) + " objects", "", image,
+                    name};
         }
         return {State::kReads,
                 opens + ": " + std::to_string(count) + " objects in " + numBytes(len) +
                     "; its header says " + std::to_string(header_.row_count) + " in " +
                     numBytes(header_.payload_len) + ", flags " + std::to_string(header_.flags) +
                     ", and " + numBytes(available_) + " are there",
-                Id::kStoreHeader, image, name};
+                "store-header", image, name};
     }
 
     // Judges an encrypted store without a key, by comparing the header's fields with each other.
@@ -170,13 +169,13 @@ class Examination {
                             numBytes(header_.payload_len));
         }
         if (!wrong.empty()) {
-            return {State::kNotTried, "has an impossible header: " + joined(wrong),
-                    Id::kStoreHeader, "", ""};
+            return {State::kNotTried, "has an impossible header: " + joined(wrong), "store-header",
+                    "", ""};
         }
         return {State::kNotTried,
                 "is complete and encrypted, " + std::to_string(header_.row_count) +
                     " objects by its header" + (refusals_.empty() ? "" : "; " + joined(refusals_)),
-                Id::kStoreNotDecrypted, "", ""};
+                "store-not-decrypted", "", ""};
     }
 
     const std::string& file_;
@@ -192,26 +191,26 @@ class Examination {
 
 StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials* trials) {
     if (isBlank(file)) {
-        return {State::kDead, file.empty() ? "is empty" : "holds only zeros", Id::kStoreEmpty, "",
+        return {State::kDead, file.empty() ? "is empty" : "holds only zeros", "store-empty", "",
                 ""};
     }
     const std::string disguise = describeDisguise(file, looksLikeStore);
     const bool is_store = hasMagic(file) || looksLikeStore(file);
     if (!disguise.empty()) {
-        return {State::kDisguised, disguise, Id::kDisguised, "", ""};
+        return {State::kDisguised, disguise, "disguised", "", ""};
     }
     if (hasMagic(file) && file.size() <= zelkm::kHeaderLen) {
         return {State::kDead,
                 "has " + numBytes(file.size()) + ", and the header alone has " +
                     std::to_string(zelkm::kHeaderLen),
-                Id::kStoreCut, "", ""};
+                "store-cut", "", ""};
     }
     const auto header = parseStoreHeader(file);
     const bool fits = header && header->payload_len == file.size() - zelkm::kHeaderLen;
     if (!is_store && !fits) {
         return {State::kRefused,
                 isText(file) ? "is text" : "has neither the magic nor the lengths of a store",
-                Id::kNoStoreFile, "", ""};
+                "no-store-file", "", ""};
     }
     return Examination(file, keys, trials).run();
 }

@@ -6,7 +6,6 @@
 
 #pragma once
 
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,8 +27,8 @@ struct StoreReading {
         kDisguised,  // it was encoded or packed
     };
     State state;
-    std::string words;                 // what shows that; the text continues after a file's name
-    std::optional<FindingId> finding;  // nothing when it is as it should be
+    std::string words;    // what shows that; the text continues after a file's name
+    std::string finding;  // empty when it is as it should be
 
     // Only when the store can be read: the file, with its header corrected where needed. Flags, row
     // count and payload length are the fields that the encryption does not protect.
@@ -38,9 +37,7 @@ struct StoreReading {
 
     bool reads() const { return state == kReads; }
     // The store is encrypted and complete, and nothing that can be seen without a key is wrong.
-    bool looksWhole() const {
-        return state == kNotTried && finding == FindingId::kStoreNotDecrypted;
-    }
+    bool looksWhole() const { return state == kNotTried && finding == "store-not-decrypted"; }
 };
 
 // `file` may hold any bytes.

@@ -17,6 +17,7 @@
 #include "failure.h"
 #include "files.h"
 #include "log_reader.h"
+#include "pages.h"
 #include "result_codes.h"
 #include "store_values.h"
 
@@ -32,17 +33,17 @@ struct ExplainOptions {
 };
 
 struct Reasons {
-    explicit Reasons(const ResultCode& code) : cause(causeOf(code)), advice(adviceOf(code)) {}
+    explicit Reasons(const ResultCode& code) : cause(code.cause), advice(code.advice) {}
     // Those of the code when the message only passes one on.
     explicit Reasons(const FoundMessage& found)
         : cause(found.message->cause), advice(found.message->advice) {
         const ResultCode* code = codeIn(found);
-        if (code != nullptr && found.message->advice == std::string_view(kLookUpCode)) {
+        if (code != nullptr && found.message->advice == kLookUpCode) {
             *this = Reasons(*code);
         }
     }
-    const char* cause;
-    const char* advice;
+    std::string cause;
+    std::string advice;
 };
 
 void printField(const char* name, const std::string& text) {
@@ -59,7 +60,7 @@ void printReasons(const Reasons& reasons) {
 Json withReasons(Json json, const FoundMessage& found) {
     const ResultCode* code = codeIn(found);
     const Reasons reasons(found);
-    json["level"] = std::string(1, letterOf(found.message->level));
+    json["level"] = std::string(1, found.message->level);
     json["meaning"] = escape(describe(found, /*with_code=*/false));
     json["code"] = code != nullptr ? Json(code->code) : Json();
     json["cause"] = reasons.cause;
@@ -70,14 +71,14 @@ Json withReasons(Json json, const FoundMessage& found) {
 void printCode(const ResultCode& result, bool json) {
     if (json) {
         const Json object = {{"code", result.code},
-                             {"name", result.name()},
+                             {"name", result.name},
                              {"meaning", result.meaning},
-                             {"cause", causeOf(result)},
-                             {"advice", adviceOf(result)}};
+                             {"cause", result.cause},
+                             {"advice", result.advice}};
         std::cout << object.dump(2) << '\n';
         return;
     }
-    std::cout << nameAndMeaning(result) << '\n';
+    std::cout << result.nameAndMeaning() << '\n';
     printReasons(Reasons(result));
 }
 
@@ -87,8 +88,8 @@ const ResultCode* findCode(const std::string& text) {
     const auto& codes = resultCodes();
     const auto found = std::find_if(codes.begin(), codes.end(), [&text](const ResultCode& result) {
         const std::string number = std::to_string(result.code);
-        return text == number || '-' + text == number || text == result.name() ||
-               text == std::string("ZELKM_") + result.name();
+        return text == number || '-' + text == number || text == result.name ||
+               text == "ZELKM_" + result.name;
     });
     return found != codes.end() ? &*found : nullptr;
 }
@@ -100,9 +101,7 @@ bool isNumber(const std::string& text) {
 
 void printMessage(const FoundMessage& found) {
     const Message& message = *found.message;
-    const std::string_view format = message.format;
-    std::cout << letterOf(message.level) << ' ' << sourceName(message.source) << ": "
-              << format.substr(0, format.find_last_not_of('\n') + 1) << '\n';
+    std::cout << message.level << ' ' << message.source << ": " << message.format << '\n';
     printField("means   ", describe(found, /*with_code=*/true));
     printReasons(Reasons(found));
     printField("result  ", message.result);
@@ -123,7 +122,6 @@ void explainLog(const std::vector<std::string>& files, bool json) {
     std::set<std::pair<const Message*, const ResultCode*>> explained;
     LogReader reader([&](const LogEvent& event) {
         const std::string& file = files[event.input];
-        const FoundMessage found = {event.message, event.arguments};
         ++num_events;
         if (json) {  // each event in a line of its own
             std::cout << (num_events == 1 ? "\n" : ",\n")
@@ -132,20 +130,20 @@ void explainLog(const std::vector<std::string>& files, bool json) {
                                       {"time", escape(event.time)},
                                       {"text", escape(event.text)},
                                       {"count", event.count}},
-                                     found)
+                                     event)
                              .dump();
             return;
         }
         std::cout << file << ':' << event.line << ": "
-                  << (event.time.empty() ? "" : event.time + ' ') << letterOf(event.message->level)
-                  << ' ' << escape(event.text)
+                  << (event.time.empty() ? "" : event.time + ' ') << event.message->level << ' '
+                  << escape(event.text)
                   << (event.count > 1 ? " (" + std::to_string(event.count) + " times)" : "")
                   << '\n';
-        if (event.message->level != Level::kDebug) {
-            printField("means   ", describe(found, /*with_code=*/true));
+        if (event.message->level != 'D') {
+            printField("means   ", describe(event, /*with_code=*/true));
             // The reasons stand only below the first event of its kind and code.
-            if (explained.emplace(event.message, codeIn(found)).second) {
-                printReasons(Reasons(found));
+            if (explained.emplace(event.message, codeIn(event)).second) {
+                printReasons(Reasons(event));
             }
         }
     });
@@ -181,7 +179,9 @@ bool isFile(const std::string& name) {
 
 void explain(const ExplainOptions& options) {
     if (options.all) {
-        std::cout << markdownTables();
+        // The sections with the tables.
+        const size_t start = kDiagnosticsPage.find("### ");
+        std::cout << kDiagnosticsPage.substr(start, kDiagnosticsPage.find("\n## ", start) - start);
         return;
     }
     if (options.what.empty()) {
@@ -213,7 +213,7 @@ void explain(const ExplainOptions& options) {
         if (!options.json) {
             printMessage(message);
         }
-        array.push_back(withReasons({{"source", sourceName(message.message->source)},
+        array.push_back(withReasons({{"source", message.message->source},
                                      {"format", message.message->format},
                                      {"result", message.message->result}},
                                     message));

@@ -4,7 +4,7 @@
 #include "log_reader.h"
 
 #include <algorithm>
-#include <utility>
+#include <regex>
 
 #include "bytes.h"
 
@@ -12,9 +12,17 @@ namespace zelkm_tool {
 namespace {
 
 constexpr std::string_view kTag = "keymaster_tee";
+constexpr std::string_view kErrorFileTag = "[log_to_file@";
 constexpr size_t kMaxContinuations = 4;
 constexpr size_t kShownLen = 200;
 constexpr size_t kMaxLineLen = 64 << 10;  // the rest of a longer line is skipped
+constexpr size_t kMaxPrefixLen = 256;     // what loggers and other programs put before a message
+
+// Whether the line may be the library's.
+bool isOurs(std::string_view line) {
+    return line.find(kTag) != line.npos || line.find(kErrorFileTag) != line.npos ||
+           line.find(kObjectSource) != line.npos || line.find(kEngineSource) != line.npos;
+}
 
 // The text of a line that may continue a message: what follows the tag, if it has one.
 std::string_view continuedText(std::string_view line) {
@@ -24,6 +32,47 @@ std::string_view continuedText(std::string_view line) {
 }
 
 }  // namespace
+
+std::optional<LogLine> parseLogLine(const std::string& line) {
+    // "[ERR] (velt_secure_db.cpp:123) ", where parts of removed escape sequences may stand around
+    // the level, or "WARN  [4242] [log_to_file@102] zelkeymaster_operation.cpp(803) :". The first
+    // one belongs to the line: a message may quote another.
+    static const std::regex prefix(
+        R"((.*?)(?:\[.{0,14}(ERR|WRN|DBG).{0,14}\] \((zelkeymaster_operation\.cpp|velt_secure_db\.cpp):\d+\) )"
+        R"(| (ERROR|WARN) +\[\d+\] \[log_to_file@\d+\] zelkeymaster_operation\.cpp\(\d+\) :))");
+    static const std::regex time(R"((\d{4}-)?\d\d-\d\d \d\d:\d\d:\d\d(\.\d*)?( [+-]\d{4})?)");
+    const std::string start = line.substr(0, kMaxPrefixLen);
+    std::smatch found;
+    if (!isOurs(line) ||
+        !std::regex_search(start, found, prefix, std::regex_constants::match_continuous)) {
+        return std::nullopt;
+    }
+    const bool in_error_file = found[4].matched;
+    const std::string before = found[1];
+    std::smatch found_time;
+    std::regex_search(before, found_time, time);
+    return LogLine{in_error_file ? *found[4].first : *found[2].first,
+                   in_error_file ? kObjectSource : found[3].str(),
+                   line.substr(static_cast<size_t>(found.length())),
+                   found_time.empty() ? "" : found_time.str(), in_error_file};
+}
+
+std::string withoutEscapes(std::string_view line) {
+    std::string result;
+    result.reserve(line.size());
+    for (size_t at = 0; at < line.size(); ++at) {
+        if (line.substr(at, 2) == "\033[") {
+            const size_t end = line.find_first_not_of("0123456789;?", at + 2);
+            if (end != line.npos && line[end] >= '@' && line[end] <= '~') {
+                at = end;
+                continue;
+            }
+        }
+        result += line[at];
+    }
+    result.resize(result.find_last_not_of(std::string_view("\r\0", 2)) + 1);
+    return result;
+}
 
 void LogReader::read(std::string_view piece) {
     while (!piece.empty()) {
@@ -59,115 +108,98 @@ void LogReader::readLine(std::string_view raw) {
     if (raw.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
         raw.remove_prefix(kByteOrderMark.size());
     }
-    std::string line = withoutEscapes(raw);
-    if (line.empty()) {
+    Line line = {withoutEscapes(raw), line_number_};
+    if (line.text.empty()) {
         return;
     }
-    if (const auto parsed = parseLogLine(line)) {
+    std::optional<LogLine> parsed = parseLogLine(line.text);
+    if (parsed || lines_.size() > kMaxContinuations) {
         flush();
-        open(line, *parsed);
-    } else if (open_ && continuations_.size() < kMaxContinuations) {
-        continuations_.push_back({std::move(line), line_number_});
-    } else {
-        flush();
-        count(line, line_number_);
     }
-}
-
-void LogReader::open(std::string line, const LogLine& parsed) {
-    open_ = true;
-    level_ = parsed.level;
-    source_ = parsed.source;
-    event_ = {};
-    event_.text = parsed.text;
-    event_.time = parsed.time;
-    event_.in_error_file = parsed.in_error_file;
-    event_.input = input_;
-    event_.line = line_number_;
-    whole_ = std::move(line);
+    if (parsed) {
+        open_ = std::move(parsed);
+    }
+    lines_.push_back(std::move(line));
+    if (!open_) {
+        flush();
+    }
 }
 
 // Ends the open line. It is a message alone, or together with as few of the following lines as
 // possible. A message that seems to be cut at a NUL may go on after a line feed.
 void LogReader::flush() {
-    if (!open_) {
-        return;
-    }
-    open_ = false;
     size_t used = 0;
-    std::string text = event_.text;
-    std::vector<FoundMessage> found = matchMessages(text, level_, source_);
-    std::string longer = text;
-    for (size_t i = 0; i < continuations_.size() && (found.empty() || found[0].cut); ++i) {
-        longer += '\n';
-        longer += continuedText(continuations_[i].line);
-        auto found_longer = matchMessages(longer, level_, source_);
-        if (!found_longer.empty()) {
-            found = std::move(found_longer);
-            text = longer;
-            used = i + 1;
+    if (open_) {
+        LogEvent event;
+        std::string text = open_->text;
+        for (size_t next = 1;; ++next) {
+            std::vector<FoundMessage> found = matchMessages(text, open_->level, open_->source);
+            if (!found.empty()) {
+                static_cast<FoundMessage&>(event) = std::move(found.front());
+                event.text = text;
+                used = next;
+            }
+            if ((used != 0 && !event.cut) || next >= lines_.size()) {
+                break;
+            }
+            text += '\n';
+            text += continuedText(lines_[next].text);
+        }
+        if (used != 0) {
+            event.time = open_->time;
+            event.in_error_file = open_->in_error_file;
+            event.input = input_;
+            event.line = lines_.front().number;
+            keep(std::move(event), lines_.front().text);
         }
     }
-    if (found.empty()) {
-        count(whole_, event_.line);
-    } else {
-        event_.message = found.front().message;
-        event_.arguments = std::move(found.front().arguments);
-        event_.text = std::move(text);
-        keep();
+    for (; used < lines_.size(); ++used) {
+        count(lines_[used]);
     }
-    for (; used < continuations_.size(); ++used) {
-        count(continuations_[used].line, continuations_[used].number);
-    }
-    continuations_.clear();
+    lines_.clear();
+    open_.reset();
 }
 
-void LogReader::keep() {
-    if (event_.in_error_file && whole_ == kept_line_ && event_.text == kept_.text) {
+void LogReader::keep(LogEvent event, const std::string& line) {
+    if (event.in_error_file && line == kept_line_ && event.text == kept_.text) {
         ++kept_.count;
         return;
     }
     end();
-    kept_line_ = event_.in_error_file ? whole_ : "";
-    kept_ = std::move(event_);
+    kept_line_ = event.in_error_file ? line : "";
+    kept_ = std::move(event);
 }
 
-void LogReader::count(const std::string& line, size_t number) {
-    const bool ours = line.find(kTag) != line.npos || line.find("[log_to_file@") != line.npos ||
-                      line.find(sourceName(Source::kObject)) != line.npos ||
-                      line.find(sourceName(Source::kEngine)) != line.npos;
-    OtherLines& lines = ours ? unknown_ : foreign_;
+void LogReader::count(const Line& line) {
+    OtherLines& lines = isOurs(line.text) ? unknown_ : foreign_;
     if (lines.count++ == 0) {
         lines.input = input_;
-        lines.line = number;
-        lines.text = line.substr(0, kShownLen);
+        lines.line = line.number;
+        lines.text = line.text.substr(0, kShownLen);
     }
 }
 
 std::vector<FoundMessage> findMessages(std::string_view text) {
+    constexpr size_t kMinPartLen = 4;
     const std::string line = withoutEscapes(text);
     if (const auto parsed = parseLogLine(line)) {
         return matchMessages(parsed->text, parsed->level, parsed->source);
     }
     std::vector<FoundMessage> exact;
     std::vector<FoundMessage> parts;
-    constexpr size_t kMinPartLen = 4;
-    for (const MessageGroup& group : messageGroups()) {
-        for (const Message& message : group.messages) {
-            const std::string_view format = message.format;
-            if (format.substr(0, format.find_last_not_of('\n') + 1) == line) {
-                exact.push_back({&message, {}});
-            } else if (line.size() >= kMinPartLen && format.find(line) != format.npos) {
-                parts.push_back({&message, {}});
-            }
+    for (const Message& message : messages()) {
+        if (message.format == line) {
+            exact.push_back({&message, {}});
+        } else if (line.size() >= kMinPartLen && message.format.find(line) != line.npos) {
+            parts.push_back({&message, {}});
         }
     }
     if (!exact.empty()) {
         return exact;
     }
-    std::vector<FoundMessage> found = matchMessages(line, std::nullopt, std::nullopt);
+    std::vector<FoundMessage> found = matchMessages(line);
     // The format "%s" alone matches every text.
-    const bool says_nothing = !found.empty() && std::string_view("%s") == found[0].message->format;
+    const bool says_nothing = !found.empty() && found[0].message->format == "%s";
     return found.empty() || says_nothing ? parts : found;
 }
 

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "messages.h"
@@ -18,26 +19,24 @@ namespace zelkm_tool {
 
 // A line of the library, in any of the formats that logs have.
 struct LogLine {
-    Level level;
-    Source source;
-    std::string_view text;  // the message
-    std::string_view time;  // as it stands in the line; empty for none
+    char level;  // as Message has it; so is the source
+    std::string source;
+    std::string text;  // the message
+    std::string time;  // as it stands in the line; empty for none
     bool in_error_file;
 };
 
 // Takes apart a line that has no escape sequences any more; see withoutEscapes(). Nothing when the
-// line is not the library's. The views point into `line`.
-std::optional<LogLine> parseLogLine(std::string_view line);
+// line is not the library's.
+std::optional<LogLine> parseLogLine(const std::string& line);
 
 // The line without its escape sequences ("\033[31m"), and without what other systems put at its
 // end: carriage returns and NULs.
 std::string withoutEscapes(std::string_view line);
 
-struct LogEvent {
-    const Message* message = nullptr;    // never null
-    std::vector<std::string> arguments;  // the values of the format's conversions, as texts
-    std::string text;                    // the message as it was logged
-    std::string time;                    // as it stands in the line; empty for none
+struct LogEvent : FoundMessage {
+    std::string text;  // the message as it was logged
+    std::string time;  // as it stands in the line; empty for none
     bool in_error_file = false;
     size_t input = 0;  // index of the input
     size_t line = 0;   // line in that input, counted from 1
@@ -74,17 +73,15 @@ class LogReader {
     const OtherLines& foreign() const { return foreign_; }  // of other programs
 
   private:
-    // A line that does not have the library's form. It may continue the message before it.
-    struct Continuation {
-        std::string line;
+    struct Line {
+        std::string text;
         size_t number;
     };
 
     void readLine(std::string_view raw);
-    void open(std::string line, const LogLine& parsed);
     void flush();
-    void keep();
-    void count(const std::string& line, size_t number);
+    void keep(LogEvent event, const std::string& line);
+    void count(const Line& line);
 
     const Take take_;
     OtherLines unknown_;
@@ -93,12 +90,9 @@ class LogReader {
     size_t line_number_ = 0;
     std::string partial_;  // the line that is not complete yet
 
-    bool open_ = false;  // the next members are a line that may have more text
-    std::string whole_;
-    Level level_ = Level::kError;
-    Source source_ = Source::kObject;
-    LogEvent event_;
-    std::vector<Continuation> continuations_;
+    // A line of the library, and the next lines, which may continue its message.
+    std::optional<LogLine> open_;
+    std::vector<Line> lines_;
 
     LogEvent kept_;          // the last event, as long as it may come once more
     std::string kept_line_;  // its whole line, if it was in an error file

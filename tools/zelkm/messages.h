@@ -1,14 +1,11 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every message that the library logs, with its meaning: the table (messages.cpp), how a logged
-// text is found in it (message_match.cpp), and what is said about it (message_text.cpp). It serves
-// the causes of failed commands, 'zelkm explain', the doctor's reading of logs, and
-// docs/diagnostics.md.
+// Every message that the library logs, with its meaning, from docs/diagnostics.md. They serve the
+// causes of failed commands, 'zelkm explain', and the doctor's reading of logs.
 
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,88 +14,47 @@
 
 namespace zelkm_tool {
 
-enum class Level { kDebug, kWarning, kError };
-
 // The two sources that log.
-enum class Source {
-    kObject,  // zelkeymaster_operation.cpp: platform log and, from warnings up, error file
-    kEngine,  // velt_secure_db.cpp: platform log only
-};
-
-// The source's base name, as log lines have it.
-const char* sourceName(Source source);
-
-// What kind of information a message's arguments hold.
-enum class Detail {
-    kNone,
-    kResult,       // the last one is a result code
-    kSystemError,  // the last two are the system's error text and number
-    kText,         // the first one is a text that speaks for itself
-};
+inline constexpr char kObjectSource[] = "zelkeymaster_operation.cpp";
+inline constexpr char kEngineSource[] = "velt_secure_db.cpp";  // platform log only
 
 // The advice of a message that passes on the keymaster's answer.
 inline constexpr char kLookUpCode[] = "Look the code up below, or with `zelkm explain -- CODE`.";
 
-// The messages from which this tool concludes something.
-enum class MessageId {
-    kOther,
-    kNoFile,
-    kWriteFailed,
-    kTmpNotCreated,
-    kNewNotInPlace,
-    kCurrentNotRemoved,
-    kNoBackup,
-    kKeyRepair,
-    kKeyIntact,
-    kKeyRegenerated,
-    kUpgradeLost,
-    kUpgradedKeyWritten,
-    kBeginRefused,
-    kUpdateLost,
-    kFinishLost,
-    kFinishRefused,
-    kStoreRefused,
-    kBackupRestored,
-    kStoreCacheDiffered,
-};
+// The formats of messages that two files conclude something from.
+inline constexpr char kWriteFailed[] = "file write fail: %s(%d)";
+inline constexpr char kKeyIntact[] =
+    "key blob is verified, regard the device is corrupted or the old version";
+inline constexpr char kKeyRegenerated[] =
+    "key blob is corrupted. regard the key file is broken and regenerate key";
+inline constexpr char kStoreRefused[] =
+    "cached db is same as the stored db, regard the stored db is broken";
 
 struct Message {
-    Level level;
-    Source source;
-    const char* format;  // exactly as in the source
-    Detail detail;
-    const char* meaning;  // a clause without a full stop, e.g. "the medium is full"
-    const char* cause;    // sentences; empty when the meaning says it
-    const char* advice;   // sentences
-    const char* result;   // the codes that its caller gets; empty when they vary or are 0
-    MessageId id = MessageId::kOther;
-    // The words that the first %s can stand for, separated by '|'. Null when it can be any text.
-    const char* words = nullptr;
+    char level;           // 'E', 'W' or 'D'
+    std::string source;   // one of the above
+    std::string format;   // as in the source, without a line feed at its end
+    std::string meaning;  // a clause without a full stop, e.g. "the medium is full"
+    std::string cause;    // sentences; empty when the meaning says it
+    std::string advice;   // sentences
+    std::string result;   // the codes that its caller gets; empty when they vary or are 0
 };
 
-// A part of the table, in the order of the page.
-struct MessageGroup {
-    const char* title;
-    std::vector<Message> messages;
-};
+const std::vector<Message>& messages();
 
-const std::vector<MessageGroup>& messageGroups();
-
-// The arguments with which a format prints a text; nothing if it never prints it. A line feed at
-// the format's end does not count. A %c may print a NUL, at which the text ends: that argument is
-// the last one, and empty. Takes linear time when the format has at most one %s.
-std::optional<std::vector<std::string>> matchFormat(std::string_view format, std::string_view text);
+// The message with this format. Throws std::logic_error when the library has none.
+const Message* messageOf(std::string_view format);
 
 struct FoundMessage {
-    const Message* message;
+    const Message* message = nullptr;    // never null once it is found
     std::vector<std::string> arguments;  // empty when the format itself was asked for
     bool cut = false;                    // the text ends where a %c should be, as at a NUL
 };
 
 // The messages of this level and source that can print the text; without a value, of any. The
-// formats with most literal bytes win. Several may be equal.
-std::vector<FoundMessage> matchMessages(std::string_view text, std::optional<Level> level,
-                                        std::optional<Source> source);
+// formats with most literal bytes win. Several may be equal. Takes linear time.
+std::vector<FoundMessage> matchMessages(std::string_view text, char level = '\0',
+                                        std::string_view source = {});
 
 // The meaning of a logged message, with the information in its arguments. `with_code` adds the
 // meaning of its result code.
@@ -106,14 +62,5 @@ std::string describe(const FoundMessage& found, bool with_code);
 
 // The result code among the arguments; null when there is none, or when it is unknown.
 const ResultCode* codeIn(const FoundMessage& found);
-
-// E.g. "-49 SECURE_HW_COMMUNICATION_FAILED: the secure hardware does not respond".
-std::string nameAndMeaning(const ResultCode& result);
-
-// 'E', 'W' or 'D'.
-char letterOf(Level level);
-
-// The sections on messages and result codes of docs/diagnostics.md, in Markdown.
-std::string markdownTables();
 
 }  // namespace zelkm_tool

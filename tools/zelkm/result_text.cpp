@@ -27,8 +27,8 @@ namespace {
 constexpr size_t kMaxErrors = 64;
 
 // These messages of a repair explain more than the refusal that came before them.
-constexpr MessageId kTelling[] = {MessageId::kStoreRefused, MessageId::kStoreCacheDiffered,
-                                  MessageId::kKeyRegenerated, MessageId::kKeyIntact};
+constexpr std::string_view kTelling[] = {
+    kStoreRefused, "cached db is broken, update with the stored db", kKeyRegenerated, kKeyIntact};
 
 std::vector<std::string> g_errors;  // since the last takeCause()
 bool g_shown;
@@ -85,13 +85,15 @@ std::string takeCause() {
     std::string cause;
     for (const std::string& error : std::exchange(g_errors, {})) {
         const std::vector<FoundMessage> found = findMessages(error);
-        const MessageId id = found.empty() ? MessageId::kOther : found.front().message->id;
-        if (std::find(std::begin(kTelling), std::end(kTelling), id) != std::end(kTelling)) {
-            return describe(found.front(), /*with_code=*/false);
-        }
-        if (cause.empty()) {
+        const bool is_telling =
+            !found.empty() && std::find(std::begin(kTelling), std::end(kTelling),
+                                        found[0].message->format) != std::end(kTelling);
+        if (cause.empty() || is_telling) {
             cause = found.empty() ? escape(withoutEscapes(error))
-                                  : describe(found.front(), /*with_code=*/false);
+                                  : describe(found[0], /*with_code=*/false);
+        }
+        if (is_telling) {
+            break;
         }
     }
     return cause;
