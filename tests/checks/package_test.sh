@@ -48,8 +48,9 @@ mkdir "$scratch/store"
 export ZELKM_DIR=$scratch/store
 "$root/usr/bin/zelkm" --quiet add --alias payment --creator wallet
 test "$("$root/usr/bin/zelkm" aliases)" = wallet::payment
-"$here/tool_pages_test.sh" "$root/usr/bin/zelkm" "$root/usr/share/man/man1/zelkm.1" \
-    "$root/usr/share/bash-completion/completions/zelkm"
+"$here/pages_test.py" --exact "$root/usr/bin" -- "$here/../sessions/list.md"
+for page in "$root"/usr/share/man/man1/{zelkm,zelkeymaster_check}.1*; do zgrep -q '^\.SH OPTIONS' "$page"; done
+test -s "$root/usr/share/bash-completion/completions/zelkm"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$root" -name zelkeymaster.pc)")
 export PKG_CONFIG_PATH

@@ -6,7 +6,8 @@
 
 A block that begins with ```console holds commands, each after "$ ", and what they print.
 `<!-- run: COMMAND -->` prepares something without showing it, and must succeed. All commands of a
-file run in one bash, in the order of the file, in a new folder, with the programs on PATH.
+file run in one bash, in the order of the file, in a new folder, with the programs on PATH. SOURCE
+is the root of the project.
 
 Pages are for readers: times, owners, process numbers, line numbers, random bytes (MASKS) and the
 breaking of lines may differ. "..." at the end of a line stands for any text, and alone for any
@@ -15,9 +16,9 @@ another kind.
 
 Sessions (--exact: tests/sessions) are tests: every line counts but for MASKS, and so does the exit
 status, shown as a last line "(exit 2)" where it is not 0. "(no newline)" follows a last line
-without one; control characters and a blank at the end of a line are shown as "\\x0d"; the folder is
-FOLDER. To write or change a session, type its commands, let --update write what they print, and
-read the difference:
+without one; "<0d>" is a control character, "<20>" a blank at the end of a line, "<xff>" a byte that
+is not UTF-8; FOLDER is the folder. To write or change a session, type its commands, let --update
+write what they print, and read the difference:
 
     pages_test.py [--exact | --update] FOLDER_WITH_PROGRAMS... -- FILE...
     tests/checks/pages_test.py --update build/debug/tools -- tests/sessions/list.md
@@ -30,6 +31,7 @@ import shlex
 import subprocess
 import sys
 import tempfile
+import unicodedata
 
 NOT_RUN = {
     "adb": "needs a device",
@@ -59,9 +61,10 @@ MASKS = [
     (r"(\b0[0-7]{3}), \d+:\d+,", r"\1, OWNER,"),
     (r"^([-d][-rwx]{9} +\d+) \S+ +\S+", r"\1 USER GROUP"),  # of ls -l
     (r"\b\d+(\.\d+)? (seconds|s|ms)\b", "DURATION"),
-    (r"^zelkm: the keymaster is software.*\n?", ""),
-    (r"^bash: line \d+: ", "bash: "),
+    (r"^bash: (eval: )?line \d+: ", "bash: "),
+    (r"\bprocess \d+", "process PID"),
 ]
+FIRST_NOTE = re.compile(r"^zelkm: the keymaster is software.*", re.M)  # which pages leave out
 END = "\x1d"  # follows what a command prints, and is followed by its exit status
 
 
@@ -97,6 +100,7 @@ def commands(lines):
 def run(wanted, folders):
     """Runs these commands."""
     environment = {**os.environ, "PATH": os.pathsep.join(folders + [os.environ["PATH"]]),
+                   "SOURCE": str(pathlib.Path(__file__).resolve().parents[2]),
                    "LC_ALL": "C.UTF-8", "TZ": "UTC"}
     for name in ("ANDROID_LOG_TAGS", "NO_COLOR", "ZELKM_DIR"):
         environment.pop(name, None)
@@ -106,7 +110,7 @@ def run(wanted, folders):
         done = subprocess.run(["bash", "-c", script], cwd=folder, env=environment, umask=0o022,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, timeout=600, check=False)
-    printed = done.stdout.decode(errors="backslashreplace").replace(folder, "FOLDER")
+    printed = done.stdout.decode(errors="surrogateescape").replace(folder, "FOLDER")
     for command, (text, status) in zip(wanted, re.findall(f"(.*?){END}(\\d+)\n", printed, re.S)):
         command.printed, command.status = text, int(status)
 
@@ -120,17 +124,26 @@ def masked(text):
 def same(command):
     """Whether a page's command prints what is shown, but for masks, line breaks and "..."."""
     pieces = re.split(r"^\s*\.\.\.$|(?<= )\.\.\.$", "\n".join(command.shown), flags=re.M)
-    words = [" ".join([""] + masked(text).split()) for text in [command.printed] + pieces]
+    printed = FIRST_NOTE.sub("", command.printed)
+    words = [" ".join([""] + masked(text).split()) for text in [printed] + pieces]
     return re.fullmatch(" .*".join(map(re.escape, words[1:])), words[0], re.S) is not None
+
+
+def visible(character):
+    """A character of a line as sessions show it: with its number if a terminal would obey it."""
+    number = ord(character)
+    if 0xDC80 <= number <= 0xDCFF:  # a byte that is not UTF-8
+        return f"<x{number - 0xDC00:02x}>"
+    odd = unicodedata.category(character) in ("Cc", "Cf", "Zl", "Zp")
+    return f"<{number:02x}>" if odd else character
 
 
 def exactly(command):
     """The lines that a session shows."""
-    text = re.sub(r"(?!\n)[\x00-\x1f\x7f-\x9f]| $", lambda odd: f"\\x{ord(odd.group()):02x}",
-                  command.printed, flags=re.M)
-    if text and not text.endswith("\n"):
-        text += "\n(no newline)\n"
-    return text.splitlines() + ([f"(exit {command.status})"] if command.status else [])
+    lines = ["".join(map(visible, re.sub(" $", "<20>", line)))
+             for line in command.printed.split("\n")]
+    lines += ["(no newline)"] if lines[-1] else lines.pop()
+    return lines + ([f"(exit {command.status})"] if command.status else [])
 
 
 def same_exactly(command):
@@ -153,7 +166,7 @@ def main():
                if folder != mode]
     ran, failed, left = 0, 0, []
     for path in map(pathlib.Path, sys.argv[split + 1:]):
-        lines = path.read_text(encoding="utf-8").splitlines()
+        lines = path.read_text(encoding="utf-8").split("\n")[:-1]
         found, others = commands(lines)
         left += [f"{path.name}:{other}" for other in others]
         for command in found[:] if mode == "--pages" else []:
