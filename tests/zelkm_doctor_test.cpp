@@ -15,6 +15,7 @@
 
 #include "../tools/zelkm/doctor_findings.h"
 #include "damaged_store.h"
+#include "kept_reports.h"
 
 namespace {
 
@@ -49,7 +50,7 @@ std::string plainRow(const std::string& alias) {
 std::string logLine(const std::string& time, const std::string& message) {
     const std::set<std::string> warnings = {"no file", "try res", "Upgrade"};
     const bool warns = warnings.count(message.substr(0, 7)) != 0;
-    return "2026-11-21 " + time + (warns ? ".126 WARN  " : ".126 ERROR ") + "[4242] [log_to_file@" +
+    return "1990-11-21 " + time + (warns ? ".126 WARN  " : ".126 ERROR ") + "[4242] [log_to_file@" +
            (warns ? "102" : "106") + "] zelkeymaster_operation.cpp(450) :" + message + "\n";
 }
 
@@ -158,8 +159,21 @@ std::string identityOf(const State& state) {
     return all;
 }
 
+// A report without what differs each time, and without the words that the page has.
+std::string lasting(const std::string& report) {
+    static const std::regex passing(
+        R"( \([^()\n]*Z\)|\n  (meaning|to do): [^\n]*|\d{4}-\d\d-\d\d \d\d:\d\d:\d\d(\.\d+)?|-\d{8}-\d{6})");
+    return std::regex_replace(report, passing, "");
+}
+
 class ZelkmDoctor : public DamagedStore {
   protected:
+    ZelkmDoctor() {
+        ::umask(077);
+        start_.erase("zelko_err.txt");
+        put(start_);
+    }
+
     struct Expected {
         int status;
         std::string finding;  // empty for none
@@ -176,6 +190,13 @@ class ZelkmDoctor : public DamagedStore {
         Outcome outcome;
         State after;
     };
+
+    // What is in the directory, but the error file.
+    static Files withoutLog() {
+        Files all = files();
+        all.erase("zelko_err.txt");
+        return all;
+    }
 
     // Runs the tool on such a directory, the same command on the same directory only once. A doctor
     // who is only asked changes nothing.
@@ -247,17 +268,19 @@ class ZelkmDoctor : public DamagedStore {
         }
     }
 
-    void judge(const State& damaged, const Expected& expected, const char* key) {
-        SCOPED_TRACE(key);
-        const Json report =
-            check(runOn(damaged, {"doctor", "--json"}).outcome, runOn(damaged, {"doctor"}).outcome);
+    void judge(const State& damaged, const Expected& expected, const std::string& name) {
+        SCOPED_TRACE(name);
+        const Outcome& as_text = runOn(damaged, {"doctor"}).outcome;
+        const Json report = check(runOn(damaged, {"doctor", "--json"}).outcome, as_text);
+        reports_.expect(name, lasting(as_text.out));
         EXPECT_EQ(report["status"], expected.status) << report.dump(1);
         EXPECT_TRUE(expected.finding.empty() || finds(report, expected.finding)) << report.dump(1);
         EXPECT_EQ(report["repair"].empty(), expected.reads.empty()) << report.dump(1);
-        const State repaired = runOn(damaged, {"doctor", "--repair"}).after;
+        const auto& [repair, repaired] = runOn(damaged, {"doctor", "--repair"});
         EXPECT_EQ(identityOf(repaired) == identityOf(damaged), expected.reads.empty());
         EXPECT_EQ(identityOf(runOn(repaired, {"doctor", "--repair"}).after), identityOf(repaired));
         if (!expected.reads.empty()) {
+            reports_.expect(name + ", repaired", lasting(repair.out));
             EXPECT_EQ(aliases(withKey(repaired)),
                       expected.reads == "refused" ? "" : expected.reads);
         }
@@ -285,17 +308,17 @@ class ZelkmDoctor : public DamagedStore {
     }
 
     void judgeRow(const Row& row) {
-        SCOPED_TRACE(row.name);
         put(start_);
         row.damage();
         const State with_key = stateOf("s");
         State without = with_key;
         without.erase(std::string("s/") + RootKey);
-        judge(with_key, row.with_key, "with its key");
-        judge(without, row.without, "without its key");
+        judge(with_key, row.with_key, row.name);
+        judge(without, row.without, row.name + std::string(", without its key"));
         expectNothingLost(without);
     }
 
+    const KeptReports reports_{ZELKM_TEST_DATA_DIR "/doctor_reports.txt"};
     std::set<std::string> found_;
     std::map<std::pair<std::string, Command>, Run> runs_;
 };
@@ -305,16 +328,16 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
     // key was upgraded.
     put({{RootKey, start_[RootKey]}});
     add("other", "app");
-    const Files other = files();
+    const Files other = withoutLog();
     put({});
     add("strange", "app");
-    const Files strange = files();
+    const Files strange = withoutLog();
     put(start_);
     add(std::string(300, 'x'), "app");
-    const Files large = files();
+    const Files large = withoutLog();
     put(start_);
     done({"--patch-level", "202602", "--upgrade", "aliases"});
-    const Files upgraded = files();
+    const Files upgraded = withoutLog();
 
     const auto takeKeyOf = [](const Files& from) {
         write(std::string("s/") + K, from.at(K));
@@ -476,8 +499,8 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
 // or a file is missing.
 TEST_F(ZelkmDoctor, NoChangedDirectoryIsHealthy) {
     done({"--patch-level", "202602", "--upgrade", "aliases"});  // leaves backups of key and digest
-    fs::remove("s/zelko_err.txt");
-    const Files healthy = files();
+    const Files healthy = withoutLog();
+    put(healthy);
     EXPECT_EQ(diagnose()["status"], 0);
     const auto expectNoticed = [&](const std::string& name, const std::string& content) {
         write("s/" + name, content);

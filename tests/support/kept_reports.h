@@ -1,0 +1,47 @@
+// Copyright 2026 The libzelkeymaster authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Reports that are compared, word for word, with those of a file in tests/data. There, each stands
+// after a line "== NAME". To write such a file anew, name an empty one in ZELKM_WRITE_REPORTS, run
+// the test, and read the difference.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+
+namespace test {
+
+class KeptReports {
+  public:
+    explicit KeptReports(const std::filesystem::path& path) {
+        std::ifstream file(path);
+        std::string name;
+        for (std::string line; std::getline(file, line);) {
+            if (line.rfind("== ", 0) == 0) {
+                name = line.substr(3);
+            } else {
+                reports_[name] += line + "\n";
+            }
+        }
+    }
+
+    void expect(const std::string& name, const std::string& report) const {
+        if (const char* const path = std::getenv("ZELKM_WRITE_REPORTS")) {
+            std::ofstream(path, std::ios::app) << "== " << name << "\n" << report;
+            return;
+        }
+        const auto kept = reports_.find(name);
+        EXPECT_EQ(kept == reports_.end() ? "" : kept->second, report) << name;
+    }
+
+  private:
+    std::map<std::string, std::string> reports_;
+};
+
+}  // namespace test
