@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <set>
@@ -25,6 +24,7 @@
 
 #include "../common/src/zelkeymaster_helper/openssl_handles.h"
 #include "../keymaster_check/src/format.h"
+#include "kept_reports.h"
 #include "temp_dir.h"
 #include "zelkeymaster_vendor_tags.h"
 
@@ -411,22 +411,6 @@ std::string masked(const std::string& text) {
     return result;
 }
 
-// The reports are in tests/data/keymaster_reports.txt, each after a line "== KEYMASTER". To write
-// it anew, name an empty file in ZELKM_WRITE_REPORTS, run this test, and read the difference.
-std::map<std::string, std::string> keptReports() {
-    std::map<std::string, std::string> reports;
-    std::ifstream file(ZELKM_TEST_DATA_DIR "/keymaster_reports.txt");
-    std::string name;
-    for (std::string line; std::getline(file, line);) {
-        if (line.rfind("== ", 0) == 0) {
-            name = line.substr(3);
-        } else {
-            reports[name] += line + "\n";
-        }
-    }
-    return reports;
-}
-
 // What follows if a requirement that was not tried is broken. It is not shown each time.
 std::set<std::string> notKnown() {
     std::set<std::string> consequences;
@@ -525,19 +509,14 @@ class KeymasterCheck : public test::InTempDir {
 
     // What is reported must be what is kept: of a sound keymaster all, of others what differs.
     static void expectReport(const std::string& keymaster, const std::vector<Finding>& findings) {
-        static const auto kKept = keptReports();
+        static const test::KeptReports kKept(ZELKM_TEST_DATA_DIR "/keymaster_reports.txt");
         std::string report;
         for (const std::string& finding : shown(findings)) {
             if (sound_report_.count(finding) == 0) {
                 report += finding;
             }
         }
-        if (const char* const path = std::getenv("ZELKM_WRITE_REPORTS")) {
-            std::ofstream(path, std::ios::app) << "== " << keymaster << "\n" << report;
-            return;
-        }
-        const auto kept = kKept.find(keymaster);
-        EXPECT_EQ(kept == kKept.end() ? "" : kept->second, report) << keymaster;
+        kKept.expect(keymaster, report);
     }
 
     static std::set<std::string> broken(const std::vector<Finding>& findings) {
