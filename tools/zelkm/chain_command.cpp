@@ -200,7 +200,7 @@ std::string chainProblem(const Chain& chain, bool separate_first) {
                : describe(chain, 0) + ": not signed by " + describe(chain, 1);
 }
 
-void verifyChain(const VerifyChainOptions& options) {
+void verifyChain(const SessionOptions&, const VerifyChainOptions& options) {
     const Chain chain = readChain(options.files);
     auto certificates = nlohmann::ordered_json::array();
     std::vector<android::hardware::hidl_vec<uint8_t>> ders;
@@ -235,20 +235,18 @@ void verifyChain(const VerifyChainOptions& options) {
 
 }  // namespace
 
-void defineVerifyChain(CLI::App& app, const SessionOptions&) {
-    auto options = std::make_shared<VerifyChainOptions>();
-    CLI::App& command = *app.add_subcommand("verify-chain", "Check an attestation chain");
-    addOption(command, "FILE", options->files, "", "Leaf first, root last; - is standard input")
+void defineVerifyChain(CLI::App& app, const SessionOptions& session) {
+    const auto [command, options] =
+        addCommand(app, session, "verify-chain", "Check an attestation chain", verifyChain);
+    addOption(command, "FILE", options.files, "", "Leaf first, root last; - is standard input")
         ->required();
-    command.add_flag("--separate-first", options->separate_first,
-                     "The first is signed with the second's key, but not on the path");
-    command.add_flag("--json", options->json, "Print JSON; valid does not mean trusted");
-    command.footer(
-        "Each file is PEM or DER and has one or more certificates; at least three are needed.\n"
-        "Success does NOT mean trust: the last certificate is taken as the root, whoever made\n"
-        "it, so compare it with the roots that you trust. Validity dates and revocation are\n"
-        "deliberately not checked.");
-    command.callback([options] { verifyChain(*options); });
+    command.add_flag("--separate-first", options.separate_first,
+                     "The second signed the first, which is off the path");
+    command.add_flag("--json", options.json, "Print JSON; valid does not mean trusted");
+    command.footer(R"(Each file is PEM or DER and has one or more certificates; at least three are
+needed. Success does NOT mean trust: the last certificate is taken as the root,
+whoever made it, so compare it with the roots that you trust. Validity dates and
+revocation are deliberately not checked.)");
 }
 
 }  // namespace zelkm_tool

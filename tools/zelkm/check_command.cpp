@@ -114,22 +114,22 @@ void defineCheck(CLI::App& app, const SessionOptions&) {
     std::string faults;
     for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
         names.push_back(fault.name);
-        faults += "\n  " + names.back() + std::string(22 - names.back().size(), ' ') + fault.what;
+        faults +=
+            "  " + names.back() + std::string(22 - names.back().size(), ' ') + fault.what + "\n";
     }
     addOption(command, "--fault", options->fault, "FAULT", "Inject this fault")
         ->check(CLI::IsMember(names).description(""));
     command.add_flag("--json", options->json, "Print JSON");
     addOption(command, "--largest-store", options->largest_store, "BYTES", "Largest payload to try")
         ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
-    command.footer(
-        "Checks the software keymaster against each requirement of the library, then simulates\n"
-        "a system upgrade and checks a key made before it. Reports what does not hold. No store\n"
-        "is touched. zelkeymaster_check does the same on a device, with the same exit status;\n"
-        "here --fault shows what a broken keymaster looks like:" +
-        faults +
-        "\n\n"
-        "  zelkm check\n"
-        "  zelkm check --fault tag-12");
+    command.footer(R"(Checks the software keymaster against each requirement of the library, then
+simulates a system upgrade and checks a key made before it. Reports what does
+not hold. No store is touched. zelkeymaster_check does the same on a device,
+with the same exit status; here --fault shows what a broken keymaster looks
+like:
+)" + faults + R"(
+  zelkm check
+  zelkm check --fault tag-12)");
     command.callback([options] { endWith(checkKeymaster(*options)); });
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "output.h"
 #include "session_options.h"
@@ -32,6 +33,17 @@ inline void endWith(int status) {
 
 // How helps look. Commands take it from the program when they are added to it.
 std::shared_ptr<CLI::FormatterBase> helpFormatter();
+
+// Adds a command that runs `action` with its options, which live as long as the command.
+template <typename Options>
+std::pair<CLI::App&, Options&> addCommand(CLI::App& app, const SessionOptions& session,
+                                          const std::string& name, const std::string& what,
+                                          void (*action)(const SessionOptions&, const Options&)) {
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *app.add_subcommand(name, what);
+    command.callback([&session, options, action] { action(session, *options); });
+    return {command, *options};
+}
 
 // Adds an option, or an operand, whose value the help shows as `type`.
 template <typename Value>

@@ -218,30 +218,28 @@ void defineDoctor(CLI::App& app, const SessionOptions& session) {
     CLI::App* command = app.add_subcommand("doctor", "Diagnose and repair a store directory");
     command->add_option("DIR", *dirs, "The directories; default: that of --dir")->type_name("");
     command->add_flag("--repair", doctor->repair,
-                      "Make the changes that the report lists, and keep copies");
-    command->add_flag("--json", doctor->json,
-                      "Print a JSON object; an array for several directories");
-    command->footer(
-        "Identifies every file in the directory and its subfolders by its content,\n"
-        "decrypts the store if the software keymaster's root key is there, and evaluates\n"
-        "the error files. Reports what is wrong, what that means, and what to do.\n"
-        "\n"
-        "Exit status:\n"
-        "  0  healthy: everything was read, and the store was decrypted with its key\n"
-        "  1  something is wrong\n"
-        "  2  the directory cannot be read, or not by this user\n"
-        "  3  not decided: nothing is wrong, but something, usually the key, is missing\n"
-        "\n"
-        "--repair makes the changes that the report lists. Each was tested in\n"
-        "memory first, with the library if there is a key. The files that they touch are\n"
-        "copied to a new folder doctor-YYYYMMDD-HHMMSS. No other program may use the store\n"
-        "meanwhile. Root acts as the directory's owner.\n"
-        "\n"
-        "With --quiet only the verdict is printed. For several directories the exit status is\n"
-        "the worst one, in the order 1, 2, 3, 0.\n"
-        "\n"
-        "  zelkm doctor store\n"
-        "  zelkm doctor --repair store");
+                      "Make the changes in the report, and keep copies");
+    command->add_flag("--json", doctor->json, "Print a JSON object, or an array for several");
+    command->footer(R"(Identifies every file in the directory and its subfolders by its content,
+decrypts the store if the software keymaster's root key is there, and evaluates
+the error files. Reports what is wrong, what that means, and what to do.
+
+Exit status:
+  0  healthy: everything was read, and the store was decrypted with its key
+  1  something is wrong
+  2  the directory cannot be read, or not by this user
+  3  not decided: nothing is wrong, but something, usually the key, is missing
+
+--repair makes the changes that the report lists. Each was tested in memory
+first, with the library if there is a key. The files that they touch are copied
+to a new folder doctor-YYYYMMDD-HHMMSS. No other program may use the store
+meanwhile. Root acts as the directory's owner.
+
+With --quiet only the verdict is printed. For several directories the exit
+status is the worst one, in the order 1, 2, 3, 0.
+
+  zelkm doctor store
+  zelkm doctor --repair store)");
     command->callback([&session, dirs, doctor] {
         const auto only = dirs->empty() ? std::nullopt : std::make_optional(dirs->front());
         endWith(dirs->size() > 1 ? runDoctors(session, *dirs, *doctor)

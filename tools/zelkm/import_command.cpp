@@ -91,21 +91,19 @@ void import(const SessionOptions& session_options, const ImportOptions& options)
 }  // namespace
 
 void defineImport(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<ImportOptions>();
-    CLI::App& command = *app.add_subcommand("import", "Store objects from a file");
-    addOption(command, "FILE", options->file, "", "CSV or JSON; - is standard input")->required();
-    command.add_flag("--keep-going", options->keep_going, "Skip objects that cannot be stored");
-    command.add_flag("--as-is", options->as_is,
-                     "Accept duplicates, and any value that the store can hold");
-    command.footer(
-        "Reads what list and export print. CSV begins with the column names, in any order;\n"
-        "commas, semicolons or tabs separate the values. JSON is an array, or objects one\n"
-        "after the other. A missing value is the same as an empty one.\n"
-        "\n"
-        "All objects are checked first, as by add: if one is refused, its line is reported and\n"
-        "nothing is stored. Then all are stored in one atomic change: after an interruption\n"
-        "the store has all of them, or none.");
-    command.callback([&session, options] { import(session, *options); });
+    const auto [command, options] =
+        addCommand(app, session, "import", "Store objects from a file", import);
+    addOption(command, "FILE", options.file, "", "CSV or JSON; - is standard input")->required();
+    command.add_flag("--keep-going", options.keep_going, "Skip objects that cannot be stored");
+    command.add_flag("--as-is", options.as_is,
+                     "Accept duplicates, and any value the store can hold");
+    command.footer(R"(Reads what list and export print. CSV begins with the column names, in any
+order; commas, semicolons or tabs separate the values. JSON is an array, or
+objects one after the other. A missing value is the same as an empty one.
+
+All objects are checked first, as by add: if one is refused, its line is
+reported and nothing is stored. Then all are stored in one atomic change: after
+an interruption the store has all of them, or none.)");
 }
 
 }  // namespace zelkm_tool

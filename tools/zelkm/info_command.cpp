@@ -230,11 +230,10 @@ void defineInfo(CLI::App& app, const SessionOptions& session) {
     CLI::App* command = app.add_subcommand("info", "Show what a store directory contains");
     command->add_option("DIR", *dir, "The directory; default: that of --dir")->type_name("");
     command->add_flag("--json", *json, "Print one JSON object");
-    command->footer(
-        "Needs no key. Shows the library's files with their sizes, modes, owners and times,\n"
-        "the header of each version of the store and the rows of a plaintext payload,\n"
-        "which key file edbk_digest matches, the last lines of the error files and, with the root\n"
-        "key of the software keymaster, the patch level of the key.");
+    command->footer(R"(Needs no key. Shows the library's files with their sizes, modes, owners and
+times, the header of each version of the store and the rows of a plaintext
+payload, which key file edbk_digest matches, the last lines of the error files
+and, with the root key of the software keymaster, the patch level of the key.)");
     command->callback([&session, dir, json] {
         const SessionOptions options = withDirectory(session, *dir);
         const Directory directory(options.dir);

@@ -180,35 +180,31 @@ void defineKeyOptions(CLI::App& command, KeyOptions& options) {
 }  // namespace
 
 void defineCsr(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<KeyOptions>();
-    CLI::App& command = *app.add_subcommand("csr", "Make a certificate signing request");
-    addOption(command, "--out", options->out, "FILE", "Output file; - is standard output")
+    const auto [command, options] =
+        addCommand(app, session, "csr", "Make a certificate signing request", makeCsr);
+    addOption(command, "--out", options.out, "FILE", "Output file; - is standard output")
         ->required();
-    defineKeyOptions(command, *options);
-    command.footer(
-        "The blob of a new key is written to FILE.keyblob, which must not exist yet.\n"
-        "\n"
-        "  zelkm --dir store csr --out request.pem\n"
-        "  openssl req -in request.pem -verify -noout");
-    command.callback([&session, options] { makeCsr(session, *options); });
+    defineKeyOptions(command, options);
+    command.footer(R"(The blob of a new key is written to FILE.keyblob, which must not exist yet.
+
+  zelkm --dir store csr --out request.pem
+  openssl req -in request.pem -verify -noout)");
 }
 
 void defineAttest(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<KeyOptions>();
-    CLI::App& command = *app.add_subcommand("attest", "Write the attestation chain of a key");
-    addOption(command, "--out-dir", options->out, "DIR", "Output directory, created if missing")
+    const auto [command, options] =
+        addCommand(app, session, "attest", "Write the attestation chain of a key", attestKey);
+    addOption(command, "--out-dir", options.out, "DIR", "Output directory, created if missing")
         ->required();
-    addOption(command, "--challenge", options->challenge, "TEXT",
+    addOption(command, "--challenge", options.challenge, "TEXT",
               "Challenge to attest; default: random");
-    defineKeyOptions(command, *options);
-    command.footer(
-        "Writes cert-1 (the key's), cert-2, ... up to the root, and shows the challenge in\n"
-        "hexadecimal. The blob of a new key is written to key.keyblob there, which\n"
-        "must not exist yet.\n"
-        "\n"
-        "  zelkm --dir store attest --out-dir chain\n"
-        "  zelkm verify-chain chain/cert-1.pem chain/cert-2.pem chain/cert-3.pem");
-    command.callback([&session, options] { attestKey(session, *options); });
+    defineKeyOptions(command, options);
+    command.footer(R"(Writes cert-1 (the key's), cert-2, ... up to the root, and shows the challenge
+in hexadecimal. The blob of a new key is written to key.keyblob there, which
+must not exist yet.
+
+  zelkm --dir store attest --out-dir chain
+  zelkm verify-chain chain/cert-1.pem chain/cert-2.pem chain/cert-3.pem)");
 }
 
 }  // namespace zelkm_tool

@@ -19,6 +19,11 @@ struct ListOptions {
     Format format = Format::kTable;
 };
 
+struct ShowOptions {
+    std::string name;
+    bool json = false;
+};
+
 // The session ends before anything is printed. A reader who pages through the output keeps no lock.
 Table selectTable(const SessionOptions& session_options, const std::vector<std::string>& columns,
                   const std::vector<Condition>& conditions = {}) {
@@ -32,7 +37,7 @@ void listObjects(const SessionOptions& session_options, const ListOptions& optio
     print(selectTable(session_options, parseColumns(options.columns), conditions), options.format);
 }
 
-void listAliases(const SessionOptions& session_options) {
+void listAliases(const SessionOptions& session_options, const ListOptions&) {
     bool ambiguous = false;
     for (const Row& row : selectTable(session_options, {"CREATOR", "ALIAS"}).rows) {
         const std::string name = row[0] + kBetween + row[1];
@@ -46,13 +51,13 @@ void listAliases(const SessionOptions& session_options) {
     }
 }
 
-void showObjects(const SessionOptions& session_options, const std::string& name, bool json) {
+void showObjects(const SessionOptions& session_options, const ShowOptions& options) {
     const Table all = selectTable(session_options, parseColumns(""));
     Table found = {all.columns, {}};
-    for (const size_t i : findNamed(all.rows, name)) {
+    for (const size_t i : findNamed(all.rows, options.name)) {
         found.rows.push_back(all.rows[i]);
     }
-    if (json) {
+    if (options.json) {
         return print(found, Format::kJson);
     }
     for (const Row& row : found.rows) {
@@ -87,52 +92,48 @@ void defineFormats(CLI::App& command, Format& format) {
 }
 
 void defineList(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<ListOptions>();
-    CLI::App& command = *app.add_subcommand("list", "Show objects: all, or those that match");
-    addOption(command, "--where", options->where, "COLUMN=VALUE", kWhereHelp);
-    addOption(command, "--columns", options->columns, "COLUMN,...", "Columns to show; default all");
-    defineFormats(command, options->format);
+    const auto [command, options] =
+        addCommand(app, session, "list", "Show objects: all, or those that match", listObjects);
+    addOption(command, "--where", options.where, "COLUMN=VALUE", kWhereHelp);
+    addOption(command, "--columns", options.columns, "COLUMN,...", "Columns to show; default all");
+    defineFormats(command, options.format);
     command.footer(
-        "The table shows bytes that are not printable as \\xNN, and a backslash as \\\\. On a\n"
-        "terminal, long values are cut to fit its width, with an ellipsis.\n"
-        "\n"
-        "JSON is an array of objects keyed by column name; a value that is not UTF-8 is\n"
-        "{\"hex\": \"...\"} there. CSV is RFC 4180, with the raw bytes of the values, except on a\n"
-        "terminal; a spreadsheet treats a value that begins with = + - @ as a formula.");
-    command.callback([&session, options] { listObjects(session, *options); });
+        R"(The table shows bytes that are not printable as \xNN, and a backslash as \\. On
+a terminal, long values are cut to fit its width, with an ellipsis.
+
+JSON is an array of objects keyed by column name; a value that is not UTF-8 is
+{"hex": "..."} there. CSV is RFC 4180, with the raw bytes of the values, except
+on a terminal; a spreadsheet treats a value that begins with = + - @ as a
+formula.)");
 }
 
 void defineShow(CLI::App& app, const SessionOptions& session) {
-    auto name = std::make_shared<std::string>();
-    auto json = std::make_shared<bool>(false);
-    CLI::App& command = *app.add_subcommand("show", "Show one object, column by column");
-    addOption(command, "NAME", *name, "", "CREATOR::ALIAS, as aliases shows it")->required();
-    command.add_flag("--json", *json, "Print JSON, as list does");
-    command.footer("If several objects have this name, all are shown.");
-    command.callback([&session, name, json] { showObjects(session, *name, *json); });
+    const auto [command, options] =
+        addCommand(app, session, "show", "Show one object, column by column", showObjects);
+    addOption(command, "NAME", options.name, "", "CREATOR::ALIAS, as aliases shows it")->required();
+    command.add_flag("--json", options.json, "Print JSON, as list does");
+    command.footer(R"(If several objects have this name, all are shown.)");
 }
 
 void defineAliases(CLI::App& app, const SessionOptions& session) {
-    CLI::App& command = *app.add_subcommand("aliases", "Show creator::alias of every object");
-    command.footer(
-        "Bytes that are not printable appear as \\xNN, a backslash as \\\\. With :: in a creator\n"
-        "or an alias, two objects can look alike: list --columns CREATOR,ALIAS.");
-    command.callback([&session] { listAliases(session); });
+    CLI::App& command =
+        addCommand(app, session, "aliases", "Show creator::alias of every object", listAliases)
+            .first;
+    command.footer(R"(Bytes that are not printable appear as \xNN, a backslash as \\. With :: in a
+creator or an alias, two objects can look alike: list --columns CREATOR,ALIAS.)");
 }
 
 void defineExport(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<ListOptions>();
-    options->format = Format::kJson;
-    CLI::App& command = *app.add_subcommand("export", "Print the whole store");
+    const auto [command, options] =
+        addCommand(app, session, "export", "Print the whole store", listObjects);
+    options.format = Format::kJson;
     CLI::Option* csv = command.add_flag_callback(
-        "--csv", [options] { options->format = Format::kCsv; }, "Print CSV");
+        "--csv", [&format = options.format] { format = Format::kCsv; }, "Print CSV");
     command.add_flag("--json", "Print JSON; the default")->excludes(csv);
-    command.footer(
-        "An import restores every value byte for byte:\n"
-        "\n"
-        "  zelkm --dir store export > objects.json\n"
-        "  zelkm --dir other import --as-is objects.json");
-    command.callback([&session, options] { listObjects(session, *options); });
+    command.footer(R"(An import restores every value byte for byte:
+
+  zelkm --dir store export > objects.json
+  zelkm --dir other import --as-is objects.json)");
 }
 
 }  // namespace zelkm_tool

@@ -29,16 +29,16 @@ blob edbk, and the root key of the software keymaster, which encrypts that blob:
 soft_keymaster_root.key. The root key of attestations is beside it:
 soft_keymaster_root.key.attest. The library's errors are kept in zelko_err.txt.
 
-Values are bytes and are returned as given. The store has no escaping,
-so these are refused: an empty value, a value that begins with a comma, one
-with " AND " in it, the bytes 0x1f, 0x1e, line feed and NUL; and, as a value to
-store in any column but ACCESSOR, "*".
+Values are bytes and are returned as given. The store has no escaping, so these
+are refused: an empty value, a value that begins with a comma, one with " AND "
+in it, the bytes 0x1f, 0x1e, line feed and NUL; and, as a value to store in any
+column but ACCESSOR, "*".
 
 Columns: ALIAS, CREATOR, CREATOR_UID and PRIV_ACC compare exactly. ADMIN is a
 list, ACCESSOR a list of patterns: ADMIN=1000 matches objects that list 1000 as
 an admin, ACCESSOR=1000 those with a pattern that matches 1000. Patterns:
-[lo..hi] is a range of numbers, a final * matches any rest, *# and *_ anything up
-to that character. A condition with * matches every object (for ADMIN and
+[lo..hi] is a range of numbers, a final * matches any rest, *# and *_ anything
+up to that character. A condition with * matches every object (for ADMIN and
 ACCESSOR, every object that has any).
 
 zelkm works at the patch level of the store's key. --patch-level simulates a
@@ -159,7 +159,7 @@ int run(int argc, char** argv) {
     app.fallthrough();
 
     SessionOptions session;
-    app.add_option("--dir", session.dir, "The store; default: $ZELKM_DIR or the working directory")
+    app.add_option("--dir", session.dir, "The store; default: $ZELKM_DIR or this directory")
         ->type_name("DIR")
         ->envname("ZELKM_DIR");
     app.add_option("--wait", session.wait, "Seconds to wait for another zelkm; default: 5")

@@ -160,39 +160,35 @@ void defineValues(CLI::App& command, ObjectOptions& options, bool is_new) {
 }  // namespace
 
 void defineAdd(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<ObjectOptions>();
-    CLI::App& command = *app.add_subcommand("add", "Store an object");
-    defineValues(command, *options, /*is_new=*/true);
-    command.add_flag("--privileged", options->mark, "Mark it for privileged access");
-    command.add_flag("--duplicate", options->duplicate, "Add it even if it exists already");
+    const auto [command, options] = addCommand(app, session, "add", "Store an object", addObject);
+    defineValues(command, options, /*is_new=*/true);
+    command.add_flag("--privileged", options.mark, "Mark it for privileged access");
+    command.add_flag("--duplicate", options.duplicate, "Add it even if it exists already");
     command.footer(
-        "The library does not require unique aliases. zelkm refuses a second object with the\n"
-        "same creator and alias, unless --duplicate is given.\n"
-        "\n"
-        "Useless values are refused, too: those that no condition can match; in --accessor,\n"
-        "patterns that never match, such as [9..1], [1..5 or 10*00; blanks around an item of\n"
-        "a list. --as-is stores them anyway.");
-    command.callback([&session, options] { addObject(session, *options); });
+        R"(The library does not require unique aliases. zelkm refuses a second object with
+the same creator and alias, unless --duplicate is given.
+
+Useless values are refused, too: those that no condition can match; in
+--accessor, patterns that never match, such as [9..1], [1..5 or 10*00; blanks
+around an item of a list. --as-is stores them anyway.)");
 }
 
 void defineSet(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<ObjectOptions>();
-    CLI::App& command = *app.add_subcommand("set", "Change an object: its name, or who may use it");
-    addOption(command, "NAME", options->name, "", "CREATOR::ALIAS, as aliases shows it")
-        ->required();
-    defineValues(command, *options, /*is_new=*/false);
-    addOption(command, "--add-accessor", options->add_accessor, "A,B", "Patterns to add");
-    addOption(command, "--remove-accessor", options->remove_accessor, "A,B", "Patterns to remove");
-    addOption(command, "--privileged", options->privileged, "yes|no",
+    const auto [command, options] =
+        addCommand(app, session, "set", "Change an object: its name, or who may use it", setObject);
+    addOption(command, "NAME", options.name, "", "CREATOR::ALIAS, as aliases shows it")->required();
+    defineValues(command, options, /*is_new=*/false);
+    addOption(command, "--add-accessor", options.add_accessor, "A,B", "Patterns to add");
+    addOption(command, "--remove-accessor", options.remove_accessor, "A,B", "Patterns to remove");
+    addOption(command, "--privileged", options.privileged, "yes|no",
               "Whether it has privileged access");
-    command.add_flag("--dry-run", options->dry_run, "Only show what would change");
+    command.add_flag("--dry-run", options.dry_run, "Only show what would change");
     command.footer(
-        "An empty value, as in --admin '', removes the old one. The change is atomic:\n"
-        "an interruption leaves the old object or the new one.\n"
-        "\n"
-        "  zelkm --dir store set app::key1 --add-accessor 10042\n"
-        "  zelkm --dir store set app::key1 --alias key2 --dry-run");
-    command.callback([&session, options] { setObject(session, *options); });
+        R"(An empty value, as in --admin '', removes the old one. The change is atomic: an
+interruption leaves the old object or the new one.
+
+  zelkm --dir store set app::key1 --add-accessor 10042
+  zelkm --dir store set app::key1 --alias key2 --dry-run)");
 }
 
 }  // namespace zelkm_tool

@@ -32,6 +32,7 @@ struct PasswordOptions {
     std::string out;
     std::string tag;                 // written by wrap, read by unwrap
     std::optional<std::string> rot;  // receives the hardware's value
+    bool wraps = false;
 };
 
 void requireOneStream(const std::vector<std::string>& paths, const char* stream) {
@@ -59,7 +60,8 @@ void requireDistinct(const std::vector<std::string>& read,
     }
 }
 
-void convert(const SessionOptions& session_options, const PasswordOptions& options, bool wraps) {
+void convert(const SessionOptions& session_options, const PasswordOptions& options) {
+    const bool wraps = options.wraps;
     std::vector<std::string> read(options.inputs.begin(), options.inputs.end());
     std::vector<std::string> written = {options.out};
     read.push_back(options.material);
@@ -107,29 +109,31 @@ void convert(const SessionOptions& session_options, const PasswordOptions& optio
 
 void definePassword(CLI::App& app, const SessionOptions& session) {
     for (const bool wraps : {true, false}) {
-        auto options = std::make_shared<PasswordOptions>();
-        CLI::App& command = *app.add_subcommand(
-            wraps ? "wrap" : "unwrap", wraps ? "Convert key material with the password hardware key"
-                                             : "Convert wrapped key material back");
-        const auto addFile = [&](const std::string& name, auto& value, const std::string& what) {
-            return addOption(command, name, value, "FILE", what);
+        const auto [command, options] =
+            addCommand(app, session, wraps ? "wrap" : "unwrap",
+                       wraps ? "Convert key material with the password hardware key"
+                             : "Convert wrapped key material back",
+                       convert);
+        options.wraps = wraps;
+        const auto addFile = [&app = command](const std::string& name, auto& value,
+                                              const std::string& what) {
+            return addOption(app, name, value, "FILE", what);
         };
-        for (size_t i = 0; i < options->inputs.size(); ++i) {
+        for (size_t i = 0; i < options.inputs.size(); ++i) {
             const std::string number = std::to_string(i + 1);
-            addFile("--in" + number, options->inputs[i], "Input " + number)->required();
+            addFile("--in" + number, options.inputs[i], "Input " + number)->required();
         }
-        addFile("--material", options->material, "Material to convert")->required();
-        addFile("--tag", options->tag, wraps ? "Output file for the tag" : "The tag")->required();
-        addFile("--out", options->out, "Output file for the converted material")->required();
-        addFile("--rot", options->rot, "Output file for the hardware's rot value");
+        addFile("--material", options.material, "Material to convert")->required();
+        addFile("--tag", options.tag, wraps ? "Output file for the tag" : "The tag")->required();
+        addFile("--out", options.out, "Output file for the converted material")->required();
+        addFile("--rot", options.rot, "Output file for the hardware's rot value");
         command.footer(
-            "One input can be - (standard input), one output - (standard output). No input may\n"
-            "be empty. Outputs are created anew, readable by their owner only, all or none;\n"
-            "links are not followed, and no input is overwritten.\n"
-            "\n"
-            "  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --tag t --out w\n"
-            "  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material w --tag t --out key");
-        command.callback([&session, options, wraps] { convert(session, *options, wraps); });
+            R"(One input can be - (standard input), one output - (standard output). No input
+may be empty. Outputs are created anew, readable by their owner only, all or
+none; links are not followed, and no input is overwritten.
+
+  zelkm wrap   --in1 a --in2 b --in3 c --in4 d --material key --tag t --out w
+  zelkm unwrap --in1 a --in2 b --in3 c --in4 d --material w --tag t --out key)");
     }
 }
 

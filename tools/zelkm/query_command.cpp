@@ -86,24 +86,22 @@ void runQueries(const SessionOptions& session_options, const QueryOptions& optio
 }  // namespace
 
 void defineQuery(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<QueryOptions>();
-    CLI::App& command = *app.add_subcommand("query", "Run commands of the store engine");
-    CLI::Option* text = addOption(command, "TEXT", options->text, "",
-                                  "The command; \\xNN is the byte NN, \\\\ a backslash; - reads "
-                                  "standard input, one command per line");
-    addOption(command, "--file", options->file, "FILE",
-              "Read the commands from a file, one per line")
+    const auto [command, options] =
+        addCommand(app, session, "query", "Run commands of the store engine", runQueries);
+    CLI::Option* text = addOption(command, "TEXT", options.text, "",
+                                  "The command; - reads them from standard input");
+    addOption(command, "--file", options.file, "FILE", "Read the commands from a file")
         ->excludes(text);
     command.footer(
-        "Prints the status and the result; changes are stored.\n"
-        "Nothing is checked here: an unknown column in a condition, no condition at all\n"
-        "or the value * reaches every object, and a value with a separator in it can\n"
-        "make the store unreadable.\n"
-        "\n"
-        "  INSERT (ALIAS,CREATOR) VALUE (\\x1fkey 1\\x1f,app)\n"
-        "  SELECT (CREATOR,ALIAS) WHERE ADMIN=1000 AND CREATOR=app\n"
-        "  DELETE WHERE ALIAS=\\x1fkey 1\\x1f");
-    command.callback([&session, options] { runQueries(session, *options); });
+        R"(In a command, \xNN is the byte NN, and \\ a backslash. A file and standard input
+have one command per line. Prints the status and the result; changes are stored.
+Nothing is checked here: an unknown column in a condition, no condition at all
+or the value * reaches every object, and a value with a separator in it can make
+the store unreadable.
+
+  INSERT (ALIAS,CREATOR) VALUE (\x1fkey 1\x1f,app)
+  SELECT (CREATOR,ALIAS) WHERE ADMIN=1000 AND CREATOR=app
+  DELETE WHERE ALIAS=\x1fkey 1\x1f)");
 }
 
 }  // namespace zelkm_tool

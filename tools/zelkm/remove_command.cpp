@@ -46,17 +46,15 @@ void removeObjects(const SessionOptions& session_options, const RemoveOptions& o
 }  // namespace
 
 void defineRemove(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<RemoveOptions>();
-    CLI::App& command = *app.add_subcommand("remove", "Delete the objects that match");
-    addOption(command, "--where", options->where, "COLUMN=VALUE", kWhereHelp);
-    command.add_flag("--all", options->all, "Remove every object, or allow careless conditions");
-    command.add_flag("--dry-run", options->dry_run, "Only show what would be removed");
-    command.footer(
-        "Without --where, --all is needed: it removes every object. Careless conditions\n"
-        "need it, too: an unknown column (the store skips the condition), the value *\n"
-        "(every object matches), the operators < <= > >= (the store knows them, but no\n"
-        "object ever matches). It is no error if no object matches.");
-    command.callback([&session, options] { removeObjects(session, *options); });
+    const auto [command, options] =
+        addCommand(app, session, "remove", "Delete the objects that match", removeObjects);
+    addOption(command, "--where", options.where, "COLUMN=VALUE", kWhereHelp);
+    command.add_flag("--all", options.all, "Remove every object, or allow careless conditions");
+    command.add_flag("--dry-run", options.dry_run, "Only show what would be removed");
+    command.footer(R"(Without --where, --all is needed: it removes every object. Careless conditions
+need it, too: an unknown column (the store skips the condition), the value *
+(every object matches), the operators < <= > >= (the store knows them, but no
+object ever matches). It is no error if no object matches.)");
 }
 
 }  // namespace zelkm_tool

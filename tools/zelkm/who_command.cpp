@@ -109,17 +109,15 @@ void who(const SessionOptions& session_options, const WhoOptions& options) {
 }  // namespace
 
 void defineWho(CLI::App& app, const SessionOptions& session) {
-    auto options = std::make_shared<WhoOptions>();
-    CLI::App& command = *app.add_subcommand("who", "Show who may use which objects");
-    addOption(command, "SUBJECT", options->subject, "", "A uid or another name, such as 10042");
-    addOption(command, "--object", options->object, "CREATOR::ALIAS",
+    const auto [command, options] =
+        addCommand(app, session, "who", "Show who may use which objects", who);
+    addOption(command, "SUBJECT", options.subject, "", "A uid or another name, such as 10042");
+    addOption(command, "--object", options.object, "CREATOR::ALIAS",
               "Show who may use this object");
-    command.add_flag("--nobody", options->nobody, "Show the objects that nobody may use");
-    defineFormats(command, options->format);
-    command.footer(
-        "With SUBJECT: the objects whose ACCESSOR has a pattern that matches it.\n"
-        "With --object: the patterns of that object, and who matches each.");
-    command.callback([&session, options] { who(session, *options); });
+    command.add_flag("--nobody", options.nobody, "Show the objects that nobody may use");
+    defineFormats(command, options.format);
+    command.footer(R"(With SUBJECT: the objects whose ACCESSOR has a pattern that matches it. With
+--object: the patterns of that object, and who matches each.)");
 }
 
 }  // namespace zelkm_tool
