@@ -5,15 +5,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <initializer_list>
 #include <thread>
 
 namespace keymaster_check {
 namespace {
-
-using android::hardware::Return;
-using android::hardware::keymaster::V4_0::HardwareAuthToken;
-using android::hardware::keymaster::V4_0::KeyFormat;
-using android::hardware::keymaster::V4_0::VerificationToken;
 
 constexpr std::chrono::seconds kSlow(1);
 constexpr size_t kShownCalls = 6;  // so many calls of one case are shown
@@ -50,20 +46,36 @@ std::string describeAnswer(const Answer& answer) {
     return text;
 }
 
-std::string describePurpose(KeyPurpose purpose) {
-    return purpose == KeyPurpose::ENCRYPT   ? "ENCRYPT"
-           : purpose == KeyPurpose::DECRYPT ? "DECRYPT"
-                                            : std::to_string(static_cast<uint32_t>(purpose));
-}
-
-Answer notSent() {
-    Answer none;
-    none.failure = "not sent";
-    return none;
-}
-
-std::string describeBlob(const Bytes& blob) {
-    return "blob of " + std::to_string(blob.size()) + " bytes";
+// E.g. "begin(ENCRYPT, blob of 200 bytes, [BLOCK_MODE 32])".
+std::string describeCall(const CallRecord& call) {
+    const auto isOneOf = [&call](std::initializer_list<Call> calls) {
+        return std::find(calls.begin(), calls.end(), call.call) != calls.end();
+    };
+    std::string arguments;
+    const auto add = [&arguments](const std::string& argument) {
+        arguments += (arguments.empty() ? "" : ", ") + argument;
+    };
+    if (call.call == Call::kBegin) {
+        add(call.purpose == KeyPurpose::ENCRYPT   ? "ENCRYPT"
+            : call.purpose == KeyPurpose::DECRYPT ? "DECRYPT"
+                                                  : std::to_string(uint32_t(call.purpose)));
+    }
+    if (call.call == Call::kExportKey) {
+        add("X509");
+    }
+    if (!isOneOf({Call::kGenerateKey, Call::kImportKey, Call::kUpdate, Call::kFinish})) {
+        add("blob of " + std::to_string(call.key_blob.size()) + " bytes");
+    }
+    if (!isOneOf({Call::kGetKeyCharacteristics, Call::kExportKey, Call::kFinish})) {
+        add(describe(call.params));
+    }
+    if (call.call == Call::kImportKey) {
+        add("RAW");
+    }
+    if (isOneOf({Call::kImportKey, Call::kUpdate})) {
+        add(describe(call.input.data(), call.input.size()));
+    }
+    return callName(call.call) + ("(" + arguments + ")");
 }
 
 }  // namespace
@@ -75,47 +87,35 @@ Caller::Caller(Keymaster& keymaster, const Options& options)
 
 Caller::~Caller() {
     endRequirement();
+    keys_.erase(Bytes());
     for (const Bytes& key : keys_) {
-        const Time started = options_.clock();
         static_cast<void>(keymaster_.deleteKey(key).isOk());
-        timed("deleteKey", started);
     }
 }
 
-void Caller::own(const Bytes& blob) {
-    if (!blob.empty()) {
-        keys_.insert(blob);
-    }
-}
-
-template <typename Make>
-Answer Caller::make(const char* name, const std::string& arguments, Make make_call) {
-    return hasTime() ? send(name, arguments, make_call) : notSent();
-}
-
-template <typename Make>
-Answer Caller::send(const char* name, const std::string& arguments, Make make_call) {
+Answer Caller::makeAnyway(const CallRecord& call) {
     const auto pending = std::make_shared<Pending>();
-    pending->name = name;
+    pending->name = callName(call.call);
     pending->watch = watch_;
     const Time started = options_.clock();
-    const Return<void> status = make_call([pending](const auto&... values) {
-        const std::lock_guard<std::mutex> lock(pending->watch->mutex);
-        if (pending->returned) {
-            pending->watch->late = true;
-            pending->fault("after the call had returned");
-            return;
-        }
-        if (std::this_thread::get_id() != pending->caller) {
-            pending->fault("on another thread");
-        }
-        if (++pending->times > 1) {
-            pending->fault("once more");
-            return;
-        }
-        pending->answer.take(values...);
-    });
-    timed(name, started);
+    const Return<void> status =
+        keymaster_check::send(keymaster_, call, [pending](const auto&... values) {
+            const std::lock_guard<std::mutex> lock(pending->watch->mutex);
+            if (pending->returned) {
+                pending->watch->late = true;
+                pending->fault("after the call had returned");
+                return;
+            }
+            if (std::this_thread::get_id() != pending->caller) {
+                pending->fault("on another thread");
+            }
+            if (++pending->times > 1) {
+                pending->fault("once more");
+                return;
+            }
+            pending->answer.take(values...);
+        });
+    timed(call.call, started);
     ++sent_;
     const std::lock_guard<std::mutex> lock(watch_->mutex);
     pending->returned = true;
@@ -125,110 +125,50 @@ Answer Caller::send(const char* name, const std::string& arguments, Make make_ca
         pending->fault("not at all before the call returned");
     }
     found_no_room_ = found_no_room_ || answer.error == ErrorCode::TOO_MANY_OPERATIONS;
-    calls_.push_back({name + ("(" + arguments + ")"), name + (": " + describeAnswer(answer))});
+    calls_.push_back({describeCall(call), pending->name + (": " + describeAnswer(answer))});
     return answer;
 }
 
-void Caller::timed(const char* name, Time started) {
-    const auto took = options_.clock() - started;
-    if (took > kSlow) {
-        auto& [longest, times] = slow_calls_[name];
-        longest = std::max(longest, std::chrono::duration<double>(took).count());
-        ++times;
+Answer Caller::make(const CallRecord& call) {
+    if (!hasTime()) {
+        Answer none;
+        none.failure = "not sent";
+        return none;
     }
-}
-
-Answer Caller::keyMade(const Answer& answer) {
-    if (answer.ok()) {
+    const Answer answer = makeAnyway(call);
+    const bool makes_key = call.call == Call::kGenerateKey || call.call == Call::kImportKey ||
+                           call.call == Call::kUpgradeKey;
+    if (makes_key && answer.ok()) {
         own(answer.output);
-    }
-    return answer;
-}
-
-Answer Caller::generateKey(const Params& params) {
-    return keyMade(make("generateKey", describe(params), [&](const auto& callback) {
-        return keymaster_.generateKey(params, callback);
-    }));
-}
-
-Answer Caller::importKey(const Params& params, const Bytes& key) {
-    return keyMade(make("importKey",
-                        describe(params) + ", RAW, " + describe(key.data(), key.size()),
-                        [&](const auto& callback) {
-                            return keymaster_.importKey(params, KeyFormat::RAW, key, callback);
-                        }));
-}
-
-Answer Caller::exportKey(const Bytes& blob) {
-    return make("exportKey", "X509, " + describeBlob(blob), [&](const auto& callback) {
-        return keymaster_.exportKey(KeyFormat::X509, blob, {}, {}, callback);
-    });
-}
-
-Answer Caller::getKeyCharacteristics(const Bytes& blob) {
-    return make("getKeyCharacteristics", describeBlob(blob), [&](const auto& callback) {
-        return keymaster_.getKeyCharacteristics(blob, {}, {}, callback);
-    });
-}
-
-Answer Caller::upgradeKey(const Bytes& blob) {
-    return keyMade(make("upgradeKey", describeBlob(blob) + ", []", [&](const auto& callback) {
-        return keymaster_.upgradeKey(blob, {}, callback);
-    }));
-}
-
-Answer Caller::attestKey(const Bytes& blob, const Params& params) {
-    return make("attestKey", describeBlob(blob) + ", " + describe(params),
-                [&](const auto& callback) { return keymaster_.attestKey(blob, params, callback); });
-}
-
-Answer Caller::begin(KeyPurpose purpose, const Bytes& blob, const Params& params) {
-    const Answer answer = make(
-        "begin", describePurpose(purpose) + ", " + describeBlob(blob) + ", " + describe(params),
-        [&](const auto& callback) {
-            return keymaster_.begin(purpose, blob, params, HardwareAuthToken(), callback);
-        });
-    if (answer.ok()) {
+    } else if (call.call == Call::kBegin && answer.ok()) {
         open_.insert(answer.handle);
-    } else if (answer.arrived && answer.error != ErrorCode::TOO_MANY_OPERATIONS) {
+    } else if (call.call == Call::kFinish && answer.ok()) {
+        open_.erase(call.handle);
+    } else if (call.call == Call::kBegin && answer.arrived &&
+               answer.error != ErrorCode::TOO_MANY_OPERATIONS) {
         ++refused_begins_;
     }
     return answer;
 }
 
-Answer Caller::update(uint64_t handle, const Params& params, const uint8_t* input, size_t size) {
-    hidl_vec<uint8_t> view;
-    view.setToExternal(const_cast<uint8_t*>(input), size);  // the keymaster only reads it
-    return make("update", describe(params) + ", " + describe(input, size),
-                [&](const auto& callback) {
-                    return keymaster_.update(handle, params, view, HardwareAuthToken(),
-                                             VerificationToken(), callback);
-                });
-}
-
-Answer Caller::sendFinish(uint64_t handle) {
-    return send("finish", "", [&](const auto& callback) {
-        return keymaster_.finish(handle, {}, {}, {}, HardwareAuthToken(), VerificationToken(),
-                                 callback);
-    });
-}
-
-Answer Caller::finish(uint64_t handle) {
-    const Answer answer = hasTime() ? sendFinish(handle) : notSent();
-    if (answer.ok()) {
-        open_.erase(handle);
+void Caller::timed(Call call, Time started) {
+    const auto took = options_.clock() - started;
+    if (took > kSlow) {
+        auto& [longest, times] = slow_calls_[callName(call)];
+        longest = std::max(longest, std::chrono::duration<double>(took).count());
+        ++times;
     }
-    return answer;
 }
 
 void Caller::abort(uint64_t handle) {
     const Time started = options_.clock();
     const Return<ErrorCode> status = keymaster_.abort(handle);
-    timed("abort", started);
+    timed(Call::kAbort, started);
     ++sent_;
     const ErrorCode error = status.isOk() ? ErrorCode(status) : ErrorCode::UNKNOWN_ERROR;
     if (error != ErrorCode::OK && error != ErrorCode::INVALID_OPERATION_HANDLE) {
-        static_cast<void>(sendFinish(handle));  // this also ends the operation
+        static_cast<void>(
+            makeAnyway({Call::kFinish, {}, {}, {}, handle}));  // this also ends the operation
     }
     open_.erase(handle);
 }
@@ -278,26 +218,16 @@ std::string Caller::endRequirement() {
     return text;
 }
 
-std::string Caller::joined(const std::vector<Call>& calls, Text text) {
+std::string Caller::joined(std::string Words::* text) const {
     std::string result;
-    for (size_t i = 0; i < calls.size(); ++i) {
-        const bool shown = calls.size() <= kShownCalls || i < kShownCalls / 2 ||
-                           i + kShownCalls / 2 >= calls.size();
-        if (shown) {
-            result += (result.empty() ? "" : "; ") + calls[i].*text;
+    for (size_t i = 0; i < calls_.size(); ++i) {
+        if (i < kShownCalls / 2 || i + kShownCalls / 2 >= calls_.size()) {
+            result += (result.empty() ? "" : "; ") + calls_[i].*text;
         } else if (i == kShownCalls / 2) {
-            result += "; " + std::to_string(calls.size() - kShownCalls / 2 * 2) + " more calls";
+            result += "; " + std::to_string(calls_.size() - kShownCalls) + " more calls";
         }
     }
     return result;
-}
-
-std::string Caller::sent() const {
-    return joined(calls_, &Call::sent);
-}
-
-std::string Caller::answered() const {
-    return joined(calls_, &Call::answered);
 }
 
 }  // namespace keymaster_check

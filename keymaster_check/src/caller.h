@@ -23,10 +23,6 @@
 
 namespace keymaster_check {
 
-using android::hardware::hidl_vec;
-using android::hardware::keymaster::V4_0::KeyPurpose;
-using android::hardware::keymaster::V4_0::support::Keymaster;
-
 // The faults of callbacks. The callbacks share this object, because they may come after their call.
 struct CallbackWatch {
     std::mutex mutex;
@@ -43,19 +39,29 @@ class Caller {
     Caller(const Caller&) = delete;
     Caller& operator=(const Caller&) = delete;
 
-    Answer generateKey(const Params& params);
-    Answer importKey(const Params& params, const Bytes& key);
-    Answer exportKey(const Bytes& blob);
-    Answer getKeyCharacteristics(const Bytes& blob);
-    Answer upgradeKey(const Bytes& blob);
-    Answer attestKey(const Bytes& blob, const Params& params);
-    Answer begin(KeyPurpose purpose, const Bytes& blob, const Params& params);
-    Answer update(uint64_t handle, const Params& params, const uint8_t* input, size_t size);
-    Answer finish(uint64_t handle);
+    Answer generateKey(const Params& params) { return make({Call::kGenerateKey, {}, params}); }
+    Answer importKey(const Params& params, const Bytes& key) {
+        return make({Call::kImportKey, {}, params, {}, 0, key});
+    }
+    Answer exportKey(const Bytes& blob) { return make({Call::kExportKey, blob}); }
+    Answer getKeyCharacteristics(const Bytes& blob) {
+        return make({Call::kGetKeyCharacteristics, blob});
+    }
+    Answer upgradeKey(const Bytes& blob) { return make({Call::kUpgradeKey, blob}); }
+    Answer attestKey(const Bytes& blob, const Params& params) {
+        return make({Call::kAttestKey, blob, params});
+    }
+    Answer begin(KeyPurpose purpose, const Bytes& blob, const Params& params) {
+        return make({Call::kBegin, blob, params, purpose});
+    }
+    Answer update(uint64_t handle, const Params& params, const uint8_t* input, size_t size) {
+        return make({Call::kUpdate, {}, params, {}, handle, Bytes(input, input + size)});
+    }
+    Answer finish(uint64_t handle) { return make({Call::kFinish, {}, {}, {}, handle}); }
     void abort(uint64_t handle);
 
     // A key that is to be deleted at the end, or is not.
-    void own(const Bytes& blob);
+    void own(const Bytes& blob) { keys_.insert(blob); }
     void disown(const Bytes& blob) { keys_.erase(blob); }
 
     // Aborts the operations that did not end well.
@@ -79,34 +85,30 @@ class Caller {
 
     // Starts the next case: forgets the calls before it. Below are its calls and their answers.
     void startCase() { calls_.clear(); }
-    std::string sent() const;
-    std::string answered() const;
+    std::string sent() const { return joined(&Words::sent); }
+    std::string answered() const { return joined(&Words::answered); }
 
     // The begins of all requirements that were refused for another reason than lack of room.
     size_t refusedBegins() const { return refused_begins_; }
     CallbackWatch& callbacks() { return *watch_; }
 
   private:
-    struct Call {
+    struct Words {
         std::string sent;
         std::string answered;
     };
-    using Text = std::string Call::*;
     using Time = std::chrono::steady_clock::time_point;
 
-    template <typename Make>
-    Answer make(const char* name, const std::string& arguments, Make make_call);
-    template <typename Make>
-    Answer send(const char* name, const std::string& arguments, Make make_call);
-    Answer sendFinish(uint64_t handle);
-    Answer keyMade(const Answer& answer);
-    void timed(const char* name, Time started);
-    static std::string joined(const std::vector<Call>& calls, Text text);
+    // Makes the call, if there is time, and remembers what it opened or made.
+    Answer make(const CallRecord& call);
+    Answer makeAnyway(const CallRecord& call);
+    void timed(Call call, Time started);
+    std::string joined(std::string Words::* text) const;
 
     Keymaster& keymaster_;
     const Options& options_;
     const std::shared_ptr<CallbackWatch> watch_;
-    std::vector<Call> calls_;
+    std::vector<Words> calls_;
     std::map<std::string, std::pair<double, size_t>> slow_calls_;  // the longest time, how often
     std::set<Bytes> keys_;
     std::set<uint64_t> open_;

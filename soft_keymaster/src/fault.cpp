@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The faults of a FaultKeymaster, the names of its calls, and the faults that have names.
+// The faults of a FaultKeymaster, and those that have names.
 
 #include <algorithm>
 #include <memory>
@@ -15,12 +15,6 @@ namespace soft_keymaster {
 namespace {
 
 using keymaster_check::Bytes;
-
-constexpr const char* kCallNames[] = {
-    "getHardwareInfo", "generateKey", "importKey",  "getKeyCharacteristics",
-    "exportKey",       "attestKey",   "upgradeKey", "deleteKey",
-    "begin",           "update",      "finish",     "abort",
-};
 
 // 1 MiB less two pages: what the calls of a process share on a device.
 constexpr size_t kTransportLimit = (1 << 20) - 2 * 4096;
@@ -64,10 +58,6 @@ void keepKeysInMemory(FaultKeymaster& km) {
 }
 
 }  // namespace
-
-const char* callName(Call call) {
-    return kCallNames[static_cast<size_t>(call)];
-}
 
 Fault Fault::nonceSize(size_t size) {
     return alter([size](Answer& answer) {

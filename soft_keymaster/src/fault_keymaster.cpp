@@ -11,10 +11,8 @@
 
 namespace soft_keymaster {
 
-using android::hardware::hidl_string;
 using android::hardware::Status;
 using android::hardware::Void;
-using android::hardware::keymaster::V4_0::SecurityLevel;
 
 namespace {
 
@@ -64,11 +62,8 @@ std::vector<CallRecord> FaultKeymaster::calls(Call call) const {
     return found;
 }
 
-// `forward` calls the inner keymaster with the arguments of a record and a callback for any call.
-// `reply` runs the caller's callback with an answer. When the inner transport fails, that failure
-// is passed on unchanged.
-template <typename Forward, typename Reply>
-Return<void> FaultKeymaster::answer(const CallRecord& made, Forward forward, Reply reply) {
+template <typename Reply>
+Return<void> FaultKeymaster::answer(const CallRecord& made, Reply reply) {
     calls_.push_back(made);
     Plan& plan = plans_[made.call];
     const auto found = plan.nth.find(++plan.count);
@@ -90,7 +85,8 @@ Return<void> FaultKeymaster::answer(const CallRecord& made, Forward forward, Rep
         if (alter_) {
             alter_(sent);
         }
-        status = forward(sent, [&answer](const auto&... values) { answer.take(values...); });
+        status = keymaster_check::send(
+            inner_, sent, [&answer](const auto&... values) { answer.take(values...); });
         deviator_->change(made, answer);
         if (fault.change && answer.arrived) {
             fault.change(answer);
@@ -111,153 +107,81 @@ Return<void> FaultKeymaster::answer(const CallRecord& made, Forward forward, Rep
     return fault.call_fails && status.isOk() ? Return<void>(transportFailure()) : std::move(status);
 }
 
-// For calls that return one code and have no callback. When the transport fails, the code is lost.
-template <typename Forward>
-Return<ErrorCode> FaultKeymaster::answerCode(const CallRecord& made, Forward forward) {
+Return<ErrorCode> FaultKeymaster::answerCode(const CallRecord& made) {
     ErrorCode code = ErrorCode::UNKNOWN_ERROR;
-    const Return<void> status = answer(
-        made,
-        [&](const CallRecord& sent, auto take) -> Return<void> {
-            const Return<ErrorCode> inner = forward(sent);
-            if (!inner.isOk()) {
-                return transportFailure();
-            }
-            take(ErrorCode(inner));
-            return Void();
-        },
-        [&](const Answer& a) { code = a.error; });
+    const Return<void> status = answer(made, [&](const Answer& a) { code = a.error; });
     return status.isOk() ? Return<ErrorCode>(code) : Return<ErrorCode>(transportFailure());
-}
-
-Return<void> FaultKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
-    SecurityLevel level = SecurityLevel::SOFTWARE;
-    hidl_string name;
-    hidl_string author;
-    return answer(
-        {Call::kGetHardwareInfo},
-        [&](const CallRecord&, auto take) {
-            return inner_.getHardwareInfo(
-                [&](auto inner_level, auto& inner_name, auto& inner_author) {
-                    take(ErrorCode::OK);
-                    level = inner_level;
-                    name = inner_name;
-                    author = inner_author;
-                });
-        },
-        [&](const Answer&) { cb(level, name, author); });
 }
 
 Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
                                          generateKey_cb cb) {
-    return answer(
-        {Call::kGenerateKey, {}, key_params},
-        [&](const CallRecord& sent, auto take) { return inner_.generateKey(sent.params, take); },
-        [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
+    return answer({Call::kGenerateKey, {}, key_params},
+                  [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
+Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat,
                                        const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
-    return answer(
-        {Call::kImportKey, {}, key_params},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.importKey(sent.params, format, key_data, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
+    return answer({Call::kImportKey, {}, key_params, {}, 0, key_data},
+                  [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
 Return<void> FaultKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                                   const hidl_vec<uint8_t>& client_id,
-                                                   const hidl_vec<uint8_t>& app_data,
+                                                   const hidl_vec<uint8_t>&,
+                                                   const hidl_vec<uint8_t>&,
                                                    getKeyCharacteristics_cb cb) {
-    return answer(
-        {Call::kGetKeyCharacteristics, key_blob},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.getKeyCharacteristics(sent.key_blob, client_id, app_data, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.characteristics); });
+    return answer({Call::kGetKeyCharacteristics, key_blob},
+                  [&](const Answer& a) { cb(a.error, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<uint8_t>& client_id,
-                                       const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
-    return answer(
-        {Call::kExportKey, key_blob},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.exportKey(format, sent.key_blob, client_id, app_data, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.output); });
+Return<void> FaultKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
+                                       exportKey_cb cb) {
+    return answer({Call::kExportKey, key_blob}, [&](const Answer& a) { cb(a.error, a.output); });
 }
 
 Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
                                        const hidl_vec<KeyParameter>& attest_params,
                                        attestKey_cb cb) {
-    return answer(
-        {Call::kAttestKey, key_blob, attest_params},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.attestKey(sent.key_blob, sent.params, take);
-        },
-        [&](const Answer& a) {
-            cb(a.error, std::vector<hidl_vec<uint8_t>>(a.chain.begin(), a.chain.end()));
-        });
+    return answer({Call::kAttestKey, key_blob, attest_params}, [&](const Answer& a) {
+        cb(a.error, std::vector<hidl_vec<uint8_t>>(a.chain.begin(), a.chain.end()));
+    });
 }
 
 Return<void> FaultKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
                                         const hidl_vec<KeyParameter>& upgrade_params,
                                         upgradeKey_cb cb) {
-    return answer(
-        {Call::kUpgradeKey, key_blob, upgrade_params},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.upgradeKey(sent.key_blob, sent.params, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.output); });
+    return answer({Call::kUpgradeKey, key_blob, upgrade_params},
+                  [&](const Answer& a) { cb(a.error, a.output); });
 }
 
 Return<ErrorCode> FaultKeymaster::deleteKey(const hidl_vec<uint8_t>& key_blob) {
-    return answerCode({Call::kDeleteKey, key_blob},
-                      [&](const CallRecord& sent) { return inner_.deleteKey(sent.key_blob); });
+    return answerCode({Call::kDeleteKey, key_blob});
 }
 
 Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
                                    const hidl_vec<KeyParameter>& in_params,
-                                   const HardwareAuthToken& auth_token, begin_cb cb) {
-    return answer(
-        {Call::kBegin, key_blob, in_params, purpose},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.begin(sent.purpose, sent.key_blob, sent.params, auth_token, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.params, a.handle); });
+                                   const HardwareAuthToken&, begin_cb cb) {
+    return answer({Call::kBegin, key_blob, in_params, purpose},
+                  [&](const Answer& a) { cb(a.error, a.params, a.handle); });
 }
 
 Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                    const hidl_vec<uint8_t>& input,
-                                    const HardwareAuthToken& auth_token,
-                                    const VerificationToken& verification_token, update_cb cb) {
-    return answer(
-        {Call::kUpdate, {}, in_params, {}, handle, input},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.update(sent.handle, sent.params, sent.input, auth_token,
-                                 verification_token, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
+                                    const hidl_vec<uint8_t>& input, const HardwareAuthToken&,
+                                    const VerificationToken&, update_cb cb) {
+    return answer({Call::kUpdate, {}, in_params, {}, handle, input},
+                  [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
 }
 
 Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                    const hidl_vec<uint8_t>& input,
-                                    const hidl_vec<uint8_t>& signature,
-                                    const HardwareAuthToken& auth_token,
-                                    const VerificationToken& verification_token, finish_cb cb) {
-    return answer(
-        {Call::kFinish, {}, in_params, {}, handle, input},
-        [&](const CallRecord& sent, auto take) {
-            return inner_.finish(sent.handle, sent.params, sent.input, signature, auth_token,
-                                 verification_token, take);
-        },
-        [&](const Answer& a) { cb(a.error, a.params, a.output); });
+                                    const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>&,
+                                    const HardwareAuthToken&, const VerificationToken&,
+                                    finish_cb cb) {
+    return answer({Call::kFinish, {}, in_params, {}, handle, input},
+                  [&](const Answer& a) { cb(a.error, a.params, a.output); });
 }
 
 Return<ErrorCode> FaultKeymaster::abort(uint64_t handle) {
-    return answerCode({Call::kAbort, {}, {}, {}, handle},
-                      [&](const CallRecord& sent) { return inner_.abort(sent.handle); });
+    return answerCode({Call::kAbort, {}, {}, {}, handle});
 }
 
 }  // namespace soft_keymaster

@@ -9,9 +9,11 @@
 
 #pragma once
 
-#include <android/hardware/keymaster/4.0/types.h>
+#include <memory>  // which the next header needs, and on Android 9 does not include
+
 #include <hidl/HidlSupport.h>
 #include <hidl/Status.h>
+#include <keymasterV4_0/Keymaster.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -23,11 +25,15 @@
 namespace keymaster_check {
 
 using Bytes = std::vector<uint8_t>;
+using android::hardware::hidl_vec;
+using android::hardware::Return;
 using android::hardware::keymaster::V4_0::ErrorCode;
 using android::hardware::keymaster::V4_0::KeyCharacteristics;
 using android::hardware::keymaster::V4_0::KeyParameter;
+using android::hardware::keymaster::V4_0::KeyPurpose;
 using android::hardware::keymaster::V4_0::Tag;
-using Params = android::hardware::hidl_vec<KeyParameter>;
+using android::hardware::keymaster::V4_0::support::Keymaster;
+using Params = hidl_vec<KeyParameter>;
 
 // The value is a number, an enumerator or a bool, or else a container of bytes.
 template <typename Value>
@@ -37,7 +43,7 @@ KeyParameter param(Tag tag, const Value& value) {
     if constexpr (std::is_arithmetic_v<Value> || std::is_enum_v<Value>) {
         made.f.longInteger = static_cast<uint64_t>(value);  // both sides are little-endian
     } else {
-        made.blob = android::hardware::hidl_vec<uint8_t>(value.begin(), value.end());
+        made.blob = hidl_vec<uint8_t>(value.begin(), value.end());
     }
     return made;
 }
@@ -71,6 +77,71 @@ inline Bytes bytesOf(const Params& params, Tag tag) {
     return found == nullptr ? Bytes() : Bytes(found->blob);
 }
 
+// The calls that stores and services make of a keymaster.
+enum class Call {
+    kGenerateKey,
+    kImportKey,
+    kGetKeyCharacteristics,
+    kExportKey,
+    kAttestKey,
+    kUpgradeKey,
+    kDeleteKey,
+    kBegin,
+    kUpdate,
+    kFinish,
+    kAbort,
+};
+
+// One call. Members that it does not have are zero or empty.
+struct CallRecord {
+    Call call;
+    hidl_vec<uint8_t> key_blob = {};
+    Params params = {};
+    KeyPurpose purpose = {};       // begin
+    uint64_t handle = 0;           // update, finish, abort
+    hidl_vec<uint8_t> input = {};  // update, finish; importKey: the key
+};
+
+// Makes the call; `callback` takes the values of any call. What no store gives is empty: the
+// client's id and data, signatures and tokens. Keys are imported RAW and exported as X509.
+template <typename Callback>
+Return<void> send(Keymaster& keymaster, const CallRecord& call, Callback callback) {
+    using android::hardware::keymaster::V4_0::KeyFormat;
+    const hidl_vec<uint8_t>& blob = call.key_blob;
+    const auto reply = [&callback](const Return<ErrorCode>& code) -> Return<void> {
+        if (!code.isOk()) {
+            return android::hardware::Status::fromStatusT(android::DEAD_OBJECT);
+        }
+        callback(ErrorCode(code));
+        return android::hardware::Void();
+    };
+    switch (call.call) {
+        case Call::kGenerateKey:
+            return keymaster.generateKey(call.params, callback);
+        case Call::kImportKey:
+            return keymaster.importKey(call.params, KeyFormat::RAW, call.input, callback);
+        case Call::kGetKeyCharacteristics:
+            return keymaster.getKeyCharacteristics(blob, {}, {}, callback);
+        case Call::kExportKey:
+            return keymaster.exportKey(KeyFormat::X509, blob, {}, {}, callback);
+        case Call::kAttestKey:
+            return keymaster.attestKey(blob, call.params, callback);
+        case Call::kUpgradeKey:
+            return keymaster.upgradeKey(blob, call.params, callback);
+        case Call::kDeleteKey:
+            return reply(keymaster.deleteKey(blob));
+        case Call::kBegin:
+            return keymaster.begin(call.purpose, blob, call.params, {}, callback);
+        case Call::kUpdate:
+            return keymaster.update(call.handle, call.params, call.input, {}, {}, callback);
+        case Call::kFinish:
+            return keymaster.finish(call.handle, call.params, call.input, {}, {}, {}, callback);
+        case Call::kAbort:
+            return reply(keymaster.abort(call.handle));
+    }
+    return android::hardware::Void();
+}
+
 // What a call brought. Members that the call does not have are empty.
 struct Answer {
     bool transport = true;                       // the call itself succeeded
@@ -93,7 +164,7 @@ struct Answer {
         (put(values), ...);
     }
     // For what the call returned. Without a whole answer nothing is left of one.
-    void close(const android::hardware::Return<void>& status) {
+    void close(const Return<void>& status) {
         if (!status.isOk()) {
             *this = Answer();
             transport = false;
@@ -107,12 +178,10 @@ struct Answer {
     void put(ErrorCode value) { error = value; }
     void put(uint64_t value) { handle = value; }
     void put(uint32_t value) { consumed = value; }
-    void put(const android::hardware::hidl_vec<uint8_t>& value) { output = value; }
+    void put(const hidl_vec<uint8_t>& value) { output = value; }
     void put(const Params& value) { params.assign(value.begin(), value.end()); }
     void put(const KeyCharacteristics& value) { characteristics = value; }
-    void put(const android::hardware::hidl_vec<android::hardware::hidl_vec<uint8_t>>& value) {
-        chain.assign(value.begin(), value.end());
-    }
+    void put(const hidl_vec<hidl_vec<uint8_t>>& value) { chain.assign(value.begin(), value.end()); }
 };
 
 // Makes a call: `make` gets a callback for any call, and passes on what the call returns.

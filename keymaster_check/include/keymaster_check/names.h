@@ -1,19 +1,29 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The names of codes and of tags.
+// The names of calls, codes and tags.
 
 #pragma once
-
-#include <android/hardware/keymaster/4.0/types.h>
 
 #include <cstddef>
 #include <cstdio>
 #include <string>
 
+#include "keymaster_check/client.h"
 #include "zelkeymaster_vendor_tags.h"
 
 namespace keymaster_check {
+
+// The name of the member of IKeymasterDevice.
+inline const char* callName(Call call) {
+    static constexpr const char* kNames[] = {
+        "generateKey", "importKey", "getKeyCharacteristics",
+        "exportKey",   "attestKey", "upgradeKey",
+        "deleteKey",   "begin",     "update",
+        "finish",      "abort",
+    };
+    return kNames[static_cast<size_t>(call)];
+}
 
 // The name of a keymaster's error code, or of the library's own; null for any other number.
 inline const char* codeName(int code) {
@@ -116,13 +126,12 @@ inline std::string describeCode(int code) {
     const char* name = code == 0 ? nullptr : codeName(code);
     return std::to_string(code) + (name == nullptr ? "" : std::string(" ") + name);
 }
-inline std::string describeCode(android::hardware::keymaster::V4_0::ErrorCode code) {
+inline std::string describeCode(ErrorCode code) {
     return describeCode(static_cast<int>(code));
 }
 
 // The tag's name or, for a tag that keymasters are not asked about, its number as "0x%08X".
-inline std::string describeTag(android::hardware::keymaster::V4_0::Tag tag) {
-    using android::hardware::keymaster::V4_0::Tag;
+inline std::string describeTag(Tag tag) {
     static constexpr struct {
         Tag tag;
         const char* name;

@@ -10,7 +10,8 @@
 //     EXPECT_EQ(km.calls(Call::kFinish).size(), 0u);
 //
 // A Fault hits a single call. A Deviation changes how the keymaster behaves in all calls. Calls
-// that no store needs (see StoreKeymaster) are refused, and not recorded.
+// that no store needs (see StoreKeymaster) are refused, and not recorded. Arguments that no store
+// gives (see keymaster_check::send()) are not passed on.
 //
 // Threads: one at a time.
 
@@ -27,41 +28,16 @@
 #include <vector>
 
 #include <keymaster_check/client.h>
+#include <keymaster_check/names.h>
 
 #include "keymaster_types.h"
 
 namespace soft_keymaster {
 
 using keymaster_check::Answer;
-
-enum class Call {
-    kGetHardwareInfo,
-    kGenerateKey,
-    kImportKey,
-    kGetKeyCharacteristics,
-    kExportKey,
-    kAttestKey,
-    kUpgradeKey,
-    kDeleteKey,
-    kBegin,
-    kUpdate,
-    kFinish,
-    kAbort,
-};
-
-// The name of the member of IKeymasterDevice.
-const char* callName(Call call);
-
-// One recorded call; every vector is a copy of its own. Members that a call does not have are zero
-// or empty.
-struct CallRecord {
-    Call call;
-    hidl_vec<uint8_t> key_blob = {};
-    hidl_vec<KeyParameter> params = {};
-    KeyPurpose purpose = {};       // begin
-    uint64_t handle = 0;           // update, finish, abort
-    hidl_vec<uint8_t> input = {};  // update, finish
-};
+using keymaster_check::Call;
+using keymaster_check::callName;
+using keymaster_check::CallRecord;
 
 // What happens to a call. Nothing by default.
 struct Fault {
@@ -138,7 +114,9 @@ class FaultKeymaster : public StoreKeymaster {
     std::vector<CallRecord> calls(Call call) const;
 
     const VersionResult& halVersion() const override { return inner_.halVersion(); }
-    Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
+    Return<void> getHardwareInfo(getHardwareInfo_cb cb) override {
+        return inner_.getHardwareInfo(cb);
+    }
     Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
     Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
                            const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
@@ -168,11 +146,12 @@ class FaultKeymaster : public StoreKeymaster {
     Return<ErrorCode> abort(uint64_t handle) override;
 
   private:
-    // Records the call, and makes it with the fault that is planned for it.
-    template <typename Forward, typename Reply>
-    Return<void> answer(const CallRecord& record, Forward forward, Reply reply);
-    template <typename Forward>
-    Return<ErrorCode> answerCode(const CallRecord& record, Forward forward);
+    // Records the call, and makes it with the fault that is planned for it. `reply` runs the
+    // caller's callback with an answer.
+    template <typename Reply>
+    Return<void> answer(const CallRecord& made, Reply reply);
+    // For calls that return one code and have no callback. Without transport the code is lost.
+    Return<ErrorCode> answerCode(const CallRecord& made);
 
     // The faults of one kind of call: some by number, and one for all the others.
     struct Plan {
