@@ -14,25 +14,15 @@
 
 #include "checks.h"
 #include "gcm_run.h"
+#include "openssl_handles.h"
 
 namespace keymaster_check {
 namespace {
-
-constexpr size_t kNonceSize = 12;
 
 // The outcome when an operation that the requirement builds on does not work at all.
 Outcome noOperation(const Run& run) {
     return notTried((run.purpose == KeyPurpose::ENCRYPT ? "encrypting: " : "decrypting: ") +
                     (run.done() ? "other bytes come back" : run.failure()) + ": see gcm.correct");
-}
-
-Run encryptSample(Context& context, size_t size) {
-    return encrypt(context.caller, context.key, samplePayload(size), sampleAssociatedData());
-}
-
-Run decryptSample(Context& context, const Run& encryption) {
-    return decrypt(context.caller, context.key, encryption.nonce, encryption.all(),
-                   sampleAssociatedData());
 }
 
 // Encrypts payloads of these sizes, and then decrypts them. What an encryption alone shows is
@@ -45,7 +35,7 @@ Outcome judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge j
     std::vector<Run> encryptions;
     for (const size_t size : sizes) {
         context.caller.startCase();
-        encryptions.push_back(encryptSample(context, size));
+        encryptions.push_back(encrypt(context.caller, context.key, size));
         if (!encryptions.back().done()) {
             return noOperation(encryptions.back());
         }
@@ -57,7 +47,7 @@ Outcome judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge j
     auto encryption = encryptions.begin();
     for (const size_t size : sizes) {
         context.caller.startCase();
-        const Run decryption = decryptSample(context, *encryption++);
+        const Run decryption = decrypt(context.caller, context.key, *encryption++);
         if (!decryption.done()) {
             return noOperation(decryption);
         }
@@ -79,11 +69,11 @@ struct Altered {
 // refused with -30 from finish. `taken` is what follows when one is not refused at all.
 template <typename Alter>
 Outcome refusesEach(Context& context, Alter alter, const char* sent, const char* taken) {
-    const Run encryption = encryptSample(context, kPayload);
+    const Run encryption = encrypt(context.caller, context.key, kPayload);
     if (!encryption.done()) {
         return noOperation(encryption);
     }
-    const Run decryption = decryptSample(context, encryption);
+    const Run decryption = decrypt(context.caller, context.key, encryption);
     if (!decryption.done()) {
         return noOperation(decryption);
     }
@@ -104,22 +94,17 @@ Outcome refusesEach(Context& context, Alter alter, const char* sent, const char*
     return holds(sent, "-30 from finish to each");
 }
 
-struct CipherContextDeleter {
-    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
-};
-
-// Ciphertext and tag made by libcrypto; empty when that fails.
-Bytes sealWithLibcrypto(const Bytes& key, const Bytes& nonce, const Bytes& payload,
-                        const Bytes& associated_data) {
-    const std::unique_ptr<EVP_CIPHER_CTX, CipherContextDeleter> context(EVP_CIPHER_CTX_new());
+// Ciphertext and tag made by libcrypto with a nonce of 12 bytes; empty when that fails.
+Bytes sealWithLibcrypto(const Bytes& key, const Bytes& nonce, const Bytes& payload) {
+    const Bytes associated_data = sampleAssociatedData();
+    using Owner = std::unique_ptr<EVP_CIPHER_CTX, zelkm::OpenSslDeleter<EVP_CIPHER_CTX_free>>;
+    const Owner context(EVP_CIPHER_CTX_new());
     Bytes output(payload.size() + kTagSize);
     int len = 0;
     const bool done =
         context != nullptr &&
-        EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) == 1 &&
-        EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(nonce.size()),
-                            nullptr) == 1 &&
-        EVP_EncryptInit_ex(context.get(), nullptr, nullptr, key.data(), nonce.data()) == 1 &&
+        EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key.data(), nonce.data()) ==
+            1 &&
         EVP_EncryptUpdate(context.get(), nullptr, &len, associated_data.data(),
                           static_cast<int>(associated_data.size())) == 1 &&
         EVP_EncryptUpdate(context.get(), output.data(), &len, payload.data(),
@@ -146,9 +131,10 @@ std::optional<Run> failureAt(Context& context, size_t size, std::string* once) {
     std::optional<Run> failed;
     for (int attempt = 0; attempt < 2; ++attempt) {
         context.caller.startCase();
-        const Run encryption = encryptSample(context, size);
-        const Run decryption = encryption.done() ? decryptSample(context, encryption) : Run();
-        if (decryption.bringsBack(samplePayload(size))) {
+        const Run encryption = encrypt(context.caller, context.key, size);
+        const Run decryption =
+            encryption.done() ? decrypt(context.caller, context.key, encryption) : Run();
+        if (decryption.bringsBack(size)) {
             if (failed && once->empty()) {
                 *once = std::to_string(size) + " bytes failed once: " + failed->failure() + "; ";
             }
@@ -289,18 +275,16 @@ Outcome checkAadChecked(Context& context) {
 }
 
 Outcome checkCorrect(Context& context) {
-    const Bytes associated_data = sampleAssociatedData();
     std::string compared = "importKey refuses, so the key cannot be known";
     const Bytes known_key = randomBytes(32);
     const Answer imported = context.caller.importKey(databaseKeyParams(), known_key);
     if (imported.ok()) {
         const Bytes payload = samplePayload(kPayload);
-        const Run run = encrypt(context.caller, imported.output, payload, associated_data);
+        const Run run = encrypt(context.caller, imported.output, kPayload);
         // What fails in the same way with the other key is judged below, and by gcm.nonce-length.
         const bool comparable = run.done() && run.nonce.size() == kNonceSize;
         if (comparable &&
-            !agree(run.all(), sealWithLibcrypto(known_key, run.nonce, payload, associated_data),
-                   kPayload)) {
+            !agree(run.all(), sealWithLibcrypto(known_key, run.nonce, payload), kPayload)) {
             return broken(context, "not what AES-256-GCM makes of an imported key",
                           "nobody knows what protects the store; another version of the keymaster "
                           "may not read it");
@@ -316,8 +300,7 @@ Outcome checkCorrect(Context& context) {
     for (const auto& round : kRounds) {
         context.caller.startCase();
         const Bytes payload = samplePayload(round.size);
-        runs.push_back(
-            encrypt(context.caller, context.key, payload, associated_data, round.encrypt_cut));
+        runs.push_back(encrypt(context.caller, context.key, round.size, round.encrypt_cut));
         if (!runs.back().done()) {
             return broken(context, "an encryption fails", runs.back().consequence());
         }
@@ -333,9 +316,8 @@ Outcome checkCorrect(Context& context) {
     }
     for (size_t i = runs.size(); i-- > 0;) {
         context.caller.startCase();
-        const Run run = decrypt(context.caller, context.key, runs[i].nonce, runs[i].all(),
-                                associated_data, kRounds[i].decrypt_cut);
-        if (!run.bringsBack(samplePayload(kRounds[i].size))) {
+        const Run run = decrypt(context.caller, context.key, runs[i], kRounds[i].decrypt_cut);
+        if (!run.bringsBack(kRounds[i].size)) {
             return broken(context, "what was encrypted does not decrypt",
                           run.done() ? "objects come back as other bytes than were stored"
                                      : run.consequence());

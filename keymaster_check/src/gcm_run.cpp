@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+#include "db_store_format.h"
+
 namespace keymaster_check {
 namespace {
 
@@ -51,7 +53,8 @@ Bytes Run::all() const {
     return result;
 }
 
-bool Run::bringsBack(const Bytes& payload) const {
+bool Run::bringsBack(size_t size) const {
+    const Bytes payload = samplePayload(size);
     const Bytes output = all();
     return done() && output.size() >= payload.size() &&
            std::equal(payload.begin(), payload.end(), output.begin());
@@ -84,10 +87,9 @@ std::string Run::consequence() const {
                 : "insertions are refused with " + code + "; the store stays as it was";
 }
 
-Run encrypt(Caller& caller, const Bytes& key, const Bytes& payload, const Bytes& associated_data,
-            size_t cut) {
-    return runOperation(caller, KeyPurpose::ENCRYPT, key, gcmParams(), payload, associated_data,
-                        cut);
+Run encrypt(Caller& caller, const Bytes& key, size_t size, size_t cut) {
+    return runOperation(caller, KeyPurpose::ENCRYPT, key, gcmParams(), samplePayload(size),
+                        sampleAssociatedData(), cut);
 }
 
 Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& input,
@@ -128,8 +130,7 @@ Bytes randomBytes(size_t size) {
 }
 
 Bytes sampleAssociatedData() {
-    static constexpr char kMagic[] = "SOBv1.1     ";
-    return Bytes(kMagic, kMagic + sizeof(kMagic) - 1);
+    return Bytes(zelkm::kMagic, zelkm::kMagic + SDB_AAD_LEN);
 }
 
 Bytes altered(Bytes bytes, size_t at) {

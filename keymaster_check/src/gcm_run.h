@@ -6,10 +6,12 @@
 #pragma once
 
 #include "caller.h"
+#include "velt_secure_db.h"
 
 namespace keymaster_check {
 
-constexpr size_t kTagSize = 16;
+constexpr size_t kTagSize = SDB_TAG_LEN;
+constexpr size_t kNonceSize = SDB_IV_LEN;
 constexpr size_t kPayload = 100;  // of most samples: not a multiple of a block
 
 // The course of an operation, with all output of each call.
@@ -27,21 +29,30 @@ struct Run {
     bool done() const { return ended == End::kDone; }
     // Ciphertext and tag of an encryption, or the plaintext of a decryption.
     Bytes all() const;
-    // Whether it ended well with this payload. Bytes beyond it do not count: gcm.tag-in-finish
-    // judges them.
-    bool bringsBack(const Bytes& payload) const;
+    // Whether it ended well with a sample payload of this size. Bytes beyond it do not count:
+    // gcm.tag-in-finish judges them.
+    bool bringsBack(size_t size) const;
     // E.g. "update returned -1000 UNKNOWN_ERROR".
     std::string failure() const;
     // What the library makes of a store that it encrypts, or decrypts, in this way.
     std::string consequence() const;
 };
 
-// Each update offers `cut` bytes of the rest. With the default, it offers all of the rest.
-Run encrypt(Caller& caller, const Bytes& key, const Bytes& payload, const Bytes& associated_data,
-            size_t cut = SIZE_MAX);
+// `size` bytes in a fixed sequence that does not repeat soon.
+Bytes samplePayload(size_t size);
+// The associated data of every store that the library writes.
+Bytes sampleAssociatedData();
+
+// Encrypts a sample payload of this size. Each update offers `cut` bytes of the rest. With the
+// default, it offers all of the rest.
+Run encrypt(Caller& caller, const Bytes& key, size_t size, size_t cut = SIZE_MAX);
 // `input` is the ciphertext with the tag at its end.
 Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& input,
-            const Bytes& associated_data, size_t cut = SIZE_MAX);
+            const Bytes& associated_data = sampleAssociatedData(), size_t cut = SIZE_MAX);
+// What an encryption made, and in the same way.
+inline Run decrypt(Caller& caller, const Bytes& key, const Run& encryption, size_t cut = SIZE_MAX) {
+    return decrypt(caller, key, encryption.nonce, encryption.all(), sampleAssociatedData(), cut);
+}
 
 // Begins an encryption and aborts it.
 Answer beginAndAbort(Caller& caller, const Bytes& key);
@@ -51,11 +62,7 @@ inline bool operationBegins(Caller& caller, const Bytes& key) {
 // The nonce of such an encryption; empty when it brings none. Starts a case.
 Bytes drawNonce(Caller& caller, const Bytes& key);
 
-// `size` bytes in a fixed sequence that does not repeat soon.
-Bytes samplePayload(size_t size);
 Bytes randomBytes(size_t size);
-// The associated data of every store that the library writes.
-Bytes sampleAssociatedData();
 // A copy of `bytes` with one bit of the byte `at` changed. It is unchanged when there is no such
 // byte.
 Bytes altered(Bytes bytes, size_t at);

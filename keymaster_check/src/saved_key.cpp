@@ -44,9 +44,7 @@ Bytes takeLine(std::string* text) {
 std::string saveKey(Keymaster& keymaster, std::string* failure, const Options& options) {
     Caller caller(keymaster, options);
     const Answer made = caller.generateKey(databaseKeyParams());
-    const Run run =
-        made.ok() ? encrypt(caller, made.output, samplePayload(kPayload), sampleAssociatedData())
-                  : Run();
+    const Run run = made.ok() ? encrypt(caller, made.output, kPayload) : Run();
     std::string text = kHead + std::string(keymaster.instanceName().c_str()) + "\n" +
                        line(made.output) + line(run.nonce) + line(run.all());
     bool good = run.done() && !run.nonce.empty();
@@ -110,9 +108,8 @@ Outcome checkLaterKey(Context& context) {
                       "every query is refused with " + describeCode(listed.error) +
                           ", and the store is lost unless the key is accepted again");
     }
-    const Run run =
-        decrypt(caller, key, context.saved.nonce, context.saved.output, sampleAssociatedData());
-    if (!run.bringsBack(samplePayload(kPayload))) {
+    const Run run = decrypt(caller, key, context.saved.nonce, context.saved.output);
+    if (!run.bringsBack(kPayload)) {
         return broken(context, "it does not open what was encrypted with it",
                       run.last.error == kRequiresUpgrade
                           ? "every query is refused with -62: the library upgrades a key only "
