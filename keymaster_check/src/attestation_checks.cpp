@@ -23,6 +23,7 @@ using android::hardware::keymaster::V4_0::Digest;
 using android::hardware::keymaster::V4_0::EcCurve;
 
 constexpr size_t kMinChain = 3;
+constexpr char kShown[] = "what csr.request shows";
 constexpr char kUseless[] = "generateCSR returns a request that no authority accepts";
 
 using zelkm::EvpPkeyPtr;
@@ -95,13 +96,12 @@ bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
     return !one.empty() && one == encoded(b);
 }
 
-Outcome tryRequest(Context& context) {
+Finding tryRequest(Context& context) {
     std::vector<KeyParameter> params = attestationParams();
     params.push_back(param(TAG_GENERATE_CSR, true));
     const Answer answer = attest(context, params);
     if (!answer.ok()) {
-        return answer.arrived ? notOffered(context, answer)
-                              : broken(context, "no request", "generateCSR fails with -1000");
+        return refusedOrBroken(context, answer, "no request", "generateCSR fails with -1000");
     }
     if (answer.chain.size() != 1 || answer.chain[0].empty()) {
         return broken(context, "not one blob with the request, but " +
@@ -114,12 +114,12 @@ Outcome tryRequest(Context& context) {
 
 }  // namespace
 
-Outcome checkCsrRequest(Context& context) {
+Finding checkCsrRequest(Context& context) {
     context.request_outcome = tryRequest(context);
     return context.request_outcome;
 }
 
-Outcome checkCsrProof(Context& context) {
+Finding checkCsrProof(Context& context) {
     if (context.request_outcome.verdict == Verdict::kNotOffered) {
         return context.request_outcome;
     }
@@ -130,12 +130,11 @@ Outcome checkCsrProof(Context& context) {
     const uint8_t* at = context.request.data();
     const RequestPtr request(d2i_X509_REQ(nullptr, &at, static_cast<long>(context.request.size())));
     if (request == nullptr || at != context.request.data() + context.request.size()) {
-        return {Verdict::kBroken, "what csr.request shows", size + " is no PKCS #10", kUseless};
+        return {"", Verdict::kBroken, kShown, size + " is no PKCS #10", kUseless, ""};
     }
     const EvpPkeyPtr requested(X509_REQ_get_pubkey(request.get()));
     if (requested == nullptr || X509_REQ_verify(request.get(), requested.get()) != 1) {
-        return {Verdict::kBroken, "what csr.request shows", size + ": its signature is wrong",
-                kUseless};
+        return {"", Verdict::kBroken, kShown, size + ": its signature is wrong", kUseless, ""};
     }
     const std::vector<EvpPkeyPtr> attested = attestedPublicKeys(context);
     if (std::none_of(attested.begin(), attested.end(),
@@ -153,11 +152,10 @@ Outcome checkCsrProof(Context& context) {
     return holds(context.caller.sent(), "PKCS #10 for the attested key, with a good signature");
 }
 
-Outcome checkAttestChain(Context& context) {
+Finding checkAttestChain(Context& context) {
     const Answer answer = attest(context, attestationParams());
     if (!answer.ok()) {
-        return answer.arrived ? notOffered(context, answer)
-                              : broken(context, "no chain", "attestations fail with -1000");
+        return refusedOrBroken(context, answer, "no chain", "attestations fail with -1000");
     }
     if (answer.chain.size() < kMinChain) {
         return broken(context, "fewer than three certificates");

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// One function for each requirement. requirements.cpp lists them. Those whose id begins with "gcm."
-// or "ops.", and those after key.generate with "key.", run only when there is a key.
+// One function for each requirement. keymaster_check.cpp lists them, adds the ids to their
+// findings, and the consequence of the requirement where a finding has none of its own.
 
 #pragma once
 
@@ -13,14 +13,6 @@
 #include "keymaster_check/keymaster_check.h"
 
 namespace keymaster_check {
-
-struct Outcome {
-    Verdict verdict;
-    std::string sent;
-    std::string answered;
-    std::string consequence = {};  // of what was seen; empty for that of the requirement
-    std::string note = {};
-};
 
 // What saveKey() writes down.
 struct SavedKey {
@@ -43,67 +35,60 @@ struct Context {
     Bytes attested_key = {};  // an EC key, made by the first check that needs one
 
     Bytes request = {};  // a certificate request
-    Outcome request_outcome = {Verdict::kNotTried, "", ""};
+    Finding request_outcome = {};
 
     // One conversion in both directions, and the outcome of password.round-trip.
     Bytes password_inputs[4] = {};
     Bytes material = {};
     Bytes converted = {};
     Bytes tag = {};
-    Outcome round_trip = {Verdict::kNotTried, "", ""};
+    Finding round_trip = {};
 
     bool lost_room = false;  // operations that the check opened may still be there
     SavedKey saved = {};
 };
 
-// A requirement, with the function that tries it.
-struct Entry {
-    Requirement requirement;
-    Outcome (*check)(Context&);
-};
-const std::vector<Entry>& entries();
-const std::vector<Entry>& laterEntries();
-
 // The requirement holds. The texts summarise the calls and the answers.
-Outcome holds(const std::string& sent, const std::string& answered);
+Finding holds(const std::string& sent, const std::string& answered);
 // The requirement is broken: `reason` says what is wrong with the calls of the present case, and
 // `consequence` what follows from that; if it is empty, all follows that the requirement tells.
-Outcome broken(Context& context, const std::string& reason, const std::string& consequence = "");
-// The last call of the present case refused the service.
-Outcome notOffered(Context& context, const Answer& answer);
-Outcome notTried(const std::string& reason);
+Finding broken(Context& context, const std::string& reason, const std::string& consequence = "");
+Finding notTried(const std::string& reason);
+// The last call did not reply with success: it refused the service, or failed for the `reason`.
+Finding refusedOrBroken(Context& context, const Answer& answer, const std::string& reason,
+                        const std::string& consequence = "");
 
-Outcome checkKeyGenerate(Context& context);
-Outcome checkKeyCharacteristics(Context& context);
-Outcome checkKeyDamagedBlob(Context& context);
-Outcome checkKeyUpgrade(Context& context);
+Finding checkKeyGenerate(Context& context);
+Finding checkKeyCharacteristics(Context& context);
+Finding checkKeyDamagedBlob(Context& context);
+Finding checkKeyUpgrade(Context& context);
 
-Outcome checkNonceLength(Context& context);
-Outcome checkNonceFresh(Context& context);
-Outcome checkOutputInUpdate(Context& context);
-Outcome checkTagInFinish(Context& context);
-Outcome checkTagChecked(Context& context);
-Outcome checkAadChecked(Context& context);
-Outcome checkCorrect(Context& context);
-Outcome checkSizes(Context& context);
+Finding checkNonceLength(Context& context);
+Finding checkNonceFresh(Context& context);
+Finding checkOutputInUpdate(Context& context);
+Finding checkTagInFinish(Context& context);
+Finding checkTagChecked(Context& context);
+Finding checkAadChecked(Context& context);
+Finding checkCorrect(Context& context);
+Finding checkSizes(Context& context);
 
-Outcome checkCsrRequest(Context& context);
-Outcome checkCsrProof(Context& context);
-Outcome checkAttestChain(Context& context);
+Finding checkCsrRequest(Context& context);
+Finding checkCsrProof(Context& context);
+Finding checkAttestChain(Context& context);
 
-Outcome checkPasswordRoundTrip(Context& context);
-Outcome checkPasswordTagChecked(Context& context);
-Outcome checkPasswordInputsBound(Context& context);
-Outcome checkPasswordOutputs(Context& context);
-Outcome checkPasswordUnfinished(Context& context);
+Finding checkPasswordRoundTrip(Context& context);
+Finding checkPasswordTagChecked(Context& context);
+Finding checkPasswordInputsBound(Context& context);
+Finding checkPasswordOutputs(Context& context);
+Finding checkPasswordUnfinished(Context& context);
 
-Outcome checkAnsweredOnce(Context& context);
-Outcome checkEndToEnd(Context& context);
+Finding checkAnsweredOnce(Context& context);
+Finding checkEndToEnd(Context& context);
 
-Outcome checkUnfinished(Context& context);
-Outcome checkRefused(Context& context);
+Finding checkUnfinished(Context& context);
+Finding checkRefused(Context& context);
 
-Outcome checkLaterKey(Context& context);
-Outcome checkLaterNonces(Context& context);
+Finding checkLaterKey(Context& context);
+Finding checkLaterNonces(Context& context);
 
 }  // namespace keymaster_check

@@ -20,7 +20,7 @@ namespace keymaster_check {
 namespace {
 
 // The outcome when an operation that the requirement builds on does not work at all.
-Outcome noOperation(const Run& run) {
+Finding noOperation(const Run& run) {
     return notTried((run.purpose == KeyPurpose::ENCRYPT ? "encrypting: " : "decrypting: ") +
                     (run.done() ? "other bytes come back" : run.failure()) + ": see gcm.correct");
 }
@@ -29,7 +29,7 @@ Outcome noOperation(const Run& run) {
 // judged before its decryption, which may fail because of it. `judge` returns the outcome when a
 // run breaks the requirement.
 template <typename Judge>
-Outcome judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge judge,
+Finding judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge judge,
                   const char* answered) {
     std::string sent;
     std::vector<Run> encryptions;
@@ -68,7 +68,7 @@ struct Altered {
 // Encrypts the sample, and decrypts what `alter` makes of it. Each of these decryptions must be
 // refused with -30 from finish. `taken` is what follows when one is not refused at all.
 template <typename Alter>
-Outcome refusesEach(Context& context, Alter alter, const char* sent, const char* taken) {
+Finding refusesEach(Context& context, Alter alter, const char* sent, const char* taken) {
     const Run encryption = encrypt(context.caller, context.key, kPayload);
     if (!encryption.done()) {
         return noOperation(encryption);
@@ -165,7 +165,7 @@ std::string limitBetween(Context& context, size_t good, size_t bad) {
 
 }  // namespace
 
-Outcome checkNonceLength(Context& context) {
+Finding checkNonceLength(Context& context) {
     Run run;  // as far as it got
     run.last = context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams());
     if (!run.last.ok()) {
@@ -188,7 +188,7 @@ Outcome checkNonceLength(Context& context) {
     return holds(context.caller.sent(), context.caller.answered());
 }
 
-Outcome checkNonceFresh(Context& context) {
+Finding checkNonceFresh(Context& context) {
     constexpr size_t kDraws = 300;  // for each key; a counter of 8 bits repeats within them
     const Answer other = context.caller.generateKey(databaseKeyParams());
     const Bytes keys[] = {context.key, other.ok() ? other.output : context.key};
@@ -211,8 +211,8 @@ Outcome checkNonceFresh(Context& context) {
                  "no nonce came twice");
 }
 
-Outcome checkOutputInUpdate(Context& context) {
-    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Outcome> {
+Finding checkOutputInUpdate(Context& context) {
+    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Finding> {
         const size_t out = run.from_updates.size();
         if (out == size) {
             return std::nullopt;
@@ -225,14 +225,14 @@ Outcome checkOutputInUpdate(Context& context) {
     return judgeRuns(context, {100, 17, 16, 15, 1}, judge, "as many bytes from update");
 }
 
-Outcome checkTagInFinish(Context& context) {
-    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Outcome> {
+Finding checkTagInFinish(Context& context) {
+    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Finding> {
         const size_t out = run.from_finish.size();
         const std::string text = std::to_string(size) + " bytes, finish returns ";
         if (run.purpose == KeyPurpose::DECRYPT) {
             return out != kTagSize
                        ? std::nullopt
-                       : std::optional<Outcome>(
+                       : std::optional<Finding>(
                              broken(context, "decrypting " + text + "16, as an encryption does",
                                     "the library takes the decryption for an encryption, and "
                                     "the objects are not read"));
@@ -251,7 +251,7 @@ Outcome checkTagInFinish(Context& context) {
                      "16 bytes from finish when encrypting, another number when decrypting");
 }
 
-Outcome checkTagChecked(Context& context) {
+Finding checkTagChecked(Context& context) {
     const auto alter = [](const Bytes& nonce, const Bytes& output) {
         const Bytes data = sampleAssociatedData();
         return std::vector<Altered>{
@@ -265,7 +265,7 @@ Outcome checkTagChecked(Context& context) {
                        "a damaged or forged store is taken for a good one");
 }
 
-Outcome checkAadChecked(Context& context) {
+Finding checkAadChecked(Context& context) {
     const auto alter = [](const Bytes& nonce, const Bytes& output) {
         return std::vector<Altered>{
             {"other associated data", nonce, output, altered(sampleAssociatedData(), 6)},
@@ -274,7 +274,7 @@ Outcome checkAadChecked(Context& context) {
     return refusesEach(context, alter, "decryptions with other associated data, and without", "");
 }
 
-Outcome checkCorrect(Context& context) {
+Finding checkCorrect(Context& context) {
     std::string compared = "importKey refuses, so the key cannot be known";
     const Bytes known_key = randomBytes(32);
     const Answer imported = context.caller.importKey(databaseKeyParams(), known_key);
@@ -329,7 +329,7 @@ Outcome checkCorrect(Context& context) {
         compared + "; the payloads came back");
 }
 
-Outcome checkSizes(Context& context) {
+Finding checkSizes(Context& context) {
     constexpr size_t kMuch = 4 << 20;  // no transport takes this
     const size_t largest = context.options.largest_store;
     size_t good = 0;
@@ -347,14 +347,14 @@ Outcome checkSizes(Context& context) {
         if (good == 0) {
             return noOperation(*failed);
         }
-        Outcome outcome =
+        Finding outcome =
             broken(context, std::to_string(size) + " bytes do not get through",
                    "of the insertion that exceeds the limit: " + failed->consequence());
         context.caller.verdictIsKnown();
         outcome.note = once + limitBetween(context, good, size);
         return outcome;
     }
-    Outcome outcome =
+    Finding outcome =
         holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
               "all got through");
     context.caller.verdictIsKnown();

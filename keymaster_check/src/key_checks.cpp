@@ -48,7 +48,7 @@ bool lists(const Params& characteristics, const KeyParameter& wanted) {
 
 }  // namespace
 
-Outcome checkKeyGenerate(Context& context) {
+Finding checkKeyGenerate(Context& context) {
     const Answer answer = context.caller.generateKey(databaseKeyParams());
     if (!answer.ok()) {
         return broken(context, "there is no key",
@@ -62,7 +62,7 @@ Outcome checkKeyGenerate(Context& context) {
     return holds(context.caller.sent(), context.caller.answered());
 }
 
-Outcome checkKeyCharacteristics(Context& context) {
+Finding checkKeyCharacteristics(Context& context) {
     const Answer answer = context.caller.getKeyCharacteristics(context.key);
     if (!answer.ok()) {
         return broken(context, "a fresh key is refused",
@@ -81,7 +81,7 @@ Outcome checkKeyCharacteristics(Context& context) {
     return holds(context.caller.sent(), "0, and all that the key was made with");
 }
 
-Outcome checkKeyDamagedBlob(Context& context) {
+Finding checkKeyDamagedBlob(Context& context) {
     const Run encryption = encrypt(context.caller, context.key, kPayload);
     if (encryption.ended == Run::End::kBegin) {
         return notTried("begin refuses a good key, too: see gcm.correct");
@@ -117,7 +117,7 @@ Outcome checkKeyDamagedBlob(Context& context) {
         same == 0 ? "-33 to each" : "-33, or the same key (" + std::to_string(same) + " times)");
 }
 
-Outcome checkKeyUpgrade(Context& context) {
+Finding checkKeyUpgrade(Context& context) {
     const Run encryption = encrypt(context.caller, context.key, kPayload);
     if (!encryption.done()) {
         return notTried(encryption.failure() + ": see gcm.correct");
@@ -125,8 +125,7 @@ Outcome checkKeyUpgrade(Context& context) {
     context.caller.startCase();
     const Answer upgraded = context.caller.upgradeKey(context.key);
     if (!upgraded.ok()) {
-        return upgraded.arrived ? notOffered(context, upgraded)
-                                : broken(context, "the upgrade of a key fails");
+        return refusedOrBroken(context, upgraded, "the upgrade of a key fails");
     }
     if (upgraded.output.empty()) {
         return holds(context.caller.sent(), "0 without a blob: the key needs no upgrade");

@@ -82,17 +82,17 @@ class Story {
         }
     }
 
-    const Outcome& outcome() const { return outcome_; }
+    const Finding& outcome() const { return outcome_; }
 
   private:
     Caller& caller_;
     const PrivateDirectory& directory_;
-    Outcome outcome_ = {Verdict::kHolds, "", ""};
+    Finding outcome_ = holds("", "");
 };
 
 }  // namespace
 
-Outcome checkEndToEnd(Context& context) {
+Finding checkEndToEnd(Context& context) {
     {
         CallbackWatch& watch = context.caller.callbacks();
         const std::lock_guard<std::mutex> lock(watch.mutex);

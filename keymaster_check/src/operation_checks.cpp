@@ -16,7 +16,7 @@ constexpr size_t kRefusals = 33;
 
 }  // namespace
 
-Outcome checkUnfinished(Context& context) {
+Finding checkUnfinished(Context& context) {
     const Run good = encrypt(context.caller, context.key, 1);
     const Bytes input = good.all();
     if (!good.done() || input.empty() || !decrypt(context.caller, context.key, good).done()) {
@@ -37,7 +37,7 @@ Outcome checkUnfinished(Context& context) {
     return holds("64 decryptions of damaged input, none aborted, then begin", "the last began");
 }
 
-Outcome checkRefused(Context& context) {
+Finding checkRefused(Context& context) {
     if (!operationBegins(context.caller, context.key)) {
         // The keymaster may be full because of the begins that were refused before.
         return !context.lost_room && context.caller.foundNoRoom() &&
@@ -82,7 +82,7 @@ Outcome checkRefused(Context& context) {
         "refused, and the next operation began");
 }
 
-Outcome checkAnsweredOnce(Context& context) {
+Finding checkAnsweredOnce(Context& context) {
     CallbackWatch& watch = context.caller.callbacks();
     const std::lock_guard<std::mutex> lock(watch.mutex);
     if (watch.faults.empty()) {
@@ -115,8 +115,12 @@ Outcome checkAnsweredOnce(Context& context) {
             }
         }
     }
-    return {Verdict::kBroken, "all the calls above", "callbacks ran wrongly: " + faults,
-            consequences};
+    return {"",
+            Verdict::kBroken,
+            "all the calls above",
+            "callbacks ran wrongly: " + faults,
+            consequences,
+            ""};
 }
 
 }  // namespace keymaster_check

@@ -41,16 +41,14 @@ Answer convertBack(Context& context, const Bytes& tag, std::vector<KeyParameter>
 
 // The outcome of password.round-trip, for requirements that build on it. They are not tried when it
 // is broken.
-Outcome afterRoundTrip(const Context& context) {
-    Outcome outcome = context.round_trip;
-    if (outcome.verdict == Verdict::kBroken) {
-        outcome = notTried("no round trip: see password.round-trip");
-    }
-    return outcome;
+Finding afterRoundTrip(const Context& context) {
+    return context.round_trip.verdict == Verdict::kBroken
+               ? notTried("no round trip: see password.round-trip")
+               : context.round_trip;
 }
 
 // Says when one of the parameters has a wrong size, and what the library makes of it.
-std::optional<Outcome> wrongSizes(Context& context, const Answer& answer, Tag material, bool tag) {
+std::optional<Finding> wrongSizes(Context& context, const Answer& answer, Tag material, bool tag) {
     const std::string purpose = tag ? "purpose 101 returns " : "purpose 102 returns ";
     const auto size = [&answer](Tag of) { return bytesOf(answer.params, of).size(); };
     const auto wrong = [&](Tag of, const char* consequence) {
@@ -70,15 +68,14 @@ std::optional<Outcome> wrongSizes(Context& context, const Answer& answer, Tag ma
     return std::nullopt;
 }
 
-Outcome tryRoundTrip(Context& context) {
+Finding tryRoundTrip(Context& context) {
     for (size_t i = 0; i < 4; ++i) {
         context.password_inputs[i] = randomBytes(kInputSizes[i]);
     }
     context.material = randomBytes(kMaterialSize);
     const Answer there = convert(context);
     if (!there.ok()) {
-        return there.arrived ? notOffered(context, there)
-                             : broken(context, "no conversion", "conversions return -1000");
+        return refusedOrBroken(context, there, "no conversion", "conversions return -1000");
     }
     context.converted = bytesOf(there.params, PWHW_TAG_KEY);
     context.tag = bytesOf(there.params, PWHW_TAG_TAG);
@@ -91,12 +88,12 @@ Outcome tryRoundTrip(Context& context) {
 
 }  // namespace
 
-Outcome checkPasswordRoundTrip(Context& context) {
+Finding checkPasswordRoundTrip(Context& context) {
     context.round_trip = tryRoundTrip(context);
     return context.round_trip;
 }
 
-Outcome checkPasswordTagChecked(Context& context) {
+Finding checkPasswordTagChecked(Context& context) {
     if (context.round_trip.verdict != Verdict::kHolds) {
         return afterRoundTrip(context);
     }
@@ -114,7 +111,7 @@ Outcome checkPasswordTagChecked(Context& context) {
     return holds("purpose 102 with the tag's first and last byte altered", "an error to each");
 }
 
-Outcome checkPasswordInputsBound(Context& context) {
+Finding checkPasswordInputsBound(Context& context) {
     if (context.round_trip.verdict != Verdict::kHolds) {
         return afterRoundTrip(context);
     }
@@ -133,7 +130,7 @@ Outcome checkPasswordInputsBound(Context& context) {
                  "the material did not come back");
 }
 
-Outcome checkPasswordOutputs(Context& context) {
+Finding checkPasswordOutputs(Context& context) {
     if (context.round_trip.verdict == Verdict::kNotOffered) {
         return context.round_trip;
     }
@@ -156,7 +153,7 @@ Outcome checkPasswordOutputs(Context& context) {
     return holds(context.caller.sent(), context.caller.answered());
 }
 
-Outcome checkPasswordUnfinished(Context& context) {
+Finding checkPasswordUnfinished(Context& context) {
     if (context.round_trip.verdict == Verdict::kNotOffered) {
         return context.round_trip;
     }

@@ -80,7 +80,7 @@ void readSavedKey(const std::string& text, SavedKey* saved) {
     }
 }
 
-Outcome checkLaterKey(Context& context) {
+Finding checkLaterKey(Context& context) {
     Caller& caller = context.caller;
     Bytes key = context.saved.key;
     if (key.empty()) {
@@ -121,7 +121,7 @@ Outcome checkLaterKey(Context& context) {
                                         : "the key needs no upgrade, and opens what it should");
 }
 
-Outcome checkLaterNonces(Context& context) {
+Finding checkLaterNonces(Context& context) {
     if (context.key.empty()) {
         return notTried("there is no key to draw nonces with: see later.key");
     }
