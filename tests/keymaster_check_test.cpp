@@ -23,7 +23,7 @@
 #include <utility>
 
 #include "../common/src/zelkeymaster_helper/openssl_handles.h"
-#include "../keymaster_check/src/format.h"
+#include "../keymaster_check/src/caller.h"
 #include "kept_reports.h"
 #include "temp_dir.h"
 #include "zelkeymaster_vendor_tags.h"

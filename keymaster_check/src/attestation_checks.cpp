@@ -46,13 +46,13 @@ std::vector<KeyParameter> attestationParams() {
 // attestation.
 Answer attest(Context& context, const Params& params) {
     if (context.attested_key.empty()) {
-        const Answer made = context.caller.generateKey(attestedKeyParams());
+        const Answer made = context.generateKey(attestedKeyParams());
         if (!made.ok()) {
             return made;
         }
         context.attested_key = made.output;
     }
-    return context.caller.attestKey(context.attested_key, params);
+    return context.attestKey(context.attested_key, params);
 }
 
 // The key of a certificate. Bytes after the certificate are left for the library to judge.
@@ -67,7 +67,7 @@ EvpPkeyPtr keyOfCertificate(const Bytes& der) {
 // judges.
 std::vector<EvpPkeyPtr> attestedPublicKeys(Context& context) {
     std::vector<EvpPkeyPtr> keys;
-    const Answer exported = context.caller.exportKey(context.attested_key);
+    const Answer exported = context.exportKey(context.attested_key);
     const uint8_t* at = exported.output.data();
     if (exported.ok()) {
         keys.emplace_back(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.output.size())));
@@ -80,20 +80,6 @@ std::vector<EvpPkeyPtr> attestedPublicKeys(Context& context) {
         }
     }
     return keys;
-}
-
-bool sameKey(EVP_PKEY* a, EVP_PKEY* b) {
-    const auto encoded = [](EVP_PKEY* key) {
-        const int len = i2d_PUBKEY(key, nullptr);
-        Bytes der(len > 0 ? static_cast<size_t>(len) : 0);
-        uint8_t* at = der.data();
-        if (len <= 0 || i2d_PUBKEY(key, &at) != len) {
-            der.clear();
-        }
-        return der;
-    };
-    const Bytes one = a == nullptr ? Bytes() : encoded(a);
-    return !one.empty() && one == encoded(b);
 }
 
 Finding tryRequest(Context& context) {
@@ -109,7 +95,7 @@ Finding tryRequest(Context& context) {
                                    ": is the tag 0x70000899 ignored?");
     }
     context.request = answer.chain[0];
-    return holds(context.caller.sent(), context.caller.answered());
+    return holds(context.sent(), context.answered());
 }
 
 }  // namespace
@@ -139,17 +125,17 @@ Finding checkCsrProof(Context& context) {
     const std::vector<EvpPkeyPtr> attested = attestedPublicKeys(context);
     if (std::none_of(attested.begin(), attested.end(),
                      [](const EvpPkeyPtr& key) { return key != nullptr; })) {
-        return holds(context.caller.sent(),
+        return holds(context.sent(),
                      "PKCS #10 with a good signature; neither exportKey "
                      "nor attestKey returns the attested key to compare");
     }
-    if (std::none_of(attested.begin(), attested.end(), [&requested](const EvpPkeyPtr& key) {
-            return sameKey(key.get(), requested.get());
+    if (std::none_of(attested.begin(), attested.end(), [&request](const EvpPkeyPtr& key) {
+            return key != nullptr && X509_REQ_verify(request.get(), key.get()) == 1;
         })) {
         return broken(context, "the request is for another key than the attested one",
                       "generateCSR returns a request for another key's certificate");
     }
-    return holds(context.caller.sent(), "PKCS #10 for the attested key, with a good signature");
+    return holds(context.sent(), "PKCS #10 for the attested key, with a good signature");
 }
 
 Finding checkAttestChain(Context& context) {
@@ -166,7 +152,7 @@ Finding checkAttestChain(Context& context) {
     if (result != 0) {
         return broken(context, "validateAttestChain returns " + describeCode(result));
     }
-    return holds(context.caller.sent(), context.caller.answered() + "; validateAttestChain: 0");
+    return holds(context.sent(), context.answered() + "; validateAttestChain: 0");
 }
 
 }  // namespace keymaster_check

@@ -11,8 +11,28 @@
 namespace keymaster_check {
 namespace {
 
+using android::hardware::keymaster::V4_0::TagType;
+
 constexpr std::chrono::seconds kSlow(1);
 constexpr size_t kShownCalls = 6;  // so many calls of one case are shown
+
+constexpr size_t kShownBytes = 16;
+
+std::string describeValue(const KeyParameter& param) {
+    switch (static_cast<TagType>(static_cast<uint32_t>(param.tag) & 0xF0000000u)) {
+        case TagType::BYTES:
+        case TagType::BIGNUM:
+            return describe(param.blob.data(), param.blob.size());
+        case TagType::BOOL:
+            return param.f.boolValue ? "true" : "false";
+        case TagType::ULONG:
+        case TagType::ULONG_REP:
+        case TagType::DATE:
+            return std::to_string(param.f.longInteger);
+        default:
+            return std::to_string(param.f.integer);
+    }
+}
 
 // A call that is under way. Its callback shares it.
 struct Pending {
@@ -80,8 +100,31 @@ std::string describeCall(const CallRecord& call) {
 
 }  // namespace
 
-Caller::Caller(Keymaster& keymaster, const Options& options)
-    : keymaster_(keymaster), options_(options), watch_(std::make_shared<CallbackWatch>()) {
+std::string hex(const uint8_t* data, size_t size) {
+    std::string text;
+    for (size_t i = 0; i < size; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof(digits), "%02x", data[i]);
+        text += digits;
+    }
+    return text;
+}
+
+std::string describe(const uint8_t* data, size_t size) {
+    return std::to_string(size) + (size == 1 ? " byte" : " bytes") + (size == 0 ? "" : " ") +
+           hex(data, std::min(size, kShownBytes)) + (size > kShownBytes ? "..." : "");
+}
+
+std::string describe(const Params& params) {
+    std::string text;
+    for (size_t i = 0; i < params.size(); ++i) {
+        text += (i == 0 ? "" : ", ") + describeTag(params[i].tag) + " " + describeValue(params[i]);
+    }
+    return "[" + text + "]";
+}
+
+Caller::Caller(Keymaster& its_keymaster, const Options& its_options)
+    : keymaster(its_keymaster), options(its_options), watch_(std::make_shared<CallbackWatch>()) {
     startRequirement();
 }
 
@@ -89,7 +132,7 @@ Caller::~Caller() {
     endRequirement();
     keys_.erase(Bytes());
     for (const Bytes& key : keys_) {
-        static_cast<void>(keymaster_.deleteKey(key).isOk());
+        static_cast<void>(keymaster.deleteKey(key).isOk());
     }
 }
 
@@ -97,9 +140,9 @@ Answer Caller::makeAnyway(const CallRecord& call) {
     const auto pending = std::make_shared<Pending>();
     pending->name = callName(call.call);
     pending->watch = watch_;
-    const Time started = options_.clock();
+    const Time started = options.clock();
     const Return<void> status =
-        keymaster_check::send(keymaster_, call, [pending](const auto&... values) {
+        keymaster_check::send(keymaster, call, [pending](const auto&... values) {
             const std::lock_guard<std::mutex> lock(pending->watch->mutex);
             if (pending->returned) {
                 pending->watch->late = true;
@@ -152,7 +195,7 @@ Answer Caller::make(const CallRecord& call) {
 }
 
 void Caller::timed(Call call, Time started) {
-    const auto took = options_.clock() - started;
+    const auto took = options.clock() - started;
     if (took > kSlow) {
         auto& [longest, times] = slow_calls_[callName(call)];
         longest = std::max(longest, std::chrono::duration<double>(took).count());
@@ -161,8 +204,8 @@ void Caller::timed(Call call, Time started) {
 }
 
 void Caller::abort(uint64_t handle) {
-    const Time started = options_.clock();
-    const Return<ErrorCode> status = keymaster_.abort(handle);
+    const Time started = options.clock();
+    const Return<ErrorCode> status = keymaster.abort(handle);
     timed(Call::kAbort, started);
     ++sent_;
     const ErrorCode error = status.isOk() ? ErrorCode(status) : ErrorCode::UNKNOWN_ERROR;
@@ -174,7 +217,7 @@ void Caller::abort(uint64_t handle) {
 }
 
 void Caller::startRequirement() {
-    started_ = options_.clock();
+    started_ = options.clock();
     sent_ = 0;
     missed_.clear();
     verdict_known_ = found_no_room_ = false;
@@ -182,10 +225,10 @@ void Caller::startRequirement() {
 }
 
 bool Caller::hasTime() {
-    const auto spent = options_.clock() - started_;
+    const auto spent = options.clock() - started_;
     const auto to_abort = spent / std::max(sent_, 1) * static_cast<int>(open_.size());
-    const bool stopped = options_.stopped && options_.stopped();
-    const bool has_time = !stopped && spent + to_abort <= options_.time;
+    const bool stopped = options.stopped && options.stopped();
+    const bool has_time = !stopped && spent + to_abort <= options.time;
     if (!has_time && !verdict_known_ && missed_.empty()) {
         missed_ = stopped
                       ? "stopped"
@@ -218,7 +261,7 @@ std::string Caller::endRequirement() {
     return text;
 }
 
-std::string Caller::joined(std::string Words::* text) const {
+std::string Caller::joined(Text text) const {
     std::string result;
     for (size_t i = 0; i < calls_.size(); ++i) {
         if (i < kShownCalls / 2 || i + kShownCalls / 2 >= calls_.size()) {

@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-#include "format.h"
 #include "keymaster_check/client.h"
 #include "keymaster_check/keymaster_check.h"
+#include "keymaster_check/names.h"
 
 namespace keymaster_check {
 
@@ -30,14 +30,24 @@ struct CallbackWatch {
     bool late = false;                     // some callback came after its call had returned
 };
 
+// Two digits for each byte.
+std::string hex(const uint8_t* data, size_t size);
+// The length and the first bytes, e.g. "100 bytes 00ff...".
+std::string describe(const uint8_t* data, size_t size);
+// E.g. "[BLOCK_MODE 32, NONCE 12 bytes 00ff...]".
+std::string describe(const Params& params);
+
 class Caller {
   public:
     // Borrows both for the object's lifetime.
-    Caller(Keymaster& keymaster, const Options& options);
+    Caller(Keymaster& its_keymaster, const Options& its_options);
     // Deletes the keys that are left.
     ~Caller();
     Caller(const Caller&) = delete;
     Caller& operator=(const Caller&) = delete;
+
+    Keymaster& keymaster;
+    const Options& options;
 
     Answer generateKey(const Params& params) { return make({Call::kGenerateKey, {}, params}); }
     Answer importKey(const Params& params, const Bytes& key) {
@@ -97,16 +107,15 @@ class Caller {
         std::string sent;
         std::string answered;
     };
+    using Text = std::string Words::*;
     using Time = std::chrono::steady_clock::time_point;
 
     // Makes the call, if there is time, and remembers what it opened or made.
     Answer make(const CallRecord& call);
     Answer makeAnyway(const CallRecord& call);
     void timed(Call call, Time started);
-    std::string joined(std::string Words::* text) const;
+    std::string joined(Text text) const;
 
-    Keymaster& keymaster_;
-    const Options& options_;
     const std::shared_ptr<CallbackWatch> watch_;
     std::vector<Words> calls_;
     std::map<std::string, std::pair<double, size_t>> slow_calls_;  // the longest time, how often

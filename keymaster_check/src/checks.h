@@ -22,14 +22,12 @@ struct SavedKey {
     std::set<Bytes> nonces = {};
 };
 
-// Leaves `saved` empty when saveKey() has not made the text.
-void readSavedKey(const std::string& text, SavedKey* saved);
+// Empty when saveKey() has not made the text.
+SavedKey readSavedKey(const std::string& text);
 
 // What the checks hand on to those after them.
-struct Context {
-    Keymaster& keymaster;
-    const Options& options;
-    Caller& caller;
+struct Context : Caller {
+    using Caller::Caller;
 
     Bytes key = {};           // the database key; empty unless key.generate holds
     Bytes attested_key = {};  // an EC key, made by the first check that needs one

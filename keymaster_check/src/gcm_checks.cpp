@@ -34,8 +34,8 @@ Finding judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge j
     std::string sent;
     std::vector<Run> encryptions;
     for (const size_t size : sizes) {
-        context.caller.startCase();
-        encryptions.push_back(encrypt(context.caller, context.key, size));
+        context.startCase();
+        encryptions.push_back(encrypt(context, context.key, size));
         if (!encryptions.back().done()) {
             return noOperation(encryptions.back());
         }
@@ -46,8 +46,8 @@ Finding judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge j
     }
     auto encryption = encryptions.begin();
     for (const size_t size : sizes) {
-        context.caller.startCase();
-        const Run decryption = decrypt(context.caller, context.key, *encryption++);
+        context.startCase();
+        const Run decryption = decrypt(context, context.key, *encryption++);
         if (!decryption.done()) {
             return noOperation(decryption);
         }
@@ -69,11 +69,11 @@ struct Altered {
 // refused with -30 from finish. `taken` is what follows when one is not refused at all.
 template <typename Alter>
 Finding refusesEach(Context& context, Alter alter, const char* sent, const char* taken) {
-    const Run encryption = encrypt(context.caller, context.key, kPayload);
+    const Run encryption = encrypt(context, context.key, kPayload);
     if (!encryption.done()) {
         return noOperation(encryption);
     }
-    const Run decryption = decrypt(context.caller, context.key, encryption);
+    const Run decryption = decrypt(context, context.key, encryption);
     if (!decryption.done()) {
         return noOperation(decryption);
     }
@@ -81,9 +81,8 @@ Finding refusesEach(Context& context, Alter alter, const char* sent, const char*
         return notTried("there is no tag, or no nonce, to alter: see gcm.correct");
     }
     for (const Altered& each : alter(encryption.nonce, encryption.all())) {
-        context.caller.startCase();
-        const Run run =
-            decrypt(context.caller, context.key, each.nonce, each.input, each.associated_data);
+        context.startCase();
+        const Run run = decrypt(context, context.key, each.nonce, each.input, each.associated_data);
         if (run.ended != Run::End::kFinish || run.last.error != ErrorCode::VERIFICATION_FAILED) {
             return broken(context, std::string(each.what) + " is not refused with -30",
                           run.done() ? taken
@@ -130,10 +129,10 @@ bool agree(const Bytes& output, const Bytes& expected, size_t payload) {
 std::optional<Run> failureAt(Context& context, size_t size, std::string* once) {
     std::optional<Run> failed;
     for (int attempt = 0; attempt < 2; ++attempt) {
-        context.caller.startCase();
-        const Run encryption = encrypt(context.caller, context.key, size);
+        context.startCase();
+        const Run encryption = encrypt(context, context.key, size);
         const Run decryption =
-            encryption.done() ? decrypt(context.caller, context.key, encryption) : Run();
+            encryption.done() ? decrypt(context, context.key, encryption) : Run();
         if (decryption.bringsBack(size)) {
             if (failed && once->empty()) {
                 *once = std::to_string(size) + " bytes failed once: " + failed->failure() + "; ";
@@ -141,7 +140,7 @@ std::optional<Run> failureAt(Context& context, size_t size, std::string* once) {
             return std::nullopt;
         }
         failed = encryption.done() ? decryption : encryption;
-        context.caller.abortAll();  // a lost call leaves its operation open
+        context.abortAll();  // a lost call leaves its operation open
     }
     return failed;
 }
@@ -155,7 +154,7 @@ std::string storeSize(size_t bytes) {
 // Searches for the limit between a size that gets through and one that does not.
 std::string limitBetween(Context& context, size_t good, size_t bad) {
     std::string ignored;
-    while (bad - good > 1 && context.caller.hasTime()) {
+    while (bad - good > 1 && context.hasTime()) {
         const size_t middle = good + (bad - good) / 2;
         (failureAt(context, middle, &ignored) ? bad : good) = middle;
     }
@@ -167,7 +166,7 @@ std::string limitBetween(Context& context, size_t good, size_t bad) {
 
 Finding checkNonceLength(Context& context) {
     Run run;  // as far as it got
-    run.last = context.caller.begin(KeyPurpose::ENCRYPT, context.key, gcmParams());
+    run.last = context.begin(KeyPurpose::ENCRYPT, context.key, gcmParams());
     if (!run.last.ok()) {
         return broken(context, "no encryption begins", run.consequence());
     }
@@ -185,19 +184,19 @@ Finding checkNonceLength(Context& context) {
     if (size != kNonceSize) {
         return broken(context, "a nonce of " + std::to_string(size) + " bytes");
     }
-    return holds(context.caller.sent(), context.caller.answered());
+    return holds(context.sent(), context.answered());
 }
 
 Finding checkNonceFresh(Context& context) {
     constexpr size_t kDraws = 300;  // for each key; a counter of 8 bits repeats within them
-    const Answer other = context.caller.generateKey(databaseKeyParams());
+    const Answer other = context.generateKey(databaseKeyParams());
     const Bytes keys[] = {context.key, other.ok() ? other.output : context.key};
     std::set<Bytes> drawn[2];
     for (size_t draws = 0; draws < 2 * kDraws; ++draws) {
         const size_t which = draws % 2;
-        const Bytes nonce = drawNonce(context.caller, keys[which]);
+        const Bytes nonce = drawNonce(context, keys[which]);
         if (nonce.empty()) {
-            return notTried("an encryption brought no nonce: " + context.caller.answered() +
+            return notTried("an encryption brought no nonce: " + context.answered() +
                             ": see gcm.nonce-length");
         }
         // Equal blobs hold one key, so their nonces count together.
@@ -277,10 +276,10 @@ Finding checkAadChecked(Context& context) {
 Finding checkCorrect(Context& context) {
     std::string compared = "importKey refuses, so the key cannot be known";
     const Bytes known_key = randomBytes(32);
-    const Answer imported = context.caller.importKey(databaseKeyParams(), known_key);
+    const Answer imported = context.importKey(databaseKeyParams(), known_key);
     if (imported.ok()) {
         const Bytes payload = samplePayload(kPayload);
-        const Run run = encrypt(context.caller, imported.output, kPayload);
+        const Run run = encrypt(context, imported.output, kPayload);
         // What fails in the same way with the other key is judged below, and by gcm.nonce-length.
         const bool comparable = run.done() && run.nonce.size() == kNonceSize;
         if (comparable &&
@@ -298,9 +297,9 @@ Finding checkCorrect(Context& context) {
     } kRounds[] = {{1, 1, 7}, {kPayload, 33, 30}, {kPayload, SIZE_MAX, 50}, {2000, 999, SIZE_MAX}};
     std::vector<Run> runs;
     for (const auto& round : kRounds) {
-        context.caller.startCase();
+        context.startCase();
         const Bytes payload = samplePayload(round.size);
-        runs.push_back(encrypt(context.caller, context.key, round.size, round.encrypt_cut));
+        runs.push_back(encrypt(context, context.key, round.size, round.encrypt_cut));
         if (!runs.back().done()) {
             return broken(context, "an encryption fails", runs.back().consequence());
         }
@@ -315,8 +314,8 @@ Finding checkCorrect(Context& context) {
         }
     }
     for (size_t i = runs.size(); i-- > 0;) {
-        context.caller.startCase();
-        const Run run = decrypt(context.caller, context.key, runs[i], kRounds[i].decrypt_cut);
+        context.startCase();
+        const Run run = decrypt(context, context.key, runs[i], kRounds[i].decrypt_cut);
         if (!run.bringsBack(kRounds[i].size)) {
             return broken(context, "what was encrypted does not decrypt",
                           run.done() ? "objects come back as other bytes than were stored"
@@ -350,14 +349,14 @@ Finding checkSizes(Context& context) {
         Finding outcome =
             broken(context, std::to_string(size) + " bytes do not get through",
                    "of the insertion that exceeds the limit: " + failed->consequence());
-        context.caller.verdictIsKnown();
+        context.verdictIsKnown();
         outcome.note = once + limitBetween(context, good, size);
         return outcome;
     }
     Finding outcome =
         holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
               "all got through");
-    context.caller.verdictIsKnown();
+    context.verdictIsKnown();
     const size_t beyond = 2 * std::min(largest, kMuch);
     if (beyond > largest) {
         outcome.note = failureAt(context, beyond, &once) ? limitBetween(context, good, beyond)

@@ -49,7 +49,7 @@ bool lists(const Params& characteristics, const KeyParameter& wanted) {
 }  // namespace
 
 Finding checkKeyGenerate(Context& context) {
-    const Answer answer = context.caller.generateKey(databaseKeyParams());
+    const Answer answer = context.generateKey(databaseKeyParams());
     if (!answer.ok()) {
         return broken(context, "there is no key",
                       "every insertion is refused with " + describeCode(answer.error));
@@ -59,11 +59,11 @@ Finding checkKeyGenerate(Context& context) {
                       "each insertion makes a key, and keeps none; then what begin returns counts");
     }
     context.key = answer.output;
-    return holds(context.caller.sent(), context.caller.answered());
+    return holds(context.sent(), context.answered());
 }
 
 Finding checkKeyCharacteristics(Context& context) {
-    const Answer answer = context.caller.getKeyCharacteristics(context.key);
+    const Answer answer = context.getKeyCharacteristics(context.key);
     if (!answer.ok()) {
         return broken(context, "a fresh key is refused",
                       "the stored key is refused at the next start, and nobody reads the store");
@@ -78,30 +78,30 @@ Finding checkKeyCharacteristics(Context& context) {
                           "look: it takes the code alone");
         }
     }
-    return holds(context.caller.sent(), "0, and all that the key was made with");
+    return holds(context.sent(), "0, and all that the key was made with");
 }
 
 Finding checkKeyDamagedBlob(Context& context) {
-    const Run encryption = encrypt(context.caller, context.key, kPayload);
+    const Run encryption = encrypt(context, context.key, kPayload);
     if (encryption.ended == Run::End::kBegin) {
         return notTried("begin refuses a good key, too: see gcm.correct");
     }
     const std::vector<Damage> damages = damagesOf(context.key);
     size_t same = 0;  // damages to bytes that the key does not depend on
     for (const Damage& damage : damages) {
-        context.caller.startCase();
-        const Answer listed = context.caller.getKeyCharacteristics(damage.blob);
-        const Answer begun = context.caller.begin(KeyPurpose::ENCRYPT, damage.blob, gcmParams());
+        context.startCase();
+        const Answer listed = context.getKeyCharacteristics(damage.blob);
+        const Answer begun = context.begin(KeyPurpose::ENCRYPT, damage.blob, gcmParams());
         if (listed.error == kInvalidKeyBlob && begun.error == kInvalidKeyBlob) {
             continue;
         }
         if (listed.ok() && begun.ok()) {
-            context.caller.abort(begun.handle);
+            context.abort(begun.handle);
             if (!encryption.done()) {
                 return notTried("no encryption shows whether the blob " + damage.what +
                                 " holds the same key: see gcm.correct");
             }
-            if (decrypt(context.caller, damage.blob, encryption).bringsBack(kPayload)) {
+            if (decrypt(context, damage.blob, encryption).bringsBack(kPayload)) {
                 ++same;
                 continue;
             }
@@ -118,26 +118,26 @@ Finding checkKeyDamagedBlob(Context& context) {
 }
 
 Finding checkKeyUpgrade(Context& context) {
-    const Run encryption = encrypt(context.caller, context.key, kPayload);
+    const Run encryption = encrypt(context, context.key, kPayload);
     if (!encryption.done()) {
         return notTried(encryption.failure() + ": see gcm.correct");
     }
-    context.caller.startCase();
-    const Answer upgraded = context.caller.upgradeKey(context.key);
+    context.startCase();
+    const Answer upgraded = context.upgradeKey(context.key);
     if (!upgraded.ok()) {
         return refusedOrBroken(context, upgraded, "the upgrade of a key fails");
     }
     if (upgraded.output.empty()) {
-        return holds(context.caller.sent(), "0 without a blob: the key needs no upgrade");
+        return holds(context.sent(), "0 without a blob: the key needs no upgrade");
     }
-    if (!context.caller.getKeyCharacteristics(upgraded.output).ok()) {
+    if (!context.getKeyCharacteristics(upgraded.output).ok()) {
         return broken(context, "the upgraded key is refused");
     }
-    if (!decrypt(context.caller, upgraded.output, encryption).bringsBack(kPayload)) {
+    if (!decrypt(context, upgraded.output, encryption).bringsBack(kPayload)) {
         return broken(context, "the upgraded key does not open what the old key encrypted");
     }
     context.key = upgraded.output;  // the key before need not work any more
-    return holds(context.caller.sent(), "a blob that opens what the old one encrypted");
+    return holds(context.sent(), "a blob that opens what the old one encrypted");
 }
 
 }  // namespace keymaster_check

@@ -6,6 +6,8 @@
 
 #include "keymaster_check/keymaster_check.h"
 
+#include <algorithm>
+
 #include "checks.h"
 #include "keymaster_check/report.h"
 
@@ -19,6 +21,7 @@ enum Trait : unsigned {
     kPassword = 4,
     kLargestStore = 8,
     kJudgesRoom = 16,  // it finds out whether there is room for operations
+    kLater = 32,       // it is for a saved key
 };
 
 // The function that tries a requirement.
@@ -34,8 +37,9 @@ struct Entry {
     Test test;
 };
 
-const std::vector<Entry>& entries() {
-    static const std::vector<Entry> kEntries = {
+// Those of verifyKey(), or all others.
+std::vector<Entry> entries(bool later) {
+    std::vector<Entry> all = {
         {{"key.generate", "generateKey makes a key from the seven parameters of the database key",
           "every insertion is refused with the keymaster's code"},
          {checkKeyGenerate}},
@@ -144,29 +148,25 @@ const std::vector<Entry>& entries() {
           "after some refused calls no operation can begin (-31), for the library and for "
           "other clients of the keymaster, until the system restarts"},
          {checkRefused, kNeedsKey | kJudgesRoom}},
-    };
-    return kEntries;
-}
-
-const std::vector<Entry>& laterEntries() {
-    static const std::vector<Entry> kEntries = {
         {{"later.key",
           "after a restart or an upgrade of the system, the key opens what it encrypted before; if "
           "getKeyCharacteristics asks for an upgrade (-62), upgradeKey makes a blob that needs "
           "none",
           "the store can no longer be read, and is lost"},
-         {checkLaterKey}},
+         {checkLaterKey, kLater}},
         {{"later.nonces", "no earlier nonce is used again",
           "everything returns 0, but whoever reads two versions of the store file learns "
           "the objects and can forge them"},
-         {checkLaterNonces}},
+         {checkLaterNonces, kLater}},
     };
-    return kEntries;
+    const auto is_other = [later](const Entry& entry) { return entry.test.has(kLater) != later; };
+    all.erase(std::remove_if(all.begin(), all.end(), is_other), all.end());
+    return all;
 }
 
-std::vector<Requirement> requirementsOf(const std::vector<Entry>& of) {
+std::vector<Requirement> requirementsOf(bool later) {
     std::vector<Requirement> made;
-    for (const Entry& entry : of) {
+    for (const Entry& entry : entries(later)) {
         made.push_back(entry.requirement);
     }
     return made;
@@ -203,11 +203,11 @@ Finding judged(const Entry& entry, Context& context) {
         return notTried("there is no key: see key.generate");
     }
     const Finding finding = entry.test.check(context);
-    if (!context.caller.missed().empty()) {
-        return notTried(context.caller.missed());
+    if (!context.missed().empty()) {
+        return notTried(context.missed());
     }
     const bool no_room = finding.verdict == Verdict::kBroken && entry.test.has(kJudgesRoom);
-    if (context.caller.foundNoRoom() && finding.verdict != Verdict::kHolds && !no_room) {
+    if (context.foundNoRoom() && finding.verdict != Verdict::kHolds && !no_room) {
         return notTried(
             "the keymaster has no room for another operation (-31 TOO_MANY_OPERATIONS): see "
             "ops.refused and ops.unfinished; restart the system before the next check");
@@ -216,18 +216,19 @@ Finding judged(const Entry& entry, Context& context) {
     return finding;
 }
 
-std::vector<Finding> findingsOf(const std::vector<Entry>& all, Context& context) {
+std::vector<Finding> findingsOf(Context& context, bool later) {
+    const std::vector<Entry> all = entries(later);
     const Options& options = context.options;
     std::vector<Finding> findings;
     for (const Entry& entry : all) {
         if (options.progress) {
             options.progress(entry.requirement.id, findings.size(), all.size());
         }
-        context.caller.startRequirement();
+        context.startRequirement();
         Finding finding = judged(entry, context);
         finding.id = entry.requirement.id;
         finding.consequence = consequenceOf(entry.requirement, finding);
-        const std::string slow = context.caller.endRequirement();
+        const std::string slow = context.endRequirement();
         if (!slow.empty()) {
             finding.note += (finding.note.empty() ? "slow: " : "; slow: ") + slow;
         }
@@ -246,8 +247,8 @@ Finding holds(const std::string& sent, const std::string& answered) {
 }
 
 Finding broken(Context& context, const std::string& reason, const std::string& consequence) {
-    const std::string answered = context.caller.answered() + ": " + reason;
-    return {"", Verdict::kBroken, context.caller.sent(), answered, consequence, ""};
+    const std::string answered = context.answered() + ": " + reason;
+    return {"", Verdict::kBroken, context.sent(), answered, consequence, ""};
 }
 
 Finding notTried(const std::string& reason) {
@@ -260,31 +261,29 @@ Finding refusedOrBroken(Context& context, const Answer& answer, const std::strin
         return broken(context, reason, consequence);
     }
     const std::string code = describeCode(answer.error);
-    return {"", Verdict::kNotOffered, context.caller.sent(), code, "", ""};
+    return {"", Verdict::kNotOffered, context.sent(), code, "", ""};
 }
 
 std::vector<Requirement> requirements() {
-    return requirementsOf(entries());
+    return requirementsOf(/*later=*/false);
 }
 
 std::vector<Requirement> laterRequirements() {
-    return requirementsOf(laterEntries());
+    return requirementsOf(/*later=*/true);
 }
 
 std::vector<Finding> checkKeymaster(Keymaster& keymaster, const Options& options) {
-    Caller caller(keymaster, options);
-    Context context = {keymaster, options, caller};
-    return findingsOf(entries(), context);
+    Context context(keymaster, options);
+    return findingsOf(context, /*later=*/false);
 }
 
 std::vector<Finding> verifyKey(Keymaster& keymaster, const std::string& saved,
                                const Options& options) {
-    Caller caller(keymaster, options);
-    Context context = {keymaster, options, caller};
-    readSavedKey(saved, &context.saved);
-    const std::vector<Finding> findings = findingsOf(laterEntries(), context);
+    Context context(keymaster, options);
+    context.saved = readSavedKey(saved);
+    const std::vector<Finding> findings = findingsOf(context, /*later=*/true);
     if (exitStatus(findings) != 3) {  // else one can try again
-        caller.own(context.saved.key);
+        context.own(context.saved.key);
     }
     return findings;
 }

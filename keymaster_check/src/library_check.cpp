@@ -94,7 +94,7 @@ class Story {
 
 Finding checkEndToEnd(Context& context) {
     {
-        CallbackWatch& watch = context.caller.callbacks();
+        CallbackWatch& watch = context.callbacks();
         const std::lock_guard<std::mutex> lock(watch.mutex);
         if (watch.late) {
             return notTried(
@@ -102,7 +102,7 @@ Finding checkEndToEnd(Context& context) {
                 "call.answered-once");
         }
     }
-    if (!operationBegins(context.caller, context.key) && context.caller.foundNoRoom()) {
+    if (!operationBegins(context, context.key) && context.foundNoRoom()) {
         return notTried("the library could not begin an operation");
     }
     const PrivateDirectory directory;
@@ -119,7 +119,7 @@ Finding checkEndToEnd(Context& context) {
     constexpr char kRefused[] = "insertions are refused with this code";
     constexpr char kLost[] = "stores do not survive a restart of the service";
     Bytes store;
-    Story story(context.caller, directory);
+    Story story(context, directory);
     story.step("insert an object", "0", kRefused,
                [&] { return describeCode(insert(*object, "alias_one")); });
     story.step("insert another", "0", kRefused,

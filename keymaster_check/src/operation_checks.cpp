@@ -17,33 +17,32 @@ constexpr size_t kRefusals = 33;
 }  // namespace
 
 Finding checkUnfinished(Context& context) {
-    const Run good = encrypt(context.caller, context.key, 1);
+    const Run good = encrypt(context, context.key, 1);
     const Bytes input = good.all();
-    if (!good.done() || input.empty() || !decrypt(context.caller, context.key, good).done()) {
+    if (!good.done() || input.empty() || !decrypt(context, context.key, good).done()) {
         return notTried("operations do not end well: see gcm.correct");
     }
     const Bytes damaged = altered(input, input.size() - 1);
     for (size_t i = 0; i < kOperations; ++i) {
-        context.caller.startCase();
-        if (decrypt(context.caller, context.key, good.nonce, damaged).ended == Run::End::kBegin) {
+        context.startCase();
+        if (decrypt(context, context.key, good.nonce, damaged).ended == Run::End::kBegin) {
             return broken(context, "no operation begins after " + std::to_string(i) +
                                        " that ended with an error");
         }
     }
-    context.caller.startCase();
-    if (!operationBegins(context.caller, context.key)) {
+    context.startCase();
+    if (!operationBegins(context, context.key)) {
         return broken(context, "no operation begins after 64 that ended with an error");
     }
     return holds("64 decryptions of damaged input, none aborted, then begin", "the last began");
 }
 
 Finding checkRefused(Context& context) {
-    if (!operationBegins(context.caller, context.key)) {
+    if (!operationBegins(context, context.key)) {
         // The keymaster may be full because of the begins that were refused before.
-        return !context.lost_room && context.caller.foundNoRoom() &&
-                       context.caller.refusedBegins() > 0
+        return !context.lost_room && context.foundNoRoom() && context.refusedBegins() > 0
                    ? broken(context, "no operation begins after " +
-                                         std::to_string(context.caller.refusedBegins()) +
+                                         std::to_string(context.refusedBegins()) +
                                          " begins that were refused")
                    : notTried("no operation begins: see gcm.correct");
     }
@@ -63,15 +62,15 @@ Finding checkRefused(Context& context) {
             continue;
         }
         for (size_t i = 0; i < kRefusals; ++i) {
-            context.caller.startCase();
-            const Answer answer = context.caller.begin(kind.purpose, kind.blob,
-                                                       converts ? Params() : Params(gcmParams()));
+            context.startCase();
+            const Answer answer =
+                context.begin(kind.purpose, kind.blob, converts ? Params() : Params(gcmParams()));
             if (answer.ok()) {
-                context.caller.abort(answer.handle);
+                context.abort(answer.handle);
                 break;  // it is not refused at all
             }
         }
-        if (!operationBegins(context.caller, context.key)) {
+        if (!operationBegins(context, context.key)) {
             return broken(context, "no operation begins after " + std::to_string(kRefusals) + " " +
                                        kind.what + ", which were refused");
         }
@@ -83,7 +82,7 @@ Finding checkRefused(Context& context) {
 }
 
 Finding checkAnsweredOnce(Context& context) {
-    CallbackWatch& watch = context.caller.callbacks();
+    CallbackWatch& watch = context.callbacks();
     const std::lock_guard<std::mutex> lock(watch.mutex);
     if (watch.faults.empty()) {
         return holds("all the calls above", "one reply to each, in time and on its thread");

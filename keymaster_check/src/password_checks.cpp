@@ -29,14 +29,14 @@ std::vector<KeyParameter> inputParams(const Context& context) {
 Answer convert(Context& context) {
     std::vector<KeyParameter> params = inputParams(context);
     params.push_back(param(PWHW_TAG_ENCRYPTED_KEY, context.material));
-    return context.caller.begin(PWHW_PURPOSE_TO_KEY, {}, params);
+    return context.begin(PWHW_PURPOSE_TO_KEY, {}, params);
 }
 
 // `params` are the four inputs.
 Answer convertBack(Context& context, const Bytes& tag, std::vector<KeyParameter> params) {
     params.push_back(param(PWHW_TAG_KEY, context.converted));
     params.push_back(param(PWHW_TAG_TAG, tag));
-    return context.caller.begin(PWHW_PURPOSE_TO_ENCRYPTED_KEY, {}, params);
+    return context.begin(PWHW_PURPOSE_TO_ENCRYPTED_KEY, {}, params);
 }
 
 // The outcome of password.round-trip, for requirements that build on it. They are not tried when it
@@ -83,7 +83,7 @@ Finding tryRoundTrip(Context& context) {
     if (!back.ok() || bytesOf(back.params, PWHW_TAG_ENCRYPTED_KEY) != context.material) {
         return broken(context, "the material did not come back");
     }
-    return holds(context.caller.sent(), context.caller.answered());
+    return holds(context.sent(), context.answered());
 }
 
 }  // namespace
@@ -101,7 +101,7 @@ Finding checkPasswordTagChecked(Context& context) {
         return broken(context, "there is no tag to check");
     }
     for (const size_t at : {size_t{0}, context.tag.size() - 1}) {
-        context.caller.startCase();
+        context.startCase();
         const Answer answer = convertBack(context, altered(context.tag, at), inputParams(context));
         if (!answer.arrived || answer.ok()) {
             return broken(context,
@@ -116,7 +116,7 @@ Finding checkPasswordInputsBound(Context& context) {
         return afterRoundTrip(context);
     }
     for (size_t i = 0; i < 4; ++i) {
-        context.caller.startCase();
+        context.startCase();
         std::vector<KeyParameter> params = inputParams(context);
         params[i] = param(kInputTags[i], altered(context.password_inputs[i], 0));
         const Answer answer = convertBack(context, context.tag, params);
@@ -144,30 +144,30 @@ Finding checkPasswordOutputs(Context& context) {
     const Answer back =
         convertBack(context, bytesOf(there.params, PWHW_TAG_TAG), inputParams(context));
     if (!back.ok()) {
-        return holds(context.caller.sent(),
+        return holds(context.sent(),
                      "purpose 101 as it should; nothing of purpose 102: see password.round-trip");
     }
     if (const auto wrong = wrongSizes(context, back, PWHW_TAG_ENCRYPTED_KEY, /*tag=*/false)) {
         return *wrong;
     }
-    return holds(context.caller.sent(), context.caller.answered());
+    return holds(context.sent(), context.answered());
 }
 
 Finding checkPasswordUnfinished(Context& context) {
     if (context.round_trip.verdict == Verdict::kNotOffered) {
         return context.round_trip;
     }
-    const bool has_key = !context.key.empty() && operationBegins(context.caller, context.key);
+    const bool has_key = !context.key.empty() && operationBegins(context, context.key);
     for (size_t i = 0; i < kConversions; ++i) {
-        context.caller.startCase();
+        context.startCase();
         if (convert(context).ok()) {
             continue;
         }
         return i == 0 ? notTried("no conversion: see password.round-trip")
                       : broken(context, "no conversion after " + std::to_string(i));
     }
-    context.caller.startCase();
-    if (has_key && !operationBegins(context.caller, context.key)) {
+    context.startCase();
+    if (has_key && !operationBegins(context, context.key)) {
         return broken(context, "no operation begins after 64 conversions");
     }
     return holds(has_key ? "64 times purpose 101, none aborted, then begin of an encryption"

@@ -6,9 +6,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -26,10 +27,11 @@ volatile int g_directory = -1;  // its descriptor
 bool makeDirectory() {
     const char* const named = std::getenv("TMPDIR");
     for (const char* parent : {named, "/data/local/tmp", "/tmp"}) {
-        if (parent == nullptr || *parent == '\0') {
+        char absolute[PATH_MAX];
+        if (parent == nullptr || ::realpath(parent, absolute) == nullptr) {
             continue;
         }
-        const std::string path = std::string(parent) + "/keymaster_check_XXXXXX";
+        const std::string path = std::string(absolute) + "/keymaster_check_XXXXXX";
         if (path.size() >= sizeof(g_path)) {
             continue;
         }
@@ -96,22 +98,15 @@ PrivateDirectory::~PrivateDirectory() {
 }
 
 Bytes PrivateDirectory::read(const char* name) const {
-    Bytes content;
-    const int file = ::openat(g_directory, name, O_RDONLY | O_CLOEXEC);
-    uint8_t chunk[4096];
-    for (ssize_t count = 1; file >= 0 && count > 0;) {
-        count = ::read(file, chunk, sizeof(chunk));
-        content.insert(content.end(), chunk, chunk + std::max<ssize_t>(count, 0));
-    }
-    ::close(file);
-    return content;
+    std::ifstream file(std::string(g_path) + "/" + name, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(file), {});
 }
 
 bool PrivateDirectory::write(const char* name, const Bytes& content) const {
-    const int file = ::openat(g_directory, name, O_WRONLY | O_TRUNC | O_CLOEXEC);
-    const bool written =
-        ::write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size());
-    return ::close(file) == 0 && written;
+    std::ofstream file(std::string(g_path) + "/" + name, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(content.data()),
+               static_cast<std::streamsize>(content.size()));
+    return file.flush().good();
 }
 
 }  // namespace keymaster_check

@@ -5,7 +5,7 @@
 
 #pragma once
 
-#include "format.h"
+#include "keymaster_check/client.h"
 
 namespace keymaster_check {
 

@@ -3,9 +3,8 @@
 
 // The second phase: a key that is written down, and tried again later.
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <sstream>
 
 #include "checks.h"
 #include "gcm_run.h"
@@ -18,24 +17,15 @@ constexpr size_t kNonces = 64;
 constexpr ErrorCode kRequiresUpgrade = ErrorCode::KEY_REQUIRES_UPGRADE;
 
 std::string line(const Bytes& bytes) {
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        char digits[3];
-        std::snprintf(digits, sizeof(digits), "%02x", byte);
-        text += digits;
-    }
-    return text + "\n";
+    return hex(bytes.data(), bytes.size()) + "\n";
 }
 
-// Takes a line off the front of the text; empty when it holds no bytes.
-Bytes takeLine(std::string* text) {
-    const size_t end = std::min(text->find('\n'), text->size());
+Bytes bytesOfLine(const std::string& line) {
     Bytes bytes;
-    for (size_t at = 0; at + 2 <= end; at += 2) {
+    for (size_t at = 0; at + 2 <= line.size(); at += 2) {
         bytes.push_back(
-            static_cast<uint8_t>(std::strtoul(text->substr(at, 2).c_str(), nullptr, 16)));
+            static_cast<uint8_t>(std::strtoul(line.substr(at, 2).c_str(), nullptr, 16)));
     }
-    text->erase(0, std::min(end + 1, text->size()));
     return bytes;
 }
 
@@ -66,22 +56,24 @@ std::string savedBy(const std::string& saved) {
     return saved.compare(0, head, kHead) == 0 ? saved.substr(head, saved.find('\n') - head) : "";
 }
 
-void readSavedKey(const std::string& text, SavedKey* saved) {
-    std::string rest = text;
-    takeLine(&rest);
-    SavedKey read = {takeLine(&rest), takeLine(&rest), takeLine(&rest)};
-    size_t nonces = 0;  // which may be equal
-    for (; !rest.empty(); ++nonces) {
-        read.nonces.insert(takeLine(&rest));
+SavedKey readSavedKey(const std::string& text) {
+    std::istringstream file(text);
+    std::string line;
+    std::getline(file, line);
+    std::vector<Bytes> lines;
+    while (std::getline(file, line)) {
+        lines.push_back(bytesOfLine(line));
     }
-    read.nonces.insert(read.nonce);
-    if (!savedBy(text).empty() && nonces == kNonces) {
-        *saved = read;
+    if (savedBy(text).empty() || lines.size() != kNonces + 3) {
+        return {};
     }
+    SavedKey saved = {lines[0], lines[1], lines[2], {lines.begin() + 3, lines.end()}};
+    saved.nonces.insert(saved.nonce);
+    return saved;
 }
 
 Finding checkLaterKey(Context& context) {
-    Caller& caller = context.caller;
+    Caller& caller = context;
     Bytes key = context.saved.key;
     if (key.empty()) {
         return notTried("no key was saved");
@@ -126,9 +118,9 @@ Finding checkLaterNonces(Context& context) {
         return notTried("there is no key to draw nonces with: see later.key");
     }
     for (size_t i = 0; i < kNonces; ++i) {
-        const Bytes nonce = drawNonce(context.caller, context.key);
+        const Bytes nonce = drawNonce(context, context.key);
         if (nonce.empty()) {
-            return notTried("an encryption brought no nonce: " + context.caller.answered());
+            return notTried("an encryption brought no nonce: " + context.answered());
         }
         if (!context.saved.nonces.insert(nonce).second) {
             return broken(context, "this nonce was used before");

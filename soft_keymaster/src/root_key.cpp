@@ -96,6 +96,9 @@ void createFile(const std::string& path, const Bytes& content) {
 }  // namespace
 
 Bytes loadOrCreateFile(const std::string& path, const std::function<Bytes()>& make) {
+    if (path.empty()) {
+        return make();
+    }
     std::optional<Bytes> content = readFile(path);
     if (!content) {
         createFile(path, make());

@@ -15,9 +15,10 @@
 
 namespace soft_keymaster {
 
-// The content of the file `path`. A missing file is made first, with mode 0600 and the content from
-// `make`. When several processes do so at once, one of them wins, and all get its content. Throws
-// KEYMASTER_NOT_CONFIGURED when the file can be neither read nor made.
+// The content of the file `path`; without a path, only what `make` returns. A missing file is made
+// first, with mode 0600 and the content from `make`. When several processes do so at once, one of
+// them wins, and all get its content. Throws KEYMASTER_NOT_CONFIGURED when the file can be neither
+// read nor made.
 Bytes loadOrCreateFile(const std::string& path, const std::function<Bytes()>& make);
 
 class RootKey {

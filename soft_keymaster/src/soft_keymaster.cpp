@@ -106,7 +106,8 @@ struct SoftKeymaster::State {
 
     const AttestationAuthority& authority() {
         if (!attestation) {
-            attestation.emplace(options.root_key_path + ".attest");
+            const std::string& root = options.root_key_path;
+            attestation.emplace(root.empty() ? root : root + ".attest");
         }
         return *attestation;
     }

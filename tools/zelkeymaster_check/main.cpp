@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 
 #include "zelkeymaster_operation.h"
 
@@ -113,18 +115,9 @@ int take(const char* argument, const char* value, Arguments* arguments) {
 }
 
 bool readFile(const std::string& path, std::string* text) {
-    std::FILE* const file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        return false;
-    }
-    char chunk[4096];
-    for (size_t count = 1; count > 0;) {
-        count = std::fread(chunk, 1, sizeof(chunk), file);
-        text->append(chunk, count);
-    }
-    const bool read = std::ferror(file) == 0;
-    std::fclose(file);
-    return read;
+    std::ifstream file(path, std::ios::binary);
+    text->assign(std::istreambuf_iterator<char>(file), {});
+    return file.is_open();
 }
 
 int cannot(const std::string& path) {

@@ -8,16 +8,11 @@
 #include <keymaster_check/report.h>
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
-#include <stdlib.h>
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "command_line.h"
-#include "failure.h"
 
 namespace zelkm_tool {
 namespace {
@@ -28,32 +23,9 @@ struct CheckOptions {
     size_t largest_store = 1000000;  // bytes
 };
 
-class ScratchDirectory {
-  public:
-    ScratchDirectory() {
-        path_ = (std::filesystem::temp_directory_path() / "zelkm_check_XXXXXX").string();
-        if (::mkdtemp(path_.data()) == nullptr) {
-            throw Refused(path_ + ": " + std::strerror(errno));
-        }
-    }
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
-
-// Lets `use` have a software keymaster with this fault.
+// Lets `use` have this keymaster with a fault, as after a start.
 template <typename Use>
-void withFault(const soft_keymaster::SoftKeymaster::Options& options, const std::string& name,
-               Use use) {
-    soft_keymaster::SoftKeymaster sound(options);
+void withFault(soft_keymaster::SoftKeymaster& sound, const std::string& name, Use use) {
     soft_keymaster::FaultKeymaster keymaster(sound);
     for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
         if (name == fault.name) {
@@ -63,17 +35,16 @@ void withFault(const soft_keymaster::SoftKeymaster::Options& options, const std:
     use(keymaster);
 }
 
-// Checks a keymaster with a root key of its own, which is removed afterwards: first all of it, and
-// then a saved key after an upgrade of the system. No store is touched. Returns the exit status.
+// Checks a keymaster with a root key of its own in memory: first all of it, and then a saved key
+// after an upgrade of the system. No store is touched. Returns the exit status.
 int checkKeymaster(const CheckOptions& options) {
     // The check also logs the damage that it makes on purpose. --verbose shows it.
     if (__android_log_get_minimum_priority() == ANDROID_LOG_ERROR) {
         __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
     }
     const keymaster_check::StopSignals signals;
-    const ScratchDirectory scratch;
-    soft_keymaster::SoftKeymaster::Options soft;
-    soft.root_key_path = scratch.path() + "/root.key";
+    const soft_keymaster::SoftKeymaster::Options soft;
+    soft_keymaster::SoftKeymaster sound(soft);
 
     keymaster_check::Options check;
     check.largest_store = options.largest_store;
@@ -87,15 +58,15 @@ int checkKeymaster(const CheckOptions& options) {
     std::string name;
     std::string saved;
     std::string failure;
-    withFault(soft, options.fault, [&](keymaster_check::Handle& keymaster) {
+    withFault(sound, options.fault, [&](keymaster_check::Handle& keymaster) {
         name = keymaster_check::describe(keymaster);
         findings = keymaster_check::checkKeymaster(keymaster, check);
     });
-    withFault(soft, options.fault, [&](keymaster_check::Handle& keymaster) {
+    withFault(sound, options.fault, [&](keymaster_check::Handle& keymaster) {
         saved = keymaster_check::saveKey(keymaster, &failure, check);
     });
-    ++soft.patch_level;  // the system is upgraded, and starts again
-    withFault(soft, options.fault, [&](keymaster_check::Handle& keymaster) {
+    sound.setPatchLevel(soft.patch_level + 1);  // the system is upgraded, and starts again
+    withFault(sound, options.fault, [&](keymaster_check::Handle& keymaster) {
         const auto later = keymaster_check::verifyKey(keymaster, saved, check);
         findings.insert(findings.end(), later.begin(), later.end());
     });

@@ -42,7 +42,8 @@ class SoftKeymaster : public StoreKeymaster {
         // The file of the root key, 32 random bytes. It is made with mode 0600 when it is first
         // needed. The attestation root lies beside it, under the same name with ".attest" at the
         // end. When a file cannot be read or made, every call that needs it returns
-        // KEYMASTER_NOT_CONFIGURED. The next call tries again.
+        // KEYMASTER_NOT_CONFIGURED. The next call tries again. Without a path, both are in memory
+        // only, and end with the object.
         std::string root_key_path;
         // The device's patch level, YYYYMM. A key carries the level at which it was made. An older
         // key needs upgradeKey. A newer one is an INVALID_KEY_BLOB, and an INVALID_ARGUMENT of
