@@ -28,12 +28,6 @@ struct DoctorOptions {
     bool json = false;
 };
 
-void require(bool done, const std::string& path) {
-    if (!done) {
-        throw Refused(path + ": " + std::strerror(errno));
-    }
-}
-
 // Writes a new file, and flushes it. Fails when the name is taken.
 Descriptor create(const Directory& directory, const std::string& name, const std::string& content) {
     const std::string path = directory.path() + "/" + name;
@@ -57,22 +51,27 @@ void replace(const Directory& directory, const std::string& name, const std::str
     require(::renameat(directory.fd(), fresh.c_str(), directory.fd(), name.c_str()) == 0, name);
 }
 
+// A repair changes nothing that belongs to another user than the one who repairs.
 void requireOwnership(const Evidence& evidence, const std::vector<Change>& changes) {
-    if (evidence.directory.st_uid != ::geteuid()) {
-        throw Refused(evidence.path + " belongs to another user (" +
-                      std::to_string(evidence.directory.st_uid) +
-                      "): only that user can repair it");
-    }
+    const auto require_own = [](const struct stat& status, const std::string& what,
+                                const std::string& why) {
+        if (status.st_uid != ::geteuid()) {
+            throw Refused(what + " belongs to another user (" + std::to_string(status.st_uid) +
+                          ")" + why);
+        }
+    };
+    require_own(evidence.directory, evidence.path, ": only that user can repair it");
     for (const Change& change : changes) {
         const auto found = evidence.files.find(change.file);
-        if (found != evidence.files.end() && found->second.status.st_uid != ::geteuid()) {
-            throw Refused(change.file + " belongs to another user (" +
-                          std::to_string(found->second.status.st_uid) +
-                          ") than the directory: it is not replaced");
+        if (found != evidence.files.end()) {
+            require_own(found->second.status, change.file,
+                        " than the directory: it is not replaced");
         }
     }
 }
 
+// Copies the files that the changes touch into a new folder, with their times, and returns its
+// name.
 std::string keepCopies(const Directory& directory, const Evidence& evidence,
                        const std::vector<Change>& changes) {
     const std::time_t now = std::time(nullptr);
@@ -101,6 +100,7 @@ std::string keepCopies(const Directory& directory, const Evidence& evidence,
     return name;
 }
 
+// Makes the changes in their order, through the directory's descriptor and with newly made files.
 void makeChanges(const Directory& directory, const std::vector<Change>& changes) {
     for (const Change& change : changes) {
         if (change.content) {
@@ -110,18 +110,6 @@ void makeChanges(const Directory& directory, const std::vector<Change>& changes)
         }
         flush(directory);
     }
-}
-
-// Makes the changes in their order, through the directory's descriptor and with newly made files.
-// Before, copies the files that they touch into a new folder, with their times, and returns its
-// name. Throws Refused when the directory, or a file that the changes touch, belongs to another
-// user, and at the first step that fails.
-std::string repair(const Directory& directory, const Evidence& evidence,
-                   const std::vector<Change>& changes) {
-    requireOwnership(evidence, changes);
-    const std::string copies = keepCopies(directory, evidence, changes);
-    makeChanges(directory, changes);
-    return copies;
 }
 
 Directory openDirectory(const std::string& path) {
@@ -164,7 +152,9 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
     if (options.repair && !report.diagnosis.changes.empty()) {
         const std::vector<Change> changes = report.diagnosis.changes;
         const StoreFiles repaired = applied(report.evidence.storeFiles(), changes);
-        const std::string copies = repair(directory, report.evidence, changes);
+        requireOwnership(report.evidence, changes);
+        const std::string copies = keepCopies(directory, report.evidence, changes);
+        makeChanges(directory, changes);
         report = examine(collectEvidence(directory), &trials);
         report.repaired = changes;
         report.copies = copies;

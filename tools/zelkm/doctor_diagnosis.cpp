@@ -4,6 +4,7 @@
 #include <zelkeymaster_result.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "bytes.h"
 #include "disguise.h"
@@ -60,7 +61,9 @@ class StoreDoctor {
         judgeVersions(chosen);
         judgeLeftovers();
         putStore(chosen);
-        diagnosis_.changes.insert(diagnosis_.changes.end(), removals_.begin(), removals_.end());
+        // Nothing is removed before what takes its place is there.
+        std::stable_partition(diagnosis_.changes.begin(), diagnosis_.changes.end(),
+                              [](const Change& change) { return change.content.has_value(); });
         judgeDisguises();
         diagnosis_.decrypted =
             chosen == kStore && opening_ == kKey && reading(kStore).finding.empty();
@@ -82,11 +85,8 @@ class StoreDoctor {
         diagnosis_.changes.push_back({file, content, why});
     }
     void remove(const std::string& file, const std::string& why) {
-        const bool is_known =
-            std::any_of(removals_.begin(), removals_.end(),
-                        [&](const Change& change) { return change.file == file; });
-        if (has(file) && !is_known) {
-            removals_.push_back({file, std::nullopt, why});
+        if (has(file)) {
+            diagnosis_.changes.push_back({file, std::nullopt, why});
         }
     }
 
@@ -289,7 +289,6 @@ class StoreDoctor {
     KeyTrials* const trials_;
     const std::string by_digest_;
     std::string opening_;  // the key file that decrypts the chosen store; empty when none does
-    std::vector<Change> removals_;  // the last changes
     Diagnosis diagnosis_;
 };
 
@@ -334,11 +333,41 @@ std::optional<Finding> lookAt(const std::string& name, const FileEvidence& file)
     return std::nullopt;
 }
 
-// Judges kinds, sizes, modes, owners and names.
-void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
-    const auto endsLike = [](const std::string& name, const std::string& end) {
-        return name.size() > end.size() && name.substr(name.size() - end.size()) == end;
-    };
+// What a file that the library does not use as a store or key holds: a store, or a key. Sets
+// `newer` if this may be a store that is newer than the versions of the library.
+std::optional<Finding> lookElsewhere(const std::string& name, const FileEvidence& file,
+                                     const StoreFiles& files, KeyTrials* trials, bool* newer) {
+    const std::string content = file.content.value_or("");
+    const bool is_known = std::any_of(files.begin(), files.end(),
+                                      [&](const auto& entry) { return entry.second == content; });
+    if (looksLikeStore(content)) {
+        const StoreReading reading = readStore(content, keysOf(files), trials);
+        if (!reading.reads() && reading.state != StoreReading::kNotTried) {
+            return std::nullopt;
+        }
+        *newer = *newer || !is_known;
+        return Finding{"store-elsewhere", name, reading.words};
+    }
+    if (file.may_hold_store) {
+        *newer = true;
+        return Finding{"store-elsewhere", name, file.about};
+    }
+    const auto digest = files.find(kDigest);
+    const bool is_digests = digest != files.end() && sha256(content) == digest->second;
+    const bool is_key =
+        is_digests || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK);
+    return isBlank(content) || is_known || !is_key
+               ? std::nullopt
+               : std::optional(
+                     Finding{"key-elsewhere", name,
+                             is_digests ? kDigest + " is its digest" : "the keymaster accepts it"});
+}
+
+// Judges kinds, sizes, modes, owners and names, and what lies under other names. Returns whether
+// there may be a store that is newer than the versions of the library.
+bool lookAround(const Evidence& evidence, KeyTrials* trials, std::vector<Finding>* findings) {
+    const StoreFiles files = evidence.storeFiles();
+    bool newer = false;
     if (!evidence.writable) {
         findings->push_back({"not-writable", "", "its mode, or its file system"});
     }
@@ -346,16 +375,22 @@ void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
         findings->push_back({"writable-by-others", "", "its mode: " + who});
     }
     for (const auto& [name, file] : evidence.files) {
-        if (isIn(usedNames(), name)) {
-            if (const auto finding = lookAt(name, file)) {
+        const bool is_used = isIn(usedNames(), name);
+        const auto oddity = is_used ? lookAt(name, file) : std::nullopt;
+        const auto elsewhere = isIn(storeNames(), name)
+                                   ? std::nullopt
+                                   : lookElsewhere(name, file, files, trials, &newer);
+        for (const auto& finding : {oddity, elsewhere}) {
+            if (finding) {
                 findings->push_back(*finding);
             }
-            if (file.status.st_uid != evidence.directory.st_uid) {
-                findings->push_back({"mixed-owners", name, "the directory has another owner"});
-            }
-        } else if (endsLike(name, kLeftoverSuffix)) {
+        }
+        if (is_used && file.status.st_uid != evidence.directory.st_uid) {
+            findings->push_back({"mixed-owners", name, "the directory has another owner"});
+        } else if (!is_used && std::filesystem::path(name).extension() == kLeftoverSuffix) {
             findings->push_back({"doctor-leftover", name, "its name"});
-        } else if (name.find('/') == name.npos && name.rfind(kCopiesPrefix, 0) != 0) {
+        } else if (!is_used && !elsewhere && name.find('/') == name.npos &&
+                   name.rfind(kCopiesPrefix, 0) != 0) {
             findings->push_back(
                 {"foreign-file", name, file.about.empty() ? kindOf(file.status) : file.about});
         }
@@ -363,41 +398,7 @@ void lookAround(const Evidence& evidence, std::vector<Finding>* findings) {
     if (const std::string unread = evidence.unread(); !unread.empty()) {
         findings->push_back({"not-compared", unread, "it was not read"});
     }
-}
-
-// Looks for stores and keys under other names. Returns whether there may be a store that is newer
-// than the versions here.
-bool lookElsewhere(const Evidence& evidence, const NamedKeys& keys, KeyTrials* trials,
-                   std::vector<Finding>* findings) {
-    const StoreFiles files = evidence.storeFiles();
-    const std::string* const digest = evidence.content(kDigest);
-    bool is_found = false;
-    for (const auto& [name, file] : evidence.files) {
-        const std::string content = file.content.value_or("");
-        const bool is_known = std::any_of(
-            files.begin(), files.end(), [&](const auto& entry) { return entry.second == content; });
-        if (isIn(storeNames(), name)) {
-            continue;
-        }
-        if (looksLikeStore(content)) {
-            const StoreReading reading = readStore(content, keys, trials);
-            if (reading.reads() || reading.state == StoreReading::kNotTried) {
-                findings->push_back({"store-elsewhere", name, reading.words});
-                is_found = is_found || !is_known;
-            }
-        } else if (file.may_hold_store) {
-            findings->push_back({"store-elsewhere", name, file.about});
-            is_found = true;
-        } else if (!isBlank(content) && !is_known) {
-            const bool is_digests = digest != nullptr && sha256(content) == *digest;
-            if (is_digests || (trials->canDecrypt() && trials->keyStatus(content) == ZELKM_OK)) {
-                findings->push_back(
-                    {"key-elsewhere", name,
-                     is_digests ? kDigest + " is its digest" : "the keymaster accepts it"});
-            }
-        }
-    }
-    return is_found;
+    return newer;
 }
 
 }  // namespace
@@ -415,17 +416,16 @@ StoreFiles applied(StoreFiles files, const std::vector<Change>& changes) {
 
 Diagnosis diagnose(const Evidence& evidence, KeyTrials* trials) {
     std::vector<Finding> around;
-    const StoreFiles files = evidence.storeFiles();
+    const bool elsewhere = lookAround(evidence, trials, &around);
     Diagnosis diagnosis;
     if (evidence.unread().empty()) {
-        const bool elsewhere = lookElsewhere(evidence, keysOf(files), trials, &around);
+        const StoreFiles files = evidence.storeFiles();
         diagnosis = StoreDoctor(files, elsewhere, trials).run();
         const StoreFiles repaired = applied(files, diagnosis.changes);
         if (!areSafe(diagnosis, StoreDoctor(repaired, elsewhere, trials).run())) {
             diagnosis.changes.clear();
         }
     }
-    lookAround(evidence, &around);
     diagnosis.findings.insert(diagnosis.findings.end(), around.begin(), around.end());
     return diagnosis;
 }
