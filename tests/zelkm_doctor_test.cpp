@@ -364,6 +364,7 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
         {"between the renames", [&] { interrupt(); }, {1, "replacement-interrupted", kAll}, {1, "replacement-interrupted", kAll}},
         {"the same, and cut", [&] { interrupt(), cut(STmp, later_.size() - 1); }, {1, "store-missing", kBoth}, {1, "store-missing", ""}},
         {"the same, and zeros", [&] { interrupt(), zero(STmp); }, {1, "store-missing", kBoth}, {1, "store-missing", kBoth}},
+        {"the same, and an emptied backup", [&] { interrupt(), cut(SBak, 0); }, {1, "replacement-interrupted", kAll}, {1, "replacement-interrupted", kAll}},
         {"a backup alone", [&] { drop(S); }, {1, "store-missing", k1}, {1, "store-missing", ""}},
         {"the first store, complete", [&] { drop(S), move(SBak, STmp); }, {1, "replacement-interrupted", k1}, {1, "replacement-interrupted", k1}},
         {"a part of a store", [&] { drop(S), drop(SBak), write(std::string("s/") + STmp, later_.substr(0, 60)); }, {1, "store-missing", ""}, {1, "store-missing", ""}},
@@ -429,6 +430,9 @@ TEST_F(ZelkmDoctor, JudgesAndRepairsWithoutLosingAnything) {
         {"an emptied old key", [&] { put(upgraded), cut("edbk.bak", 0); }, {1, "key-backup-mismatch", kBoth}, {1, "key-backup-mismatch", ""}},
         {"key of another device", [&] { takeKeyOf(strange); }, {3, "key-not-accepted", ""}, undecided},
         {"key made anew", [&] { takeKeyOf(other); }, {1, "store-refused", ""}, undecided},
+
+        // To remove the file that is next to the key would make the backup unreadable.
+        {"a key that only the backup needs", [&] { move(K, "edbk.tmp"), takeKeyOf(other), cut(S, 0), below(S, later_); }, {1, "key-change-unfinished", ""}, {1, "key-change-unfinished", "refused"}},
 
         // Other names, as a second copy into the same place leaves them.
         {"a newer store in a folder", [&] { cut(S, 0), below(S, later_); }, {1, "store-elsewhere", ""}, {1, "store-elsewhere", ""}},

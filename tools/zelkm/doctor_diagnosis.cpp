@@ -162,7 +162,7 @@ class StoreDoctor {
             add("backup-damaged", kBackup, r.words);
             if (r.reads()) {
                 replace(kBackup, r.image, "with its header corrected");
-            } else if (r.state == StoreReading::kDead && has(kStore)) {
+            } else if (r.state == StoreReading::kDead && (has(kStore) || !chosen.empty())) {
                 remove(kBackup, "of no use");
             }
         }
