@@ -529,21 +529,6 @@ TEST_F(ZelkmDoctor, NoChangedDirectoryIsHealthy) {
     }
 }
 
-TEST_F(ZelkmDoctor, SaysWhatItCannotDo) {
-    EXPECT_EQ(run({"doctor", "none"}).status, 2);
-    EXPECT_EQ(run({"doctor", "s/edbk"}).status, 2);
-    EXPECT_EQ(done({"doctor", "--quiet"}), "verdict: healthy\n");
-    const Outcome several = run({"doctor", "--quiet", "s", "none"});
-    EXPECT_EQ(several.out, "s: verdict: healthy\nnone: not examined\n");
-    EXPECT_EQ(several.status, 2);
-    EXPECT_TRUE(Json::parse(run({"doctor", "--json", "s", "none"}).out)[1].is_null());
-    EXPECT_EQ(run({"doctor", "--repair", ""}).status, 2);  // of a variable that is not set
-    EXPECT_NE(run({"--help"}).out.find("3  'doctor'"), std::string::npos);
-    drop(RootKey);
-    cut(S, 60);
-    EXPECT_TRUE(run({"doctor", "--repair"}).says("not repaired"));
-}
-
 // Nothing is concluded from what a user has no right to look at.
 TEST_F(ZelkmDoctor, LeavesToTheOwnerWhatOthersMayNotRead) {
     if (::geteuid() != 0) {
@@ -567,21 +552,6 @@ TEST_F(ZelkmDoctor, LeavesToTheOwnerWhatOthersMayNotRead) {
         EXPECT_EQ(outcome.says("Permission denied"), status == 2) << outcome.err;
         EXPECT_EQ(outcome.out.empty(), status == 2) << outcome.out;
     }
-}
-
-TEST_F(ZelkmDoctor, InfoShowsTheSameFacts) {
-    move("edbk", "edbk.bak");
-    write("s/edbk", "x");
-    write("s/zelko_err.1.txt", "an older line\n");
-    const std::string shown = done({"info"});
-    for (const char* words : {"does NOT match edbk: matches edbk.bak", ", 0600, ", "edbk.tmp: none",
-                              "zelko_err.1.txt: ", "  an older line"}) {
-        EXPECT_NE(shown.find(words), shown.npos) << words << '\n' << shown;
-    }
-    const Json info = Json::parse(done({"info", "--json"}));
-    EXPECT_EQ(info["key_of_digest"], "edbk.bak");
-    EXPECT_EQ(info["files"][0]["store"]["row_count"], 2);
-    EXPECT_EQ(info["files"][0]["mode"], "0600");
 }
 
 }  // namespace

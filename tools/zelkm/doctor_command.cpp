@@ -182,8 +182,8 @@ int runDoctors(const SessionOptions& session, const std::vector<std::string>& di
     std::cout << (options.json ? "[" : "");
     for (const std::string& dir : dirs) {
         const bool first = &dir == &dirs.front();
-        std::cout << (options.json ? (first ? "" : ",") : escape(dir) + ": ")
-                  << (options.json || session.quiet ? "" : "\n");
+        std::cout << (options.json ? (first ? "" : ",")
+                                   : escape(dir) + (session.quiet ? ": " : ":\n"));
         bool done = false;
         const int status = exitStatusOf([&] {
             const int result = runDoctor(withDirectory(session, dir), options);
