@@ -16,10 +16,13 @@
 
 namespace {
 
-using namespace soft_keymaster;
+using soft_keymaster::CallRecord;
+using soft_keymaster::Fault;
+using soft_keymaster::FaultKeymaster;
+using soft_keymaster::hidl_vec;
+using soft_keymaster::KeyParameter;
+using soft_keymaster::SoftKeymaster;
 using namespace test;
-
-constexpr char kStore[] = "secure_objects.db";
 
 constexpr char kRest[] = "^creator1^1000,12345^[10000..10999]^12345^^\n";
 
@@ -98,7 +101,7 @@ class DeviceCosts : public InTempDir {
                  const std::string& file_calls, const std::function<void()>& operation) {
         km_.reset();
         size_t answered = 0;
-        km_.planEachCall(Fault::alter([&answered](Answer& answer) {
+        km_.planEachCall(Fault::alter([&answered](soft_keymaster::Answer& answer) {
             answered += answer.output.size() + lengthOf(answer.params) +
                         lengthOf(answer.characteristics.softwareEnforced) +
                         lengthOf(answer.characteristics.hardwareEnforced);
@@ -112,7 +115,7 @@ class DeviceCosts : public InTempDir {
         std::vector<std::string> calls;
         for (const CallRecord& record : records) {
             sent += record.key_blob.size() + lengthOf(record.params) + record.input.size();
-            calls.push_back(callName(record.call));
+            calls.push_back(soft_keymaster::callName(record.call));
         }
         EXPECT_EQ(keymaster_calls, joined(calls)) << name;
 
@@ -197,7 +200,7 @@ TEST_F(DeviceCosts, AreTheDocumentedOnes) {
 // The transport's limit makes a store too large. Beyond it a change succeeds and discloses the
 // store, since the library takes the failed call for an answer.
 TEST_F(DeviceCosts, OutgrowTheTransportBetween17000And18000Objects) {
-    Deviation device;
+    soft_keymaster::Deviation device;
     device.transport_limit = (1 << 20) - 2 * 4096;
     for (const size_t rows : {size_t{17000}, size_t{18000}}) {
         km_.deviate({});

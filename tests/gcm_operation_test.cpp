@@ -16,8 +16,6 @@ namespace {
 using namespace test;
 using namespace android::hardware::keymaster::V4_0;
 
-constexpr char kStore[] = "secure_objects.db";
-
 std::string process(const char* call, int error) {
     return "E object: error in " + std::string(call) + " process : " + std::to_string(error);
 }

@@ -19,8 +19,6 @@ namespace {
 
 using namespace test;
 
-constexpr char kStore[] = "secure_objects.db";
-
 Lines g_flushed;
 
 int flushed(const char* how, int fd) {
@@ -229,6 +227,7 @@ TEST_F(ProtectedFile, ReplacesPrivatelyAndFlushesContentAndNames) {
         const std::filesystem::directory_iterator all("/proc/self/fd");
         return std::distance(begin(all), end(all));
     };
+    g_flushed.clear();
     const auto before = descriptors();
     ASSERT_EQ(0, update("f", "new"));
     EXPECT_EQ((Lines{"content of f.tmp",

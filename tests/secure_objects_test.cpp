@@ -24,7 +24,6 @@ using soft_keymaster::FaultKeymaster;
 using soft_keymaster::SoftKeymaster;
 using namespace test;
 
-constexpr char kStore[] = "secure_objects.db";
 const std::string kEnd(1, '\0');  // the last element of every selection
 
 class SecureObjects : public test::InTempDir {
@@ -73,7 +72,7 @@ TEST_F(SecureObjects, LiveInAnEncryptedFileThatANewProcessReads) {
     const Bytes first = stored();
     ASSERT_EQ(0, insert("k2", "u2"));
     EXPECT_EQ(stored(), image());
-    EXPECT_EQ(first, test::readFile("secure_objects.db.bak"));
+    EXPECT_EQ(first, test::readFile(kStoreBackup));
     EXPECT_EQ(std::string::npos, text(kStore).find("k1\x1Eu1\x1E"));
 
     restart();

@@ -12,8 +12,9 @@
 namespace {
 
 using test::Bytes;
+using test::kNotVerified;
+using test::kStore;
 
-const std::string kNotVerified = test::refusal(ZELKM_VERIFICATION_FAILED);
 const std::string kMalformed = test::refusal(ZELKM_MALFORMED_STORE);
 const std::string kTooLong = test::refusal(ZELKM_PAYLOAD_TOO_LONG);
 const std::string kInvalidKey = test::refusal(ZELKM_INVALID_KEY_BLOB);
@@ -76,7 +77,7 @@ TEST_F(Corruption, NoFlipOfTheStoreIsTakenForOtherData) {
             EXPECT_EQ(len == 0 ? "" : len > payload_len ? kTooLong : kNotVerified, found);
         } else {
             EXPECT_EQ(kNotVerified, found);
-            EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
+            EXPECT_EQ(files_[test::kStoreBackup], *test::readFile(kStore));
             reopen();
             EXPECT_EQ("a ", test::readAliases(*object_));
         }

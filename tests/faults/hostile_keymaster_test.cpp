@@ -22,6 +22,7 @@ using soft_keymaster::Call;
 using soft_keymaster::Fault;
 using soft_keymaster::FaultKeymaster;
 using soft_keymaster::SoftKeymaster;
+using test::kStore;
 
 struct NamedFault {
     std::string name;
@@ -124,7 +125,7 @@ class HostileKeymaster : public test::StoreFixture<SoftKeymaster> {
     void expectStoreIsWell(bool upgraded) {
         reopen();
         std::string found = test::readAliases(*object_);
-        if (found == test::refusal(ZELKM_VERIFICATION_FAILED)) {
+        if (found == test::kNotVerified) {
             reopen();  // a refused image: a further process reads the backup
             found = test::readAliases(*object_);
         }

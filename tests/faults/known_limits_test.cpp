@@ -18,8 +18,6 @@ using soft_keymaster::Call;
 using soft_keymaster::Fault;
 using namespace test;
 
-const std::string kNotVerified = refusal(ZELKM_VERIFICATION_FAILED);
-
 class KnownLimits : public test::StoreFixture<soft_keymaster::SoftKeymaster> {
   protected:
     KnownLimits() { startAfresh(); }
@@ -57,7 +55,7 @@ TEST_F(KnownLimits, RefusedEncryptionRollsAGoodFileBackAndTheNextWriteReplacesIt
     test::ObjectPeer(*other_).setImage(files_[kStore]);
     faulty_.plan(Call::kFinish, 2, Fault::error(ErrorCode::VERIFICATION_FAILED));
     EXPECT_EQ(ZELKM_VERIFICATION_FAILED, insertAlias(*other_, "c"));
-    EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
+    EXPECT_EQ(files_[kStoreBackup], *test::readFile(kStore));
     EXPECT_EQ(0, insertAlias(*other_, "d"));
     EXPECT_EQ("a b d ", readAliases(*other_));
 }
@@ -120,7 +118,7 @@ TEST_F(KnownLimits, UnreadableKeyFileIsReplaced) {
     EXPECT_EQ(files_["edbk"], *test::readFile("edbk.bak"));
 
     // The backup is refused as well, and removed when there is no older one to put in its place.
-    EXPECT_EQ(files_["secure_objects.db.bak"], *test::readFile(kStore));
+    EXPECT_EQ(files_[kStoreBackup], *test::readFile(kStore));
     EXPECT_EQ(kNotVerified, readAliases(*object_));
     EXPECT_EQ(kNotVerified, readAliases(*object_));
     EXPECT_FALSE(test::readFile(kStore).has_value());

@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
+#include "file_names.h"
 #include "temp_dir.h"
 #include "zelkeymaster_operation.h"
 
@@ -49,6 +51,9 @@ struct ZelKeymasterOperationPeer {
 };
 
 namespace test {
+
+inline constexpr auto& kStore = zelkm::kStoreFile;
+inline const std::string kStoreBackup = std::string(kStore) + zelkm::kBackupSuffix;
 
 using ObjectPeer = ZelKeymasterOperationPeer;
 

@@ -30,6 +30,8 @@ inline std::string refusal(int code) {
     return "refused with " + named(code);
 }
 
+inline const std::string kNotVerified = refusal(ZELKM_VERIFICATION_FAILED);
+
 // The aliases in the store, each followed by a blank.
 inline std::string readAliases(ZelKeymasterOperation& object) {
     SODOperationParam p;
@@ -50,7 +52,7 @@ class StoreFixture : public InTempDir {
         reopen();
         EXPECT_EQ(0, insertAlias(*object_, "a"));
         EXPECT_EQ(0, insertAlias(*object_, "b"));
-        for (const char* name : kFiles) {
+        for (const std::string& name : allFiles()) {
             if (const auto content = readFile(name)) {
                 files_[name] = *content;
             }
@@ -64,9 +66,18 @@ class StoreFixture : public InTempDir {
         return result;
     }
 
+    // The files that the library replaces, and their backups.
+    static std::vector<std::string> allFiles() {
+        std::vector<std::string> names;
+        for (const char* name : zelkm::kReplacedFiles) {
+            names.insert(names.end(), {name, name + std::string(zelkm::kBackupSuffix)});
+        }
+        return names;
+    }
+
     void startAfresh() {
         km_.setPatchLevel(options().patch_level);
-        for (const char* name : kFiles) {
+        for (const std::string& name : allFiles()) {
             std::filesystem::remove(name);
         }
         for (const auto& [name, content] : files_) {
@@ -86,11 +97,6 @@ class StoreFixture : public InTempDir {
                   object_->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out));
         clearLog();
     }
-
-    static constexpr char kStore[] = "secure_objects.db";
-    static constexpr const char* kFiles[] = {
-        "secure_objects.db", "secure_objects.db.bak", "edbk",
-        "edbk.bak",          "edbk_digest",           "edbk_digest.bak"};
 
     KeymasterType km_;
     ObjectPtr object_;

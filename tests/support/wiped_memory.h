@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Records the memory that the library wipes. One source file of a program includes this, and the
-// program is linked with --wrap=OPENSSL_cleanse.
+// Records the memory that the library wipes, in programs that are linked with
+// --wrap=OPENSSL_cleanse.
 
 #pragma once
 
@@ -35,7 +35,7 @@ extern "C" {
 
 void __real_OPENSSL_cleanse(void* data, size_t len);
 
-void __wrap_OPENSSL_cleanse(void* data, size_t len) {
+[[gnu::used]] inline void __wrap_OPENSSL_cleanse(void* data, size_t len) {
     const char* text = static_cast<const char*>(data);
     test::g_wiped.emplace_back(data, std::string(text, text + len));
     __real_OPENSSL_cleanse(data, len);
