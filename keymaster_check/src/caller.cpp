@@ -11,27 +11,17 @@
 namespace keymaster_check {
 namespace {
 
-using android::hardware::keymaster::V4_0::TagType;
-
 constexpr std::chrono::seconds kSlow(1);
 constexpr size_t kShownCalls = 6;  // so many calls of one case are shown
 
 constexpr size_t kShownBytes = 16;
 
 std::string describeValue(const KeyParameter& param) {
-    switch (static_cast<TagType>(static_cast<uint32_t>(param.tag) & 0xF0000000u)) {
-        case TagType::BYTES:
-        case TagType::BIGNUM:
-            return describe(param.blob.data(), param.blob.size());
-        case TagType::BOOL:
-            return param.f.boolValue ? "true" : "false";
-        case TagType::ULONG:
-        case TagType::ULONG_REP:
-        case TagType::DATE:
-            return std::to_string(param.f.longInteger);
-        default:
-            return std::to_string(param.f.integer);
+    if (hasBytes(param.tag)) {
+        return describe(param.blob.data(), param.blob.size());
     }
+    return typeOf(param.tag) == TagType::BOOL ? (param.f.boolValue ? "true" : "false")
+                                              : std::to_string(numberOf(param));
 }
 
 // A call that is under way. Its callback shares it.

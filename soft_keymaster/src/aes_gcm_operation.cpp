@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 namespace soft_keymaster {
 
@@ -22,37 +23,32 @@ AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
     return purpose == KeyPurpose::ENCRYPT ? AesGcm::Mode::kEncrypt : AesGcm::Mode::kDecrypt;
 }
 
-// A value that is absent, repeated or unknown counts as not given.
-BlockMode blockModeOf(const Params& params) {
-    const auto given = findSingleInteger(params, Tag::BLOCK_MODE);
-    for (const auto mode : {BlockMode::ECB, BlockMode::CBC, BlockMode::CTR, BlockMode::GCM}) {
-        if (given == static_cast<uint32_t>(mode)) {
-            return mode;
-        }
-    }
-    throw KeymasterError{ErrorCode::UNSUPPORTED_BLOCK_MODE};
-}
-
-PaddingMode paddingOf(const Params& params) {
-    const auto given = findSingleInteger(params, Tag::PADDING);
-    for (const auto padding : {PaddingMode::NONE, PaddingMode::RSA_OAEP, PaddingMode::RSA_PSS,
-                               PaddingMode::RSA_PKCS1_1_5_ENCRYPT, PaddingMode::RSA_PKCS1_1_5_SIGN,
-                               PaddingMode::PKCS7}) {
-        if (given == static_cast<uint32_t>(padding)) {
-            return padding;
-        }
-    }
-    throw KeymasterError{ErrorCode::UNSUPPORTED_PADDING_MODE};
+// The value of this tag, which must be one of these. One that is absent, repeated or unknown counts
+// as not given, and is an error.
+template <typename Enum>
+Enum oneOf(const Params& params, Tag tag, std::initializer_list<Enum> known, ErrorCode error) {
+    const auto given = findSingleInteger(params, tag);
+    const auto found = std::find_if(known.begin(), known.end(), [given](Enum value) {
+        return given == static_cast<uint32_t>(value);
+    });
+    require(found != known.end(), error);
+    return *found;
 }
 
 // Makes all checks that do not concern the nonce. Returns the tag size that was asked for, in
 // bytes.
 size_t checkParams(const Key& key, const Params& params) {
-    const BlockMode block_mode = blockModeOf(params);
+    const BlockMode block_mode = oneOf(
+        params, Tag::BLOCK_MODE, {BlockMode::ECB, BlockMode::CBC, BlockMode::CTR, BlockMode::GCM},
+        ErrorCode::UNSUPPORTED_BLOCK_MODE);
     require(hasEnum(key.characteristics, Tag::BLOCK_MODE, block_mode),
             ErrorCode::INCOMPATIBLE_BLOCK_MODE);
     require(block_mode == BlockMode::GCM, ErrorCode::UNSUPPORTED_BLOCK_MODE);
-    const PaddingMode padding = paddingOf(params);
+    const PaddingMode padding = oneOf(
+        params, Tag::PADDING,
+        {PaddingMode::NONE, PaddingMode::RSA_OAEP, PaddingMode::RSA_PSS,
+         PaddingMode::RSA_PKCS1_1_5_ENCRYPT, PaddingMode::RSA_PKCS1_1_5_SIGN, PaddingMode::PKCS7},
+        ErrorCode::UNSUPPORTED_PADDING_MODE);
     require(hasEnum(key.characteristics, Tag::PADDING, padding) && padding == PaddingMode::NONE,
             ErrorCode::INCOMPATIBLE_PADDING_MODE);
     const auto mac_length = findInteger(params, Tag::MAC_LENGTH);

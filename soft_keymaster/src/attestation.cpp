@@ -7,7 +7,7 @@
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
-#include <openssl/sha.h>
+#include <openssl/x509v3.h>
 
 #include "key_generation.h"
 #include "root_key.h"
@@ -27,11 +27,6 @@ constexpr char kIssuerName[] = "Software keymaster attestation issuer (protects 
 constexpr char kKeyName[] = "Software keymaster key";
 
 constexpr char kAttestationOid[] = "1.3.6.1.4.1.11129.2.1.17";
-constexpr char kBasicConstraintsOid[] = "2.5.29.19";
-constexpr char kKeyUsageOid[] = "2.5.29.15";
-constexpr char kSubjectKeyIdOid[] = "2.5.29.14";
-constexpr char kAuthorityKeyIdOid[] = "2.5.29.35";
-
 constexpr long kDaySeconds = 24L * 60 * 60;
 constexpr long kLifetimeSeconds = 20 * 365 * kDaySeconds;
 
@@ -44,21 +39,16 @@ NamePtr makeName(const char* common_name) {
     return name;
 }
 
-void addExtension(X509* certificate, const char* oid, bool critical, const Bytes& der) {
-    const ObjectPtr object(OBJ_txt2obj(oid, 1));
-    const OctetStringPtr value(ASN1_OCTET_STRING_new());
-    requireSsl(object != nullptr && value != nullptr &&
-               ASN1_OCTET_STRING_set(value.get(), der.data(), static_cast<int>(der.size())) == 1);
-    const ExtensionPtr extension(
-        X509_EXTENSION_create_by_OBJ(nullptr, object.get(), critical ? 1 : 0, value.get()));
+void addExtension(X509* certificate, X509_EXTENSION* made) {
+    const ExtensionPtr extension(made);
     requireSsl(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1);
 }
 
-// The identifier of a certificate's key: its SHA-1, as is usual.
-Bytes keyId(const X509* certificate) {
-    Bytes id(SHA_DIGEST_LENGTH);
-    requireSsl(X509_pubkey_digest(certificate, EVP_sha1(), id.data(), nullptr) == 1);
-    return id;
+// Adds an extension that libcrypto makes of this text.
+void addExtension(X509* certificate, const X509* issuer, int nid, const char* text) {
+    X509V3_CTX context = {};
+    X509V3_set_ctx(&context, const_cast<X509*>(issuer), certificate, nullptr, nullptr, 0);
+    addExtension(certificate, X509V3_EXT_nconf_nid(nullptr, &context, nid, text));
 }
 
 // A certificate without a signature, valid from yesterday on. Without an `issuer` it is its own
@@ -74,17 +64,12 @@ X509Ptr startCertificate(const char* subject, EVP_PKEY* public_key, const X509* 
                X509_gmtime_adj(X509_getm_notAfter(x509), kLifetimeSeconds) != nullptr &&
                X509_set_subject_name(x509, makeName(subject).get()) == 1 &&
                X509_set_pubkey(x509, public_key) == 1);
-    if (issuer == nullptr) {
-        issuer = x509;
+    X509_NAME* const issuer_name = X509_get_subject_name(issuer == nullptr ? x509 : issuer);
+    requireSsl(X509_set_issuer_name(x509, issuer_name) == 1);
+    addExtension(x509, issuer, NID_subject_key_identifier, "hash");
+    if (issuer != nullptr) {
+        addExtension(x509, issuer, NID_authority_key_identifier, "keyid");
     }
-    requireSsl(X509_set_issuer_name(x509, X509_get_subject_name(issuer)) == 1);
-
-    Bytes subject_id = {0x04, SHA_DIGEST_LENGTH};  // OCTET STRING
-    append(subject_id, keyId(x509));
-    addExtension(x509, kSubjectKeyIdOid, false, subject_id);
-    Bytes issuer_id = {0x30, SHA_DIGEST_LENGTH + 2, 0x80, SHA_DIGEST_LENGTH};  // SEQUENCE { [0] }
-    append(issuer_id, keyId(issuer));
-    addExtension(x509, kAuthorityKeyIdOid, false, issuer_id);
     return certificate;
 }
 
@@ -95,10 +80,8 @@ void sign(X509* certificate, EVP_PKEY* key) {
 X509Ptr makeAuthority(const char* subject, EVP_PKEY* public_key, const X509* issuer,
                       EVP_PKEY* issuer_key) {
     X509Ptr certificate = startCertificate(subject, public_key, issuer);
-    // SEQUENCE { cA TRUE }
-    addExtension(certificate.get(), kBasicConstraintsOid, true, {0x30, 0x03, 0x01, 0x01, 0xFF});
-    // BIT STRING: keyCertSign, cRLSign
-    addExtension(certificate.get(), kKeyUsageOid, true, {0x03, 0x02, 0x01, 0x06});
+    addExtension(certificate.get(), issuer, NID_basic_constraints, "critical,CA:TRUE");
+    addExtension(certificate.get(), issuer, NID_key_usage, "critical,keyCertSign,cRLSign");
     sign(certificate.get(), issuer_key);
     return certificate;
 }
@@ -135,9 +118,14 @@ AttestationAuthority::AttestationAuthority(const std::string& path) {
 hidl_vec<hidl_vec<uint8_t>> AttestationAuthority::certify(EVP_PKEY* key,
                                                           const Bytes& key_description) const {
     const X509Ptr leaf = startCertificate(kKeyName, key, issuer_.get());
-    // BIT STRING: digitalSignature
-    addExtension(leaf.get(), kKeyUsageOid, true, {0x03, 0x02, 0x07, 0x80});
-    addExtension(leaf.get(), kAttestationOid, false, key_description);
+    addExtension(leaf.get(), issuer_.get(), NID_key_usage, "critical,digitalSignature");
+    const ObjectPtr oid(OBJ_txt2obj(kAttestationOid, 1));
+    const OctetStringPtr description(ASN1_OCTET_STRING_new());
+    requireSsl(oid != nullptr && description != nullptr &&
+               ASN1_OCTET_STRING_set(description.get(), key_description.data(),
+                                     static_cast<int>(key_description.size())) == 1);
+    addExtension(leaf.get(),
+                 X509_EXTENSION_create_by_OBJ(nullptr, oid.get(), 0, description.get()));
     sign(leaf.get(), issuer_key_.get());
     return {toDer(leaf.get(), i2d_X509), toDer(issuer_.get(), i2d_X509),
             toDer(root_.get(), i2d_X509)};

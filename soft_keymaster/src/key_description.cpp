@@ -86,18 +86,11 @@ bool isListed(Tag tag) {
 }
 
 Bytes elementOf(const KeyParameter& param) {
-    switch (typeOf(param.tag)) {
-        case TagType::BYTES:
-            return octetString(param.blob);
-        case TagType::BOOL:
-            return element(V_ASN1_NULL, kPrimitive, {});
-        case TagType::ULONG:
-            return integer(param.f.longInteger);
-        case TagType::DATE:
-            return integer(param.f.dateTime);
-        default:
-            return integer(param.f.integer);
+    if (hasBytes(param.tag)) {
+        return octetString(param.blob);
     }
+    return typeOf(param.tag) == TagType::BOOL ? element(V_ASN1_NULL, kPrimitive, {})
+                                              : integer(numberOf(param));
 }
 
 Bytes authorizationList(const std::vector<KeyParameter>& params) {

@@ -9,31 +9,6 @@ namespace soft_keymaster {
 
 namespace {
 
-constexpr uint32_t kTypeMask = 0xF0000000u;
-
-bool isBlob(TagType type) {
-    return type == TagType::BYTES || type == TagType::BIGNUM;
-}
-
-uint64_t valueOf(const KeyParameter& param) {
-    switch (typeOf(param.tag)) {
-        case TagType::ENUM:
-        case TagType::ENUM_REP:
-        case TagType::UINT:
-        case TagType::UINT_REP:
-            return param.f.integer;
-        case TagType::ULONG:
-        case TagType::ULONG_REP:
-            return param.f.longInteger;
-        case TagType::DATE:
-            return param.f.dateTime;
-        case TagType::BOOL:
-            return param.f.boolValue ? 1 : 0;
-        default:
-            throw KeymasterError{ErrorCode::UNSUPPORTED_TAG};
-    }
-}
-
 // Takes integers and bytes off the front of a buffer.
 class Reader {
   public:
@@ -64,10 +39,6 @@ class Reader {
 };
 
 }  // namespace
-
-TagType typeOf(Tag tag) {
-    return static_cast<TagType>(static_cast<uint32_t>(tag) & kTypeMask);
-}
 
 bool hasKnownType(Tag tag) {
     return typeOf(tag) != TagType::INVALID && typeOf(tag) <= TagType::ULONG_REP;
@@ -103,11 +74,11 @@ Bytes encodeParams(const Params& params) {
     Bytes out;
     for (const KeyParameter& param : params) {
         appendBigEndian(out, static_cast<uint32_t>(param.tag), 4);
-        if (isBlob(typeOf(param.tag))) {
+        if (hasBytes(param.tag)) {
             appendBigEndian(out, param.blob.size(), 4);
             out.insert(out.end(), param.blob.begin(), param.blob.end());
         } else {
-            appendBigEndian(out, valueOf(param), 8);
+            appendBigEndian(out, numberOf(param), 8);
         }
     }
     return out;
@@ -117,7 +88,7 @@ Params decodeParams(const uint8_t* data, size_t size) {
     std::vector<KeyParameter> params;
     for (Reader reader(data, size); !reader.done();) {
         const Tag tag = static_cast<Tag>(reader.integer(4));
-        if (isBlob(typeOf(tag))) {
+        if (hasBytes(tag)) {
             const size_t length = reader.integer(4);
             const uint8_t* start = reader.bytes(length);
             params.push_back(param(tag, Bytes(start, start + length)));

@@ -15,14 +15,15 @@
 
 namespace soft_keymaster {
 
-using android::hardware::keymaster::V4_0::TagType;
-
 using keymaster_check::bytesOf;
 using keymaster_check::findParam;
+using keymaster_check::hasBytes;
+using keymaster_check::numberOf;
 using keymaster_check::param;
 using keymaster_check::Params;
+using keymaster_check::TagType;
+using keymaster_check::typeOf;
 
-TagType typeOf(Tag tag);
 // Whether the type in the tag is a known one.
 bool hasKnownType(Tag tag);
 
@@ -43,7 +44,7 @@ bool hasEnum(const Params& params, Tag tag, Enum value) {
 void appendBigEndian(Bytes& out, uint64_t value, size_t size);
 
 // Encodes a list. Each entry is its tag (4 bytes) and its value in 8 bytes; for BYTES and BIGNUM,
-// the length (4 bytes) and the bytes. Throws UNSUPPORTED_TAG for a tag without a known type.
+// the length (4 bytes) and the bytes.
 Bytes encodeParams(const Params& params);
 // Decodes such a list. Throws INVALID_KEY_BLOB when the bytes are no list.
 Params decodeParams(const uint8_t* data, size_t size);

@@ -32,8 +32,30 @@ using android::hardware::keymaster::V4_0::KeyCharacteristics;
 using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::KeyPurpose;
 using android::hardware::keymaster::V4_0::Tag;
+using android::hardware::keymaster::V4_0::TagType;
 using android::hardware::keymaster::V4_0::support::Keymaster;
 using Params = hidl_vec<KeyParameter>;
+
+inline TagType typeOf(Tag tag) {
+    return static_cast<TagType>(static_cast<uint32_t>(tag) & 0xF0000000u);
+}
+
+// Whether the value consists of bytes; else it is numberOf() the parameter.
+inline bool hasBytes(Tag tag) {
+    return typeOf(tag) == TagType::BYTES || typeOf(tag) == TagType::BIGNUM;
+}
+inline uint64_t numberOf(const KeyParameter& param) {
+    switch (typeOf(param.tag)) {
+        case TagType::BOOL:
+            return param.f.boolValue ? 1 : 0;
+        case TagType::ULONG:
+        case TagType::ULONG_REP:
+        case TagType::DATE:
+            return param.f.longInteger;
+        default:
+            return param.f.integer;
+    }
+}
 
 // The value is a number, an enumerator or a bool, or else a container of bytes.
 template <typename Value>
