@@ -25,15 +25,30 @@
 
 namespace {
 
+constexpr int kMaxDescriptors = 1024;
+
 test::Order g_order;
 long* g_count;  // shared with the children; null before the first directory
+
+// Descriptors of files that were written and not flushed. They stay open: with the power their
+// content is lost.
+bool g_unflushed[kMaxDescriptors];
+
+void losePower() {
+    for (int fd = STDERR_FILENO + 1; fd < kMaxDescriptors; ++fd) {
+        if (g_unflushed[fd] && ::ftruncate(fd, 0) != 0) {
+            ::_exit(1);
+        }
+    }
+    ::raise(SIGKILL);
+}
 
 bool fails(int error = EIO) {
     if (g_count == nullptr || ++*g_count != g_order.nth) {
         return false;
     }
     if (g_order.kills) {
-        ::raise(SIGKILL);
+        losePower();
     }
     errno = error;
     return true;
@@ -87,6 +102,18 @@ void obeyOrders() {
     ::_exit(0);
 }
 
+bool isFile(int fd) {
+    return fd > STDERR_FILENO && fd < kMaxDescriptors;
+}
+
+// Returns true.
+bool setUnflushed(int fd, bool unflushed) {
+    if (isFile(fd)) {
+        g_unflushed[fd] = unflushed;
+    }
+    return true;
+}
+
 bool openFails(int flags) {
     if ((flags & O_DIRECTORY) != 0 && g_count == nullptr) {
         obeyOrders();
@@ -131,7 +158,12 @@ FAILING(int, open, (const char* path, int flags, ...), (path, flags, 0600), open
 FAILING(int, openat, (int at, const char* path, int flags, ...), (at, path, flags, 0600),
         openFails(flags))
 FAILING(ssize_t, read, (int fd, void* data, size_t len), (fd, data, len), fails())
-FAILING(ssize_t, write, (int fd, const void* data, size_t len), (fd, data, len), fails())
+FAILING(ssize_t, write, (int fd, const void* data, size_t len), (fd, data, len),
+        fails() || !setUnflushed(fd, true))
+int close(int fd) {
+    static auto* const real = next<int(int)>("close");
+    return isFile(fd) && g_unflushed[fd] ? 0 : real(fd);
+}
 FAILING(off_t, lseek, (int fd, off_t offset, int whence), (fd, offset, whence), fails())
 FAILING(int, fstat, (int fd, struct stat* status), (fd, status), fails())
 FAILING(int, fstatat, (int at, const char* path, struct stat* status, int flags),
@@ -148,11 +180,11 @@ FAILING(int, unlink, (const char* path), (path), fails())
 FAILING(int, fchdir, (int fd), (fd), fails())
 
 // These also do nothing when they work: no state must last, and they take long.
-int fsync(int /*fd*/) {
-    return fails() ? -1 : 0;
+int fsync(int fd) {
+    return fails() || !setUnflushed(fd, false) ? -1 : 0;
 }
-int fdatasync(int /*fd*/) {
-    return fails() ? -1 : 0;
+int fdatasync(int fd) {
+    return fsync(fd);
 }
 
 }  // extern "C"

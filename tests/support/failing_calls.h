@@ -13,7 +13,7 @@ constexpr int kReports = 101;
 
 struct Order {
     long nth = 0;        // this file call or allocation fails; with 0 none does
-    bool kills = false;  // instead, this file call is not made, nor anything after it
+    bool kills = false;  // instead, this file call is not made, nor anything after it: a power cut
 };
 
 struct Report {
