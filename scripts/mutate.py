@@ -25,7 +25,7 @@ FOLDERS = {
     "common": ("zelkeymaster_objects", r"^(?!zelkm_|keymaster_check|soft_|log_|messages|platform|tool)"),
     "soft_keymaster": ("soft_keymaster", "^(soft_|keymaster_check|library|faults)"),
     "keymaster_check": ("keymaster_check", "^(keymaster_check|check_session)"),
-    "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)"),
+    "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)|_session$"),
 }
 
 SWAPS = {
@@ -131,7 +131,7 @@ class Tests:
         self.tests = {}
         for test in self.listed():
             command = test.get("command", [""])
-            if pathlib.Path(command[0]).is_relative_to(build) and re.search(pattern, test["name"]):
+            if any(build in argument for argument in command) and re.search(pattern, test["name"]):
                 properties = {p["name"]: p["value"] for p in test["properties"]}
                 variables = dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []))
                 self.tests[test["name"]] = (command, variables, properties["WORKING_DIRECTORY"])
@@ -162,7 +162,11 @@ class Tests:
     def passes(self, name):
         """Whether a test passes. One that does not must pass with the programs without a fault."""
         program = os.path.relpath(self.tests[name][0][0], self.build)
-        self.make(program, *(["tools/zelkm"] if program.startswith("tests/zelkm") else []))
+        tools = ["tools/zelkm", "tools/zelkeymaster_check"]
+        if program.startswith(".."):  # a session, which starts the programs
+            self.make(*tools)
+        else:
+            self.make(program, *(tools[:1] if program.startswith("tests/zelkm") else []))
         if not self.run(name, self.build):
             if not self.run(name, self.sound):
                 raise SystemExit(f"mutate: {name} fails without a fault")
