@@ -68,43 +68,36 @@ std::string unescape(std::string_view text) {
     return bytes;
 }
 
-size_t utf8Length(std::string_view text) {
-    if (text.empty()) {
-        return 0;
-    }
+Character firstCharacter(std::string_view text) {
     const auto at = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = at(0);
-    if (lead < 0x80) {
-        return 1;
-    }
-    const size_t len = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    const unsigned lead = text.empty() ? 0xFFU : at(0);
+    const size_t len = lead < 0x80   ? 1
+                       : lead < 0xC2 ? 0
+                       : lead < 0xE0 ? 2
+                       : lead < 0xF0 ? 3
+                       : lead < 0xF5 ? 4
+                                     : 0;
     if (len == 0 || text.size() < len) {
-        return 0;
+        return {};
     }
+    char32_t code = len == 1 ? lead : lead & (0x7FU >> len);
     for (size_t i = 1; i < len; ++i) {
         if ((at(i) & 0xC0) != 0x80) {
-            return 0;
+            return {};
         }
+        code = (code << 6) | (at(i) & 0x3FU);
     }
-    // Refuses overlong forms, surrogates, and code points that are too large.
-    const bool overlong = (lead == 0xE0 && at(1) < 0xA0) || (lead == 0xF0 && at(1) < 0x90);
-    const bool beyond = (lead == 0xED && at(1) > 0x9F) || (lead == 0xF4 && at(1) > 0x8F);
-    return overlong || beyond ? 0 : len;
+    const bool overlong = (len == 3 && code < 0x800) || (len == 4 && code < 0x10000);
+    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+    return overlong || surrogate || code > 0x10FFFF ? Character() : Character{len, code};
 }
 
-size_t shownLength(std::string_view text) {
-    const size_t len = utf8Length(text);
-    const std::string_view piece = text.substr(0, len);
-    if (len <= 1) {
-        return len == 1 && piece[0] >= 0x20 && piece[0] != 0x7F ? 1 : 0;
-    }
-    const auto within = [&](std::string_view first, std::string_view last) {
-        return piece >= first && piece <= last && piece.size() == first.size();
+bool Character::isShown() const {
+    const auto within = [&](char32_t first, char32_t last) {
+        return code >= first && code <= last;
     };
-    const bool obeyed = within("\u0080", "\u009F") || piece == "\u061C" ||
-                        within("\u200E", "\u200F") || within("\u2028", "\u202E") ||
-                        within("\u2066", "\u2069");
-    return obeyed ? 0 : len;
+    return isUtf8() && !within(0, 0x1F) && !within(0x7F, 0x9F) && code != 0x061C &&
+           !within(0x200E, 0x200F) && !within(0x2028, 0x202E) && !within(0x2066, 0x2069);
 }
 
 namespace {
@@ -114,12 +107,12 @@ namespace {
 std::string shown(std::string_view bytes, const std::map<std::string_view, std::string_view>& own) {
     std::string text;
     while (!bytes.empty()) {
-        const size_t shown_len = shownLength(bytes);
-        const size_t len = std::max<size_t>(shown_len, 1);
+        const Character character = firstCharacter(bytes);
+        const size_t len = character.isShown() ? character.len : 1;
         const auto found = own.find(bytes.substr(0, len));
         if (found != own.end()) {
             text += found->second;
-        } else if (shown_len != 0) {
+        } else if (character.isShown()) {
             text += bytes.substr(0, len);
         } else {
             text += "\\x" + hex(bytes.substr(0, 1));

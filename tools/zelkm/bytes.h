@@ -36,12 +36,18 @@ std::string escape(std::string_view bytes);
 // them. Text of escape() stays as it is.
 std::string printable(std::string_view text);
 
-// The length of the character at the start of a text if a terminal only shows it: no control
-// character, and none that changes the direction of writing or ends a line. 0 for all else.
-size_t shownLength(std::string_view text);
+// The character at the start of a text in UTF-8, or a byte that is none.
+struct Character {
+    size_t len = 1;
+    char32_t code = 0xFFFFFFFF;
 
-// The length of the UTF-8 sequence at the start of `text`; 0 when there is none.
-size_t utf8Length(std::string_view text);
+    bool isUtf8() const { return code <= 0x10FFFF; }
+
+    // Whether a terminal only shows it: no control character, and none that changes the direction
+    // of writing or ends a line.
+    bool isShown() const;
+};
+Character firstCharacter(std::string_view text);
 
 // These two copy the bytes.
 inline android::hardware::hidl_vec<uint8_t> toVec(const std::string& bytes) {

@@ -42,21 +42,8 @@ struct StackFreer {  // leaves the certificates to their owners
 };
 using StackPtr = std::unique_ptr<STACK_OF(X509), StackFreer>;
 
-// Owns what PEM_read_bio() returns.
-struct PemBlock {
-    char* name = nullptr;
-    char* header = nullptr;
-    unsigned char* data = nullptr;
-    long len = 0;
-
-    PemBlock() = default;
-    PemBlock(const PemBlock&) = delete;
-    PemBlock& operator=(const PemBlock&) = delete;
-    ~PemBlock() {
-        OPENSSL_free(name);
-        OPENSSL_free(header);
-        OPENSSL_free(data);
-    }
+struct OpenSslFree {
+    void operator()(unsigned char* data) const { OPENSSL_free(data); }
 };
 
 struct VerifyChainOptions {
@@ -81,29 +68,39 @@ std::string subjectOf(const X509Ptr& certificate) {
     return escape({text, static_cast<size_t>(len)});
 }
 
+Element elementOf(std::string der) {
+    const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+    X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+    std::string subject = certificate ? subjectOf(certificate) : "";
+    return {std::move(der), std::move(certificate), "", std::move(subject)};
+}
+
 // The CERTIFICATE blocks of a PEM text.
-std::vector<std::string> splitPem(const std::string& content, const std::string& name) {
-    std::vector<std::string> certificates;
+Chain splitPem(const std::string& content, const std::string& name) {
+    Chain chain;
     const BioPtr bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-    for (int number = 1;; ++number) {
-        PemBlock block;
-        if (PEM_read_bio(bio.get(), &block.name, &block.header, &block.data, &block.len) != 1) {
-            const bool at_end = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
-            ERR_clear_error();
-            if (!at_end) {
-                throw Refused(name + ": PEM block " + std::to_string(number) + " is damaged");
-            }
-            return certificates;
-        }
-        if (std::string(block.name) == PEM_STRING_X509) {
-            certificates.emplace_back(block.data, block.data + block.len);
-        }
+    unsigned char* data = nullptr;
+    long len = 0;
+    while (PEM_bytes_read_bio(&data, &len, nullptr, PEM_STRING_X509, bio.get(), nullptr, nullptr) ==
+           1) {
+        const std::unique_ptr<unsigned char, OpenSslFree> owner(data);
+        chain.push_back(elementOf({data, data + len}));
     }
+    if (ERR_GET_REASON(ERR_peek_last_error()) != PEM_R_NO_START_LINE) {
+        const std::string_view read =
+            std::string_view(content).substr(0, content.size() - BIO_ctrl_pending(bio.get()));
+        size_t number = 0;
+        for (size_t at = 0; (at = read.find(kPemStart, at)) != read.npos; ++at) {
+            ++number;
+        }
+        throw Refused(name + ": PEM block " + std::to_string(number) + " is damaged");
+    }
+    return chain;
 }
 
 // DER certificates that stand one after the other. Bytes that are no DER become the last one.
-std::vector<std::string> splitDer(const std::string& content) {
-    std::vector<std::string> certificates;
+Chain splitDer(const std::string& content) {
+    Chain chain;
     const auto* at = reinterpret_cast<const unsigned char*>(content.data());
     const auto* const end = at + content.size();
     while (at != end) {
@@ -111,9 +108,9 @@ std::vector<std::string> splitDer(const std::string& content) {
         if (!X509Ptr(d2i_X509(nullptr, &at, end - start))) {
             at = end;
         }
-        certificates.emplace_back(start, at);
+        chain.push_back(elementOf({start, at}));
     }
-    return certificates;
+    return chain;
 }
 
 Chain readChain(const std::vector<std::string>& files) {
@@ -121,18 +118,13 @@ Chain readChain(const std::vector<std::string>& files) {
     for (const std::string& file : files) {
         const std::string content = readInput(file);
         const bool is_pem = content.find(kPemStart) != content.npos;
-        const auto certificates = is_pem ? splitPem(content, file) : splitDer(content);
-        if (certificates.empty()) {
+        Chain found = is_pem ? splitPem(content, file) : splitDer(content);
+        if (found.empty()) {
             throw Refused(file + ": no certificate in it");
         }
-        for (const std::string& der : certificates) {
-            const std::string number = std::to_string(&der - certificates.data() + 1);
-            const auto* at = reinterpret_cast<const unsigned char*>(der.data());
-            X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-            std::string subject = certificate ? subjectOf(certificate) : "";
-            chain.push_back({der, std::move(certificate),
-                             escape(certificates.size() > 1 ? file + " #" + number : file),
-                             std::move(subject)});
+        for (size_t i = 0; i < found.size(); ++i) {
+            found[i].source = escape(found.size() > 1 ? file + " #" + std::to_string(i + 1) : file);
+            chain.push_back(std::move(found[i]));
         }
     }
     ERR_clear_error();

@@ -28,31 +28,22 @@
 namespace zelkm_tool {
 namespace {
 
-[[noreturn]] void refuse(const std::string& what) {
-    throw Refused(what + ": " + std::strerror(errno));
-}
-
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr int kMaxLinks = 40;
 constexpr gid_t kNoGroup = 65534;
 
 // Where a link leads. Throws Refused when it belongs to another user.
-std::filesystem::path followLink(const std::filesystem::path& link) {
-    const Descriptor itself(::open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status = {};
-    char target[4096];
-    const ssize_t len = itself.get() < 0 || ::fstat(itself.get(), &status) != 0
-                            ? -1
-                            : ::readlinkat(itself.get(), "", target, sizeof(target));
-    if (len < 0) {
-        refuse("directory " + link.string());
-    }
+std::filesystem::path followLink(const Descriptor& link, const struct stat& status,
+                                 const std::filesystem::path& path) {
     if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
-        throw Refused("directory " + link.string() + " is a link of another user (" +
+        throw Refused("directory " + path.string() + " is a link of another user (" +
                       std::to_string(status.st_uid) +
                       "), who can redirect it: give the directory itself");
     }
-    return link.parent_path() / std::string(target, static_cast<size_t>(len));
+    char target[4096];
+    const ssize_t len = ::readlinkat(link.get(), "", target, sizeof(target));
+    require(len >= 0, "directory " + path.string());
+    return path.parent_path() / std::string(target, static_cast<size_t>(len));
 }
 
 void requireReadable(const struct stat& status, const std::string& path) {
@@ -70,21 +61,10 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kPoll = std::chrono::milliseconds(10);
 constexpr auto kSilence = std::chrono::milliseconds(500);  // until the first note on waiting
 
-std::string firstLine(const std::string& path) {
-    std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
-    return line;
-}
-
 // Names the process that holds the lock, as far as /proc/locks tells. That list shows a file's
 // inode only, and no process of another process namespace.
-std::string holderOf(int directory) {
-    struct stat status = {};
-    if (::fstat(directory, &status) != 0) {
-        return "another process";
-    }
-    const std::string inode = ":" + std::to_string(status.st_ino);
+std::string holderOf(const Directory& directory) {
+    const std::string inode = ":" + std::to_string(directory.status().st_ino);
     std::ifstream locks("/proc/locks");
     // 1: FLOCK ADVISORY WRITE <process> <device>:<inode> 0 EOF
     for (std::string line; std::getline(locks, line);) {
@@ -94,43 +74,13 @@ std::string holderOf(int directory) {
         const bool same = file.size() > inode.size() &&
                           file.compare(file.size() - inode.size(), file.npos, inode) == 0;
         if (type == "FLOCK" && same && process != "0") {
-            const std::string name = firstLine("/proc/" + process + "/comm");
+            std::ifstream comm("/proc/" + process + "/comm");
+            std::string name;
+            std::getline(comm, name);
             return "process " + process + (name.empty() ? "" : " (" + escape(name) + ")");
         }
     }
     return "another process";
-}
-
-// False when another process holds the lock. True when the lock was taken, and also when the file
-// system has no locks.
-bool tryLock(int directory, int mode, const SessionOptions& options) {
-    if (::flock(directory, mode | LOCK_NB) == 0) {
-        return true;
-    }
-    if (errno == EWOULDBLOCK || errno == EINTR) {
-        return false;
-    }
-    note(options, "directory " + options.dir + " cannot be locked (" + std::strerror(errno) +
-                      "): take care that nothing else uses it");
-    return true;
-}
-
-void lock(int directory, int mode, const SessionOptions& options) {
-    const auto start = Clock::now();
-    bool said = false;
-    while (!tryLock(directory, mode, options)) {
-        const auto waited = Clock::now() - start;
-        if (waited >= std::chrono::seconds(options.wait)) {
-            throw Refused("directory " + options.dir + " is in use by " + holderOf(directory) +
-                          "; nothing was done (--wait sets how long to wait)");
-        }
-        if (!said && waited >= kSilence) {
-            note(options,
-                 "waiting for " + holderOf(directory) + " to leave directory " + options.dir);
-            said = true;
-        }
-        std::this_thread::sleep_for(kPoll);
-    }
 }
 
 }  // namespace
@@ -164,17 +114,15 @@ Descriptor openFolder(const std::string& path) {
         if (folder.get() >= 0) {
             return folder;
         }
-        struct stat status = {};
         const int error = errno;
-        const bool is_link = ::lstat(at.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+        struct stat status = {};
+        const Descriptor link(::open(at.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        const bool is_link = ::fstat(link.get(), &status) == 0 && S_ISLNK(status.st_mode);
         errno = error;
-        if (!is_link) {
-            refuse("directory " + path);
-        }
-        at = followLink(at);
+        require(is_link, "directory " + path);
+        at = followLink(link, status, at);
     }
-    errno = ELOOP;
-    refuse("directory " + path);
+    throw Refused("directory " + path + ": " + std::strerror(ELOOP));
 }
 
 std::string otherWriters(const struct stat& status) {
@@ -201,12 +149,12 @@ OwnersRights::OwnersRights(uid_t owner) : group_(::getegid()) {
     const gid_t group = known != nullptr ? known->pw_gid : kNoGroup;
     std::vector<gid_t> groups(known != nullptr ? 65536 : 0);
     int count = static_cast<int>(groups.size());
-    if (::getgroups(num_groups, groups_.data()) != num_groups ||
-        (known != nullptr && ::getgrouplist(known->pw_name, group, groups.data(), &count) < 0) ||
-        ::setgroups(static_cast<size_t>(count), groups.data()) != 0 || ::setegid(group) != 0 ||
-        ::seteuid(owner) != 0) {
-        refuse("acting as user " + std::to_string(owner));
-    }
+    require(::getgroups(num_groups, groups_.data()) == num_groups &&
+                (known == nullptr ||
+                 ::getgrouplist(known->pw_name, group, groups.data(), &count) >= 0) &&
+                ::setgroups(static_cast<size_t>(count), groups.data()) == 0 &&
+                ::setegid(group) == 0 && ::seteuid(owner) == 0,
+            "acting as user " + std::to_string(owner));
     active_ = true;
 }
 
@@ -224,9 +172,7 @@ Directory::Directory(const std::string& path, Descriptor fd)
 
 struct stat Directory::status() const {
     struct stat status = {};
-    if (::fstat(fd(), &status) != 0) {
-        refuse("directory " + path_);
-    }
+    require(::fstat(fd(), &status) == 0, "directory " + path_);
     return status;
 }
 
@@ -234,9 +180,7 @@ std::vector<std::string> Directory::names() const {
     const int read_from = ::openat(fd(), ".", kDirectoryFlags);
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(
         read_from < 0 ? nullptr : ::fdopendir(read_from), ::closedir);
-    if (entries == nullptr) {
-        refuse("directory " + path_);
-    }
+    require(entries != nullptr, "directory " + path_);
     std::vector<std::string> names;
     while (const dirent* entry = ::readdir(entries.get())) {
         const std::string name = entry->d_name;
@@ -253,10 +197,8 @@ std::optional<struct stat> Directory::look(const std::string& name) const {
     if (::fstatat(fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
         return status;
     }
-    if (errno == ENOENT) {
-        return std::nullopt;
-    }
-    refuse(path_ + "/" + name);
+    require(errno == ENOENT, path_ + "/" + name);
+    return std::nullopt;
 }
 
 std::optional<Descriptor> Directory::open(const std::string& name) const {
@@ -271,9 +213,7 @@ std::optional<Descriptor> Directory::open(const std::string& name) const {
     Descriptor file(
         ::openat(fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat opened = {};
-    if (file.get() < 0 || ::fstat(file.get(), &opened) != 0) {
-        refuse(path);
-    }
+    require(file.get() >= 0 && ::fstat(file.get(), &opened) == 0, path);
     requireReadable(opened, path);
     return file;
 }
@@ -285,15 +225,32 @@ std::optional<std::string> Directory::read(const std::string& name) const {
 
 Directory Directory::folder(const std::string& name) const {
     Descriptor folder(::openat(fd(), name.c_str(), kDirectoryFlags | O_NOFOLLOW));
-    if (folder.get() < 0) {
-        refuse(path_ + "/" + name);
-    }
+    require(folder.get() >= 0, path_ + "/" + name);
     return {path_ + "/" + name, std::move(folder)};
 }
 
 DirectoryLock::DirectoryLock(const Directory& directory, const SessionOptions& options, Mode mode)
     : directory_(directory.fd()) {
-    lock(directory_, mode == Mode::kShared ? LOCK_SH : LOCK_EX, options);
+    const auto start = Clock::now();
+    bool said = false;
+    while (::flock(directory_, (mode == Mode::kShared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {  // a file system without locks
+            note(options, "directory " + options.dir + " cannot be locked (" +
+                              std::strerror(errno) + "): take care that nothing else uses it");
+            return;
+        }
+        const auto waited = Clock::now() - start;
+        if (waited >= std::chrono::seconds(options.wait)) {
+            throw Refused("directory " + options.dir + " is in use by " + holderOf(directory) +
+                          "; nothing was done (--wait sets how long to wait)");
+        }
+        if (!said && waited >= kSilence) {
+            note(options,
+                 "waiting for " + holderOf(directory) + " to leave directory " + options.dir);
+            said = true;
+        }
+        std::this_thread::sleep_for(kPoll);
+    }
 }
 
 DirectoryLock::~DirectoryLock() {

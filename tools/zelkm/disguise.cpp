@@ -133,12 +133,12 @@ const Container* containerOf(std::string_view bytes) {
 
 bool hasReplacements(std::string_view bytes) {
     bool found = false;
-    for (size_t len = 0; !bytes.empty(); bytes.remove_prefix(len)) {
-        len = utf8Length(bytes);
-        if (len == 0) {
+    for (Character character; !bytes.empty(); bytes.remove_prefix(character.len)) {
+        character = firstCharacter(bytes);
+        if (!character.isUtf8()) {
             return false;
         }
-        found = found || bytes.substr(0, len) == "\uFFFD";
+        found = found || character.code == 0xFFFD;
     }
     return found;
 }

@@ -106,25 +106,25 @@ FreshFiles::~FreshFiles() {
     }
 }
 
-std::string& FreshFiles::add(const std::string& path, Access access, Existing existing) {
+std::string& FreshFiles::add(const std::string& path, Access access) {
     if (path == "-") {
-        files_.push_back({path, "", existing, Descriptor(-1), Descriptor(STDOUT_FILENO)});
+        files_.push_back({path, "", access, Descriptor(-1), Descriptor(STDOUT_FILENO)});
         return files_.back().content;
     }
     const std::filesystem::path whole = path;
     const Descriptor folder(::open(whole.has_parent_path() ? whole.parent_path().c_str() : ".",
                                    O_PATH | O_DIRECTORY | O_CLOEXEC));
     require(folder.get() >= 0, path);
-    return addIn(folder, whole.filename().string(), path, access, existing);
+    return addIn(folder, whole.filename().string(), path, access);
 }
 
 std::string& FreshFiles::addIn(const Descriptor& folder, const std::string& name,
-                               const std::string& path, Access access, Existing existing) {
+                               const std::string& path, Access access) {
     if (const auto status = look(folder, name.empty() ? "." : name)) {
         if (!S_ISREG(status->st_mode)) {
             throw Refused(path + ": exists and is not a regular file; nothing was written");
         }
-        if (existing == Existing::kRefuse) {
+        if (access == Access::kNewKey) {
             throw Refused(path + " already holds a key: use it with --key, or move it away");
         }
     }
@@ -132,11 +132,11 @@ std::string& FreshFiles::addIn(const Descriptor& folder, const std::string& name
     Descriptor own_folder(::fcntl(folder.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     require(own_folder.get() >= 0, path);
     // In the list before it is made, so that the destructor removes it in any case.
-    files_.push_back({path, name, existing, std::move(own_folder), Descriptor(-1), temporary});
+    files_.push_back({path, name, access, std::move(own_folder), Descriptor(-1), temporary});
     File& file = files_.back();
     file.file = Descriptor(::openat(folder.get(), temporary.c_str(),
                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                    access == Access::kOwnerOnly ? 0600 : 0666));
+                                    access == Access::kEverybody ? 0666 : 0600));
     require(file.file.get() >= 0, path);
     return file.content;
 }
@@ -174,7 +174,7 @@ void FreshFiles::place(File* file) {
     if (file->temporary.empty()) {
         return;
     }
-    if (file->existing == Existing::kReplace && look(file->folder, file->name)) {
+    if (file->access != Access::kNewKey && look(file->folder, file->name)) {
         file->aside = besides(file->name);
         if (renameToFreeName(file->folder, file->name, file->aside) != 0) {
             file->aside.clear();

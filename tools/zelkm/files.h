@@ -57,15 +57,13 @@ Descriptor openInput(const std::string& path);
 // The content of a file, or of standard input for "-". Throws Refused.
 std::string readInput(const std::string& path);
 
-enum class Access { kOwnerOnly, kEverybody };
+// Who may read an output. A new key is the owner's only, and never replaces a file.
+enum class Access { kEverybody, kOwnerOnly, kNewKey };
 
 // The output files of a command. Each is written through the descriptor of the file that this
 // object has made, so that nothing reaches a file that somebody else has put in its place.
 class FreshFiles {
   public:
-    // What happens to a file that is there. A key is never replaced.
-    enum class Existing { kReplace, kRefuse };
-
     FreshFiles() = default;
     // Leaves everything as it was, unless commit() was called.
     ~FreshFiles();
@@ -76,11 +74,10 @@ class FreshFiles {
     // Makes a temporary file beside `path`; "-" is standard output. Returns the content to write,
     // which the caller fills before commit(). Throws Refused when that fails, or when `path` exists
     // and is no regular file; nothing is written through a link.
-    std::string& add(const std::string& path, Access access,
-                     Existing existing = Existing::kReplace);
+    std::string& add(const std::string& path, Access access);
     // The same for a name in an open folder; `path` is for messages.
     std::string& addIn(const Descriptor& folder, const std::string& name, const std::string& path,
-                       Access access, Existing existing = Existing::kReplace);
+                       Access access);
 
     // Writes the contents, and gives all files their names. When one step fails, every name is as
     // it was before, and Refused is thrown.
@@ -90,7 +87,7 @@ class FreshFiles {
     struct File {
         std::string path;
         std::string name;  // empty for standard output
-        Existing existing;
+        Access access;
         Descriptor folder;
         Descriptor file;
         std::string temporary = "";  // its name, until it is placed

@@ -31,7 +31,7 @@ std::string importProblem(const Row& values, bool as_is) {
         if (values[i].empty() && i < 2 && !as_is) {
             return column + " is missing";
         }
-        const auto reason = givenValueProblem(column, values[i], as_is);
+        const auto reason = storedValueProblem(column, values[i], as_is);
         if (!values[i].empty() && reason) {
             return column + ": " + *reason;
         }

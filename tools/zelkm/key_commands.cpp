@@ -117,8 +117,7 @@ void makeCsr(const SessionOptions& session_options, const KeyOptions& options) {
     FreshFiles outputs;
     std::string& output = outputs.add(options.out, Access::kEverybody);
     std::string* const new_key =
-        options.key ? nullptr
-                    : &outputs.add(new_key_file, Access::kOwnerOnly, FreshFiles::Existing::kRefuse);
+        options.key ? nullptr : &outputs.add(new_key_file, Access::kNewKey);
     hidl_vec<uint8_t> request;
     {
         Session session(session_options, Session::Use::kKeymasterOnly);
@@ -145,9 +144,7 @@ void attestKey(const SessionOptions& session_options, const KeyOptions& options)
     FreshFiles outputs;
     const std::string new_key_file = out_dir / kNewKeyFile;
     std::string* const new_key =
-        options.key ? nullptr
-                    : &outputs.addIn(folder, kNewKeyFile, new_key_file, Access::kOwnerOnly,
-                                     FreshFiles::Existing::kRefuse);
+        options.key ? nullptr : &outputs.addIn(folder, kNewKeyFile, new_key_file, Access::kNewKey);
     std::vector<keymaster_check::Bytes> chain;
     {
         Session session(session_options, Session::Use::kKeymasterOnly);

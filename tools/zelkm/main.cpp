@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <iostream>
 #include <new>
+#include <regex>
 #include <streambuf>
 #include <string_view>
 
@@ -71,7 +72,7 @@ class ShownText : public std::streambuf {
     // Takes the place of the stream's buffer until it is destroyed.
     explicit ShownText(std::ostream& stream) : stream_(stream), behind_(stream.rdbuf(this)) {}
     ~ShownText() override {
-        passOn(pending_.size());
+        passOn();
         stream_.rdbuf(behind_);
     }
     ShownText(const ShownText&) = delete;
@@ -79,26 +80,18 @@ class ShownText : public std::streambuf {
 
   protected:
     int_type overflow(int_type c) override {
-        const char byte = traits_type::to_char_type(c);
-        return traits_type::eq_int_type(c, traits_type::eof()) || xsputn(&byte, 1) == 1
-                   ? traits_type::not_eof(c)
-                   : traits_type::eof();
+        pending_ += traits_type::to_char_type(c);
+        return c == '\n' && !passOn() ? traits_type::eof() : c;
     }
 
-    std::streamsize xsputn(const char* text, std::streamsize len) override {
-        pending_.append(text, static_cast<size_t>(len));
-        const size_t last_line = pending_.rfind('\n');
-        return last_line == pending_.npos || passOn(last_line + 1) ? len : 0;
-    }
-
-    int sync() override { return passOn(pending_.size()) && behind_->pubsync() == 0 ? 0 : -1; }
+    int sync() override { return passOn() && behind_->pubsync() == 0 ? 0 : -1; }
 
   private:
     // Throws nothing, even without memory: streams also flush in destructors.
-    bool passOn(size_t len) {
+    bool passOn() {
         try {
-            const std::string shown = printable(std::string_view(pending_).substr(0, len));
-            pending_.erase(0, len);
+            const std::string shown = printable(pending_);
+            pending_.clear();
             const auto shown_len = static_cast<std::streamsize>(shown.size());
             return behind_->sputn(shown.data(), shown_len) == shown_len;
         } catch (const std::bad_alloc&) {
@@ -123,10 +116,8 @@ void refuseEmptyValues(int argc, char** argv) {
 
 // Why the text is no patch level; empty when it is one.
 std::string patchLevelProblem(std::string& text) {
-    const bool digits = text.size() == 6 && text.find_first_not_of("0123456789") == text.npos;
-    const bool fits =
-        digits && text >= "200001" && text.substr(4) >= "01" && text.substr(4) <= "12";
-    return fits ? "" : "a patch level is a year and a month, YYYYMM";
+    static const std::regex level("[2-9][0-9]{3}(0[1-9]|1[0-2])");
+    return std::regex_match(text, level) ? "" : "a patch level is a year and a month, YYYYMM";
 }
 
 // Where to read on after a wrong command line: the help of the command that it has.

@@ -44,7 +44,7 @@ struct ObjectOptions {
 };
 
 void checkValue(const std::string& option, size_t column, const std::string& value, bool as_is) {
-    if (const auto reason = givenValueProblem(kColumnNames[column], value, as_is)) {
+    if (const auto reason = storedValueProblem(kColumnNames[column], value, as_is)) {
         throw WrongUsage(option + ": " + *reason);
     }
 }

@@ -4,10 +4,11 @@
 #include "object_reader.h"
 
 #include <algorithm>
-#include <istream>
+#include <cstddef>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <streambuf>
+#include <sstream>
 #include <utility>
 
 #include "bytes.h"
@@ -26,11 +27,6 @@ std::string upper(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
     return text;
-}
-
-size_t columnNumber(const std::string& name) {
-    return static_cast<size_t>(std::find(kColumnNames.begin(), kColumnNames.end(), name) -
-                               kColumnNames.begin());
 }
 
 struct Record {
@@ -245,36 +241,18 @@ class JsonObjects : public nlohmann::json_sax<nlohmann::json> {
     std::string problem_;
 };
 
-// A text as a stream that tells how much of it was read.
-class TextBuffer : public std::streambuf {
-  public:
-    explicit TextBuffer(std::string_view text) {
-        char* const start = const_cast<char*>(text.data());
-        setg(start, start, start + text.size());
-    }
-    size_t numRead() const { return static_cast<size_t>(gptr() - eback()); }
-};
-
 // Reads objects that stand one after the other, usually one in each line.
 void readJsonObjects(std::string_view text, const ObjectVisitor& visit) {
     JsonObjects objects(0, visit);
-    size_t line = 1;
-    const auto skip = [&](size_t len) {
-        const std::string_view skipped = text.substr(0, len);
-        line += static_cast<size_t>(std::count(skipped.begin(), skipped.end(), '\n'));
-        text.remove_prefix(skipped.size());
-    };
-    for (;;) {
-        skip(text.find_first_not_of(kJsonBlanks));
-        if (text.empty()) {
-            return;
-        }
+    std::istringstream stream{std::string(text)};
+    const char* counted = text.data();
+    for (ptrdiff_t line = 1; (stream >> std::ws).peek() != EOF;) {
+        const char* const at = text.data() + stream.tellg();
+        line += std::count(counted, at, '\n');
+        counted = at;
         objects.setPlace("line " + std::to_string(line));
-        TextBuffer buffer(text);
-        std::istream stream(&buffer);
         nlohmann::json::sax_parse(stream, &objects, nlohmann::json::input_format_t::json,
                                   /*strict=*/false);
-        skip(buffer.numRead());
     }
 }
 

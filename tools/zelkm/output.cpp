@@ -30,18 +30,15 @@ constexpr char kEllipsis[] = "\xE2\x80\xA6";
 
 // The width of a character in columns: two for most characters of East Asia and for emoji, none for
 // combining characters.
-size_t widthOf(std::string_view character) {
+size_t widthOf(char32_t code) {
     // Values are UTF-8 whatever the user's locale is. Without this locale every character counts as
     // one column.
     static const locale_t utf8 = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    if (character.size() == 1 || utf8 == nullptr) {
+    if (code < 0x80 || utf8 == nullptr) {
         return 1;
     }
     const locale_t before = ::uselocale(utf8);
-    wchar_t code = 0;
-    mbstate_t state = {};
-    const bool known = ::mbrtowc(&code, character.data(), character.size(), &state) <= 4;
-    const int width = known ? ::wcwidth(code) : 1;
+    const int width = ::wcwidth(static_cast<wchar_t>(code));
     ::uselocale(before);
     return width < 0 ? 1 : static_cast<size_t>(width);
 }
@@ -55,23 +52,23 @@ struct Fitting {
 Fitting fit(std::string_view text, size_t width) {
     Fitting result = {};
     while (result.len < text.size()) {
-        const size_t len = std::max<size_t>(utf8Length(text.substr(result.len)), 1);
-        const size_t more = widthOf(text.substr(result.len, len));
+        const Character character = firstCharacter(text.substr(result.len));
+        const size_t more = widthOf(character.code);
         if (result.width + more > width) {
             break;
         }
-        result = {result.len + len, result.width + more};
+        result = {result.len + character.len, result.width + more};
     }
     return result;
 }
 
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
-        const size_t len = utf8Length(text);
-        if (len == 0) {
+        const Character character = firstCharacter(text);
+        if (!character.isUtf8()) {
             return false;
         }
-        text.remove_prefix(len);
+        text.remove_prefix(character.len);
     }
     return true;
 }
@@ -135,15 +132,15 @@ size_t widthLimit(const std::vector<size_t>& widths, size_t line_width) {
 
 std::string jsonText(std::string_view json) {
     std::string text;
-    while (!json.empty()) {
-        const std::string character(json.substr(0, std::max<size_t>(utf8Length(json), 1)));
-        if (character == "\n" || shownLength(json) != 0) {
-            text += character;
+    for (Character character; !json.empty(); json.remove_prefix(character.len)) {
+        character = firstCharacter(json);
+        const std::string piece(json.substr(0, character.len));
+        if (piece == "\n" || character.isShown()) {
+            text += piece;
         } else {
-            const std::string quoted = nlohmann::json(character).dump(-1, ' ', true);
+            const std::string quoted = nlohmann::json(piece).dump(-1, ' ', true);
             text += quoted.substr(1, quoted.size() - 2);
         }
-        json.remove_prefix(character.size());
     }
     return text;
 }

@@ -20,23 +20,43 @@ constexpr char kRowEnd = '\n';
 
 constexpr struct {
     char byte;
-    bool is_writable;
     const char* reason;
 } kForbiddenBytes[] = {
-    {0x1F, false, "it would end the quoted value"},
-    {kFieldEnd, false, "it separates the values of a stored row"},
-    {kRowEnd, true, "it separates the rows of a result"},
-    {'\0', true, "it ends the store's text"},
+    {0x1F, "it would end the quoted value"},
+    {kFieldEnd, "it separates the values of a stored row"},
+    {kRowEnd, "it separates the rows of a result"},
+    {'\0', "it ends the store's text"},
 };
+constexpr size_t kUnwritable = 2;  // the first of them cannot be stored at all
 
-std::optional<std::string> findByte(std::string_view value, bool is_writable) {
+std::optional<std::string> findByte(std::string_view value, size_t num_forbidden) {
+    if (!value.empty() && value.front() == ',') {
+        return "byte 1 is ',': a quoted value cannot begin with it";
+    }
     for (size_t i = 0; i < value.size(); ++i) {
-        for (const auto& forbidden : kForbiddenBytes) {
-            if (value[i] == forbidden.byte && is_writable == forbidden.is_writable) {
+        for (size_t k = 0; k < num_forbidden; ++k) {
+            if (value[i] == kForbiddenBytes[k].byte) {
                 return "byte " + std::to_string(i + 1) + " is 0x" + hex(value.substr(i, 1)) + ": " +
-                       forbidden.reason;
+                       kForbiddenBytes[k].reason;
             }
         }
+    }
+    return std::nullopt;
+}
+
+// The reason why a value does not work in a condition, or in a result that is read line by line.
+std::optional<std::string> valueProblem(std::string_view value) {
+    if (value.empty()) {
+        return "the value is empty";
+    }
+    if (auto reason = findByte(value, std::size(kForbiddenBytes))) {
+        return reason;
+    }
+    const size_t conjunction = value.find(" AND ");
+    if (conjunction != value.npos) {
+        return "bytes " + std::to_string(conjunction + 1) + " to " +
+               std::to_string(conjunction + 5) +
+               " are \" AND \": a condition with this value would end there";
     }
     return std::nullopt;
 }
@@ -45,15 +65,13 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Takes the digits of a bound off the front of the text, if there are any. False when the number
-// does not fit 32 bits.
-bool takeBound(std::string_view* text, uint32_t* bound) {
-    const size_t len =
-        static_cast<size_t>(std::find_if_not(text->begin(), text->end(), isDigit) - text->begin());
-    const std::string_view digits = text->substr(0, len);
-    const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), *bound);
-    text->remove_prefix(len);
-    return len == 0 || parsed.ec == std::errc();
+// Takes a bound off the front of the text. It is `missing` when there are no digits, and nothing
+// when the number does not fit 32 bits.
+std::optional<uint32_t> takeBound(std::string_view* text, uint32_t missing) {
+    uint32_t bound = missing;
+    const auto parsed = std::from_chars(text->data(), text->data() + text->size(), bound);
+    text->remove_prefix(static_cast<size_t>(parsed.ptr - text->data()));
+    return parsed.ec == std::errc::result_out_of_range ? std::nullopt : std::optional(bound);
 }
 
 bool take(std::string_view* text, std::string_view expected) {
@@ -64,19 +82,32 @@ bool take(std::string_view* text, std::string_view expected) {
 
 // Takes the rest of a range off the text; its "[" is gone already. Returns why it is no range.
 std::optional<std::string> takeRange(std::string_view* text) {
-    uint32_t low = 0;
-    uint32_t high = std::numeric_limits<uint32_t>::max();
-    const bool low_fits = takeBound(text, &low);
+    const std::optional<uint32_t> low = takeBound(text, 0);
     const bool dots = take(text, "..");
-    const bool high_fits = takeBound(text, &high);
+    const std::optional<uint32_t> high = takeBound(text, std::numeric_limits<uint32_t>::max());
     if (!dots || !take(text, "]")) {
         return "[ begins a range, [lo..hi] with decimal numbers";
     }
-    if (!low_fits || !high_fits) {
+    if (!low || !high) {
         return "a bound of a range has at most 32 bits, 4294967295";
     }
-    if (low > high) {
+    if (*low > *high) {
         return "the range is empty: its bounds are reversed";
+    }
+    return std::nullopt;
+}
+
+// The reason why an item of a list in `column`, ADMIN or ACCESSOR, is probably a slip: it has a
+// blank at an end, or it never matches.
+std::optional<std::string> listProblem(std::string_view column, std::string_view list) {
+    for (const std::string_view item : split(list, ',')) {
+        const std::string shown = "item '" + escape(item) + "': ";
+        if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
+            return shown + "the blank would be part of the name";
+        }
+        if (const auto reason = column == "ACCESSOR" ? patternProblem(item) : std::nullopt) {
+            return shown + "nobody would ever match: " + *reason;
+        }
     }
     return std::nullopt;
 }
@@ -98,34 +129,13 @@ std::string allColumns() {
 
 }  // namespace
 
-bool isColumn(std::string_view name) {
-    return std::find(kColumnNames.begin(), kColumnNames.end(), name) != kColumnNames.end();
+size_t columnNumber(std::string_view name) {
+    return static_cast<size_t>(std::find(kColumnNames.begin(), kColumnNames.end(), name) -
+                               kColumnNames.begin());
 }
 
 std::optional<std::string> bytesProblem(std::string_view value) {
-    if (!value.empty() && value.front() == ',') {
-        return "byte 1 is ',': a quoted value cannot begin with it";
-    }
-    return findByte(value, /*is_writable=*/false);
-}
-
-std::optional<std::string> valueProblem(std::string_view value) {
-    if (value.empty()) {
-        return "the value is empty";
-    }
-    if (auto reason = bytesProblem(value)) {
-        return reason;
-    }
-    if (auto reason = findByte(value, /*is_writable=*/true)) {
-        return reason;
-    }
-    const size_t conjunction = value.find(" AND ");
-    if (conjunction != value.npos) {
-        return "bytes " + std::to_string(conjunction + 1) + " to " +
-               std::to_string(conjunction + 5) +
-               " are \" AND \": a condition with this value would end there";
-    }
-    return std::nullopt;
+    return findByte(value, kUnwritable);
 }
 
 std::optional<std::string> patternProblem(std::string_view pattern) {
@@ -148,28 +158,17 @@ std::optional<std::string> patternProblem(std::string_view pattern) {
     return std::nullopt;
 }
 
-std::optional<std::string> listProblem(std::string_view column, std::string_view list) {
-    for (const std::string_view item : split(list, ',')) {
-        const std::string shown = "item '" + escape(item) + "': ";
-        if (!item.empty() && (item.front() == ' ' || item.back() == ' ')) {
-            return shown + "the blank would be part of the name";
-        }
-        if (const auto reason = column == "ACCESSOR" ? patternProblem(item) : std::nullopt) {
-            return shown + "nobody would ever match: " + *reason;
-        }
+std::optional<std::string> storedValueProblem(std::string_view column, std::string_view value,
+                                              bool as_is) {
+    if (as_is && !value.empty()) {
+        return bytesProblem(value);
     }
-    return std::nullopt;
-}
-
-std::optional<std::string> storedValueProblem(std::string_view column, std::string_view value) {
     // A condition with the value "*" matches every object, so this object could not be asked for
     // alone.
     if (value == "*" && column != "ACCESSOR") {
         return "the value is '*': a condition with this value matches every object";
     }
-    const bool is_number = !value.empty() && std::all_of(value.begin(), value.end(), [](char c) {
-        return c >= '0' && c <= '9';
-    });
+    const bool is_number = !value.empty() && std::all_of(value.begin(), value.end(), isDigit);
     if (column == "CREATOR_UID" && !is_number) {
         return "a uid is a decimal number";
     }
@@ -177,11 +176,6 @@ std::optional<std::string> storedValueProblem(std::string_view column, std::stri
         return reason;
     }
     return column == "ADMIN" || column == "ACCESSOR" ? listProblem(column, value) : std::nullopt;
-}
-
-std::optional<std::string> givenValueProblem(std::string_view column, std::string_view value,
-                                             bool as_is) {
-    return as_is && !value.empty() ? bytesProblem(value) : storedValueProblem(column, value);
 }
 
 Condition parseCondition(std::string_view text) {
@@ -223,7 +217,7 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
         if (careless) {
             continue;
         }
-        if (!isColumn(condition.column)) {
+        if (columnNumber(condition.column) == kColumnNames.size()) {
             throw WrongUsage("unknown column " + condition.column +
                              ": the store would skip the condition, so that every object matches; "
                              "the columns are " +
@@ -254,7 +248,7 @@ std::vector<std::string> parseColumns(std::string_view text) {
     }
     for (const std::string_view each : split(text, ',')) {
         const std::string name(each);
-        if (!isColumn(name)) {
+        if (columnNumber(name) == kColumnNames.size()) {
             throw WrongUsage("unknown column '" + escape(name) + "'; the columns are " +
                              allColumns());
         }

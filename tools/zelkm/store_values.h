@@ -25,31 +25,22 @@ static_assert(!kColumnNames.back().empty(), "a column of the library has no name
 
 inline constexpr char kPrivileged[] = "1";  // what the library writes to PRIV_ACC
 
-bool isColumn(std::string_view name);
+// The place of a column in that order; the number of columns when the name is none.
+size_t columnNumber(std::string_view name);
 
 // The reason why the library cannot write `value`, with the byte at fault. Nothing when it can, or
 // when the value is empty.
 std::optional<std::string> bytesProblem(std::string_view value);
 
-// The same for a value that must also work in a condition, and in a result that is read line by
-// line. An empty value is refused as well.
-std::optional<std::string> valueProblem(std::string_view value);
-
-// The same for a value of `column`. Also refuses values that no condition can ask for, and list
-// items that never match.
-std::optional<std::string> storedValueProblem(std::string_view column, std::string_view value);
-
-// storedValueProblem(), or with `as_is` only the reason why the value cannot be written.
-std::optional<std::string> givenValueProblem(std::string_view column, std::string_view value,
-                                             bool as_is);
+// The reason why `value` is not to be stored in `column`: the library cannot write it, no condition
+// can ask for it, or it is a list with an item that never matches. With `as_is` only the first
+// counts. An empty value is refused in any case.
+std::optional<std::string> storedValueProblem(std::string_view column, std::string_view value,
+                                              bool as_is = false);
 
 // The reason why no subject can ever match this item of ACCESSOR. Nothing when a subject can, or
 // when the item is empty. The subject "*", which matches everything, does not count.
 std::optional<std::string> patternProblem(std::string_view pattern);
-
-// The reason why an item of a list in `column`, ADMIN or ACCESSOR, is probably a slip: it has a
-// blank at an end, or it never matches. Nothing when no item is.
-std::optional<std::string> listProblem(std::string_view column, std::string_view list);
 
 // A condition, COLUMN=VALUE, as the user wrote it.
 struct Condition {
@@ -58,8 +49,7 @@ struct Condition {
     std::string value;
 };
 
-// Throws WrongUsage when `text` has no column or no operator, or when valueProblem() refuses the
-// value.
+// Throws WrongUsage when `text` has no column or no operator, or a value that would not work there.
 Condition parseCondition(std::string_view text);
 
 // Throws WrongUsage for conditions that would not do what they seem to do. Always: two on one
