@@ -11,7 +11,7 @@ seconds=${1:?usage: fuzz.sh SECONDS [TARGET...]}
 shift
 targets=("$@")
 if [[ ${#targets[@]} -eq 0 ]]; then
-    for seeds in fuzz/seeds/*/; do targets+=("$(basename "$seeds")"); done
+    for dictionary in fuzz/dictionaries/*.dict; do targets+=("$(basename "$dictionary" .dict)"); done
 fi
 
 scripts/setup.sh clang libclang-rt-dev
@@ -21,7 +21,7 @@ cmake --build --preset fuzz --target fuzz/all
 run() {
     local name=$1 log=build/fuzz/$1.log
     mkdir -p "build/fuzz/corpus/$name" build/fuzz/findings
-    if ! "build/fuzz/fuzz/${name}_fuzz" "build/fuzz/corpus/$name" "fuzz/seeds/$name" \
+    if ! "build/fuzz/fuzz/${name}_fuzz" "build/fuzz/corpus/$name" "build/fuzz/fuzz/seeds/$name" \
         -dict="fuzz/dictionaries/$name.dict" -max_total_time="$seconds" -timeout=25 -rss_limit_mb=4096 \
         -artifact_prefix="build/fuzz/findings/$name-" -print_final_stats=1 >"$log" 2>&1; then
         echo "$name: FAILED, see $log"
