@@ -55,17 +55,16 @@ class Examination {
         const std::string_view payload = storePayload(file_, header_);
         if (payload.find(std::string(kZeroRun, '\0')) != payload.npos) {
             return {State::kDead, "has " + std::to_string(kZeroRun) + " zero bytes in a row",
-                    "store-damaged", "", ""};
+                    "store-damaged"};
         }
         if (header_.payload_len > available_) {
             return {refused_ ? State::kRefused : State::kNotTried,
                     "has " + std::to_string(available_) + " of the " +
                         numBytes(header_.payload_len) + " of payload in its header",
-                    "store-cut", "", ""};
+                    "store-cut"};
         }
         if (refused_) {
-            return {State::kRefused, "is complete, but " + joined(refusals_), "store-refused", "",
-                    ""};
+            return {State::kRefused, "is complete, but " + joined(refusals_), "store-refused"};
         }
         return untried();
     }
@@ -92,17 +91,16 @@ class Examination {
                                 "is plaintext with " + objects + ", and its header says " +
                                     std::to_string(header_.row_count) + " in " +
                                     numBytes(header_.payload_len),
-                                "store-malformed", "", ""};
+                                "store-malformed"};
         }
         const std::string image =
             withStoreHeader(file_, false, header_.row_count, header_.payload_len);
         if (header_.encrypted()) {
             return StoreReading{State::kReads,
                                 "is marked as encrypted, but is plaintext: " + objects,
-                                "answer-lost", image, ""};
+                                "answer-lost", image};
         }
-        return StoreReading{State::kReads, "is plaintext: " + objects, "store-plaintext", file_,
-                            ""};
+        return StoreReading{State::kReads, "is plaintext: " + objects, "store-plaintext", file_};
     }
 
     std::optional<StoreReading> readEncrypted(uint32_t len) {
@@ -169,13 +167,12 @@ class Examination {
                             numBytes(header_.payload_len));
         }
         if (!wrong.empty()) {
-            return {State::kNotTried, "has an impossible header: " + joined(wrong), "store-header",
-                    "", ""};
+            return {State::kNotTried, "has an impossible header: " + joined(wrong), "store-header"};
         }
         return {State::kNotTried,
                 "is complete and encrypted, " + std::to_string(header_.row_count) +
                     " objects by its header" + (refusals_.empty() ? "" : "; " + joined(refusals_)),
-                "store-not-decrypted", "", ""};
+                "store-not-decrypted"};
     }
 
     const std::string& file_;
@@ -191,26 +188,25 @@ class Examination {
 
 StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials* trials) {
     if (isBlank(file)) {
-        return {State::kDead, file.empty() ? "is empty" : "holds only zeros", "store-empty", "",
-                ""};
+        return {State::kDead, file.empty() ? "is empty" : "holds only zeros", "store-empty"};
     }
     const std::string disguise = describeDisguise(file, looksLikeStore);
     const bool is_store = hasMagic(file) || looksLikeStore(file);
     if (!disguise.empty()) {
-        return {State::kDisguised, disguise, "disguised", "", ""};
+        return {State::kDisguised, disguise, "disguised"};
     }
     if (hasMagic(file) && file.size() <= zelkm::kHeaderLen) {
         return {State::kDead,
                 "has " + numBytes(file.size()) + ", and the header alone has " +
                     std::to_string(zelkm::kHeaderLen),
-                "store-cut", "", ""};
+                "store-cut"};
     }
     const auto header = parseStoreHeader(file);
     const bool fits = header && header->payload_len == file.size() - zelkm::kHeaderLen;
     if (!is_store && !fits) {
         return {State::kRefused,
                 isText(file) ? "is text" : "has neither the magic nor the lengths of a store",
-                "no-store-file", "", ""};
+                "no-store-file"};
     }
     return Examination(file, keys, trials).run();
 }

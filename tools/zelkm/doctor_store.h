@@ -32,8 +32,8 @@ struct StoreReading {
 
     // Only when the store can be read: the file, with its header corrected where needed. Flags, row
     // count and payload length are the fields that the encryption does not protect.
-    std::string image;
-    std::string key;  // the file of the key that decrypts it; empty when none does
+    std::string image = {};
+    std::string key = {};  // the file of the key that decrypts it; empty when none does
 
     bool reads() const { return state == kReads; }
     // The store is encrypted and complete, and nothing that can be seen without a key is wrong.

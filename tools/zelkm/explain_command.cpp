@@ -32,54 +32,42 @@ struct ExplainOptions {
     bool json = false;
 };
 
-struct Reasons {
-    explicit Reasons(const ResultCode& code) : cause(code.cause), advice(code.advice) {}
-    // Those of the code when the message only passes one on.
-    explicit Reasons(const FoundMessage& found)
-        : cause(found.message->cause), advice(found.message->advice) {
-        const ResultCode* code = codeIn(found);
-        if (code != nullptr && found.message->advice == kLookUpCode) {
-            *this = Reasons(*code);
-        }
-    }
-    std::string cause;
-    std::string advice;
-};
-
 void printField(const char* name, const std::string& text) {
     if (!text.empty()) {
         std::cout << "    " << name << text << '\n';
     }
 }
 
-void printReasons(const Reasons& reasons) {
-    printField("cause   ", reasons.cause);
-    printField("to do   ", reasons.advice);
+void printReasons(const Json& of) {
+    printField("cause   ", of["cause"]);
+    printField("to do   ", of["advice"]);
 }
 
+// What a message means, why it came, and what to do: that of the code if it only passes one on.
 Json withReasons(Json json, const FoundMessage& found) {
+    const Message& message = *found.message;
     const ResultCode* code = codeIn(found);
-    const Reasons reasons(found);
-    json["level"] = std::string(1, found.message->level);
+    const bool passes_on = code != nullptr && message.advice == kLookUpCode;
+    json["level"] = std::string(1, message.level);
     json["meaning"] = escape(describe(found, /*with_code=*/false));
     json["code"] = code != nullptr ? Json(code->code) : Json();
-    json["cause"] = reasons.cause;
-    json["advice"] = reasons.advice;
+    json["cause"] = passes_on ? code->cause : message.cause;
+    json["advice"] = passes_on ? code->advice : message.advice;
     return json;
 }
 
 void printCode(const ResultCode& result, bool json) {
+    const Json object = {{"code", result.code},
+                         {"name", result.name},
+                         {"meaning", result.meaning},
+                         {"cause", result.cause},
+                         {"advice", result.advice}};
     if (json) {
-        const Json object = {{"code", result.code},
-                             {"name", result.name},
-                             {"meaning", result.meaning},
-                             {"cause", result.cause},
-                             {"advice", result.advice}};
         std::cout << object.dump(2) << '\n';
-        return;
+    } else {
+        std::cout << result.nameAndMeaning() << '\n';
+        printReasons(object);
     }
-    std::cout << result.nameAndMeaning() << '\n';
-    printReasons(Reasons(result));
 }
 
 // The code with this number or name; null when there is none. A positive number stands for its
@@ -97,14 +85,6 @@ const ResultCode* findCode(const std::string& text) {
 bool isNumber(const std::string& text) {
     return text.find_first_not_of("+-0123456789") == text.npos &&
            text.find_first_of("0123456789") != text.npos;
-}
-
-void printMessage(const FoundMessage& found) {
-    const Message& message = *found.message;
-    std::cout << message.level << ' ' << message.source << ": " << message.format << '\n';
-    printField("means   ", describe(found, /*with_code=*/true));
-    printReasons(Reasons(found));
-    printField("result  ", message.result);
 }
 
 void printOthers(const OtherLines& others, const char* what,
@@ -143,7 +123,7 @@ void explainLog(const std::vector<std::string>& files, bool json) {
             printField("means   ", describe(event, /*with_code=*/true));
             // The reasons stand only below the first event of its kind and code.
             if (explained.emplace(event.message, codeIn(event)).second) {
-                printReasons(Reasons(event));
+                printReasons(withReasons({}, event));
             }
         }
     });
@@ -209,14 +189,17 @@ void explain(const ExplainOptions& options) {
         throw Refused("neither a file nor a known message: " + escape(what));
     }
     Json array = Json::array();
-    for (const FoundMessage& message : found) {
+    for (const FoundMessage& each : found) {
+        const Message& message = *each.message;
+        array.push_back(withReasons(
+            {{"source", message.source}, {"format", message.format}, {"result", message.result}},
+            each));
         if (!options.json) {
-            printMessage(message);
+            std::cout << message.level << ' ' << message.source << ": " << message.format << '\n';
+            printField("means   ", describe(each, /*with_code=*/true));
+            printReasons(array.back());
+            printField("result  ", message.result);
         }
-        array.push_back(withReasons({{"source", message.message->source},
-                                     {"format", message.message->format},
-                                     {"result", message.message->result}},
-                                    message));
     }
     std::cout << (options.json ? array.dump(2) + '\n' : "");
 }
