@@ -12,6 +12,8 @@
 
 #include <openssl/x509.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
@@ -20,6 +22,7 @@
 #include <regex>
 #include <set>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "../common/src/zelkeymaster_helper/openssl_handles.h"
@@ -93,8 +96,20 @@ Make each(Call call, const Fault& fault) {
     return with([=](FaultKeymaster& km) { km.planEach(call, fault); });
 }
 
-Make each(Call call, std::function<void(Answer&)> change) {
+// `change` takes the answer, and may take the call.
+template <typename Change>
+Make each(Call call, Change change) {
     return each(call, Fault::alter(change));
+}
+
+// Changes this parameter of each answer to begin.
+template <typename Change>
+Make eachParam(Tag tag, Change change) {
+    return each(Call::kBegin, [=](Answer& answer) {
+        if (auto* entry = find(answer.params, tag)) {
+            change(*entry);
+        }
+    });
 }
 
 Make nth(Call call, size_t number, const Fault& fault) {
@@ -134,13 +149,11 @@ std::chrono::steady_clock::time_point g_now;
 
 // Refuses large updates, so many times.
 Make smallUpdates(int times) {
-    return with([times](FaultKeymaster& km) {
-        const auto left = std::make_shared<int>(times);
-        km.planEach(Call::kUpdate, Fault::alter([&km, left](Answer& answer) {
-                        if (km.calls().back().input.size() > 5000 && (*left)-- > 0) {
-                            answer.error = ErrorCode::INVALID_INPUT_LENGTH;
-                        }
-                    }));
+    const auto left = std::make_shared<int>(times);
+    return each(Call::kUpdate, [left](Answer& answer, const CallRecord& call) {
+        if (call.input.size() > 5000 && (*left)-- > 0) {
+            answer.error = ErrorCode::INVALID_INPUT_LENGTH;
+        }
     });
 }
 
@@ -172,21 +185,21 @@ void requestForeign(FaultKeymaster& km) {
 // Exports the key of a certificate: 0 is the attested key's own, 1 its issuer's.
 Make exporting(size_t certificate) {
     return with([certificate](FaultKeymaster& km) {
-        km.planEach(Call::kExportKey, Fault::alter([&km, certificate](Answer& answer) {
-                        const Params asked = {param(Tag::ATTESTATION_CHALLENGE, Bytes{1}),
-                                              param(Tag::ATTESTATION_APPLICATION_ID, Bytes{1})};
-                        const Bytes key = km.calls().back().key_blob;
-                        const Bytes der = keymaster_check::call([&](auto cb) {
-                                              return km.attestKey(key, asked, cb);
-                                          }).chain.at(certificate);
-                        const uint8_t* at = der.data();
-                        const zelkm::X509Ptr x509(d2i_X509(nullptr, &at, long(der.size())));
-                        const zelkm::EvpPkeyPtr pair(X509_get_pubkey(x509.get()));
-                        answer.output.resize(static_cast<size_t>(i2d_PUBKEY(pair.get(), nullptr)));
-                        uint8_t* end = answer.output.data();
-                        i2d_PUBKEY(pair.get(), &end);
-                        answer.error = ErrorCode::OK;
-                    }));
+        const auto answerWithKey = [&km, certificate](Answer& answer, const CallRecord& exported) {
+            const Params asked = {param(Tag::ATTESTATION_CHALLENGE, Bytes{1}),
+                                  param(Tag::ATTESTATION_APPLICATION_ID, Bytes{1})};
+            const Bytes blob = exported.key_blob;
+            const Bytes der = keymaster_check::call([&](auto cb) {
+                                  return km.attestKey(blob, asked, cb);
+                              }).chain.at(certificate);
+            const uint8_t* at = der.data();
+            const zelkm::X509Ptr x509(d2i_X509(nullptr, &at, long(der.size())));
+            uint8_t* key = nullptr;
+            const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(x509.get()), &key);
+            answer.take(ErrorCode::OK, Blob(Bytes(key, key + size)));
+            OPENSSL_free(key);
+        };
+        km.planEach(Call::kExportKey, Fault::alter(answerWithKey));
     });
 }
 
@@ -207,15 +220,15 @@ Make ignoring(Tag tag) {
 Make keepConversions(ErrorCode returned) {
     return with([returned](FaultKeymaster& km) {
         const auto open = std::make_shared<int>(0);
-        km.planEach(
-            Call::kBegin, Fault::alter([&km, returned, open](Answer& answer) {
-                const KeyPurpose purpose = km.calls().back().purpose;
-                if (purpose == PWHW_PURPOSE_TO_KEY || purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
-                    ++*open;
-                    answer.error = returned == ErrorCode::OK ? answer.error : returned;
-                }
-                answer.error = *open > 16 ? ErrorCode::TOO_MANY_OPERATIONS : answer.error;
-            }));
+        const auto keep = [returned, open](Answer& answer, const CallRecord& call) {
+            if (call.purpose == PWHW_PURPOSE_TO_KEY ||
+                call.purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
+                ++*open;
+                answer.error = returned == ErrorCode::OK ? answer.error : returned;
+            }
+            answer.error = *open > 16 ? ErrorCode::TOO_MANY_OPERATIONS : answer.error;
+        };
+        km.planEach(Call::kBegin, Fault::alter(keep));
     });
 }
 
@@ -254,27 +267,69 @@ constexpr size_t kKeyOfLibrary = 4;  // the check makes three keys before the li
 // Keymasters that break one requirement, or that only make the check say something else; besides
 // those of namedFaults().
 std::vector<Row> rows() {
-    const auto grow = [](size_t size) {
-        return [size](Answer& answer) { answer.output.resize(answer.output.size() + size); };
-    };
+    const auto grow = [](Answer& answer) { answer.output.resize(answer.output.size() + 16); };
     const auto garbage = [](Answer& answer) { answer.take(ErrorCode::OK, Blob{1, 2}); };
-    const auto sizeOf = [](Tag tag, size_t size) {
-        return each(Call::kBegin, [=](Answer& answer) {
-            if (auto* entry = find(answer.params, tag)) {
-                entry->blob.resize(size);
+    const auto resized = [](size_t size) {
+        return [size](KeyParameter& entry) { entry.blob.resize(size); };
+    };
+    const auto smaller = [](Answer& answer) {
+        if (auto* size = find(answer.characteristics.softwareEnforced, Tag::KEY_SIZE)) {
+            size->f.integer = 128;
+        }
+    };
+    const auto same = [](Answer& answer, const CallRecord& call) { answer.output = call.key_blob; };
+    const auto refuseDecryption = [](Answer& answer, const CallRecord& call) {
+        if (call.purpose == KeyPurpose::DECRYPT) {
+            answer = Answer();
+            answer.take(ErrorCode::INCOMPATIBLE_PURPOSE);
+        }
+    };
+    const auto refuseReversal = [](Answer& answer, const CallRecord& call) {
+        if (call.purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
+            answer.error = ErrorCode::VERIFICATION_FAILED;
+        }
+    };
+    const auto takeLittle = [](CallRecord& call) {
+        call.input.resize(std::min<size_t>(call.input.size(), 500));
+    };
+    const auto addNonce = [](Answer& answer) {
+        if (const auto* nonce = find(answer.params, Tag::NONCE)) {
+            answer.params.push_back(KeyParameter(*nonce));
+        }
+    };
+    const auto finishWith16 = [](Answer& answer) {
+        answer.output.resize(answer.error == ErrorCode::OK ? 16 : 0);
+    };
+    const auto alterOutput = [](Answer& answer) {
+        if (!answer.output.empty()) {
+            flip(answer.output, 0);
+        }
+    };
+    const auto copyInput = [](Answer& answer, const CallRecord& call) {
+        answer.output = call.input;
+    };
+    const auto keepTag = [](FaultKeymaster& km) {
+        const auto first = std::make_shared<Bytes>();
+        km.planEach(Call::kBegin, Fault::alter([first](Answer& answer) {
+                        if (auto* tag = find(answer.params, PWHW_TAG_TAG)) {
+                            *first = tag->blob;
+                            tag->blob.resize(0);
+                        }
+                    }));
+        km.alterCalls([first](CallRecord& call) {
+            if (auto* tag = find(call.params, PWHW_TAG_TAG)) {
+                tag->blob = *first;
             }
         });
+    };
+    const auto importAnother = [](FaultKeymaster& km) {
+        km.planEach(Call::kImportKey,
+                    Fault::alter([&km](Answer& answer) { answer.output = newKey(km); }));
     };
     return {
         {"no key", nth(Call::kGenerateKey, 1, Fault::error(ErrorCode::UNSUPPORTED_ALGORITHM))},
         {"an empty key", nth(Call::kGenerateKey, 1, Fault::outputSize(0))},
-        {"a smaller key", each(Call::kGetKeyCharacteristics,
-                               [](Answer& answer) {
-                                   auto& listed = answer.characteristics.softwareEnforced;
-                                   if (auto* size = find(listed, Tag::KEY_SIZE)) {
-                                       size->f.integer = 128;
-                                   }
-                               })},
+        {"a smaller key", each(Call::kGetKeyCharacteristics, smaller)},
         {"every key refused",
          each(Call::kGetKeyCharacteristics, Fault::error(ErrorCode::INVALID_KEY_BLOB))},
         {"INVALID_ARGUMENT for a damaged key",
@@ -283,62 +338,26 @@ std::vector<Row> rows() {
         {"bytes behind a blob ignored", with(ignoreBytesBehindBlobs)},
         {"any blob taken", with(takeAnyBlob)},
         {"garbage for an upgraded key", each(Call::kUpgradeKey, Fault::outputSize(100))},
-        {"an upgrade to the same blob", with([](FaultKeymaster& km) {
-             km.planEach(Call::kUpgradeKey, Fault::alter([&km](Answer& answer) {
-                             answer.output = km.calls().back().key_blob;
-                         }));
-         })},
+        {"an upgrade to the same blob", each(Call::kUpgradeKey, same)},
         {"a user to be authenticated",
          each(Call::kBegin, Fault::error(ErrorCode::KEY_USER_NOT_AUTHENTICATED))},
-        {"decryptions refused", with([](FaultKeymaster& km) {
-             km.planEach(Call::kBegin, Fault::alter([&km](Answer& answer) {
-                             if (km.calls().back().purpose == KeyPurpose::DECRYPT) {
-                                 answer = Answer();
-                                 answer.take(ErrorCode::INCOMPATIBLE_PURPOSE);
-                             }
-                         }));
-         })},
+        {"decryptions refused", each(Call::kBegin, refuseDecryption)},
         {"nothing consumed", each(Call::kUpdate, [](Answer& answer) { answer.consumed = 0; })},
         {"too much consumed", each(Call::kUpdate, [](Answer& answer) { ++answer.consumed; })},
-        {"at most 500 bytes consumed", with([](FaultKeymaster& km) {
-             km.alterCalls([](CallRecord& call) {
-                 call.input.resize(std::min<size_t>(call.input.size(), 500));
-             });
-         })},
+        {"at most 500 bytes consumed",
+         with([=](FaultKeymaster& km) { km.alterCalls(takeLittle); })},
         {"no nonce", each(Call::kBegin, Fault::nonceSize(0))},
-        {"two nonces", each(Call::kBegin,
-                            [](Answer& answer) {
-                                if (const auto* nonce = find(answer.params, Tag::NONCE)) {
-                                    answer.params.push_back(KeyParameter(*nonce));
-                                }
-                            })},
+        {"two nonces", each(Call::kBegin, addNonce)},
         {"12 bytes of a tag", eachTag(12)},
         {"16 bytes behind a tag", eachTag(32)},
-        {"16 bytes behind the output", each(Call::kUpdate, grow(16))},
-        {"16 bytes from every finish", each(Call::kFinish,
-                                            [](Answer& answer) {
-                                                if (answer.error == ErrorCode::OK) {
-                                                    answer.output.resize(16);
-                                                }
-                                            })},
+        {"16 bytes behind the output", each(Call::kUpdate, grow)},
+        {"16 bytes from every finish", each(Call::kFinish, finishWith16)},
         {"INVALID_ARGUMENT for a wrong tag",
          argumentFor(ErrorCode::VERIFICATION_FAILED, Call::kFinish)},
         {"no import", each(Call::kImportKey, Fault::error(ErrorCode::UNIMPLEMENTED))},
-        {"another key imported", with([](FaultKeymaster& km) {
-             km.planEach(Call::kImportKey,
-                         Fault::alter([&km](Answer& answer) { answer.output = newKey(km); }));
-         })},
-        {"a byte of output altered", each(Call::kUpdate,
-                                          [](Answer& answer) {
-                                              if (answer.output.size() > 0) {
-                                                  flip(answer.output, 0);
-                                              }
-                                          })},
-        {"nothing encrypted", with([](FaultKeymaster& km) {
-             km.planEach(Call::kUpdate, Fault::alter([&km](Answer& answer) {
-                             answer.output = km.calls().back().input;
-                         }));
-         })},
+        {"another key imported", with(importAnother)},
+        {"a byte of output altered", each(Call::kUpdate, alterOutput)},
+        {"nothing encrypted", each(Call::kUpdate, copyInput)},
         {"a transport of 5000 bytes", smallTransport(kTransportLimit)},
         {"updates of 5000 bytes", smallUpdates(INT_MAX)},
         {"one update that fails", smallUpdates(1)},
@@ -354,38 +373,14 @@ std::vector<Row> rows() {
         {"garbage exported", each(Call::kExportKey, garbage)},
         {"two certificates", eachChain(3, [](std::vector<Bytes>& chain) { chain.resize(2); })},
         {"a certificate altered", eachChain(3, flipEnd)},
-        {"no conversion back", with([](FaultKeymaster& km) {
-             km.planEach(Call::kBegin, Fault::alter([&km](Answer& answer) {
-                             if (km.calls().back().purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
-                                 answer.error = ErrorCode::VERIFICATION_FAILED;
-                             }
-                         }));
-         })},
-        {"other material back", each(Call::kBegin,
-                                     [](Answer& answer) {
-                                         if (auto* material =
-                                                 find(answer.params, PWHW_TAG_ENCRYPTED_KEY)) {
-                                             flip(material->blob, 0);
-                                         }
-                                     })},
-        {"no material", sizeOf(PWHW_TAG_KEY, 0)},
-        {"no material back", sizeOf(PWHW_TAG_ENCRYPTED_KEY, 0)},
-        {"a password tag of 15 bytes", sizeOf(PWHW_TAG_TAG, 15)},
-        {"a rot value of 15 bytes", sizeOf(PWHW_TAG_ROT, 15)},
-        {"no password tag needed", with([](FaultKeymaster& km) {
-             const auto first = std::make_shared<Bytes>();
-             km.planEach(Call::kBegin, Fault::alter([first](Answer& answer) {
-                             if (auto* tag = find(answer.params, PWHW_TAG_TAG)) {
-                                 *first = tag->blob;
-                                 tag->blob.resize(0);
-                             }
-                         }));
-             km.alterCalls([first](CallRecord& call) {
-                 if (auto* tag = find(call.params, PWHW_TAG_TAG)) {
-                     tag->blob = *first;
-                 }
-             });
-         })},
+        {"no conversion back", each(Call::kBegin, refuseReversal)},
+        {"other material back",
+         eachParam(PWHW_TAG_ENCRYPTED_KEY, [](auto& entry) { flip(entry.blob, 0); })},
+        {"no material", eachParam(PWHW_TAG_KEY, resized(0))},
+        {"no material back", eachParam(PWHW_TAG_ENCRYPTED_KEY, resized(0))},
+        {"a password tag of 15 bytes", eachParam(PWHW_TAG_TAG, resized(15))},
+        {"a rot value of 15 bytes", eachParam(PWHW_TAG_ROT, resized(15))},
+        {"no password tag needed", with(keepTag)},
         {"an ignored password tag", ignoring(PWHW_TAG_TAG)},
         {"an ignored input", ignoring(PWHW_TAG_IN_3)},
         {"conversions that stay open", keepConversions(ErrorCode::OK)},
@@ -583,6 +578,22 @@ TEST_F(KeymasterCheck, EndsWhateverACallDoes) {
     }
 }
 
+// As when the process has no descriptor left for it, or for the directory before.
+TEST_F(KeymasterCheck, SaysWhenItHasNoDirectory) {
+    rlimit before = {};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
+    const int free = ::dup(0);
+    ::close(free);
+    for (const int more : {0, 1}) {
+        options_.progress = [&](const std::string& id, size_t, size_t) {
+            const bool limits = id == "library.end-to-end";
+            const rlimit limit = {limits ? rlim_t(free + more) : before.rlim_cur, before.rlim_max};
+            EXPECT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &limit));
+        };
+        expectReport("sound, without a directory " + std::to_string(more), check(sound_));
+    }
+}
+
 TEST_F(KeymasterCheck, SaysTheLargestStoreToTheByte) {
     // The update of a decryption carries the tag and the associated data's parameter, too.
     const size_t largest = kTransportLimit - 16 - 12 - sizeof(KeyParameter);
@@ -670,11 +681,11 @@ TEST_F(KeymasterCheck, DeletesTheKeysOfEndlessUpgrades) {
 }
 
 TEST_F(KeymasterCheck, LeavesNothingWhenASignalComes) {
-    const auto raises = [](std::vector<int> signals) {
-        return nth(Call::kGenerateKey, kKeyOfLibrary, Fault::alter([signals](Answer&) {
-                       for (const int signal : signals) {
-                           ::raise(signal);
-                       }
+    const auto raisesTwo = [](std::chrono::milliseconds pause) {
+        return nth(Call::kGenerateKey, kKeyOfLibrary, Fault::alter([pause](Answer&) {
+                       ::raise(SIGTERM);
+                       std::this_thread::sleep_for(pause);
+                       ::raise(SIGTERM);
                    }));
     };
     const auto checkWithSignals = [&](const Make& make) {
@@ -682,7 +693,10 @@ TEST_F(KeymasterCheck, LeavesNothingWhenASignalComes) {
         options_.stopped = [] { return StopSignals::caught() != 0; };
         return check(make);
     };
-    expectReport("sound, with a signal", checkWithSignals(raises({SIGTERM, SIGTERM})));
+    expectReport("sound, with a signal", checkWithSignals(raisesTwo(0ms)));
+
+    EXPECT_EXIT(checkWithSignals(raisesTwo(2100ms)), ::testing::KilledBySignal(SIGTERM), "");
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
 
     const Make throws =
         nth(Call::kGenerateKey, kKeyOfLibrary,

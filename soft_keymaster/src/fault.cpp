@@ -31,11 +31,13 @@ NamedFault deviation(const char* name, const char* what, Member<Value> member,
 }
 
 // Has upgradeKey return another blob when it upgrades a key.
-NamedFault upgrade(const char* name, const char* what, Bytes (*blob)(FaultKeymaster& km)) {
+NamedFault upgrade(const char* name, const char* what,
+                   Bytes (*blob)(FaultKeymaster& km, const CallRecord& call)) {
     return {name, what, [blob](FaultKeymaster& km) {
-                km.planEach(Call::kUpgradeKey, Fault::alter([&km, blob](Answer& answer) {
+                km.planEach(Call::kUpgradeKey,
+                            Fault::alter([&km, blob](Answer& answer, const CallRecord& call) {
                                 if (!answer.output.empty()) {
-                                    answer.output = blob(km);
+                                    answer.output = blob(km, call);
                                 }
                             }));
             }};
@@ -47,8 +49,8 @@ void keepKeysInMemory(FaultKeymaster& km) {
     km.planEach(Call::kGenerateKey,
                 Fault::alter([made](Answer& answer) { made->insert(answer.output); }));
     for (const Call call : {Call::kGetKeyCharacteristics, Call::kBegin, Call::kUpgradeKey}) {
-        km.planEach(call, Fault::alter([&km, made](Answer& answer) {
-                        const hidl_vec<uint8_t>& blob = km.calls().back().key_blob;
+        km.planEach(call, Fault::alter([made](Answer& answer, const CallRecord& sent) {
+                        const hidl_vec<uint8_t>& blob = sent.key_blob;
                         if (blob.size() != 0 && made->count(blob) == 0) {
                             answer = Answer();
                             answer.error = ErrorCode::INVALID_KEY_BLOB;
@@ -99,18 +101,18 @@ const std::vector<NamedFault>& namedFaults() {
         deviation("ignored-csr-tag", "a signing request gets a chain", &Deviation::ignored_csr_tag,
                   true),
         upgrade("upgrade-other-key", "an upgrade returns another key",
-                [](FaultKeymaster& km) {
+                [](FaultKeymaster& km, const CallRecord&) {
                     return keymaster_check::call([&](auto cb) {
                                return km.generateKey(keymaster_check::databaseKeyParams(), cb);
                            })
                         .output;
                 }),
         upgrade("upgrade-garbage", "an upgrade returns garbage",
-                [](FaultKeymaster&) { return Bytes(3, 1); }),
+                [](FaultKeymaster&, const CallRecord&) { return Bytes(3, 1); }),
         upgrade("upgrade-same", "an upgrade changes nothing",
-                [](FaultKeymaster& km) { return Bytes(km.calls().back().key_blob); }),
+                [](FaultKeymaster&, const CallRecord& call) { return Bytes(call.key_blob); }),
         upgrade("upgrade-empty", "an upgrade returns no key",
-                [](FaultKeymaster&) { return Bytes(); }),
+                [](FaultKeymaster&, const CallRecord&) { return Bytes(); }),
         {"upgrade-missing", "upgradeKey is not implemented",
          [](FaultKeymaster& km) {
              km.planEach(Call::kUpgradeKey, Fault::error(ErrorCode::UNIMPLEMENTED));

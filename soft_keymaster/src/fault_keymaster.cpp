@@ -89,7 +89,7 @@ Return<void> FaultKeymaster::answer(const CallRecord& made, Reply reply) {
             inner_, sent, [&answer](const auto&... values) { answer.take(values...); });
         deviator_->change(made, answer);
         if (fault.change && answer.arrived) {
-            fault.change(answer);
+            fault.change(answer, made);
             answer.arrived = true;  // also when the whole answer was replaced
         }
     }

@@ -44,13 +44,19 @@ struct Fault {
     enum class Callback { kOnce, kTwice, kOnThread, kNever };
 
     std::optional<ErrorCode> error_code = {};  // the answer; the inner keymaster is not called
-    std::function<void(Answer&)> change = {};  // of the inner keymaster's answer
-    Callback callback = Callback::kOnce;       // kNever: nor is the inner keymaster called
-    bool call_fails = false;                   // after the callback
-    std::chrono::milliseconds delay = {};      // before the callback
+    std::function<void(Answer&, const CallRecord&)> change = {};  // of the inner keymaster's answer
+    Callback callback = Callback::kOnce;   // kNever: nor is the inner keymaster called
+    bool call_fails = false;               // after the callback
+    std::chrono::milliseconds delay = {};  // before the callback
 
     static Fault error(ErrorCode code) { return {code}; }
-    static Fault alter(std::function<void(Answer&)> how) { return {{}, std::move(how)}; }
+    // The call is as it was sent.
+    static Fault alter(std::function<void(Answer&, const CallRecord&)> how) {
+        return {{}, std::move(how)};
+    }
+    static Fault alter(std::function<void(Answer&)> how) {
+        return alter([how](Answer& answer, const CallRecord&) { how(answer); });
+    }
     static Fault callbackTwice() { return {{}, {}, Callback::kTwice}; }
     static Fault callbackOnThread() { return {{}, {}, Callback::kOnThread}; }
     static Fault noCallback() { return {{}, {}, Callback::kNever}; }
