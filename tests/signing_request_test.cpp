@@ -37,29 +37,21 @@ TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
 }
 
 TEST_F(SigningRequest, EachAnswer) {
-    const std::string start = "D object: GenerateCSR start";
-    const std::string lost = "E object: GenerateCSR: IZelkeymasterDevice void error";
     const struct {
         const char* name;
         Delivery delivery;
         int error;
         std::vector<Bytes> chain;
-        int result;
-        Lines log;
-        std::string csr;
     } cases[] = {
         // clang-format off
-        {"one element", Delivery::kWhole, 0, {bytes("request")}, 0, {start}, "request"},
-        {"one empty element", Delivery::kWhole, 0, {Bytes()}, 0, {start}, ""},
-        {"no element", Delivery::kWhole, 0, {}, 0, {start}, "before"},
-        {"two elements", Delivery::kWhole, 0, {bytes("a"), bytes("b")}, 0, {start}, "before"},
-        {"refused with an element", Delivery::kWhole, ZELKM_INVALID_KEY_BLOB, {bytes("request")},
-         ZELKM_INVALID_KEY_BLOB, {start}, "before"},
-        {"no callback", Delivery::kNoCallback, 0, {}, ZELKM_UNKNOWN_ERROR, {start}, "before"},
-        {"lost before the callback", Delivery::kLostBefore, 0, {}, ZELKM_UNKNOWN_ERROR,
-         {start, lost}, "before"},
-        {"lost after the callback", Delivery::kLostAfter, ZELKM_INVALID_KEY_BLOB, {},
-         ZELKM_UNKNOWN_ERROR, {start, lost}, "before"},
+        {"one element", Delivery::kWhole, 0, {bytes("request")}},
+        {"one empty element", Delivery::kWhole, 0, {Bytes()}},
+        {"no element", Delivery::kWhole, 0, {}},
+        {"two elements", Delivery::kWhole, 0, {bytes("a"), bytes("b")}},
+        {"refused with an element", Delivery::kWhole, ZELKM_INVALID_KEY_BLOB, {bytes("request")}},
+        {"no callback", Delivery::kNoCallback, 0, {}},
+        {"lost before the callback", Delivery::kLostBefore, 0, {}},
+        {"lost after the callback", Delivery::kLostAfter, ZELKM_INVALID_KEY_BLOB, {}},
         // clang-format on
     };
     for (const auto& c : cases) {
@@ -67,9 +59,9 @@ TEST_F(SigningRequest, EachAnswer) {
         km.answers["attestKey"] = {{c.delivery, c.error, {}, {}, 0, 0, c.chain}};
         csr = bytes("before");
         test::clearLog();
-        EXPECT_EQ(named(c.result), named(object->generateCSR(key, {}, csr)));
-        EXPECT_EQ(c.log, test::log());
-        EXPECT_EQ(bytes(c.csr), Bytes(csr));
+        km.calls.clear();
+        const int result = object->generateCSR(key, {}, csr);
+        expectReported(c.name, result, {{"csr", text(csr)}});
     }
     test::clearLog();
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, alone->generateCSR(key, {}, csr));

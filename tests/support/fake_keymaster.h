@@ -34,15 +34,6 @@ using keymaster_check::param;
 // call may fail before or after the callback.
 enum class Delivery { kWhole, kNoCallback, kLostBefore, kLostAfter };
 
-// The library logs how the platform describes a failed call.
-inline const char kDead[] =
-    "E object: HIDL call failed with Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '";
-
-// What the library logs next.
-inline std::string callLost(const std::string& error_in_call) {
-    return "E object: " + error_in_call + " hidl call : " + std::to_string(ZELKM_UNKNOWN_ERROR);
-}
-
 struct Answer {
     Delivery delivery = Delivery::kWhole;
     int error = 0;
