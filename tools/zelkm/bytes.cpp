@@ -132,4 +132,15 @@ std::string printable(std::string_view text) {
     return shown(text, {{"\n", "\n"}});
 }
 
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const Character character = firstCharacter(text);
+        if (!character.isUtf8()) {
+            return false;
+        }
+        text.remove_prefix(character.len);
+    }
+    return true;
+}
+
 }  // namespace zelkm_tool

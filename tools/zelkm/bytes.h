@@ -49,6 +49,9 @@ struct Character {
 };
 Character firstCharacter(std::string_view text);
 
+// Whether all of it is UTF-8.
+bool isUtf8(std::string_view text);
+
 // These two copy the bytes.
 inline android::hardware::hidl_vec<uint8_t> toVec(const std::string& bytes) {
     return android::hardware::hidl_vec<uint8_t>(bytes.begin(), bytes.end());

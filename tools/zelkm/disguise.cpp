@@ -7,8 +7,9 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
-#include "store_values.h"
+#include "bytes.h"
 
 namespace zelkm_tool {
 namespace {
@@ -89,58 +90,61 @@ std::optional<std::string> fromUtf8(std::string_view bytes) {
     return result.size() == bytes.size() ? std::nullopt : std::optional(result);
 }
 
+// Whether it is UTF-8 in which U+FFFD stands for bytes that somebody could not read as text.
+bool hasReplacements(std::string_view bytes) {
+    return isUtf8(bytes) && bytes.find("\uFFFD") != bytes.npos;
+}
+
 struct Signature {
     size_t at;
     std::string_view bytes;
-    Container container;
+    const char* words;
+    bool is_archive = false;
 };
+constexpr char kUtf16[] = "is UTF-16: iconv -f UTF-16 -t UTF-8";
+constexpr char kPage[] = "is an HTML page: read what it says, and fetch the file again";
 constexpr Signature kSignatures[] = {
-    {0, "\x1f\x8b", {"gzip", "gzip -dc", true}},
-    {0, "PK\x03\x04", {"a zip archive", "funzip", true}},
-    {257, "ustar", {"a tar archive", "tar -xO", true}},
-    {0, "\xff\xfe", {"UTF-16", "iconv -f UTF-16 -t UTF-8", false}},
-    {0, "\xfe\xff", {"UTF-16", "iconv -f UTF-16 -t UTF-8", false}},
-    {0, "<!", {"an HTML page", "read what it says, and fetch the file again", false}},
-    {0, "<html", {"an HTML page", "read what it says, and fetch the file again", false}},
+    {0, "\x1f\x8b", "is gzip: gzip -dc", true},
+    {0, "PK\x03\x04", "is a zip archive: funzip", true},
+    {257, "ustar", "is a tar archive: tar -xO", true},
+    {0, "\xff\xfe", kUtf16},
+    {0, "\xfe\xff", kUtf16},
+    {0, "<!", kPage},
+    {0, "<html", kPage},
 };
 
 }  // namespace
 
-std::vector<Disguise> disguisesOf(std::string_view bytes) {
-    std::vector<Disguise> result;
-    const auto add = [&result](const char* name, const char* undo,
-                               const std::optional<std::string>& content) {
-        if (content) {
-            result.push_back({name, undo, *content});
-        }
+Disguise disguiseOf(std::string_view bytes, const IsRight& is_right) {
+    if (is_right(bytes)) {
+        return {};
+    }
+    const std::pair<const char*, std::optional<std::string>> encodings[] = {
+        {"is base64: base64 -d", fromBase64(bytes)},
+        {"is hexadecimal text: xxd -r -p", fromHex(bytes)},
+        {"is a text with CR LF for each line feed: dos2unix -f", withoutCarriageReturns(bytes)},
+        {"is UTF-8 made from Latin-1: iconv -f UTF-8 -t ISO-8859-1", fromUtf8(bytes)},
     };
-    add("base64", "base64 -d", fromBase64(bytes));
-    add("hexadecimal text", "xxd -r -p", fromHex(bytes));
-    add("a text with CR LF for each line feed", "dos2unix -f", withoutCarriageReturns(bytes));
-    add("UTF-8 made from Latin-1", "iconv -f UTF-8 -t ISO-8859-1", fromUtf8(bytes));
-    return result;
+    for (const auto& [words, content] : encodings) {
+        if (content && is_right(*content)) {
+            return {words, true};
+        }
+    }
+    const Disguise container = containerOf(bytes);
+    return container.words.empty() && hasReplacements(bytes)
+               ? Disguise{"has U+FFFD in place of bytes, which are lost: copy it again, in another "
+                          "way"}
+               : container;
 }
 
-const Container* containerOf(std::string_view bytes) {
+Disguise containerOf(std::string_view bytes) {
     for (const Signature& signature : kSignatures) {
         if (bytes.size() >= signature.at &&
             bytes.substr(signature.at, signature.bytes.size()) == signature.bytes) {
-            return &signature.container;
+            return {signature.words, signature.is_archive};
         }
     }
-    return nullptr;
-}
-
-bool hasReplacements(std::string_view bytes) {
-    bool found = false;
-    for (Character character; !bytes.empty(); bytes.remove_prefix(character.len)) {
-        character = firstCharacter(bytes);
-        if (!character.isUtf8()) {
-            return false;
-        }
-        found = found || character.code == 0xFFFD;
-    }
-    return found;
+    return {};
 }
 
 bool isText(std::string_view bytes) {

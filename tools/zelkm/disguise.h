@@ -5,31 +5,24 @@
 
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace zelkm_tool {
 
 struct Disguise {
-    const char* name;     // e.g. "base64"
-    const char* undo;     // a command that reads the file on standard input, and prints what it was
-    std::string content;  // what it was
+    std::string words = {};    // e.g. "is base64: base64 -d"; empty for none
+    bool may_hold_it = false;  // it holds what it should be, or is an archive
 };
 
-// The disguises that these bytes can be. A short text can be several.
-std::vector<Disguise> disguisesOf(std::string_view bytes);
+// What these bytes are if they were encoded or packed on their way. `is_right` tells what they
+// should be.
+using IsRight = std::function<bool(std::string_view)>;
+Disguise disguiseOf(std::string_view bytes, const IsRight& is_right);
 
-// The container that the first bytes of a file show, as in "is gzip"; null when there is none.
-struct Container {
-    const char* name;
-    const char* undo;  // as above, or other advice
-    bool is_archive;
-};
-const Container* containerOf(std::string_view bytes);
-
-// Whether it is UTF-8 in which U+FFFD stands for bytes that somebody could not read as text.
-bool hasReplacements(std::string_view bytes);
+// The container that the first bytes of a file show, e.g. "is gzip: gzip -dc"; none for others.
+Disguise containerOf(std::string_view bytes);
 
 // Whether it is text that people can read.
 bool isText(std::string_view bytes);

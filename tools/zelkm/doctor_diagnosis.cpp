@@ -268,9 +268,9 @@ class StoreDoctor {
             return sha256(std::string(bytes)) == contentOf(kDigest);
         };
         if (opening_.empty()) {
-            const std::string digest = describeDisguise(contentOf(kDigest), is_digest);
+            const std::string digest = disguiseOf(contentOf(kDigest), is_digest).words;
             const std::string key =
-                by_digest_ == kKey ? "" : describeDisguise(contentOf(kKey), is_key);
+                by_digest_ == kKey ? "" : disguiseOf(contentOf(kKey), is_key).words;
             if (has(kDigest) && !digest.empty()) {
                 add("disguised", kDigest, digest);
             }

@@ -19,25 +19,19 @@ namespace {
 
 constexpr size_t kMaxKeyLen = 16 << 10;
 
-std::string describe(std::string_view bytes) {
+// What a file is, and whether it may hold a store.
+Disguise describe(std::string_view bytes) {
     if (isBlank(bytes)) {
-        return bytes.empty() ? "is empty" : "holds only zeros";
+        return {bytes.empty() ? "is empty" : "holds only zeros"};
     }
     if (looksLikeStore(bytes)) {
         const StoreHeader header = *parseStoreHeader(bytes);
-        return std::string("is a") + (header.encrypted() ? "n encrypted" : " plaintext") +
-               " store, " + std::to_string(header.row_count) + " rows by its header";
+        return {std::string("is a") + (header.encrypted() ? "n encrypted" : " plaintext") +
+                    " store, " + std::to_string(header.row_count) + " rows by its header",
+                true};
     }
-    const std::string disguise = describeDisguise(bytes, looksLikeStore);
-    return disguise.empty() && isText(bytes) ? "is text" : disguise;
-}
-
-bool mayHoldStore(std::string_view bytes) {
-    const std::vector<Disguise> disguises = disguisesOf(bytes);
-    const Container* container = containerOf(bytes);
-    return looksLikeStore(bytes) || (container != nullptr && container->is_archive) ||
-           std::any_of(disguises.begin(), disguises.end(),
-                       [](const Disguise& disguise) { return looksLikeStore(disguise.content); });
+    const Disguise disguise = disguiseOf(bytes, looksLikeStore);
+    return disguise.words.empty() && isText(bytes) ? Disguise{"is text"} : disguise;
 }
 
 FileEvidence look(const Directory& directory, const std::string& name, const struct stat& status) {
@@ -53,8 +47,9 @@ FileEvidence look(const Directory& directory, const std::string& name, const str
         }
     }
     if (file.content) {
-        file.about = describe(*file.content);
-        file.may_hold_store = mayHoldStore(*file.content);
+        const Disguise shown = describe(*file.content);
+        file.about = shown.words;
+        file.may_hold_store = shown.may_hold_it;
         if (!is_used && file.content->size() > kMaxKeyLen && !looksLikeStore(*file.content)) {
             file.content.reset();  // nothing of this library
         }
@@ -134,23 +129,6 @@ bool looksLikeStore(std::string_view bytes) {
 
 bool isBlank(std::string_view bytes) {
     return bytes.find_first_not_of('\0') == bytes.npos;
-}
-
-std::string describeDisguise(std::string_view bytes, const IsRight& is_right) {
-    if (is_right(bytes)) {
-        return "";
-    }
-    for (const Disguise& disguise : disguisesOf(bytes)) {
-        if (is_right(disguise.content)) {
-            return std::string("is ") + disguise.name + ": " + disguise.undo;
-        }
-    }
-    if (const Container* container = containerOf(bytes)) {
-        return std::string("is ") + container->name + ": " + container->undo;
-    }
-    return hasReplacements(bytes) ? "has U+FFFD in place of bytes, which are lost: copy it again, "
-                                    "in another way"
-                                  : "";
 }
 
 std::string keyOfDigest(const StoreFiles& files) {

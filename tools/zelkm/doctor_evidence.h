@@ -6,7 +6,6 @@
 
 #pragma once
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -62,11 +61,6 @@ bool looksLikeStore(std::string_view bytes);
 
 // Whether there is nothing but zeros, or nothing at all.
 bool isBlank(std::string_view bytes);
-
-// What these bytes are if they were encoded or packed on their way, e.g. "is base64: base64 -d".
-// Empty when they were not. `is_right` tells what they should be.
-using IsRight = std::function<bool(std::string_view)>;
-std::string describeDisguise(std::string_view bytes, const IsRight& is_right);
 
 // The key file whose SHA-256 the digest file holds; empty when there is none.
 std::string keyOfDigest(const StoreFiles& files);

@@ -190,7 +190,7 @@ StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials
     if (isBlank(file)) {
         return {State::kDead, file.empty() ? "is empty" : "holds only zeros", "store-empty"};
     }
-    const std::string disguise = describeDisguise(file, looksLikeStore);
+    const std::string disguise = disguiseOf(file, looksLikeStore).words;
     const bool is_store = hasMagic(file) || looksLikeStore(file);
     if (!disguise.empty()) {
         return {State::kDisguised, disguise, "disguised"};

@@ -130,8 +130,9 @@ void explainLog(const std::vector<std::string>& files, bool json) {
     for (const std::string& file : files) {
         bool is_first = true;
         readPieces(openInput(file).get(), file, [&](std::string_view piece) {
-            if (const Container* container = is_first ? containerOf(piece) : nullptr) {
-                throw Refused(file + " is " + container->name + ": " + container->undo);
+            const std::string container = is_first ? containerOf(piece).words : "";
+            if (!container.empty()) {
+                throw Refused(file + " " + container);
             }
             is_first = false;
             reader.read(piece);

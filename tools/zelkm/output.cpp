@@ -62,17 +62,6 @@ Fitting fit(std::string_view text, size_t width) {
     return result;
 }
 
-bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const Character character = firstCharacter(text);
-        if (!character.isUtf8()) {
-            return false;
-        }
-        text.remove_prefix(character.len);
-    }
-    return true;
-}
-
 std::string csvValue(const std::string& value) {
     if (value.find_first_of(",\"\r\n") == value.npos) {
         return value;
