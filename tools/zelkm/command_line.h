@@ -12,8 +12,8 @@
 #include <string>
 #include <utility>
 
+#include "directory.h"
 #include "output.h"
-#include "session_options.h"
 
 namespace zelkm_tool {
 

@@ -18,7 +18,6 @@
 #include <vector>
 
 #include "directory.h"
-#include "session_options.h"
 #include "store_names.h"
 
 namespace zelkm_tool {
