@@ -45,37 +45,33 @@ class Query : public test::Engine {};
 // ---- Messages -----------------------------------------------------------------------------------
 
 TEST_F(Query, RefusalsSayWhyAndChangeNothing) {
-    const std::string parsed = "parse_command error " + std::to_string(ZELKM_SYNTAX_ERROR) + "\n";
-    const std::string list = refusedBy("parse_tokens", ZELKM_SYNTAX_ERROR);
-    const std::string where = refusedBy("parse_where_set_token", ZELKM_SYNTAX_ERROR);
-    const auto at = [](int state, char byte, int len) {
-        return "err: state:(" + std::to_string(state) + ")  t->token=ADDR, *p(ADDR)=" + byte +
-               ", len=" + std::to_string(len) + "\n\n";
-    };
-    const std::pair<std::string, Lines> cases[] = {
-        {"command parsing error\n" + parsed, {"S", "select (ALIAS)"}},
-        {"column parsing error\n" + parsed, {"SELECT ALIAS)", "INSERT (ALIAS"}},
-        {"value parsing error\n" + parsed,
-         {"INSERT (ALIAS) VALUE (a) ", "UPDATE (ADMIN) VALUE (x) WHERE ALIAS=a"}},
-        {"UPDATE needs WHERE statement\n" + parsed, {"UPDATE (ADMIN) VALUE (x)"}},
-        {at(1, ',', 0) + list, {"SELECT (,)"}},
-        {at(4, 'x', 2) + list, {"SELECT ('ab'x)"}},
-        {at(5, '\x1F', 2) + list, {"INSERT (ALIAS) VALUE (ab'c)"}},
-        {list, {"SELECT (a,b,c,d,e,f,g)", "INSERT (ALIAS) VALUE (a,b,c,d,e,f,g)"}},
-        {at(2, '\x1F', 0) + where, {"DELETE WHERE ALIAS=''"}},
-        {at(3, ' ', 2) + where, {"DELETE WHERE ALIAS='ab"}},
-        {where, {"DELETE WHERE ALIAS", "DELETE WHERE ALIAS=", "DELETE WHERE ALIAS=a,b"}},
-        {refusedBy("INSERT", ZELKM_SYNTAX_ERROR),
-         {"INSERT () VALUE ()", "INSERT (ALIAS,CREATOR) VALUE (a)", "INSERT (ALIAS) VALUE ()"}},
-        {"invalid column name\n" + refusedBy("INSERT", ZELKM_UNKNOWN_COLUMN),
-         {"INSERT (ALIAS,ALIA) VALUE (a,b)", "INSERT (CREATOR_UIDS) VALUE (a)"}},
-        {refusedBy("DELETE", ZELKM_NOTHING_DELETED), {"DELETE WHERE ALIAS=b"}}};
     ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (a)"));
-    for (const auto& [expected, commands] : cases) {
-        for (const std::string& command : commands) {
-            EXPECT_EQ(expected, messages(query(command))) << command;
-            EXPECT_EQ("a^^^^^^\n", select(test::kSelectAll)) << command;
-        }
+    for (const std::string command : {"S",
+                                      "select (ALIAS)",
+                                      "SELECT ALIAS)",
+                                      "INSERT (ALIAS",
+                                      "INSERT (ALIAS) VALUE (a) ",
+                                      "UPDATE (ADMIN) VALUE (x) WHERE ALIAS=a",
+                                      "UPDATE (ADMIN) VALUE (x)",
+                                      "SELECT (,)",
+                                      "SELECT ('ab'x)",
+                                      "INSERT (ALIAS) VALUE (ab'c)",
+                                      "SELECT (a,b,c,d,e,f,g)",
+                                      "INSERT (ALIAS) VALUE (a,b,c,d,e,f,g)",
+                                      "DELETE WHERE ALIAS=''",
+                                      "DELETE WHERE ALIAS='ab",
+                                      "DELETE WHERE ALIAS",
+                                      "DELETE WHERE ALIAS=",
+                                      "DELETE WHERE ALIAS=a,b",
+                                      "INSERT () VALUE ()",
+                                      "INSERT (ALIAS,CREATOR) VALUE (a)",
+                                      "INSERT (ALIAS) VALUE ()",
+                                      "INSERT (ALIAS,ALIA) VALUE (a,b)",
+                                      "INSERT (CREATOR_UIDS) VALUE (a)",
+                                      "DELETE WHERE ALIAS=b"}) {
+        const int status = query(command);
+        expectReported(command, test::readable(messages(status)));
+        EXPECT_EQ("a^^^^^^\n", select(test::kSelectAll)) << command;
     }
 }
 

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "db_command_parser.h"
+#include "kept_reports.h"
 #include "log_capture.h"
 #include "results.h"
 #include "velt_secure_db.h"
@@ -175,6 +176,12 @@ class Engine : public ::testing::Test {
             << all;
         clearLog();
         return all;
+    }
+
+    // Holds what the engine says to tests/data/engine.txt (see kept_reports.h).
+    static void expectReported(const std::string& name, const std::string& text) {
+        static const KeptReports kept(ZELKM_TEST_DATA_DIR "/engine.txt");
+        kept.expect(name, text);
     }
 
     std::string blob_;
