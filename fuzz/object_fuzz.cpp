@@ -12,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "file_names.h"
 #include "folder.h"
 #include "zelkeymaster_operation.h"
 
@@ -22,7 +23,7 @@ namespace fs = std::filesystem;
 struct ZelKeymasterOperationPeer {
     static void restart(ZelKeymasterOperation& object) {
         static_cast<void>(
-            ZelKeymasterOperation::load_data("secure_objects.db", &object.mDbData, &object.mDbLen));
+            ZelKeymasterOperation::load_data(zelkm::kStoreFile, &object.mDbData, &object.mDbLen));
         std::free(object.mDbKeyBlob);
         object.mDbKeyBlob = nullptr;
         object.mDbKeyBlobLen = 0;
@@ -39,9 +40,16 @@ using android::hardware::hidl_vec;
 using soft_keymaster::Call;
 using soft_keymaster::Fault;
 
-constexpr const char* kFiles[] = {"secure_objects.db",     "edbk",     "edbk_digest",
-                                  "secure_objects.db.bak", "edbk.bak", "edbk_digest.bak",
-                                  "secure_objects.db.tmp", "edbk.tmp", "edbk_digest.tmp"};
+// Each with its backup and its temporary file.
+const std::vector<std::string> kFiles = [] {
+    std::vector<std::string> names;
+    for (const char* suffix : {"", zelkm::kBackupSuffix, zelkm::kTemporarySuffix}) {
+        for (const char* name : zelkm::kReplacedFiles) {
+            names.push_back(name + std::string(suffix));
+        }
+    }
+    return names;
+}();
 
 int insert(ZelKeymasterOperation& object, std::string alias) {
     SODOperationParam p;
@@ -114,7 +122,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     soft.emplace(options);
     keymaster.emplace(*soft);
     static ZelKeymasterOperation object(&*keymaster, true);
-    for (const char* name : kFiles) {
+    for (const std::string& name : kFiles) {
         fs::remove(name);
     }
     ZelKeymasterOperationPeer::restart(object);

@@ -22,7 +22,7 @@ TIMEOUT_FACTOR = 10  # of a test's usual time, and 10 s more: then the fault has
 SOURCES = "common/src/**/*"
 # For the first folder of a source: what is built of it, and the tests that start or link that.
 FOLDERS = {
-    "common": ("zelkeymaster_objects", r"^(library_|faults_|file_fault|memory_fault|error_file|abi_|.*_seeds$)"),
+    "common": ("zelkeymaster_objects", r"^(library_|faults_|file_fault|memory_fault|error_file|abi_|(query|matching|store|chain|object)_seeds$)"),
     "soft_keymaster": ("soft_keymaster", "^(soft_|keymaster_check|library|faults)"),
     "keymaster_check": ("keymaster_check", "^(keymaster_check|check_session)"),
     "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)|_session$"),

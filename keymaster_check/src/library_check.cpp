@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "checks.h"
+#include "file_names.h"
 #include "gcm_run.h"
 #include "private_directory.h"
 #include "velt_secure_db.h"
@@ -14,9 +15,6 @@
 
 namespace keymaster_check {
 namespace {
-
-constexpr char kStore[] = "secure_objects.db";
-constexpr char kKeyFiles[][9] = {"edbk", "edbk.bak"};
 
 // Makes the process forget its table in memory.
 void forgetTable(ZelKeymasterOperation& object) {
@@ -77,8 +75,9 @@ class Story {
             outcome_.answered += " in place of: " + expected;
             outcome_.consequence = consequence;
         }
-        for (const char* file : kKeyFiles) {
-            caller_.own(directory_.read(file));  // each step may bring another key
+        for (const std::string& file :
+             {std::string(zelkm::kKeyFile), zelkm::kKeyFile + std::string(zelkm::kBackupSuffix)}) {
+            caller_.own(directory_.read(file.c_str()));  // each step may bring another key
         }
     }
 
@@ -127,7 +126,7 @@ Finding checkEndToEnd(Context& context) {
     story.step("select", "0, alias_one alias_two", "what was inserted is not found", selected);
     story.step("look into the store file", "no object is readable",
                "the objects lie on the disk readable for everybody", [&] {
-                   store = directory.read(kStore);
+                   store = directory.read(zelkm::kStoreFile);
                    return store.empty()                ? "it is empty"
                           : holdsText(store, "alias_") ? "the objects are readable"
                                                        : "no object is readable";
@@ -135,7 +134,7 @@ Finding checkEndToEnd(Context& context) {
     story.step("select after a restart", "0, alias_one alias_two", kLost, selectAfterStart);
     story.step("damage the store file", "done", "the check's own directory does not work", [&] {
         store.back() = static_cast<uint8_t>(store.back() ^ 1);
-        return directory.write(kStore, store) ? "done" : "not written";
+        return directory.write(zelkm::kStoreFile, store) ? "done" : "not written";
     });
     story.step("select after a restart", "-30 VERIFICATION_FAILED",
                "damage to a store is not noticed as such, and not repaired", selectAfterStart);

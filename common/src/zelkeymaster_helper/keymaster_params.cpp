@@ -15,7 +15,7 @@ using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::Tag;
 
 constexpr uint32_t kAesKeyBits = 256;
-constexpr uint32_t kGcmTagBits = 128;
+constexpr uint32_t kGcmTagBits = 8 * SDB_TAG_LEN;
 
 // The type bits of a tag, or of a tag type.
 template <typename T>
