@@ -18,7 +18,6 @@
 #include "files.h"
 #include "log_reader.h"
 #include "pages.h"
-#include "result_codes.h"
 #include "store_values.h"
 
 namespace zelkm_tool {

@@ -3,12 +3,15 @@
 
 #include "messages.h"
 
+#include <keymaster_check/names.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <optional>
+#include <regex>
 #include <set>
 #include <stdexcept>
 
@@ -30,6 +33,30 @@ const std::map<std::string, std::set<std::string>>& wordsOf() {
         {"%s error(%d)", {"INSERT", "SELECT", "DELETE", "UPDATE"}},
     };
     return words;
+}
+
+// The codes that no call of this library leads to: their page has one sentence for all of them.
+constexpr std::string_view kOthers = "No call of the library is known to lead to these";
+
+std::vector<ResultCode> readCodes() {
+    std::vector<ResultCode> codes;
+    for (const PageRow& row : tableRows(
+             kDiagnosticsPage, "| code | name | meaning | cause in this library | what to do |")) {
+        codes.push_back({std::stoi(row.cells[0]), withoutBackticks(row.cells[1]), row.cells[2],
+                         row.cells[3], row.cells[4]});
+    }
+    std::string others(kDiagnosticsPage.substr(kDiagnosticsPage.find(kOthers)));
+    others.resize(others.find("\n\n"));
+    std::replace(others.begin(), others.end(), '\n', ' ');
+    const std::regex code_and_meaning(R"((-\d+) \(([^)]*)\))");
+    for (std::sregex_iterator at(others.begin(), others.end(), code_and_meaning), end; at != end;
+         ++at) {
+        const int code = std::stoi((*at)[1]);
+        codes.push_back({code, keymaster_check::codeName(code), (*at)[2],
+                         "No call of the library is known to lead to it.",
+                         "Ask the keymaster's vendor."});
+    }
+    return codes;
 }
 
 std::vector<Message> readMessages() {
@@ -136,6 +163,18 @@ bool printsErrno(std::string_view format) {
 }
 
 }  // namespace
+
+const std::vector<ResultCode>& resultCodes() {
+    static const std::vector<ResultCode> codes = readCodes();
+    return codes;
+}
+
+const ResultCode* findResultCode(int code) {
+    const auto& codes = resultCodes();
+    const auto found = std::find_if(codes.begin(), codes.end(),
+                                    [code](const ResultCode& c) { return c.code == code; });
+    return found != codes.end() ? &*found : nullptr;
+}
 
 const std::vector<Message>& messages() {
     static const std::vector<Message> messages = readMessages();

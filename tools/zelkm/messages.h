@@ -1,8 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every message that the library logs, with its meaning, from docs/diagnostics.md. They serve the
-// causes of failed commands, 'zelkm explain', and the doctor's reading of logs.
+// Every message that the library logs, every keymaster 4.0 error code and the library's own, with
+// their meanings, from docs/diagnostics.md. They serve the causes of failed commands, 'zelkm
+// explain', and the doctor's reading of logs.
 
 #pragma once
 
@@ -10,9 +11,25 @@
 #include <string_view>
 #include <vector>
 
-#include "result_codes.h"
-
 namespace zelkm_tool {
+
+struct ResultCode {
+    int code;
+    std::string name;
+    std::string meaning;  // a few words
+    std::string cause;    // in this library
+    std::string advice;
+
+    // E.g. "-49 SECURE_HW_COMMUNICATION_FAILED: the secure hardware does not respond".
+    std::string nameAndMeaning() const {
+        return std::to_string(code) + ' ' + name + ": " + meaning;
+    }
+};
+
+const std::vector<ResultCode>& resultCodes();
+
+// Null when the code is unknown.
+const ResultCode* findResultCode(int code);
 
 // The two sources that log.
 inline constexpr char kObjectSource[] = "zelkeymaster_operation.cpp";

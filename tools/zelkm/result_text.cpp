@@ -18,7 +18,6 @@
 #include "bytes.h"
 #include "failure.h"
 #include "log_reader.h"
-#include "result_codes.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
