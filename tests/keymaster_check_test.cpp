@@ -56,9 +56,7 @@ void flip(List& bytes, size_t at) {
 }
 
 Bytes newKey(Keymaster& keymaster) {
-    return keymaster_check::call(
-               [&](auto cb) { return keymaster.generateKey(databaseKeyParams(), cb); })
-        .output;
+    return call(keymaster, {Call::kGenerateKey, {}, databaseKeyParams()}).output;
 }
 
 // Replies to finish when the next operation begins.
@@ -171,10 +169,8 @@ void requestForeign(FaultKeymaster& km) {
     const Params kind = {param(Tag::ALGORITHM, Algorithm::EC),
                          param(Tag::EC_CURVE, EcCurve::P_256)};
     const Params csr = {param(TAG_GENERATE_CSR, true)};
-    const Bytes key =
-        keymaster_check::call([&](auto cb) { return km.generateKey(kind, cb); }).output;
-    const auto request =
-        keymaster_check::call([&](auto cb) { return km.attestKey(key, csr, cb); }).chain;
+    const Bytes key = call(km, {Call::kGenerateKey, {}, kind}).output;
+    const auto request = call(km, {Call::kAttestKey, key, csr}).chain;
     km.planEach(Call::kAttestKey, Fault::alter([request](Answer& answer) {
                     if (answer.chain.size() == 1) {
                         answer.chain = request;
@@ -189,9 +185,7 @@ Make exporting(size_t certificate) {
             const Params asked = {param(Tag::ATTESTATION_CHALLENGE, Bytes{1}),
                                   param(Tag::ATTESTATION_APPLICATION_ID, Bytes{1})};
             const Bytes blob = exported.key_blob;
-            const Bytes der = keymaster_check::call([&](auto cb) {
-                                  return km.attestKey(blob, asked, cb);
-                              }).chain.at(certificate);
+            const Bytes der = call(km, {Call::kAttestKey, blob, asked}).chain.at(certificate);
             const uint8_t* at = der.data();
             const zelkm::X509Ptr x509(d2i_X509(nullptr, &at, long(der.size())));
             uint8_t* key = nullptr;
@@ -289,6 +283,12 @@ std::vector<Row> rows() {
             answer.error = ErrorCode::VERIFICATION_FAILED;
         }
     };
+    const auto refuseEcKeys = [](Answer& answer, const CallRecord& call) {
+        if (findParam(call.params, Tag::EC_CURVE) != nullptr) {
+            answer = Answer();
+            answer.take(ErrorCode::UNSUPPORTED_ALGORITHM);
+        }
+    };
     const auto takeLittle = [](CallRecord& call) {
         call.input.resize(std::min<size_t>(call.input.size(), 500));
     };
@@ -361,6 +361,7 @@ std::vector<Row> rows() {
         {"a transport of 5000 bytes", smallTransport(kTransportLimit)},
         {"updates of 5000 bytes", smallUpdates(INT_MAX)},
         {"one update that fails", smallUpdates(1)},
+        {"no key to attest", each(Call::kGenerateKey, refuseEcKeys)},
         {"no attestation", each(Call::kAttestKey, Fault::error(ErrorCode::UNIMPLEMENTED))},
         {"a chain from its root down",
          eachChain(3, [](std::vector<Bytes>& chain) { std::swap(chain[0], chain[2]); })},
@@ -736,6 +737,24 @@ TEST_F(KeymasterCheck, RefusesWhatSaveKeyHasNotMade) {
         expectReport(std::string("sound, later: ") + what, verifyKey(inner_, other, options_));
     }
     expectReport("sound, later: the text", verifyKey(inner_, saved, options_));
+}
+
+TEST(KeymasterCheckReport, NamesCodesTagsAndCalls) {
+    std::string names;
+    for (int code = -1001; code <= 1; ++code) {
+        names += codeName(code) == nullptr ? "" : describeCode(code) + "\n";
+    }
+    for (uint32_t id = 0; id < 0x1000; ++id) {
+        for (uint32_t type = 1; type <= 10; ++type) {
+            const auto tag = static_cast<Tag>(type << 28 | id);
+            if (describeTag(tag).rfind("0x", 0) != 0) {
+                names +=
+                    std::to_string(type) + ":" + std::to_string(id) + " " + describeTag(tag) + "\n";
+            }
+        }
+    }
+    names += describeTag(Tag(0x9000ABCD)) + "\n";
+    test::KeptReports(ZELKM_TEST_DATA_DIR "/keymaster_reports.txt").expect("names", names);
 }
 
 TEST(KeymasterCheckReport, LaysOutEachVerdict) {

@@ -102,9 +102,8 @@ const std::vector<NamedFault>& namedFaults() {
                   true),
         upgrade("upgrade-other-key", "an upgrade returns another key",
                 [](FaultKeymaster& km, const CallRecord&) {
-                    return keymaster_check::call([&](auto cb) {
-                               return km.generateKey(keymaster_check::databaseKeyParams(), cb);
-                           })
+                    return keymaster_check::call(
+                               km, {Call::kGenerateKey, {}, keymaster_check::databaseKeyParams()})
                         .output;
                 }),
         upgrade("upgrade-garbage", "an upgrade returns garbage",

@@ -15,6 +15,7 @@
 
 namespace test {
 
+using keymaster_check::Call;
 using soft_keymaster::Keymaster;
 using Error = ErrorCode;
 using Params = std::vector<KeyParameter>;
@@ -45,10 +46,9 @@ inline Params with(Params params, const Params& changes) {
     return params;
 }
 
-// Runs `make` with a callback for any call. The parameters of a key are its characteristics.
-template <typename Make>
-Result resultOf(Make make) {
-    Result result = keymaster_check::call(make);
+// The parameters of a key are its characteristics.
+inline Result made(Keymaster& km, const keymaster_check::CallRecord& record) {
+    Result result = keymaster_check::call(km, record);
     if (result.params.size() == 0) {
         result.params = result.characteristics.softwareEnforced;
     }
@@ -56,29 +56,28 @@ Result resultOf(Make make) {
 }
 
 inline Result generate(Keymaster& km, const Params& params) {
-    return resultOf([&](auto cb) { return km.generateKey(params, cb); });
+    return made(km, {Call::kGenerateKey, {}, params});
 }
-inline Result characteristics(Keymaster& km, const Bytes& blob, const Bytes& client = {},
-                              const Bytes& data = {}) {
-    return resultOf([&](auto cb) { return km.getKeyCharacteristics(blob, client, data, cb); });
+inline Result characteristics(Keymaster& km, const Bytes& blob) {
+    return made(km, {Call::kGetKeyCharacteristics, blob});
 }
 inline ErrorCode check(Keymaster& km, const Bytes& blob) {
     return characteristics(km, blob).error;
 }
-inline Result upgrade(Keymaster& km, const Bytes& blob, const Params& params = {}) {
-    return resultOf([&](auto cb) { return km.upgradeKey(blob, params, cb); });
+inline Result upgrade(Keymaster& km, const Bytes& blob) {
+    return made(km, {Call::kUpgradeKey, blob});
 }
 inline Result attest(Keymaster& km, const Bytes& blob, const Params& params) {
-    return resultOf([&](auto cb) { return km.attestKey(blob, params, cb); });
+    return made(km, {Call::kAttestKey, blob, params});
 }
 inline Result begin(Keymaster& km, KeyPurpose purpose, const Bytes& blob, const Params& params) {
-    return resultOf([&](auto cb) { return km.begin(purpose, blob, params, {}, cb); });
+    return made(km, {Call::kBegin, blob, params, purpose});
 }
 inline Result update(Keymaster& km, uint64_t handle, const Params& params, const Bytes& input) {
-    return resultOf([&](auto cb) { return km.update(handle, params, input, {}, {}, cb); });
+    return made(km, {Call::kUpdate, {}, params, {}, handle, input});
 }
 inline Result finish(Keymaster& km, uint64_t handle, const Bytes& input = {}) {
-    return resultOf([&](auto cb) { return km.finish(handle, {}, input, {}, {}, {}, cb); });
+    return made(km, {Call::kFinish, {}, {}, {}, handle, input});
 }
 
 }  // namespace test

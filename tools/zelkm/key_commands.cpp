@@ -5,7 +5,7 @@
 // keymaster. The blob of a new key is written beside the result. It never replaces an existing
 // file.
 
-#include <keymaster_check/client.h>
+#include <keymaster_check/names.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
 
@@ -29,6 +29,7 @@ namespace {
 
 using android::hardware::hidl_vec;
 using namespace android::hardware::keymaster::V4_0;
+using keymaster_check::Call;
 using keymaster_check::param;
 
 constexpr size_t kChallengeLen = 32;
@@ -60,13 +61,13 @@ std::vector<KeyParameter> newKeyParams(bool rsa) {
 }
 
 // Makes a keymaster call, which must succeed.
-template <typename Make>
-keymaster_check::Answer checkedCall(Make make, const std::string& what) {
-    keymaster_check::Answer answer = keymaster_check::call(make);
+keymaster_check::Answer checkedCall(Session& session, const keymaster_check::CallRecord& record) {
+    const keymaster_check::Answer answer = keymaster_check::call(session.keymaster(), record);
+    const std::string name = keymaster_check::callName(record.call);
     if (!answer.transport) {
-        throw Refused(what + ": " + answer.failure);
+        throw Refused(name + ": " + answer.failure);
     }
-    check(static_cast<int>(answer.error), what);
+    check(static_cast<int>(answer.error), name);
     return answer;
 }
 
@@ -77,10 +78,7 @@ hidl_vec<uint8_t> takeKey(Session& session, const KeyOptions& options, const std
         return toVec(existing);
     }
     const hidl_vec<uint8_t> blob =
-        checkedCall(
-            [&](auto cb) { return session.keymaster().generateKey(newKeyParams(options.rsa), cb); },
-            "generateKey")
-            .output;
+        checkedCall(session, {Call::kGenerateKey, {}, newKeyParams(options.rsa)}).output;
     *new_key = toBytes(blob);
     return blob;
 }
@@ -152,9 +150,7 @@ void attestKey(const SessionOptions& session_options, const KeyOptions& options)
         const std::vector<KeyParameter> params = {
             param(Tag::ATTESTATION_CHALLENGE, challenge),
             param(Tag::ATTESTATION_APPLICATION_ID, kApplicationId)};
-        chain = checkedCall([&](auto cb) { return session.keymaster().attestKey(key, params, cb); },
-                            "attestKey")
-                    .chain;
+        chain = checkedCall(session, {Call::kAttestKey, key, params}).chain;
     }
     std::cout << "challenge " << hex(challenge) << '\n';
     for (size_t i = 0; i < chain.size(); ++i) {

@@ -23,6 +23,7 @@ namespace {
 using namespace android::hardware::keymaster::V4_0;
 using keymaster_check::Answer;
 using keymaster_check::call;
+using keymaster_check::Call;
 using keymaster_check::param;
 
 struct Context {
@@ -46,18 +47,13 @@ int decryptForEngine(void* context, unsigned, unsigned char* plain, unsigned cha
     Bytes input(cipher, cipher + len);
     input.insert(input.end(), tag, tag + SDB_TAG_LEN);
 
-    const Answer begun = call([&](auto answer) {
-        return with->keymaster->begin(KeyPurpose::DECRYPT, toVec(with->key), params,
-                                      HardwareAuthToken(), answer);
-    });
-    const Answer updated = !begun.ok() ? begun : call([&](auto answer) {
-        return with->keymaster->update(begun.handle, magic, input, HardwareAuthToken(),
-                                       VerificationToken(), answer);
-    });
-    const Answer finished = !updated.ok() ? updated : call([&](auto answer) {
-        return with->keymaster->finish(begun.handle, {}, {}, {}, HardwareAuthToken(),
-                                       VerificationToken(), answer);
-    });
+    soft_keymaster::SoftKeymaster& keymaster = *with->keymaster;
+    const Answer begun =
+        call(keymaster, {Call::kBegin, toVec(with->key), params, KeyPurpose::DECRYPT});
+    const Answer updated =
+        !begun.ok() ? begun : call(keymaster, {Call::kUpdate, {}, magic, {}, begun.handle, input});
+    const Answer finished =
+        !updated.ok() ? updated : call(keymaster, {Call::kFinish, {}, {}, {}, begun.handle});
     if (finished.ok()) {
         with->trial.payload = toBytes(updated.output) + toBytes(finished.output);
         with->trial.payload.copy(reinterpret_cast<char*>(plain), len);
@@ -86,8 +82,7 @@ KeyTrials::KeyTrials(const Directory& directory) {
 }
 
 int KeyTrials::answerTo(const std::string& key) {
-    const Answer answer = call(
-        [&](auto take) { return keymaster_->getKeyCharacteristics(toVec(key), {}, {}, take); });
+    const Answer answer = call(*keymaster_, {Call::kGetKeyCharacteristics, toVec(key)});
     return static_cast<int>(answer.error);
 }
 

@@ -66,10 +66,9 @@ soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& op
 
 // What the keymaster says about a key.
 ErrorCode keyStatus(soft_keymaster::SoftKeymaster* keymaster, const std::string& key) {
-    const auto ask = [&](auto take) {
-        return keymaster->getKeyCharacteristics(toVec(key), {}, {}, take);
-    };
-    return keymaster_check::call(ask).error;
+    return keymaster_check::call(*keymaster,
+                                 {keymaster_check::Call::kGetKeyCharacteristics, toVec(key)})
+        .error;
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 // A small client of a keymaster: parameters, and calls whose answer is one value.
 //
 //     const Params params = {param(Tag::ALGORITHM, Algorithm::AES), param(Tag::KEY_SIZE, 256)};
-//     const Answer made = call([&](auto cb) { return keymaster.generateKey(params, cb); });
+//     const Answer made = call(keymaster, {Call::kGenerateKey, {}, params});
 //     if (made.ok()) { use(made.output); }
 
 #pragma once
@@ -206,11 +206,11 @@ struct Answer {
     void put(const hidl_vec<hidl_vec<uint8_t>>& value) { chain.assign(value.begin(), value.end()); }
 };
 
-// Makes a call: `make` gets a callback for any call, and passes on what the call returns.
-template <typename Make>
-Answer call(Make make) {
+// Makes the call.
+inline Answer call(Keymaster& keymaster, const CallRecord& record) {
     Answer answer;
-    answer.close(make([&answer](const auto&... values) { answer.take(values...); }));
+    const auto take = [&answer](const auto&... values) { answer.take(values...); };
+    answer.close(send(keymaster, record, take));
     return answer;
 }
 
