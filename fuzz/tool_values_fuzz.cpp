@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "../tools/zelkm/failure.h"
+#include "../tools/zelkm/store_file.h"
 #include "../tools/zelkm/store_values.h"
 #include "fuzz.h"
 #include "sod_command_text.h"
@@ -93,8 +94,8 @@ class CheckedStore {
         }
         std::string text;
         fuzz::require(query(zelkm::selectCommand(param), &text) == 0);
-        fuzz::require(zelkm_tool::splitSelection(text, kColumnNames.size()) ==
-                      matching(conditions));
+        const auto read = zelkm_tool::readRows(text, 0x1E, kColumnNames.size(), SIZE_MAX);
+        fuzz::require(read.whole && read.rows == matching(conditions));
     }
 
     void reload() { handle_ = 0; }

@@ -49,7 +49,9 @@ export ZELKM_DIR=$scratch/store
 "$root/usr/bin/zelkm" --quiet add --alias payment --creator wallet
 test "$("$root/usr/bin/zelkm" aliases)" = wallet::payment
 "$here/pages_test.py" --exact "$root/usr/bin" -- "$here/../sessions/list.md"
-for page in "$root"/usr/share/man/man1/{zelkm,zelkeymaster_check}.1*; do zgrep -q '^\.SH OPTIONS' "$page"; done
+for page in "$root"/usr/share/man/man1/{zelkm,zelkeymaster_check}.1*; do
+    [[ $(zcat -f "$page") == *".SH OPTIONS"* ]]
+done
 test -s "$root/usr/share/bash-completion/completions/zelkm"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$root" -name zelkeymaster.pc)")

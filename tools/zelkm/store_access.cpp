@@ -7,6 +7,7 @@
 #include <velt_secure_db.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 #include <utility>
 
@@ -18,6 +19,7 @@ namespace zelkm_tool {
 namespace {
 
 constexpr char kQuote = 0x1F;
+constexpr uint8_t kSeparator = 0x1E;  // of values in what the engine returns
 
 // What all calls to a keymaster in another process share: 1 MiB less two pages. A change sends the
 // whole store in one call.
@@ -75,16 +77,16 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
     if (output.data == nullptr) {
         throw std::bad_alloc();
     }
-    auto rows = splitSelection(output.text(), columns.size());
-    if (!rows) {
+    StoreRows found = readRows(output.text(), kSeparator, columns.size(), SIZE_MAX);
+    if (!found.whole) {
         throw Refused(
             "a stored value holds the byte 0x1e, so that values cannot be separated; "
             "see the rows with: zelkm query 'SELECT (ALIAS)'");
     }
-    if (conditions.empty() && rows->size() != num_objects) {
+    if (conditions.empty() && found.rows.size() != num_objects) {
         throw Refused("reading the store: not all objects were read");
     }
-    return *std::move(rows);
+    return std::move(found.rows);
 }
 
 std::string nameOf(const Row& object) {

@@ -46,12 +46,15 @@ std::string_view storePayload(std::string_view file, const StoreHeader& header) 
 }
 
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header, size_t max_kept) {
-    zelkm::PayloadReader reader(bytesOf(payload), payload.size(),
-                                zelkm::separatorOf(bytesOf(header.magic)));
+    return readRows(payload, zelkm::separatorOf(bytesOf(header.magic)), SDB_NUM_COLUMNS, max_kept);
+}
+
+StoreRows readRows(std::string_view text, uint8_t separator, size_t num_columns, size_t max_kept) {
+    zelkm::PayloadReader reader(bytesOf(text), text.size(), separator);
     StoreRows result = {};
     while (reader.left() > 1) {
         std::vector<std::string> row;
-        while (row.size() < SDB_NUM_COLUMNS) {
+        while (row.size() < num_columns) {
             row.push_back(takeValue(&reader));
         }
         uint8_t end = 0;
@@ -63,7 +66,7 @@ StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header, si
             result.rows.push_back(std::move(row));
         }
     }
-    result.whole = reader.left() == 1 && payload.back() == '\0';
+    result.whole = reader.left() == 1 && text.back() == '\0';
     return result;
 }
 

@@ -35,12 +35,15 @@ std::string_view storePayload(std::string_view file, const StoreHeader& header);
 
 struct StoreRows {
     uint32_t count;                              // up to the first that is none, or to the end
-    bool whole;                                  // the payload is nothing but rows and a NUL
+    bool whole;                                  // the text is nothing but rows and a NUL
     std::vector<std::vector<std::string>> rows;  // the first ones
 };
 
-// Reads the rows of a plaintext payload, whatever the header's row count is, and keeps no more than
-// `max_kept` of them.
+// Reads rows of as many values, each up to its separator, so that it may hold a line feed. Keeps no
+// more than `max_kept` of them.
+StoreRows readRows(std::string_view text, uint8_t separator, size_t num_columns, size_t max_kept);
+
+// Reads the rows of a plaintext payload, whatever the header's row count is.
 StoreRows parseStoreRows(std::string_view payload, const StoreHeader& header, size_t max_kept = 0);
 
 // The length of the smallest payload with that many rows: all values are empty.

@@ -260,26 +260,4 @@ std::vector<std::string> parseColumns(std::string_view text) {
     return columns;
 }
 
-std::optional<std::vector<std::vector<std::string>>> splitSelection(std::string_view text,
-                                                                    size_t num_columns) {
-    std::vector<std::vector<std::string>> rows;
-    while (text != std::string_view("\0", 1)) {
-        std::vector<std::string> row;
-        for (size_t i = 0; i < num_columns; ++i) {
-            const size_t end = text.find(kFieldEnd);
-            if (end == text.npos) {
-                return std::nullopt;
-            }
-            row.emplace_back(text.substr(0, end));
-            text.remove_prefix(end + 1);
-        }
-        if (text.empty() || text.front() != kRowEnd) {
-            return std::nullopt;
-        }
-        text.remove_prefix(1);
-        rows.push_back(std::move(row));
-    }
-    return rows;
-}
-
 }  // namespace zelkm_tool

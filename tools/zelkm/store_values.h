@@ -63,10 +63,4 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
 // column.
 std::vector<std::string> parseColumns(std::string_view text);
 
-// Cuts the text of a selection of `num_columns` columns into rows. A value reaches up to its
-// separator, so it may hold a line feed. Nothing when the text is not made of such rows: a stored
-// value then holds the separator 0x1E.
-std::optional<std::vector<std::vector<std::string>>> splitSelection(std::string_view text,
-                                                                    size_t num_columns);
-
 }  // namespace zelkm_tool
