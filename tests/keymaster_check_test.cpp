@@ -292,6 +292,14 @@ std::vector<Row> rows() {
     const auto takeLittle = [](CallRecord& call) {
         call.input.resize(std::min<size_t>(call.input.size(), 500));
     };
+    const auto failTenth = [=](FaultKeymaster& km) {
+        km.alterCalls(takeLittle);
+        km.planEach(Call::kUpdate, Fault::alter([](Answer& answer, const CallRecord& call) {
+                        if (call.input.size() == 8192 - 9 * 500) {
+                            answer.error = ErrorCode::INVALID_INPUT_LENGTH;
+                        }
+                    }));
+    };
     const auto addNonce = [](Answer& answer) {
         if (const auto* nonce = find(answer.params, Tag::NONCE)) {
             answer.params.push_back(KeyParameter(*nonce));
@@ -361,6 +369,7 @@ std::vector<Row> rows() {
         {"a transport of 5000 bytes", smallTransport(kTransportLimit)},
         {"updates of 5000 bytes", smallUpdates(INT_MAX)},
         {"one update that fails", smallUpdates(1)},
+        {"a tenth update that fails", with(failTenth)},
         {"no key to attest", each(Call::kGenerateKey, refuseEcKeys)},
         {"no attestation", each(Call::kAttestKey, Fault::error(ErrorCode::UNIMPLEMENTED))},
         {"a chain from its root down",

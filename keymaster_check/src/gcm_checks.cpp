@@ -25,34 +25,36 @@ Finding noOperation(const Run& run) {
                     (run.done() ? "other bytes come back" : run.failure()) + ": see gcm.correct");
 }
 
+struct Fault {
+    std::string reason;  // empty when there is none
+    std::string consequence;
+};
+
 // Encrypts payloads of these sizes, and then decrypts them. What an encryption alone shows is
-// judged before its decryption, which may fail because of it. `judge` returns the outcome when a
-// run breaks the requirement.
+// judged before its decryption, which may fail because of it. `judge` returns how a run breaks the
+// requirement.
 template <typename Judge>
 Finding judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge judge,
                   const char* answered) {
     std::string sent;
     std::vector<Run> encryptions;
-    for (const size_t size : sizes) {
-        context.startCase();
-        encryptions.push_back(encrypt(context, context.key, size));
-        if (!encryptions.back().done()) {
-            return noOperation(encryptions.back());
-        }
-        if (const auto outcome = judge(size, encryptions.back())) {
-            return *outcome;
-        }
-        sent += (sent.empty() ? "" : ", ") + std::to_string(size);
-    }
-    auto encryption = encryptions.begin();
-    for (const size_t size : sizes) {
-        context.startCase();
-        const Run decryption = decrypt(context, context.key, *encryption++);
-        if (!decryption.done()) {
-            return noOperation(decryption);
-        }
-        if (const auto outcome = judge(size, decryption)) {
-            return *outcome;
+    for (const bool decrypts : {false, true}) {
+        auto encryption = encryptions.begin();
+        for (const size_t size : sizes) {
+            context.startCase();
+            const Run run = decrypts ? decrypt(context, context.key, *encryption++)
+                                     : encrypt(context, context.key, size);
+            if (!run.done()) {
+                return noOperation(run);
+            }
+            const Fault fault = judge(size, run);
+            if (!fault.reason.empty()) {
+                return broken(context, fault.reason, fault.consequence);
+            }
+            if (!decrypts) {
+                encryptions.push_back(run);
+                sent += (sent.empty() ? "" : ", ") + std::to_string(size);
+            }
         }
     }
     return holds(sent + " bytes, encrypted and decrypted", answered);
@@ -211,40 +213,36 @@ Finding checkNonceFresh(Context& context) {
 }
 
 Finding checkOutputInUpdate(Context& context) {
-    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Finding> {
+    const auto judge = [](size_t size, const Run& run) -> Fault {
         const size_t out = run.from_updates.size();
         if (out == size) {
-            return std::nullopt;
+            return {};
         }
-        return broken(context,
-                      std::string(run.purpose == KeyPurpose::ENCRYPT ? "en" : "de") + "crypting " +
-                          std::to_string(size) + " bytes, update returns " + std::to_string(out),
-                      out > size ? "the library drops the bytes beyond the payload" : "");
+        return {std::string(run.purpose == KeyPurpose::ENCRYPT ? "en" : "de") + "crypting " +
+                    std::to_string(size) + " bytes, update returns " + std::to_string(out),
+                out > size ? "the library drops the bytes beyond the payload" : ""};
     };
     return judgeRuns(context, {100, 17, 16, 15, 1}, judge, "as many bytes from update");
 }
 
 Finding checkTagInFinish(Context& context) {
-    const auto judge = [&context](size_t size, const Run& run) -> std::optional<Finding> {
+    const auto judge = [](size_t size, const Run& run) -> Fault {
         const size_t out = run.from_finish.size();
+        const bool encrypts = run.purpose == KeyPurpose::ENCRYPT;
         const std::string text = std::to_string(size) + " bytes, finish returns ";
-        if (run.purpose == KeyPurpose::DECRYPT) {
-            return out != kTagSize
-                       ? std::nullopt
-                       : std::optional<Finding>(
-                             broken(context, "decrypting " + text + "16, as an encryption does",
-                                    "the library takes the decryption for an encryption, and "
-                                    "the objects are not read"));
+        if (encrypts == (out == kTagSize)) {
+            return {};
         }
-        if (out == kTagSize) {
-            return std::nullopt;
+        if (!encrypts) {
+            return {"decrypting " + text + "16, as an encryption does",
+                    "the library takes the decryption for an encryption, and the objects are not "
+                    "read"};
         }
-        return broken(context, "encrypting " + text + std::to_string(out),
-                      out < kTagSize
-                          ? "insertions return 0, and the next start refuses the store (-30)"
-                          : "insertions return 0, and the library keeps the first 16 of these "
-                            "bytes; unless they are the tag, the next start refuses the store "
-                            "(-30)");
+        return {"encrypting " + text + std::to_string(out),
+                out < kTagSize
+                    ? "insertions return 0, and the next start refuses the store (-30)"
+                    : "insertions return 0, and the library keeps the first 16 of these bytes; "
+                      "unless they are the tag, the next start refuses the store (-30)"};
     };
     return judgeRuns(context, {100, 32, 17, 16, 15, 1}, judge,
                      "16 bytes from finish when encrypting, another number when decrypting");
