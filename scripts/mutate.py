@@ -23,7 +23,7 @@ SOURCES = "common/src/**/*"
 # For the first folder of a source: what is built of it, and the tests that start or link that.
 FOLDERS = {
     "common": ("zelkeymaster_objects", r"^(library_|faults_|file_fault|memory_fault|error_file|abi_|(query|matching|store|chain|object)_seeds$)"),
-    "soft_keymaster": ("soft_keymaster", "^(soft_|keymaster_check|library|faults)"),
+    "soft_keymaster": ("soft_keymaster", "^(soft_|keymaster_check|check_session|library|faults)"),
     "keymaster_check": ("keymaster_check", "^(keymaster_check|check_session)"),
     "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)|_session$"),
 }

@@ -7,9 +7,12 @@
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <set>
 
+#include "../soft_keymaster/src/root_key.h"
 #include "keymaster_calls.h"
 #include "openssl_handles.h"
 
@@ -103,6 +106,25 @@ TEST_F(SoftKeymasterTest, ChangedBlobsAreRefused) {
     EXPECT_EQ(Error::KEYMASTER_NOT_CONFIGURED, check(other, key));
     std::filesystem::remove("other");
     EXPECT_EQ(Error::INVALID_KEY_BLOB, check(other, key));
+}
+
+TEST_F(SoftKeymasterTest, MakesAFileOnceAndForItsOwnerAlone) {
+    const auto other_is_first = [] {
+        test::writeFile("file", bytes("first"));
+        return bytes("second");
+    };
+    EXPECT_EQ(bytes("first"), loadOrCreateFile("file", other_is_first));
+    const auto made = [] { return bytes("made"); };
+    EXPECT_EQ(bytes("made"), loadOrCreateFile("new", made));
+    EXPECT_EQ(std::filesystem::perms(0600), std::filesystem::status("new").permissions());
+    EXPECT_EQ(bytes("made"), loadOrCreateFile("", made));
+    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator("."), {}));
+    test::writeFile("large", Bytes(64 * 1024));
+    EXPECT_EQ(64u * 1024, loadOrCreateFile("large", made).size());
+    test::writeFile("larger", Bytes(64 * 1024 + 1));
+    EXPECT_THROW(loadOrCreateFile("larger", made), KeymasterError);
+    EXPECT_THROW(loadOrCreateFile(".", made), KeymasterError);
+    EXPECT_THROW(loadOrCreateFile("no/folder", made), KeymasterError);
 }
 
 TEST_F(SoftKeymasterTest, PatchLevelsDecideWhoMayUseAKey) {
