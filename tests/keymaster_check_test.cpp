@@ -59,7 +59,7 @@ Bytes newKey(Keymaster& keymaster) {
     return call(keymaster, {Call::kGenerateKey, {}, databaseKeyParams()}).output;
 }
 
-// Replies to finish when the next operation begins.
+// Replies to finish when the next operation begins, and never says who it is.
 class LateAnswer : public FaultKeymaster {
   public:
     using FaultKeymaster::FaultKeymaster;
@@ -75,6 +75,8 @@ class LateAnswer : public FaultKeymaster {
         }
         return FaultKeymaster::begin(purpose, key, params, token, cb);
     }
+
+    Return<void> getHardwareInfo(getHardwareInfo_cb) override { return android::hardware::Void(); }
 
   private:
     finish_cb late_;
@@ -402,6 +404,8 @@ std::vector<Row> rows() {
     };
 }
 
+const test::KeptReports kReports(ZELKM_TEST_DATA_DIR "/keymaster_reports.txt");
+
 // What is random in a report: bytes, but not those of every sample, times, and the sizes of
 // certificates and requests.
 std::string masked(const std::string& text) {
@@ -509,19 +513,19 @@ class KeymasterCheck : public test::InTempDir {
         std::vector<Finding> findings = check(make);
         const std::vector<Finding> later = verify(make, make);
         findings.insert(findings.end(), later.begin(), later.end());
+        EXPECT_EQ(broken(findings).empty(), exitStatus(findings) != 1);
         return findings;
     }
 
     // What is reported must be what is kept: of a sound keymaster all, of others what differs.
     static void expectReport(const std::string& keymaster, const std::vector<Finding>& findings) {
-        static const test::KeptReports kKept(ZELKM_TEST_DATA_DIR "/keymaster_reports.txt");
         std::string report;
         for (const std::string& finding : shown(findings)) {
             if (sound_report_.count(finding) == 0) {
                 report += finding;
             }
         }
-        kKept.expect(keymaster, report);
+        kReports.expect(keymaster, report);
     }
 
     static std::set<std::string> broken(const std::vector<Finding>& findings) {
@@ -636,7 +640,7 @@ TEST_F(KeymasterCheck, LeavesOutWhatTheOptionsSay) {
 }
 
 TEST_F(KeymasterCheck, KeepsItsTimeAndCleansUpWhateverACallTakes) {
-    for (const auto time : {0ms, 200ms, 500ms, 1500ms}) {
+    for (const auto time : {0ms, 200ms, 500ms, 1000ms, 1500ms}) {
         SoftKeymaster inner({"root"});
         FaultKeymaster km(inner);
         std::multiset<Bytes> made;
@@ -708,6 +712,12 @@ TEST_F(KeymasterCheck, LeavesNothingWhenASignalComes) {
     EXPECT_EXIT(checkWithSignals(raisesTwo(2100ms)), ::testing::KilledBySignal(SIGTERM), "");
     EXPECT_TRUE(std::filesystem::is_empty("tmp"));
 
+    {
+        const StopSignals again;
+        EXPECT_EQ(0, StopSignals::caught());
+    }
+    EXPECT_EQ(SIG_DFL, ::signal(SIGTERM, SIG_DFL));
+
     const Make throws =
         nth(Call::kGenerateKey, kKeyOfLibrary,
             Fault::alter([](Answer&) { throw std::runtime_error("of the keymaster"); }));
@@ -746,6 +756,24 @@ TEST_F(KeymasterCheck, RefusesWhatSaveKeyHasNotMade) {
         expectReport(std::string("sound, later: ") + what, verifyKey(inner_, other, options_));
     }
     expectReport("sound, later: the text", verifyKey(inner_, saved, options_));
+    options_.stopped = [] { return true; };
+    EXPECT_EQ("", saveKey(inner_, &failure, options_));
+    EXPECT_EQ("stopped", failure);
+}
+
+TEST_F(KeymasterCheck, SendsAsManyCallsAsItMust) {
+    FaultKeymaster recorder(inner_);
+    check(recorder);
+    verifyKey(recorder, saveKey(recorder, nullptr, options_), options_);
+    std::string counts;
+    for (int call = 0; call <= static_cast<int>(Call::kAbort); ++call) {
+        const auto kind = static_cast<Call>(call);
+        counts += callName(kind) + (" " + std::to_string(recorder.calls(kind).size()) + "\n");
+    }
+    kReports.expect("calls to a sound keymaster", counts);
+    EXPECT_EQ("SoftKeymaster, libzelkeymaster, security level 0", describe(recorder));
+    LateAnswer silent(inner_);
+    EXPECT_EQ("a keymaster that does not identify itself", describe(silent));
 }
 
 TEST(KeymasterCheckReport, NamesCodesTagsAndCalls) {
@@ -763,7 +791,7 @@ TEST(KeymasterCheckReport, NamesCodesTagsAndCalls) {
         }
     }
     names += describeTag(Tag(0x9000ABCD)) + "\n";
-    test::KeptReports(ZELKM_TEST_DATA_DIR "/keymaster_reports.txt").expect("names", names);
+    kReports.expect("names", names);
 }
 
 TEST(KeymasterCheckReport, LaysOutEachVerdict) {
