@@ -70,7 +70,8 @@ std::string replaced(const std::string& bytes, const std::function<std::string(c
 
 std::string hex(char c) {
     char text[3];
-    std::snprintf(text, sizeof(text), "%02x", static_cast<unsigned char>(c));
+    const auto byte = static_cast<unsigned char>(c);
+    std::snprintf(text, sizeof(text), "%x%X", byte >> 4 & 15u, byte & 15u);
     return text;
 }
 

@@ -64,11 +64,12 @@ class ErrorFiles {
             }
         }
         reader.end();
-        for (const OtherLines* others : {&reader.unknown(), &reader.foreign()}) {
-            if (others->count != 0) {
-                add("log-unknown-lines", others->input, others->line,
-                    std::to_string(others->count) + " lines, the first: " + others->text);
-            }
+        const OtherLines& unknown = reader.unknown();
+        const OtherLines& first = unknown.count != 0 ? unknown : reader.foreign();
+        if (first.count != 0) {
+            add("log-unknown-lines", first.input, first.line,
+                std::to_string(unknown.count + reader.foreign().count) +
+                    " lines, the first: " + first.text);
         }
     }
 

@@ -69,18 +69,6 @@ void printCode(const ResultCode& result, bool json) {
     }
 }
 
-// The code with this number or name; null when there is none. A positive number stands for its
-// negative.
-const ResultCode* findCode(const std::string& text) {
-    const auto& codes = resultCodes();
-    const auto found = std::find_if(codes.begin(), codes.end(), [&text](const ResultCode& result) {
-        const std::string number = std::to_string(result.code);
-        return text == number || '-' + text == number || text == result.name ||
-               text == "ZELKM_" + result.name;
-    });
-    return found != codes.end() ? &*found : nullptr;
-}
-
 bool isNumber(const std::string& text) {
     return text.find_first_not_of("+-0123456789") == text.npos &&
            text.find_first_of("0123456789") != text.npos;
@@ -169,9 +157,11 @@ void explain(const ExplainOptions& options) {
     }
     const std::string& what = options.what.front();
     const bool one = options.what.size() == 1;
-    if (const ResultCode* result = one ? findCode(what) : nullptr) {
-        printCode(*result, options.json);
-        return;
+    for (const std::string& code : {what, '-' + what}) {  // 49 stands for -49
+        if (const ResultCode* result = one ? findResultCode(code) : nullptr) {
+            printCode(*result, options.json);
+            return;
+        }
     }
     if (one && isNumber(what)) {
         throw Refused("no result code " + what);

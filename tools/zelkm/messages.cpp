@@ -164,15 +164,12 @@ bool printsErrno(std::string_view format) {
 
 }  // namespace
 
-const std::vector<ResultCode>& resultCodes() {
+const ResultCode* findResultCode(const std::string& text) {
     static const std::vector<ResultCode> codes = readCodes();
-    return codes;
-}
-
-const ResultCode* findResultCode(int code) {
-    const auto& codes = resultCodes();
-    const auto found = std::find_if(codes.begin(), codes.end(),
-                                    [code](const ResultCode& c) { return c.code == code; });
+    const auto found = std::find_if(codes.begin(), codes.end(), [&text](const ResultCode& code) {
+        return text == std::to_string(code.code) || text == code.name ||
+               text == "ZELKM_" + code.name;
+    });
     return found != codes.end() ? &*found : nullptr;
 }
 
@@ -231,8 +228,7 @@ const ResultCode* codeIn(const FoundMessage& found) {
     const bool is_negative =
         last.substr(0, 1) == "-" && format.substr(format.rfind('%'), 2) == "%d";
     const bool is_other = result.substr(0, 1) == "-" && result != last;
-    return is_negative && !is_other && !printsErrno(format) ? findResultCode(std::stoi(last))
-                                                            : nullptr;
+    return is_negative && !is_other && !printsErrno(format) ? findResultCode(last) : nullptr;
 }
 
 std::string describe(const FoundMessage& found, bool with_code) {

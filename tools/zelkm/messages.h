@@ -26,10 +26,8 @@ struct ResultCode {
     }
 };
 
-const std::vector<ResultCode>& resultCodes();
-
-// Null when the code is unknown.
-const ResultCode* findResultCode(int code);
+// The code with this number or name. Null when it is unknown.
+const ResultCode* findResultCode(const std::string& text);
 
 // The two sources that log.
 inline constexpr char kObjectSource[] = "zelkeymaster_operation.cpp";

@@ -111,7 +111,7 @@ void showLog() {
 }
 
 std::string resultText(int code) {
-    const ResultCode* found = findResultCode(code);
+    const ResultCode* found = findResultCode(std::to_string(code));
     return std::to_string(code) + " " + (found != nullptr ? found->meaning : "unknown code");
 }
 
