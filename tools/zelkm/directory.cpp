@@ -117,7 +117,8 @@ Descriptor openFolder(const std::string& path) {
         const int error = errno;
         struct stat status = {};
         const Descriptor link(::open(at.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-        const bool is_link = ::fstat(link.get(), &status) == 0 && S_ISLNK(status.st_mode);
+        const bool is_link =
+            link.get() >= 0 && ::fstat(link.get(), &status) == 0 && S_ISLNK(status.st_mode);
         errno = error;
         require(is_link, "directory " + path);
         at = followLink(link, status, at);

@@ -8,15 +8,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 
 #include "bytes.h"
 #include "directory.h"
-#include "failure.h"
 
 namespace zelkm_tool {
 namespace {
@@ -46,12 +43,6 @@ int renameToFreeName(const Descriptor& folder, const std::string& from, const st
 }
 
 }  // namespace
-
-void require(bool done, const std::string& path) {
-    if (!done) {
-        throw Refused(path + ": " + std::strerror(errno));
-    }
-}
 
 void readPieces(int fd, const std::string& path,
                 const std::function<void(std::string_view)>& take) {

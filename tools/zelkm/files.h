@@ -7,11 +7,15 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <functional>
 #include <list>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "failure.h"
 
 namespace zelkm_tool {
 
@@ -39,7 +43,11 @@ class Descriptor {
 };
 
 // Throws Refused with the path and what errno says, unless it was done.
-void require(bool done, const std::string& path);
+inline void require(bool done, const std::string& path) {
+    if (!done) {
+        throw Refused(path + ": " + std::strerror(errno));
+    }
+}
 
 // Reads the rest of an open file piece by piece. `path` is for messages. Throws Refused.
 void readPieces(int fd, const std::string& path, const std::function<void(std::string_view)>& take);

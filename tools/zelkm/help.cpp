@@ -51,8 +51,10 @@ std::string manPage(const CLI::App& app) {
     const std::string help = overview(app);
     const size_t options = help.find("Options:");
     const size_t about = help.find(app.get_footer());
-    const size_t status = help.find("Exit status:");
-    const size_t examples = help.find("Examples:");
+    const std::string status_heading = "Exit status:\n";
+    const std::string examples_heading = "Examples:\n";
+    const size_t status = help.find(status_heading);
+    const size_t examples = help.find(examples_heading);
     std::string page = ".TH ZELKM 1 \"\" \"" + app.version() + "\" \"User Commands\"\n" +
                        ".SH NAME\nzelkm \\- work on a store of secure objects, and on keys\n" +
                        section(".SH SYNOPSIS", "zelkm [options] command [options] [arguments]") +
@@ -63,8 +65,9 @@ std::string manPage(const CLI::App& app) {
          app.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); })) {
         page += section(".SS " + command->get_name(), command->help(app.get_name()));
     }
-    return page + section(".SH EXIT STATUS", help.substr(status, examples - status)) +
-           section(".SH EXAMPLES", help.substr(examples)) +
+    const size_t status_text = status + status_heading.size();
+    return page + section(".SH EXIT STATUS", help.substr(status_text, examples - status_text)) +
+           section(".SH EXAMPLES", help.substr(examples + examples_heading.size())) +
            ".SH FILES\nThe pages that messages name, such as docs/diagnostics.md, are in " +
            "share/doc/zelkeymaster, beside the folder of this program.\n";
 }
