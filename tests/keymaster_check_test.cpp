@@ -26,7 +26,6 @@
 #include <utility>
 
 #include "../common/src/zelkeymaster_helper/openssl_handles.h"
-#include "../keymaster_check/src/caller.h"
 #include "kept_reports.h"
 #include "temp_dir.h"
 #include "zelkeymaster_vendor_tags.h"
@@ -257,7 +256,6 @@ struct Row {
     Make make;
 };
 
-constexpr size_t kTransportLimit = 5000;
 constexpr size_t kKeyOfLibrary = 4;  // the check makes three keys before the library makes its own
 
 // Keymasters that break one requirement, or that only make the check say something else; besides
@@ -368,7 +366,7 @@ std::vector<Row> rows() {
         {"another key imported", with(importAnother)},
         {"a byte of output altered", each(Call::kUpdate, alterOutput)},
         {"nothing encrypted", each(Call::kUpdate, copyInput)},
-        {"a transport of 5000 bytes", smallTransport(kTransportLimit)},
+        {"a transport of 5000 bytes", smallTransport(5000)},
         {"updates of 5000 bytes", smallUpdates(INT_MAX)},
         {"one update that fails", smallUpdates(1)},
         {"a tenth update that fails", with(failTenth)},
@@ -608,19 +606,6 @@ TEST_F(KeymasterCheck, SaysWhenItHasNoDirectory) {
     }
 }
 
-TEST_F(KeymasterCheck, SaysTheLargestStoreToTheByte) {
-    // The update of a decryption carries the tag and the associated data's parameter, too.
-    const size_t largest = kTransportLimit - 16 - 12 - sizeof(KeyParameter);
-    const std::string limit =
-        "the largest payload that gets through is " + std::to_string(largest) + " bytes";
-    for (const size_t wanted : {size_t{8192}, largest}) {
-        options_.largest_store = wanted;
-        const auto findings = check(smallTransport(kTransportLimit));
-        EXPECT_EQ(wanted == largest ? 0u : 1u, broken(findings).size());
-        EXPECT_EQ(0u, findings[11].note.find(limit)) << findings[11].note;
-    }
-}
-
 TEST_F(KeymasterCheck, LeavesOutWhatTheOptionsSay) {
     options_.attestation = options_.password = false;
     options_.largest_store = 0;
@@ -792,19 +777,6 @@ TEST(KeymasterCheckReport, NamesCodesTagsAndCalls) {
     }
     names += describeTag(Tag(0x9000ABCD)) + "\n";
     kReports.expect("names", names);
-}
-
-TEST(KeymasterCheckReport, LaysOutEachVerdict) {
-    const Bytes bytes(17, 0x0a);
-    EXPECT_EQ("17 bytes 0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a...", describe(bytes.data(), bytes.size()));
-    const std::string indent(13, ' ');
-    EXPECT_EQ("broken       x.y\n" + indent + "sent:     s\n" + indent + "answered: a; n\n" +
-                  indent + "so:       c\n",
-              inText({"x.y", Verdict::kBroken, "s", "a", "c", "n"}));
-    EXPECT_EQ("holds        x.y" + std::string(20, ' ') + "n\n",
-              inText({"x.y", Verdict::kHolds, "s", "a", "", "n"}));
-    EXPECT_EQ("not offered  x.y" + std::string(20, ' ') + "a\n",
-              inText({"x.y", Verdict::kNotOffered, "s", "a", "c", ""}));
 }
 
 TEST(KeymasterCheckReport, EscapesEveryStringOfItsJson) {
