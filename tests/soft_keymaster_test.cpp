@@ -4,6 +4,7 @@
 // The software keymaster, through the platform's interface alone.
 
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <algorithm>
@@ -171,6 +172,11 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
             X509* const issuer = certificates[std::min<size_t>(i + 1, 2)].get();
             EXPECT_EQ(1, X509_verify(certificates[i].get(), publicKey(issuer).get()))
                 << "certificate " << i;
+            EXPECT_EQ(X509_V_OK, X509_check_issued(issuer, certificates[i].get()));
+            EXPECT_EQ(i != 0, X509_check_ca(certificates[i].get()) == 1);
+            EXPECT_EQ(-1, X509_cmp_current_time(X509_get0_notBefore(certificates[i].get())));
+            EXPECT_EQ(1, X509_cmp_current_time(X509_get0_notAfter(certificates[i].get())));
+            EXPECT_EQ(2, X509_get_version(certificates[i].get()));  // version 3
         }
         const Bytes answer = attest(km_, key, {csr}).chain.at(0);
         const uint8_t* in = answer.data();
