@@ -68,8 +68,9 @@ std::string manPage(const CLI::App& app) {
     const size_t status_text = status + status_heading.size();
     return page + section(".SH EXIT STATUS", help.substr(status_text, examples - status_text)) +
            section(".SH EXAMPLES", help.substr(examples + examples_heading.size())) +
-           ".SH FILES\nThe pages that messages name, such as docs/diagnostics.md, are in " +
-           "share/doc/zelkeymaster, beside the folder of this program.\n";
+           section(".SH FILES",
+                   "The pages that messages name, such as docs/diagnostics.md, are in\n"
+                   "share/doc/zelkeymaster, beside the folder of this program.");
 }
 
 }  // namespace
