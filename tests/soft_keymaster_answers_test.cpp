@@ -4,6 +4,7 @@
 // The software keymaster's answers, call by call. They are those of the platform's own software
 // keymaster, except where the interface's text says otherwise.
 
+#include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
 #include "keymaster_calls.h"
@@ -44,6 +45,8 @@ class SoftKeymasterAnswers : public test::InTempDir {
 
     SoftKeymaster km_{{"root", kPatchLevel, 0, 2}};
     const Bytes key_ = generate(km_, kAesKey).output;
+    const KeyParameter id_ = param(Tag::APPLICATION_ID, bytes("client"));
+    const KeyParameter data_ = param(Tag::APPLICATION_DATA, bytes("data"));
 };
 
 TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
@@ -56,7 +59,8 @@ TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
         {"no algorithm", Error::UNSUPPORTED_ALGORITHM, generate(km_, {}).error},
         {"HMAC", Error::UNSUPPORTED_ALGORITHM,
          generateAes({param(Tag::ALGORITHM, Algorithm::HMAC)})},
-        {"128 bits", Error::UNSUPPORTED_KEY_SIZE, generateAes({param(Tag::KEY_SIZE, 128)})},
+        {"128 bits", Error::OK, generateAes({param(Tag::KEY_SIZE, 128)})},
+        {"192 bits", Error::OK, generateAes({param(Tag::KEY_SIZE, 192)})},
         {"264 bits", Error::UNSUPPORTED_KEY_SIZE, generateAes({param(Tag::KEY_SIZE, 264)})},
         {"no mode", Error::INVALID_TAG, generate(km_, no_block_mode).error},
         {"CBC", Error::INVALID_TAG, generateAes({param(Tag::BLOCK_MODE, BlockMode::CBC)})},
@@ -72,15 +76,13 @@ TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
         {"MAC 100", Error::UNSUPPORTED_MIN_MAC_LENGTH, generateMac(100)},
         {"MAC 136", Error::UNSUPPORTED_MIN_MAC_LENGTH, generateMac(136)},
         {"root of trust", Error::INVALID_TAG, generateAes({param(Tag::ROOT_OF_TRUST, Bytes{1})})},
-        {"a client's id", Error::UNSUPPORTED_TAG,
-         generateAes({param(Tag::APPLICATION_ID, Bytes{1})})},
-        {"a client's data", Error::UNSUPPORTED_TAG,
-         generateAes({param(Tag::APPLICATION_DATA, Bytes{1})})},
         {"EC 256", Error::OK, generateEc({param(Tag::KEY_SIZE, 256)})},
-        {"EC 384", Error::UNSUPPORTED_KEY_SIZE, generateEc({param(Tag::KEY_SIZE, 384)})},
+        {"EC 384", Error::OK, generateEc({param(Tag::KEY_SIZE, 384)})},
+        {"EC 255", Error::UNSUPPORTED_KEY_SIZE, generateEc({param(Tag::KEY_SIZE, 255)})},
+        {"EC P-384 of 256 bits", Error::UNSUPPORTED_KEY_SIZE,
+         generateEc({param(Tag::EC_CURVE, EcCurve::P_384), param(Tag::KEY_SIZE, 256)})},
         {"EC", Error::UNSUPPORTED_KEY_SIZE, generateEc({})},
-        {"EC P-384", Error::UNSUPPORTED_EC_CURVE,
-         generateEc({param(Tag::EC_CURVE, EcCurve::P_384)})},
+        {"EC curve 9", Error::UNSUPPORTED_EC_CURVE, generateEc({param(Tag::EC_CURVE, 9)})},
         {"RSA 1024", Error::UNSUPPORTED_KEY_SIZE,
          generate(km_, with(kRsaKey, {param(Tag::KEY_SIZE, 1024)})).error},
         {"RSA 3", Error::INVALID_ARGUMENT,
@@ -139,6 +141,7 @@ TEST_F(SoftKeymasterAnswers, ToBegin) {
         {"verify", Error::UNSUPPORTED_PURPOSE, begun(KeyPurpose::VERIFY, key_, kGcm)},
         {"wrap", Error::UNSUPPORTED_PURPOSE, begun(KeyPurpose::WRAP_KEY, key_, kGcm)},
         {"purpose 99", Error::UNSUPPORTED_PURPOSE, begun(KeyPurpose(99), key_, kGcm)},
+        {"a client's id", Error::INVALID_KEY_BLOB, encrypts({id_})},
         {"EC, sign", Error::UNIMPLEMENTED, begun(KeyPurpose::SIGN, ec, {})},
     });
     const Result begun_with_nonce = test::begin(km_, kEncrypt, any_nonce, with_nonce);
@@ -183,8 +186,40 @@ TEST_F(SoftKeymasterAnswers, ToTheOtherCalls) {
         {"attest AES", Error::INCOMPATIBLE_ALGORITHM, attest(km_, key_, asked).error},
         {"attest an IMEI", Error::CANNOT_ATTEST_IDS, attest(km_, ec, imei).error},
         {"delete an altered blob", Error::OK, km_.deleteKey(altered)},
+        {"delete all", Error::OK, km_.deleteAllKeys()},
         {"afterwards", Error::OK, check(km_, key_)},
-        {"export", Error::UNIMPLEMENTED, made(km_, {Call::kExportKey, key_}).error},
+        {"entropy", Error::OK, km_.addRngEntropy(Bytes(2048))},
+        {"too much entropy", Error::INVALID_INPUT_LENGTH, km_.addRngEntropy(Bytes(2049))},
+        {"export AES", Error::UNSUPPORTED_KEY_FORMAT, made(km_, {Call::kExportKey, key_}).error},
+    });
+}
+
+TEST_F(SoftKeymasterAnswers, ToAnotherClientThanTheKeys) {
+    FaultKeymaster km(km_);  // which passes on what the library never gives
+    const Bytes bound = generate(km, with(kAesKey, {id_, data_})).output;
+    const auto use = [&](const Params& client) {
+        return begun(kEncrypt, bound, with(kGcm, client));
+    };
+    const auto asked = [&](Call call, const KeyParameter& id, const KeyParameter& data) {
+        CallRecord record = {call, bound};
+        record.client_id = id.blob;
+        record.client_data = data.blob;
+        return made(km, record).error;
+    };
+    const KeyParameter other = param(Tag::APPLICATION_ID, bytes("Client"));
+    expectAll({
+        {"both", Error::OK, use({id_, data_})},
+        {"both, characteristics", Error::OK, asked(Call::kGetKeyCharacteristics, id_, data_)},
+        {"both, export", Error::UNSUPPORTED_KEY_FORMAT, asked(Call::kExportKey, id_, data_)},
+        {"both, upgrade", Error::OK, made(km, {Call::kUpgradeKey, bound, {id_, data_}}).error},
+        {"none", Error::INVALID_KEY_BLOB, use({})},
+        {"one", Error::INVALID_KEY_BLOB, use({id_})},
+        {"another", Error::INVALID_KEY_BLOB, use({other, data_})},
+        {"none, characteristics", Error::INVALID_KEY_BLOB, check(km, bound)},
+        {"swapped", Error::INVALID_KEY_BLOB, asked(Call::kGetKeyCharacteristics, data_, id_)},
+        {"swapped, export", Error::INVALID_KEY_BLOB, asked(Call::kExportKey, data_, id_)},
+        {"none, upgrade", Error::INVALID_KEY_BLOB, upgrade(km, bound).error},
+        {"none, attest", Error::INVALID_KEY_BLOB, attest(km, bound, {}).error},
     });
 }
 

@@ -53,7 +53,12 @@ class Caller {
     Answer importKey(const Params& params, const Bytes& key) {
         return make({Call::kImportKey, {}, params, {}, 0, key});
     }
-    Answer exportKey(const Bytes& blob) { return make({Call::kExportKey, blob}); }
+    // The public key.
+    Answer exportKey(const Bytes& blob) {
+        CallRecord call = {Call::kExportKey, blob};
+        call.format = KeyFormat::X509;
+        return make(call);
+    }
     Answer getKeyCharacteristics(const Bytes& blob) {
         return make({Call::kGetKeyCharacteristics, blob});
     }

@@ -2,7 +2,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// AES-256-GCM on a stream of input.
+// AES-GCM on a stream of input.
 
 #pragma once
 
@@ -16,14 +16,14 @@ namespace soft_keymaster {
 
 class AesGcm {
   public:
-    static constexpr size_t kKeySize = 32;
+    static constexpr size_t kKeySize = 32;            // of the software keymaster's own keys
     static constexpr size_t kNonceSize = SDB_IV_LEN;  // as the library needs them
     static constexpr size_t kTagSize = SDB_TAG_LEN;
     static constexpr uint32_t kMaxMacBits = 8 * kTagSize;
 
     enum class Mode { kEncrypt, kDecrypt };
 
-    // `key` has kKeySize bytes, and `nonce` kNonceSize.
+    // `key` has 16, 24 or 32 bytes, and `nonce` kNonceSize.
     AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce);
 
     // Must not be called after update().

@@ -119,24 +119,30 @@ Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_param
                   [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat,
+Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
                                        const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
-    return answer({Call::kImportKey, {}, key_params, {}, 0, key_data},
+    return answer({Call::kImportKey, {}, key_params, {}, 0, key_data, format},
                   [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
 }
 
 Return<void> FaultKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                                   const hidl_vec<uint8_t>&,
-                                                   const hidl_vec<uint8_t>&,
+                                                   const hidl_vec<uint8_t>& client_id,
+                                                   const hidl_vec<uint8_t>& app_data,
                                                    getKeyCharacteristics_cb cb) {
-    return answer({Call::kGetKeyCharacteristics, key_blob},
-                  [&](const Answer& a) { cb(a.error, a.characteristics); });
+    CallRecord call = {Call::kGetKeyCharacteristics, key_blob};
+    call.client_id = client_id;
+    call.client_data = app_data;
+    return answer(call, [&](const Answer& a) { cb(a.error, a.characteristics); });
 }
 
-Return<void> FaultKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                                       exportKey_cb cb) {
-    return answer({Call::kExportKey, key_blob}, [&](const Answer& a) { cb(a.error, a.output); });
+Return<void> FaultKeymaster::exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                                       const hidl_vec<uint8_t>& client_id,
+                                       const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
+    CallRecord call = {Call::kExportKey, key_blob};
+    call.format = format;
+    call.client_id = client_id;
+    call.client_data = app_data;
+    return answer(call, [&](const Answer& a) { cb(a.error, a.output); });
 }
 
 Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
@@ -160,24 +166,32 @@ Return<ErrorCode> FaultKeymaster::deleteKey(const hidl_vec<uint8_t>& key_blob) {
 
 Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
                                    const hidl_vec<KeyParameter>& in_params,
-                                   const HardwareAuthToken&, begin_cb cb) {
-    return answer({Call::kBegin, key_blob, in_params, purpose},
-                  [&](const Answer& a) { cb(a.error, a.params, a.handle); });
+                                   const HardwareAuthToken& auth_token, begin_cb cb) {
+    CallRecord call = {Call::kBegin, key_blob, in_params, purpose};
+    call.auth_token = auth_token;
+    return answer(call, [&](const Answer& a) { cb(a.error, a.params, a.handle); });
 }
 
 Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                    const hidl_vec<uint8_t>& input, const HardwareAuthToken&,
-                                    const VerificationToken&, update_cb cb) {
-    return answer({Call::kUpdate, {}, in_params, {}, handle, input},
-                  [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
+                                    const hidl_vec<uint8_t>& input,
+                                    const HardwareAuthToken& auth_token,
+                                    const VerificationToken& verification_token, update_cb cb) {
+    CallRecord call = {Call::kUpdate, {}, in_params, {}, handle, input};
+    call.auth_token = auth_token;
+    call.verification = verification_token;
+    return answer(call, [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
 }
 
 Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                    const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>&,
-                                    const HardwareAuthToken&, const VerificationToken&,
-                                    finish_cb cb) {
-    return answer({Call::kFinish, {}, in_params, {}, handle, input},
-                  [&](const Answer& a) { cb(a.error, a.params, a.output); });
+                                    const hidl_vec<uint8_t>& input,
+                                    const hidl_vec<uint8_t>& signature,
+                                    const HardwareAuthToken& auth_token,
+                                    const VerificationToken& verification_token, finish_cb cb) {
+    CallRecord call = {Call::kFinish, {}, in_params, {}, handle, input};
+    call.signature = signature;
+    call.auth_token = auth_token;
+    call.verification = verification_token;
+    return answer(call, [&](const Answer& a) { cb(a.error, a.params, a.output); });
 }
 
 Return<ErrorCode> FaultKeymaster::abort(uint64_t handle) {

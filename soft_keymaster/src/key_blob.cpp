@@ -26,7 +26,25 @@ Bytes wrappingKey(const RootKey& root_key) {
 
 }  // namespace
 
-hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key) {
+Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
+                   const hidl_vec<uint8_t>& application_data) {
+    std::vector<KeyParameter> params;
+    const auto add = [&](Tag tag, const hidl_vec<uint8_t>& value) {
+        if (value.size() > 0) {
+            params.push_back(param(tag, value));
+        }
+    };
+    add(Tag::APPLICATION_ID, application_id);
+    add(Tag::APPLICATION_DATA, application_data);
+    return encodeParams(params);
+}
+
+Bytes clientDataOf(const Params& params) {
+    return clientDataOf(bytesOf(params, Tag::APPLICATION_ID),
+                        bytesOf(params, Tag::APPLICATION_DATA));
+}
+
+hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data) {
     const Bytes characteristics = encodeParams(key.characteristics);
     Bytes head(kMagic, kMagic + sizeof(kMagic));
     head.resize(kLengthOffset);
@@ -39,12 +57,13 @@ hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key) {
     uint8_t* const sealed = std::copy(head.begin(), head.end(), blob.data());
     AesGcm cipher(AesGcm::Mode::kEncrypt, wrappingKey(root_key), head.data() + kNonceOffset);
     cipher.addAssociatedData(head.data(), head.size());
+    cipher.addAssociatedData(client_data.data(), client_data.size());
     cipher.update(key.material.data(), key.material.size(), sealed);
     cipher.finish(sealed + key.material.size(), AesGcm::kTagSize);
     return blob;
 }
 
-Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob) {
+Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob, const Bytes& client_data) {
     require(blob.size() >= kHeaderSize + AesGcm::kTagSize &&
                 std::equal(kMagic, kMagic + sizeof(kMagic), blob.data()),
             ErrorCode::INVALID_KEY_BLOB);
@@ -60,6 +79,7 @@ Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob) {
     key.material.resize(body_size - characteristics_size);
     AesGcm cipher(AesGcm::Mode::kDecrypt, wrappingKey(root_key), blob.data() + kNonceOffset);
     cipher.addAssociatedData(blob.data(), kHeaderSize + characteristics_size);
+    cipher.addAssociatedData(client_data.data(), client_data.size());
     cipher.update(sealed, key.material.size(), key.material.data());
     require(cipher.verify(sealed + key.material.size(), AesGcm::kTagSize),
             ErrorCode::INVALID_KEY_BLOB);

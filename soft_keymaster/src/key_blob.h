@@ -12,7 +12,7 @@
 //         16     4  n, the length of the characteristics
 //         20     n  the characteristics (see encodeParams())
 //     20 + n     m  the key material, AES-256-GCM with a key derived from the root key
-// 20 + n + m    16  tag, over all that stands before it
+// 20 + n + m    16  tag, over all that stands before it, and over the client data
 
 #pragma once
 
@@ -29,8 +29,15 @@ struct Key {
     Bytes material;  // AES: the key itself; EC and RSA: the private key in DER
 };
 
-hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key);
-// Throws INVALID_KEY_BLOB for anything that wrapKey() did not make with this root key.
-Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob);
+// The data that binds a key to its client, from APPLICATION_ID and APPLICATION_DATA. It is in no
+// blob. An empty value counts as absent.
+Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
+                   const hidl_vec<uint8_t>& application_data);
+Bytes clientDataOf(const Params& params);
+
+hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data);
+// Throws INVALID_KEY_BLOB for anything that wrapKey() did not make with this root key for this
+// client.
+Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob, const Bytes& client_data);
 
 }  // namespace soft_keymaster

@@ -29,11 +29,20 @@ constexpr uint32_t kRsaBits = 2048;
 constexpr uint64_t kRsaExponent = 65537;
 constexpr uint32_t kOsVersion = 100000;  // of the device that is simulated: 10.00.00
 
-constexpr uint32_t kEcBits = 256;
+struct Curve {
+    EcCurve name;
+    uint32_t bits;
+    int nid;
+};
+
+constexpr Curve kCurves[] = {{EcCurve::P_224, 224, NID_secp224r1},
+                             {EcCurve::P_256, 256, NID_X9_62_prime256v1},
+                             {EcCurve::P_384, 384, NID_secp384r1},
+                             {EcCurve::P_521, 521, NID_secp521r1}};
 
 Bytes makeAes(const Params& params, const hidl_vec<uint8_t>* imported) {
     const uint32_t bits = findInteger(params, Tag::KEY_SIZE).value_or(0);
-    require(bits == 8 * AesGcm::kKeySize, ErrorCode::UNSUPPORTED_KEY_SIZE);
+    require(bits == 128 || bits == 192 || bits == 256, ErrorCode::UNSUPPORTED_KEY_SIZE);
     const auto min_mac = findInteger(params, Tag::MIN_MAC_LENGTH);
     if (!hasEnum(params, Tag::BLOCK_MODE, BlockMode::GCM)) {
         require(!min_mac.has_value(), ErrorCode::INVALID_TAG);  // only GCM has a MAC
@@ -43,10 +52,10 @@ Bytes makeAes(const Params& params, const hidl_vec<uint8_t>* imported) {
     require(*min_mac >= kMinMacBits && *min_mac <= AesGcm::kMaxMacBits && *min_mac % 8 == 0,
             ErrorCode::UNSUPPORTED_MIN_MAC_LENGTH);
     if (imported != nullptr) {
-        require(imported->size() == AesGcm::kKeySize, ErrorCode::IMPORT_PARAMETER_MISMATCH);
+        require(imported->size() == bits / 8, ErrorCode::IMPORT_PARAMETER_MISMATCH);
         return *imported;
     }
-    Bytes key(AesGcm::kKeySize);
+    Bytes key(bits / 8);
     requireSsl(RAND_bytes(key.data(), static_cast<int>(key.size())) == 1);
     return key;
 }
@@ -57,19 +66,31 @@ PkeyPtr generated(EVP_PKEY_CTX* context) {
     return PkeyPtr(made);
 }
 
+PkeyPtr makeEcKeyPair(int curve_nid) {
+    const PkeyContextPtr context(EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr));
+    requireSsl(context != nullptr && EVP_PKEY_keygen_init(context.get()) == 1 &&
+               EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context.get(), curve_nid) == 1);
+    return generated(context.get());
+}
+
 Bytes generateEc(const Params& params, std::vector<KeyParameter>& characteristics) {
     const auto size = findInteger(params, Tag::KEY_SIZE);
     const auto curve = findInteger(params, Tag::EC_CURVE);
-    require(!curve || *curve == static_cast<uint32_t>(EcCurve::P_256),
-            ErrorCode::UNSUPPORTED_EC_CURVE);
-    require(size.value_or(curve ? kEcBits : 0) == kEcBits, ErrorCode::UNSUPPORTED_KEY_SIZE);
+    require(size.has_value() || curve.has_value(), ErrorCode::UNSUPPORTED_KEY_SIZE);
+    const auto* const chosen =
+        std::find_if(std::begin(kCurves), std::end(kCurves), [&](const Curve& known) {
+            return curve ? known.name == static_cast<EcCurve>(*curve) : known.bits == *size;
+        });
+    require(chosen != std::end(kCurves),
+            curve ? ErrorCode::UNSUPPORTED_EC_CURVE : ErrorCode::UNSUPPORTED_KEY_SIZE);
+    require(size.value_or(chosen->bits) == chosen->bits, ErrorCode::UNSUPPORTED_KEY_SIZE);
     if (!size) {
-        characteristics.push_back(param(Tag::KEY_SIZE, kEcBits));
+        characteristics.push_back(param(Tag::KEY_SIZE, chosen->bits));
     }
     if (!curve) {
-        characteristics.push_back(param(Tag::EC_CURVE, EcCurve::P_256));
+        characteristics.push_back(param(Tag::EC_CURVE, chosen->name));
     }
-    return toDer(makeEcKeyPair().get(), i2d_PrivateKey);
+    return toDer(makeEcKeyPair(chosen->nid).get(), i2d_PrivateKey);
 }
 
 Bytes generateRsa(const Params& params) {
@@ -98,11 +119,10 @@ Key makeKey(const Params& params, uint32_t patch_level, const hidl_vec<uint8_t>*
             case Tag::ORIGIN:
             case Tag::ROOT_OF_TRUST:
                 throw KeymasterError{ErrorCode::INVALID_TAG};
-            case Tag::APPLICATION_ID:
-            case Tag::APPLICATION_DATA:
-                throw KeymasterError{ErrorCode::UNSUPPORTED_TAG};
             case Tag::OS_VERSION:
             case Tag::OS_PATCHLEVEL:
+            case Tag::APPLICATION_ID:
+            case Tag::APPLICATION_DATA:
                 break;
             default:
                 if (hasKnownType(given.tag)) {
@@ -140,10 +160,7 @@ Key makeKey(const Params& params, uint32_t patch_level, const hidl_vec<uint8_t>*
 }
 
 PkeyPtr makeEcKeyPair() {
-    const PkeyContextPtr context(EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr));
-    requireSsl(context != nullptr && EVP_PKEY_keygen_init(context.get()) == 1 &&
-               EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context.get(), NID_X9_62_prime256v1) == 1);
-    return generated(context.get());
+    return makeEcKeyPair(NID_X9_62_prime256v1);
 }
 
 PkeyPtr privateKey(const Key& key) {

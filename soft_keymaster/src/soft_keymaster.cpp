@@ -37,6 +37,7 @@ constexpr char kDescriptor[] = "android.hardware.keymaster@4.0::IKeymasterDevice
 constexpr char kName[] = "SoftKeymaster";
 constexpr char kAuthor[] = "libzelkeymaster";
 constexpr uint8_t kMajorVersion = 4;
+constexpr size_t kMaxEntropySize = 2048;
 constexpr size_t kMaxChallengeSize = 128;
 
 // Keeps errors of this keymaster out of the caller's OpenSSL error queue. A real keymaster is
@@ -112,8 +113,8 @@ struct SoftKeymaster::State {
     }
 
     // Opens a key that may be used at the device's patch level.
-    Key usableKey(const hidl_vec<uint8_t>& blob) {
-        Key key = unwrapKey(rootKey(), blob);
+    Key usableKey(const hidl_vec<uint8_t>& blob, const Bytes& client_data) {
+        Key key = unwrapKey(rootKey(), blob, client_data);
         require(patchLevelOf(key) <= options.patch_level, ErrorCode::INVALID_KEY_BLOB);
         require(patchLevelOf(key) == options.patch_level, ErrorCode::KEY_REQUIRES_UPGRADE);
         return key;
@@ -159,6 +160,14 @@ Return<void> SoftKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
     return answer(cb, version.securityLevel, version.keymasterName, version.authorName);
 }
 
+Return<ErrorCode> SoftKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
+    if (data.size() > kMaxEntropySize) {
+        return ErrorCode::INVALID_INPUT_LENGTH;
+    }
+    RAND_add(data.data(), static_cast<int>(data.size()), 0);
+    return ErrorCode::OK;
+}
+
 Return<void> SoftKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
                                         generateKey_cb cb) {
     return makeKey(key_params, nullptr, cb);
@@ -179,30 +188,32 @@ Return<void> SoftKeymaster::makeKey(const hidl_vec<KeyParameter>& params,
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
         const Key key = soft_keymaster::makeKey(params, state_->options.patch_level, imported);
-        blob = wrapKey(state_->rootKey(), key);
+        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key, clientDataOf(params));
         characteristics = softwareEnforced(key.characteristics);
+        blob = std::move(wrapped);
     });
     return answer(cb, error, blob, characteristics);
 }
 
 Return<void> SoftKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                                  const hidl_vec<uint8_t>& /* client_id */,
-                                                  const hidl_vec<uint8_t>& /* app_data */,
+                                                  const hidl_vec<uint8_t>& client_id,
+                                                  const hidl_vec<uint8_t>& app_data,
                                                   getKeyCharacteristics_cb cb) {
     KeyCharacteristics characteristics;
     const ErrorCode error = guarded([&] {
-        const Key key = state_->usableKey(key_blob);
+        const Key key = state_->usableKey(key_blob, clientDataOf(client_id, app_data));
         characteristics = softwareEnforced(key.characteristics);
     });
     return answer(cb, error, characteristics);
 }
 
 Return<void> SoftKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<KeyParameter>& /* upgrade_params */,
+                                       const hidl_vec<KeyParameter>& upgrade_params,
                                        upgradeKey_cb cb) {
     hidl_vec<uint8_t> upgraded;
     const ErrorCode error = guarded([&] {
-        Key key = unwrapKey(state_->rootKey(), key_blob);
+        const Bytes client_data = clientDataOf(upgrade_params);
+        Key key = unwrapKey(state_->rootKey(), key_blob, client_data);
         const uint32_t patch_level = state_->options.patch_level;
         require(patchLevelOf(key) <= patch_level, ErrorCode::INVALID_ARGUMENT);
         if (patchLevelOf(key) == patch_level) {
@@ -213,7 +224,7 @@ Return<void> SoftKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
                 param.f.integer = patch_level;
             }
         }
-        upgraded = wrapKey(state_->rootKey(), key);
+        upgraded = wrapKey(state_->rootKey(), key, client_data);
     });
     return answer(cb, error, upgraded);
 }
@@ -227,7 +238,7 @@ Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
                                       attestKey_cb cb) {
     hidl_vec<hidl_vec<uint8_t>> chain;
     const ErrorCode error = guarded([&] {
-        const Key key = state_->usableKey(key_blob);
+        const Key key = state_->usableKey(key_blob, clientDataOf(attest_params));
         const PkeyPtr pair = privateKey(key);
         const KeyParameter* request = findParam(attest_params, TAG_GENERATE_CSR);
         if (request != nullptr && request->f.boolValue) {
@@ -257,7 +268,7 @@ Return<void> SoftKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& k
             out_params = convertPassword(state_->rootKey(), purpose, in_params);
             return;
         }
-        const Key key = state_->usableKey(key_blob);
+        const Key key = state_->usableKey(key_blob, clientDataOf(in_params));
         require(hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES),
                 ErrorCode::UNIMPLEMENTED);
         require(state_->operations.size() < state_->options.max_operations,
@@ -303,6 +314,22 @@ Return<void> SoftKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>
 Return<ErrorCode> SoftKeymaster::abort(uint64_t handle) {
     return state_->operations.erase(handle) == 1 ? ErrorCode::OK
                                                  : ErrorCode::INVALID_OPERATION_HANDLE;
+}
+
+Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_blob,
+                                      const hidl_vec<uint8_t>& client_id,
+                                      const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
+    const ErrorCode error = guarded([&] {
+        const Key key = state_->usableKey(key_blob, clientDataOf(client_id, app_data));
+        const bool is_aes = hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES);
+        throw KeymasterError{is_aes ? ErrorCode::UNSUPPORTED_KEY_FORMAT  // a secret has no format
+                                    : ErrorCode::UNIMPLEMENTED};
+    });
+    return answer(cb, error, hidl_vec<uint8_t>());
+}
+
+Return<ErrorCode> SoftKeymaster::deleteAllKeys() {
+    return ErrorCode::OK;
 }
 
 }  // namespace soft_keymaster

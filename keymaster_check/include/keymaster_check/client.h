@@ -28,11 +28,14 @@ using Bytes = std::vector<uint8_t>;
 using android::hardware::hidl_vec;
 using android::hardware::Return;
 using android::hardware::keymaster::V4_0::ErrorCode;
+using android::hardware::keymaster::V4_0::HardwareAuthToken;
 using android::hardware::keymaster::V4_0::KeyCharacteristics;
+using android::hardware::keymaster::V4_0::KeyFormat;
 using android::hardware::keymaster::V4_0::KeyParameter;
 using android::hardware::keymaster::V4_0::KeyPurpose;
 using android::hardware::keymaster::V4_0::Tag;
 using android::hardware::keymaster::V4_0::TagType;
+using android::hardware::keymaster::V4_0::VerificationToken;
 using android::hardware::keymaster::V4_0::support::Keymaster;
 using Params = hidl_vec<KeyParameter>;
 
@@ -122,13 +125,19 @@ struct CallRecord {
     KeyPurpose purpose = {};       // begin
     uint64_t handle = 0;           // update, finish, abort
     hidl_vec<uint8_t> input = {};  // update, finish; importKey: the key
+
+    // What no store gives.
+    KeyFormat format = KeyFormat::RAW;    // importKey, exportKey
+    hidl_vec<uint8_t> client_id = {};     // getKeyCharacteristics, exportKey
+    hidl_vec<uint8_t> client_data = {};   // the same
+    hidl_vec<uint8_t> signature = {};     // finish
+    HardwareAuthToken auth_token = {};    // begin, update, finish
+    VerificationToken verification = {};  // update, finish
 };
 
-// Makes the call; `callback` takes the values of any call. What no store gives is empty: the
-// client's id and data, signatures and tokens. Keys are imported RAW and exported as X509.
+// Makes the call; `callback` takes the values of any call.
 template <typename Callback>
 Return<void> send(Keymaster& keymaster, const CallRecord& call, Callback callback) {
-    using android::hardware::keymaster::V4_0::KeyFormat;
     const hidl_vec<uint8_t>& blob = call.key_blob;
     const auto reply = [&callback](const Return<ErrorCode>& code) -> Return<void> {
         if (!code.isOk()) {
@@ -141,11 +150,13 @@ Return<void> send(Keymaster& keymaster, const CallRecord& call, Callback callbac
         case Call::kGenerateKey:
             return keymaster.generateKey(call.params, callback);
         case Call::kImportKey:
-            return keymaster.importKey(call.params, KeyFormat::RAW, call.input, callback);
+            return keymaster.importKey(call.params, call.format, call.input, callback);
         case Call::kGetKeyCharacteristics:
-            return keymaster.getKeyCharacteristics(blob, {}, {}, callback);
+            return keymaster.getKeyCharacteristics(blob, call.client_id, call.client_data,
+                                                   callback);
         case Call::kExportKey:
-            return keymaster.exportKey(KeyFormat::X509, blob, {}, {}, callback);
+            return keymaster.exportKey(call.format, blob, call.client_id, call.client_data,
+                                       callback);
         case Call::kAttestKey:
             return keymaster.attestKey(blob, call.params, callback);
         case Call::kUpgradeKey:
@@ -153,11 +164,13 @@ Return<void> send(Keymaster& keymaster, const CallRecord& call, Callback callbac
         case Call::kDeleteKey:
             return reply(keymaster.deleteKey(blob));
         case Call::kBegin:
-            return keymaster.begin(call.purpose, blob, call.params, {}, callback);
+            return keymaster.begin(call.purpose, blob, call.params, call.auth_token, callback);
         case Call::kUpdate:
-            return keymaster.update(call.handle, call.params, call.input, {}, {}, callback);
+            return keymaster.update(call.handle, call.params, call.input, call.auth_token,
+                                    call.verification, callback);
         case Call::kFinish:
-            return keymaster.finish(call.handle, call.params, call.input, {}, {}, {}, callback);
+            return keymaster.finish(call.handle, call.params, call.input, call.signature,
+                                    call.auth_token, call.verification, callback);
         case Call::kAbort:
             return reply(keymaster.abort(call.handle));
     }

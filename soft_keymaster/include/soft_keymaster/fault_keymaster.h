@@ -10,8 +10,7 @@
 //     EXPECT_EQ(km.calls(Call::kFinish).size(), 0u);
 //
 // A Fault hits a single call. A Deviation changes how the keymaster behaves in all calls. Calls
-// that no store needs (see StoreKeymaster) are refused, and not recorded. Arguments that no store
-// gives (see keymaster_check::send()) are not passed on.
+// that no store needs (see StoreKeymaster) are refused, and not recorded.
 //
 // Threads: one at a time.
 

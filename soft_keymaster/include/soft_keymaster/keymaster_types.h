@@ -44,10 +44,6 @@ class StoreKeymaster : public Keymaster {
                                   uint64_t, importWrappedKey_cb cb) override {
         return refuse(cb, hidl_vec<uint8_t>(), KeyCharacteristics());
     }
-    Return<void> exportKey(KeyFormat, const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                           const hidl_vec<uint8_t>&, exportKey_cb cb) override {
-        return refuse(cb, hidl_vec<uint8_t>());
-    }
     Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>&) override {
         return ErrorCode::UNIMPLEMENTED;
     }

@@ -5,14 +5,14 @@
 // A keymaster 4.0 in software, with the answers that the platform's own software keymaster and a
 // keymaster in hardware would give.
 //
-// What it does: AES-256-GCM keys and their operations, EC (P-256) and RSA-2048 keys with
-// attestation chains and certificate requests, and the password conversion (vendor purposes 101 and
-// 102). The rest of the interface returns UNIMPLEMENTED; an EC or RSA key signs nothing but its own
-// request.
+// What it does: AES-GCM keys and their operations, EC and RSA-2048 keys with attestation chains and
+// certificate requests, and the password conversion (vendor purposes 101 and 102). The rest of the
+// interface returns UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
 //
 // Key blobs hold the key and its characteristics, encrypted with the root key. Whoever uses the
-// same root key file can open them. No key is bound to a client: APPLICATION_ID and
-// APPLICATION_DATA are an UNSUPPORTED_TAG. All characteristics are software enforced.
+// same root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the
+// same bytes at every use; without them its blob is an INVALID_KEY_BLOB. All characteristics are
+// software enforced.
 //
 // Threads: one at a time per object. Several objects, and several processes, may share a root key
 // file. Every callback runs before its call returns; on an error it gets empty values. No exception
@@ -67,6 +67,7 @@ class SoftKeymaster : public StoreKeymaster {
 
     const VersionResult& halVersion() const override;
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
+    Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
 
     Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
     // Only of AES keys, as raw bytes; otherwise returns UNIMPLEMENTED or UNSUPPORTED_KEY_FORMAT.
@@ -80,9 +81,10 @@ class SoftKeymaster : public StoreKeymaster {
     Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
                             const hidl_vec<KeyParameter>& upgrade_params,
                             upgradeKey_cb cb) override;
-    // Always returns OK. The keymaster stores no keys, so there is nothing to delete, and a blob
-    // goes on working.
+    // These two always return OK. The keymaster stores no keys, so there is nothing to
+    // delete, and a blob goes on working.
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
+    Return<ErrorCode> deleteAllKeys() override;
     Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
                            const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
 
@@ -97,6 +99,11 @@ class SoftKeymaster : public StoreKeymaster {
                         const HardwareAuthToken& auth_token,
                         const VerificationToken& verification_token, finish_cb cb) override;
     Return<ErrorCode> abort(uint64_t handle) override;
+
+    // Exports nothing. Returns UNSUPPORTED_KEY_FORMAT for an AES key, and otherwise UNIMPLEMENTED.
+    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
+                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
+                           exportKey_cb cb) override;
 
   private:
     Return<void> makeKey(const hidl_vec<KeyParameter>& params, const hidl_vec<uint8_t>* imported,
