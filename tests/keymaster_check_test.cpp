@@ -313,8 +313,16 @@ std::vector<Row> rows() {
             flip(answer.output, 0);
         }
     };
-    const auto copyInput = [](Answer& answer, const CallRecord& call) {
-        answer.output = call.input;
+    // The ciphertext of one byte may be that byte by chance; the altered tag never fits.
+    const auto encryptNothing = [](FaultKeymaster& km) {
+        km.planEach(Call::kUpdate, Fault::alter([](Answer& answer, const CallRecord& call) {
+                        answer.output = call.input;
+                    }));
+        km.planEach(Call::kFinish, Fault::alter([](Answer& answer) {
+                        if (answer.output.size() == 16) {
+                            flip(answer.output, 0);
+                        }
+                    }));
     };
     const auto keepTag = [](FaultKeymaster& km) {
         const auto first = std::make_shared<Bytes>();
@@ -365,7 +373,7 @@ std::vector<Row> rows() {
         {"no import", each(Call::kImportKey, Fault::error(ErrorCode::UNIMPLEMENTED))},
         {"another key imported", with(importAnother)},
         {"a byte of output altered", each(Call::kUpdate, alterOutput)},
-        {"nothing encrypted", each(Call::kUpdate, copyInput)},
+        {"nothing encrypted", with(encryptNothing)},
         {"a transport of 5000 bytes", smallTransport(5000)},
         {"updates of 5000 bytes", smallUpdates(INT_MAX)},
         {"one update that fails", smallUpdates(1)},
