@@ -1,16 +1,18 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The page from which the tool explains messages and result codes has what the sources log, and
-// what the headers number.
+// The pages from which the tool explains messages, result codes and findings have what the sources
+// log and name, and what the headers number.
 
 #include "../tools/zelkm/messages.h"
 
 #include <cstdio>
 #include <map>
+#include <regex>
 #include <set>
 #include <tuple>
 
+#include "../tools/zelkm/doctor_findings.h"
 #include "../tools/zelkm/log_reader.h"
 #include "temp_dir.h"
 
@@ -148,6 +150,21 @@ TEST(ResultCodes, AreTheOnesOfTheHeaders) {
         EXPECT_EQ(findResultCode(std::to_string(code)) != nullptr, code != -42 && code != -43)
             << code;
     }
+}
+
+// A finding of another name would end the doctor.
+TEST(Findings, AreNamedAsOnTheirPage) {
+    const std::regex name("\"([a-z]+(-[a-z]+)+|disguised|unreadable)\"");
+    size_t num_named = 0;
+    for (const char* part : {"diagnosis", "log", "report", "store"}) {
+        const std::string code = sourceFile(std::string("tools/zelkm/doctor_") + part + ".cpp");
+        for (std::sregex_iterator found(code.begin(), code.end(), name), end; found != end;
+             ++found, ++num_named) {
+            const Finding finding = {(*found)[1], "", ""};
+            EXPECT_NO_THROW(finding.kind()) << finding.name;
+        }
+    }
+    EXPECT_GT(num_named, 50u);
 }
 
 }  // namespace

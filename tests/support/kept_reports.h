@@ -25,6 +25,7 @@ class KeptReports {
         for (std::string line; std::getline(file, line);) {
             if (line.rfind("== ", 0) == 0) {
                 name = line.substr(3);
+                reports_[name];
             } else {
                 reports_[name] += line + "\n";
             }
@@ -37,7 +38,7 @@ class KeptReports {
             return;
         }
         const auto kept = reports_.find(name);
-        EXPECT_EQ(kept == reports_.end() ? "" : kept->second, report) << name;
+        EXPECT_EQ(kept == reports_.end() ? "no report of this name" : kept->second, report) << name;
     }
 
   private:
