@@ -10,6 +10,7 @@
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
+#include <openssl/crypto.h>
 #include <openssl/x509.h>
 #include <signal.h>
 #include <sys/resource.h>
