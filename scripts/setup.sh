@@ -22,6 +22,7 @@ if [[ ${1:-} == --demo ]]; then
 else
     packages+=(
         libgtest-dev pkg-config python3           # the tests and their reports
+        groff-base                                # the manual pages are shown
         aidl checkpolicy m4                       # the tests of the example for a device
     )
 fi
