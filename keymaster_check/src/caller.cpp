@@ -119,10 +119,13 @@ Caller::Caller(Keymaster& its_keymaster, const Options& its_options)
 }
 
 Caller::~Caller() {
-    endRequirement();
-    keys_.erase(Bytes());
+    for (const uint64_t handle : open_) {
+        static_cast<void>(keymaster.abort(handle).isOk());
+    }
     for (const Bytes& key : keys_) {
-        static_cast<void>(keymaster.deleteKey(key).isOk());
+        if (!key.empty()) {
+            static_cast<void>(keymaster.deleteKey(key).isOk());
+        }
     }
 }
 

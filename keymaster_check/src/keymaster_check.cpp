@@ -7,6 +7,7 @@
 #include "keymaster_check/keymaster_check.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "checks.h"
 #include "keymaster_check/report.h"
@@ -39,7 +40,7 @@ struct Entry {
 
 // Those of verifyKey(), or all others.
 std::vector<Entry> entries(bool later) {
-    std::vector<Entry> all = {
+    const std::vector<Entry> all = {
         {{"key.generate", "generateKey makes a key from the seven parameters of the database key",
           "every insertion is refused with the keymaster's code"},
          {checkKeyGenerate}},
@@ -159,9 +160,10 @@ std::vector<Entry> entries(bool later) {
           "the objects and can forge them"},
          {checkLaterNonces, kLater}},
     };
-    const auto is_other = [later](const Entry& entry) { return entry.test.has(kLater) != later; };
-    all.erase(std::remove_if(all.begin(), all.end(), is_other), all.end());
-    return all;
+    std::vector<Entry> wanted;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(wanted),
+                 [later](const Entry& entry) { return entry.test.has(kLater) == later; });
+    return wanted;
 }
 
 std::vector<Requirement> requirementsOf(bool later) {

@@ -6,12 +6,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <string_view>
 
 #include "file_names.h"
 #include "keymaster_check/keymaster_check.h"
@@ -62,9 +63,9 @@ void removeDirectory() {
     }
     for (const char* file : zelkm::kReplacedFiles) {
         for (const char* suffix : {"", zelkm::kTemporarySuffix, zelkm::kBackupSuffix}) {
-            char name[64] = {};
-            const size_t len = std::string_view(file).copy(name, 32);
-            std::string_view(suffix).copy(name + len, 31);
+            char name[64];
+            char* const end = std::copy_n(file, std::strlen(file), name);
+            std::copy_n(suffix, std::strlen(suffix) + 1, end);
             static_cast<void>(::unlinkat(directory, name, 0));
         }
     }

@@ -53,7 +53,7 @@ struct Fault {
     static Fault alter(std::function<void(Answer&, const CallRecord&)> how) {
         return {{}, std::move(how)};
     }
-    static Fault alter(std::function<void(Answer&)> how) {
+    static Fault alter(const std::function<void(Answer&)>& how) {
         return alter([how](Answer& answer, const CallRecord&) { how(answer); });
     }
     static Fault callbackTwice() { return {{}, {}, Callback::kTwice}; }
