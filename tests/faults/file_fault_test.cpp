@@ -307,7 +307,7 @@ TEST_F(FileFault, FailedCallsAndKilledProcessesLoseNothing) {
         {"exit", {Plan::kExit, 0}},
         {"short", {Plan::kShort, 0}},
         {"no such call any more", {Plan::kFailFromThen, EIO}}};
-    for (const int error : {EIO, EINTR}) {
+    for (const int error : {EIO, ENOSPC, EACCES, EINTR}) {
         kinds.push_back({std::strerror(error), {Plan::kFail, error}});
     }
     int states = 0;

@@ -20,6 +20,9 @@ std::vector<FindingKind> readKinds() {
          tableRows(kDoctorPage, "| name | severity | meaning | what to do |")) {
         const auto* const severity =
             std::find(std::begin(kSeverities), std::end(kSeverities), row.cells[1]);
+        if (severity == std::end(kSeverities)) {
+            throw std::logic_error("no severity " + row.cells[1]);
+        }
         kinds.push_back({withoutBackticks(row.cells[0]),
                          static_cast<Severity>(severity - std::begin(kSeverities)), row.cells[2],
                          row.cells[3]});
