@@ -4,7 +4,8 @@
 // Runs the library itself over the keymaster: makes a store, reads it, damages it and has it
 // repaired.
 
-#include <algorithm>
+#include <functional>
+#include <string>
 
 #include "checks.h"
 #include "file_names.h"
@@ -50,43 +51,12 @@ std::string select(ZelKeymasterOperation& object) {
     return text;
 }
 
-bool holdsText(const Bytes& content, const std::string& text) {
-    return std::search(content.begin(), content.end(), text.begin(), text.end()) != content.end();
-}
-
-// The steps and their results, up to the first result that is not as expected. No step is taken
-// without time.
-class Story {
-  public:
-    Story(Caller& caller, const PrivateDirectory& directory)
-        : caller_(caller), directory_(directory) {}
-
-    // `act` returns the result. `consequence` is what follows from another one than `expected`.
-    template <typename Act>
-    void step(const char* what, const std::string& expected, const char* consequence, Act act) {
-        if (outcome_.verdict != Verdict::kHolds || !caller_.hasTime()) {
-            return;
-        }
-        const std::string result = act();
-        outcome_.sent += (outcome_.sent.empty() ? "" : "; ") + std::string(what);
-        outcome_.answered += (outcome_.answered.empty() ? "" : "; ") + result;
-        if (result != expected) {
-            outcome_.verdict = Verdict::kBroken;
-            outcome_.answered += " in place of: " + expected;
-            outcome_.consequence = consequence;
-        }
-        for (const std::string& file :
-             {std::string(zelkm::kKeyFile), zelkm::kKeyFile + std::string(zelkm::kBackupSuffix)}) {
-            caller_.own(directory_.read(file.c_str()));  // each step may bring another key
-        }
-    }
-
-    const Finding& outcome() const { return outcome_; }
-
-  private:
-    Caller& caller_;
-    const PrivateDirectory& directory_;
-    Finding outcome_ = holds("", "");
+// One step. `consequence` is what follows from another result than `expected`.
+struct Step {
+    const char* what;
+    std::string expected;
+    const char* consequence;
+    std::function<std::string()> act;
 };
 
 }  // namespace
@@ -117,32 +87,53 @@ Finding checkEndToEnd(Context& context) {
     };
     constexpr char kRefused[] = "insertions are refused with this code";
     constexpr char kLost[] = "stores do not survive a restart of the service";
-    Bytes store;
-    Story story(context, directory);
-    story.step("insert an object", "0", kRefused,
-               [&] { return describeCode(insert(*object, "alias_one")); });
-    story.step("insert another", "0", kRefused,
-               [&] { return describeCode(insert(*object, "alias_two")); });
-    story.step("select", "0, alias_one alias_two", "what was inserted is not found", selected);
-    story.step("look into the store file", "no object is readable",
-               "the objects lie on the disk readable for everybody", [&] {
-                   store = directory.read(zelkm::kStoreFile);
-                   return store.empty()                ? "it is empty"
-                          : holdsText(store, "alias_") ? "the objects are readable"
-                                                       : "no object is readable";
-               });
-    story.step("select after a restart", "0, alias_one alias_two", kLost, selectAfterStart);
-    story.step("damage the store file", "done", "the check's own directory does not work", [&] {
-        store.back() = static_cast<uint8_t>(store.back() ^ 1);
-        return directory.write(zelkm::kStoreFile, store) ? "done" : "not written";
-    });
-    story.step("select after a restart", "-30 VERIFICATION_FAILED",
-               "damage to a store is not noticed as such, and not repaired", selectAfterStart);
-    story.step("select after one more", "0, alias_one", "a damaged store is not repaired",
-               selectAfterStart);
+    std::string store;
+    const Step steps[] = {
+        {"insert an object", "0", kRefused,
+         [&] { return describeCode(insert(*object, "alias_one")); }},
+        {"insert another", "0", kRefused,
+         [&] { return describeCode(insert(*object, "alias_two")); }},
+        {"select", "0, alias_one alias_two", "what was inserted is not found", selected},
+        {"look into the store file", "no object is readable",
+         "the objects lie on the disk readable for everybody",
+         [&] {
+             store = directory.read(zelkm::kStoreFile);
+             return store.empty()                               ? "it is empty"
+                    : store.find("alias_") != std::string::npos ? "the objects are readable"
+                                                                : "no object is readable";
+         }},
+        {"select after a restart", "0, alias_one alias_two", kLost, selectAfterStart},
+        {"damage the store file", "done", "the check's own directory does not work",
+         [&] {
+             store.back() = static_cast<char>(store.back() ^ 1);
+             return directory.write(zelkm::kStoreFile, store) ? "done" : "not written";
+         }},
+        {"select after a restart", "-30 VERIFICATION_FAILED",
+         "damage to a store is not noticed as such, and not repaired", selectAfterStart},
+        {"select after one more", "0, alias_one", "a damaged store is not repaired",
+         selectAfterStart}};
+    Finding outcome = holds("", "");
+    for (const Step& step : steps) {
+        if (outcome.verdict != Verdict::kHolds || !context.hasTime()) {
+            break;
+        }
+        const std::string result = step.act();
+        outcome.sent += (outcome.sent.empty() ? "" : "; ") + std::string(step.what);
+        outcome.answered += (outcome.answered.empty() ? "" : "; ") + result;
+        if (result != step.expected) {
+            outcome.verdict = Verdict::kBroken;
+            outcome.answered += " in place of: " + step.expected;
+            outcome.consequence = step.consequence;
+        }
+        for (const std::string& file :
+             {std::string(zelkm::kKeyFile), zelkm::kKeyFile + std::string(zelkm::kBackupSuffix)}) {
+            const std::string key = directory.read(file.c_str());  // each step may bring another
+            context.own(Bytes(key.begin(), key.end()));
+        }
+    }
     forgetTable(*object);
     sdb_register_db_encrypt_fp(nullptr, nullptr);
-    return story.outcome();
+    return outcome;
 }
 
 }  // namespace keymaster_check

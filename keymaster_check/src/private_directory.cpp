@@ -98,16 +98,15 @@ PrivateDirectory::~PrivateDirectory() {
     }
 }
 
-Bytes PrivateDirectory::read(const char* name) const {
+std::string PrivateDirectory::read(const char* name) const {
     std::ifstream file(std::string(g_path) + "/" + name, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(file), {});
+    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-bool PrivateDirectory::write(const char* name, const Bytes& content) const {
+bool PrivateDirectory::write(const char* name, const std::string& content) const {
     std::ofstream file(std::string(g_path) + "/" + name, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(content.data()),
-               static_cast<std::streamsize>(content.size()));
-    return file.flush().good();
+    file << content << std::flush;
+    return file.good();
 }
 
 }  // namespace keymaster_check

@@ -5,7 +5,7 @@
 
 #pragma once
 
-#include "keymaster_check/client.h"
+#include <string>
 
 namespace keymaster_check {
 
@@ -23,8 +23,8 @@ class PrivateDirectory {
     bool isThere() const { return before_ >= 0; }
 
     // Empty when the file cannot be read.
-    Bytes read(const char* name) const;
-    bool write(const char* name, const Bytes& content) const;
+    std::string read(const char* name) const;
+    bool write(const char* name, const std::string& content) const;
 
   private:
     int before_ = -1;  // descriptor of the working directory before
