@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "checks.h"
 #include "gcm_run.h"
@@ -46,13 +47,13 @@ std::vector<KeyParameter> attestationParams() {
 // attestation.
 Answer attest(Context& context, const Params& params) {
     if (context.attested_key.empty()) {
-        const Answer made = context.generateKey(attestedKeyParams());
+        const Answer made = context.make({Call::kGenerateKey, {}, attestedKeyParams()});
         if (!made.ok()) {
             return made;
         }
         context.attested_key = made.output;
     }
-    return context.attestKey(context.attested_key, params);
+    return context.make({Call::kAttestKey, context.attested_key, params});
 }
 
 // The key of a certificate. Bytes after the certificate are left for the library to judge.
@@ -67,22 +68,30 @@ EvpPkeyPtr keyOfCertificate(const Bytes& der) {
 // judges.
 std::vector<EvpPkeyPtr> attestedPublicKeys(Context& context) {
     std::vector<EvpPkeyPtr> keys;
-    const Answer exported = context.exportKey(context.attested_key);
+    const auto add = [&keys](EvpPkeyPtr key) {
+        if (key != nullptr) {
+            keys.push_back(std::move(key));
+        }
+    };
+    CallRecord call = {Call::kExportKey, context.attested_key};
+    call.format = KeyFormat::X509;  // the public key
+    const Answer exported = context.make(call);
     const uint8_t* at = exported.output.data();
     if (exported.ok()) {
-        keys.emplace_back(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.output.size())));
+        add(EvpPkeyPtr(d2i_PUBKEY(nullptr, &at, static_cast<long>(exported.output.size()))));
     }
-    if (keys.empty() || keys[0] == nullptr) {
-        keys.clear();
+    if (keys.empty()) {
         const Answer attested = attest(context, attestationParams());
         for (const Bytes& certificate : attested.chain) {
-            keys.push_back(keyOfCertificate(certificate));
+            add(keyOfCertificate(certificate));
         }
     }
     return keys;
 }
 
-Finding tryRequest(Context& context) {
+}  // namespace
+
+Finding checkCsrRequest(Context& context) {
     std::vector<KeyParameter> params = attestationParams();
     params.push_back(param(TAG_GENERATE_CSR, true));
     const Answer answer = attest(context, params);
@@ -98,17 +107,7 @@ Finding tryRequest(Context& context) {
     return holds(context.sent(), context.answered());
 }
 
-}  // namespace
-
-Finding checkCsrRequest(Context& context) {
-    context.request_outcome = tryRequest(context);
-    return context.request_outcome;
-}
-
 Finding checkCsrProof(Context& context) {
-    if (context.request_outcome.verdict == Verdict::kNotOffered) {
-        return context.request_outcome;
-    }
     if (context.request.empty()) {
         return notTried("there is no request: see csr.request");
     }
@@ -123,14 +122,13 @@ Finding checkCsrProof(Context& context) {
         return {"", Verdict::kBroken, kShown, size + ": its signature is wrong", kUseless, ""};
     }
     const std::vector<EvpPkeyPtr> attested = attestedPublicKeys(context);
-    if (std::none_of(attested.begin(), attested.end(),
-                     [](const EvpPkeyPtr& key) { return key != nullptr; })) {
+    if (attested.empty()) {
         return holds(context.sent(),
                      "PKCS #10 with a good signature; neither exportKey "
                      "nor attestKey returns the attested key to compare");
     }
     if (std::none_of(attested.begin(), attested.end(), [&request](const EvpPkeyPtr& key) {
-            return key != nullptr && X509_REQ_verify(request.get(), key.get()) == 1;
+            return X509_REQ_verify(request.get(), key.get()) == 1;
         })) {
         return broken(context, "the request is for another key than the attested one",
                       "generateCSR returns a request for another key's certificate");

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <initializer_list>
 #include <thread>
 
 namespace keymaster_check {
@@ -58,34 +57,48 @@ std::string describeAnswer(const Answer& answer) {
 
 // E.g. "begin(ENCRYPT, blob of 200 bytes, [BLOCK_MODE 32])".
 std::string describeCall(const CallRecord& call) {
-    const auto isOneOf = [&call](std::initializer_list<Call> calls) {
-        return std::find(calls.begin(), calls.end(), call.call) != calls.end();
+    const std::string purpose = call.purpose == KeyPurpose::ENCRYPT ? "ENCRYPT"
+                                : call.purpose == KeyPurpose::DECRYPT
+                                    ? "DECRYPT"
+                                    : std::to_string(uint32_t(call.purpose));
+    const std::string blob = "blob of " + std::to_string(call.key_blob.size()) + " bytes";
+    const std::string params = describe(call.params);
+    const std::string input = describe(call.input.data(), call.input.size());
+    const auto withArguments = [&call](const std::string& arguments) {
+        return callName(call.call) + ("(" + arguments + ")");
     };
-    std::string arguments;
-    const auto add = [&arguments](const std::string& argument) {
-        arguments += (arguments.empty() ? "" : ", ") + argument;
-    };
-    if (call.call == Call::kBegin) {
-        add(call.purpose == KeyPurpose::ENCRYPT   ? "ENCRYPT"
-            : call.purpose == KeyPurpose::DECRYPT ? "DECRYPT"
-                                                  : std::to_string(uint32_t(call.purpose)));
+    switch (call.call) {
+        case Call::kGenerateKey:
+            return withArguments(params);
+        case Call::kImportKey:
+            return withArguments(params + ", RAW, " + input);
+        case Call::kExportKey:
+            return withArguments("X509, " + blob);
+        case Call::kAttestKey:
+        case Call::kUpgradeKey:
+            return withArguments(blob + ", " + params);
+        case Call::kBegin:
+            return withArguments(purpose + ", " + blob + ", " + params);
+        case Call::kUpdate:
+            return withArguments(params + ", " + input);
+        case Call::kFinish:
+            return withArguments("");
+        default:
+            return withArguments(blob);
     }
-    if (call.call == Call::kExportKey) {
-        add("X509");
+}
+
+// The first and the last of many.
+std::string joined(const std::vector<std::string>& texts) {
+    std::string result;
+    for (size_t i = 0; i < texts.size(); ++i) {
+        if (i < kShownCalls / 2 || i + kShownCalls / 2 >= texts.size()) {
+            result += (result.empty() ? "" : "; ") + texts[i];
+        } else if (i == kShownCalls / 2) {
+            result += "; " + std::to_string(texts.size() - kShownCalls) + " more calls";
+        }
     }
-    if (!isOneOf({Call::kGenerateKey, Call::kImportKey, Call::kUpdate, Call::kFinish})) {
-        add("blob of " + std::to_string(call.key_blob.size()) + " bytes");
-    }
-    if (!isOneOf({Call::kGetKeyCharacteristics, Call::kExportKey, Call::kFinish})) {
-        add(describe(call.params));
-    }
-    if (call.call == Call::kImportKey) {
-        add("RAW");
-    }
-    if (isOneOf({Call::kImportKey, Call::kUpdate})) {
-        add(describe(call.input.data(), call.input.size()));
-    }
-    return callName(call.call) + ("(" + arguments + ")");
+    return result;
 }
 
 }  // namespace
@@ -133,7 +146,7 @@ Answer Caller::makeAnyway(const CallRecord& call) {
     const auto pending = std::make_shared<Pending>();
     pending->name = callName(call.call);
     pending->watch = watch_;
-    const Time started = options.clock();
+    const auto started = options.clock();
     const Return<void> status =
         keymaster_check::send(keymaster, call, [pending](const auto&... values) {
             const std::lock_guard<std::mutex> lock(pending->watch->mutex);
@@ -151,8 +164,13 @@ Answer Caller::makeAnyway(const CallRecord& call) {
             }
             pending->answer.take(values...);
         });
-    timed(call.call, started);
-    ++sent_;
+    const auto took = options.clock() - started;
+    if (took > kSlow) {
+        auto& [longest, times] = slow_calls_[pending->name];
+        longest = std::max(longest, std::chrono::duration<double>(took).count());
+        ++times;
+    }
+    ++calls_;
     const std::lock_guard<std::mutex> lock(watch_->mutex);
     pending->returned = true;
     Answer answer = std::move(pending->answer);
@@ -161,7 +179,10 @@ Answer Caller::makeAnyway(const CallRecord& call) {
         pending->fault("not at all before the call returned");
     }
     found_no_room_ = found_no_room_ || answer.error == ErrorCode::TOO_MANY_OPERATIONS;
-    calls_.push_back({describeCall(call), pending->name + (": " + describeAnswer(answer))});
+    if (call.call != Call::kAbort) {  // which only cleans up
+        sent_.push_back(describeCall(call));
+        answered_.push_back(pending->name + (": " + describeAnswer(answer)));
+    }
     return answer;
 }
 
@@ -187,31 +208,17 @@ Answer Caller::make(const CallRecord& call) {
     return answer;
 }
 
-void Caller::timed(Call call, Time started) {
-    const auto took = options.clock() - started;
-    if (took > kSlow) {
-        auto& [longest, times] = slow_calls_[callName(call)];
-        longest = std::max(longest, std::chrono::duration<double>(took).count());
-        ++times;
-    }
-}
-
 void Caller::abort(uint64_t handle) {
-    const Time started = options.clock();
-    const Return<ErrorCode> status = keymaster.abort(handle);
-    timed(Call::kAbort, started);
-    ++sent_;
-    const ErrorCode error = status.isOk() ? ErrorCode(status) : ErrorCode::UNKNOWN_ERROR;
+    const ErrorCode error = makeAnyway({Call::kAbort, {}, {}, {}, handle}).error;
     if (error != ErrorCode::OK && error != ErrorCode::INVALID_OPERATION_HANDLE) {
-        static_cast<void>(
-            makeAnyway({Call::kFinish, {}, {}, {}, handle}));  // this also ends the operation
+        makeAnyway({Call::kFinish, {}, {}, {}, handle});  // this also ends the operation
     }
     open_.erase(handle);
 }
 
 void Caller::startRequirement() {
     started_ = options.clock();
-    sent_ = 0;
+    calls_ = 0;
     missed_.clear();
     verdict_known_ = found_no_room_ = false;
     startCase();
@@ -219,13 +226,13 @@ void Caller::startRequirement() {
 
 bool Caller::hasTime() {
     const auto spent = options.clock() - started_;
-    const auto to_abort = spent / std::max(sent_, 1) * static_cast<int>(open_.size());
+    const auto to_abort = spent / std::max(calls_, 1) * static_cast<int>(open_.size());
     const bool stopped = options.stopped && options.stopped();
     const bool has_time = !stopped && spent + to_abort <= options.time;
     if (!has_time && !verdict_known_ && missed_.empty()) {
         missed_ = stopped
                       ? "stopped"
-                      : "no time left: " + std::to_string(sent_) + " calls took " +
+                      : "no time left: " + std::to_string(calls_) + " calls took " +
                             std::to_string(
                                 std::chrono::duration_cast<std::chrono::seconds>(spent).count()) +
                             " s";
@@ -254,16 +261,12 @@ std::string Caller::endRequirement() {
     return text;
 }
 
-std::string Caller::joined(Text text) const {
-    std::string result;
-    for (size_t i = 0; i < calls_.size(); ++i) {
-        if (i < kShownCalls / 2 || i + kShownCalls / 2 >= calls_.size()) {
-            result += (result.empty() ? "" : "; ") + calls_[i].*text;
-        } else if (i == kShownCalls / 2) {
-            result += "; " + std::to_string(calls_.size() - kShownCalls) + " more calls";
-        }
-    }
-    return result;
+std::string Caller::sent() const {
+    return joined(sent_);
+}
+
+std::string Caller::answered() const {
+    return joined(answered_);
 }
 
 }  // namespace keymaster_check

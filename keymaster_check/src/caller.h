@@ -49,30 +49,8 @@ class Caller {
     Keymaster& keymaster;
     const Options& options;
 
-    Answer generateKey(const Params& params) { return make({Call::kGenerateKey, {}, params}); }
-    Answer importKey(const Params& params, const Bytes& key) {
-        return make({Call::kImportKey, {}, params, {}, 0, key});
-    }
-    // The public key.
-    Answer exportKey(const Bytes& blob) {
-        CallRecord call = {Call::kExportKey, blob};
-        call.format = KeyFormat::X509;
-        return make(call);
-    }
-    Answer getKeyCharacteristics(const Bytes& blob) {
-        return make({Call::kGetKeyCharacteristics, blob});
-    }
-    Answer upgradeKey(const Bytes& blob) { return make({Call::kUpgradeKey, blob}); }
-    Answer attestKey(const Bytes& blob, const Params& params) {
-        return make({Call::kAttestKey, blob, params});
-    }
-    Answer begin(KeyPurpose purpose, const Bytes& blob, const Params& params) {
-        return make({Call::kBegin, blob, params, purpose});
-    }
-    Answer update(uint64_t handle, const Params& params, const uint8_t* input, size_t size) {
-        return make({Call::kUpdate, {}, params, {}, handle, Bytes(input, input + size)});
-    }
-    Answer finish(uint64_t handle) { return make({Call::kFinish, {}, {}, {}, handle}); }
+    // Makes the call, if there is time, and remembers what it opened or made.
+    Answer make(const CallRecord& call);
     void abort(uint64_t handle);
 
     // A key that is to be deleted at the end, or is not.
@@ -99,38 +77,30 @@ class Caller {
     bool foundNoRoom() const { return found_no_room_; }
 
     // Starts the next case: forgets the calls before it. Below are its calls and their answers.
-    void startCase() { calls_.clear(); }
-    std::string sent() const { return joined(&Words::sent); }
-    std::string answered() const { return joined(&Words::answered); }
+    void startCase() {
+        sent_.clear();
+        answered_.clear();
+    }
+    std::string sent() const;
+    std::string answered() const;
 
     // The begins of all requirements that were refused for another reason than lack of room.
     size_t refusedBegins() const { return refused_begins_; }
     CallbackWatch& callbacks() { return *watch_; }
 
   private:
-    struct Words {
-        std::string sent;
-        std::string answered;
-    };
-    using Text = std::string Words::*;
-    using Time = std::chrono::steady_clock::time_point;
-
-    // Makes the call, if there is time, and remembers what it opened or made.
-    Answer make(const CallRecord& call);
     Answer makeAnyway(const CallRecord& call);
-    void timed(Call call, Time started);
-    std::string joined(Text text) const;
 
     const std::shared_ptr<CallbackWatch> watch_;
-    std::vector<Words> calls_;
+    std::vector<std::string> sent_, answered_;                     // in this case
     std::map<std::string, std::pair<double, size_t>> slow_calls_;  // the longest time, how often
     std::set<Bytes> keys_;
     std::set<uint64_t> open_;
     size_t refused_begins_ = 0;
 
     // Of this requirement:
-    Time started_;
-    int sent_ = 0;  // calls
+    std::chrono::steady_clock::time_point started_;
+    int calls_ = 0;
     std::string missed_;
     bool verdict_known_ = false;
     bool found_no_room_ = false;

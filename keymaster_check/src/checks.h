@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -31,17 +32,13 @@ struct Context : Caller {
 
     Bytes key = {};           // the database key; empty unless key.generate holds
     Bytes attested_key = {};  // an EC key, made by the first check that needs one
+    Bytes request = {};       // a certificate request
 
-    Bytes request = {};  // a certificate request
-    Finding request_outcome = {};
+    // What a password conversion takes, and what takes the last one back.
+    std::vector<KeyParameter> conversion = {};
+    std::vector<KeyParameter> reversal = {};
 
-    // One conversion in both directions, and the outcome of password.round-trip.
-    Bytes password_inputs[4] = {};
-    Bytes material = {};
-    Bytes converted = {};
-    Bytes tag = {};
-    Finding round_trip = {};
-
+    std::map<std::string, Finding> outcomes = {};  // of the checks so far, by their ids
     bool lost_room = false;  // operations that the check opened may still be there
     SavedKey saved = {};
 };

@@ -85,7 +85,7 @@ Finding refusesEach(Context& context, Alter alter, const char* sent, const char*
     for (const Altered& each : alter(encryption.nonce, encryption.all())) {
         context.startCase();
         const Run run = decrypt(context, context.key, each.nonce, each.input, each.associated_data);
-        if (run.ended != Run::End::kFinish || run.last.error != ErrorCode::VERIFICATION_FAILED) {
+        if (run.failed != Call::kFinish || run.last.error != ErrorCode::VERIFICATION_FAILED) {
             return broken(context, std::string(each.what) + " is not refused with -30",
                           run.done() ? taken
                                      : "a damaged store is refused with another code, and not "
@@ -168,7 +168,7 @@ std::string limitBetween(Context& context, size_t good, size_t bad) {
 
 Finding checkNonceLength(Context& context) {
     Run run;  // as far as it got
-    run.last = context.begin(KeyPurpose::ENCRYPT, context.key, gcmParams());
+    run.last = context.make({Call::kBegin, context.key, gcmParams(), KeyPurpose::ENCRYPT});
     if (!run.last.ok()) {
         return broken(context, "no encryption begins", run.consequence());
     }
@@ -191,7 +191,7 @@ Finding checkNonceLength(Context& context) {
 
 Finding checkNonceFresh(Context& context) {
     constexpr size_t kDraws = 300;  // for each key; a counter of 8 bits repeats within them
-    const Answer other = context.generateKey(databaseKeyParams());
+    const Answer other = context.make({Call::kGenerateKey, {}, databaseKeyParams()});
     const Bytes keys[] = {context.key, other.ok() ? other.output : context.key};
     std::set<Bytes> drawn[2];
     for (size_t draws = 0; draws < 2 * kDraws; ++draws) {
@@ -274,7 +274,8 @@ Finding checkAadChecked(Context& context) {
 Finding checkCorrect(Context& context) {
     std::string compared = "importKey refuses, so the key cannot be known";
     const Bytes known_key = randomBytes(32);
-    const Answer imported = context.importKey(databaseKeyParams(), known_key);
+    const Answer imported =
+        context.make({Call::kImportKey, {}, databaseKeyParams(), {}, 0, known_key});
     if (imported.ok()) {
         const Bytes payload = samplePayload(kPayload);
         const Run run = encrypt(context, imported.output, kPayload);
@@ -330,37 +331,36 @@ Finding checkSizes(Context& context) {
     constexpr size_t kMuch = 4 << 20;  // no transport takes this
     const size_t largest = context.options.largest_store;
     size_t good = 0;
+    size_t bad = 0;
     std::string once;
+    std::optional<Run> failed;
     for (const size_t size : {size_t{1}, size_t{16}, size_t{17}, size_t{4096}, size_t{65536},
                               size_t{262144}, largest}) {
-        if (size > largest) {
-            continue;
+        if (size <= largest && !failed) {
+            failed = failureAt(context, size, &once);
+            (failed ? bad : good) = size;
         }
-        const std::optional<Run> failed = failureAt(context, size, &once);
-        if (!failed) {
-            good = size;
-            continue;
-        }
-        if (good == 0) {
-            return noOperation(*failed);
-        }
-        Finding outcome =
-            broken(context, std::to_string(size) + " bytes do not get through",
-                   "of the insertion that exceeds the limit: " + failed->consequence());
-        context.verdictIsKnown();
-        outcome.note = once + limitBetween(context, good, size);
-        return outcome;
+    }
+    if (failed && good == 0) {
+        return noOperation(*failed);
     }
     Finding outcome =
-        holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
-              "all got through");
+        failed
+            ? broken(context, std::to_string(bad) + " bytes do not get through",
+                     "of the insertion that exceeds the limit: " + failed->consequence())
+            : holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
+                    "all got through");
     context.verdictIsKnown();
     const size_t beyond = 2 * std::min(largest, kMuch);
-    if (beyond > largest) {
-        outcome.note = failureAt(context, beyond, &once) ? limitBetween(context, good, beyond)
-                                                         : storeSize(beyond) + " get through, too";
+    if (!failed && beyond > largest) {
+        (failureAt(context, beyond, &once) ? bad : good) = beyond;
     }
-    outcome.note.insert(0, once);
+    outcome.note = once;
+    if (bad != 0) {
+        outcome.note += limitBetween(context, good, bad);
+    } else if (good > largest) {
+        outcome.note += storeSize(good) + " get through, too";
+    }
     return outcome;
 }
 

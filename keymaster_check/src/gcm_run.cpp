@@ -16,13 +16,13 @@ Run runOperation(Caller& caller, KeyPurpose purpose, const Bytes& key, const Par
                  const Bytes& input, const Bytes& associated_data, size_t cut) {
     Run run;
     run.purpose = purpose;
-    run.last = caller.begin(purpose, key, params);
+    run.last = caller.make({Call::kBegin, key, params, purpose});
     if (!run.last.ok()) {
         return run;
     }
     const uint64_t handle = run.last.handle;
     run.nonce = bytesOf(run.last.params, Tag::NONCE);
-    run.ended = Run::End::kUpdate;
+    run.failed = Call::kUpdate;
     Params first;
     if (!associated_data.empty()) {
         first = {param(Tag::ASSOCIATED_DATA, associated_data)};
@@ -30,7 +30,9 @@ Run runOperation(Caller& caller, KeyPurpose purpose, const Bytes& key, const Par
     size_t consumed = 0;
     do {
         run.offered = std::min(cut, input.size() - consumed);
-        run.last = caller.update(handle, first, input.data() + consumed, run.offered);
+        const uint8_t* const offered = input.data() + consumed;
+        run.last = caller.make(
+            {Call::kUpdate, {}, first, {}, handle, Bytes(offered, offered + run.offered)});
         if (!run.last.ok() || run.last.consumed == 0 || run.last.consumed > run.offered) {
             return run;
         }
@@ -39,9 +41,9 @@ Run runOperation(Caller& caller, KeyPurpose purpose, const Bytes& key, const Par
         run.from_updates.insert(run.from_updates.end(), run.last.output.begin(),
                                 run.last.output.end());
     } while (consumed < input.size());
-    run.last = caller.finish(handle);
+    run.last = caller.make({Call::kFinish, {}, {}, {}, handle});
     run.from_finish = run.last.output;
-    run.ended = run.last.ok() ? Run::End::kDone : Run::End::kFinish;
+    run.failed = run.last.ok() ? std::nullopt : std::optional<Call>(Call::kFinish);
     return run;
 }
 
@@ -61,9 +63,7 @@ bool Run::bringsBack(size_t size) const {
 }
 
 std::string Run::failure() const {
-    const std::string call = ended == End::kBegin    ? "begin"
-                             : ended == End::kUpdate ? "update"
-                                                     : "finish";
+    const std::string call = failed ? callName(*failed) : "finish";
     if (!last.arrived) {
         return call + ": " + last.failure;
     }
@@ -75,7 +75,7 @@ std::string Run::failure() const {
 std::string Run::consequence() const {
     // These answers are lost to the library, which continues with the one before.
     const bool lost =
-        (ended == End::kUpdate && !last.transport) || (ended == End::kFinish && !last.arrived);
+        (failed == Call::kUpdate && !last.transport) || (failed == Call::kFinish && !last.arrived);
     const std::string code = describeCode(
         last.arrived && last.error != ErrorCode::OK ? last.error : ErrorCode::UNKNOWN_ERROR);
     if (purpose == KeyPurpose::DECRYPT) {
@@ -100,7 +100,7 @@ Run decrypt(Caller& caller, const Bytes& key, const Bytes& nonce, const Bytes& i
 }
 
 Answer beginAndAbort(Caller& caller, const Bytes& key) {
-    const Answer begun = caller.begin(KeyPurpose::ENCRYPT, key, gcmParams());
+    const Answer begun = caller.make({Call::kBegin, key, gcmParams(), KeyPurpose::ENCRYPT});
     if (begun.ok()) {
         caller.abort(begun.handle);
     }

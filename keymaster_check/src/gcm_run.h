@@ -5,6 +5,8 @@
 
 #pragma once
 
+#include <optional>
+
 #include "caller.h"
 #include "velt_secure_db.h"
 
@@ -16,17 +18,15 @@ constexpr size_t kPayload = 100;  // of most samples: not a multiple of a block
 
 // The course of an operation, with all output of each call.
 struct Run {
-    enum class End { kDone, kBegin, kUpdate, kFinish };
-
     KeyPurpose purpose = KeyPurpose::ENCRYPT;
-    End ended = End::kBegin;  // kDone, or the call that went wrong
-    Answer last = {};         // of that call
-    size_t offered = 0;       // bytes to the last update
-    Bytes nonce = {};         // of an encryption
+    std::optional<Call> failed = Call::kBegin;  // the call that went wrong
+    Answer last = {};                           // of that call
+    size_t offered = 0;                         // bytes to the last update
+    Bytes nonce = {};                           // of an encryption
     Bytes from_updates = {};
     Bytes from_finish = {};
 
-    bool done() const { return ended == End::kDone; }
+    bool done() const { return !failed; }
     // Ciphertext and tag of an encryption, or the plaintext of a decryption.
     Bytes all() const;
     // Whether it ended well with a sample payload of this size. Bytes beyond it do not count:

@@ -49,7 +49,7 @@ bool lists(const Params& characteristics, const KeyParameter& wanted) {
 }  // namespace
 
 Finding checkKeyGenerate(Context& context) {
-    const Answer answer = context.generateKey(databaseKeyParams());
+    const Answer answer = context.make({Call::kGenerateKey, {}, databaseKeyParams()});
     if (!answer.ok()) {
         return broken(context, "there is no key",
                       "every insertion is refused with " + describeCode(answer.error));
@@ -63,7 +63,7 @@ Finding checkKeyGenerate(Context& context) {
 }
 
 Finding checkKeyCharacteristics(Context& context) {
-    const Answer answer = context.getKeyCharacteristics(context.key);
+    const Answer answer = context.make({Call::kGetKeyCharacteristics, context.key});
     if (!answer.ok()) {
         return broken(context, "a fresh key is refused",
                       "the stored key is refused at the next start, and nobody reads the store");
@@ -83,20 +83,19 @@ Finding checkKeyCharacteristics(Context& context) {
 
 Finding checkKeyDamagedBlob(Context& context) {
     const Run encryption = encrypt(context, context.key, kPayload);
-    if (encryption.ended == Run::End::kBegin) {
+    if (encryption.failed == Call::kBegin) {
         return notTried("begin refuses a good key, too: see gcm.correct");
     }
     const std::vector<Damage> damages = damagesOf(context.key);
     size_t same = 0;  // damages to bytes that the key does not depend on
     for (const Damage& damage : damages) {
         context.startCase();
-        const Answer listed = context.getKeyCharacteristics(damage.blob);
-        const Answer begun = context.begin(KeyPurpose::ENCRYPT, damage.blob, gcmParams());
+        const Answer listed = context.make({Call::kGetKeyCharacteristics, damage.blob});
+        const Answer begun = beginAndAbort(context, damage.blob);
         if (listed.error == kInvalidKeyBlob && begun.error == kInvalidKeyBlob) {
             continue;
         }
         if (listed.ok() && begun.ok()) {
-            context.abort(begun.handle);
             if (!encryption.done()) {
                 return notTried("no encryption shows whether the blob " + damage.what +
                                 " holds the same key: see gcm.correct");
@@ -123,14 +122,14 @@ Finding checkKeyUpgrade(Context& context) {
         return notTried(encryption.failure() + ": see gcm.correct");
     }
     context.startCase();
-    const Answer upgraded = context.upgradeKey(context.key);
+    const Answer upgraded = context.make({Call::kUpgradeKey, context.key});
     if (!upgraded.ok()) {
         return refusedOrBroken(context, upgraded, "the upgrade of a key fails");
     }
     if (upgraded.output.empty()) {
         return holds(context.sent(), "0 without a blob: the key needs no upgrade");
     }
-    if (!context.getKeyCharacteristics(upgraded.output).ok()) {
+    if (!context.make({Call::kGetKeyCharacteristics, upgraded.output}).ok()) {
         return broken(context, "the upgraded key is refused");
     }
     if (!decrypt(context, upgraded.output, encryption).bringsBack(kPayload)) {

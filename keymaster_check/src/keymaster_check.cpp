@@ -29,6 +29,7 @@ enum Trait : unsigned {
 struct Test {
     Finding (*check)(Context&);
     unsigned traits = 0;
+    const char* service = "";  // a requirement; when it is not offered, neither is this one
 
     bool has(Trait trait) const { return (traits & trait) != 0; }
 };
@@ -102,7 +103,7 @@ std::vector<Entry> entries(bool later) {
           "the request is PKCS #10, its signature verifies, and its key is the attested one",
           "generateCSR returns a request that no authority accepts, or that asks for another "
           "key's certificate"},
-         {checkCsrProof, kAttestation}},
+         {checkCsrProof, kAttestation, "csr.request"}},
         {{"attest.chain",
           "attestKey returns three certificates or more, which validateAttestChain accepts",
           "validateAttestChain refuses the device's own chains (-30)"},
@@ -113,16 +114,16 @@ std::vector<Entry> entries(bool later) {
         {{"password.tag-checked",
           "purpose 102 refuses a tag other than the one that purpose 101 returned",
           "damaged or forged material is converted as if it were whole"},
-         {checkPasswordTagChecked, kPassword}},
+         {checkPasswordTagChecked, kPassword, "password.round-trip"}},
         {{"password.inputs-bound",
           "purpose 102 does not return the material if any of the four inputs is altered",
           "the material can be recovered without the input that should protect it"},
-         {checkPasswordInputsBound, kPassword}},
+         {checkPasswordInputsBound, kPassword, "password.round-trip"}},
         {{"password.outputs",
           "the replies hold the converted material, a tag of 16 bytes (purpose 101) and a rot "
           "value of 16 bytes or none",
           "the conversion fails (-40), or the caller gets 16 zero bytes instead of the rot value"},
-         {checkPasswordOutputs, kPassword}},
+         {checkPasswordOutputs, kPassword, "password.round-trip"}},
         {{"call.answered-once",
           "each call runs its callback once, before it returns, on the caller's thread",
           "a late callback writes into memory that is used for something else; of two replies "
@@ -143,7 +144,7 @@ std::vector<Entry> entries(bool later) {
           "64 conversions, which are one begin each, leave room for a new operation",
           "after some conversions no operation can begin (-31), for the library and for "
           "other clients of the keymaster"},
-         {checkPasswordUnfinished, kPassword | kJudgesRoom}},
+         {checkPasswordUnfinished, kPassword | kJudgesRoom, "password.round-trip"}},
         {{"ops.refused",
           "33 begins that are refused, of each purpose, leave room for a new operation",
           "after some refused calls no operation can begin (-31), for the library and for "
@@ -204,7 +205,11 @@ Finding judged(const Entry& entry, Context& context) {
     if (context.key.empty() && entry.test.has(kNeedsKey)) {
         return notTried("there is no key: see key.generate");
     }
-    const Finding finding = entry.test.check(context);
+    const Finding& related = context.outcomes[entry.test.service];
+    if (related.verdict == Verdict::kNotOffered) {
+        return related;
+    }
+    const Finding finding = context.outcomes[entry.requirement.id] = entry.test.check(context);
     if (!context.missed().empty()) {
         return notTried(context.missed());
     }

@@ -25,7 +25,7 @@ Finding checkUnfinished(Context& context) {
     const Bytes damaged = altered(input, input.size() - 1);
     for (size_t i = 0; i < kOperations; ++i) {
         context.startCase();
-        if (decrypt(context, context.key, good.nonce, damaged).ended == Run::End::kBegin) {
+        if (decrypt(context, context.key, good.nonce, damaged).failed == Call::kBegin) {
             return broken(context, "no operation begins after " + std::to_string(i) +
                                        " that ended with an error");
         }
@@ -63,8 +63,8 @@ Finding checkRefused(Context& context) {
         }
         for (size_t i = 0; i < kRefusals; ++i) {
             context.startCase();
-            const Answer answer =
-                context.begin(kind.purpose, kind.blob, converts ? Params() : Params(gcmParams()));
+            const Answer answer = context.make(
+                {Call::kBegin, kind.blob, converts ? Params() : Params(gcmParams()), kind.purpose});
             if (answer.ok()) {
                 context.abort(answer.handle);
                 break;  // it is not refused at all

@@ -12,39 +12,42 @@
 namespace keymaster_check {
 namespace {
 
-constexpr Tag kInputTags[] = {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4};
-constexpr size_t kInputSizes[] = {16, 32, 24, 20};
+constexpr struct {
+    Tag tag;
+    size_t size;
+} kInputs[] = {{PWHW_TAG_IN_1, 16}, {PWHW_TAG_IN_2, 32}, {PWHW_TAG_IN_3, 24}, {PWHW_TAG_IN_4, 20}};
 constexpr size_t kMaterialSize = 32;
 constexpr size_t kRotSize = 16;
 constexpr size_t kConversions = 64;
+constexpr char kNoRoundTrip[] = "no round trip: see password.round-trip";
 
-std::vector<KeyParameter> inputParams(const Context& context) {
-    std::vector<KeyParameter> params;
-    for (size_t i = 0; i < 4; ++i) {
-        params.push_back(param(kInputTags[i], context.password_inputs[i]));
-    }
-    return params;
-}
-
+// Converts the material, and keeps what takes that back.
 Answer convert(Context& context) {
-    std::vector<KeyParameter> params = inputParams(context);
-    params.push_back(param(PWHW_TAG_ENCRYPTED_KEY, context.material));
-    return context.begin(PWHW_PURPOSE_TO_KEY, {}, params);
+    const Answer there = context.make({Call::kBegin, {}, context.conversion, PWHW_PURPOSE_TO_KEY});
+    context.reversal = context.conversion;
+    context.reversal.back() = param(PWHW_TAG_KEY, bytesOf(there.params, PWHW_TAG_KEY));
+    context.reversal.push_back(param(PWHW_TAG_TAG, bytesOf(there.params, PWHW_TAG_TAG)));
+    return there;
 }
 
-// `params` are the four inputs.
-Answer convertBack(Context& context, const Bytes& tag, std::vector<KeyParameter> params) {
-    params.push_back(param(PWHW_TAG_KEY, context.converted));
-    params.push_back(param(PWHW_TAG_TAG, tag));
-    return context.begin(PWHW_PURPOSE_TO_ENCRYPTED_KEY, {}, params);
+// With one bit of this parameter altered, in the byte `at`.
+Answer convertBack(Context& context, Tag tag = Tag::INVALID, size_t at = 0) {
+    std::vector<KeyParameter> params = context.reversal;
+    for (KeyParameter& entry : params) {
+        if (entry.tag == tag) {
+            entry.blob = altered(entry.blob, at);
+        }
+    }
+    return context.make({Call::kBegin, {}, params, PWHW_PURPOSE_TO_ENCRYPTED_KEY});
 }
 
-// The outcome of password.round-trip, for requirements that build on it. They are not tried when it
-// is broken.
-Finding afterRoundTrip(const Context& context) {
-    return context.round_trip.verdict == Verdict::kBroken
-               ? notTried("no round trip: see password.round-trip")
-               : context.round_trip;
+bool bringsBack(const Context& context, const Answer& answer) {
+    return answer.ok() && bytesOf(answer.params, PWHW_TAG_ENCRYPTED_KEY) ==
+                              bytesOf(context.conversion, PWHW_TAG_ENCRYPTED_KEY);
+}
+
+bool hadRoundTrip(Context& context) {
+    return context.outcomes["password.round-trip"].verdict == Verdict::kHolds;
 }
 
 // Says when one of the parameters has a wrong size, and what the library makes of it.
@@ -68,41 +71,34 @@ std::optional<Finding> wrongSizes(Context& context, const Answer& answer, Tag ma
     return std::nullopt;
 }
 
-Finding tryRoundTrip(Context& context) {
-    for (size_t i = 0; i < 4; ++i) {
-        context.password_inputs[i] = randomBytes(kInputSizes[i]);
+}  // namespace
+
+Finding checkPasswordRoundTrip(Context& context) {
+    for (const auto& input : kInputs) {
+        context.conversion.push_back(param(input.tag, randomBytes(input.size)));
     }
-    context.material = randomBytes(kMaterialSize);
+    context.conversion.push_back(param(PWHW_TAG_ENCRYPTED_KEY, randomBytes(kMaterialSize)));
     const Answer there = convert(context);
     if (!there.ok()) {
         return refusedOrBroken(context, there, "no conversion", "conversions return -1000");
     }
-    context.converted = bytesOf(there.params, PWHW_TAG_KEY);
-    context.tag = bytesOf(there.params, PWHW_TAG_TAG);
-    const Answer back = convertBack(context, context.tag, inputParams(context));
-    if (!back.ok() || bytesOf(back.params, PWHW_TAG_ENCRYPTED_KEY) != context.material) {
+    if (!bringsBack(context, convertBack(context))) {
         return broken(context, "the material did not come back");
     }
     return holds(context.sent(), context.answered());
 }
 
-}  // namespace
-
-Finding checkPasswordRoundTrip(Context& context) {
-    context.round_trip = tryRoundTrip(context);
-    return context.round_trip;
-}
-
 Finding checkPasswordTagChecked(Context& context) {
-    if (context.round_trip.verdict != Verdict::kHolds) {
-        return afterRoundTrip(context);
+    if (!hadRoundTrip(context)) {
+        return notTried(kNoRoundTrip);
     }
-    if (context.tag.empty()) {
+    const size_t size = bytesOf(context.reversal, PWHW_TAG_TAG).size();
+    if (size == 0) {
         return broken(context, "there is no tag to check");
     }
-    for (const size_t at : {size_t{0}, context.tag.size() - 1}) {
+    for (const size_t at : {size_t{0}, size - 1}) {
         context.startCase();
-        const Answer answer = convertBack(context, altered(context.tag, at), inputParams(context));
+        const Answer answer = convertBack(context, PWHW_TAG_TAG, at);
         if (!answer.arrived || answer.ok()) {
             return broken(context,
                           "the tag with byte " + std::to_string(at) + " altered is not refused");
@@ -112,17 +108,14 @@ Finding checkPasswordTagChecked(Context& context) {
 }
 
 Finding checkPasswordInputsBound(Context& context) {
-    if (context.round_trip.verdict != Verdict::kHolds) {
-        return afterRoundTrip(context);
+    if (!hadRoundTrip(context)) {
+        return notTried(kNoRoundTrip);
     }
-    for (size_t i = 0; i < 4; ++i) {
+    for (const auto& input : kInputs) {
         context.startCase();
-        std::vector<KeyParameter> params = inputParams(context);
-        params[i] = param(kInputTags[i], altered(context.password_inputs[i], 0));
-        const Answer answer = convertBack(context, context.tag, params);
-        if (!answer.arrived ||
-            (answer.ok() && bytesOf(answer.params, PWHW_TAG_ENCRYPTED_KEY) == context.material)) {
-            return broken(context, "with input " + std::to_string(i + 1) +
+        const Answer answer = convertBack(context, input.tag);
+        if (!answer.arrived || bringsBack(context, answer)) {
+            return broken(context, "with input " + std::to_string(&input - kInputs + 1) +
                                        " altered the material comes back");
         }
     }
@@ -131,9 +124,6 @@ Finding checkPasswordInputsBound(Context& context) {
 }
 
 Finding checkPasswordOutputs(Context& context) {
-    if (context.round_trip.verdict == Verdict::kNotOffered) {
-        return context.round_trip;
-    }
     const Answer there = convert(context);
     if (!there.ok()) {
         return notTried("no conversion: see password.round-trip");
@@ -141,8 +131,7 @@ Finding checkPasswordOutputs(Context& context) {
     if (const auto wrong = wrongSizes(context, there, PWHW_TAG_KEY, /*tag=*/true)) {
         return *wrong;
     }
-    const Answer back =
-        convertBack(context, bytesOf(there.params, PWHW_TAG_TAG), inputParams(context));
+    const Answer back = convertBack(context);
     if (!back.ok()) {
         return holds(context.sent(),
                      "purpose 101 as it should; nothing of purpose 102: see password.round-trip");
@@ -154,9 +143,6 @@ Finding checkPasswordOutputs(Context& context) {
 }
 
 Finding checkPasswordUnfinished(Context& context) {
-    if (context.round_trip.verdict == Verdict::kNotOffered) {
-        return context.round_trip;
-    }
     const bool has_key = !context.key.empty() && operationBegins(context, context.key);
     for (size_t i = 0; i < kConversions; ++i) {
         context.startCase();

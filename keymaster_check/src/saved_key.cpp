@@ -33,7 +33,7 @@ Bytes bytesOfLine(const std::string& line) {
 
 std::string saveKey(Keymaster& keymaster, std::string* failure, const Options& options) {
     Caller caller(keymaster, options);
-    const Answer made = caller.generateKey(databaseKeyParams());
+    const Answer made = caller.make({Call::kGenerateKey, {}, databaseKeyParams()});
     const Run run = made.ok() ? encrypt(caller, made.output, kPayload) : Run();
     std::string text = kHead + std::string(keymaster.instanceName().c_str()) + "\n" +
                        line(made.output) + line(run.nonce) + line(run.all());
@@ -78,16 +78,16 @@ Finding checkLaterKey(Context& context) {
     if (key.empty()) {
         return notTried("no key was saved");
     }
-    Answer listed = caller.getKeyCharacteristics(key);
+    Answer listed = caller.make({Call::kGetKeyCharacteristics, key});
     const bool upgrade = listed.error == kRequiresUpgrade;
     if (upgrade) {
-        const Answer upgraded = caller.upgradeKey(key);
+        const Answer upgraded = caller.make({Call::kUpgradeKey, key});
         if (!upgraded.ok() || upgraded.output.empty()) {
             return broken(context, "the upgrade that is asked for fails",
                           "every query is refused, as long as upgradeKey does not work");
         }
         key = upgraded.output;
-        listed = caller.getKeyCharacteristics(key);
+        listed = caller.make({Call::kGetKeyCharacteristics, key});
     }
     if (listed.error == kRequiresUpgrade) {
         return broken(
