@@ -3,8 +3,6 @@
 
 #include "aes_gcm_operation.h"
 
-#include <openssl/rand.h>
-
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
@@ -27,12 +25,11 @@ AesGcm::Mode modeOf(KeyPurpose purpose, const Key& key) {
 // as not given, and is an error.
 template <typename Enum>
 Enum oneOf(const Params& params, Tag tag, std::initializer_list<Enum> known, ErrorCode error) {
-    const auto given = findSingleInteger(params, tag);
-    const auto found = std::find_if(known.begin(), known.end(), [given](Enum value) {
-        return given == static_cast<uint32_t>(value);
-    });
-    require(found != known.end(), error);
-    return *found;
+    const auto given = static_cast<Enum>(findInteger(params, tag).value_or(UINT32_MAX));
+    const auto count = std::count_if(params.begin(), params.end(),
+                                     [tag](const KeyParameter& entry) { return entry.tag == tag; });
+    require(count == 1 && std::find(known.begin(), known.end(), given) != known.end(), error);
+    return given;
 }
 
 // Makes all checks that do not concern the nonce. Returns the tag size that was asked for, in
@@ -61,17 +58,17 @@ size_t checkParams(const Key& key, const Params& params) {
 }
 
 Bytes chooseNonce(AesGcm::Mode mode, const Key& key, const Params& params, Params& out_params) {
-    Bytes nonce(AesGcm::kNonceSize);
+    Bytes nonce;
     const KeyParameter* given = findParam(params, Tag::NONCE);
     if (given != nullptr) {
         require(mode == AesGcm::Mode::kDecrypt ||
                     findParam(key.characteristics, Tag::CALLER_NONCE) != nullptr,
                 ErrorCode::CALLER_NONCE_PROHIBITED);
-        require(given->blob.size() == nonce.size(), ErrorCode::INVALID_NONCE);
+        require(given->blob.size() == AesGcm::kNonceSize, ErrorCode::INVALID_NONCE);
         nonce = given->blob;
     } else {
         require(mode == AesGcm::Mode::kEncrypt, ErrorCode::MISSING_NONCE);
-        requireSsl(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
+        nonce = randomBytes(AesGcm::kNonceSize);
     }
     if (mode == AesGcm::Mode::kEncrypt) {
         out_params = {param(Tag::NONCE, nonce)};

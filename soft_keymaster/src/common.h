@@ -9,6 +9,7 @@
 
 #include <openssl/bio.h>
 #include <openssl/evp.h>
+#include <openssl/rand.h>
 #include <openssl/x509.h>
 
 #include <cstddef>
@@ -39,6 +40,12 @@ inline void require(bool condition, ErrorCode code) {
 // For OpenSSL calls that fail only because memory ran out, or because of a fault in OpenSSL.
 inline void requireSsl(bool condition) {
     require(condition, ErrorCode::UNKNOWN_ERROR);
+}
+
+inline Bytes randomBytes(size_t size) {
+    Bytes bytes(size);
+    requireSsl(RAND_bytes(bytes.data(), static_cast<int>(size)) == 1);
+    return bytes;
 }
 
 template <auto kFree>

@@ -19,7 +19,7 @@
 #include "key_description.h"
 
 #include <algorithm>
-#include <map>
+#include <set>
 #include <vector>
 
 namespace soft_keymaster {
@@ -63,27 +63,20 @@ Bytes octetString(const hidl_vec<uint8_t>& value) {
     return element(V_ASN1_OCTET_STRING, kPrimitive, value);
 }
 
-// Whether AuthorizationList has a member for `tag`.
-bool isListed(Tag tag) {
-    switch (tag) {
-        case Tag::PURPOSE:
-        case Tag::ALGORITHM:
-        case Tag::KEY_SIZE:
-        case Tag::DIGEST:
-        case Tag::PADDING:
-        case Tag::EC_CURVE:
-        case Tag::RSA_PUBLIC_EXPONENT:
-        case Tag::NO_AUTH_REQUIRED:
-        case Tag::CREATION_DATETIME:
-        case Tag::ORIGIN:
-        case Tag::OS_VERSION:
-        case Tag::OS_PATCHLEVEL:
-        case Tag::ATTESTATION_APPLICATION_ID:
-            return true;
-        default:
-            return false;
-    }
-}
+// The members of an AuthorizationList, in the order of their numbers.
+constexpr Tag kListed[] = {Tag::PURPOSE,
+                           Tag::ALGORITHM,
+                           Tag::KEY_SIZE,
+                           Tag::DIGEST,
+                           Tag::PADDING,
+                           Tag::EC_CURVE,
+                           Tag::RSA_PUBLIC_EXPONENT,
+                           Tag::NO_AUTH_REQUIRED,
+                           Tag::CREATION_DATETIME,
+                           Tag::ORIGIN,
+                           Tag::OS_VERSION,
+                           Tag::OS_PATCHLEVEL,
+                           Tag::ATTESTATION_APPLICATION_ID};
 
 Bytes elementOf(const KeyParameter& param) {
     if (hasBytes(param.tag)) {
@@ -94,33 +87,30 @@ Bytes elementOf(const KeyParameter& param) {
 }
 
 Bytes authorizationList(const std::vector<KeyParameter>& params) {
-    std::map<Tag, std::vector<Bytes>> values;
-    for (const KeyParameter& param : params) {
-        const bool unset = typeOf(param.tag) == TagType::BOOL && !param.f.boolValue;
-        if (isListed(param.tag) && !unset) {
-            values[param.tag].push_back(elementOf(param));
+    Bytes content;
+    for (const Tag tag : kListed) {
+        std::vector<Bytes> values;
+        for (const KeyParameter& param : params) {
+            const bool unset = typeOf(tag) == TagType::BOOL && !param.f.boolValue;
+            if (param.tag == tag && !unset) {
+                values.push_back(elementOf(param));
+            }
         }
-    }
-    std::map<uint32_t, Bytes> members;
-    for (auto& [tag, encodings] : values) {
-        const uint32_t number = static_cast<uint32_t>(tag) & 0x0FFFFFFFu;
-        Bytes member = encodings.front();
+        if (values.empty()) {
+            continue;
+        }
+        Bytes member = values.front();
         if (typeOf(tag) == TagType::ENUM_REP) {
             // DER sorts the members of a set. Equal members are kept once.
-            std::sort(encodings.begin(), encodings.end());
-            encodings.erase(std::unique(encodings.begin(), encodings.end()), encodings.end());
+            const std::set<Bytes> sorted(values.begin(), values.end());
             Bytes all;
-            for (const Bytes& encoding : encodings) {
-                append(all, encoding);
+            for (const Bytes& value : sorted) {
+                append(all, value);
             }
             member = element(V_ASN1_SET, kConstructed, all);
         }
-        members[number] =
-            element(static_cast<int>(number), kConstructed, member, V_ASN1_CONTEXT_SPECIFIC);
-    }
-    Bytes content;
-    for (const auto& [number, member] : members) {
-        append(content, member);
+        const int number = static_cast<int>(static_cast<uint32_t>(tag) & 0x0FFFFFFFu);
+        append(content, element(number, kConstructed, member, V_ASN1_CONTEXT_SPECIFIC));
     }
     return sequence(content);
 }

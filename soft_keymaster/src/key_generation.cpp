@@ -5,7 +5,6 @@
 
 #include <openssl/ec.h>
 #include <openssl/obj_mac.h>
-#include <openssl/rand.h>
 #include <openssl/rsa.h>
 
 #include <algorithm>
@@ -55,9 +54,7 @@ Bytes makeAes(const Params& params, const hidl_vec<uint8_t>* imported) {
         require(imported->size() == bits / 8, ErrorCode::IMPORT_PARAMETER_MISMATCH);
         return *imported;
     }
-    Bytes key(bits / 8);
-    requireSsl(RAND_bytes(key.data(), static_cast<int>(key.size())) == 1);
-    return key;
+    return randomBytes(bits / 8);
 }
 
 PkeyPtr generated(EVP_PKEY_CTX* context) {

@@ -3,42 +3,24 @@
 
 #include "params.h"
 
-#include <algorithm>
-
 namespace soft_keymaster {
 
-namespace {
+const uint8_t* Reader::bytes(size_t size) {
+    require(size <= left_, ErrorCode::INVALID_KEY_BLOB);
+    const uint8_t* start = data_;
+    data_ += size;
+    left_ -= size;
+    return start;
+}
 
-// Takes integers and bytes off the front of a buffer.
-class Reader {
-  public:
-    Reader(const uint8_t* data, size_t size) : data_(data), left_(size) {}
-
-    bool done() const { return left_ == 0; }
-
-    const uint8_t* bytes(size_t size) {
-        require(size <= left_, ErrorCode::INVALID_KEY_BLOB);
-        const uint8_t* start = data_;
-        data_ += size;
-        left_ -= size;
-        return start;
+uint64_t Reader::integer(size_t size) {
+    const uint8_t* start = bytes(size);
+    uint64_t value = 0;
+    for (size_t i = 0; i < size; ++i) {
+        value = value << 8 | start[i];
     }
-
-    uint64_t integer(size_t size) {
-        const uint8_t* start = bytes(size);
-        uint64_t value = 0;
-        for (size_t i = 0; i < size; ++i) {
-            value = value << 8 | start[i];
-        }
-        return value;
-    }
-
-  private:
-    const uint8_t* data_;
-    size_t left_;
-};
-
-}  // namespace
+    return value;
+}
 
 bool hasKnownType(Tag tag) {
     return typeOf(tag) != TagType::INVALID && typeOf(tag) <= TagType::ULONG_REP;
@@ -50,18 +32,6 @@ std::optional<uint32_t> findInteger(const Params& params, Tag tag) {
         return std::nullopt;
     }
     return param->f.integer;
-}
-
-std::optional<uint32_t> findSingleInteger(const Params& params, Tag tag) {
-    const auto count = std::count_if(params.begin(), params.end(),
-                                     [tag](const KeyParameter& param) { return param.tag == tag; });
-    return count == 1 ? findInteger(params, tag) : std::nullopt;
-}
-
-bool hasInteger(const Params& params, Tag tag, uint32_t value) {
-    return std::any_of(params.begin(), params.end(), [=](const KeyParameter& param) {
-        return param.tag == tag && param.f.integer == value;
-    });
 }
 
 void appendBigEndian(Bytes& out, uint64_t value, size_t size) {
@@ -86,7 +56,7 @@ Bytes encodeParams(const Params& params) {
 
 Params decodeParams(const uint8_t* data, size_t size) {
     std::vector<KeyParameter> params;
-    for (Reader reader(data, size); !reader.done();) {
+    for (Reader reader(data, size); reader.left() > 0;) {
         const Tag tag = static_cast<Tag>(reader.integer(4));
         if (hasBytes(tag)) {
             const size_t length = reader.integer(4);

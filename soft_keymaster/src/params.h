@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -30,14 +31,12 @@ bool hasKnownType(Tag tag);
 // The value of the first ENUM, ENUM_REP or UINT entry with this tag.
 std::optional<uint32_t> findInteger(const Params& params, Tag tag);
 
-// The same, but nothing when the list has several such entries.
-std::optional<uint32_t> findSingleInteger(const Params& params, Tag tag);
-
 // Whether some entry with this tag has this value. For repeatable tags.
-bool hasInteger(const Params& params, Tag tag, uint32_t value);
 template <typename Enum>
 bool hasEnum(const Params& params, Tag tag, Enum value) {
-    return hasInteger(params, tag, static_cast<uint32_t>(value));
+    return std::any_of(params.begin(), params.end(), [=](const KeyParameter& entry) {
+        return entry.tag == tag && entry.f.integer == static_cast<uint32_t>(value);
+    });
 }
 
 // Appends an unsigned integer of `size` bytes, most significant byte first.
@@ -46,6 +45,21 @@ void appendBigEndian(Bytes& out, uint64_t value, size_t size);
 // Encodes a list. Each entry is its tag (4 bytes) and its value in 8 bytes; for BYTES and BIGNUM,
 // the length (4 bytes) and the bytes.
 Bytes encodeParams(const Params& params);
+
+// Takes integers and bytes off the front of a buffer. Throws INVALID_KEY_BLOB at its end.
+class Reader {
+  public:
+    Reader(const uint8_t* data, size_t size) : data_(data), left_(size) {}
+
+    size_t left() const { return left_; }
+    const uint8_t* bytes(size_t size);
+    uint64_t integer(size_t size);
+
+  private:
+    const uint8_t* data_;
+    size_t left_;
+};
+
 // Decodes such a list. Throws INVALID_KEY_BLOB when the bytes are no list.
 Params decodeParams(const uint8_t* data, size_t size);
 

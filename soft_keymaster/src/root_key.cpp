@@ -3,15 +3,13 @@
 
 #include "root_key.h"
 
-#include <fcntl.h>
-#include <openssl/rand.h>
 #include <openssl/sha.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <optional>
 #ifdef OPENSSL_IS_BORINGSSL
 #include <openssl/hkdf.h>
@@ -25,72 +23,36 @@ namespace {
 
 constexpr size_t kMaxFileSize = 64 * 1024;
 
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
-
 void requireFile(bool condition) {
     require(condition, ErrorCode::KEYMASTER_NOT_CONFIGURED);
 }
 
 // Nothing when the file does not exist.
 std::optional<Bytes> readFile(const std::string& path) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0 && errno == ENOENT) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file.is_open() && errno == ENOENT) {
         return std::nullopt;
     }
-    requireFile(file.get() >= 0);
-    Bytes content;
-    uint8_t buffer[4096];
-    for (;;) {
-        const ssize_t count = read(file.get(), buffer, sizeof(buffer));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        requireFile(count >= 0 && content.size() <= kMaxFileSize);
-        if (count == 0) {
-            return content;
-        }
-        content.insert(content.end(), buffer, buffer + count);
-    }
-}
-
-void writeAll(int fd, const Bytes& content) {
-    for (size_t done = 0; done < content.size();) {
-        const ssize_t count = write(fd, content.data() + done, content.size() - done);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        requireFile(count > 0);
-        done += static_cast<size_t>(count);
-    }
-    requireFile(fsync(fd) == 0);
+    Bytes content(kMaxFileSize + 1);
+    file.read(reinterpret_cast<char*>(content.data()),
+              static_cast<std::streamsize>(content.size()));
+    requireFile(file.eof() && !file.bad());  // else it cannot be read, or is too large
+    content.resize(static_cast<size_t>(file.gcount()));
+    return content;
 }
 
 // Makes the file, complete or not at all. A link never replaces the file of another process that
 // was first, as a rename would.
 void createFile(const std::string& path, const Bytes& content) {
     std::string temporary = path + ".XXXXXX";
-    const Descriptor file(mkstemp(temporary.data()));  // exclusive, mode 0600
-    requireFile(file.get() >= 0);
-    struct Remover {
-        const std::string& path;
-        ~Remover() { unlink(path.c_str()); }
-    } const remover{temporary};
-    writeAll(file.get(), content);
-    requireFile(link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);
+    const int file = mkstemp(temporary.data());  // exclusive, mode 0600
+    requireFile(file >= 0);
+    const ssize_t written = write(file, content.data(), content.size());
+    const bool made = written == static_cast<ssize_t>(content.size()) && fsync(file) == 0 &&
+                      (link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);
+    close(file);
+    unlink(temporary.c_str());
+    requireFile(made);
 }
 
 }  // namespace
@@ -109,11 +71,7 @@ Bytes loadOrCreateFile(const std::string& path, const std::function<Bytes()>& ma
 }
 
 RootKey::RootKey(const std::string& path)
-    : key_(loadOrCreateFile(path, [] {
-          Bytes key(kSize);
-          requireSsl(RAND_bytes(key.data(), static_cast<int>(key.size())) == 1);
-          return key;
-      })) {
+    : key_(loadOrCreateFile(path, [] { return randomBytes(kSize); })) {
     requireFile(key_.size() == kSize);
 }
 
