@@ -12,7 +12,7 @@
 #include <set>
 #include <tuple>
 
-#include "../tools/zelkm/doctor_findings.h"
+#include "../tools/zelkm/doctor_report.h"
 #include "../tools/zelkm/log_reader.h"
 #include "temp_dir.h"
 

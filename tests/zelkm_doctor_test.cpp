@@ -12,7 +12,7 @@
 #include <set>
 #include <tuple>
 
-#include "../tools/zelkm/doctor_findings.h"
+#include "../tools/zelkm/doctor_report.h"
 #include "damaged_store.h"
 #include "kept_reports.h"
 

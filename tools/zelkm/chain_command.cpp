@@ -21,7 +21,6 @@
 #include "files.h"
 #include "openssl_handles.h"
 #include "output.h"
-#include "result_text.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -131,7 +130,7 @@ Chain readChain(const std::vector<std::string>& files) {
     return chain;
 }
 
-std::string describe(const Chain& chain, size_t index) {
+std::string describeElement(const Chain& chain, size_t index) {
     const Element& element = chain[index];
     return "certificate " + std::to_string(index + 1) + " (" + element.source +
            (element.certificate ? ", subject \"" + element.subject + "\"" : "") + ")";
@@ -164,8 +163,9 @@ std::string pathProblem(const Chain& chain, size_t first) {
         return at_fault != nullptr && X509_cmp(element.certificate.get(), at_fault) == 0;
     });
     const std::string where =
-        found == chain.end() ? ""
-                             : describe(chain, static_cast<size_t>(found - chain.begin())) + ": ";
+        found == chain.end()
+            ? ""
+            : describeElement(chain, static_cast<size_t>(found - chain.begin())) + ": ";
     return where + X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get()));
 }
 
@@ -176,7 +176,7 @@ std::string chainProblem(const Chain& chain, bool separate_first) {
     }
     for (size_t i = 0; i < chain.size(); ++i) {
         if (!chain[i].certificate) {
-            return describe(chain, i) + ": not a DER certificate";
+            return describeElement(chain, i) + ": not a DER certificate";
         }
     }
     const std::string reason = pathProblem(chain, separate_first ? 1 : 0);
@@ -185,11 +185,11 @@ std::string chainProblem(const Chain& chain, bool separate_first) {
     }
     const EvpPkeyPtr key(X509_get_pubkey(chain[1].certificate.get()));
     if (!key) {
-        return describe(chain, 1) + ": its public key cannot be used";
+        return describeElement(chain, 1) + ": its public key cannot be used";
     }
     return X509_verify(chain[0].certificate.get(), key.get()) == 1
                ? ""
-               : describe(chain, 0) + ": not signed by " + describe(chain, 1);
+               : describeElement(chain, 0) + ": not signed by " + describeElement(chain, 1);
 }
 
 void verifyChain(const SessionOptions&, const VerifyChainOptions& options) {
@@ -220,7 +220,7 @@ void verifyChain(const SessionOptions&, const VerifyChainOptions& options) {
         std::cout << "the certification path is valid from certificate "
                   << (options.separate_first ? 2 : 1) << " to the last one\n"
                   << "that one is NOT known to be trusted; compare it with your roots: "
-                  << describe(chain, chain.size() - 1) << ", SHA-256 "
+                  << describeElement(chain, chain.size() - 1) << ", SHA-256 "
                   << hex(sha256(chain.back().der)) << '\n';
     }
 }

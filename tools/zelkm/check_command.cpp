@@ -10,7 +10,6 @@
 #include <soft_keymaster/soft_keymaster.h>
 
 #include <iostream>
-#include <memory>
 
 #include "command_line.h"
 
@@ -37,7 +36,7 @@ void withFault(soft_keymaster::SoftKeymaster& sound, const std::string& name, Us
 
 // Checks a keymaster with a root key of its own in memory: first all of it, and then a saved key
 // after an upgrade of the system. No store is touched. Returns the exit status.
-int checkKeymaster(const CheckOptions& options) {
+int checkKeymaster(const SessionOptions&, const CheckOptions& options) {
     // The check also logs the damage that it makes on purpose. --verbose shows it.
     if (__android_log_get_minimum_priority() == ANDROID_LOG_ERROR) {
         __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
@@ -78,9 +77,9 @@ int checkKeymaster(const CheckOptions& options) {
 
 }  // namespace
 
-void defineCheck(CLI::App& app, const SessionOptions&) {
-    auto options = std::make_shared<CheckOptions>();
-    CLI::App& command = *app.add_subcommand("check", "Check a keymaster as on a device");
+void defineCheck(CLI::App& app, const SessionOptions& session) {
+    const auto [command, options] =
+        addCommand(app, session, "check", "Check a keymaster as on a device", checkKeymaster);
     std::vector<std::string> names;
     std::string faults;
     for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
@@ -88,10 +87,10 @@ void defineCheck(CLI::App& app, const SessionOptions&) {
         faults +=
             "  " + names.back() + std::string(22 - names.back().size(), ' ') + fault.what + "\n";
     }
-    addOption(command, "--fault", options->fault, "FAULT", "Inject this fault")
+    addOption(command, "--fault", options.fault, "FAULT", "Inject this fault")
         ->check(CLI::IsMember(names).description(""));
-    command.add_flag("--json", options->json, "Print JSON");
-    addOption(command, "--largest-store", options->largest_store, "BYTES", "Largest payload to try")
+    command.add_flag("--json", options.json, "Print JSON");
+    addOption(command, "--largest-store", options.largest_store, "BYTES", "Largest payload to try")
         ->check(CLI::Range(size_t{1}, size_t{INT32_MAX}).description(""));
     command.footer(R"(Checks the software keymaster against each requirement of the library, then
 simulates a system upgrade and checks a key made before it. Reports what does
@@ -101,7 +100,6 @@ like:
 )" + faults + R"(
   zelkm check
   zelkm check --fault tag-12)");
-    command.callback([options] { endWith(checkKeymaster(*options)); });
 }
 
 }  // namespace zelkm_tool

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "directory.h"
@@ -24,24 +25,24 @@ Define defineAdd, defineList, defineShow, defineWho, defineAliases, defineSet, d
     defineAttest, defineVerifyChain, definePassword, defineCheck;
 Define defineHelp;  // and the hidden command that makes the manual page
 
-// Ends a command with another exit status than 0, after what it has printed.
-inline void endWith(int status) {
-    if (status != 0) {
-        throw CLI::RuntimeError(status);
-    }
-}
-
 // How helps look. Commands take it from the program when they are added to it.
 std::shared_ptr<CLI::FormatterBase> helpFormatter();
 
-// Adds a command that runs `action` with its options, which live as long as the command.
-template <typename Options>
+// Adds a command that runs `action` with its options, which live as long as the command. The action
+// returns nothing, or an exit status after what it has printed.
+template <typename Options, typename Result>
 std::pair<CLI::App&, Options&> addCommand(CLI::App& app, const SessionOptions& session,
                                           const std::string& name, const std::string& what,
-                                          void (*action)(const SessionOptions&, const Options&)) {
+                                          Result (*action)(const SessionOptions&, const Options&)) {
     const auto options = std::make_shared<Options>();
     CLI::App& command = *app.add_subcommand(name, what);
-    command.callback([&session, options, action] { action(session, *options); });
+    command.callback([&session, options, action] {
+        if constexpr (std::is_void_v<Result>) {
+            action(session, *options);
+        } else if (const int status = action(session, *options); status != 0) {
+            throw CLI::RuntimeError(status);
+        }
+    });
     return {command, *options};
 }
 

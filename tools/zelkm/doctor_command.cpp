@@ -11,7 +11,6 @@
 #include <cstring>
 #include <ctime>
 #include <iostream>
-#include <memory>
 
 #include "command_line.h"
 #include "doctor_report.h"
@@ -24,6 +23,7 @@ namespace zelkm_tool {
 namespace {
 
 struct DoctorOptions {
+    std::vector<std::string> dirs;
     bool repair = false;
     bool json = false;
 };
@@ -142,7 +142,7 @@ Evidence readAsUser(const Directory& directory) {
     }
 }
 
-int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
+int examineOne(const SessionOptions& session, const DoctorOptions& options) {
     const Directory directory = openDirectory(session.dir);
     const DirectoryLock lock(
         directory, session,
@@ -175,18 +175,21 @@ int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
     return static_cast<int>(report.verdict());
 }
 
-// Runs the doctor on each directory. Returns the worst exit status.
-int runDoctors(const SessionOptions& session, const std::vector<std::string>& dirs,
-               const DoctorOptions& options) {
+// Returns the worst exit status of all directories.
+int runDoctor(const SessionOptions& session, const DoctorOptions& options) {
+    if (options.dirs.size() <= 1) {
+        return examineOne(
+            options.dirs.empty() ? session : withDirectory(session, options.dirs.front()), options);
+    }
     int worst = kExitDone;
     std::cout << (options.json ? "[" : "");
-    for (const std::string& dir : dirs) {
-        const bool first = &dir == &dirs.front();
+    for (const std::string& dir : options.dirs) {
+        const bool first = &dir == &options.dirs.front();
         std::cout << (options.json ? (first ? "" : ",")
                                    : escape(dir) + (session.quiet ? ": " : ":\n"));
         bool done = false;
         const int status = exitStatusOf([&] {
-            const int result = runDoctor(withDirectory(session, dir), options);
+            const int result = examineOne(withDirectory(session, dir), options);
             done = true;
             return result;
         });
@@ -203,14 +206,12 @@ int runDoctors(const SessionOptions& session, const std::vector<std::string>& di
 }  // namespace
 
 void defineDoctor(CLI::App& app, const SessionOptions& session) {
-    auto dirs = std::make_shared<std::vector<std::string>>();
-    auto doctor = std::make_shared<DoctorOptions>();
-    CLI::App* command = app.add_subcommand("doctor", "Diagnose and repair a store directory");
-    command->add_option("DIR", *dirs, "The directories; default: that of --dir")->type_name("");
-    command->add_flag("--repair", doctor->repair,
-                      "Make the changes in the report, and keep copies");
-    command->add_flag("--json", doctor->json, "Print a JSON object, or an array for several");
-    command->footer(R"(Identifies every file in the directory and its subfolders by its content,
+    const auto [command, options] =
+        addCommand(app, session, "doctor", "Diagnose and repair a store directory", runDoctor);
+    addOption(command, "DIR", options.dirs, "", "The directories; default: that of --dir");
+    command.add_flag("--repair", options.repair, "Make the changes in the report, and keep copies");
+    command.add_flag("--json", options.json, "Print a JSON object, or an array for several");
+    command.footer(R"(Identifies every file in the directory and its subfolders by its content,
 decrypts the store if the software keymaster's root key is there, and evaluates
 the error files. Reports what is wrong, what that means, and what to do.
 
@@ -230,11 +231,6 @@ status is the worst one, in the order 1, 2, 3, 0.
 
   zelkm doctor store
   zelkm doctor --repair store)");
-    command->callback([&session, dirs, doctor] {
-        const auto only = dirs->empty() ? std::nullopt : std::make_optional(dirs->front());
-        endWith(dirs->size() > 1 ? runDoctors(session, *dirs, *doctor)
-                                 : runDoctor(withDirectory(session, only), *doctor));
-    });
 }
 
 }  // namespace zelkm_tool

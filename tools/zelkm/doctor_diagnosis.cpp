@@ -9,7 +9,7 @@
 #include "bytes.h"
 #include "disguise.h"
 #include "doctor_report.h"
-#include "result_text.h"
+#include "failure.h"
 #include "store_names.h"
 
 namespace zelkm_tool {

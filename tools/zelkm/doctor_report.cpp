@@ -4,10 +4,15 @@
 #include "doctor_report.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <stdexcept>
+#include <utility>
 
+#include "messages.h"
 #include "store_names.h"
 #include "store_values.h"
 
@@ -16,20 +21,23 @@ namespace {
 
 using Json = nlohmann::ordered_json;  // of escaped texts: it holds UTF-8 only
 
+constexpr const char* kSeverities[] = {"wrong", "not checked", "note"};
 constexpr size_t kShownMoments = 40;
 
-std::string modeOf(const struct stat& status) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(status.st_mode & 07777));
-    return text;
-}
-
-std::string timeOf(const struct stat& status) {
-    std::tm parts = {};
-    ::gmtime_r(&status.st_mtime, &parts);
-    char text[32];
-    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
+std::vector<FindingKind> readKinds() {
+    std::vector<FindingKind> kinds;
+    for (const PageRow& row :
+         tableRows(kDoctorPage, "| name | severity | meaning | what to do |")) {
+        const auto* const severity =
+            std::find(std::begin(kSeverities), std::end(kSeverities), row.cells[1]);
+        if (severity == std::end(kSeverities)) {
+            throw std::logic_error("no severity " + row.cells[1]);
+        }
+        kinds.push_back({withoutBackticks(row.cells[0]),
+                         static_cast<Severity>(severity - std::begin(kSeverities)), row.cells[2],
+                         row.cells[3]});
+    }
+    return kinds;
 }
 
 // What a file is, escaped: the words may quote it. Empty when there is nothing to say.
@@ -51,33 +59,7 @@ const char* verdictName(Verdict verdict) {
                                         : "not decided";
 }
 
-std::string changeText(const Change& change) {
-    return (change.content ? "replace " : "remove ") + change.file + ": " + escape(change.why);
-}
-
-void printFinding(std::ostream& out, const Finding& finding) {
-    const FindingKind& kind = finding.kind();
-    out << describe(kind.severity) << ": " << kind.name << ": "
-        << (finding.file.empty() ? "" : escape(finding.file) + ": ") << escape(finding.proof)
-        << "\n  meaning: " << kind.meaning << "\n  to do: " << kind.advice << '\n';
-}
-
-void printTimeline(std::ostream& out, const std::vector<Moment>& timeline) {
-    const size_t skipped = timeline.size() - std::min(timeline.size(), kShownMoments);
-    if (!timeline.empty()) {
-        out << "events in the error files:\n";
-    }
-    if (skipped != 0) {
-        out << "  (" << skipped << " earlier events: see --json)\n";
-    }
-    for (size_t i = skipped; i < timeline.size(); ++i) {
-        const Moment& moment = timeline[i];
-        out << "  " << escape(moment.time) << "  " << moment.where << "  " << escape(moment.what)
-            << '\n';
-    }
-}
-
-Json changesJson(const std::vector<Change>& changes) {
+Json toJson(const std::vector<Change>& changes) {
     Json array = Json::array();
     for (const Change& change : changes) {
         array.push_back({{"file", change.file},
@@ -87,61 +69,7 @@ Json changesJson(const std::vector<Change>& changes) {
     return array;
 }
 
-}  // namespace
-
-Report examine(const Evidence& evidence, KeyTrials* trials) {
-    const LogEvidence log = readErrorFiles(evidence);
-    Report report = {evidence, diagnose(evidence, trials), log.timeline, {}, {}};
-    std::vector<Finding>& findings = report.diagnosis.findings;
-    findings.insert(findings.end(), log.findings.begin(), log.findings.end());
-    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) {
-        return a.kind().severity < b.kind().severity;
-    });
-    return report;
-}
-
-std::string describe(const struct stat& status) {
-    return (S_ISREG(status.st_mode) ? std::to_string(status.st_size) + " bytes" : kindOf(status)) +
-           ", " + modeOf(status) + ", " + std::to_string(status.st_uid) + ":" +
-           std::to_string(status.st_gid) + ", " + timeOf(status);
-}
-
-Json describeJson(const std::string& name, const struct stat& status) {
-    return {{"name", escape(name)},      {"kind", kindOf(status)}, {"size", status.st_size},
-            {"mode", modeOf(status)},    {"uid", status.st_uid},   {"gid", status.st_gid},
-            {"modified", timeOf(status)}};
-}
-
-void printText(std::ostream& out, const Report& report, bool verdict_only) {
-    if (verdict_only) {
-        out << "verdict: " << verdictName(report.verdict()) << '\n';
-        return;
-    }
-    for (const auto& [name, file] : report.evidence.files) {
-        const std::string words = about(report, name);
-        out << escape(name) << (words.empty() ? "" : " ") << words << " (" << describe(file.status)
-            << ")\n";
-    }
-    printTimeline(out, report.timeline);
-    for (const Finding& finding : report.diagnosis.findings) {
-        printFinding(out, finding);
-    }
-    if (report.diagnosis.decrypted) {
-        out << kStoreFile << " was decrypted with its key, and matches its header\n";
-    }
-    for (const Change& change : report.diagnosis.changes) {
-        out << "--repair would " << changeText(change) << '\n';
-    }
-    for (const Change& change : report.repaired) {
-        out << "done: " << changeText(change) << '\n';
-    }
-    if (!report.copies.empty()) {
-        out << "copies of the changed files are in " << report.copies << '\n';
-    }
-    out << "verdict: " << verdictName(report.verdict()) << '\n';
-}
-
-void printJson(std::ostream& out, const Report& report) {
+Json toJson(const Report& report) {
     Json json = {{"directory", escape(report.evidence.path)},
                  {"verdict", verdictName(report.verdict())},
                  {"status", static_cast<int>(report.verdict())},
@@ -162,16 +90,126 @@ void printJson(std::ostream& out, const Report& report) {
     for (const Finding& finding : report.diagnosis.findings) {
         const FindingKind& kind = finding.kind();
         json["findings"].push_back({{"name", kind.name},
-                                    {"severity", describe(kind.severity)},
+                                    {"severity", kSeverities[static_cast<size_t>(kind.severity)]},
                                     {"file", escape(finding.file)},
                                     {"proof", escape(finding.proof)},
                                     {"meaning", kind.meaning},
                                     {"to_do", kind.advice}});
     }
-    json["repair"] = changesJson(report.diagnosis.changes);
-    json["repaired"] = changesJson(report.repaired);
+    json["repair"] = toJson(report.diagnosis.changes);
+    json["repaired"] = toJson(report.repaired);
     json["copies"] = report.copies;
-    out << json.dump(2) << '\n';
+    return json;
+}
+
+}  // namespace
+
+const std::vector<FindingKind>& findingKinds() {
+    static const std::vector<FindingKind> kinds = readKinds();
+    return kinds;
+}
+
+const FindingKind& Finding::kind() const {
+    const auto found = std::find_if(findingKinds().begin(), findingKinds().end(),
+                                    [this](const FindingKind& kind) { return kind.name == name; });
+    if (found == findingKinds().end()) {
+        throw std::logic_error("no finding " + name);
+    }
+    return *found;
+}
+
+Verdict Report::verdict() const {
+    const auto has = [this](Severity severity) {
+        return std::any_of(
+            diagnosis.findings.begin(), diagnosis.findings.end(),
+            [severity](const Finding& finding) { return finding.kind().severity == severity; });
+    };
+    return has(Severity::kWrong)        ? Verdict::kWrong
+           : has(Severity::kNotChecked) ? Verdict::kNotDecided
+                                        : Verdict::kHealthy;
+}
+
+Report examine(const Evidence& evidence, KeyTrials* trials) {
+    const LogEvidence log = readErrorFiles(evidence);
+    Report report = {evidence, diagnose(evidence, trials), log.timeline, {}, {}};
+    std::vector<Finding>& findings = report.diagnosis.findings;
+    findings.insert(findings.end(), log.findings.begin(), log.findings.end());
+    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) {
+        return a.kind().severity < b.kind().severity;
+    });
+    return report;
+}
+
+Json describeJson(const std::string& name, const struct stat& status) {
+    char mode[16];
+    std::snprintf(mode, sizeof(mode), "%04o", static_cast<unsigned>(status.st_mode & 07777));
+    std::tm parts = {};
+    ::gmtime_r(&status.st_mtime, &parts);
+    char time[32];
+    std::strftime(time, sizeof(time), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return {{"name", escape(name)}, {"kind", kindOf(status)}, {"size", status.st_size},
+            {"mode", mode},         {"uid", status.st_uid},   {"gid", status.st_gid},
+            {"modified", time}};
+}
+
+std::string textOf(const Json& json, const char* name) {
+    return json.at(name);
+}
+
+std::string describe(const Json& file) {
+    const std::string kind = textOf(file, "kind");
+    return (kind == "a regular file" ? file["size"].dump() + " bytes" : kind) + ", " +
+           textOf(file, "mode") + ", " + file["uid"].dump() + ":" + file["gid"].dump() + ", " +
+           textOf(file, "modified");
+}
+
+void printText(std::ostream& out, const Report& report, bool verdict_only) {
+    const std::string verdict = std::string("verdict: ") + verdictName(report.verdict()) + '\n';
+    if (verdict_only) {
+        out << verdict;
+        return;
+    }
+    const Json json = toJson(report);
+    for (const Json& file : json["files"]) {
+        const std::string about = textOf(file, "about");
+        out << textOf(file, "name") << (about.empty() ? "" : " ") << about << " (" << describe(file)
+            << ")\n";
+    }
+    const Json& timeline = json["timeline"];
+    const size_t skipped = timeline.size() - std::min(timeline.size(), kShownMoments);
+    out << (timeline.empty() ? "" : "events in the error files:\n");
+    if (skipped != 0) {
+        out << "  (" << skipped << " earlier events: see --json)\n";
+    }
+    for (size_t i = skipped; i < timeline.size(); ++i) {
+        out << "  " << textOf(timeline[i], "time") << "  " << textOf(timeline[i], "where") << "  "
+            << textOf(timeline[i], "what") << '\n';
+    }
+    for (const Json& finding : json["findings"]) {
+        const std::string file = textOf(finding, "file");
+        out << textOf(finding, "severity") << ": " << textOf(finding, "name") << ": "
+            << (file.empty() ? "" : file + ": ") << textOf(finding, "proof")
+            << "\n  meaning: " << textOf(finding, "meaning")
+            << "\n  to do: " << textOf(finding, "to_do") << '\n';
+    }
+    if (report.diagnosis.decrypted) {
+        out << kStoreFile << " was decrypted with its key, and matches its header\n";
+    }
+    for (const auto& [name, words] :
+         {std::pair("repair", "--repair would "), std::pair("repaired", "done: ")}) {
+        for (const Json& change : json[name]) {
+            out << words << textOf(change, "action") << ' ' << textOf(change, "file") << ": "
+                << textOf(change, "why") << '\n';
+        }
+    }
+    if (!report.copies.empty()) {
+        out << "copies of the changed files are in " << report.copies << '\n';
+    }
+    out << verdict;
+}
+
+void printJson(std::ostream& out, const Report& report) {
+    out << toJson(report).dump(2) << '\n';
 }
 
 }  // namespace zelkm_tool

@@ -1,8 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// From the evidence to the doctor's report: what the files show (doctor_diagnosis.cpp), what the
-// error files say (doctor_log.cpp), and how all this is printed (doctor_report.cpp).
+// From the evidence to the doctor's report: what a version of the store is (doctor_store.cpp), what
+// the files show (doctor_diagnosis.cpp), what the error files say (doctor_log.cpp), and how all
+// this is printed (doctor_report.cpp).
 
 #pragma once
 
@@ -11,13 +12,67 @@
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "doctor_evidence.h"
-#include "doctor_findings.h"
-#include "doctor_store.h"
+#include "key_trial.h"
 
 namespace zelkm_tool {
+
+// What the doctor can find. The names, and what they mean, stand in docs/doctor.md.
+enum class Severity {
+    kWrong,       // the directory is not as the library leaves it
+    kNotChecked,  // this cannot be decided with what is here
+    kNote,        // harmless
+};
+
+struct FindingKind {
+    std::string name;
+    Severity severity;
+    std::string meaning;  // sentences
+    std::string advice;   // what to do, where --repair does not
+};
+
+// In the order of the page.
+const std::vector<FindingKind>& findingKinds();
+
+struct Finding {
+    std::string name;   // one that the page has
+    std::string file;   // the file that it is about; empty for the directory
+    std::string proof;  // what shows it
+
+    // Throws std::logic_error for a name that the page does not have.
+    const FindingKind& kind() const;
+};
+
+// Key blobs to try, each with the name of its file.
+using NamedKeys = std::vector<std::pair<std::string, std::string>>;
+
+struct StoreReading {
+    enum State {
+        kReads,      // it can be read: see `image`
+        kNotTried,   // it may be whole, and no key could be tried on it
+        kDead,       // whatever the key is, and whatever the header should be: it cannot be read
+        kRefused,    // no key that the keymaster takes decrypts it, or it is no store
+        kDisguised,  // it was encoded or packed
+    };
+    State state;
+    std::string words;    // what shows that; the text continues after a file's name
+    std::string finding;  // empty when it is as it should be
+
+    // Only when the store can be read: the file, with its header corrected where needed. Flags, row
+    // count and payload length are the fields that the encryption does not protect.
+    std::string image = {};
+    std::string key = {};  // the file of the key that decrypts it; empty when none does
+
+    bool reads() const { return state == kReads; }
+    // The store is encrypted and complete, and nothing that can be seen without a key is wrong.
+    bool looksWhole() const { return state == kNotTried && finding == "store-not-decrypted"; }
+};
+
+// `file` may hold any bytes.
+StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials* trials);
 
 // A file that a repair replaces. Without a content, a file that it removes.
 struct Change {
@@ -55,6 +110,8 @@ struct LogEvidence {
 
 LogEvidence readErrorFiles(const Evidence& evidence);
 
+enum class Verdict { kHealthy = 0, kWrong = 1, kNotDecided = 3 };  // the exit statuses
+
 struct Report {
     Evidence evidence;
     Diagnosis diagnosis;
@@ -64,16 +121,20 @@ struct Report {
     std::vector<Change> repaired;
     std::string copies;  // the folder with the files as they were before
 
-    Verdict verdict() const { return verdictOf(diagnosis.findings); }
+    Verdict verdict() const;
 };
 
 Report examine(const Evidence& evidence, KeyTrials* trials);
 
-// A file's size, mode, owner and time, for people. JSON has them as "name", "kind", "size", "mode",
-// "uid", "gid" and "modified".
-std::string describe(const struct stat& status);
+// A file in JSON: "name", "kind", "size", "mode", "uid", "gid" and "modified", and all but the name
+// for people.
 nlohmann::ordered_json describeJson(const std::string& name, const struct stat& status);
+std::string describe(const nlohmann::ordered_json& file);
 
+// The member of an object that is a string.
+std::string textOf(const nlohmann::ordered_json& json, const char* name);
+
+// Texts are printed from the JSON, so that both say the same.
 void printText(std::ostream& out, const Report& report, bool verdict_only);
 void printJson(std::ostream& out, const Report& report);
 

@@ -1,11 +1,10 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "doctor_store.h"
+#include "doctor_report.h"
 
 #include "disguise.h"
-#include "doctor_evidence.h"
-#include "result_text.h"
+#include "failure.h"
 #include "store_file.h"
 
 namespace zelkm_tool {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
@@ -17,7 +16,6 @@
 #include "failure.h"
 #include "files.h"
 #include "log_reader.h"
-#include "pages.h"
 #include "store_values.h"
 
 namespace zelkm_tool {
@@ -145,7 +143,7 @@ bool isFile(const std::string& name) {
     return name == "-" || std::filesystem::exists(name, ignored);
 }
 
-void explain(const ExplainOptions& options) {
+void explain(const SessionOptions&, const ExplainOptions& options) {
     if (options.all) {
         // The sections with the tables.
         const size_t start = kDiagnosticsPage.find("### ");
@@ -196,16 +194,14 @@ void explain(const ExplainOptions& options) {
 
 }  // namespace
 
-void defineExplain(CLI::App& app, const SessionOptions&) {
-    auto options = std::make_shared<ExplainOptions>();
-    CLI::App* command = app.add_subcommand("explain", "Explain a result code, a message or a log");
-    CLI::Option* what = command
-                            ->add_option("WHAT", options->what,
-                                         "A result code, message or logs; - is standard input")
-                            ->type_name("");
-    command->add_flag("--all", options->all, "Every message and code, as Markdown")->excludes(what);
-    command->add_flag("--json", options->json, "Print JSON; for a log, one event per line");
-    command->footer(
+void defineExplain(CLI::App& app, const SessionOptions& session) {
+    const auto [command, options] =
+        addCommand(app, session, "explain", "Explain a result code, a message or a log", explain);
+    CLI::Option* what = addOption(command, "WHAT", options.what, "",
+                                  "A result code, message or logs; - is standard input");
+    command.add_flag("--all", options.all, "Every message and code, as Markdown")->excludes(what);
+    command.add_flag("--json", options.json, "Print JSON; for a log, one event per line");
+    command.footer(
         R"(A number is a result code (write -- before a negative one), and so is the name
 of one. An existing file, or -, is a log: an error file, a logcat dump, or the
 output of zelkm --verbose. Anything else is a message or a part of one: as
@@ -220,7 +216,6 @@ known message are counted. Exit status 1: nothing was recognised.
   zelkm explain 'error in finish process : -30'
   zelkm explain zelko_err.2.txt zelko_err.1.txt zelko_err.txt
   adb logcat -d | zelkm explain -)");
-    command->callback([options] { explain(*options); });
 }
 
 }  // namespace zelkm_tool

@@ -1,11 +1,12 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How a command fails.
+// How a command fails. The errors that the library logs in this process are kept: they tell the
+// cause.
 
 #pragma once
 
-#include <iostream>
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -28,13 +29,7 @@ struct WrongUsage : std::runtime_error {
 };
 
 // Prints a failure as one line, whatever names it has in it.
-inline void printFailure(const std::exception& error) {
-    std::string text = error.what();
-    for (size_t at; (at = text.find('\n')) != text.npos;) {
-        text.replace(at, 1, "\\x0a");
-    }
-    std::cerr << "zelkm: " << text << '\n';
-}
+void printFailure(const std::exception& error);
 
 // Runs a command, and returns its exit status. Prints the text of a failure on standard error.
 template <typename Command>
@@ -49,5 +44,24 @@ int exitStatusOf(Command command) {
         return kExitRefused;
     }
 }
+
+// From now on the library's errors are kept. Nothing of its log is printed, except a message that
+// ends the process.
+void captureLog();
+
+// From now on the whole log is also printed to standard error. Escape sequences appear only on a
+// terminal, and not when NO_COLOR is set in the environment.
+void showLog();
+
+// The code and its meaning, e.g. "-914 stale table handle".
+std::string resultText(int code);
+
+// "<what>: <code and meaning>: <cause>". The cause comes from what the library logged during the
+// call; it is left out when nothing was logged.
+std::string failureText(int code, const std::string& what);
+
+// Throws Refused with the failure's text unless the code is 0. A call that logged an error and
+// still returned 0 is reported on standard error.
+void check(int code, const std::string& what);
 
 }  // namespace zelkm_tool

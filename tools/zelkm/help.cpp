@@ -73,6 +73,21 @@ std::string manPage(const CLI::App& app) {
                    "share/doc/zelkeymaster, beside the folder of this program.");
 }
 
+struct HelpOptions {
+    const CLI::App* app = nullptr;
+    std::string command;
+};
+
+void help(const SessionOptions&, const HelpOptions& options) {
+    const auto found = options.app->get_subcommands(
+        [&](const CLI::App* each) { return each->get_name() == options.command; });
+    if (found.empty() && !options.command.empty()) {
+        throw WrongUsage("unknown command " + escape(options.command) + "; see 'zelkm help'");
+    }
+    std::cout << (found.empty() ? overview(*options.app)
+                                : found.front()->help(options.app->get_name()));
+}
+
 }  // namespace
 
 std::shared_ptr<CLI::FormatterBase> helpFormatter() {
@@ -81,19 +96,12 @@ std::shared_ptr<CLI::FormatterBase> helpFormatter() {
     return formatter;
 }
 
-void defineHelp(CLI::App& app, const SessionOptions&) {
-    auto name = std::make_shared<std::string>();
-    CLI::App& command = *app.add_subcommand("help", "Show help for a command");
-    addOption(command, "COMMAND", *name, "", "The command; default: an overview of all");
+void defineHelp(CLI::App& app, const SessionOptions& session) {
+    const auto [command, options] =
+        addCommand(app, session, "help", "Show help for a command", help);
+    options.app = &app;
+    addOption(command, "COMMAND", options.command, "", "The command; default: an overview of all");
     command.footer("");  // not that of all commands
-    command.callback([&app, name] {
-        const auto found =
-            app.get_subcommands([&](CLI::App* each) { return each->get_name() == *name; });
-        if (found.empty() && !name->empty()) {
-            throw WrongUsage("unknown command " + escape(*name) + "; see 'zelkm help'");
-        }
-        std::cout << (found.empty() ? overview(app) : found.front()->help(app.get_name()));
-    });
 
     // The build makes the manual page with this command, which no help names.
     app.add_subcommand("man-page")->group("")->callback([&app] { std::cout << manPage(app); });

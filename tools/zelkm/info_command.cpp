@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
@@ -24,6 +23,11 @@ namespace zelkm_tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+struct InfoOptions {
+    std::optional<std::string> dir;
+    bool json = false;
+};
 
 constexpr size_t kErrorLines = 10;
 constexpr size_t kShownRows = 10000;
@@ -58,7 +62,8 @@ std::string aboutRows(const StoreRows& stored, const StoreHeader& header) {
                                             std::to_string(stored.count) + " rows are shown";
 }
 
-// What a store's header says, and what is odd about it. `stored` receives the rows of a plaintext.
+// What a store's header says, what is odd about it, and the rows of a plaintext, which `stored`
+// receives, too.
 Json describeStore(const std::string& content, StoreRows* stored) {
     const std::optional<StoreHeader> header = parseStoreHeader(content);
     if (!header) {
@@ -78,36 +83,12 @@ Json describeStore(const std::string& content, StoreRows* stored) {
         if (const std::string problem = aboutRows(*stored, *header); !problem.empty()) {
             json["problem"] = problem;
         }
-    }
-    return json;
-}
-
-void printStore(const std::string& content) {
-    constexpr size_t kNameWidth = 13;
-    StoreRows stored = {};
-    const Json store = describeStore(content, &stored);
-    for (const auto& [name, value] : store.items()) {
-        if (value != "") {
-            std::cout << "  " << name << std::string(kNameWidth - name.size(), ' ') << value.dump()
-                      << '\n';
-        }
-    }
-    if (!stored.rows.empty()) {
-        printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
-    }
-}
-
-Json storeJson(const std::string& content) {
-    StoreRows stored = {};
-    Json json = describeStore(content, &stored);
-    if (json.value("encrypted", true)) {
-        return json;
-    }
-    json["rows"] = Json::array();
-    for (const auto& row : stored.rows) {
-        Json& object = json["rows"].emplace_back();
-        for (size_t i = 0; i < row.size(); ++i) {
-            object[std::string(kColumnNames[i])] = escape(row[i]);
+        json["rows"] = Json::array();
+        for (const auto& row : stored->rows) {
+            Json& object = json["rows"].emplace_back();
+            for (size_t i = 0; i < row.size(); ++i) {
+                object[std::string(kColumnNames[i])] = escape(row[i]);
+            }
         }
     }
     return json;
@@ -149,69 +130,73 @@ std::vector<std::string> shownNames() {
     return names;
 }
 
-bool isStore(const std::string& name) {
-    return name.rfind(kStoreFile, 0) == 0;
-}
-
-void printFile(const std::string& name, const Evidence& evidence) {
-    std::cout << name << ": ";
-    const auto found = evidence.files.find(name);
-    if (found == evidence.files.end()) {
-        std::cout << "none\n";
-        return;
-    }
-    const FileEvidence& file = found->second;
-    std::cout << (file.content ? "" : "unreadable (" + file.problem + "); ")
-              << zelkm_tool::describe(file.status) << '\n';
-    if (!file.content) {
-        return;
-    }
-    if (isStore(name)) {
-        printStore(*file.content);
-    } else if (isErrorFile(name)) {
-        for (const std::string& line : lastLines(*file.content)) {
-            std::cout << "  " << line << '\n';
-        }
-    } else if (name == kKeyDigestFile) {
-        std::cout << "  " << describeDigest(evidence.storeFiles()) << '\n';
-    }
-}
-
-Json fileJson(const std::string& name, const Evidence& evidence) {
-    const FileEvidence& file = evidence.files.at(name);
+Json describeFile(const std::string& name, const FileEvidence& file, StoreRows* stored) {
     Json json = describeJson(name, file.status);
     if (!file.content) {
         json["unreadable"] = file.problem;
-    } else if (isStore(name)) {
-        json["store"] = storeJson(*file.content);
+    } else if (name.rfind(kStoreFile, 0) == 0) {
+        json["store"] = describeStore(*file.content, stored);
     } else if (isErrorFile(name)) {
         json["last_lines"] = lastLines(*file.content);
     }
     return json;
 }
 
-void printInfo(const Directory& directory, bool json) {
+void printFile(const Json& file, const StoreRows& stored) {
+    constexpr size_t kNameWidth = 13;
+    std::cout << (file.contains("unreadable") ? "unreadable (" + textOf(file, "unreadable") + "); "
+                                              : "")
+              << describe(file) << '\n';
+    const Json store = file.value("store", Json::object());
+    for (const auto& [name, value] : store.items()) {
+        if (value != "" && name != "rows") {
+            std::cout << "  " << name << std::string(kNameWidth - name.size(), ' ') << value.dump()
+                      << '\n';
+        }
+    }
+    if (!stored.rows.empty()) {
+        printTable(std::cout, {{kColumnNames.begin(), kColumnNames.end()}, stored.rows});
+    }
+    for (const Json& line : file.value("last_lines", Json::array())) {
+        std::cout << "  " << line.get<std::string>() << '\n';
+    }
+}
+
+void showInfo(const SessionOptions& session, const InfoOptions& options) {
+    const SessionOptions there = withDirectory(session, options.dir);
+    const Directory directory(there.dir);
+    const DirectoryLock lock(directory, there, DirectoryLock::Mode::kShared);
     const Evidence evidence = collectEvidence(directory);
-    const auto known_level = keyLevel(directory);
-    const std::string level = known_level ? std::to_string(*known_level) : "";
-    if (!json) {
-        for (const std::string& name : shownNames()) {
-            printFile(name, evidence);
-        }
-        std::cout << (level.empty() ? "" : "level of the key: " + level + "\n");
-        return;
-    }
-    Json object = {{"directory", escape(directory.path())},
-                   {"key_of_digest", keyOfDigest(evidence.storeFiles())},
-                   {"digest", describeDigest(evidence.storeFiles())},
-                   {"key_level", level},
-                   {"files", Json::array()}};
+    const std::optional<uint32_t> level = keyLevel(directory);
+    Json json = {{"directory", escape(directory.path())},
+                 {"key_of_digest", keyOfDigest(evidence.storeFiles())},
+                 {"digest", describeDigest(evidence.storeFiles())},
+                 {"key_level", level ? std::to_string(*level) : ""},
+                 {"files", Json::array()}};
     for (const std::string& name : shownNames()) {
-        if (evidence.files.count(name) != 0) {
-            object["files"].push_back(fileJson(name, evidence));
+        const auto found = evidence.files.find(name);
+        const bool is_there = found != evidence.files.end();
+        StoreRows stored = {};
+        const Json file = is_there ? describeFile(name, found->second, &stored) : Json();
+        if (is_there) {
+            json["files"].push_back(file);
+        }
+        if (options.json) {
+            continue;
+        }
+        std::cout << name << ": " << (is_there ? "" : "none\n");
+        if (is_there) {
+            printFile(file, stored);
+        }
+        if (name == kKeyDigestFile && json["digest"] != "") {
+            std::cout << "  " << textOf(json, "digest") << '\n';
         }
     }
-    std::cout << jsonText(object.dump(2)) << '\n';
+    if (options.json) {
+        std::cout << jsonText(json.dump(2)) << '\n';
+    } else if (level) {
+        std::cout << "level of the key: " << *level << '\n';
+    }
 }
 
 }  // namespace
@@ -225,21 +210,14 @@ SessionOptions withDirectory(SessionOptions options, const std::optional<std::st
 }
 
 void defineInfo(CLI::App& app, const SessionOptions& session) {
-    auto dir = std::make_shared<std::optional<std::string>>();
-    auto json = std::make_shared<bool>(false);
-    CLI::App* command = app.add_subcommand("info", "Show what a store directory contains");
-    command->add_option("DIR", *dir, "The directory; default: that of --dir")->type_name("");
-    command->add_flag("--json", *json, "Print one JSON object");
-    command->footer(R"(Needs no key. Shows the library's files with their sizes, modes, owners and
+    const auto [command, options] =
+        addCommand(app, session, "info", "Show what a store directory contains", showInfo);
+    addOption(command, "DIR", options.dir, "", "The directory; default: that of --dir");
+    command.add_flag("--json", options.json, "Print one JSON object");
+    command.footer(R"(Needs no key. Shows the library's files with their sizes, modes, owners and
 times, the header of each version of the store and the rows of a plaintext
 payload, which key file edbk_digest matches, the last lines of the error files
 and, with the root key of the software keymaster, the patch level of the key.)");
-    command->callback([&session, dir, json] {
-        const SessionOptions options = withDirectory(session, *dir);
-        const Directory directory(options.dir);
-        const DirectoryLock lock(directory, options, DirectoryLock::Mode::kShared);
-        printInfo(directory, *json);
-    });
 }
 
 }  // namespace zelkm_tool

@@ -20,7 +20,6 @@
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
-#include "result_text.h"
 #include "session.h"
 #include "store_values.h"
 

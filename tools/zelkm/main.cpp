@@ -16,7 +16,6 @@
 
 #include "command_line.h"
 #include "failure.h"
-#include "result_text.h"
 #include "store_values.h"
 
 namespace {

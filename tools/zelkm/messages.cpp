@@ -16,7 +16,6 @@
 #include <stdexcept>
 
 #include "bytes.h"
-#include "pages.h"
 
 namespace zelkm_tool {
 namespace {
@@ -33,6 +32,18 @@ const std::map<std::string, std::set<std::string>>& wordsOf() {
         {"%s error(%d)", {"INSERT", "SELECT", "DELETE", "UPDATE"}},
     };
     return words;
+}
+
+std::vector<std::string> cellsOf(std::string_view line) {
+    std::vector<std::string> cells;
+    constexpr std::string_view kBetween = " | ";
+    line.remove_prefix(std::string_view("| ").size());
+    for (size_t end; (end = line.find(kBetween)) != line.npos;) {
+        cells.emplace_back(line.substr(0, end));
+        line.remove_prefix(end + kBetween.size());
+    }
+    cells.emplace_back(line.substr(0, line.rfind(" |")));
+    return cells;
 }
 
 // The codes that no call of this library leads to: their page has one sentence for all of them.
@@ -163,6 +174,30 @@ bool printsErrno(std::string_view format) {
 }
 
 }  // namespace
+
+std::vector<PageRow> tableRows(std::string_view page, std::string_view columns) {
+    const size_t num_cells = cellsOf(columns).size();
+    std::vector<PageRow> rows;
+    std::string section;
+    bool is_inside = false;
+    for (const std::string_view line : split(page, '\n')) {
+        if (line.substr(0, 1) == "#") {
+            section = line.substr(line.find(' ') + 1);
+        }
+        if (is_inside && line.substr(0, 2) == "| " && line.substr(0, 5) != "| ---") {
+            rows.push_back({section, cellsOf(line)});
+            if (rows.back().cells.size() != num_cells) {
+                throw std::logic_error("not a row: " + std::string(line));
+            }
+        }
+        is_inside = line == columns || (is_inside && line.substr(0, 1) == "|");
+    }
+    return rows;
+}
+
+std::string withoutBackticks(const std::string& cell) {
+    return cell.substr(1, cell.size() - 2);
+}
 
 const ResultCode* findResultCode(const std::string& text) {
     static const std::vector<ResultCode> codes = readCodes();

@@ -1,9 +1,9 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Every message that the library logs, every keymaster 4.0 error code and the library's own, with
-// their meanings, from docs/diagnostics.md. They serve the causes of failed commands, 'zelkm
-// explain', and the doctor's reading of logs.
+// Pages of docs/ that are compiled into the tool. Their tables are the only home of what the tool
+// says about findings, about every message that the library logs, and about every keymaster 4.0
+// error code and the library's own.
 
 #pragma once
 
@@ -12,6 +12,21 @@
 #include <vector>
 
 namespace zelkm_tool {
+
+extern const std::string_view kDiagnosticsPage;
+extern const std::string_view kDoctorPage;
+
+struct PageRow {
+    std::string section;  // the heading above its table
+    std::vector<std::string> cells;
+};
+
+// The rows of all tables with these column names, e.g. "| code | name |". Throws std::logic_error
+// for a row with another number of cells.
+std::vector<PageRow> tableRows(std::string_view page, std::string_view columns);
+
+// A cell without the backticks around it.
+std::string withoutBackticks(const std::string& cell);
 
 struct ResultCode {
     int code;

@@ -17,7 +17,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
-#include "result_text.h"
+
 #include "session.h"
 
 namespace zelkm_tool {

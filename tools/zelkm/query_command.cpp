@@ -4,7 +4,6 @@
 // The command 'query': runs command texts of the engine unchanged.
 
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -12,7 +11,6 @@
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
-#include "result_text.h"
 #include "store_access.h"
 #include "store_file.h"
 #include "store_values.h"

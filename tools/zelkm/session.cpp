@@ -21,7 +21,6 @@
 #include "failure.h"
 #include "files.h"
 #include "key_trial.h"
-#include "result_text.h"
 #include "store_file.h"
 
 namespace zelkm_tool {

@@ -1,7 +1,7 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "result_text.h"
+#include "failure.h"
 
 #include <android/log.h>
 #include <unistd.h>
@@ -16,9 +16,7 @@
 #include <vector>
 
 #include "bytes.h"
-#include "failure.h"
 #include "log_reader.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
@@ -99,6 +97,14 @@ std::string takeCause() {
 }
 
 }  // namespace
+
+void printFailure(const std::exception& error) {
+    std::string text = error.what();
+    for (size_t at; (at = text.find('\n')) != text.npos;) {
+        text.replace(at, 1, "\\x0a");
+    }
+    std::cerr << "zelkm: " << text << '\n';
+}
 
 void captureLog() {
     __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
