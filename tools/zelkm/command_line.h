@@ -14,7 +14,6 @@
 #include <utility>
 
 #include "directory.h"
-#include "output.h"
 
 namespace zelkm_tool {
 
@@ -56,8 +55,5 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, Value& value,
 // The options with this directory; with their own when there is no name. Throws WrongUsage for an
 // empty one: it is rather a variable that is not set than the working directory.
 SessionOptions withDirectory(SessionOptions options, const std::optional<std::string>& dir);
-
-// Adds --json, --csv and --count to a command.
-void defineFormats(CLI::App& command, Format& format);
 
 }  // namespace zelkm_tool

@@ -1,14 +1,19 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The commands 'add' and 'set': they take the values of one object from the command line.
+// The commands that change objects: 'add' and 'set', which take the values of one from the command
+// line, 'remove', and 'import', which stores many in one change, from a file.
 
 #include <algorithm>
-#include <memory>
+#include <iostream>
 #include <optional>
+#include <set>
+#include <utility>
 
 #include "command_line.h"
 #include "failure.h"
+#include "files.h"
+#include "object_reader.h"
 #include "output.h"
 #include "store_access.h"
 #include "store_file.h"
@@ -157,6 +162,107 @@ void defineValues(CLI::App& command, ObjectOptions& options, bool is_new) {
     command.add_flag("--as-is", options.as_is, "Accept any value that the store can hold");
 }
 
+struct RemoveOptions {
+    std::vector<std::string> where;
+    bool all = false;
+    bool dry_run = false;
+};
+
+void removeObjects(const SessionOptions& session_options, const RemoveOptions& options) {
+    if (options.where.empty() && !options.all) {
+        throw WrongUsage("no condition: every object would be removed; --all does that");
+    }
+    const std::vector<Condition> conditions =
+        parseConditions(options.where, /*careless=*/options.all, /*star_is_careless=*/true);
+
+    Session session(session_options, Session::Use::kStore);
+    const std::vector<Row> reached = select(session, conditions);
+    if (options.dry_run) {
+        for (const Row& object : reached) {
+            std::cout << "would remove " << escape(nameOf(object)) << '\n';
+        }
+        confirm(session_options, "would remove " + numObjects(reached.size()));
+        return;
+    }
+    if (!reached.empty()) {
+        SODOperationParam param = paramWith(conditions);
+        session.change("removing", session.numObjects() - reached.size(),
+                       [&] { return session.operation().SodDelete(param); });
+    }
+    confirm(session_options, "removed " + numObjects(reached.size()));
+}
+
+constexpr size_t kMaxNamed = 20;  // this many bad objects are named in a message
+
+struct ImportOptions {
+    std::string file;         // "-" is standard input
+    bool keep_going = false;  // leave out objects that cannot be stored, and store the others
+    bool as_is = false;       // also store what 'add' refuses without --as-is
+};
+
+std::string importProblem(const Row& values, bool as_is) {
+    for (size_t i = 0; i < values.size(); ++i) {
+        const std::string column(kColumnNames[i]);
+        if (values[i].empty() && i < 2 && !as_is) {
+            return column + " is missing";
+        }
+        const auto reason = storedValueProblem(column, values[i], as_is);
+        if (!values[i].empty() && reason) {
+            return column + ": " + *reason;
+        }
+    }
+    const bool empty = std::all_of(values.begin(), values.end(),
+                                   [](const std::string& value) { return value.empty(); });
+    return empty ? "no value at all" : "";
+}
+
+void import(const SessionOptions& session_options, const ImportOptions& options) {
+    const std::string file = options.file == "-" ? "standard input" : options.file;
+    const std::string text = readInput(options.file);
+    Session session(session_options, Session::Use::kStore);
+    std::vector<Row> objects = select(session);
+    const size_t before = objects.size();
+    std::set<std::pair<std::string, std::string>> names;
+    for (const Row& row : objects) {
+        names.emplace(row[0], row[1]);
+    }
+
+    size_t num_bad = 0;
+    const auto take = [&](const std::string& place, Row&& values, std::string problem) {
+        if (problem.empty()) {
+            problem = importProblem(values, options.as_is);
+        }
+        if (problem.empty() && !options.as_is && !names.emplace(values[0], values[1]).second) {
+            problem = "creator " + escape(values[1]) + " already has an object with the alias " +
+                      escape(values[0]);
+        }
+        if (problem.empty()) {
+            objects.push_back(std::move(values));
+        } else if (++num_bad <= kMaxNamed) {
+            std::cerr << "zelkm: " << file << ": " << place << ": " << problem << '\n';
+        }
+    };
+    try {
+        readObjects(text, take);
+    } catch (const Refused& refused) {
+        throw Refused(file + ": " + refused.what());
+    }
+    if (num_bad > kMaxNamed) {
+        std::cerr << "zelkm: and " << num_bad - kMaxNamed << " more\n";
+    }
+    if (num_bad != 0 && !options.keep_going) {
+        throw Refused("nothing was stored; --keep-going leaves out " + numObjects(num_bad));
+    }
+    const size_t imported = objects.size() - before;
+    if (imported != 0) {
+        storeObjects(session, objects, "storing the objects");
+    }
+    confirm(session_options, "imported " + numObjects(imported));
+    if (num_bad != 0) {
+        throw Refused("left out " + numObjects(num_bad));
+    }
+}
+
 }  // namespace
 
 void defineAdd(CLI::App& app, const SessionOptions& session) {
@@ -189,6 +295,34 @@ interruption leaves the old object or the new one.
 
   zelkm --dir store set app::key1 --add-accessor 10042
   zelkm --dir store set app::key1 --alias key2 --dry-run)");
+}
+
+void defineRemove(CLI::App& app, const SessionOptions& session) {
+    const auto [command, options] =
+        addCommand(app, session, "remove", "Delete the objects that match", removeObjects);
+    addOption(command, "--where", options.where, "COLUMN=VALUE", kWhereHelp);
+    command.add_flag("--all", options.all, "Remove every object, or allow careless conditions");
+    command.add_flag("--dry-run", options.dry_run, "Only show what would be removed");
+    command.footer(R"(Without --where, --all is needed: it removes every object. Careless conditions
+need it, too: an unknown column (the store skips the condition), the value *
+(every object matches), the operators < <= > >= (the store knows them, but no
+object ever matches). It is no error if no object matches.)");
+}
+
+void defineImport(CLI::App& app, const SessionOptions& session) {
+    const auto [command, options] =
+        addCommand(app, session, "import", "Store objects from a file", import);
+    addOption(command, "FILE", options.file, "", "CSV or JSON; - is standard input")->required();
+    command.add_flag("--keep-going", options.keep_going, "Skip objects that cannot be stored");
+    command.add_flag("--as-is", options.as_is,
+                     "Accept duplicates, and any value the store can hold");
+    command.footer(R"(Reads what list and export print. CSV begins with the column names, in any
+order; commas, semicolons or tabs separate the values. JSON is an array, or
+objects one after the other. A missing value is the same as an empty one.
+
+All objects are checked first, as by add: if one is refused, its line is
+reported and nothing is stored. Then all are stored in one atomic change: after
+an interruption the store has all of them, or none.)");
 }
 
 }  // namespace zelkm_tool
