@@ -6,9 +6,6 @@
 
 #include "keymaster_check/keymaster_check.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "checks.h"
 #include "keymaster_check/report.h"
 
@@ -22,7 +19,6 @@ enum Trait : unsigned {
     kPassword = 4,
     kLargestStore = 8,
     kJudgesRoom = 16,  // it finds out whether there is room for operations
-    kLater = 32,       // it is for a saved key
 };
 
 // The function that tries a requirement.
@@ -39,9 +35,9 @@ struct Entry {
     Test test;
 };
 
-// Those of verifyKey(), or all others.
-std::vector<Entry> entries(bool later) {
-    const std::vector<Entry> all = {
+// Those of checkKeymaster().
+std::vector<Entry> entries() {
+    return {
         {{"key.generate", "generateKey makes a key from the seven parameters of the database key",
           "every insertion is refused with the keymaster's code"},
          {checkKeyGenerate}},
@@ -150,26 +146,28 @@ std::vector<Entry> entries(bool later) {
           "after some refused calls no operation can begin (-31), for the library and for "
           "other clients of the keymaster, until the system restarts"},
          {checkRefused, kNeedsKey | kJudgesRoom}},
+    };
+}
+
+// Those of verifyKey().
+std::vector<Entry> laterEntries() {
+    return {
         {{"later.key",
           "after a restart or an upgrade of the system, the key opens what it encrypted before; if "
           "getKeyCharacteristics asks for an upgrade (-62), upgradeKey makes a blob that needs "
           "none",
           "the store can no longer be read, and is lost"},
-         {checkLaterKey, kLater}},
+         {checkLaterKey}},
         {{"later.nonces", "no earlier nonce is used again",
           "everything returns 0, but whoever reads two versions of the store file learns "
           "the objects and can forge them"},
-         {checkLaterNonces, kLater}},
+         {checkLaterNonces}},
     };
-    std::vector<Entry> wanted;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(wanted),
-                 [later](const Entry& entry) { return entry.test.has(kLater) == later; });
-    return wanted;
 }
 
-std::vector<Requirement> requirementsOf(bool later) {
+std::vector<Requirement> requirementsOf(const std::vector<Entry>& all) {
     std::vector<Requirement> made;
-    for (const Entry& entry : entries(later)) {
+    for (const Entry& entry : all) {
         made.push_back(entry.requirement);
     }
     return made;
@@ -183,9 +181,6 @@ bool isLeftOut(const Entry& entry, const Options& options) {
 
 std::string consequenceOf(const Requirement& requirement, const Finding& finding) {
     switch (finding.verdict) {
-        case Verdict::kHolds:
-        case Verdict::kLeftOut:
-            return "";
         case Verdict::kBroken:
             return finding.consequence.empty() ? requirement.consequence : finding.consequence;
         case Verdict::kNotOffered:
@@ -193,8 +188,9 @@ std::string consequenceOf(const Requirement& requirement, const Finding& finding
                    "affected";
         case Verdict::kNotTried:
             return std::string("not known; if it is broken: ") + requirement.consequence;
+        default:
+            return "";
     }
-    return "";
 }
 
 // The requirement's outcome, if none of the calls that it rests on was missing.
@@ -223,8 +219,7 @@ Finding judged(const Entry& entry, Context& context) {
     return finding;
 }
 
-std::vector<Finding> findingsOf(Context& context, bool later) {
-    const std::vector<Entry> all = entries(later);
+std::vector<Finding> findingsOf(Context& context, const std::vector<Entry>& all) {
     const Options& options = context.options;
     std::vector<Finding> findings;
     for (const Entry& entry : all) {
@@ -272,23 +267,23 @@ Finding refusedOrBroken(Context& context, const Answer& answer, const std::strin
 }
 
 std::vector<Requirement> requirements() {
-    return requirementsOf(/*later=*/false);
+    return requirementsOf(entries());
 }
 
 std::vector<Requirement> laterRequirements() {
-    return requirementsOf(/*later=*/true);
+    return requirementsOf(laterEntries());
 }
 
 std::vector<Finding> checkKeymaster(Keymaster& keymaster, const Options& options) {
     Context context(keymaster, options);
-    return findingsOf(context, /*later=*/false);
+    return findingsOf(context, entries());
 }
 
 std::vector<Finding> verifyKey(Keymaster& keymaster, const std::string& saved,
                                const Options& options) {
     Context context(keymaster, options);
     context.saved = readSavedKey(saved);
-    const std::vector<Finding> findings = findingsOf(context, /*later=*/true);
+    const std::vector<Finding> findings = findingsOf(context, laterEntries());
     if (exitStatus(findings) != 3) {  // else one can try again
         context.own(context.saved.key);
     }
