@@ -25,6 +25,19 @@ std::string hex(std::string_view bytes) {
     return text;
 }
 
+std::optional<std::string> unhex(std::string_view digits) {
+    std::string bytes;
+    for (; !digits.empty(); digits.remove_prefix(2)) {
+        unsigned value = 0;
+        const char* const end = digits.data() + std::min<size_t>(digits.size(), 2);
+        if (digits.size() < 2 || std::from_chars(digits.data(), end, value, 16).ptr != end) {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>(value);
+    }
+    return bytes;
+}
+
 std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> pieces;
     for (size_t end; (end = text.find(separator)) != text.npos; text.remove_prefix(end + 1)) {
@@ -52,17 +65,13 @@ std::string unescape(std::string_view text) {
             i += 1;
             continue;
         }
-        unsigned value = 0;
-        const std::string_view digits = text.substr(std::min(i + 2, text.size()), 2);
-        const auto parsed =
-            std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-        if (text.substr(i, 2) != "\\x" || digits.size() != 2 ||
-            parsed.ptr != digits.data() + digits.size()) {
+        const std::string byte = unhex(text.substr(std::min(i + 2, text.size()), 2)).value_or("");
+        if (text.substr(i, 2) != "\\x" || byte.empty()) {
             throw WrongUsage("byte " + std::to_string(i + 1) +
                              " is a backslash: write \\xNN for the byte NN (hexadecimal), or \\\\ "
                              "for a backslash");
         }
-        bytes += static_cast<char>(value);
+        bytes += byte;
         i += 3;
     }
     return bytes;

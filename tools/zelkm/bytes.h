@@ -8,6 +8,7 @@
 
 #include <hidl/HidlSupport.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,11 +18,23 @@ namespace zelkm_tool {
 // Begins error files, and what spreadsheets write.
 inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// The bytes in hexadecimal, two digits each.
+// The bytes in hexadecimal, two digits each; and back. Nothing for other texts.
 std::string hex(std::string_view bytes);
+std::optional<std::string> unhex(std::string_view digits);
 
 // The pieces between the separators; one more than there are separators.
 std::vector<std::string_view> split(std::string_view text, char separator);
+
+// The reverse of split(), but for empty pieces at the front.
+template <typename Pieces>
+std::string join(const Pieces& pieces, std::string_view separator) {
+    std::string text;
+    for (const auto& piece : pieces) {
+        text += text.empty() ? "" : separator;
+        text += piece;
+    }
+    return text;
+}
 
 std::string sha256(std::string_view bytes);
 

@@ -43,17 +43,7 @@ std::optional<std::string> fromBase64(std::string_view bytes) {
 
 std::optional<std::string> fromHex(std::string_view bytes) {
     const std::string text = withoutBlanks(bytes);
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string result;
-    for (size_t at = 0; at + 1 < text.size(); at += 2) {
-        const size_t high = kDigits.find(static_cast<char>(text[at] | 0x20));
-        const size_t low = kDigits.find(static_cast<char>(text[at + 1] | 0x20));
-        if (high == kDigits.npos || low == kDigits.npos) {
-            return std::nullopt;
-        }
-        result += static_cast<char>(high << 4 | low);
-    }
-    return text.empty() || text.size() % 2 != 0 ? std::nullopt : std::optional(result);
+    return text.empty() ? std::nullopt : unhex(text);
 }
 
 // Each line feed has a carriage return before it.

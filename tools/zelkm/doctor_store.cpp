@@ -3,6 +3,7 @@
 
 #include "doctor_report.h"
 
+#include "bytes.h"
 #include "disguise.h"
 #include "failure.h"
 #include "store_file.h"
@@ -21,14 +22,6 @@ std::string numBytes(uint64_t count) {
 bool hasMagic(std::string_view file) {
     constexpr std::string_view kAnyMagic = "SOBv1.";
     return !file.empty() && kAnyMagic.substr(0, file.size()) == file.substr(0, kAnyMagic.size());
-}
-
-std::string joined(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const std::string& part : parts) {
-        text += (text.empty() ? "" : ", ") + part;
-    }
-    return text;
 }
 
 // A file with a header. Flags and payload length in the header may be wrong, so it is read in
@@ -63,7 +56,7 @@ class Examination {
                     "store-cut"};
         }
         if (refused_) {
-            return {State::kRefused, "is complete, but " + joined(refusals_), "store-refused"};
+            return {State::kRefused, "is complete, but " + join(refusals_, ", "), "store-refused"};
         }
         return untried();
     }
@@ -166,11 +159,13 @@ class Examination {
                             numBytes(header_.payload_len));
         }
         if (!wrong.empty()) {
-            return {State::kNotTried, "has an impossible header: " + joined(wrong), "store-header"};
+            return {State::kNotTried, "has an impossible header: " + join(wrong, ", "),
+                    "store-header"};
         }
         return {State::kNotTried,
                 "is complete and encrypted, " + std::to_string(header_.row_count) +
-                    " objects by its header" + (refusals_.empty() ? "" : "; " + joined(refusals_)),
+                    " objects by its header" +
+                    (refusals_.empty() ? "" : "; " + join(refusals_, ", ")),
                 "store-not-decrypted"};
     }
 

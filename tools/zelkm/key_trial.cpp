@@ -7,7 +7,6 @@
 #include <keymaster_check/client.h>
 #include <velt_secure_db.h>
 
-#include <cstdlib>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -15,6 +14,7 @@
 
 #include "bytes.h"
 #include "failure.h"
+#include "store_file.h"
 #include "store_names.h"
 
 namespace zelkm_tool {
@@ -64,6 +64,10 @@ int decryptForEngine(void* context, unsigned, unsigned char* plain, unsigned cha
 
 }  // namespace
 
+int keyStatus(soft_keymaster::SoftKeymaster& keymaster, const std::string& key) {
+    return static_cast<int>(call(keymaster, {Call::kGetKeyCharacteristics, toVec(key)}).error);
+}
+
 KeyTrials::KeyTrials(const Directory& directory) {
     try {
         if (auto opened = directory.open(kRootKeyFile)) {
@@ -81,11 +85,6 @@ KeyTrials::KeyTrials(const Directory& directory) {
     }
 }
 
-int KeyTrials::answerTo(const std::string& key) {
-    const Answer answer = call(*keymaster_, {Call::kGetKeyCharacteristics, toVec(key)});
-    return static_cast<int>(answer.error);
-}
-
 std::optional<uint32_t> KeyTrials::levelOf(const std::string& key) {
     // A keymaster tells only whether a key is older or newer than its own level. So this is a
     // binary search.
@@ -94,11 +93,11 @@ std::optional<uint32_t> KeyTrials::levelOf(const std::string& key) {
     while (keymaster_ && low <= high) {
         const uint64_t level = low + (high - low) / 2;
         keymaster_->setPatchLevel(static_cast<uint32_t>(level));
-        const int answer = answerTo(key);
-        if (answer == static_cast<int>(ErrorCode::OK)) {
+        const int status = zelkm_tool::keyStatus(*keymaster_, key);
+        if (status == ZELKM_OK) {
             return static_cast<uint32_t>(level);
         }
-        if (answer != static_cast<int>(ErrorCode::KEY_REQUIRES_UPGRADE)) {
+        if (status != ZELKM_KEY_REQUIRES_UPGRADE) {
             low = level + 1;  // newer, or a key of another root key
         } else if (level == 0) {
             break;
@@ -110,23 +109,16 @@ std::optional<uint32_t> KeyTrials::levelOf(const std::string& key) {
 }
 
 int KeyTrials::keyStatus(const std::string& key) {
-    return levelOf(key) ? ZELKM_OK : answerTo(key);
+    return levelOf(key) ? ZELKM_OK : zelkm_tool::keyStatus(*keymaster_, key);
 }
 
 KeyTrials::Trial KeyTrials::read(const std::string& store, const std::string& key) {
     const int status = canDecrypt() && !key.empty() ? keyStatus(key) : ZELKM_INVALID_KEY_BLOB;
     Context context = {status == ZELKM_OK ? &*keymaster_ : nullptr, key, {0, status, ""}};
     sdb_register_db_encrypt_fp(&context, decryptForEngine);
-    constexpr std::string_view kSelect = "SELECT (ALIAS)";
-    uint64_t handle = 0;
-    unsigned char* out = nullptr;
-    unsigned out_len = 0;
     const int level = __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // may well fail
-    context.trial.engine = sdb_query(kSelect.data(), static_cast<unsigned>(kSelect.size()),
-                                     reinterpret_cast<const unsigned char*>(store.data()),
-                                     static_cast<unsigned>(store.size()), &out, &out_len, &handle);
+    context.trial.engine = runEngine("SELECT (ALIAS)", store).status;
     __android_log_set_minimum_priority(level);
-    std::free(out);
     sdb_register_db_encrypt_fp(nullptr, nullptr);
     return context.trial;
 }

@@ -16,6 +16,9 @@
 
 namespace zelkm_tool {
 
+// What a keymaster says about a key blob: 0, or why it does not take it.
+int keyStatus(soft_keymaster::SoftKeymaster& keymaster, const std::string& key);
+
 class KeyTrials {
   public:
     // Uses the software keymaster's root key in the directory, if there is one that can be opened.
@@ -41,8 +44,6 @@ class KeyTrials {
     Trial read(const std::string& store, const std::string& key);
 
   private:
-    int answerTo(const std::string& key);
-
     std::optional<Descriptor> root_key_;
     std::optional<soft_keymaster::SoftKeymaster> keymaster_;
 };

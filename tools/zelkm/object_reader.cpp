@@ -91,12 +91,8 @@ std::vector<std::string> columnsOf(const Record& header) {
     if (header.fields.empty()) {
         throw Refused("line 1: the column names are missing");
     }
-    std::string names;
-    for (const std::string& field : header.fields) {
-        names += (names.empty() ? "" : ",") + upper(field);
-    }
     try {
-        return parseColumns(names);
+        return parseColumns(upper(join(header.fields, ",")));
     } catch (const WrongUsage& wrong) {
         throw Refused(std::string("line 1: ") + wrong.what());
     }
@@ -123,19 +119,6 @@ void readCsv(std::string_view text, const ObjectVisitor& visit) {
             values[columnNumber(columns[i])] = std::move(record.fields[i]);
         }
         visit("line " + std::to_string(record.line), std::move(values), record.problem);
-    }
-}
-
-// The bytes of their hexadecimal form, two digits each.
-std::optional<std::string> unhex(const std::string& digits) {
-    std::string escaped;
-    for (size_t i = 0; i < digits.size(); i += 2) {
-        escaped += "\\x" + digits.substr(i, 2);
-    }
-    try {
-        return unescape(escaped);
-    } catch (const WrongUsage&) {
-        return std::nullopt;
     }
 }
 

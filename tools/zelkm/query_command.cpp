@@ -46,10 +46,9 @@ std::vector<Command> readCommands(const std::string& path) {
 }
 
 void runCommand(Session& session, const Command& command) {
-    EngineOutput output;
-    const int status = session.query(command.text, &output);
-    std::cout << "status " << resultText(status) << '\n';
-    session.checkStoreResult(status, command.what);
+    EngineOutput output = session.query(command.text);
+    std::cout << "status " << resultText(output.status) << '\n';
+    session.checkStoreResult(output.status, command.what);
     if (output.data == nullptr) {
         throw Refused(command.what + ": no memory for the result");
     }

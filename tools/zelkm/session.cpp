@@ -4,18 +4,16 @@
 #include "session.h"
 
 #include <android/log.h>
-#include <keymaster_check/client.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <new>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "bytes.h"
 #include "failure.h"
@@ -25,8 +23,6 @@
 
 namespace zelkm_tool {
 namespace {
-
-using android::hardware::keymaster::V4_0::ErrorCode;
 
 // Refuses a directory in which others could put a link in place of a file. The library opens files
 // by name, and follows it.
@@ -61,13 +57,6 @@ soft_keymaster::SoftKeymaster::Options keymasterOptions(const SessionOptions& op
     result.patch_level =
         options.patch_level.value_or(std::max(result.patch_level, keyLevel(directory).value_or(0)));
     return result;
-}
-
-// What the keymaster says about a key.
-ErrorCode keyStatus(soft_keymaster::SoftKeymaster* keymaster, const std::string& key) {
-    return keymaster_check::call(*keymaster,
-                                 {keymaster_check::Call::kGetKeyCharacteristics, toVec(key)})
-        .error;
 }
 
 }  // namespace
@@ -115,9 +104,7 @@ void Session::refuseInterruptedReplacement() const {
     std::string left = std::string(kStoreFile) + kBackupSuffix;
     if (!isThere(left)) {
         left = std::string(kStoreFile) + kTemporarySuffix;
-        const std::string written = directory_.read(left).value_or("");
-        const std::optional<StoreHeader> header = parseStoreHeader(written);
-        if (!header || storePayload(written, *header).size() != header->payload_len) {
+        if (!wholeStoreHeader(directory_.read(left).value_or(""))) {
             return;
         }
     }
@@ -149,7 +136,7 @@ void Session::refuseUnreadableStore() const {
 // Refuses to upgrade the key without --upgrade, because the older patch level cannot use the
 // upgraded key.
 void Session::refuseUpgrade() {
-    if (key_ && keyStatus(&keymaster_, *key_) == ErrorCode::KEY_REQUIRES_UPGRADE) {
+    if (key_ && keyStatus(keymaster_, *key_) == ZELKM_KEY_REQUIRES_UPGRADE) {
         throw Refused(std::string(kKeyFile) + " was made at an older patch level than " +
                       std::to_string(keymasterOptions(options_, directory_).patch_level) +
                       ": --upgrade lets the library upgrade it, irreversibly: pass the new level "
@@ -180,17 +167,17 @@ ZelKeymasterOperation& Session::operation() {
 // A key that the keymaster refuses is left to the library, which tells why, unless it would then
 // replace the key.
 void Session::giveKey(ZelKeymasterOperation* operation) {
-    const ErrorCode answer = keyStatus(&keymaster_, *key_);
-    if (answer != ErrorCode::OK && answer != ErrorCode::KEY_REQUIRES_UPGRADE) {
+    const int status = keyStatus(keymaster_, *key_);
+    if (status != ZELKM_OK && status != ZELKM_KEY_REQUIRES_UPGRADE) {
         const std::optional<std::string> digest = directory_.read(kKeyDigestFile);
         if (digest && *digest != sha256(*key_)) {
-            checkStoreResult(static_cast<int>(answer), std::string(kKeyFile) + " is damaged, as " +
-                                                           kKeyDigestFile + " shows");
+            checkStoreResult(
+                status, std::string(kKeyFile) + " is damaged, as " + kKeyDigestFile + " shows");
         }
         return;
     }
     // The object's from now on, unless it takes an upgraded key instead. After a failure it may be.
-    MallocBytes key(static_cast<uint8_t*>(std::malloc(key_->size())));
+    zelkm::MallocBuffer key = zelkm::allocateBuffer(key_->size());
     if (key == nullptr) {
         throw std::bad_alloc();
     }
@@ -205,16 +192,11 @@ void Session::giveKey(ZelKeymasterOperation* operation) {
 // The engine loads the table from the session's image. The library's next commands work on that
 // table, whatever the object could read.
 void Session::giveStore() {
-    EngineOutput output;
     const int level = __android_log_get_minimum_priority();
     __android_log_set_minimum_priority(std::max<int>(level, ANDROID_LOG_WARN));
-    const int result = query("SELECT ()", &output);
+    EngineOutput output = query("SELECT ()");
     __android_log_set_minimum_priority(level);
-    checkStoreResult(result, "reading the store");
-    if (output.data == nullptr) {
-        throw std::bad_alloc();
-    }
-    num_objects_ = output.len - 1;  // a line feed for each, and a NUL
+    num_objects_ = checkRead(std::move(output)).len - 1;  // a line feed for each, and a NUL
     if (const auto header = parseStoreHeader(*image_); header->row_count != num_objects_) {
         throw Refused(options_.dir + ": " + kStoreFile + " has " + std::to_string(num_objects_) +
                       " objects, and its header says " + std::to_string(header->row_count) +
@@ -222,7 +204,7 @@ void Session::giveStore() {
     }
 }
 
-int Session::query(std::string_view command, EngineOutput* output) {
+EngineOutput Session::query(std::string_view command) {
     const auto blob = [](std::string_view bytes) {
         return keymaster_blob_t{reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
     };
@@ -231,8 +213,15 @@ int Session::query(std::string_view command, EngineOutput* output) {
     keymaster_blob_t result = {};
     const int status =
         operation().queryInternal(nullptr, &operation(), DBEncryptCB, &stored, &text, &result);
-    *output = {MallocBytes(const_cast<uint8_t*>(result.data)), result.data_length};
-    return status;
+    return {status, zelkm::MallocBuffer(const_cast<uint8_t*>(result.data)), result.data_length};
+}
+
+EngineOutput Session::checkRead(EngineOutput output) {
+    checkStoreResult(output.status, "reading the store");
+    if (output.data == nullptr) {
+        throw std::bad_alloc();
+    }
+    return output;
 }
 
 void Session::change(const std::string& what, size_t num_objects,
@@ -249,9 +238,8 @@ void Session::change(const std::string& what, size_t num_objects,
     }
     checkStoreResult(make(), what);
     readStore();
-    const std::optional<StoreHeader> header = parseStoreHeader(image_.value_or(""));
-    if (!header || header->row_count != num_objects ||
-        storePayload(*image_, *header).size() != header->payload_len) {
+    const std::optional<StoreHeader> header = wholeStoreHeader(image_.value_or(""));
+    if (!header || header->row_count != num_objects) {
         throw Refused(what + ": what was written is not a store of " + std::to_string(num_objects) +
                       " objects: see 'zelkm doctor'");
     }

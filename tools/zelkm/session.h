@@ -9,31 +9,17 @@
 #include <soft_keymaster/soft_keymaster.h>
 #include <zelkeymaster_operation.h>
 
-#include <cstdlib>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "directory.h"
+#include "store_file.h"
 #include "store_names.h"
 
 namespace zelkm_tool {
-
-struct Free {
-    void operator()(uint8_t* data) const { std::free(data); }
-};
-using MallocBytes = std::unique_ptr<uint8_t, Free>;
-
-// What the engine returns for a command: rows, or a new store. No data without memory for it.
-struct EngineOutput {
-    MallocBytes data;
-    size_t len = 0;
-
-    std::string_view text() const { return {reinterpret_cast<const char*>(data.get()), len}; }
-};
 
 class Session {
   public:
@@ -69,8 +55,11 @@ class Session {
 
     android::hardware::keymaster::V4_0::support::Keymaster& keymaster() { return keymaster_; }
 
-    // Runs a command of the engine on the store, and stores nothing. Returns the library's result.
-    int query(std::string_view command, EngineOutput* output);
+    // Runs a command of the engine on the store, and stores nothing.
+    EngineOutput query(std::string_view command);
+
+    // What a command that reads has returned. Throws Refused unless it succeeded.
+    EngineOutput checkRead(EngineOutput output);
 
     // Makes a change of the store, after which it must have that many objects. `make` returns the
     // library's result. Throws Refused, too, when the store is another one before the change than

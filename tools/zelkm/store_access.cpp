@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <new>
 #include <utility>
 
 #include "directory.h"
@@ -72,11 +71,7 @@ std::vector<Row> select(Session& session, const std::vector<Condition>& conditio
         param.addOutputFormat(column);
     }
     const zelkm::CommandText command = zelkm::selectCommand(param);
-    EngineOutput output;
-    session.checkStoreResult(session.query(command.view(), &output), "reading the store");
-    if (output.data == nullptr) {
-        throw std::bad_alloc();
-    }
+    const EngineOutput output = session.checkRead(session.query(command.view()));
     StoreRows found = readRows(output.text(), kSeparator, columns.size(), SIZE_MAX);
     if (!found.whole) {
         throw Refused(
@@ -119,15 +114,10 @@ void storeObjects(Session& session, const std::vector<Row>& objects, const std::
     SODOperationParam last = paramOf(objects.back());
     const zelkm::CommandText command = zelkm::insertCommand(last);
     checkStoreLen(session.options(), plainStore(objects).size());
-    unsigned char* image = nullptr;
-    unsigned int len = 0;
-    uint64_t handle = 0;
     sdb_register_db_encrypt_fp(&operation, DBEncryptCB);
-    session.checkStoreResult(sdb_query(command.view().data(), static_cast<unsigned>(command.len),
-                                       reinterpret_cast<const unsigned char*>(others.data()),
-                                       static_cast<unsigned>(others.size()), &image, &len, &handle),
-                             what);
-    session.replaceStore(what, objects.size(), {MallocBytes(image), len});
+    EngineOutput store = runEngine(command.view(), others);
+    session.checkStoreResult(store.status, what);
+    session.replaceStore(what, objects.size(), std::move(store));
 }
 
 void checkStoreLen(const SessionOptions& options, uint64_t len) {

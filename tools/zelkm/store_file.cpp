@@ -4,8 +4,6 @@
 #include "store_file.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -21,11 +19,21 @@ std::string takeValue(zelkm::PayloadReader* reader) {
     if (!reader->takeValue(&value)) {
         throw std::bad_alloc();
     }
-    const std::unique_ptr<uint8_t, void (*)(void*)> owned(value.data, std::free);
+    const zelkm::MallocBuffer owned(value.data);
     return {value.data, value.data + value.len};
 }
 
 }  // namespace
+
+EngineOutput runEngine(std::string_view command, std::string_view store) {
+    unsigned char* out = nullptr;
+    unsigned len = 0;
+    uint64_t handle = 0;
+    const int status =
+        sdb_query(command.data(), static_cast<unsigned>(command.size()), bytesOf(store),
+                  static_cast<unsigned>(store.size()), &out, &len, &handle);
+    return {status, zelkm::MallocBuffer(out), len};
+}
 
 std::optional<StoreHeader> parseStoreHeader(std::string_view file) {
     if (file.size() < zelkm::kHeaderLen) {
@@ -39,6 +47,12 @@ std::optional<StoreHeader> parseStoreHeader(std::string_view file) {
                        text(zelkm::kIvOffset, SDB_IV_LEN),
                        number(zelkm::kRowCountOffset),
                        number(zelkm::kPayloadLenOffset)};
+}
+
+std::optional<StoreHeader> wholeStoreHeader(std::string_view file) {
+    const std::optional<StoreHeader> header = parseStoreHeader(file);
+    const bool is_whole = header && storePayload(file, *header).size() == header->payload_len;
+    return is_whole ? header : std::nullopt;
 }
 
 std::string_view storePayload(std::string_view file, const StoreHeader& header) {

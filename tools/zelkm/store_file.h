@@ -1,12 +1,13 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads the bytes of a store file with the library's reader of the format, and without a key. The
-// functions take any bytes.
+// Reads the bytes of a store file with the library's reader of the format, and without a key, or
+// with the library's engine. The functions take any bytes.
 
 #pragma once
 
 #include <db_store_format.h>
+#include <malloc_buffer.h>
 
 #include <cstdint>
 #include <optional>
@@ -27,8 +28,23 @@ struct StoreHeader {
     bool encrypted() const { return (flags & zelkm::kPayloadEncrypted) != 0; }
 };
 
+// What the engine returns for a command: rows, or a new store. No data without memory for it.
+struct EngineOutput {
+    int status;
+    zelkm::MallocBuffer data;
+    size_t len;
+
+    std::string_view text() const { return {reinterpret_cast<const char*>(data.get()), len}; }
+};
+
+// Runs a command on this store, in a table of its own.
+EngineOutput runEngine(std::string_view command, std::string_view store);
+
 // Nothing when `file` is shorter than a header.
 std::optional<StoreHeader> parseStoreHeader(std::string_view file);
+
+// The header, unless a part of the payload is missing.
+std::optional<StoreHeader> wholeStoreHeader(std::string_view file);
 
 // The bytes of the payload that are there, at most `payload_len`.
 std::string_view storePayload(std::string_view file, const StoreHeader& header);

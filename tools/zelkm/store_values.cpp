@@ -118,15 +118,6 @@ bool isName(std::string_view text) {
     });
 }
 
-std::string allColumns() {
-    std::string text;
-    for (const std::string_view name : kColumnNames) {
-        text += text.empty() ? "" : ", ";
-        text += name;
-    }
-    return text;
-}
-
 }  // namespace
 
 size_t columnNumber(std::string_view name) {
@@ -221,7 +212,7 @@ void checkConditions(const std::vector<Condition>& conditions, bool careless,
             throw WrongUsage("unknown column " + condition.column +
                              ": the store would skip the condition, so that every object matches; "
                              "the columns are " +
-                             allColumns());
+                             join(kColumnNames, ", "));
         }
         if (condition.op != "=") {
             throw WrongUsage("operator " + condition.op + " in the condition on " +
@@ -250,7 +241,7 @@ std::vector<std::string> parseColumns(std::string_view text) {
         const std::string name(each);
         if (columnNumber(name) == kColumnNames.size()) {
             throw WrongUsage("unknown column '" + escape(name) + "'; the columns are " +
-                             allColumns());
+                             join(kColumnNames, ", "));
         }
         if (std::find(columns.begin(), columns.end(), name) != columns.end()) {
             throw WrongUsage("column " + name + " is named twice");
