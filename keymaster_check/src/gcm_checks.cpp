@@ -25,14 +25,9 @@ Finding noOperation(const Run& run) {
                     (run.done() ? "other bytes come back" : run.failure()) + ": see gcm.correct");
 }
 
-struct Fault {
-    std::string reason;  // empty when there is none
-    std::string consequence;
-};
-
 // Encrypts payloads of these sizes, and then decrypts them. What an encryption alone shows is
 // judged before its decryption, which may fail because of it. `judge` returns how a run breaks the
-// requirement.
+// requirement, if it does.
 template <typename Judge>
 Finding judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge judge,
                   const char* answered) {
@@ -47,9 +42,8 @@ Finding judgeRuns(Context& context, std::initializer_list<size_t> sizes, Judge j
             if (!run.done()) {
                 return noOperation(run);
             }
-            const Fault fault = judge(size, run);
-            if (!fault.reason.empty()) {
-                return broken(context, fault.reason, fault.consequence);
+            if (const std::optional<Finding> fault = judge(size, run)) {
+                return *fault;
             }
             if (!decrypts) {
                 encryptions.push_back(run);
@@ -213,36 +207,41 @@ Finding checkNonceFresh(Context& context) {
 }
 
 Finding checkOutputInUpdate(Context& context) {
-    const auto judge = [](size_t size, const Run& run) -> Fault {
+    const auto judge = [&](size_t size, const Run& run) -> std::optional<Finding> {
         const size_t out = run.from_updates.size();
         if (out == size) {
-            return {};
+            return std::nullopt;
         }
-        return {std::string(run.purpose == KeyPurpose::ENCRYPT ? "en" : "de") + "crypting " +
-                    std::to_string(size) + " bytes, update returns " + std::to_string(out),
-                out > size ? "the library drops the bytes beyond the payload" : ""};
+        const std::string crypting =
+            run.purpose == KeyPurpose::ENCRYPT ? "encrypting " : "decrypting ";
+        return broken(
+            context,
+            crypting + std::to_string(size) + " bytes, update returns " + std::to_string(out),
+            out > size ? "the library drops the bytes beyond the payload" : "");
     };
     return judgeRuns(context, {100, 17, 16, 15, 1}, judge, "as many bytes from update");
 }
 
 Finding checkTagInFinish(Context& context) {
-    const auto judge = [](size_t size, const Run& run) -> Fault {
+    const auto judge = [&](size_t size, const Run& run) -> std::optional<Finding> {
         const size_t out = run.from_finish.size();
         const bool encrypts = run.purpose == KeyPurpose::ENCRYPT;
         const std::string text = std::to_string(size) + " bytes, finish returns ";
         if (encrypts == (out == kTagSize)) {
-            return {};
+            return std::nullopt;
         }
         if (!encrypts) {
-            return {"decrypting " + text + "16, as an encryption does",
-                    "the library takes the decryption for an encryption, and the objects are not "
-                    "read"};
+            return broken(
+                context, "decrypting " + text + "16, as an encryption does",
+                "the library takes the decryption for an encryption, and the objects are not "
+                "read");
         }
-        return {"encrypting " + text + std::to_string(out),
-                out < kTagSize
-                    ? "insertions return 0, and the next start refuses the store (-30)"
-                    : "insertions return 0, and the library keeps the first 16 of these bytes; "
-                      "unless they are the tag, the next start refuses the store (-30)"};
+        return broken(
+            context, "encrypting " + text + std::to_string(out),
+            out < kTagSize
+                ? "insertions return 0, and the next start refuses the store (-30)"
+                : "insertions return 0, and the library keeps the first 16 of these bytes; "
+                  "unless they are the tag, the next start refuses the store (-30)");
     };
     return judgeRuns(context, {100, 32, 17, 16, 15, 1}, judge,
                      "16 bytes from finish when encrypting, another number when decrypting");

@@ -73,21 +73,20 @@ SavedKey readSavedKey(const std::string& text) {
 }
 
 Finding checkLaterKey(Context& context) {
-    Caller& caller = context;
     Bytes key = context.saved.key;
     if (key.empty()) {
         return notTried("no key was saved");
     }
-    Answer listed = caller.make({Call::kGetKeyCharacteristics, key});
+    Answer listed = context.make({Call::kGetKeyCharacteristics, key});
     const bool upgrade = listed.error == kRequiresUpgrade;
     if (upgrade) {
-        const Answer upgraded = caller.make({Call::kUpgradeKey, key});
+        const Answer upgraded = context.make({Call::kUpgradeKey, key});
         if (!upgraded.ok() || upgraded.output.empty()) {
             return broken(context, "the upgrade that is asked for fails",
                           "every query is refused, as long as upgradeKey does not work");
         }
         key = upgraded.output;
-        listed = caller.make({Call::kGetKeyCharacteristics, key});
+        listed = context.make({Call::kGetKeyCharacteristics, key});
     }
     if (listed.error == kRequiresUpgrade) {
         return broken(
@@ -100,7 +99,7 @@ Finding checkLaterKey(Context& context) {
                       "every query is refused with " + describeCode(listed.error) +
                           ", and the store is lost unless the key is accepted again");
     }
-    const Run run = decrypt(caller, key, context.saved.nonce, context.saved.output);
+    const Run run = decrypt(context, key, context.saved.nonce, context.saved.output);
     if (!run.bringsBack(kPayload)) {
         return broken(context, "it does not open what was encrypted with it",
                       run.last.error == kRequiresUpgrade
@@ -109,8 +108,8 @@ Finding checkLaterKey(Context& context) {
                           : "the store is refused, and lost after three starts");
     }
     context.key = key;
-    return holds(caller.sent(), upgrade ? "the key was upgraded, and opens what it should"
-                                        : "the key needs no upgrade, and opens what it should");
+    return holds(context.sent(), upgrade ? "the key was upgraded, and opens what it should"
+                                         : "the key needs no upgrade, and opens what it should");
 }
 
 Finding checkLaterNonces(Context& context) {
