@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "checks.h"
-#include "gcm_run.h"
 #include "openssl_handles.h"
 #include "private_directory.h"
 #include "zelkeymaster_operation.h"
@@ -115,11 +114,11 @@ Finding checkCsrProof(Context& context) {
     const uint8_t* at = context.request.data();
     const RequestPtr request(d2i_X509_REQ(nullptr, &at, static_cast<long>(context.request.size())));
     if (request == nullptr || at != context.request.data() + context.request.size()) {
-        return {"", Verdict::kBroken, kShown, size + " is no PKCS #10", kUseless, ""};
+        return {"", Verdict::kBroken, kShown, size + " is no PKCS #10", kUseless};
     }
     const EvpPkeyPtr requested(X509_REQ_get_pubkey(request.get()));
     if (requested == nullptr || X509_REQ_verify(request.get(), requested.get()) != 1) {
-        return {"", Verdict::kBroken, kShown, size + ": its signature is wrong", kUseless, ""};
+        return {"", Verdict::kBroken, kShown, size + ": its signature is wrong", kUseless};
     }
     const std::vector<EvpPkeyPtr> attested = attestedPublicKeys(context);
     if (attested.empty()) {

@@ -13,7 +13,6 @@
 #include <set>
 
 #include "checks.h"
-#include "gcm_run.h"
 #include "openssl_handles.h"
 
 namespace keymaster_check {

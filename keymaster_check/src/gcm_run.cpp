@@ -1,12 +1,13 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "gcm_run.h"
+// Encrypts and decrypts with the calls that the library makes.
 
 #include <openssl/rand.h>
 
 #include <algorithm>
 
+#include "checks.h"
 #include "db_store_format.h"
 
 namespace keymaster_check {

@@ -5,7 +5,6 @@
 // upgrades it.
 
 #include "checks.h"
-#include "gcm_run.h"
 
 namespace keymaster_check {
 namespace {

@@ -196,7 +196,7 @@ std::string consequenceOf(const Requirement& requirement, const Finding& finding
 // The requirement's outcome, if none of the calls that it rests on was missing.
 Finding judged(const Entry& entry, Context& context) {
     if (isLeftOut(entry, context.options)) {
-        return {"", Verdict::kLeftOut, "", "by the options", "", ""};
+        return {"", Verdict::kLeftOut, "", "by the options"};
     }
     if (context.key.empty() && entry.test.has(kNeedsKey)) {
         return notTried("there is no key: see key.generate");
@@ -245,16 +245,16 @@ std::vector<Finding> findingsOf(Context& context, const std::vector<Entry>& all)
 }  // namespace
 
 Finding holds(const std::string& sent, const std::string& answered) {
-    return {"", Verdict::kHolds, sent, answered, "", ""};
+    return {"", Verdict::kHolds, sent, answered};
 }
 
 Finding broken(Context& context, const std::string& reason, const std::string& consequence) {
     const std::string answered = context.answered() + ": " + reason;
-    return {"", Verdict::kBroken, context.sent(), answered, consequence, ""};
+    return {"", Verdict::kBroken, context.sent(), answered, consequence};
 }
 
 Finding notTried(const std::string& reason) {
-    return {"", Verdict::kNotTried, "", reason, "", ""};
+    return {"", Verdict::kNotTried, "", reason};
 }
 
 Finding refusedOrBroken(Context& context, const Answer& answer, const std::string& reason,
@@ -263,7 +263,7 @@ Finding refusedOrBroken(Context& context, const Answer& answer, const std::strin
         return broken(context, reason, consequence);
     }
     const std::string code = describeCode(answer.error);
-    return {"", Verdict::kNotOffered, context.sent(), code, "", ""};
+    return {"", Verdict::kNotOffered, context.sent(), code};
 }
 
 std::vector<Requirement> requirements() {

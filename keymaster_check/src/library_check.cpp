@@ -9,7 +9,6 @@
 
 #include "checks.h"
 #include "file_names.h"
-#include "gcm_run.h"
 #include "private_directory.h"
 #include "velt_secure_db.h"
 #include "zelkeymaster_operation.h"

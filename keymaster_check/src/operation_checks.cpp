@@ -4,7 +4,6 @@
 // Checks of operations that are left open, and of how calls reply.
 
 #include "checks.h"
-#include "gcm_run.h"
 #include "zelkeymaster_vendor_tags.h"
 
 namespace keymaster_check {
@@ -114,12 +113,8 @@ Finding checkAnsweredOnce(Context& context) {
             }
         }
     }
-    return {"",
-            Verdict::kBroken,
-            "all the calls above",
-            "callbacks ran wrongly: " + faults,
-            consequences,
-            ""};
+    return {"", Verdict::kBroken, "all the calls above", "callbacks ran wrongly: " + faults,
+            consequences};
 }
 
 }  // namespace keymaster_check

@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "checks.h"
-#include "gcm_run.h"
 #include "zelkeymaster_vendor_tags.h"
 
 namespace keymaster_check {

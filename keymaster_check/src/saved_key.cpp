@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "checks.h"
-#include "gcm_run.h"
 
 namespace keymaster_check {
 namespace {

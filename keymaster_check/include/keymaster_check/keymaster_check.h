@@ -33,12 +33,12 @@ enum class Verdict {
 };
 
 struct Finding {
-    std::string id;  // of a Requirement
+    std::string id = {};  // of a Requirement
     Verdict verdict = Verdict::kNotTried;
-    std::string sent;         // the calls, in words and values
-    std::string answered;     // what came back, and why it is not right
-    std::string consequence;  // what follows for the library's users; empty when it holds
-    std::string note;         // limits that were found, and calls that took more than a second
+    std::string sent = {};         // the calls, in words and values
+    std::string answered = {};     // what came back, and why it is not right
+    std::string consequence = {};  // what follows for the library's users; empty when it holds
+    std::string note = {};         // limits that were found, and calls that took more than a second
 };
 
 struct Options {
