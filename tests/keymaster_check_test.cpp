@@ -55,6 +55,11 @@ void flip(List& bytes, size_t at) {
     bytes[at] = static_cast<uint8_t>(bytes[at] ^ 1);
 }
 
+Bytes extended(Bytes bytes) {
+    bytes.push_back(0);
+    return bytes;
+}
+
 Bytes newKey(Keymaster& keymaster) {
     return call(keymaster, {Call::kGenerateKey, {}, databaseKeyParams()}).output;
 }
@@ -124,8 +129,10 @@ Change nth(Call call, size_t number, const Fault& fault) {
     return [=](FaultKeymaster& km) { km.plan(call, number, fault); };
 }
 
+using Chain = std::vector<Blob>;
+
 // Changes each answer that has so many certificates. A request counts as one.
-Change eachChain(size_t size, std::function<void(std::vector<Bytes>&)> change) {
+Change eachChain(size_t size, std::function<void(Chain&)> change) {
     return each(Call::kAttestKey, [=](Answer& answer) {
         if (answer.chain.size() == size) {
             change(answer.chain);
@@ -133,7 +140,7 @@ Change eachChain(size_t size, std::function<void(std::vector<Bytes>&)> change) {
     });
 }
 
-void flipEnd(std::vector<Bytes>& chain) {
+void flipEnd(Chain& chain) {
     flip(chain[0], chain[0].size() - 1);
 }
 
@@ -388,15 +395,15 @@ std::vector<Row> rows() {
         {"no key to attest", each(Call::kGenerateKey, refuseEcKeys)},
         {"no attestation", each(Call::kAttestKey, Fault::error(ErrorCode::UNIMPLEMENTED))},
         {"a chain from its root down",
-         eachChain(3, [](std::vector<Bytes>& chain) { std::swap(chain[0], chain[2]); })},
+         eachChain(3, [](Chain& chain) { std::swap(chain[0], chain[2]); })},
         {"a request altered", eachChain(1, flipEnd)},
         {"a request with a byte more",
-         eachChain(1, [](std::vector<Bytes>& chain) { chain[0].push_back(0); })},
+         eachChain(1, [](Chain& chain) { chain[0] = extended(chain[0]); })},
         {"a request for another key", requestForeign},
         {"the attested key exported", exporting(0)},
         {"another key exported", exporting(1)},
         {"garbage exported", each(Call::kExportKey, garbage)},
-        {"two certificates", eachChain(3, [](std::vector<Bytes>& chain) { chain.resize(2); })},
+        {"two certificates", eachChain(3, [](Chain& chain) { chain.resize(2); })},
         {"a certificate altered", eachChain(3, flipEnd)},
         {"no conversion back", each(Call::kBegin, refuseReversal)},
         {"other material back",

@@ -155,7 +155,7 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
     const KeyParameter challenge = param(Tag::ATTESTATION_CHALLENGE, bytes("challenge"));
     const KeyParameter app_id = param(Tag::ATTESTATION_APPLICATION_ID, Bytes(128, 0xAA));
     const KeyParameter csr = param(TAG_GENERATE_CSR, 1);
-    std::vector<std::vector<Bytes>> chains;
+    std::vector<std::vector<hidl_vec<uint8_t>>> chains;
     std::set<uint64_t> serials;
     for (const Params& params : {kEcKey, kRsaKey}) {
         const Bytes key = newKey(params);
@@ -164,7 +164,7 @@ TEST_F(SoftKeymasterTest, AttestsKeysWithAChainAndMakesCertificateRequests) {
         chains.push_back(attest(km_, key, {challenge, app_id}).chain);
         ASSERT_EQ(3u, chains.back().size());
         std::vector<zelkm::X509Ptr> certificates;
-        for (const Bytes& der : chains.back()) {
+        for (const hidl_vec<uint8_t>& der : chains.back()) {
             const uint8_t* in = der.data();
             certificates.emplace_back(d2i_X509(nullptr, &in, long(der.size())));
         }

@@ -81,7 +81,7 @@ std::vector<EvpPkeyPtr> attestedPublicKeys(Context& context) {
     }
     if (keys.empty()) {
         const Answer attested = attest(context, attestationParams());
-        for (const Bytes& certificate : attested.chain) {
+        for (const hidl_vec<uint8_t>& certificate : attested.chain) {
             add(keyOfCertificate(certificate));
         }
     }
@@ -97,7 +97,7 @@ Finding checkCsrRequest(Context& context) {
     if (!answer.ok()) {
         return refusedOrBroken(context, answer, "no request", "generateCSR fails with -1000");
     }
-    if (answer.chain.size() != 1 || answer.chain[0].empty()) {
+    if (answer.chain.size() != 1 || answer.chain[0].size() == 0) {
         return broken(context, "not one blob with the request, but " +
                                    std::to_string(answer.chain.size()) +
                                    ": is the tag 0x70000899 ignored?");
@@ -144,8 +144,7 @@ Finding checkAttestChain(Context& context) {
         return broken(context, "fewer than three certificates");
     }
     const PrivateDirectory directory;  // for the error file, to which validateAttestChain writes
-    const std::vector<hidl_vec<uint8_t>> chain(answer.chain.begin(), answer.chain.end());
-    const int result = ZelKeymasterOperation::validateAttestChain(chain, /*chainOnly=*/true);
+    const int result = ZelKeymasterOperation::validateAttestChain(answer.chain, /*chainOnly=*/true);
     if (result != 0) {
         return broken(context, "validateAttestChain returns " + describeCode(result));
     }

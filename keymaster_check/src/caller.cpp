@@ -49,7 +49,7 @@ std::string describeAnswer(const Answer& answer) {
     if (!answer.output.empty()) {
         text += ", " + describe(answer.output.data(), answer.output.size());
     }
-    for (const Bytes& element : answer.chain) {
+    for (const hidl_vec<uint8_t>& element : answer.chain) {
         text += ", a blob of " + std::to_string(element.size()) + " bytes";
     }
     return text;

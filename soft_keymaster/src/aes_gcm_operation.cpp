@@ -57,7 +57,8 @@ size_t checkParams(const Key& key, const Params& params) {
     return *mac_length / 8;
 }
 
-Bytes chooseNonce(AesGcm::Mode mode, const Key& key, const Params& params, Params& out_params) {
+Bytes chooseNonce(AesGcm::Mode mode, const Key& key, const Params& params,
+                  std::vector<KeyParameter>& out_params) {
     Bytes nonce;
     const KeyParameter* given = findParam(params, Tag::NONCE);
     if (given != nullptr) {
@@ -79,26 +80,25 @@ Bytes chooseNonce(AesGcm::Mode mode, const Key& key, const Params& params, Param
 }  // namespace
 
 AesGcmOperation::AesGcmOperation(KeyPurpose purpose, const Key& key, const Params& params,
-                                 Params& out_params)
+                                 std::vector<KeyParameter>& out_params)
     : mode_(modeOf(purpose, key)),
       tag_size_(checkParams(key, params)),
       cipher_(mode_, key.material, chooseNonce(mode_, key, params, out_params).data()) {}
 
-hidl_vec<uint8_t> AesGcmOperation::update(const Params& params, const hidl_vec<uint8_t>& input,
-                                          size_t max_input, uint32_t& consumed) {
+Bytes AesGcmOperation::update(const Params& params, const hidl_vec<uint8_t>& input,
+                              size_t max_input, uint32_t& consumed) {
     addAssociatedData(params);
     const size_t size = std::min(input.size(), max_input);
-    hidl_vec<uint8_t> output;
-    output.resize(outputSize(size));
+    Bytes output(outputSize(size));
     process(input.data(), size, output.data());
     consumed = static_cast<uint32_t>(size);
     return output;
 }
 
-hidl_vec<uint8_t> AesGcmOperation::finish(const Params& params, const hidl_vec<uint8_t>& input) {
+Bytes AesGcmOperation::finish(const Params& params, const hidl_vec<uint8_t>& input) {
     addAssociatedData(params);
     const size_t payload = outputSize(input.size());
-    hidl_vec<uint8_t> output;
+    Bytes output;
     if (mode_ == AesGcm::Mode::kEncrypt) {
         output.resize(payload + tag_size_);
         process(input.data(), input.size(), output.data());

@@ -20,15 +20,16 @@ class AesGcmOperation {
     // Begins. `params` is what the caller asks for, `key` what the key allows. When encrypting,
     // adds the nonce to `out_params`: the caller's, or a fresh one. This and the functions below
     // throw the error that the keymaster must return. An error ends the operation.
-    AesGcmOperation(KeyPurpose purpose, const Key& key, const Params& params, Params& out_params);
+    AesGcmOperation(KeyPurpose purpose, const Key& key, const Params& params,
+                    std::vector<KeyParameter>& out_params);
 
     // Takes the associated data of `params`, and then at most `max_input` bytes of the input.
     // `consumed` receives their number.
-    hidl_vec<uint8_t> update(const Params& params, const hidl_vec<uint8_t>& input, size_t max_input,
-                             uint32_t& consumed);
+    Bytes update(const Params& params, const hidl_vec<uint8_t>& input, size_t max_input,
+                 uint32_t& consumed);
     // Takes the rest of the input like update(), and ends the operation. When encrypting, the
     // output ends with the tag. When decrypting, the tag is the end of all the input.
-    hidl_vec<uint8_t> finish(const Params& params, const hidl_vec<uint8_t>& input);
+    Bytes finish(const Params& params, const hidl_vec<uint8_t>& input);
 
   private:
     void addAssociatedData(const Params& params);

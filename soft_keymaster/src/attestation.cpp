@@ -115,8 +115,8 @@ AttestationAuthority::AttestationAuthority(const std::string& path) {
             ErrorCode::KEYMASTER_NOT_CONFIGURED);
 }
 
-hidl_vec<hidl_vec<uint8_t>> AttestationAuthority::certify(EVP_PKEY* key,
-                                                          const Bytes& key_description) const {
+std::vector<hidl_vec<uint8_t>> AttestationAuthority::certify(EVP_PKEY* key,
+                                                             const Bytes& key_description) const {
     const X509Ptr leaf = startCertificate(kKeyName, key, issuer_.get());
     addExtension(leaf.get(), issuer_.get(), NID_key_usage, "critical,digitalSignature");
     const ObjectPtr oid(OBJ_txt2obj(kAttestationOid, 1));
@@ -131,7 +131,7 @@ hidl_vec<hidl_vec<uint8_t>> AttestationAuthority::certify(EVP_PKEY* key,
             toDer(root_.get(), i2d_X509)};
 }
 
-hidl_vec<uint8_t> makeCertificateRequest(EVP_PKEY* key) {
+Bytes makeCertificateRequest(EVP_PKEY* key) {
     const RequestPtr request(X509_REQ_new());
     requireSsl(request != nullptr && X509_REQ_set_version(request.get(), 0) == 1 /* version 1 */ &&
                X509_REQ_set_subject_name(request.get(), makeName(kKeyName).get()) == 1 &&

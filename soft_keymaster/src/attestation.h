@@ -21,7 +21,7 @@ class AttestationAuthority {
 
     // The attestation chain for the public half of `key`, in DER: the leaf with `key_description`
     // in the attestation extension, the issuer, the root.
-    hidl_vec<hidl_vec<uint8_t>> certify(EVP_PKEY* key, const Bytes& key_description) const;
+    std::vector<hidl_vec<uint8_t>> certify(EVP_PKEY* key, const Bytes& key_description) const;
 
   private:
     PkeyPtr issuer_key_;
@@ -30,6 +30,6 @@ class AttestationAuthority {
 };
 
 // A PKCS#10 request for `key`, in DER, signed by that key.
-hidl_vec<uint8_t> makeCertificateRequest(EVP_PKEY* key);
+Bytes makeCertificateRequest(EVP_PKEY* key);
 
 }  // namespace soft_keymaster

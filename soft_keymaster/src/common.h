@@ -17,7 +17,7 @@
 #include <memory>
 #include <vector>
 
-#include "soft_keymaster/keymaster_types.h"
+#include "soft_keymaster/store_keymaster.h"
 
 namespace soft_keymaster {
 

@@ -14,14 +14,6 @@ namespace soft_keymaster {
 using android::hardware::Status;
 using android::hardware::Void;
 
-namespace {
-
-Status transportFailure() {
-    return Status::fromStatusT(android::DEAD_OBJECT);
-}
-
-}  // namespace
-
 FaultKeymaster::FaultKeymaster(Keymaster& inner)
     : StoreKeymaster(inner.descriptor(), inner.instanceName()),
       inner_(inner),
@@ -62,8 +54,7 @@ std::vector<CallRecord> FaultKeymaster::calls(Call call) const {
     return found;
 }
 
-template <typename Reply>
-Return<void> FaultKeymaster::answer(const CallRecord& made, Reply reply) {
+Return<void> FaultKeymaster::handle(const CallRecord& made, const Reply& reply) {
     calls_.push_back(made);
     Plan& plan = plans_[made.call];
     const auto found = plan.nth.find(++plan.count);
@@ -105,97 +96,6 @@ Return<void> FaultKeymaster::answer(const CallRecord& made, Reply reply) {
         }
     }
     return fault.call_fails && status.isOk() ? Return<void>(transportFailure()) : std::move(status);
-}
-
-Return<ErrorCode> FaultKeymaster::answerCode(const CallRecord& made) {
-    ErrorCode code = ErrorCode::UNKNOWN_ERROR;
-    const Return<void> status = answer(made, [&](const Answer& a) { code = a.error; });
-    return status.isOk() ? Return<ErrorCode>(code) : Return<ErrorCode>(transportFailure());
-}
-
-Return<void> FaultKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
-                                         generateKey_cb cb) {
-    return answer({Call::kGenerateKey, {}, key_params},
-                  [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
-}
-
-Return<void> FaultKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
-                                       const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
-    return answer({Call::kImportKey, {}, key_params, {}, 0, key_data, format},
-                  [&](const Answer& a) { cb(a.error, a.output, a.characteristics); });
-}
-
-Return<void> FaultKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                                   const hidl_vec<uint8_t>& client_id,
-                                                   const hidl_vec<uint8_t>& app_data,
-                                                   getKeyCharacteristics_cb cb) {
-    CallRecord call = {Call::kGetKeyCharacteristics, key_blob};
-    call.client_id = client_id;
-    call.client_data = app_data;
-    return answer(call, [&](const Answer& a) { cb(a.error, a.characteristics); });
-}
-
-Return<void> FaultKeymaster::exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<uint8_t>& client_id,
-                                       const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
-    CallRecord call = {Call::kExportKey, key_blob};
-    call.format = format;
-    call.client_id = client_id;
-    call.client_data = app_data;
-    return answer(call, [&](const Answer& a) { cb(a.error, a.output); });
-}
-
-Return<void> FaultKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<KeyParameter>& attest_params,
-                                       attestKey_cb cb) {
-    return answer({Call::kAttestKey, key_blob, attest_params}, [&](const Answer& a) {
-        cb(a.error, std::vector<hidl_vec<uint8_t>>(a.chain.begin(), a.chain.end()));
-    });
-}
-
-Return<void> FaultKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
-                                        const hidl_vec<KeyParameter>& upgrade_params,
-                                        upgradeKey_cb cb) {
-    return answer({Call::kUpgradeKey, key_blob, upgrade_params},
-                  [&](const Answer& a) { cb(a.error, a.output); });
-}
-
-Return<ErrorCode> FaultKeymaster::deleteKey(const hidl_vec<uint8_t>& key_blob) {
-    return answerCode({Call::kDeleteKey, key_blob});
-}
-
-Return<void> FaultKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
-                                   const hidl_vec<KeyParameter>& in_params,
-                                   const HardwareAuthToken& auth_token, begin_cb cb) {
-    CallRecord call = {Call::kBegin, key_blob, in_params, purpose};
-    call.auth_token = auth_token;
-    return answer(call, [&](const Answer& a) { cb(a.error, a.params, a.handle); });
-}
-
-Return<void> FaultKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                    const hidl_vec<uint8_t>& input,
-                                    const HardwareAuthToken& auth_token,
-                                    const VerificationToken& verification_token, update_cb cb) {
-    CallRecord call = {Call::kUpdate, {}, in_params, {}, handle, input};
-    call.auth_token = auth_token;
-    call.verification = verification_token;
-    return answer(call, [&](const Answer& a) { cb(a.error, a.consumed, a.params, a.output); });
-}
-
-Return<void> FaultKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                    const hidl_vec<uint8_t>& input,
-                                    const hidl_vec<uint8_t>& signature,
-                                    const HardwareAuthToken& auth_token,
-                                    const VerificationToken& verification_token, finish_cb cb) {
-    CallRecord call = {Call::kFinish, {}, in_params, {}, handle, input};
-    call.signature = signature;
-    call.auth_token = auth_token;
-    call.verification = verification_token;
-    return answer(call, [&](const Answer& a) { cb(a.error, a.params, a.output); });
-}
-
-Return<ErrorCode> FaultKeymaster::abort(uint64_t handle) {
-    return answerCode({Call::kAbort, {}, {}, {}, handle});
 }
 
 }  // namespace soft_keymaster

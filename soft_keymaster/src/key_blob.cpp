@@ -39,7 +39,7 @@ Bytes clientDataOf(const Params& params) {
                         bytesOf(params, Tag::APPLICATION_DATA));
 }
 
-hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data) {
+Bytes wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data) {
     const Bytes characteristics = encodeParams(key.characteristics);
     const Bytes nonce = randomBytes(AesGcm::kNonceSize);
     Bytes blob(kMagic, kMagic + sizeof(kMagic));

@@ -35,7 +35,7 @@ Bytes clientDataOf(const hidl_vec<uint8_t>& application_id,
                    const hidl_vec<uint8_t>& application_data);
 Bytes clientDataOf(const Params& params);
 
-hidl_vec<uint8_t> wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data);
+Bytes wrapKey(const RootKey& root_key, const Key& key, const Bytes& client_data);
 // Throws INVALID_KEY_BLOB for anything that wrapKey() did not make with this root key for this
 // client.
 Key unwrapKey(const RootKey& root_key, const hidl_vec<uint8_t>& blob, const Bytes& client_data);

@@ -51,7 +51,8 @@ Bytes applyKeyStream(const Bytes& keys, const Bytes& start, const Bytes& in) {
 
 }  // namespace
 
-Params convertPassword(const RootKey& root_key, KeyPurpose purpose, const Params& params) {
+std::vector<KeyParameter> convertPassword(const RootKey& root_key, KeyPurpose purpose,
+                                          const Params& params) {
     Bytes inputs;
     for (const Tag tag : {PWHW_TAG_IN_1, PWHW_TAG_IN_2, PWHW_TAG_IN_3, PWHW_TAG_IN_4}) {
         const hidl_vec<uint8_t>& blob = requireBlob(params, tag);

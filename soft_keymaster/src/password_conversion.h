@@ -15,6 +15,7 @@ namespace soft_keymaster {
 // The out parameters of `begin` for one of the two vendor purposes. Throws INVALID_ARGUMENT when an
 // input is missing or empty, or when a tag has not 16 bytes. Throws VERIFICATION_FAILED when
 // material, tag or one of the four blobs differs from the first conversion.
-Params convertPassword(const RootKey& root_key, KeyPurpose purpose, const Params& params);
+std::vector<KeyParameter> convertPassword(const RootKey& root_key, KeyPurpose purpose,
+                                          const Params& params);
 
 }  // namespace soft_keymaster

@@ -26,7 +26,6 @@
 
 namespace soft_keymaster {
 
-using android::hardware::Status;
 using android::hardware::Void;
 using android::hardware::keymaster::V4_0::Algorithm;
 using android::hardware::keymaster::V4_0::SecurityLevel;
@@ -64,22 +63,6 @@ ErrorCode guarded(Body body) {
     } catch (...) {
         return ErrorCode::UNKNOWN_ERROR;
     }
-}
-
-// Runs the callback. Refuses a null one, as the platform does.
-template <typename Callback, typename... Values>
-Return<void> answer(const Callback& cb, const Values&... values) {
-    if (!cb) {
-        return Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT, "no callback");
-    }
-    cb(values...);
-    return Void();
-}
-
-KeyCharacteristics softwareEnforced(Params params) {
-    KeyCharacteristics characteristics;
-    characteristics.softwareEnforced = std::move(params);
-    return characteristics;
 }
 
 bool asksForDeviceIds(const Params& params) {
@@ -135,6 +118,13 @@ struct SoftKeymaster::State {
         return *found->second;
     }
 
+    // Makes a call that the keymaster has, and fills in its answer. Throws the error to return.
+    void make(const CallRecord& call, Answer& answer);
+    void makeKey(const CallRecord& call, Answer& answer);
+    void upgrade(const CallRecord& call, Answer& answer);
+    void attest(const CallRecord& call, Answer& answer);
+    void begin(const CallRecord& call, Answer& answer);
+
     Options options;
     VersionResult version{kName, kAuthor, kMajorVersion, SecurityLevel::SOFTWARE, true};
     std::optional<RootKey> root_key;
@@ -155,11 +145,6 @@ const SoftKeymaster::VersionResult& SoftKeymaster::halVersion() const {
     return state_->version;
 }
 
-Return<void> SoftKeymaster::getHardwareInfo(getHardwareInfo_cb cb) {
-    const VersionResult& version = state_->version;
-    return answer(cb, version.securityLevel, version.keymasterName, version.authorName);
-}
-
 Return<ErrorCode> SoftKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
     if (data.size() > kMaxEntropySize) {
         return ErrorCode::INVALID_INPUT_LENGTH;
@@ -168,168 +153,117 @@ Return<ErrorCode> SoftKeymaster::addRngEntropy(const hidl_vec<uint8_t>& data) {
     return ErrorCode::OK;
 }
 
-Return<void> SoftKeymaster::generateKey(const hidl_vec<KeyParameter>& key_params,
-                                        generateKey_cb cb) {
-    return makeKey(key_params, nullptr, cb);
-}
-
-Return<void> SoftKeymaster::importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
-                                      const hidl_vec<uint8_t>& key_data, importKey_cb cb) {
-    if (format != KeyFormat::RAW) {
-        return answer(cb, ErrorCode::UNSUPPORTED_KEY_FORMAT, hidl_vec<uint8_t>(),
-                      KeyCharacteristics());
-    }
-    return makeKey(key_params, &key_data, cb);
-}
-
-Return<void> SoftKeymaster::makeKey(const hidl_vec<KeyParameter>& params,
-                                    const hidl_vec<uint8_t>* imported, const generateKey_cb& cb) {
-    hidl_vec<uint8_t> blob;
-    KeyCharacteristics characteristics;
-    const ErrorCode error = guarded([&] {
-        const Key key = soft_keymaster::makeKey(params, state_->options.patch_level, imported);
-        hidl_vec<uint8_t> wrapped = wrapKey(state_->rootKey(), key, clientDataOf(params));
-        characteristics = softwareEnforced(key.characteristics);
-        blob = std::move(wrapped);
-    });
-    return answer(cb, error, blob, characteristics);
-}
-
-Return<void> SoftKeymaster::getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                                  const hidl_vec<uint8_t>& client_id,
-                                                  const hidl_vec<uint8_t>& app_data,
-                                                  getKeyCharacteristics_cb cb) {
-    KeyCharacteristics characteristics;
-    const ErrorCode error = guarded([&] {
-        const Key key = state_->usableKey(key_blob, clientDataOf(client_id, app_data));
-        characteristics = softwareEnforced(key.characteristics);
-    });
-    return answer(cb, error, characteristics);
-}
-
-Return<void> SoftKeymaster::upgradeKey(const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<KeyParameter>& upgrade_params,
-                                       upgradeKey_cb cb) {
-    hidl_vec<uint8_t> upgraded;
-    const ErrorCode error = guarded([&] {
-        const Bytes client_data = clientDataOf(upgrade_params);
-        Key key = unwrapKey(state_->rootKey(), key_blob, client_data);
-        const uint32_t patch_level = state_->options.patch_level;
-        require(patchLevelOf(key) <= patch_level, ErrorCode::INVALID_ARGUMENT);
-        if (patchLevelOf(key) == patch_level) {
-            return;
-        }
-        for (KeyParameter& param : key.characteristics) {
-            if (param.tag == Tag::OS_PATCHLEVEL) {
-                param.f.integer = patch_level;
-            }
-        }
-        upgraded = wrapKey(state_->rootKey(), key, client_data);
-    });
-    return answer(cb, error, upgraded);
-}
-
-Return<ErrorCode> SoftKeymaster::deleteKey(const hidl_vec<uint8_t>& /* key_blob */) {
-    return ErrorCode::OK;
-}
-
-Return<void> SoftKeymaster::attestKey(const hidl_vec<uint8_t>& key_blob,
-                                      const hidl_vec<KeyParameter>& attest_params,
-                                      attestKey_cb cb) {
-    hidl_vec<hidl_vec<uint8_t>> chain;
-    const ErrorCode error = guarded([&] {
-        const Key key = state_->usableKey(key_blob, clientDataOf(attest_params));
-        const PkeyPtr pair = privateKey(key);
-        const KeyParameter* request = findParam(attest_params, TAG_GENERATE_CSR);
-        if (request != nullptr && request->f.boolValue) {
-            chain = {makeCertificateRequest(pair.get())};
-            return;
-        }
-        const KeyParameter* challenge = findParam(attest_params, Tag::ATTESTATION_CHALLENGE);
-        require(challenge != nullptr, ErrorCode::ATTESTATION_CHALLENGE_MISSING);
-        require(challenge->blob.size() <= kMaxChallengeSize, ErrorCode::INVALID_INPUT_LENGTH);
-        const KeyParameter* app_id = findParam(attest_params, Tag::ATTESTATION_APPLICATION_ID);
-        require(app_id != nullptr, ErrorCode::ATTESTATION_APPLICATION_ID_MISSING);
-        require(!asksForDeviceIds(attest_params), ErrorCode::CANNOT_ATTEST_IDS);
-        chain = state_->authority().certify(
-            pair.get(), encodeKeyDescription(key.characteristics, challenge->blob, app_id->blob));
-    });
-    return answer(cb, error, chain);
-}
-
-Return<void> SoftKeymaster::begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
-                                  const hidl_vec<KeyParameter>& in_params,
-                                  const HardwareAuthToken& /* auth_token */, begin_cb cb) {
-    hidl_vec<KeyParameter> out_params;
-    uint64_t handle = 0;
-    const ErrorCode error = guarded([&] {
-        if (purpose == PWHW_PURPOSE_TO_KEY || purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
-            require(key_blob.size() == 0, ErrorCode::INVALID_ARGUMENT);
-            out_params = convertPassword(state_->rootKey(), purpose, in_params);
-            return;
-        }
-        const Key key = state_->usableKey(key_blob, clientDataOf(in_params));
-        require(hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES),
-                ErrorCode::UNIMPLEMENTED);
-        require(state_->operations.size() < state_->options.max_operations,
-                ErrorCode::TOO_MANY_OPERATIONS);
-        hidl_vec<KeyParameter> made;
-        handle = state_->open(std::make_unique<AesGcmOperation>(purpose, key, in_params, made));
-        out_params = std::move(made);
-    });
-    return answer(cb, error, out_params, handle);
-}
-
-Return<void> SoftKeymaster::update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                   const hidl_vec<uint8_t>& input,
-                                   const HardwareAuthToken& /* auth_token */,
-                                   const VerificationToken& /* verification_token */,
-                                   update_cb cb) {
-    uint32_t consumed = 0;
-    hidl_vec<uint8_t> output;
-    const ErrorCode error = guarded([&] {
-        const size_t limit = state_->options.max_update_bytes;
-        output = state_->operation(handle).update(in_params, input, limit == 0 ? SIZE_MAX : limit,
-                                                  consumed);
-    });
-    if (error != ErrorCode::OK) {
-        state_->operations.erase(handle);
-    }
-    return answer(cb, error, consumed, hidl_vec<KeyParameter>(), output);
-}
-
-Return<void> SoftKeymaster::finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                                   const hidl_vec<uint8_t>& input,
-                                   const hidl_vec<uint8_t>& /* signature */,
-                                   const HardwareAuthToken& /* auth_token */,
-                                   const VerificationToken& /* verification_token */,
-                                   finish_cb cb) {
-    hidl_vec<uint8_t> output;
-    const ErrorCode error =
-        guarded([&] { output = state_->operation(handle).finish(in_params, input); });
-    state_->operations.erase(handle);
-    return answer(cb, error, hidl_vec<KeyParameter>(), output);
-}
-
-Return<ErrorCode> SoftKeymaster::abort(uint64_t handle) {
-    return state_->operations.erase(handle) == 1 ? ErrorCode::OK
-                                                 : ErrorCode::INVALID_OPERATION_HANDLE;
-}
-
-Return<void> SoftKeymaster::exportKey(KeyFormat, const hidl_vec<uint8_t>& key_blob,
-                                      const hidl_vec<uint8_t>& client_id,
-                                      const hidl_vec<uint8_t>& app_data, exportKey_cb cb) {
-    const ErrorCode error = guarded([&] {
-        const Key key = state_->usableKey(key_blob, clientDataOf(client_id, app_data));
-        const bool is_aes = hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES);
-        throw KeymasterError{is_aes ? ErrorCode::UNSUPPORTED_KEY_FORMAT  // a secret has no format
-                                    : ErrorCode::UNIMPLEMENTED};
-    });
-    return answer(cb, error, hidl_vec<uint8_t>());
-}
-
 Return<ErrorCode> SoftKeymaster::deleteAllKeys() {
     return ErrorCode::OK;
+}
+
+Return<void> SoftKeymaster::handle(const CallRecord& call, const Reply& reply) {
+    Answer answer;
+    const ErrorCode error = guarded([&] { state_->make(call, answer); });
+    if (error != ErrorCode::OK) {
+        state_->operations.erase(call.handle);
+        answer = Answer();
+    }
+    answer.take(error);
+    reply(answer);
+    return Void();
+}
+
+void SoftKeymaster::State::make(const CallRecord& call, Answer& answer) {
+    switch (call.call) {
+        case Call::kGenerateKey:
+        case Call::kImportKey:
+            return makeKey(call, answer);
+        case Call::kGetKeyCharacteristics:
+            answer.characteristics.softwareEnforced =
+                usableKey(call.key_blob, clientDataOf(call.client_id, call.client_data))
+                    .characteristics;
+            return;
+        case Call::kExportKey: {
+            const Key key =
+                usableKey(call.key_blob, clientDataOf(call.client_id, call.client_data));
+            const bool is_aes = hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES);
+            throw KeymasterError{is_aes ? ErrorCode::UNSUPPORTED_KEY_FORMAT  // of a secret
+                                        : ErrorCode::UNIMPLEMENTED};
+        }
+        case Call::kAttestKey:
+            return attest(call, answer);
+        case Call::kUpgradeKey:
+            return upgrade(call, answer);
+        case Call::kDeleteKey:
+            return;
+        case Call::kBegin:
+            return begin(call, answer);
+        case Call::kUpdate: {
+            const size_t limit = options.max_update_bytes;
+            answer.output = operation(call.handle)
+                                .update(call.params, call.input, limit == 0 ? SIZE_MAX : limit,
+                                        answer.consumed);
+            return;
+        }
+        case Call::kFinish:
+            answer.output = operation(call.handle).finish(call.params, call.input);
+            operations.erase(call.handle);
+            return;
+        case Call::kAbort:
+            require(operations.erase(call.handle) == 1, ErrorCode::INVALID_OPERATION_HANDLE);
+    }
+}
+
+void SoftKeymaster::State::makeKey(const CallRecord& call, Answer& answer) {
+    const bool imports = call.call == Call::kImportKey;
+    require(!imports || call.format == KeyFormat::RAW, ErrorCode::UNSUPPORTED_KEY_FORMAT);
+    const Key key =
+        soft_keymaster::makeKey(call.params, options.patch_level, imports ? &call.input : nullptr);
+    answer.output = wrapKey(rootKey(), key, clientDataOf(call.params));
+    answer.characteristics.softwareEnforced = key.characteristics;
+}
+
+void SoftKeymaster::State::upgrade(const CallRecord& call, Answer& answer) {
+    const Bytes client_data = clientDataOf(call.params);
+    Key key = unwrapKey(rootKey(), call.key_blob, client_data);
+    require(patchLevelOf(key) <= options.patch_level, ErrorCode::INVALID_ARGUMENT);
+    if (patchLevelOf(key) == options.patch_level) {
+        return;
+    }
+    for (KeyParameter& param : key.characteristics) {
+        if (param.tag == Tag::OS_PATCHLEVEL) {
+            param.f.integer = options.patch_level;
+        }
+    }
+    answer.output = wrapKey(rootKey(), key, client_data);
+}
+
+void SoftKeymaster::State::attest(const CallRecord& call, Answer& answer) {
+    const Params& params = call.params;
+    const Key key = usableKey(call.key_blob, clientDataOf(params));
+    const PkeyPtr pair = privateKey(key);
+    const KeyParameter* request = findParam(params, TAG_GENERATE_CSR);
+    if (request != nullptr && request->f.boolValue) {
+        answer.chain = {makeCertificateRequest(pair.get())};
+        return;
+    }
+    const KeyParameter* challenge = findParam(params, Tag::ATTESTATION_CHALLENGE);
+    require(challenge != nullptr, ErrorCode::ATTESTATION_CHALLENGE_MISSING);
+    require(challenge->blob.size() <= kMaxChallengeSize, ErrorCode::INVALID_INPUT_LENGTH);
+    const KeyParameter* app_id = findParam(params, Tag::ATTESTATION_APPLICATION_ID);
+    require(app_id != nullptr, ErrorCode::ATTESTATION_APPLICATION_ID_MISSING);
+    require(!asksForDeviceIds(params), ErrorCode::CANNOT_ATTEST_IDS);
+    answer.chain = authority().certify(
+        pair.get(), encodeKeyDescription(key.characteristics, challenge->blob, app_id->blob));
+}
+
+void SoftKeymaster::State::begin(const CallRecord& call, Answer& answer) {
+    if (call.purpose == PWHW_PURPOSE_TO_KEY || call.purpose == PWHW_PURPOSE_TO_ENCRYPTED_KEY) {
+        require(call.key_blob.size() == 0, ErrorCode::INVALID_ARGUMENT);
+        answer.params = convertPassword(rootKey(), call.purpose, call.params);
+        return;
+    }
+    const Key key = usableKey(call.key_blob, clientDataOf(call.params));
+    require(hasEnum(key.characteristics, Tag::ALGORITHM, Algorithm::AES), ErrorCode::UNIMPLEMENTED);
+    require(operations.size() < options.max_operations, ErrorCode::TOO_MANY_OPERATIONS);
+    answer.handle =
+        open(std::make_unique<AesGcmOperation>(call.purpose, key, call.params, answer.params));
 }
 
 }  // namespace soft_keymaster

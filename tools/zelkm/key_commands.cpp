@@ -147,7 +147,7 @@ void attestKey(const SessionOptions& session_options, const KeyOptions& options)
     const std::string new_key_file = out_dir / kNewKeyFile;
     std::string* const new_key =
         options.key ? nullptr : &outputs.addIn(folder, kNewKeyFile, new_key_file, Access::kNewKey);
-    std::vector<keymaster_check::Bytes> chain;
+    std::vector<hidl_vec<uint8_t>> chain;
     {
         Session session(session_options, Session::Use::kKeymasterOnly);
         const hidl_vec<uint8_t> key = takeKey(session, options, existing, new_key);

@@ -187,7 +187,7 @@ struct Answer {
     std::vector<KeyParameter> params;
     uint64_t handle = 0;
     uint32_t consumed = 0;
-    std::vector<Bytes> chain;
+    std::vector<hidl_vec<uint8_t>> chain;
     KeyCharacteristics characteristics;
 
     bool ok() const { return arrived && error == ErrorCode::OK; }

@@ -26,17 +26,13 @@
 #include <utility>
 #include <vector>
 
-#include <keymaster_check/client.h>
 #include <keymaster_check/names.h>
 
-#include "keymaster_types.h"
+#include "store_keymaster.h"
 
 namespace soft_keymaster {
 
-using keymaster_check::Answer;
-using keymaster_check::Call;
 using keymaster_check::callName;
-using keymaster_check::CallRecord;
 
 // What happens to a call. Nothing by default.
 struct Fault {
@@ -122,42 +118,10 @@ class FaultKeymaster : public StoreKeymaster {
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override {
         return inner_.getHardwareInfo(cb);
     }
-    Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
-    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
-                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
-    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<uint8_t>& client_id,
-                                       const hidl_vec<uint8_t>& app_data,
-                                       getKeyCharacteristics_cb cb) override;
-    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
-                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
-                           exportKey_cb cb) override;
-    Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
-                           const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
-    Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
-                            const hidl_vec<KeyParameter>& upgrade_params,
-                            upgradeKey_cb cb) override;
-    Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
-    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
-                       const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
-                       begin_cb cb) override;
-    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
-                        const VerificationToken& verification_token, update_cb cb) override;
-    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
-                        const HardwareAuthToken& auth_token,
-                        const VerificationToken& verification_token, finish_cb cb) override;
-    Return<ErrorCode> abort(uint64_t handle) override;
+    // Records the call, and makes it with the fault that is planned for it.
+    Return<void> handle(const CallRecord& call, const Reply& reply) override;
 
   private:
-    // Records the call, and makes it with the fault that is planned for it. `reply` runs the
-    // caller's callback with an answer.
-    template <typename Reply>
-    Return<void> answer(const CallRecord& made, Reply reply);
-    // For calls that return one code and have no callback. Without transport the code is lost.
-    Return<ErrorCode> answerCode(const CallRecord& made);
-
     // The faults of one kind of call: some by number, and one for all the others.
     struct Plan {
         size_t count = 0;

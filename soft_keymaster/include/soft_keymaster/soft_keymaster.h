@@ -9,6 +9,10 @@
 // certificate requests, and the password conversion (vendor purposes 101 and 102). The rest of the
 // interface returns UNIMPLEMENTED; an EC or RSA key signs nothing but its own request.
 //
+// importKey takes AES keys, as raw bytes. upgradeKey returns an empty blob when the key is at the
+// device's patch level already. deleteKey and deleteAllKeys always return OK: the keymaster stores
+// no keys, and a blob goes on working. exportKey exports nothing.
+//
 // Key blobs hold the key and its characteristics, encrypted with the root key. Whoever uses the
 // same root key file can open them. A key made with APPLICATION_ID or APPLICATION_DATA needs the
 // same bytes at every use; without them its blob is an INVALID_KEY_BLOB. All characteristics are
@@ -25,7 +29,7 @@
 #include <memory>
 #include <string>
 
-#include "keymaster_types.h"
+#include "store_keymaster.h"
 
 namespace soft_keymaster {
 
@@ -66,49 +70,11 @@ class SoftKeymaster : public StoreKeymaster {
     void setPatchLevel(uint32_t patch_level);
 
     const VersionResult& halVersion() const override;
-    Return<void> getHardwareInfo(getHardwareInfo_cb cb) override;
     Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
-
-    Return<void> generateKey(const hidl_vec<KeyParameter>& key_params, generateKey_cb cb) override;
-    // Only of AES keys, as raw bytes; otherwise returns UNIMPLEMENTED or UNSUPPORTED_KEY_FORMAT.
-    Return<void> importKey(const hidl_vec<KeyParameter>& key_params, KeyFormat format,
-                           const hidl_vec<uint8_t>& key_data, importKey_cb cb) override;
-    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>& key_blob,
-                                       const hidl_vec<uint8_t>& client_id,
-                                       const hidl_vec<uint8_t>& app_data,
-                                       getKeyCharacteristics_cb cb) override;
-    // Returns OK with an empty blob when the key is at the device's patch level already.
-    Return<void> upgradeKey(const hidl_vec<uint8_t>& key_blob,
-                            const hidl_vec<KeyParameter>& upgrade_params,
-                            upgradeKey_cb cb) override;
-    // These two always return OK. The keymaster stores no keys, so there is nothing to
-    // delete, and a blob goes on working.
-    Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& key_blob) override;
     Return<ErrorCode> deleteAllKeys() override;
-    Return<void> attestKey(const hidl_vec<uint8_t>& key_blob,
-                           const hidl_vec<KeyParameter>& attest_params, attestKey_cb cb) override;
-
-    Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& key_blob,
-                       const hidl_vec<KeyParameter>& in_params, const HardwareAuthToken& auth_token,
-                       begin_cb cb) override;
-    Return<void> update(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                        const hidl_vec<uint8_t>& input, const HardwareAuthToken& auth_token,
-                        const VerificationToken& verification_token, update_cb cb) override;
-    Return<void> finish(uint64_t handle, const hidl_vec<KeyParameter>& in_params,
-                        const hidl_vec<uint8_t>& input, const hidl_vec<uint8_t>& signature,
-                        const HardwareAuthToken& auth_token,
-                        const VerificationToken& verification_token, finish_cb cb) override;
-    Return<ErrorCode> abort(uint64_t handle) override;
-
-    // Exports nothing. Returns UNSUPPORTED_KEY_FORMAT for an AES key, and otherwise UNIMPLEMENTED.
-    Return<void> exportKey(KeyFormat format, const hidl_vec<uint8_t>& key_blob,
-                           const hidl_vec<uint8_t>& client_id, const hidl_vec<uint8_t>& app_data,
-                           exportKey_cb cb) override;
+    Return<void> handle(const CallRecord& call, const Reply& reply) override;
 
   private:
-    Return<void> makeKey(const hidl_vec<KeyParameter>& params, const hidl_vec<uint8_t>* imported,
-                         const generateKey_cb& cb);
-
     struct State;
     std::unique_ptr<State> state_;
 };
