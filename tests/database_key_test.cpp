@@ -101,7 +101,6 @@ TEST_F(DatabaseKey, EachAnswerAndDecision) {
         return script;
     };
     const Answer fresh = answered(bytes("fresh"));
-    const Answer lost = delivered(Delivery::kLostAfter, fresh);
     const Answer too_large = refused(KM_ERROR_UNSUPPORTED_KEY_SIZE);
     Script replaces = checks(refused(ZELKM_INVALID_KEY_BLOB));
     replaces.push_back({"generateKey", fresh});
@@ -121,18 +120,18 @@ TEST_F(DatabaseKey, EachAnswerAndDecision) {
         {"damaged", use, "damaged", good, "", replaces},
         {"generation refused", generate, "", {}, "old", generates(too_large)},
         {"empty blob", generate, "", {}, "old", generates(answered({}))},
-        {"generation lost", generate, "", {}, "old", generates(lost)},
+        {"generation lost", generate, "", {}, "old", generates(lost(fresh))},
         {"no space for the key", generate, "", {}, "old", generates(fresh), "open edbk.tmp"},
         {"no space for the digest", generate, "", {}, "old", generates(fresh),
          "open edbk_digest.tmp"},
 
-        {"accepted", load, "loaded", {}, "old", checks({})},
+        {"accepted", load, "loaded", {}, "old", checks(answered())},
         {"refused", load, "loaded", {}, "old", checks(refused(ZELKM_INVALID_KEY_BLOB))},
-        {"check lost", load, "loaded", {}, "old", checks(delivered(Delivery::kLostAfter))},
+        {"check lost", load, "loaded", {}, "old", checks(lost(answered()))},
         {"upgraded", load, "loaded", {}, "old", upgrades(fresh)},
         {"upgrade refused", load, "loaded", {}, "old", upgrades(refused(ZELKM_INVALID_ARGUMENT))},
         {"upgrade empty", load, "loaded", {}, "old", upgrades(answered({}))},
-        {"upgrade lost", load, "loaded", {}, "old", upgrades(lost)},
+        {"upgrade lost", load, "loaded", {}, "old", upgrades(lost(fresh))},
         {"no space for the upgraded key", load, "loaded", {}, "old", upgrades(fresh),
          "open edbk.tmp"},
 

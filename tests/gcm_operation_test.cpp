@@ -33,16 +33,20 @@ class DatabaseEncryption : public OverFakeKeymaster {
     }
 
     static Answer begun(const Bytes& nonce) {
-        Answer answer;
+        Answer answer = answered();
         answer.params = {test::param(Tag::NONCE, nonce)};
         answer.handle = 0x700000077;
         return answer;
     }
     static Answer updated(uint32_t consumed, const std::string& output, int error = 0) {
-        return {Delivery::kWhole, error, bytes(output), {}, 0, consumed};
+        Answer answer = finished(output, error);
+        answer.consumed = consumed;
+        return answer;
     }
     static Answer finished(const std::string& output, int error = 0) {
-        return {Delivery::kWhole, error, bytes(output)};
+        Answer answer = refused(error);
+        answer.output = bytes(output);
+        return answer;
     }
 
     Code encrypt() { return convert(1, plain, cipher); }
@@ -82,7 +86,7 @@ TEST_F(DatabaseEncryption, EncryptsInOneOperationAndOffersTheRestUntilAllIsConsu
 }
 
 TEST_F(DatabaseEncryption, DecryptsWithTheNonceAndTheTagAfterTheCiphertext) {
-    km.answers["begin"] = {Answer()};
+    km.answers["begin"] = {answered()};
     km.answers["update"] = {updated(21, "PPPPP")};
     km.answers["finish"] = {finished("ignored")};
     ASSERT_EQ(0, decrypt());
@@ -126,9 +130,6 @@ TEST_F(DatabaseEncryption, CopiesOutNoMoreThanFits) {
 
 TEST_F(DatabaseEncryption, EachFailingCall) {
     using Script = std::map<std::string, std::vector<Answer>>;
-    const Answer lost = delivered(Delivery::kLostBefore);
-    const auto lostAfter = [](Answer answer) { return delivered(Delivery::kLostAfter, answer); };
-    const Answer silent = delivered(Delivery::kNoCallback);
     const Answer wrong_update = updated(5, "CCCCC", KM_ERROR_INVALID_OPERATION_HANDLE);
     const Answer wrong_finish = finished("TAGTAGTAGTAGTAG!", KM_ERROR_INVALID_INPUT_LENGTH);
     const struct {
@@ -136,23 +137,23 @@ TEST_F(DatabaseEncryption, EachFailingCall) {
         Script script;
     } cases[] = {
         // clang-format off
-        {"begin lost", {{"begin", {lost}}}},
-        {"begin refused and lost", {{"begin", {lostAfter(refused(KM_ERROR_TOO_MANY_OPERATIONS))}}}},
+        {"begin lost", {{"begin", {lost()}}}},
+        {"begin refused and lost", {{"begin", {lost(refused(KM_ERROR_TOO_MANY_OPERATIONS))}}}},
         {"begin refused", {{"begin", {refused(KM_ERROR_TOO_MANY_OPERATIONS)}}}},
         // The key is repaired once, and the call still fails.
         {"key refused", {{"begin", {refused(ZELKM_INVALID_KEY_BLOB)}}}},
-        {"begin without nonce", {{"begin", {Answer()}}}},
+        {"begin without nonce", {{"begin", {answered()}}}},
         // The library logs a lost update or finish, and keeps the answer before it.
-        {"second update lost", {{"update", {updated(2, "CC"), lost}}}},
-        {"update refused and lost", {{"update", {lostAfter(wrong_update)}}}},
-        {"finish lost", {{"finish", {lost}}}},
-        {"finish refused and lost", {{"finish", {lostAfter(wrong_finish)}}}},
+        {"second update lost", {{"update", {updated(2, "CC"), lost()}}}},
+        {"update refused and lost", {{"update", {lost(wrong_update)}}}},
+        {"finish lost", {{"finish", {lost()}}}},
+        {"finish refused and lost", {{"finish", {lost(wrong_finish)}}}},
         {"update refused", {{"update", {wrong_update}}}},
         {"update takes nothing", {{"update", {updated(0, "")}}}},
         {"second update takes nothing", {{"update", {updated(2, "C"), updated(0, "")}}}},
         {"update takes more than there is", {{"update", {updated(UINT32_MAX, "")}}}},
         {"finish refused", {{"finish", {wrong_finish}}}},
-        {"finish without callback", {{"finish", {silent}}}},
+        {"finish without callback", {{"finish", {kNoCallback}}}},
         // clang-format on
     };
     const Script good = km.answers;

@@ -27,7 +27,7 @@ TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
         {{challenge}, "attestKey key [ATTESTATION_CHALLENGE=challenge GENERATE_CSR=true]"},
         {{asked, challenge}, "attestKey key [GENERATE_CSR=false ATTESTATION_CHALLENGE=challenge]"},
     };
-    km.answers["attestKey"] = {Answer()};
+    km.answers["attestKey"] = {answered()};
     for (const auto& c : cases) {
         const std::string before = test::described(c.params);
         EXPECT_EQ(0, object->generateCSR(key, c.params, csr));
@@ -37,31 +37,31 @@ TEST_F(SigningRequest, AddsItsTagToACopyUnlessItIsThere) {
 }
 
 TEST_F(SigningRequest, EachAnswer) {
-    const struct {
-        const char* name;
-        Delivery delivery;
-        int error;
-        std::vector<Bytes> chain;
-    } cases[] = {
+    const auto with = [](std::vector<hidl_vec<uint8_t>> chain, int error = 0) {
+        Answer answer = refused(error);
+        answer.chain = std::move(chain);
+        return answer;
+    };
+    const std::pair<const char*, Answer> cases[] = {
         // clang-format off
-        {"one element", Delivery::kWhole, 0, {bytes("request")}},
-        {"one empty element", Delivery::kWhole, 0, {Bytes()}},
-        {"no element", Delivery::kWhole, 0, {}},
-        {"two elements", Delivery::kWhole, 0, {bytes("a"), bytes("b")}},
-        {"refused with an element", Delivery::kWhole, ZELKM_INVALID_KEY_BLOB, {bytes("request")}},
-        {"no callback", Delivery::kNoCallback, 0, {}},
-        {"lost before the callback", Delivery::kLostBefore, 0, {}},
-        {"lost after the callback", Delivery::kLostAfter, ZELKM_INVALID_KEY_BLOB, {}},
+        {"one element", with({bytes("request")})},
+        {"one empty element", with({Bytes()})},
+        {"no element", answered()},
+        {"two elements", with({bytes("a"), bytes("b")})},
+        {"refused with an element", with({bytes("request")}, ZELKM_INVALID_KEY_BLOB)},
+        {"no callback", kNoCallback},
+        {"lost before the callback", lost()},
+        {"lost after the callback", lost(refused(ZELKM_INVALID_KEY_BLOB))},
         // clang-format on
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        km.answers["attestKey"] = {{c.delivery, c.error, {}, {}, 0, 0, c.chain}};
+    for (const auto& [name, answer] : cases) {
+        SCOPED_TRACE(name);
+        km.answers["attestKey"] = {answer};
         csr = bytes("before");
         test::clearLog();
         km.calls.clear();
         const int result = object->generateCSR(key, {}, csr);
-        expectReported(c.name, result, {{"csr", text(csr)}});
+        expectReported(name, result, {{"csr", text(csr)}});
     }
     test::clearLog();
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, alone->generateCSR(key, {}, csr));

@@ -8,13 +8,14 @@
 #include <hardware/keymaster_defs.h>
 #include <keymaster_check/client.h>
 #include <keymaster_check/names.h>
-#include <soft_keymaster/soft_keymaster.h>
+#include <soft_keymaster/store_keymaster.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "temp_dir.h"
@@ -25,35 +26,29 @@ namespace test {
 
 using android::hardware::hidl_vec;
 using android::hardware::Return;
-using android::hardware::Status;
-using android::hardware::Void;
 using namespace android::hardware::keymaster::V4_0;
+using keymaster_check::Answer;
+using keymaster_check::Call;
+using keymaster_check::CallRecord;
 using keymaster_check::param;
 
-// How an answer reaches the library. The callback may never run although the call succeeds, and the
-// call may fail before or after the callback.
-enum class Delivery { kWhole, kNoCallback, kLostBefore, kLostAfter };
-
-struct Answer {
-    Delivery delivery = Delivery::kWhole;
-    int error = 0;
-    Bytes output = {};                      // a key blob, or the output of an operation
-    std::vector<KeyParameter> params = {};  // begin
-    uint64_t handle = 0;                    // begin
-    uint32_t consumed = 0;                  // update
-    std::vector<Bytes> chain = {};          // attestKey
-};
-
+// What a script is made of. The callback may never run although the call succeeds, and the call may
+// fail before or after the callback.
 inline Answer refused(int error) {
-    return {Delivery::kWhole, error};
-}
-inline Answer answered(Bytes output) {
-    return {Delivery::kWhole, 0, std::move(output)};
-}
-inline Answer delivered(Delivery delivery, Answer answer = {}) {
-    answer.delivery = delivery;
+    Answer answer;
+    answer.take(ErrorCode(error));
     return answer;
 }
+inline Answer answered(Bytes output = {}) {
+    Answer answer = refused(0);
+    answer.output = std::move(output);
+    return answer;
+}
+inline Answer lost(Answer answer = {}) {
+    answer.transport = false;
+    return answer;
+}
+inline const Answer kNoCallback = {};
 
 inline std::string hexadecimal(uint64_t value) {
     char text[24];
@@ -74,15 +69,14 @@ inline std::string nameOf(KeyPurpose purpose) {
 // "TAG=value", for readable comparisons.
 inline std::string described(const KeyParameter& param) {
     const std::string name = keymaster_check::describeTag(param.tag) + "=";
-    const uint32_t type = static_cast<uint32_t>(param.tag) >> 28;
-    if (type == 7) {
-        return name + (param.f.boolValue ? "true" : "false");
-    }
-    if (type == 8 || type == 9) {
+    if (keymaster_check::hasBytes(param.tag)) {
         return name + std::string(param.blob.begin(), param.blob.end());
     }
-    const bool wide = type == 5 || type == 6 || type == 10;
-    return name + hexadecimal(wide ? param.f.longInteger : param.f.integer);
+    const uint64_t value = keymaster_check::numberOf(param);
+    if (keymaster_check::typeOf(param.tag) == TagType::BOOL) {
+        return name + (value != 0 ? "true" : "false");
+    }
+    return name + hexadecimal(value);
 }
 
 inline std::string described(const hidl_vec<KeyParameter>& params) {
@@ -93,16 +87,11 @@ inline std::string described(const hidl_vec<KeyParameter>& params) {
     return "[" + result + "]";
 }
 
-// The software keymaster handles the calls that the library does not make. This is no
-// FaultKeymaster, whose records are copies: tests ask where the arguments lie, since secrets must
-// not be copied, and whether tokens are empty.
-class FakeKeymaster : public soft_keymaster::SoftKeymaster {
-    using Blob = hidl_vec<uint8_t>;
-    using Params = hidl_vec<KeyParameter>;
-    using AuthToken = HardwareAuthToken;
-
+// This is no FaultKeymaster, whose records are copies: tests ask where the arguments lie, since
+// secrets must not be copied.
+class FakeKeymaster : public soft_keymaster::StoreKeymaster {
   public:
-    FakeKeymaster() : SoftKeymaster(Options()) {}
+    FakeKeymaster() : StoreKeymaster("fake", "fake") {}
 
     // The answers to each call, by its name, in order. The last one is given again and again. A
     // call without answers is refused as UNIMPLEMENTED.
@@ -114,80 +103,57 @@ class FakeKeymaster : public soft_keymaster::SoftKeymaster {
     std::vector<std::string> calls;
     std::set<const uint8_t*> seen;  // the addresses of keys and of parameters' bytes
 
-    Return<void> generateKey(const Params& params, generateKey_cb cb) override {
-        return reply("generateKey", " " + list(params), [&](const Answer& a) {
-            cb(ErrorCode(a.error), a.output, KeyCharacteristics());
-        });
-    }
-    Return<void> getKeyCharacteristics(const Blob& blob, const Blob& client, const Blob& data,
-                                       getKeyCharacteristics_cb cb) override {
-        return reply("getKeyCharacteristics", key(blob) + empty(client) + empty(data),
-                     [&](const Answer& a) { cb(ErrorCode(a.error), KeyCharacteristics()); });
-    }
-    Return<void> upgradeKey(const Blob& blob, const Params& params, upgradeKey_cb cb) override {
-        return reply("upgradeKey", key(blob) + " " + list(params),
-                     [&](const Answer& a) { cb(ErrorCode(a.error), a.output); });
-    }
-    Return<void> attestKey(const Blob& blob, const Params& params, attestKey_cb cb) override {
-        return reply("attestKey", key(blob) + " " + list(params), [&](const Answer& a) {
-            cb(ErrorCode(a.error), std::vector<Blob>(a.chain.begin(), a.chain.end()));
-        });
-    }
-    Return<void> begin(KeyPurpose purpose, const Blob& blob, const Params& params,
-                       const AuthToken& token, begin_cb cb) override {
-        return reply("begin", " " + nameOf(purpose) + key(blob) + " " + list(params) + empty(token),
-                     [&](const Answer& a) { cb(ErrorCode(a.error), a.params, a.handle); });
-    }
-    Return<void> update(uint64_t handle, const Params& params, const Blob& input,
-                        const AuthToken& token, const VerificationToken& verification,
-                        update_cb cb) override {
-        return reply(
-            "update",
-            " " + hexadecimal(handle) + " " + list(params) + " " +
-                std::string(input.begin(), input.end()) + empty(token) + empty(verification),
-            [&](const Answer& a) { cb(ErrorCode(a.error), a.consumed, Params(), a.output); });
-    }
-    Return<void> finish(uint64_t handle, const Params& params, const Blob& input,
-                        const Blob& signature, const AuthToken& token,
-                        const VerificationToken& verification, finish_cb cb) override {
-        return reply("finish",
-                     " " + hexadecimal(handle) + " " + list(params) + empty(input) +
-                         empty(signature) + empty(token) + empty(verification),
-                     [&](const Answer& a) { cb(ErrorCode(a.error), Params(), a.output); });
-    }
+    const VersionResult& halVersion() const override { return version_; }
 
-  private:
-    std::string key(const Blob& blob) {
-        seen.insert(blob.data());
-        return " " + std::string(blob.begin(), blob.end());
-    }
-    std::string list(const Params& params) {
-        for (const KeyParameter& param : params) {
-            seen.insert(param.blob.data());
-        }
-        return described(params);
-    }
-    static std::string empty(const Blob& blob) { return blob.size() == 0 ? "" : "!"; }
-    template <typename Token>
-    static std::string empty(const Token& t) {
-        return t.challenge == 0 && t.timestamp == 0 ? empty(t.mac) : "!";
-    }
-
-    template <typename Callback>
-    Return<void> reply(const std::string& name, const std::string& arguments, Callback callback) {
-        calls.push_back(name + arguments);
-        std::vector<Answer>& script = answers[name];
+    Return<void> handle(const CallRecord& call, const Reply& reply) override {
+        calls.push_back(noted(call));
+        std::vector<Answer>& script = answers[callName(call.call)];
         const Answer answer = script.empty() ? refused(KM_ERROR_UNIMPLEMENTED) : script.front();
         if (script.size() > 1) {
             script.erase(script.begin());
         }
-        if (answer.delivery == Delivery::kWhole || answer.delivery == Delivery::kLostAfter) {
-            callback(answer);
+        if (answer.arrived) {
+            reply(answer);
         }
-        const bool lost =
-            answer.delivery == Delivery::kLostBefore || answer.delivery == Delivery::kLostAfter;
-        return lost ? Return<void>(Status::fromStatusT(android::DEAD_OBJECT)) : Void();
+        return answer.transport ? Return<void>() : soft_keymaster::transportFailure();
     }
+
+  private:
+    std::string noted(const CallRecord& call) {
+        const bool in_operation = call.call == Call::kUpdate || call.call == Call::kFinish;
+        std::string text = callName(call.call);
+        if (call.call == Call::kBegin) {
+            text += " " + nameOf(call.purpose);
+        }
+        if (in_operation) {
+            text += " " + hexadecimal(call.handle);
+        } else if (call.call != Call::kGenerateKey) {
+            seen.insert(call.key_blob.data());
+            text += " " + std::string(call.key_blob.begin(), call.key_blob.end());
+        }
+        if (call.call != Call::kGetKeyCharacteristics) {
+            for (const KeyParameter& param : call.params) {
+                seen.insert(param.blob.data());
+            }
+            text += " " + described(call.params);
+        }
+        if (call.call == Call::kUpdate) {
+            text += " " + std::string(call.input.begin(), call.input.end());
+        }
+        return text + (restIsEmpty(call) ? "" : "!");
+    }
+
+    static bool restIsEmpty(const CallRecord& call) {
+        const size_t bytes = call.client_id.size() + call.client_data.size() +
+                             call.signature.size() + call.auth_token.mac.size() +
+                             call.verification.mac.size() +
+                             (call.call == Call::kUpdate ? 0 : call.input.size());
+        return bytes + call.auth_token.challenge + call.auth_token.timestamp +
+                   call.verification.challenge + call.verification.timestamp ==
+               0;
+    }
+
+    const VersionResult version_ = {};
 };
 
 }  // namespace test
