@@ -22,18 +22,6 @@ struct CheckOptions {
     size_t largest_store = 1000000;  // bytes
 };
 
-// Lets `use` have this keymaster with a fault, as after a start.
-template <typename Use>
-void withFault(soft_keymaster::SoftKeymaster& sound, const std::string& name, Use use) {
-    soft_keymaster::FaultKeymaster keymaster(sound);
-    for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
-        if (name == fault.name) {
-            fault.apply(keymaster);
-        }
-    }
-    use(keymaster);
-}
-
 // Checks a keymaster with a root key of its own in memory: first all of it, and then a saved key
 // after an upgrade of the system. No store is touched. Returns the exit status.
 int checkKeymaster(const SessionOptions&, const CheckOptions& options) {
@@ -44,6 +32,15 @@ int checkKeymaster(const SessionOptions&, const CheckOptions& options) {
     const keymaster_check::StopSignals signals;
     const soft_keymaster::SoftKeymaster::Options soft;
     soft_keymaster::SoftKeymaster sound(soft);
+    soft_keymaster::FaultKeymaster keymaster(sound);
+    const auto start = [&] {
+        keymaster.reset();
+        for (const soft_keymaster::NamedFault& fault : soft_keymaster::namedFaults()) {
+            if (options.fault == fault.name) {
+                fault.apply(keymaster);
+            }
+        }
+    };
 
     keymaster_check::Options check;
     check.largest_store = options.largest_store;
@@ -53,22 +50,17 @@ int checkKeymaster(const SessionOptions&, const CheckOptions& options) {
             std::cout << keymaster_check::inText(finding) << std::flush;
         };
     }
-    std::vector<keymaster_check::Finding> findings;
-    std::string name;
-    std::string saved;
+    start();
+    const std::string name = keymaster_check::describe(keymaster);
+    std::vector<keymaster_check::Finding> findings =
+        keymaster_check::checkKeymaster(keymaster, check);
+    start();
     std::string failure;
-    withFault(sound, options.fault, [&](keymaster_check::Handle& keymaster) {
-        name = keymaster_check::describe(keymaster);
-        findings = keymaster_check::checkKeymaster(keymaster, check);
-    });
-    withFault(sound, options.fault, [&](keymaster_check::Handle& keymaster) {
-        saved = keymaster_check::saveKey(keymaster, &failure, check);
-    });
-    sound.setPatchLevel(soft.patch_level + 1);  // the system is upgraded, and starts again
-    withFault(sound, options.fault, [&](keymaster_check::Handle& keymaster) {
-        const auto later = keymaster_check::verifyKey(keymaster, saved, check);
-        findings.insert(findings.end(), later.begin(), later.end());
-    });
+    const std::string saved = keymaster_check::saveKey(keymaster, &failure, check);
+    sound.setPatchLevel(soft.patch_level + 1);  // the system is upgraded
+    start();
+    const auto later = keymaster_check::verifyKey(keymaster, saved, check);
+    findings.insert(findings.end(), later.begin(), later.end());
     std::cout << (options.json ? keymaster_check::inJson(name, findings)
                                : keymaster_check::summary(findings));
     const int caught = keymaster_check::StopSignals::caught();
