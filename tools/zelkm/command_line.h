@@ -22,10 +22,6 @@ using Define = void(CLI::App& app, const SessionOptions& session);
 Define defineAdd, defineList, defineShow, defineWho, defineAliases, defineSet, defineRemove,
     defineImport, defineExport, defineQuery, defineInfo, defineDoctor, defineExplain, defineCsr,
     defineAttest, defineVerifyChain, definePassword, defineCheck;
-Define defineHelp;  // and the hidden command that makes the manual page
-
-// How helps look. Commands take it from the program when they are added to it.
-std::shared_ptr<CLI::FormatterBase> helpFormatter();
 
 // Adds a command that runs `action` with its options, which live as long as the command. The action
 // returns nothing, or an exit status after what it has printed.
