@@ -6,18 +6,17 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <iostream>
 
+#include "bytes.h"
 #include "command_line.h"
 #include "doctor_report.h"
 #include "failure.h"
 #include "files.h"
 #include "store_names.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {

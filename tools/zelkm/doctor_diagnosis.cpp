@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "bytes.h"
-#include "disguise.h"
 #include "doctor_report.h"
 #include "failure.h"
 #include "store_names.h"
@@ -54,7 +53,7 @@ class StoreDoctor {
 
     Diagnosis run() {
         const std::string chosen = chooseStore();
-        opening_ = chosen.empty() ? "" : reading(chosen).key;
+        opening_ = reading(chosen).key;
         judgeStore();
         judgeKey();
         judgeDigest();
@@ -72,14 +71,18 @@ class StoreDoctor {
 
   private:
     bool has(const std::string& name) const { return files_.count(name) != 0; }
-    std::string contentOf(const std::string& name) const {
-        return has(name) ? files_.at(name) : std::string();
+    const std::string& contentOf(const std::string& name) const {
+        static const std::string none;
+        return has(name) ? files_.at(name) : none;
     }
     const StoreReading& reading(const std::string& name) const {
-        return diagnosis_.readings.at(name);
+        static const StoreReading missing = {StoreReading::kMissing, "", ""};
+        return has(name) ? diagnosis_.readings.at(name) : missing;
     }
     void add(const std::string& finding, const std::string& file, const std::string& proof) {
-        diagnosis_.findings.push_back({finding, file, proof});
+        if (!finding.empty()) {
+            diagnosis_.findings.push_back({finding, file, proof});
+        }
     }
     void replace(const std::string& file, const std::string& content, const std::string& why) {
         diagnosis_.changes.push_back({file, content, why});
@@ -90,57 +93,50 @@ class StoreDoctor {
         }
     }
 
-    // Whether this version may take the place of one that cannot be read. One that was not tried
-    // may do so if nothing speaks against it, and if the file that it replaces is of no use at all.
-    bool canStandIn(const std::string& name, bool untried_too) const {
-        return has(name) && (reading(name).reads() || (untried_too && reading(name).looksWhole()));
-    }
-
     // Names the version to use; empty when that cannot be decided. No other version takes the place
     // of one that may be good.
     std::string chooseStore() const {
-        const auto isIn = [this](const std::string& name, StoreReading::State state) {
-            return has(name) && reading(name).state == state;
-        };
-        if (isIn(kStore, StoreReading::kReads)) {
+        const StoreReading& store = reading(kStore);
+        const StoreReading& temporary = reading(kTemporary);
+        const bool is_dead = !has(kStore) || store.state == StoreReading::kDead;
+        if (store.reads()) {
             return kStore;
         }
-        const bool is_dead = !has(kStore) || isIn(kStore, StoreReading::kDead);
-        if (elsewhere_ || (!is_dead && !isIn(kStore, StoreReading::kRefused))) {
+        if (elsewhere_ || (!is_dead && store.state != StoreReading::kRefused)) {
             return "";
         }
-        if (canStandIn(kTemporary, is_dead)) {
+        // A version that was not tried takes its place if nothing speaks against it, and if the
+        // file that it replaces is of no use at all.
+        if (temporary.reads() || (is_dead && temporary.looksWhole())) {
             return kTemporary;
         }
-        if (isIn(kTemporary, StoreReading::kNotTried) ||
-            isIn(kTemporary, StoreReading::kDisguised)) {
+        if (temporary.state == StoreReading::kNotTried ||
+            temporary.state == StoreReading::kDisguised) {
             return "";
         }
         // When only a backup is left, somebody may have removed the store on purpose.
-        return canStandIn(kBackup, is_dead && (has(kStore) || has(kTemporary))) ? kBackup : "";
+        const bool is_alone = !has(kStore) && !has(kTemporary);
+        const StoreReading& backup = reading(kBackup);
+        return backup.reads() || (is_dead && !is_alone && backup.looksWhole()) ? kBackup : "";
     }
 
     void judgeStore() {
+        const StoreReading& store = reading(kStore);
+        const StoreReading& temporary = reading(kTemporary);
+        const StoreReading& backup = reading(kBackup);
+        const bool is_forged =
+            store.finding == "store-plaintext" && (!backup.key.empty() || backup.looksWhole());
         if (has(kStore)) {
-            const StoreReading& r = reading(kStore);
-            const bool is_forged =
-                r.finding == "store-plaintext" && has(kBackup) && isEncrypted(kBackup);
-            if (!r.finding.empty()) {
-                add(is_forged ? "plaintext-beside-encrypted" : r.finding, kStore, r.words);
-            }
-        } else if (has(kTemporary) &&
-                   (reading(kTemporary).reads() || reading(kTemporary).looksWhole())) {
-            add("replacement-interrupted", kTemporary, reading(kTemporary).words);
-        } else if (has(kTemporary) || has(kBackup)) {
-            const std::string& left = has(kTemporary) ? kTemporary : kBackup;
-            add("store-missing", kStore, left + " " + reading(left).words);
+            add(is_forged ? "plaintext-beside-encrypted" : store.finding, kStore, store.words);
+        } else if (temporary.reads() || temporary.looksWhole()) {
+            add("replacement-interrupted", kTemporary, temporary.words);
+        } else if (has(kTemporary)) {
+            add("store-missing", kStore, kTemporary + " " + temporary.words);
+        } else if (has(kBackup)) {
+            add("store-missing", kStore, kBackup + " " + backup.words);
         } else {
             add("no-store", "", "there is no such file");
         }
-    }
-
-    bool isEncrypted(const std::string& name) const {
-        return !reading(name).key.empty() || reading(name).looksWhole();
     }
 
     void judgeVersions(const std::string& chosen) {
@@ -151,9 +147,6 @@ class StoreDoctor {
             if (chosen == kStore || (is_partial && reading(kStore).looksWhole())) {
                 remove(kTemporary, "not completed");
             }
-        }
-        if (!has(kBackup)) {
-            return;
         }
         const StoreReading& r = reading(kBackup);
         if (r.finding == "disguised" || r.finding == "store-plaintext") {
@@ -191,15 +184,15 @@ class StoreDoctor {
 
     void judgeKey() {
         const bool is_missing = isBlank(contentOf(kKey));
-        if (!opening_.empty() && opening_ != kKey) {
-            add(is_missing ? "key-missing" : "key-displaced", kKey, opening_ + " opens the store");
-            replace(kKey, contentOf(opening_), "from " + opening_);
-        } else if (opening_.empty() && is_missing && !by_digest_.empty()) {
-            add("key-missing", kKey, kDigest + " is the digest of " + by_digest_);
-            replace(kKey, contentOf(by_digest_), "from " + by_digest_);
-        } else if (opening_.empty() && is_missing && needsKey()) {
+        const std::string right = opening_.empty() && is_missing ? by_digest_ : opening_;
+        if (!right.empty() && (is_missing || right != kKey)) {
+            add(is_missing ? "key-missing" : "key-displaced", kKey,
+                opening_.empty() ? kDigest + " is the digest of " + right
+                                 : right + " opens the store");
+            replace(kKey, contentOf(right), "from " + right);
+        } else if (right.empty() && is_missing && needsKey()) {
             add("key-missing", kKey, has(kKey) ? "is empty or zeros" : "there is no such file");
-        } else if (opening_.empty() && !is_missing && trials_->canDecrypt() &&
+        } else if (right.empty() && !is_missing && trials_->canDecrypt() &&
                    trials_->keyStatus(contentOf(kKey)) != ZELKM_OK) {
             add("key-not-accepted", kKey, resultText(trials_->keyStatus(contentOf(kKey))));
         }
@@ -314,21 +307,24 @@ bool isIn(const std::vector<std::string>& names, const std::string& name) {
 // What is odd about a file of the library or of this tool, but for its content.
 std::optional<Finding> lookAt(const std::string& name, const FileEvidence& file) {
     const mode_t mode = file.status.st_mode;
+    const auto size = static_cast<uint64_t>(file.status.st_size);
     const std::string writers = otherWriters(file.status);
-    if (!S_ISREG(mode)) {
-        return Finding{"not-a-file", name, std::string("is ") + kindOf(file.status)};
-    }
-    if (static_cast<uint64_t>(file.status.st_size) > kMaxFileLen) {
-        return Finding{"too-large", name, std::to_string(file.status.st_size) + " bytes"};
-    }
-    if (!file.problem.empty()) {
-        return Finding{"unreadable", name, file.problem};
-    }
-    if (!writers.empty()) {
-        return Finding{"writable-by-others", name, "its mode: " + writers};
-    }
-    if ((mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 && !isErrorFile(name)) {
-        return Finding{"readable-by-others", name, "its mode"};
+    const bool is_open = (mode & (S_IRGRP | S_IROTH | S_IWGRP)) != 0 && !isErrorFile(name);
+    const struct {
+        bool is_so;
+        const char* finding;
+        std::string proof;
+    } oddities[] = {
+        {!S_ISREG(mode), "not-a-file", std::string("is ") + kindOf(file.status)},
+        {size > kMaxFileLen, "too-large", std::to_string(size) + " bytes"},
+        {!file.problem.empty(), "unreadable", file.problem},
+        {!writers.empty(), "writable-by-others", "its mode: " + writers},
+        {is_open, "readable-by-others", "its mode"},
+    };
+    for (const auto& [is_so, finding, proof] : oddities) {
+        if (is_so) {
+            return Finding{finding, name, proof};
+        }
     }
     return std::nullopt;
 }

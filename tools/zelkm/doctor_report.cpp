@@ -10,11 +10,10 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <stdexcept>
-#include <utility>
 
+#include "bytes.h"
 #include "messages.h"
 #include "store_names.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {

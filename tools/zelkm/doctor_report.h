@@ -7,18 +7,86 @@
 
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "doctor_evidence.h"
+#include "directory.h"
 #include "key_trial.h"
 
 namespace zelkm_tool {
+
+struct Disguise {
+    std::string words = {};    // e.g. "is base64: base64 -d"; empty for none
+    bool may_hold_it = false;  // it holds what it should be, or is an archive
+};
+
+// What these bytes are if they were encoded or packed on their way. `is_right` tells what they
+// should be.
+using IsRight = std::function<bool(std::string_view)>;
+Disguise disguiseOf(std::string_view bytes, const IsRight& is_right);
+
+// The container that the first bytes of a file show, e.g. "is gzip: gzip -dc"; none for others.
+Disguise containerOf(std::string_view bytes);
+
+// Whether it is text that people can read.
+bool isText(std::string_view bytes);
+
+// What a repair makes: files that it did not finish, and folders with copies.
+inline constexpr char kLeftoverSuffix[] = ".doctor";
+inline constexpr char kCopiesPrefix[] = "doctor-";
+
+// The contents of the files of the store, the key and the digest, with their backups and temporary
+// files, by name. Files that do not exist are left out.
+using StoreFiles = std::map<std::string, std::string>;
+
+struct FileEvidence {
+    struct stat status;
+    std::optional<std::string> content;  // of a regular file that could be read
+    std::string problem;                 // why such a file could not be read
+    std::string about;                   // what it is, as far as that shows without a key
+    bool may_hold_store = false;         // it is a store, or an archive, or was encoded
+
+    // Whether this is a regular file of a size that is read, and could not be read.
+    bool isUnreadable() const {
+        return S_ISREG(status.st_mode) && !problem.empty() &&
+               static_cast<uint64_t>(status.st_size) <= kMaxFileLen;
+    }
+};
+
+struct Evidence {
+    std::string path;
+    struct stat directory;
+    bool writable;  // for the owner of the directory
+    // Everything that is in the directory and one level below, by name ("folder/name").
+    std::map<std::string, FileEvidence> files;
+
+    StoreFiles storeFiles() const;
+
+    // The content of this file; null when it is not there or was not read.
+    const std::string* content(const std::string& name) const;
+
+    // The name of a file of the store or its key that exists but could not be read; empty for none.
+    std::string unread() const;
+};
+
+// Throws Refused when the directory cannot be read. A file that cannot be read is evidence.
+Evidence collectEvidence(const Directory& directory);
+
+// Whether these are the bytes of an encrypted or plaintext store that is complete by its header.
+bool looksLikeStore(std::string_view bytes);
+
+// Whether there is nothing but zeros, or nothing at all.
+bool isBlank(std::string_view bytes);
+
+// The key file whose SHA-256 the digest file holds; empty when there is none.
+std::string keyOfDigest(const StoreFiles& files);
 
 // What the doctor can find. The names, and what they mean, stand in docs/doctor.md.
 enum class Severity {
@@ -51,6 +119,7 @@ using NamedKeys = std::vector<std::pair<std::string, std::string>>;
 
 struct StoreReading {
     enum State {
+        kMissing,    // there is no such file
         kReads,      // it can be read: see `image`
         kNotTried,   // it may be whole, and no key could be tried on it
         kDead,       // whatever the key is, and whatever the header should be: it cannot be read

@@ -4,7 +4,6 @@
 #include "doctor_report.h"
 
 #include "bytes.h"
-#include "disguise.h"
 #include "failure.h"
 #include "store_file.h"
 

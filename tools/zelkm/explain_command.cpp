@@ -11,12 +11,12 @@
 #include <set>
 #include <utility>
 
+#include "bytes.h"
 #include "command_line.h"
-#include "disguise.h"
+#include "doctor_report.h"
 #include "failure.h"
 #include "files.h"
 #include "log_reader.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
@@ -51,20 +51,6 @@ Json withReasons(Json json, const FoundMessage& found) {
     json["cause"] = passes_on ? code->cause : message.cause;
     json["advice"] = passes_on ? code->advice : message.advice;
     return json;
-}
-
-void printCode(const ResultCode& result, bool json) {
-    const Json object = {{"code", result.code},
-                         {"name", result.name},
-                         {"meaning", result.meaning},
-                         {"cause", result.cause},
-                         {"advice", result.advice}};
-    if (json) {
-        std::cout << object.dump(2) << '\n';
-    } else {
-        std::cout << result.nameAndMeaning() << '\n';
-        printReasons(object);
-    }
 }
 
 bool isNumber(const std::string& text) {
@@ -157,7 +143,15 @@ void explain(const SessionOptions&, const ExplainOptions& options) {
     const bool one = options.what.size() == 1;
     for (const std::string& code : {what, '-' + what}) {  // 49 stands for -49
         if (const ResultCode* result = one ? findResultCode(code) : nullptr) {
-            printCode(*result, options.json);
+            const Json json = {{"code", result->code},
+                               {"name", result->name},
+                               {"meaning", result->meaning},
+                               {"cause", result->cause},
+                               {"advice", result->advice}};
+            std::cout << (options.json ? json.dump(2) : result->nameAndMeaning()) << '\n';
+            if (!options.json) {
+                printReasons(json);
+            }
             return;
         }
     }
