@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <map>
 
 #include "failure.h"
 
@@ -111,16 +110,15 @@ bool Character::isShown() const {
 
 namespace {
 
-// Characters that a terminal shows stay, but for those with a text of their own. All other bytes
-// become \xNN.
-std::string shown(std::string_view bytes, const std::map<std::string_view, std::string_view>& own) {
+// Characters that a terminal shows stay, and one has a text of its own. All other bytes become
+// \xNN.
+std::string shown(std::string_view bytes, char own, std::string_view own_text) {
     std::string text;
     while (!bytes.empty()) {
         const Character character = firstCharacter(bytes);
         const size_t len = character.isShown() ? character.len : 1;
-        const auto found = own.find(bytes.substr(0, len));
-        if (found != own.end()) {
-            text += found->second;
+        if (bytes[0] == own) {
+            text += own_text;
         } else if (character.isShown()) {
             text += bytes.substr(0, len);
         } else {
@@ -134,11 +132,11 @@ std::string shown(std::string_view bytes, const std::map<std::string_view, std::
 }  // namespace
 
 std::string escape(std::string_view bytes) {
-    return shown(bytes, {{"\\", "\\\\"}, {"\n", "\\x0a"}});
+    return shown(bytes, '\\', "\\\\");
 }
 
 std::string printable(std::string_view text) {
-    return shown(text, {{"\n", "\n"}});
+    return shown(text, '\n', "\n");
 }
 
 bool isUtf8(std::string_view text) {

@@ -21,7 +21,6 @@
 #include "files.h"
 #include "openssl_handles.h"
 #include "output.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {
@@ -35,11 +34,6 @@ using zelkm::X509Ptr;
 using zelkm::X509StoreCtxPtr;
 using zelkm::X509StorePtr;
 using BioPtr = std::unique_ptr<BIO, OpenSslDeleter<BIO_free>>;
-
-struct StackFreer {  // leaves the certificates to their owners
-    void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
-};
-using StackPtr = std::unique_ptr<STACK_OF(X509), StackFreer>;
 
 struct OpenSslFree {
     void operator()(unsigned char* data) const { OPENSSL_free(data); }
@@ -143,8 +137,9 @@ int acceptAnyDate(int ok, X509_STORE_CTX* context) {
 
 // The reason why the path that begins at `first` does not verify; empty when it verifies.
 std::string pathProblem(const Chain& chain, size_t first) {
-    const StackPtr untrusted(sk_X509_new_null());
+    const zelkm::X509StackPtr untrusted(sk_X509_new_null());
     for (size_t i = first + 1; i < chain.size(); ++i) {
+        X509_up_ref(chain[i].certificate.get());
         sk_X509_push(untrusted.get(), chain[i].certificate.get());
     }
     const X509StorePtr store(X509_STORE_new());

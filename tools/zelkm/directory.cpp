@@ -16,6 +16,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -23,7 +24,6 @@
 
 #include "bytes.h"
 #include "failure.h"
-#include "files.h"
 
 namespace zelkm_tool {
 namespace {
@@ -86,20 +86,13 @@ std::string holderOf(const Directory& directory) {
 }  // namespace
 
 const char* kindOf(const struct stat& status) {
-    switch (status.st_mode & S_IFMT) {
-        case S_IFREG:
-            return "a regular file";
-        case S_IFDIR:
-            return "a directory";
-        case S_IFLNK:
-            return "a link";
-        case S_IFIFO:
-            return "a FIFO";
-        case S_IFSOCK:
-            return "a socket";
-        default:
-            return "a device";
-    }
+    static const std::map<mode_t, const char*> kinds = {{S_IFREG, "a regular file"},
+                                                        {S_IFDIR, "a directory"},
+                                                        {S_IFLNK, "a link"},
+                                                        {S_IFIFO, "a FIFO"},
+                                                        {S_IFSOCK, "a socket"}};
+    const auto found = kinds.find(status.st_mode & S_IFMT);
+    return found != kinds.end() ? found->second : "a device";
 }
 
 Descriptor openFolder(const std::string& path) {

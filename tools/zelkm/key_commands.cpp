@@ -26,7 +26,6 @@
 #include "failure.h"
 #include "files.h"
 #include "session.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {

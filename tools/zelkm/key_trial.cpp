@@ -5,6 +5,7 @@
 
 #include <android/log.h>
 #include <keymaster_check/client.h>
+#include <keymaster_params.h>
 #include <velt_secure_db.h>
 
 #include <limits>
@@ -20,11 +21,11 @@
 namespace zelkm_tool {
 namespace {
 
-using namespace android::hardware::keymaster::V4_0;
 using keymaster_check::Answer;
 using keymaster_check::call;
 using keymaster_check::Call;
-using keymaster_check::param;
+using keymaster_check::CallRecord;
+using keymaster_check::KeyPurpose;
 
 struct Context {
     soft_keymaster::SoftKeymaster* keymaster;  // null when no key is usable
@@ -39,23 +40,16 @@ int decryptForEngine(void* context, unsigned, unsigned char* plain, unsigned cha
     if (with->keymaster == nullptr) {
         return with->trial.keymaster;
     }
-    using keymaster_check::Bytes;
-    std::vector<KeyParameter> params = keymaster_check::gcmParams();
-    params.push_back(param(Tag::NONCE, Bytes(iv, iv + SDB_IV_LEN)));
-    const std::vector<KeyParameter> magic = {
-        param(Tag::ASSOCIATED_DATA, Bytes(aad, aad + aad_len))};
-    Bytes input(cipher, cipher + len);
+    const keymaster_check::Params params = zelkm::gcmBeginParameters(iv);
+    const keymaster_check::Params magic = zelkm::associatedDataParameters(aad, aad_len);
+    keymaster_check::Bytes input(cipher, cipher + len);
     input.insert(input.end(), tag, tag + SDB_TAG_LEN);
-
-    soft_keymaster::SoftKeymaster& keymaster = *with->keymaster;
-    const Answer begun =
-        call(keymaster, {Call::kBegin, toVec(with->key), params, KeyPurpose::DECRYPT});
-    const Answer updated =
-        !begun.ok() ? begun : call(keymaster, {Call::kUpdate, {}, magic, {}, begun.handle, input});
-    const Answer finished =
-        !updated.ok() ? updated : call(keymaster, {Call::kFinish, {}, {}, {}, begun.handle});
+    const CallRecord begin = {Call::kBegin, toVec(with->key), params, KeyPurpose::DECRYPT};
+    const Answer begun = call(*with->keymaster, begin);
+    const CallRecord finish = {Call::kFinish, {}, magic, {}, begun.handle, input};
+    const Answer finished = begun.ok() ? call(*with->keymaster, finish) : begun;
     if (finished.ok()) {
-        with->trial.payload = toBytes(updated.output) + toBytes(finished.output);
+        with->trial.payload = toBytes(finished.output);
         with->trial.payload.copy(reinterpret_cast<char*>(plain), len);
     }
     with->trial.keymaster = static_cast<int>(finished.error);

@@ -3,7 +3,6 @@
 
 #include "log_reader.h"
 
-#include <algorithm>
 #include <regex>
 
 #include "bytes.h"

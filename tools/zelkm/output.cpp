@@ -18,7 +18,6 @@
 #include <sstream>
 
 #include "bytes.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {

@@ -8,12 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "bytes.h"
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
 #include "store_access.h"
 #include "store_file.h"
-#include "store_values.h"
 
 namespace zelkm_tool {
 namespace {

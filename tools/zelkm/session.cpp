@@ -11,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -19,7 +18,6 @@
 #include "failure.h"
 #include "files.h"
 #include "key_trial.h"
-#include "store_file.h"
 
 namespace zelkm_tool {
 namespace {

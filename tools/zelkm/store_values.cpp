@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <limits>
 
-#include "bytes.h"
 #include "failure.h"
 
 namespace zelkm_tool {
