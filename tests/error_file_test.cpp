@@ -85,6 +85,26 @@ TEST_F(ErrorFile, HoldsTheObjectsErrorsAndWarningsOncePerSetUp) {
         written);
 }
 
+TEST_F(ErrorFile, RollsOverBeyond10000Bytes) {
+    for (const size_t full : {10000u, 10001u}) {
+        inChild([full] {
+            const auto write = [](size_t len) {
+                log_to_file('E', nullptr, 1, "%s", std::string(len, 'x').c_str());
+                return std::filesystem::file_size(kErrorFile);
+            };
+            construct();
+            size_t size = write(0);
+            const size_t line = size - 3;  // one without text; 3 bytes are the byte order mark
+            while (size != full) {
+                size = write((full - size > 1100 ? 500 : full - size) - line);
+            }
+            write(0);
+            EXPECT_EQ(full > 10000, std::filesystem::exists("zelko_err.1.txt"));
+        });
+        std::filesystem::remove(kErrorFile);
+    }
+}
+
 TEST_F(ErrorFile, CutsTextsAndRollsOver) {
     inChild([] {
         construct();

@@ -302,7 +302,7 @@ class ZelkmDoctor : public DamagedStore {
         expectNothingLost(without);
     }
 
-    const KeptReports reports_{ZELKM_TEST_DATA_DIR "/doctor_reports.txt"};
+    static inline const KeptReports reports_{ZELKM_TEST_DATA_DIR "/doctor_reports.txt"};
     std::set<std::string> found_;
     std::map<std::pair<std::string, Command>, Run> runs_;
 };

@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Reports that are compared, word for word, with those of a file in tests/data. There, each stands
-// after a line "== NAME". To write such a file anew, name an empty one in ZELKM_WRITE_REPORTS, run
-// the test, and read the difference.
+// after a line "== NAME". A report that no test asks for is a failure as well, unless only some tests
+// run. To write such a file anew, name an empty one in ZELKM_WRITE_REPORTS, run the test, and read
+// the difference.
 
 #pragma once
 
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <string>
 
 namespace test {
@@ -30,6 +32,7 @@ class KeptReports {
                 reports_[name] += line + "\n";
             }
         }
+        ::testing::AddGlobalTestEnvironment(new AllAsked(*this));  // which takes it over
     }
 
     void expect(const std::string& name, const std::string& report) const {
@@ -37,12 +40,25 @@ class KeptReports {
             std::ofstream(path, std::ios::app) << "== " << name << "\n" << report;
             return;
         }
+        asked_.insert(name);
         const auto kept = reports_.find(name);
         EXPECT_EQ(kept == reports_.end() ? "no report of this name" : kept->second, report) << name;
     }
 
   private:
+    struct AllAsked : ::testing::Environment {
+        explicit AllAsked(const KeptReports& kept) : reports(kept) {}
+        void TearDown() override {
+            for (const auto& [name, report] : reports.reports_) {
+                EXPECT_TRUE(::testing::GTEST_FLAG(filter) != "*" || reports.asked_.count(name) != 0)
+                    << "no test has the report " << name;
+            }
+        }
+        const KeptReports& reports;
+    };
+
     std::map<std::string, std::string> reports_;
+    mutable std::set<std::string> asked_;
 };
 
 }  // namespace test
