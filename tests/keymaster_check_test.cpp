@@ -10,6 +10,7 @@
 #include <soft_keymaster/fault_keymaster.h>
 #include <soft_keymaster/soft_keymaster.h>
 
+#include <fcntl.h>
 #include <openssl/crypto.h>
 #include <openssl/x509.h>
 #include <signal.h>
@@ -80,14 +81,12 @@ class TestKeymaster : public FaultKeymaster {
         late_ = cb;
         return android::hardware::Void();
     }
-    Return<void> begin(KeyPurpose purpose, const Blob& key, const Params& params,
-                       const HardwareAuthToken& token, begin_cb cb) override {
-        if (const auto reply = std::exchange(late_, nullptr)) {
-            reply(ErrorCode::OK, {}, {1});
+    Return<void> handle(const CallRecord& call, const Reply& reply) override {
+        if (late_ && call.call == Call::kBegin) {
+            std::exchange(late_, nullptr)(ErrorCode::OK, {}, {1});
         }
-        return FaultKeymaster::begin(purpose, key, params, token, cb);
+        return FaultKeymaster::handle(call, reply);
     }
-
     Return<void> getHardwareInfo(getHardwareInfo_cb cb) override {
         return late ? android::hardware::Void() : FaultKeymaster::getHardwareInfo(cb);
     }
@@ -739,6 +738,9 @@ TEST_F(KeymasterCheck, RemovesNoFilesOfOthers) {
     const auto place = std::filesystem::current_path();
     checkKeymaster(keymaster, options_);
     std::filesystem::current_path(place);
+    const int reused = ::open("others", O_RDONLY | O_DIRECTORY);  // the descriptor of the check's
+    removeDirectory();
+    ::close(reused);
     EXPECT_TRUE(std::filesystem::exists("others/edbk"));
     EXPECT_TRUE(std::filesystem::is_empty("tmp"));
 }

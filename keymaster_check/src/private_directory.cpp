@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -32,12 +33,9 @@ bool makeDirectory() {
         if (parent == nullptr || ::realpath(parent, absolute) == nullptr) {
             continue;
         }
-        const std::string path = std::string(absolute) + "/keymaster_check_XXXXXX";
-        if (path.size() >= sizeof(g_path)) {
-            continue;
-        }
-        g_path[path.copy(g_path, path.size())] = '\0';
-        if (::mkdtemp(g_path) != nullptr) {
+        const int size =
+            std::snprintf(g_path, sizeof(g_path), "%s/keymaster_check_XXXXXX", absolute);
+        if (size < PATH_MAX && ::mkdtemp(g_path) != nullptr) {
             return true;
         }
     }
