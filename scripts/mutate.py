@@ -130,11 +130,12 @@ class Tests:
         self.build_programs([test["name"] for test in self.listed() if re.search(pattern, test["name"])])
         self.tests = {}
         for test in self.listed():
+            properties = {p["name"]: p["value"] for p in test["properties"]}
+            variables = dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []))
             command = test.get("command", [""])
-            if any(build in argument for argument in command) and re.search(pattern, test["name"]):
-                properties = {p["name"]: p["value"] for p in test["properties"]}
-                variables = dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []))
+            if any(build in text for text in [*command, *variables.values()]) and re.search(pattern, test["name"]):
                 self.tests[test["name"]] = (command, variables, properties["WORKING_DIRECTORY"])
+                self.make(*self.programs(test["name"]))
         if not self.tests:
             raise SystemExit("mutate: there is no test to run")
         # Hard links: a build puts new files in the places of old ones.
@@ -159,14 +160,15 @@ class Tests:
     def make(self, *targets):
         subprocess.run(["ninja", "-C", self.build, "-j2", *targets], capture_output=True, check=True)
 
+    def programs(self, name):
+        """What a test starts: in its command line and its variables, or for a session the folder's programs."""
+        command, variables, _ = self.tests[name]
+        paths = [os.path.relpath(text, self.build) for text in [*command, *variables.values()] if self.build in text]
+        return ["tools/zelkm", "tools/zelkeymaster_check"] if paths == ["tools"] else paths
+
     def passes(self, name):
         """Whether a test passes. One that does not must pass with the programs without a fault."""
-        program = os.path.relpath(self.tests[name][0][0], self.build)
-        tools = ["tools/zelkm", "tools/zelkeymaster_check"]
-        if program.startswith(".."):  # a session, which starts the programs
-            self.make(*tools)
-        else:
-            self.make(program, *(tools[:1] if program.startswith("tests/zelkm") else []))
+        self.make(*self.programs(name))
         if not self.run(name, self.build):
             if not self.run(name, self.sound):
                 raise SystemExit(f"mutate: {name} fails without a fault")
