@@ -2,10 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // To be loaded into a program before libc (LD_PRELOAD). Counts the program's file calls and
-// allocations, from the first directory that it opens, and lets one fail, or be the last: see
-// failing_calls.h. Under the address sanitizer, which has its own allocator, file calls alone.
-
-#include "failing_calls.h"
+// allocations, from the first directory that it opens, and lets one fail, be the last, or wait.
+// Under the address sanitizer, which has its own allocator, file calls alone.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -22,12 +20,36 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
+// What a test (tool/failing_tool.py) and the program tell each other. The program stops where it
+// opens its first directory. From there it goes on in a child of its own for each order.
+constexpr int kOrders = 100;  // the program's descriptors
+constexpr int kReports = 101;
+
+enum class Fate {
+    kFails,
+    kEndsAll,  // this file call is not made, nor anything after it: a power cut
+    kWaits,    // this file call is made after another order; until then the test may do something
+};
+
+struct Order {
+    long nth = 0;  // of the file calls, and of the allocations if they can fail; with 0 none
+    Fate fate = Fate::kFails;
+};
+
+struct Report {
+    int status;  // of the child, as waitpid() has it; kWaiting before the call that waits
+    long count;  // of its file calls and allocations
+};
+
+constexpr int kWaiting = -1;
+
 constexpr int kMaxDescriptors = 1024;
 
-test::Order g_order;
+Order g_order;
 long* g_count;  // shared with the children; null before the first directory
 
 // Descriptors of files that were written and not flushed. They stay open: with the power their
@@ -43,11 +65,26 @@ void losePower() {
     ::raise(SIGKILL);
 }
 
+void waitForOrder() {
+    long* const count = std::exchange(g_count, nullptr);  // these calls are not the program's
+    const Report report = {kWaiting, *count};
+    Order go_on;
+    if (::write(kReports, &report, sizeof(report)) != sizeof(report) ||
+        ::read(kOrders, &go_on, sizeof(go_on)) != sizeof(go_on)) {
+        ::_exit(1);
+    }
+    g_count = count;
+}
+
 bool fails(int error = EIO) {
     if (g_count == nullptr || ++*g_count != g_order.nth) {
         return false;
     }
-    if (g_order.kills) {
+    if (g_order.fate == Fate::kWaits) {
+        waitForOrder();
+        return false;
+    }
+    if (g_order.fate == Fate::kEndsAll) {
         losePower();
     }
     errno = error;
@@ -70,7 +107,8 @@ int findLibcrypto(dl_phdr_info* library, size_t /*len*/, void* /*context*/) {
 
 [[maybe_unused]] bool allocationFails(void* caller) {
     const auto at = reinterpret_cast<uintptr_t>(caller);
-    return !g_order.kills && (at < g_libcrypto[0] || at >= g_libcrypto[1]) && fails(ENOMEM);
+    return g_order.fate == Fate::kFails && (at < g_libcrypto[0] || at >= g_libcrypto[1]) &&
+           fails(ENOMEM);
 }
 
 // Returns in the children, one for each order.
@@ -82,7 +120,7 @@ void obeyOrders() {
     void* const shared = ::mmap(nullptr, sizeof(*g_count), PROT_READ | PROT_WRITE,
                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto* const count = static_cast<long*>(shared);
-    while (::read(test::kOrders, &g_order, sizeof(g_order)) == sizeof(g_order)) {
+    while (::read(kOrders, &g_order, sizeof(g_order)) == sizeof(g_order)) {
         *count = 0;
         const pid_t child = ::fork();
         if (child == 0) {
@@ -92,10 +130,10 @@ void obeyOrders() {
             g_count = count;
             return;
         }
-        test::Report report = {};
+        Report report = {};
         ::waitpid(child, &report.status, 0);
         report.count = *count;
-        if (::write(test::kReports, &report, sizeof(report)) != sizeof(report)) {
+        if (::write(kReports, &report, sizeof(report)) != sizeof(report)) {
             break;
         }
     }
