@@ -154,7 +154,7 @@ TEST(LogReader, ReadsWhatAProcessWithTwoObjectsWrote) {
     class Folder : public test::InTempDir {
         void TestBody() override {}
     } folder;
-    const pid_t child = test::startChild([] {
+    const int status = test::runInChild([] {
         const ZelKeymasterOperation first(nullptr, false);
         const ZelKeymasterOperation second(nullptr, false);
         uint8_t* data = nullptr;
@@ -163,7 +163,7 @@ TEST(LogReader, ReadsWhatAProcessWithTwoObjectsWrote) {
         done &= ZelKeymasterOperation::validateAttestChain({}, true) == ZELKM_VERIFICATION_FAILED;
         return done ? 0 : 1;
     });
-    ASSERT_EQ(test::exitStatus(child), 0);
+    ASSERT_EQ(status, 0);
     const Log log = read({test::text("zelko_err.txt")});
     EXPECT_EQ(formatsOf(log), "no file %s*2, Invalid attestion chain length*2");
     EXPECT_EQ(log.foreign.count, 2u);  // of a name that no line can hold
