@@ -46,6 +46,10 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
     return pieces;
 }
 
+std::string counted(uint64_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 std::string sha256(std::string_view bytes) {
     std::array<unsigned char, SHA256_DIGEST_LENGTH> digest;
     SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest.data());

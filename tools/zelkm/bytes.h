@@ -8,6 +8,7 @@
 
 #include <hidl/HidlSupport.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ std::string join(const Pieces& pieces, std::string_view separator) {
     }
     return text;
 }
+
+// "1 object", "2 objects".
+std::string counted(uint64_t count, const std::string& what);
 
 std::string sha256(std::string_view bytes);
 

@@ -50,6 +50,7 @@ struct Element {
     X509Ptr certificate;  // null when that is no certificate
     std::string source;   // the file, and which of its certificates
     std::string subject;
+    std::string title;  // what messages call it
 };
 using Chain = std::vector<Element>;
 
@@ -61,23 +62,16 @@ std::string subjectOf(const X509Ptr& certificate) {
     return escape({text, static_cast<size_t>(len)});
 }
 
-Element elementOf(std::string der) {
-    const auto* at = reinterpret_cast<const unsigned char*>(der.data());
-    X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-    std::string subject = certificate ? subjectOf(certificate) : "";
-    return {std::move(der), std::move(certificate), "", std::move(subject)};
-}
-
 // The CERTIFICATE blocks of a PEM text.
-Chain splitPem(const std::string& content, const std::string& name) {
-    Chain chain;
+std::vector<std::string> splitPem(const std::string& content, const std::string& name) {
+    std::vector<std::string> ders;
     const BioPtr bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
     unsigned char* data = nullptr;
     long len = 0;
     while (PEM_bytes_read_bio(&data, &len, nullptr, PEM_STRING_X509, bio.get(), nullptr, nullptr) ==
            1) {
         const std::unique_ptr<unsigned char, OpenSslFree> owner(data);
-        chain.push_back(elementOf({data, data + len}));
+        ders.emplace_back(data, data + len);
     }
     if (ERR_GET_REASON(ERR_peek_last_error()) != PEM_R_NO_START_LINE) {
         const std::string_view read =
@@ -88,12 +82,12 @@ Chain splitPem(const std::string& content, const std::string& name) {
         }
         throw Refused(name + ": PEM block " + std::to_string(number) + " is damaged");
     }
-    return chain;
+    return ders;
 }
 
 // DER certificates that stand one after the other. Bytes that are no DER become the last one.
-Chain splitDer(const std::string& content) {
-    Chain chain;
+std::vector<std::string> splitDer(const std::string& content) {
+    std::vector<std::string> ders;
     const auto* at = reinterpret_cast<const unsigned char*>(content.data());
     const auto* const end = at + content.size();
     while (at != end) {
@@ -101,9 +95,9 @@ Chain splitDer(const std::string& content) {
         if (!X509Ptr(d2i_X509(nullptr, &at, end - start))) {
             at = end;
         }
-        chain.push_back(elementOf({start, at}));
+        ders.emplace_back(start, at);
     }
-    return chain;
+    return ders;
 }
 
 Chain readChain(const std::vector<std::string>& files) {
@@ -111,23 +105,24 @@ Chain readChain(const std::vector<std::string>& files) {
     for (const std::string& file : files) {
         const std::string content = readInput(file);
         const bool is_pem = content.find(kPemStart) != content.npos;
-        Chain found = is_pem ? splitPem(content, file) : splitDer(content);
-        if (found.empty()) {
+        const std::vector<std::string> ders = is_pem ? splitPem(content, file) : splitDer(content);
+        if (ders.empty()) {
             throw Refused(file + ": no certificate in it");
         }
-        for (size_t i = 0; i < found.size(); ++i) {
-            found[i].source = escape(found.size() > 1 ? file + " #" + std::to_string(i + 1) : file);
-            chain.push_back(std::move(found[i]));
+        for (size_t i = 0; i < ders.size(); ++i) {
+            const auto* at = reinterpret_cast<const unsigned char*>(ders[i].data());
+            X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(ders[i].size())));
+            const std::string source =
+                escape(ders.size() > 1 ? file + " #" + std::to_string(i + 1) : file);
+            const std::string subject = certificate ? subjectOf(certificate) : "";
+            const std::string title = "certificate " + std::to_string(chain.size() + 1) + " (" +
+                                      source +
+                                      (certificate ? ", subject \"" + subject + "\")" : ")");
+            chain.push_back({ders[i], std::move(certificate), source, subject, title});
         }
     }
     ERR_clear_error();
     return chain;
-}
-
-std::string describeElement(const Chain& chain, size_t index) {
-    const Element& element = chain[index];
-    return "certificate " + std::to_string(index + 1) + " (" + element.source +
-           (element.certificate ? ", subject \"" + element.subject + "\"" : "") + ")";
 }
 
 int acceptAnyDate(int ok, X509_STORE_CTX* context) {
@@ -157,11 +152,8 @@ std::string pathProblem(const Chain& chain, size_t first) {
     const auto found = std::find_if(chain.begin(), chain.end(), [&](const Element& element) {
         return at_fault != nullptr && X509_cmp(element.certificate.get(), at_fault) == 0;
     });
-    const std::string where =
-        found == chain.end()
-            ? ""
-            : describeElement(chain, static_cast<size_t>(found - chain.begin())) + ": ";
-    return where + X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get()));
+    return (found == chain.end() ? "" : found->title + ": ") +
+           X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get()));
 }
 
 std::string chainProblem(const Chain& chain, bool separate_first) {
@@ -169,9 +161,9 @@ std::string chainProblem(const Chain& chain, bool separate_first) {
         return std::to_string(chain.size()) + " certificates; a chain needs at least " +
                std::to_string(kMinCertificates);
     }
-    for (size_t i = 0; i < chain.size(); ++i) {
-        if (!chain[i].certificate) {
-            return describeElement(chain, i) + ": not a DER certificate";
+    for (const Element& element : chain) {
+        if (!element.certificate) {
+            return element.title + ": not a DER certificate";
         }
     }
     const std::string reason = pathProblem(chain, separate_first ? 1 : 0);
@@ -180,11 +172,11 @@ std::string chainProblem(const Chain& chain, bool separate_first) {
     }
     const EvpPkeyPtr key(X509_get_pubkey(chain[1].certificate.get()));
     if (!key) {
-        return describeElement(chain, 1) + ": its public key cannot be used";
+        return chain[1].title + ": its public key cannot be used";
     }
     return X509_verify(chain[0].certificate.get(), key.get()) == 1
                ? ""
-               : describeElement(chain, 0) + ": not signed by " + describeElement(chain, 1);
+               : chain[0].title + ": not signed by " + chain[1].title;
 }
 
 void verifyChain(const SessionOptions&, const VerifyChainOptions& options) {
@@ -215,8 +207,7 @@ void verifyChain(const SessionOptions&, const VerifyChainOptions& options) {
         std::cout << "the certification path is valid from certificate "
                   << (options.separate_first ? 2 : 1) << " to the last one\n"
                   << "that one is NOT known to be trusted; compare it with your roots: "
-                  << describeElement(chain, chain.size() - 1) << ", SHA-256 "
-                  << hex(sha256(chain.back().der)) << '\n';
+                  << chain.back().title << ", SHA-256 " << hex(sha256(chain.back().der)) << '\n';
     }
 }
 

@@ -61,10 +61,8 @@ void requireOwnership(const Evidence& evidence, const std::vector<Change>& chang
     };
     require_own(evidence.directory, evidence.path, ": only that user can repair it");
     for (const Change& change : changes) {
-        const auto found = evidence.files.find(change.file);
-        if (found != evidence.files.end()) {
-            require_own(found->second.status, change.file,
-                        " than the directory: it is not replaced");
+        if (const FileEvidence* file = evidence.find(change.file)) {
+            require_own(file->status, change.file, " than the directory: it is not replaced");
         }
     }
 }
@@ -86,11 +84,9 @@ std::string keepCopies(const Directory& directory, const Evidence& evidence,
     }
     const Directory copies = directory.folder(name);
     for (const Change& change : changes) {
-        const auto found = evidence.files.find(change.file);
-        if (found != evidence.files.end()) {
-            const Descriptor copy = create(copies, change.file, *found->second.content);
-            const struct timespec times[] = {found->second.status.st_atim,
-                                             found->second.status.st_mtim};
+        if (const FileEvidence* file = evidence.find(change.file)) {
+            const Descriptor copy = create(copies, change.file, *file->content);
+            const struct timespec times[] = {file->status.st_atim, file->status.st_mtim};
             require(::futimens(copy.get(), times) == 0, copies.path());
         }
     }
@@ -126,9 +122,9 @@ Evidence readAsUser(const Directory& directory) {
     try {
         Evidence evidence = collectEvidence(directory);
         for (const std::string& name : usedNames()) {
-            const auto found = evidence.files.find(name);
-            if (!is_owner && found != evidence.files.end() && found->second.isUnreadable()) {
-                throw Refused(found->second.problem);
+            const FileEvidence* file = evidence.find(name);
+            if (!is_owner && file != nullptr && file->isUnreadable()) {
+                throw Refused(file->problem);
             }
         }
         return evidence;

@@ -213,9 +213,14 @@ StoreFiles Evidence::storeFiles() const {
     return result;
 }
 
-const std::string* Evidence::content(const std::string& name) const {
+const FileEvidence* Evidence::find(const std::string& name) const {
     const auto found = files.find(name);
-    return found != files.end() && found->second.content ? &*found->second.content : nullptr;
+    return found != files.end() ? &found->second : nullptr;
+}
+
+const std::string* Evidence::content(const std::string& name) const {
+    const FileEvidence* file = find(name);
+    return file != nullptr && file->content ? &*file->content : nullptr;
 }
 
 std::string Evidence::unread() const {

@@ -7,6 +7,7 @@
 #include <zelkeymaster_result.h>
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "doctor_report.h"
@@ -23,34 +24,28 @@ constexpr char kBeginRefused[] = "error in begin process : %d";
 constexpr size_t kSecondsLen = 19;  // of "2026-11-21 15:20:56"
 
 // What a message says about the directory, whatever comes before it.
-struct Sign {
-    const Message* message;
-    std::string finding;
+constexpr struct {
+    std::string_view format;  // of the message
+    const char* finding;
     int code = 0;  // the message's result code; 0 for any
+} kSigns[] = {
+    {kStoreRefused, "log-store-refused"},
+    {"restore the stored db. need to restart keystore", "log-store-refused"},
+    {"fail rename during restore:%s(%d)", "log-store-refused"},
+    {"error in finish process : %d", "log-store-refused", ZELKM_VERIFICATION_FAILED},
+    {kKeyRegenerated, "log-key-made-anew"},
+    {"error during upgradeKey hidl call : %d", "log-call-lost"},
+    {kKeyRepair, "log-call-lost", ZELKM_UNKNOWN_ERROR},
+    {"error in update hidl call : %d", "log-answer-lost"},
+    {"error in finish hidl call : %d", "log-answer-lost"},
+    {"file open: %s(%d)", "log-write-failed"},
+    {kWriteFailed, "log-write-failed"},
+    {"fail unlink: %s(%d)", "log-write-failed"},
+    {"fail rename: %s(%d)", "log-write-failed"},
+    {kBeginRefused, "log-too-many-operations", static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)},
+    {kBeginRefused, "log-key-refused", ZELKM_INVALID_KEY_BLOB},
+    {"Upgrade the db key file", "log-key-upgraded"},
 };
-
-const std::vector<Sign>& signs() {
-    static const std::vector<Sign> signs = {
-        {messageOf(kStoreRefused), "log-store-refused"},
-        {messageOf("restore the stored db. need to restart keystore"), "log-store-refused"},
-        {messageOf("fail rename during restore:%s(%d)"), "log-store-refused"},
-        {messageOf("error in finish process : %d"), "log-store-refused", ZELKM_VERIFICATION_FAILED},
-        {messageOf(kKeyRegenerated), "log-key-made-anew"},
-        {messageOf("error during upgradeKey hidl call : %d"), "log-call-lost"},
-        {messageOf(kKeyRepair), "log-call-lost", ZELKM_UNKNOWN_ERROR},
-        {messageOf("error in update hidl call : %d"), "log-answer-lost"},
-        {messageOf("error in finish hidl call : %d"), "log-answer-lost"},
-        {messageOf("file open: %s(%d)"), "log-write-failed"},
-        {messageOf(kWriteFailed), "log-write-failed"},
-        {messageOf("fail unlink: %s(%d)"), "log-write-failed"},
-        {messageOf("fail rename: %s(%d)"), "log-write-failed"},
-        {messageOf(kBeginRefused), "log-too-many-operations",
-         static_cast<int>(ErrorCode::TOO_MANY_OPERATIONS)},
-        {messageOf(kBeginRefused), "log-key-refused", ZELKM_INVALID_KEY_BLOB},
-        {messageOf("Upgrade the db key file"), "log-key-upgraded"},
-    };
-    return signs;
-}
 
 class ErrorFiles {
   public:
@@ -113,11 +108,10 @@ class ErrorFiles {
         if (format == kKeyRepair) {
             call_lost_ = last == std::to_string(ZELKM_UNKNOWN_ERROR);
         }
-        for (const Sign& sign : signs()) {
-            if (sign.message == event.message &&
-                (sign.code == 0 || last == std::to_string(sign.code))) {
-                write_failed_ = write_failed_ || sign.finding == "log-write-failed";
-                return sign.finding;
+        for (const auto& [sign, finding, code] : kSigns) {
+            if (sign == format && (code == 0 || last == std::to_string(code))) {
+                write_failed_ = write_failed_ || finding == std::string("log-write-failed");
+                return finding;
             }
         }
         // The order of two missing files matters: a first change finds the store missing, and then

@@ -69,6 +69,9 @@ struct Evidence {
 
     StoreFiles storeFiles() const;
 
+    // Null when there is no such file.
+    const FileEvidence* find(const std::string& name) const;
+
     // The content of this file; null when it is not there or was not read.
     const std::string* content(const std::string& name) const;
 

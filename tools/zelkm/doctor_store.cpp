@@ -14,10 +14,6 @@ using State = StoreReading::State;
 
 constexpr size_t kZeroRun = 64;  // by chance, no ciphertext has so many zeros in a row
 
-std::string numBytes(uint64_t count) {
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
-}
-
 bool hasMagic(std::string_view file) {
     constexpr std::string_view kAnyMagic = "SOBv1.";
     return !file.empty() && kAnyMagic.substr(0, file.size()) == file.substr(0, kAnyMagic.size());
@@ -51,7 +47,7 @@ class Examination {
         if (header_.payload_len > available_) {
             return {refused_ ? State::kRefused : State::kNotTried,
                     "has " + std::to_string(available_) + " of the " +
-                        numBytes(header_.payload_len) + " of payload in its header",
+                        counted(header_.payload_len, "byte") + " of payload in its header",
                     "store-cut"};
         }
         if (refused_) {
@@ -81,7 +77,7 @@ class Examination {
             return StoreReading{State::kRefused,
                                 "is plaintext with " + objects + ", and its header says " +
                                     std::to_string(header_.row_count) + " in " +
-                                    numBytes(header_.payload_len),
+                                    counted(header_.payload_len, "byte"),
                                 "store-malformed"};
         }
         const std::string image =
@@ -131,10 +127,11 @@ class Examination {
                     name};
         }
         return {State::kReads,
-                opens + ": " + std::to_string(count) + " objects in " + numBytes(len) +
+                opens + ": " + std::to_string(count) + " objects in " + counted(len, "byte") +
                     "; its header says " + std::to_string(header_.row_count) + " in " +
-                    numBytes(header_.payload_len) + ", flags " + std::to_string(header_.flags) +
-                    ", and " + numBytes(available_) + " are there",
+                    counted(header_.payload_len, "byte") + ", flags " +
+                    std::to_string(header_.flags) + ", and " + counted(available_, "byte") +
+                    " are there",
                 "store-header", image, name};
     }
 
@@ -144,7 +141,7 @@ class Examination {
         if (!looksLikeStore(file_)) {
             wrong.push_back("magic \"" + header_.magic.substr(0, header_.magic.find(' ')) +
                             "\", payload " + std::to_string(header_.payload_len) + " of " +
-                            numBytes(available_));
+                            counted(available_, "byte"));
         }
         if (header_.flags != zelkm::kPayloadEncrypted) {
             wrong.push_back("flags " + std::to_string(header_.flags));
@@ -155,7 +152,7 @@ class Examination {
         if (header_.payload_len < minPayloadLen(header_.row_count) ||
             (header_.row_count == 0 && header_.payload_len != minPayloadLen(0))) {
             wrong.push_back(std::to_string(header_.row_count) + " rows in " +
-                            numBytes(header_.payload_len));
+                            counted(header_.payload_len, "byte"));
         }
         if (!wrong.empty()) {
             return {State::kNotTried, "has an impossible header: " + join(wrong, ", "),
@@ -190,7 +187,7 @@ StoreReading readStore(const std::string& file, const NamedKeys& keys, KeyTrials
     }
     if (hasMagic(file) && file.size() <= zelkm::kHeaderLen) {
         return {State::kDead,
-                "has " + numBytes(file.size()) + ", and the header alone has " +
+                "has " + counted(file.size(), "byte") + ", and the header alone has " +
                     std::to_string(zelkm::kHeaderLen),
                 "store-cut"};
     }

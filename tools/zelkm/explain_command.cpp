@@ -61,9 +61,9 @@ bool isNumber(const std::string& text) {
 void printOthers(const OtherLines& others, const char* what,
                  const std::vector<std::string>& files) {
     if (others.count != 0) {
-        std::cout << others.count << (others.count == 1 ? " line of " : " lines of ") << what
-                  << "; the first is " << files[others.input] << ':' << others.line << ": "
-                  << escape(others.text) << '\n';
+        std::cout << counted(others.count, "line") << " of " << what << "; the first is "
+                  << files[others.input] << ':' << others.line << ": " << escape(others.text)
+                  << '\n';
     }
 }
 
@@ -115,7 +115,7 @@ void explainLog(const std::vector<std::string>& files, bool json) {
         std::cout << "],\n\"unknown\": " << reader.unknown().count
                   << ", \"others\": " << reader.foreign().count << "}\n";
     } else {
-        std::cout << num_events << (num_events == 1 ? " event\n" : " events\n");
+        std::cout << counted(num_events, "event") << '\n';
         printOthers(reader.unknown(), "the library unknown to this version", files);
         printOthers(reader.foreign(), "others", files);
     }

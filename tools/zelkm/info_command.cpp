@@ -174,21 +174,17 @@ void showInfo(const SessionOptions& session, const InfoOptions& options) {
                  {"key_level", level ? std::to_string(*level) : ""},
                  {"files", Json::array()}};
     for (const std::string& name : shownNames()) {
-        const auto found = evidence.files.find(name);
-        const bool is_there = found != evidence.files.end();
-        StoreRows stored = {};
-        const Json file = is_there ? describeFile(name, found->second, &stored) : Json();
-        if (is_there) {
-            json["files"].push_back(file);
+        if (!options.json) {
+            std::cout << name << ": " << (evidence.find(name) == nullptr ? "none\n" : "");
         }
-        if (options.json) {
-            continue;
+        if (const FileEvidence* file = evidence.find(name)) {
+            StoreRows stored = {};
+            json["files"].push_back(describeFile(name, *file, &stored));
+            if (!options.json) {
+                printFile(json["files"].back(), stored);
+            }
         }
-        std::cout << name << ": " << (is_there ? "" : "none\n");
-        if (is_there) {
-            printFile(file, stored);
-        }
-        if (name == kKeyDigestFile && json["digest"] != "") {
+        if (!options.json && name == kKeyDigestFile && json["digest"] != "") {
             std::cout << "  " << textOf(json, "digest") << '\n';
         }
     }

@@ -213,16 +213,6 @@ const std::vector<Message>& messages() {
     return messages;
 }
 
-const Message* messageOf(std::string_view format) {
-    const auto found =
-        std::find_if(messages().begin(), messages().end(),
-                     [format](const Message& message) { return message.format == format; });
-    if (found == messages().end()) {
-        throw std::logic_error("no message " + std::string(format));
-    }
-    return &*found;
-}
-
 std::vector<FoundMessage> matchMessages(std::string_view text, char level,
                                         std::string_view source) {
     text = text.substr(0, text.find_last_not_of('\n') + 1);

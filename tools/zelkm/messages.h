@@ -72,9 +72,6 @@ struct Message {
 
 const std::vector<Message>& messages();
 
-// The message with this format. Throws std::logic_error when the library has none.
-const Message* messageOf(std::string_view format);
-
 struct FoundMessage {
     const Message* message = nullptr;    // never null once it is found
     std::vector<std::string> arguments;  // empty when the format itself was asked for

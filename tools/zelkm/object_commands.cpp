@@ -125,7 +125,7 @@ void setObject(const SessionOptions& session_options, const ObjectOptions& optio
     std::vector<Row> objects = select(session);
     const std::vector<size_t> found = findNamed(objects, options.name);
     if (found.size() != 1) {
-        throw Refused(numObjects(found.size()) + " named " + escape(options.name) +
+        throw Refused(counted(found.size(), "object") + " named " + escape(options.name) +
                       ": 'export' them, change the text, 'remove' them and 'import' it");
     }
     Row& object = objects[found[0]];
@@ -181,7 +181,7 @@ void removeObjects(const SessionOptions& session_options, const RemoveOptions& o
         for (const Row& object : reached) {
             std::cout << "would remove " << escape(nameOf(object)) << '\n';
         }
-        confirm(session_options, "would remove " + numObjects(reached.size()));
+        confirm(session_options, "would remove " + counted(reached.size(), "object"));
         return;
     }
     if (!reached.empty()) {
@@ -189,7 +189,7 @@ void removeObjects(const SessionOptions& session_options, const RemoveOptions& o
         session.change("removing", session.numObjects() - reached.size(),
                        [&] { return session.operation().SodDelete(param); });
     }
-    confirm(session_options, "removed " + numObjects(reached.size()));
+    confirm(session_options, "removed " + counted(reached.size(), "object"));
 }
 
 constexpr size_t kMaxNamed = 20;  // this many bad objects are named in a message
@@ -251,15 +251,15 @@ void import(const SessionOptions& session_options, const ImportOptions& options)
         std::cerr << "zelkm: and " << num_bad - kMaxNamed << " more\n";
     }
     if (num_bad != 0 && !options.keep_going) {
-        throw Refused("nothing was stored; --keep-going leaves out " + numObjects(num_bad));
+        throw Refused("nothing was stored; --keep-going leaves out " + counted(num_bad, "object"));
     }
     const size_t imported = objects.size() - before;
     if (imported != 0) {
         storeObjects(session, objects, "storing the objects");
     }
-    confirm(session_options, "imported " + numObjects(imported));
+    confirm(session_options, "imported " + counted(imported, "object"));
     if (num_bad != 0) {
-        throw Refused("left out " + numObjects(num_bad));
+        throw Refused("left out " + counted(num_bad, "object"));
     }
 }
 

@@ -228,11 +228,11 @@ class JsonObjects : public nlohmann::json_sax<nlohmann::json> {
 void readJsonObjects(std::string_view text, const ObjectVisitor& visit) {
     JsonObjects objects(0, visit);
     std::istringstream stream{std::string(text)};
-    const char* counted = text.data();
+    const char* before = text.data();
     for (ptrdiff_t line = 1; (stream >> std::ws).peek() != EOF;) {
         const char* const at = text.data() + stream.tellg();
-        line += std::count(counted, at, '\n');
-        counted = at;
+        line += std::count(before, at, '\n');
+        before = at;
         objects.setPlace("line " + std::to_string(line));
         nlohmann::json::sax_parse(stream, &objects, nlohmann::json::input_format_t::json,
                                   /*strict=*/false);

@@ -132,8 +132,4 @@ void checkStoreLen(const SessionOptions& options, uint64_t len) {
     }
 }
 
-std::string numObjects(size_t count) {
-    return std::to_string(count) + (count == 1 ? " object" : " objects");
-}
-
 }  // namespace zelkm_tool

@@ -48,6 +48,4 @@ void storeObjects(Session& session, const std::vector<Row>& objects, const std::
 // a device.
 void checkStoreLen(const SessionOptions& options, uint64_t len);
 
-std::string numObjects(size_t count);
-
 }  // namespace zelkm_tool
