@@ -45,20 +45,8 @@ using Blob = hidl_vec<uint8_t>;
 using Params = hidl_vec<KeyParameter>;
 
 template <typename List>
-KeyParameter* find(List& params, Tag tag) {
-    const auto found = std::find_if(params.begin(), params.end(),
-                                    [tag](const KeyParameter& param) { return param.tag == tag; });
-    return found == params.end() ? nullptr : &*found;
-}
-
-template <typename List>
 void flip(List& bytes, size_t at) {
     bytes[at] = static_cast<uint8_t>(bytes[at] ^ 1);
-}
-
-Bytes extended(Bytes bytes) {
-    bytes.push_back(0);
-    return bytes;
 }
 
 Bytes newKey(Keymaster& keymaster) {
@@ -118,7 +106,7 @@ Change eachCall(Alter alter) {
 template <typename Alter>
 Change eachParam(Tag tag, Alter alter) {
     return each(Call::kBegin, [=](Answer& answer) {
-        if (auto* entry = find(answer.params, tag)) {
+        if (auto* entry = findParam(answer.params, tag)) {
             alter(*entry);
         }
     });
@@ -217,7 +205,7 @@ Change exporting(size_t certificate) {
 Change ignoring(Tag tag) {
     return [tag](FaultKeymaster& km) {
         km.alterCalls([tag, first = Bytes()](CallRecord& call) mutable {
-            if (KeyParameter* entry = find(call.params, tag)) {
+            if (KeyParameter* entry = findParam(call.params, tag)) {
                 first = first.empty() ? Bytes(entry->blob) : first;
                 entry->blob = first;
             }
@@ -281,7 +269,7 @@ std::vector<Row> rows() {
         return [size](KeyParameter& entry) { entry.blob.resize(size); };
     };
     const auto smaller = [](Answer& answer) {
-        if (auto* size = find(answer.characteristics.softwareEnforced, Tag::KEY_SIZE)) {
+        if (auto* size = findParam(answer.characteristics.softwareEnforced, Tag::KEY_SIZE)) {
             size->f.integer = 128;
         }
     };
@@ -315,7 +303,7 @@ std::vector<Row> rows() {
                     }));
     };
     const auto addNonce = [](Answer& answer) {
-        if (const auto* nonce = find(answer.params, Tag::NONCE)) {
+        if (const auto* nonce = findParam(answer.params, Tag::NONCE)) {
             answer.params.push_back(KeyParameter(*nonce));
         }
     };
@@ -341,13 +329,13 @@ std::vector<Row> rows() {
     const auto keepTag = [](FaultKeymaster& km) {
         const auto first = std::make_shared<Bytes>();
         km.planEach(Call::kBegin, Fault::alter([first](Answer& answer) {
-                        if (auto* tag = find(answer.params, PWHW_TAG_TAG)) {
+                        if (auto* tag = findParam(answer.params, PWHW_TAG_TAG)) {
                             *first = tag->blob;
                             tag->blob.resize(0);
                         }
                     }));
         km.alterCalls([first](CallRecord& call) {
-            if (auto* tag = find(call.params, PWHW_TAG_TAG)) {
+            if (auto* tag = findParam(call.params, PWHW_TAG_TAG)) {
                 tag->blob = *first;
             }
         });
@@ -397,7 +385,7 @@ std::vector<Row> rows() {
          eachChain(3, [](Chain& chain) { std::swap(chain[0], chain[2]); })},
         {"a request altered", eachChain(1, flipEnd)},
         {"a request with a byte more",
-         eachChain(1, [](Chain& chain) { chain[0] = extended(chain[0]); })},
+         eachChain(1, [](Chain& chain) { chain[0].resize(chain[0].size() + 1); })},
         {"a request for another key", requestForeign},
         {"the attested key exported", exporting(0)},
         {"another key exported", exporting(1)},

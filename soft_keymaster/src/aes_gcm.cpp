@@ -12,23 +12,13 @@ namespace {
 // OpenSSL's lengths are of type int, while a keymaster's lengths reach 2^32 - 1.
 constexpr size_t kMaxStep = size_t{1} << 30;
 
-const EVP_CIPHER* cipherFor(size_t key_size) {
-    switch (key_size) {
-        case 16:
-            return EVP_aes_128_gcm();
-        case 24:
-            return EVP_aes_192_gcm();
-        case 32:
-            return EVP_aes_256_gcm();
-        default:
-            return nullptr;
-    }
-}
-
 }  // namespace
 
 AesGcm::AesGcm(Mode mode, const Bytes& key, const uint8_t* nonce) : context_(EVP_CIPHER_CTX_new()) {
-    const EVP_CIPHER* const cipher = cipherFor(key.size());
+    const EVP_CIPHER* const cipher = key.size() == 16   ? EVP_aes_128_gcm()
+                                     : key.size() == 24 ? EVP_aes_192_gcm()
+                                     : key.size() == 32 ? EVP_aes_256_gcm()
+                                                        : nullptr;
     requireSsl(context_ != nullptr && cipher != nullptr &&
                EVP_CipherInit_ex(context_.get(), cipher, nullptr, key.data(), nonce,
                                  mode == Mode::kEncrypt ? 1 : 0) == 1);

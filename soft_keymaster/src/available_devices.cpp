@@ -10,11 +10,7 @@
 
 #include "soft_keymaster/soft_keymaster.h"
 
-namespace android {
-namespace hardware {
-namespace keymaster {
-namespace V4_0 {
-namespace support {
+namespace android::hardware::keymaster::V4_0::support {
 
 using soft_keymaster::SoftKeymaster;
 
@@ -37,8 +33,4 @@ Keymaster::KeymasterSet Keymaster::enumerateAvailableDevices() {
 // Does nothing: the software keymaster checks no token, and is alone.
 void Keymaster::performHmacKeyAgreement(const KeymasterSet& /* keymasters */) {}
 
-}  // namespace support
-}  // namespace V4_0
-}  // namespace keymaster
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::keymaster::V4_0::support

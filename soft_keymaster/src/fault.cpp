@@ -3,7 +3,6 @@
 
 // The faults of a FaultKeymaster, and those that have names.
 
-#include <algorithm>
 #include <memory>
 #include <set>
 #include <type_traits>
@@ -63,12 +62,10 @@ void keepKeysInMemory(FaultKeymaster& km) {
 
 Fault Fault::nonceSize(size_t size) {
     return alter([size](Answer& answer) {
-        std::vector<KeyParameter>& params = answer.params;
-        const auto nonce = std::find_if(params.begin(), params.end(),
-                                        [](const auto& entry) { return entry.tag == Tag::NONCE; });
-        if (nonce != params.end() && size == 0) {
-            params.erase(nonce);
-        } else if (nonce != params.end()) {
+        KeyParameter* const nonce = keymaster_check::findParam(answer.params, Tag::NONCE);
+        if (nonce != nullptr && size == 0) {
+            answer.params.erase(answer.params.begin() + (nonce - answer.params.data()));
+        } else if (nonce != nullptr) {
             Bytes bytes = nonce->blob;
             bytes.resize(size);
             nonce->blob = bytes;

@@ -67,17 +67,12 @@ struct Arguments {
     keymaster_check::Options options;
 };
 
-// A whole number from 1 to what the store's 32-bit lengths can say.
-bool parseNumber(const char* text, int* number) {
+// A whole number from 1 to what the store's 32-bit lengths can say; else 0.
+int parseNumber(const char* text) {
     char* end = nullptr;
-    errno = 0;
     const long long value = std::strtoll(text, &end, 10);
-    if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || value == 0 ||
-        value > INT32_MAX) {
-        return false;
-    }
-    *number = static_cast<int>(value);
-    return true;
+    const bool is_number = *text >= '0' && *text <= '9' && *end == '\0' && value <= INT32_MAX;
+    return is_number ? static_cast<int>(value) : 0;
 }
 
 // Takes one argument, and `value` behind it when that belongs to it. Returns how many it took; 0
@@ -93,21 +88,21 @@ int take(const char* argument, const char* value, Arguments* arguments) {
         (is("--no-password") ? options.password : options.attestation) = false;
         return 1;
     }
-    int number = 0;
     if (value == nullptr || *value == '\0') {
         return 0;
     }
+    const int number = parseNumber(value);
     if (is("--name") || is("--save") || is("--verify")) {
         (is("--name")   ? arguments->name
          : is("--save") ? arguments->save
                         : arguments->verify) = value;
         return 2;
     }
-    if (is("--largest-store") && parseNumber(value, &number)) {
+    if (is("--largest-store") && number != 0) {
         options.largest_store = static_cast<size_t>(number);
         return 2;
     }
-    if (is("--time") && parseNumber(value, &number)) {
+    if (is("--time") && number != 0) {
         options.time = std::chrono::seconds(number);
         return 2;
     }

@@ -90,7 +90,8 @@ inline std::vector<KeyParameter> gcmParams() {
 }
 
 // The first parameter with this tag, or null.
-inline const KeyParameter* findParam(const Params& params, Tag tag) {
+template <typename List>
+auto findParam(List& params, Tag tag) {
     const auto found = std::find_if(params.begin(), params.end(),
                                     [tag](const KeyParameter& entry) { return entry.tag == tag; });
     return found == params.end() ? nullptr : &*found;
