@@ -80,7 +80,8 @@ TEST_F(StoreFormat, KeepsValuesAsTheyAre) {
     for (int byte = 0; byte < 256; ++byte) {
         bytes += byte == 0x1E ? "" : std::string(1, static_cast<char>(byte));
     }
-    const std::string row = bytes + raw("^^x^\n^") + std::string(1000, 'q') + raw("^") + std::string(3000, 'p') + raw("^\n");
+    const std::string row = bytes + raw("^^x^\n^") + std::string(1000, 'q') + raw("^") +
+                            std::string(3000, 'p') + raw("^\n");
     blob_ = with(store(1, ""), 48, static_cast<uint32_t>(row.size())) + row;
     handle_ = 0;
     ASSERT_EQ(0, query("INSERT (ALIAS) VALUE (d)"));

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "file_faults.h"
+#include "kept_reports.h"
 #include "operation_peer.h"
 #include "results.h"
 
@@ -75,8 +76,8 @@ class ProtectedFile : public test::InTempDir {
                                                 kStore + std::string(".tmp")};
 };
 
-// Each message comes before the next call, so that a process that is killed has said what went
-// wrong.
+// What comes of each is in tests/data/file_steps.txt (see kept_reports.h). Each message comes
+// before the next call, so that a process that is killed has said what went wrong.
 TEST_F(ProtectedFile, EachFailingStep) {
     std::string loaded;
     const std::function<Code()> load = [&] {
@@ -90,18 +91,9 @@ TEST_F(ProtectedFile, EachFailingStep) {
     };
     const std::function<Code()> replace = [] { return update(kStore, "new"); };
     const std::function<Code()> restore = [] { return ZelKeymasterOperation::restoreBackupDB(); };
-    const auto no = [](const char* level, const char* step, int error) {
-        return level + std::string(" object: ") + step + std::strerror(error) + "(" +
-               std::to_string(error) + ")";
-    };
     const auto is = [](const char* call, const char* suffix = "") {  // of the store's files
         return call + std::string(" ") + kStore + suffix;
     };
-    const std::string missing = "D object: no secure object file";
-    const std::string no_backup = no("E", "fail rename during restore:", ENOENT);
-    const std::string not_removed = no("W", "fail to remove backup file: ", EPERM);
-    const std::string not_kept = no("W", "fail to rename to the backup file: ", EACCES);
-    const std::string not_gone = no("E", "fail unlink: ", EBUSY);
     using Fault = std::tuple<std::string, long, int>;
     const Fault remove_backup = {is("unlink", ".bak"), -1, EPERM};
     const Fault keep_backup = {is("rename") + is("", ".bak"), -1, EACCES};
@@ -111,52 +103,34 @@ TEST_F(ProtectedFile, EachFailingStep) {
         std::function<Code()> action;
         std::string before;
         std::vector<Fault> faults;
-        int result;
-        Lines log;
-        std::string after;  // the files, or what was loaded
     } cases[] = {
         // clang-format off
-        {"load", load, std::string("a\0b - -", 7), {}, 0, {}, std::string("a\0b", 3)},
-        {"load without a file", load, "- - -", {}, 0,
-         {"W object: no file secure_objects.db"}, "-"},
-        {"load an empty file", load, "() - -", {}, 0, {}, "-"},
-        {"read fails", load, "abc - -", {{"read 3", -1, EIO}}, 0,
-         {no("E", "file read fail: ", EIO)}, "-"},
-        {"short read, error", load, "abc - -", {{"read 3", 2, EIO}}, 0,
-         {no("E", "file read fail: ", EIO)}, "-"},
-        {"short read", load, "abc - -", {{"read 3", 2, 0}}, 0,
-         {no("E", "file read fail: ", 0)}, "-"},
-        {"size beyond 32 bits", load, "abc - -", {{"lseek end", 0x100000002L, 0}}, 0, {}, "ab"},
-        {"size unknown", load, "abc - -", {{"lseek end", -1, ESPIPE}}, 0,
-         {no("E", "file read fail: ", ESPIPE)}, "-"},
-        {"first version", replace, "- - -", {}, 0, {}, "new - -"},
-        {"temporary not opened", replace, "old older left", {{is("open", ".tmp"), -1, EACCES}},
-         ZELKM_UNKNOWN_ERROR, {no("E", "file open: ", EACCES)}, "old older left"},
-        {"short write, error", replace, "old older left", {{"write 3", 2, ENOSPC}},
-         ZELKM_UNKNOWN_ERROR, {no("E", "file write fail: ", ENOSPC)}, "old older ()"},
-        {"short write", replace, "old older left", {{"write 3", 2, 0}}, ZELKM_UNKNOWN_ERROR,
-         {no("E", "file write fail: ", 0)}, "old older ()"},
-        {"old backup not removed", replace, "old older -", {remove_backup}, 0, {not_removed},
-         "new old -"},
+        {"load", load, "abc - -", {}},
+        {"load without a file", load, "- - -", {}},
+        {"load an empty file", load, "() - -", {}},
+        {"read fails", load, "abc - -", {{"read 3", -1, EIO}}},
+        {"short read, error", load, "abc - -", {{"read 3", 2, EIO}}},
+        {"short read", load, "abc - -", {{"read 3", 2, 0}}},
+        {"size beyond 32 bits", load, "abc - -", {{"lseek end", 0x100000002L, 0}}},
+        {"size unknown", load, "abc - -", {{"lseek end", -1, ESPIPE}}},
+        {"first version", replace, "- - -", {}},
+        {"temporary not opened", replace, "old older left", {{is("open", ".tmp"), -1, EACCES}}},
+        {"short write, error", replace, "old older left", {{"write 3", 2, ENOSPC}}},
+        {"short write", replace, "old older left", {{"write 3", 2, 0}}},
+        {"old backup not removed", replace, "old older -", {remove_backup}},
         {"neither backup removed nor current kept", replace, "old older -",
-         {remove_backup, keep_backup}, 0, {not_removed, not_kept}, "new older -"},
-        {"current not removed", replace, "old older -", {remove_current}, ZELKM_UNKNOWN_ERROR,
-         {not_gone}, "- old new"},
-        {"current neither kept nor removed", replace, "old older -", {keep_backup, remove_current},
-         ZELKM_UNKNOWN_ERROR, {not_kept, not_gone}, "old - new"},
-        {"temporary not moved", replace, "old older -",
-         {{is("rename", ".tmp") + is(""), -1, EIO}}, ZELKM_UNKNOWN_ERROR,
-         {no("E", "fail rename: ", EIO)}, "- old new"},
-        {"no current file", restore, "- good -", {{is("unlink"), -1, ENOENT}}, 0, {missing},
-         "good - -"},
-        {"current not removed", restore, "bad good -", {{is("unlink"), -1, EPERM}},
-         ZELKM_UNKNOWN_ERROR, {no("E", "fail unlink during restore: ", EPERM)}, "bad good -"},
-        {"backup not moved", restore, "bad good -", {{is("rename", ".bak") + is(""), -1, EIO}},
-         ZELKM_UNKNOWN_ERROR, {no("E", "fail rename during restore:", EIO)}, "- good -"},
-        {"no file at all", restore, "- - -", {}, ZELKM_UNKNOWN_ERROR, {missing, no_backup},
-         "- - -"},
+         {remove_backup, keep_backup}},
+        {"current not removed", replace, "old older -", {remove_current}},
+        {"current neither kept nor removed", replace, "old older -", {keep_backup, remove_current}},
+        {"temporary not moved", replace, "old older -", {{is("rename", ".tmp") + is(""), -1, EIO}}},
+        {"restore without a current file", restore, "- good -", {{is("unlink"), -1, ENOENT}}},
+        {"restore, current not removed", restore, "bad good -", {{is("unlink"), -1, EPERM}}},
+        {"restore, backup not moved", restore, "bad good -",
+         {{is("rename", ".bak") + is(""), -1, EIO}}},
+        {"restore without a file", restore, "- - -", {}},
         // clang-format on
     };
+    const KeptReports kept(ZELKM_TEST_DATA_DIR "/file_steps.txt");
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         put(c.before);
@@ -172,16 +146,15 @@ TEST_F(ProtectedFile, EachFailingStep) {
             return Fate::kMade;
         };
         errno = EAGAIN;  // of an earlier call
-        EXPECT_EQ(c.result, c.action());
-        EXPECT_EQ(c.log, test::log());
-        EXPECT_EQ(c.after, loaded.empty() ? files() : loaded);
+        const int result = c.action();
+        kept.expect(c.name, outcome(result, {{"files", files()}, {"loaded", loaded}}));
         said.push_back(test::log().size());
         const Lines calls = faults.trace();
         for (const auto& fault : c.faults) {
             const auto at = std::find(calls.begin(), calls.end(), std::get<0>(fault));
             ASSERT_NE(calls.end(), at) << std::get<0>(fault);
             const size_t next = size_t(at - calls.begin()) + 1;
-            EXPECT_EQ(c.log.empty() ? 0u : 1u, said[next] - said[next - 1]) << *at;
+            EXPECT_EQ(test::log().empty() ? 0u : 1u, said[next] - said[next - 1]) << *at;
         }
         EXPECT_EQ(std::count_if(faults.calls().begin(), faults.calls().end(),
                                 [](const FileCall& call) {
@@ -192,13 +165,14 @@ TEST_F(ProtectedFile, EachFailingStep) {
 }
 
 TEST_F(ProtectedFile, DescriptorZeroIsAFileLikeOthers) {
-    test::writeFile("f", bytes("abc"));
+    const std::string content("a\0b", 3);
+    test::writeFile("f", bytes(content));
     const int input = ::dup(0);
     ::close(0);
     uint8_t* data = nullptr;
     uint32_t len = 0;
     EXPECT_EQ(0, ZelKeymasterOperation::load_data("f", &data, &len));
-    EXPECT_EQ("abc", std::string(data, data + len));
+    EXPECT_EQ(content, std::string(data, data + len));
     std::free(data);
     EXPECT_EQ(-1, ::close(0));
     ::dup2(input, 0);
@@ -214,7 +188,8 @@ TEST_F(ProtectedFile, LoadRefusesNullArgumentsAndReportsLackOfMemory) {
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::load_data("f", nullptr, &len));
     EXPECT_EQ(ZELKM_UNEXPECTED_NULL_POINTER, ZelKeymasterOperation::load_data("f", &data, nullptr));
     EXPECT_NE(nullptr, data);
-    const test::FilesTooLarge large;
+    FileFaults faults;
+    faults.answer("lseek end", 0xFFFFFFFFL, 0);
     EXPECT_EQ(ZELKM_MEMORY_ALLOCATION_FAILED, ZelKeymasterOperation::load_data("f", &data, &len));
     EXPECT_EQ(nullptr, data);
     EXPECT_EQ(99u, len);

@@ -27,17 +27,8 @@ class OverFakeKeymaster : public InTempDir {
         static const KeptReports kept(ZELKM_TEST_DATA_DIR "/answers.txt");
         const ::testing::TestInfo* const test =
             ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string report = "returns " + named(result) + "\n";
-        for (const std::string& line : log()) {
-            report += "logs " + line + "\n";
-        }
-        for (const std::string& call : km.calls) {
-            report += "calls " + call + "\n";
-        }
-        for (const auto& [what, value] : state) {
-            report += what + std::string(" \"") + value + "\"\n";
-        }
-        kept.expect(test->test_suite_name() + std::string(", ") + name, report);
+        kept.expect(test->test_suite_name() + std::string(", ") + name,
+                    outcome(result, state, km.calls));
     }
 };
 

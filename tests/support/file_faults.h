@@ -94,7 +94,7 @@ class FileFaults {
     FileFaults& operator=(const FileFaults&) = delete;
 
     // Calls whose text is `call` are not made: they return `result` and set errno, unless `error`
-    // is 0.
+    // is 0. With 0xFFFFFFFF of "lseek end", failing_memory.cpp refuses the memory for any file.
     void answer(const std::string& call, long result, int error) {
         answers_[call] = {result, error};
     }
@@ -135,16 +135,6 @@ class FileFaults {
     std::map<std::string, std::pair<long, int>> answers_;
     std::map<int, std::string> paths_;  // of open files
     std::vector<FileCall> calls_;
-};
-
-// While an object of this class lives, every file seems to have 4 GiB, an allocation that
-// failing_memory.cpp refuses.
-class FilesTooLarge {
-  public:
-    FilesTooLarge() { faults_.answer("lseek end", 0xFFFFFFFFL, 0); }
-
-  private:
-    FileFaults faults_;
 };
 
 }  // namespace test

@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Reports that are compared, word for word, with those of a file in tests/data. There, each stands
-// after a line "== NAME". A report that no test asks for is a failure as well, unless only some tests
-// run. To write such a file anew, name an empty one in ZELKM_WRITE_REPORTS, run the test, and read
-// the difference.
+// after a line "== NAME". A report that no test asks for is a failure as well, unless only some
+// tests run. To write such a file anew, name an empty one in ZELKM_WRITE_REPORTS, run the test, and
+// read the difference.
 
 #pragma once
 

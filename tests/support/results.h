@@ -10,7 +10,10 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "log_capture.h"
 #include "zelkeymaster_result.h"
 
 namespace test {
@@ -30,6 +33,24 @@ class Code {
   private:
     int code_;
 };
+
+// What a kept report says of an operation: its result, the log, the keymaster's calls, and the
+// state after it.
+inline std::string outcome(int result,
+                           const std::vector<std::pair<const char*, std::string>>& state,
+                           const Lines& calls = {}) {
+    std::string report = "returns " + named(result) + "\n";
+    for (const std::string& line : log()) {
+        report += "logs " + line + "\n";
+    }
+    for (const std::string& call : calls) {
+        report += "calls " + call + "\n";
+    }
+    for (const auto& [what, value] : state) {
+        report += what + std::string(" \"") + value + "\"\n";
+    }
+    return report;
+}
 
 }  // namespace test
 
