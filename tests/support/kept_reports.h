@@ -21,44 +21,44 @@ namespace test {
 
 class KeptReports {
   public:
-    explicit KeptReports(const std::filesystem::path& path) {
+    explicit KeptReports(const std::filesystem::path& path) : all_(*new All) {
+        ::testing::AddGlobalTestEnvironment(&all_);  // which takes it over
         std::ifstream file(path);
         std::string name;
         for (std::string line; std::getline(file, line);) {
             if (line.rfind("== ", 0) == 0) {
                 name = line.substr(3);
-                reports_[name];
+                all_.reports[name];
             } else {
-                reports_[name] += line + "\n";
+                all_.reports[name] += line + "\n";
             }
         }
-        ::testing::AddGlobalTestEnvironment(new AllAsked(*this));  // which takes it over
     }
 
     void expect(const std::string& name, const std::string& report) const {
+        all_.asked.insert(name);
         if (const char* const path = std::getenv("ZELKM_WRITE_REPORTS")) {
             std::ofstream(path, std::ios::app) << "== " << name << "\n" << report;
             return;
         }
-        asked_.insert(name);
-        const auto kept = reports_.find(name);
-        EXPECT_EQ(kept == reports_.end() ? "no report of this name" : kept->second, report) << name;
+        const auto kept = all_.reports.find(name);
+        EXPECT_EQ(kept == all_.reports.end() ? "no report of this name" : kept->second, report)
+            << name;
     }
 
   private:
-    struct AllAsked : ::testing::Environment {
-        explicit AllAsked(const KeptReports& kept) : reports(kept) {}
+    struct All : ::testing::Environment {
         void TearDown() override {
-            for (const auto& [name, report] : reports.reports_) {
-                EXPECT_TRUE(::testing::GTEST_FLAG(filter) != "*" || reports.asked_.count(name) != 0)
+            for (const auto& [name, report] : reports) {
+                EXPECT_TRUE(::testing::GTEST_FLAG(filter) != "*" || asked.count(name) != 0)
                     << "no test has the report " << name;
             }
         }
-        const KeptReports& reports;
+        std::map<std::string, std::string> reports;
+        std::set<std::string> asked;
     };
 
-    std::map<std::string, std::string> reports_;
-    mutable std::set<std::string> asked_;
+    All& all_;
 };
 
 }  // namespace test
