@@ -5,7 +5,6 @@
 // file calls, flushes, and bytes read and written. docs/device-costs.md must show these counts.
 
 #include <soft_keymaster/fault_keymaster.h>
-#include <soft_keymaster/soft_keymaster.h>
 
 #include <functional>
 #include <sstream>
@@ -13,7 +12,7 @@
 #include "engine.h"
 #include "file_faults.h"
 #include "kept_reports.h"
-#include "operation_peer.h"
+#include "store_fixture.h"
 
 namespace {
 
@@ -52,12 +51,6 @@ size_t lengthOf(const hidl_vec<KeyParameter>& params) {
 
 class DeviceCosts : public InTempDir {
   protected:
-    SoftKeymaster::Options options() {
-        SoftKeymaster::Options result;
-        result.root_key_path = "root_key";
-        return result;
-    }
-
     void makeStore(size_t rows) {
         std::string payload;
         for (size_t i = 0; i < rows; ++i) {
@@ -122,7 +115,7 @@ class DeviceCosts : public InTempDir {
         expected_ += counts.str() + " |\n";
     }
 
-    SoftKeymaster soft_{options()};
+    SoftKeymaster soft_{storeOptions()};
     FaultKeymaster km_{soft_};
     ObjectPtr object_;
     std::string expected_;
@@ -155,7 +148,7 @@ TEST_F(DeviceCosts, AreTheDocumentedOnes) {
     measure("delete", remove);
     measure("delete of nothing", remove);
     stop();
-    soft_.setPatchLevel(options().patch_level + 1);
+    soft_.setPatchLevel(storeOptions().patch_level + 1);
     measure("first query after a system update", startAndSelect);
 
     std::ifstream page(ZELKM_DOCS_DIR "/device-costs.md");

@@ -4,13 +4,11 @@
 // Secure objects from the public methods down to the encrypted file, with a software keymaster.
 
 #include <soft_keymaster/fault_keymaster.h>
-#include <soft_keymaster/soft_keymaster.h>
 
 #include <algorithm>
 
 #include "file_faults.h"
-#include "operation_peer.h"
-#include "results.h"
+#include "store_fixture.h"
 #include "velt_secure_db.h"
 #include "wiped_memory.h"
 #include "zelkeymaster_operation_internal.h"
@@ -31,8 +29,7 @@ class SecureObjects : public test::InTempDir {
     SecureObjects() { restart(); }
 
     static SoftKeymaster::Options options() {
-        SoftKeymaster::Options result;
-        result.root_key_path = "root_key";
+        SoftKeymaster::Options result = storeOptions();
         result.max_update_bytes = 7;  // so that every operation takes several updates
         return result;
     }
@@ -43,14 +40,10 @@ class SecureObjects : public test::InTempDir {
         object = test::makeObject(&km, true);
         test::clearLog();
     }
-    Code insert(std::string alias, std::string creator) {
-        SODOperationParam p;
-        return object->SodInsert(p.setAlias(alias).setCreator(creator));
+    Code insert(const char* alias, const char* creator) {
+        return insertAlias(*object, alias, creator);
     }
-    Code remove(std::string alias) {
-        SODOperationParam p;
-        return object->SodDelete(p.addAliasInWhere(alias));
-    }
+    Code remove(const char* alias) { return removeAlias(*object, alias); }
     // "creator::alias" of all objects, or the name of the error.
     Lines list() {
         SODOperationParam p;

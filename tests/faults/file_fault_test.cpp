@@ -45,15 +45,9 @@ constexpr int kFinished = 0;  // of one whose operation ended, with any result
 // ---- Operations ---------------------------------------------------------------------------------
 
 SoftKeymaster::Options options(uint32_t patch_level) {
-    SoftKeymaster::Options result;
-    result.root_key_path = kRootKey;
+    SoftKeymaster::Options result = test::storeOptions();
     result.patch_level = patch_level;
     return result;
-}
-
-int remove(ZelKeymasterOperation& object, std::string alias) {
-    SODOperationParam p;
-    return object.SodDelete(p.addAliasInWhere(alias));
 }
 
 // What the backup holds after two inserts.
@@ -103,7 +97,8 @@ std::vector<Operation> operations() {
     return {
         {"first insert", [] {}, insert("a"), "", "a ", "a "},
         {"insert", two_rows, insert("c"), "a b ", "a b c ", "c "},
-        {"delete", two_rows, with([](auto& o) { ignore(remove(o, "a")); }), "a b ", "b ", ""},
+        {"delete", two_rows, with([](auto& o) { ignore(test::removeAlias(o, "a")); }), "a b ", "b ",
+         ""},
         {"key upgrade", two_rows, insert("c", 2), "a b ", "a b c ", "c "},
         {"repair",
          [two_rows] {

@@ -1,8 +1,8 @@
 // Copyright 2026 The libzelkeymaster authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A store with the objects "a" and "b" over a software keymaster. A test can put it back as it was
-// before each try.
+// What tests do with a store over a software keymaster, and a store with the objects "a" and "b"
+// that a test can put back as it was before each try.
 
 #pragma once
 
@@ -19,10 +19,21 @@
 
 namespace test {
 
-inline Code insertAlias(ZelKeymasterOperation& object, std::string alias) {
+inline soft_keymaster::SoftKeymaster::Options storeOptions() {
+    soft_keymaster::SoftKeymaster::Options options;
+    options.root_key_path = "root_key";
+    return options;
+}
+
+inline Code insertAlias(ZelKeymasterOperation& object, std::string alias,
+                        std::string creator = "creator") {
     SODOperationParam p;
-    std::string creator = "creator";
     return object.SodInsert(p.setAlias(alias).setCreator(creator));
+}
+
+inline Code removeAlias(ZelKeymasterOperation& object, std::string alias) {
+    SODOperationParam p;
+    return object.SodDelete(p.addAliasInWhere(alias));
 }
 
 // What readAliases() returns about a store that is refused.
@@ -60,8 +71,7 @@ class StoreFixture : public InTempDir {
     }
 
     static soft_keymaster::SoftKeymaster::Options options() {
-        soft_keymaster::SoftKeymaster::Options result;
-        result.root_key_path = "root_key";
+        soft_keymaster::SoftKeymaster::Options result = storeOptions();
         result.max_operations = 100000;  // an operation that a fault broke off stays open
         return result;
     }
