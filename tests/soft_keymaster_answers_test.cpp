@@ -204,7 +204,10 @@ TEST_F(SoftKeymasterAnswers, ToAnotherClientThanTheKeys) {
         CallRecord record = {call, bound};
         record.client_id = id.blob;
         record.client_data = data.blob;
-        return made(km, record).error;
+        record.format = KeyFormat::X509;
+        const ErrorCode error = made(km, record).error;
+        EXPECT_EQ(call == Call::kExportKey, km.calls().back().format == KeyFormat::X509);
+        return error;
     };
     const KeyParameter other = param(Tag::APPLICATION_ID, bytes("Client"));
     expectAll({
@@ -221,6 +224,8 @@ TEST_F(SoftKeymasterAnswers, ToAnotherClientThanTheKeys) {
         {"none, upgrade", Error::INVALID_KEY_BLOB, upgrade(km, bound).error},
         {"none, attest", Error::INVALID_KEY_BLOB, attest(km, bound, {}).error},
     });
+    km.planEach(Call::kBegin, Fault::nonceSize(13));
+    EXPECT_EQ(13u, test::begin(km, kEncrypt, key_, kGcm).params.at(0).blob.size());
 }
 
 }  // namespace

@@ -84,6 +84,9 @@ TEST_F(SoftKeymasterTest, IsTheOnlyKeymasterOfTheHost) {
     const Bytes key = generate(*first[0], kAesKey).output;
     ASSERT_EQ(0, ::setenv(kRootKeyVariable, "soft_keymaster_root.key", 1));
     const auto second = Keymaster::enumerateAvailableDevices();
+    ASSERT_EQ(0, ::setenv(kPatchLevelVariable, "202602", 1));
+    EXPECT_EQ(Error::KEY_REQUIRES_UPGRADE, check(*Keymaster::enumerateAvailableDevices()[0], key));
+    ASSERT_EQ(0, ::unsetenv(kPatchLevelVariable));
     std::filesystem::create_directory("elsewhere");
     std::filesystem::current_path("elsewhere");
     EXPECT_EQ(Error::OK, check(*second[0], key));
