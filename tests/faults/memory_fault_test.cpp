@@ -83,21 +83,6 @@ class MemoryFault : public StoreFixture<RemoteKeymaster> {
     int replaced_keys_ = 0;
 };
 
-TEST_F(MemoryFault, SecureObjectOperations) {
-    std::string alias = "c", old_alias = "a";
-    SODOperationParam added, removed, selected;
-    added.setAlias(alias);
-    removed.addAliasInWhere(old_alias);
-    selected.addAliasToOutput();
-    Lines rows;
-    const auto insert = [&] { return object_->SodInsert(added); };
-    const auto remove = [&] { return object_->SodDelete(removed); };
-    forEachAllocation("insert", insert, storeHolds("a b c "));
-    forEachAllocation("delete", remove, storeHolds("b "));
-    forEachAllocation(
-        "select", [&] { return object_->SodSelect(selected, rows); }, storeHolds("a b "));
-}
-
 TEST_F(MemoryFault, ListsOfADescriptionStayInStep) {
     SODOperationParam p;
     forEachAllocation(
@@ -188,63 +173,14 @@ TEST_F(MemoryFault, ListsAreAppendedToWholeOrNotAtAll) {
     }
 }
 
-TEST_F(MemoryFault, StartUpAndFiles) {
-    const auto verify = [this](int) { expectUsable("a b "); };
-    forEachAllocation(
-        "start-up",
-        [this] {
-            // Without memory for the image the object starts with an empty store.
-            const ZelKeymasterOperation another(&km_, true);
-            return 0;
-        },
-        verify);
-    forEachAllocation(
-        "load_data",
-        [] {
-            uint8_t* data = nullptr;
-            uint32_t len = 7;
-            const int status = ZelKeymasterOperation::load_data(kStore, &data, &len);
-            EXPECT_TRUE(status == 0 ? data != nullptr : data == nullptr && len == 7);
-            free(data);
-            return status;
-        },
-        verify);
-}
+TEST_F(MemoryFault, EachOperation) {
+    std::string alias = "c", old_alias = "a";
+    SODOperationParam added, removed, selected;
+    added.setAlias(alias);
+    removed.addAliasInWhere(old_alias);
+    selected.addAliasToOutput();
+    Lines rows;
 
-TEST_F(MemoryFault, DatabaseKey) {
-    forEachAllocation(
-        "generation",
-        [this] {
-            for (const char* name : {"edbk", "edbk.bak"}) {
-                std::filesystem::remove(name);
-            }
-            return object_->init_db_key(1);
-        },
-        [this](int status) {
-            ObjectPeer peer(*object_);
-            EXPECT_EQ(status == 0, peer.keyBlobLen() != 0);
-            EXPECT_EQ(status == 0, peer.keyBlob() == readFile("edbk"));
-            EXPECT_EQ(0, object_->init_db_key(0));
-            std::filesystem::remove(kStore);  // encrypted with the key before
-            reopen();
-            expectUsable("");
-        });
-    forEachAllocation(
-        "upgrade",
-        [this] {
-            km_.setPatchLevel(options().patch_level + 1);
-            return object_->init_db_key(0);
-        },
-        [this](int status) {
-            // An object whose upgrade failed keeps the old blob; the next one upgrades it.
-            if (status != 0) {
-                reopen();
-            }
-            expectUsable("a b ");
-        });
-}
-
-TEST_F(MemoryFault, EncryptionAndDecryption) {
     Bytes text(100, 't');
     Bytes cipher(text.size());
     uint8_t iv[12], tag[16], aad[] = {1, 2, 3};
@@ -252,43 +188,90 @@ TEST_F(MemoryFault, EncryptionAndDecryption) {
         return object_->DBEncrypt(mode, text.data(), cipher.data(), unsigned(text.size()), iv, tag,
                                   aad, sizeof(aad));
     };
-    const auto verify = [this](int) { expectUsable("a b "); };
-    const auto encrypt = [&] { return convert(1); };
-    forEachAllocation("encryption", encrypt, verify);
-    forEachAllocation(
-        "decryption",
-        [&] {
-            {
-                const AllocationsWork preparing;
-                EXPECT_EQ(0, convert(1));
-            }
-            return convert(0);
-        },
-        verify);
-}
-
-TEST_F(MemoryFault, PasswordConversionAndAttestation) {
     const hidl_vec<uint8_t> in = {1, 2, 3};
     const hidl_vec<uint8_t> key = generate(km_, kEcKey).output;
-    hidl_vec<uint8_t> converted, tag, rot, csr;
-    const auto verify = [this](int) { expectUsable("a b "); };
-    forEachAllocation(
-        "password conversion",
-        [&] {
-            return object_->encryptWithPasswordHWKey(in, in, in, converted, in, in, tag, rot,
-                                                     PW_ENCRYPT_TYPE_TO_KEY);
-        },
-        verify);
-    forEachAllocation(
-        "signing request",
-        [&] {
-            csr = {};
-            return object_->generateCSR(key, {}, csr);
-        },
-        [&](int status) {
-            EXPECT_EQ(status == 0, csr.size() != 0);
-            verify(status);
-        });
+    hidl_vec<uint8_t> converted, password_tag, rot, csr;
+
+    const struct {
+        const char* name;
+        std::function<int()> action;
+        std::function<void(int)> verify = {};  // by default the store works as before
+    } operations[] = {
+        {"insert", [&] { return object_->SodInsert(added); }, storeHolds("a b c ")},
+        {"delete", [&] { return object_->SodDelete(removed); }, storeHolds("b ")},
+        {"select", [&] { return object_->SodSelect(selected, rows); }, storeHolds("a b ")},
+        {"load_data",
+         [] {
+             uint8_t* data = nullptr;
+             uint32_t len = 7;
+             const int status = ZelKeymasterOperation::load_data(kStore, &data, &len);
+             EXPECT_TRUE(status == 0 ? data != nullptr : data == nullptr && len == 7);
+             free(data);
+             return status;
+         }},
+        {"key generation",
+         [this] {
+             for (const char* name : {"edbk", "edbk.bak"}) {
+                 std::filesystem::remove(name);
+             }
+             return object_->init_db_key(1);
+         },
+         [this](int status) {
+             ObjectPeer peer(*object_);
+             EXPECT_EQ(status == 0, peer.keyBlobLen() != 0);
+             EXPECT_EQ(status == 0, peer.keyBlob() == readFile("edbk"));
+             EXPECT_EQ(0, object_->init_db_key(0));
+             std::filesystem::remove(kStore);  // encrypted with the key before
+             reopen();
+             expectUsable("");
+         }},
+        {"key upgrade",
+         [this] {
+             km_.setPatchLevel(options().patch_level + 1);
+             return object_->init_db_key(0);
+         },
+         [this](int status) {
+             // An object whose upgrade failed keeps the old blob; the next one upgrades it.
+             if (status != 0) {
+                 reopen();
+             }
+             expectUsable("a b ");
+         }},
+        {"encryption", [&] { return convert(1); }},
+        {"decryption",
+         [&] {
+             {
+                 const AllocationsWork preparing;
+                 EXPECT_EQ(0, convert(1));
+             }
+             return convert(0);
+         }},
+        {"password conversion",
+         [&] {
+             return object_->encryptWithPasswordHWKey(in, in, in, converted, in, in, password_tag,
+                                                      rot, PW_ENCRYPT_TYPE_TO_KEY);
+         }},
+        {"signing request",
+         [&] {
+             csr = {};
+             return object_->generateCSR(key, {}, csr);
+         },
+         [&](int status) {
+             EXPECT_EQ(status == 0, csr.size() != 0);
+             expectUsable("a b ");
+         }},
+        // Last: after it, each line of the error file is written once for each of its objects.
+        {"start-up",
+         [this] {
+             // Without memory for the image the object starts with an empty store.
+             const ZelKeymasterOperation another(&km_, true);
+             return 0;
+         }},
+    };
+    for (const auto& o : operations) {
+        forEachAllocation(
+            o.name, o.action, o.verify ? o.verify : [this](int) { expectUsable("a b "); });
+    }
 }
 
 TEST_F(MemoryFault, ChainValidation) {
