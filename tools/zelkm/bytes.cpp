@@ -27,9 +27,10 @@ std::string hex(std::string_view bytes) {
 std::optional<std::string> unhex(std::string_view digits) {
     std::string bytes;
     for (; !digits.empty(); digits.remove_prefix(2)) {
+        const std::string_view byte = digits.substr(0, 2);
         unsigned value = 0;
-        const char* const end = digits.data() + std::min<size_t>(digits.size(), 2);
-        if (digits.size() < 2 || std::from_chars(digits.data(), end, value, 16).ptr != end) {
+        const auto parsed = std::from_chars(byte.data(), byte.data() + byte.size(), value, 16);
+        if (byte.size() < 2 || parsed.ptr != byte.data() + byte.size()) {
             return std::nullopt;
         }
         bytes += static_cast<char>(value);
