@@ -91,8 +91,8 @@ Bytes authorizationList(const std::vector<KeyParameter>& params) {
     for (const Tag tag : kListed) {
         std::vector<Bytes> values;
         for (const KeyParameter& param : params) {
-            const bool unset = typeOf(tag) == TagType::BOOL && !param.f.boolValue;
-            if (param.tag == tag && !unset) {
+            const bool is_flag = typeOf(tag) == TagType::BOOL;
+            if (param.tag == tag && (!is_flag || param.f.boolValue)) {
                 values.push_back(elementOf(param));
             }
         }
