@@ -349,16 +349,13 @@ Finding checkSizes(Context& context) {
             : holds("payloads from 1 byte to " + std::to_string(good) + ", encrypted and decrypted",
                     "all got through");
     context.verdictIsKnown();
-    const size_t beyond = 2 * std::min(largest, kMuch);
-    if (!failed && beyond > largest) {
+    if (!failed) {
+        const size_t beyond = largest + std::min(largest, kMuch);
         (failureAt(context, beyond, &once) ? bad : good) = beyond;
     }
-    outcome.note = once;
-    if (bad != 0) {
-        outcome.note += limitBetween(context, good, bad);
-    } else if (good > largest) {
-        outcome.note += storeSize(good) + " get through, too";
-    }
+    const std::string limit =
+        bad == 0 ? storeSize(good) + " get through, too" : limitBetween(context, good, bad);
+    outcome.note = once + limit;
     return outcome;
 }
 

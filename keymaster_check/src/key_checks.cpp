@@ -30,11 +30,9 @@ std::vector<Damage> damagesOf(const Bytes& blob) {
     Bytes longer = blob;
     longer.push_back(0);
     damages.push_back({"with a byte more", longer});
-    if (blob.size() > 1) {
-        const auto half = static_cast<Bytes::difference_type>(blob.size() / 2);
-        damages.push_back({"without its last byte", Bytes(blob.begin(), blob.end() - 1)});
-        damages.push_back({"without its second half", Bytes(blob.begin(), blob.begin() + half)});
-    }
+    const auto half = static_cast<Bytes::difference_type>(blob.size() / 2);
+    damages.push_back({"without its last byte", Bytes(blob.begin(), blob.end() - 1)});
+    damages.push_back({"without its second half", Bytes(blob.begin(), blob.begin() + half)});
     return damages;
 }
 
