@@ -25,7 +25,7 @@ FOLDERS = {
     "common": ("zelkeymaster_objects", r"^(library_|faults_|file_fault|memory_fault|error_file|abi_|(query|matching|store|chain|object)_seeds$)"),
     "soft_keymaster": ("soft_keymaster", "^(soft_|keymaster_check|check_session|library|faults)"),
     "keymaster_check": ("keymaster_check", "^(keymaster_check|check_session)"),
-    "tools": ("zelkm", "^(zelkm_|log_reader|messages|tool_)|_session$"),
+    "tools": ("zelkm", "^zelkm_|_session$"),
 }
 
 SWAPS = {
