@@ -435,15 +435,21 @@ std::vector<Requirement> allRequirements() {
 }
 
 std::vector<std::string> shown(const std::vector<Finding>& findings) {
+    // What follows if a requirement that was not tried is broken. It is not shown each time.
+    std::set<std::string> not_known;
+    for (const Requirement& known : allRequirements()) {
+        not_known.insert(known.id + std::string(": not known; if it is broken: ") +
+                         known.consequence);
+    }
     std::vector<std::string> all;
     for (const Finding& finding : findings) {
-        // What follows if a requirement that was not tried is broken is not shown each time.
-        const bool not_known = finding.consequence.rfind("not known; if it is broken: ", 0) == 0;
         std::string text = finding.id + ": " + verdictName(finding.verdict) + "\n";
         const std::pair<const char*, std::string> fields[] = {
             {"  sent: ", finding.sent},
             {"  answered: ", finding.answered},
-            {"  so: ", not_known ? "not known" : finding.consequence},
+            {"  so: ", not_known.count(finding.id + ": " + finding.consequence) != 0
+                           ? "not known"
+                           : finding.consequence},
             {"  note: ", finding.note}};
         for (const auto& [name, value] : fields) {
             text += value.empty() ? "" : name + masked(value) + "\n";
