@@ -5,11 +5,6 @@
 // kind, or it ends the process, or the power is cut after it. Each time the directory must still
 // hold a whole store and a key that decrypts it. Both may be the old ones or the new ones, under
 // their own names, as backups, or as complete temporary files.
-//
-// Each try runs on a copy of a prepared directory, in a child process with an engine of its own.
-
-#include <soft_keymaster/soft_keymaster.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -19,36 +14,13 @@
 #include <memory>
 #include <set>
 
-#include "child.h"
 #include "fault_loop.h"
 #include "file_faults.h"
 #include "store_fixture.h"
 
-// A function of the leak sanitizer, where that is linked in. A child exits without its usual check.
-extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
-
 namespace {
 
-namespace fs = std::filesystem;
-using soft_keymaster::SoftKeymaster;
-using test::Bytes;
-using test::Fate;
-using test::FileCall;
-using test::FileFaults;
-
-using test::kStore;
-constexpr char kRootKey[] = "root_key";
-constexpr int kDied = 99;     // exit status of a child that a fault ended
-constexpr int kLeaked = 98;   // of one whose operation left memory behind
-constexpr int kFinished = 0;  // of one whose operation ended, with any result
-
-// ---- Operations ---------------------------------------------------------------------------------
-
-SoftKeymaster::Options options(uint32_t patch_level) {
-    SoftKeymaster::Options result = test::storeOptions();
-    result.patch_level = patch_level;
-    return result;
-}
+using namespace test;
 
 // What the backup holds after two inserts.
 constexpr char kBackupRows[] = "a ";
@@ -62,59 +34,26 @@ constexpr char kBackupRows[] = "a ";
 enum Repair { kNoRepair, kBackupRestored, kKeyReplaced };
 
 Repair repairDone() {
-    if (test::logged("E object: key blob is corrupted. regard the key file is broken and "
-                     "regenerate key")) {
+    if (logged("E object: key blob is corrupted. regard the key file is broken and "
+               "regenerate key")) {
         return kKeyReplaced;
     }
-    return test::logged("E object: restore the stored db. need to restart keystore")
-               ? kBackupRestored
-               : kNoRepair;
+    return logged("E object: restore the stored db. need to restart keystore") ? kBackupRestored
+                                                                               : kNoRepair;
 }
 
 struct Operation {
     std::string name;
-    std::function<void()> prepare;  // fills the directory, in a child, without faults
-    std::function<void()> run;
-    std::string before;  // the aliases that the store holds
+    std::function<void()> prepare;  // fills the directory, without faults
+    std::function<void()> run;      // with them, in a new process
+    std::string before;             // the aliases that the store holds
     std::string after;
     std::string from_empty;  // the aliases afterwards, when the store file could not be read
 };
 
-void ignore(int) {}
-
-std::vector<Operation> operations() {
-    const auto with = [](std::function<void(ZelKeymasterOperation&)> steps, uint32_t level = 1) {
-        return [steps, level] {
-            SoftKeymaster km(options(level));
-            steps(*test::makeObject(&km, true));
-        };
-    };
-    const auto insert = [with](const char* alias, uint32_t level = 1) {
-        return with([alias](auto& o) { ignore(test::insertAlias(o, alias)); }, level);
-    };
-    const auto two_rows =
-        with([](auto& o) { ignore(test::insertAlias(o, "a")), ignore(test::insertAlias(o, "b")); });
-    return {
-        {"first insert", [] {}, insert("a"), "", "a ", "a "},
-        {"insert", two_rows, insert("c"), "a b ", "a b c ", "c "},
-        {"delete", two_rows, with([](auto& o) { ignore(test::removeAlias(o, "a")); }), "a b ", "b ",
-         ""},
-        {"key upgrade", two_rows, insert("c", 2), "a b ", "a b c ", "c "},
-        {"repair",
-         [two_rows] {
-             two_rows();
-             Bytes store = *test::readFile(kStore);
-             store.back() ^= 1;
-             test::writeFile(kStore, store);
-         },
-         with([](auto& o) { test::readAliases(o); }), "a ", "a ", ""},
-    };
-}
-
-// ---- Faults -------------------------------------------------------------------------------------
-
 // What becomes of the call with the number `nth`. All others are made, except that after
-// kFailFromThen the later ones of its kind fail as well.
+// kFailFromThen the later ones of its kind fail as well, and after kExit all later ones: a process
+// that has ended leaves the files alone.
 struct Plan {
     enum Kind { kFail, kFailFromThen, kShort, kExit };
     Kind kind;
@@ -122,20 +61,18 @@ struct Plan {
     int nth = 0;
 };
 
-// Lets the file calls fail as planned, and counts them.
+// Lets the file calls fail as planned.
 void carryOut(const Plan& plan, FileFaults* faults) {
     faults->before_each = [plan, faults, failing = std::string()](const FileCall& call) mutable {
         const bool now = faults->calls().size() == size_t(plan.nth);
-        if (now && plan.kind == Plan::kExit) {
-            _exit(kDied);
-        }
+        const bool dead = plan.kind == Plan::kExit && faults->calls().size() > size_t(plan.nth);
         if (now && plan.kind == Plan::kShort) {
             return Fate::kShort;
         }
         if (now && plan.kind == Plan::kFailFromThen) {
             failing = call.kind();
         }
-        if (!now && call.kind() != failing) {
+        if (!now && !dead && call.kind() != failing) {
             return Fate::kMade;
         }
         errno = plan.error;
@@ -143,90 +80,53 @@ void carryOut(const Plan& plan, FileFaults* faults) {
     };
 }
 
-// ---- Children -----------------------------------------------------------------------------------
-
-// Runs `action` in a child whose working directory is `directory`. Returns its exit status, or -1
-// when a signal ended it, and in `answer` what the action returned.
-int inChild(const fs::path& directory, const std::function<std::string()>& action,
-            std::string* answer = nullptr) {
-    const fs::path file = directory.parent_path() / "answer";
-    fs::remove(file);
-    const int status = test::runInChild([&] {
-        fs::current_path(directory);
-        test::writeFile(file, test::bytes(action()));
-        return kFinished;
-    });
-    if (answer != nullptr) {
-        *answer = test::text(file);
-    }
-    return status;
-}
-
-using Files = std::map<std::string, Bytes>;
-
-Files filesIn(const fs::path& directory) {
-    Files files;
-    for (const auto& file : fs::directory_iterator(directory)) {
-        const std::string name = file.path().filename();
-        if (name.rfind("zelko_err", 0) != 0) {
-            files[name] = *test::readFile(file.path());
-        }
-    }
-    return files;
-}
-
-void put(const fs::path& directory, const Files& files) {
-    fs::remove_all(directory);
-    fs::create_directory(directory);
-    for (const auto& [name, content] : files) {
-        test::writeFile(directory / name, content);
-        fs::permissions(directory / name, fs::perms(0600));
-    }
-}
-
-// What a new process reads among these files: the aliases, or the result code.
-std::string readBack(const Files& files) {
-    static std::map<Files, std::string> known;
-    const auto [found, is_new] = known.emplace(files, "");
-    if (is_new) {
-        const fs::path directory = fs::current_path() / "scratch";
-        put(directory, files);
-        const int status = inChild(
-            directory,
-            [] {
-                SoftKeymaster km(options(2));
-                return test::readAliases(*test::makeObject(&km, true));
-            },
-            &found->second);
-        if (status != kFinished) {
-            found->second = "crash " + std::to_string(status);
-        }
-    }
-    return found->second;
-}
-
-// ---- The promise --------------------------------------------------------------------------------
-
-class FileFault : public test::InTempDir {
+class FileFault : public StoreFixture<soft_keymaster::SoftKeymaster> {
   protected:
-    // Runs an operation in this process: the children then inherit a libcrypto that is set up and,
-    // under an emulator, code that is translated. They take a tenth of the time.
-    FileFault() {
-        const Operation upgrade = operations()[3];
-        fs::create_directory("warm");
-        fs::current_path("warm");
-        upgrade.prepare();
-        upgrade.run();
-        fs::current_path(directory());
-        test::forgetTable();
+    // Runs `steps` in what is to the library a new process, on a system with this many updates.
+    template <typename Steps>
+    void process(uint32_t updates, Steps steps) {
+        km_.setPatchLevel(options().patch_level + updates);
+        reopen();
+        steps(*object_);
     }
 
-    fs::path tried() const { return directory() / "tried"; }
+    std::vector<Operation> operations() {
+        const auto insert = [this](const char* alias, uint32_t updates = 0) {
+            return [=] { process(updates, [&](auto& o) { insertAlias(o, alias); }); };
+        };
+        const auto two_rows = [insert] {
+            insert("a")();
+            insert("b")();
+        };
+        const auto damaged = [two_rows] {
+            two_rows();
+            Bytes store = *readFile(kStore);
+            store.back() ^= 1;
+            writeFile(kStore, store);
+        };
+        const auto remove = [this] { process(0, [](auto& o) { removeAlias(o, "a"); }); };
+        const auto read = [this] { process(0, [](auto& o) { readAliases(o); }); };
+        return {{"first insert", [] {}, insert("a"), "", "a ", "a "},
+                {"insert", two_rows, insert("c"), "a b ", "a b c ", "c "},
+                {"delete", two_rows, remove, "a b ", "b ", ""},
+                {"key upgrade", two_rows, insert("c", 1), "a b ", "a b c ", "c "},
+                {"repair", damaged, read, "a ", "a ", ""}};
+    }
 
     void prepare(const Operation& operation) {
-        put(tried(), {{kRootKey, Bytes(32, 7)}});
-        ASSERT_EQ(kFinished, inChild(tried(), [&] { return operation.prepare(), ""; }));
-        prepared_ = filesIn(tried());
+        put({});
+        operation.prepare();
+        prepared_ = files();
+    }
+
+    // What a new process reads among these files: the aliases, or the result code.
+    std::string readBack(const Files& files) {
+        const auto [found, is_new] = known_.emplace(files, "");
+        if (is_new) {
+            put(files);
+            process(1, [&text = found->second](auto& o) { text = readAliases(o); });
+        }
+        return found->second;
     }
 
     // Whether some version of the store opens with some version of the key, with the right content.
@@ -242,9 +142,8 @@ class FileFault : public test::InTempDir {
                 if (files.count(kStore + store) == 0 || files.count("edbk" + key) == 0) {
                     continue;
                 }
-                const std::string rows = readBack({{kStore, files.at(kStore + store)},
-                                                   {"edbk", files.at("edbk" + key)},
-                                                   {kRootKey, files.at(kRootKey)}});
+                const std::string rows = readBack(
+                    {{kStore, files.at(kStore + store)}, {"edbk", files.at("edbk" + key)}});
                 if (rows == operation.before || rows == operation.after ||
                     (repair == kBackupRestored && rows == kBackupRows)) {
                     return true;
@@ -262,8 +161,8 @@ class FileFault : public test::InTempDir {
                                          operation.after,
                                          operation.from_empty,
                                          "",  // the store starts empty between the renames
-                                         test::kNotVerified,
-                                         test::refusal(ZELKM_INVALID_ARGUMENT)};
+                                         kNotVerified,
+                                         refusal(ZELKM_INVALID_ARGUMENT)};
         if (repair != kNoRepair) {
             allowed.insert(kBackupRows);
         }
@@ -272,34 +171,12 @@ class FileFault : public test::InTempDir {
     }
 
     Files prepared_;
+    std::map<Files, std::string> known_;  // what was read
 };
-
-// Runs the operation under a plan in this directory. Returns the child's exit status, how many file
-// calls it made, and its repair.
-int runWithPlan(const fs::path& directory, const Operation& operation, const Plan& plan, int* calls,
-                Repair* repair) {
-    std::string answer;
-    const int status = inChild(
-        directory,
-        [&] {
-            FileFaults faults;
-            carryOut(plan, &faults);
-            operation.run();
-            if (__lsan_do_recoverable_leak_check != nullptr &&
-                __lsan_do_recoverable_leak_check() != 0) {
-                _exit(kLeaked);
-            }
-            return std::to_string(faults.calls().size()) + " " + std::to_string(repairDone());
-        },
-        &answer);
-    *calls = status == kFinished ? std::stoi(answer) : 0;
-    *repair = status == kFinished ? static_cast<Repair>(answer.back() - '0') : kNoRepair;
-    return status;
-}
 
 TEST_F(FileFault, FailedCallsAndKilledProcessesLoseNothing) {
     std::vector<std::pair<std::string, Plan>> kinds = {
-        {"exit", {Plan::kExit, 0}},
+        {"exit", {Plan::kExit, EIO}},
         {"short", {Plan::kShort, 0}},
         {"no such call any more", {Plan::kFailFromThen, EIO}}};
     for (const int error : {EIO, ENOSPC, EACCES, EINTR}) {
@@ -309,19 +186,20 @@ TEST_F(FileFault, FailedCallsAndKilledProcessesLoseNothing) {
     for (const Operation& operation : operations()) {
         prepare(operation);
         for (const auto& [kind, fault] : kinds) {
-            states += test::untilNothingFails(
-                operation.name + ", " + kind + " at call", [&, plan = fault](long nth) mutable {
-                    put(tried(), prepared_);
-                    plan.nth = int(nth);
-                    int calls = 0;
-                    Repair repair = kNoRepair;
-                    const int status = runWithPlan(tried(), operation, plan, &calls, &repair);
-                    EXPECT_TRUE(status == kFinished ||
-                                (plan.kind == Plan::kExit && status == kDied))
-                        << status;
-                    check(filesIn(tried()), operation, repair);
-                    return status == kDied || nth < calls;
-                });
+            const auto attempt = [&, plan = fault](long nth) mutable {
+                put(prepared_);
+                plan.nth = int(nth);
+                bool hit = false;
+                {
+                    FileFaults faults;
+                    carryOut(plan, &faults);
+                    operation.run();
+                    hit = faults.calls().size() >= size_t(nth);
+                }
+                check(files(), operation, plan.kind == Plan::kExit ? kNoRepair : repairDone());
+                return hit;
+            };
+            states += untilNothingFails(operation.name + ", " + kind + " at call", attempt);
         }
     }
     std::printf("states after a failed call or a killed process: %d\n", states);
@@ -384,13 +262,9 @@ struct Disk {
 };
 
 // The calls of an operation that change the directory or bring it to the device.
-std::vector<FileCall> changesOf(const Operation& operation, const fs::path& directory) {
-    const fs::path before = fs::current_path();
-    fs::current_path(directory);
+std::vector<FileCall> changesOf(const Operation& operation) {
     FileFaults recorder;
     operation.run();
-    fs::current_path(before);
-    test::forgetTable();
     std::vector<FileCall> changes;
     for (const FileCall& call : recorder.calls()) {
         const std::string kind = call.kind();
@@ -407,7 +281,7 @@ TEST_F(FileFault, PowerCutsLoseNothing) {
     int states = 0;
     for (const Operation& operation : operations()) {
         prepare(operation);
-        const std::vector<FileCall> changes = changesOf(operation, tried());
+        const std::vector<FileCall> changes = changesOf(operation);
         ASSERT_FALSE(changes.empty()) << operation.name;
         Disk disk;
         for (const auto& [name, content] : prepared_) {

@@ -29,6 +29,11 @@ struct ZelKeymasterOperationPeer {
         replace(&object_.mDbData, bytes);
         object_.mDbLen = static_cast<uint32_t>(bytes.size());
     }
+    // Loads the image as a new object does.
+    void load() {
+        static_cast<void>(
+            ZelKeymasterOperation::load_data(zelkm::kStoreFile, &object_.mDbData, &object_.mDbLen));
+    }
     void setKeyBlob(const test::Bytes& bytes) {
         replace(&object_.mDbKeyBlob, bytes);
         object_.mDbKeyBlobLen = bytes.size();

@@ -55,6 +55,8 @@ inline std::string readAliases(ZelKeymasterOperation& object) {
     return status == 0 ? text : refusal(status);
 }
 
+using Files = std::map<std::string, Bytes>;  // by name
+
 template <typename KeymasterType>
 class StoreFixture : public InTempDir {
   protected:
@@ -63,11 +65,7 @@ class StoreFixture : public InTempDir {
         reopen();
         EXPECT_EQ(0, insertAlias(*object_, "a"));
         EXPECT_EQ(0, insertAlias(*object_, "b"));
-        for (const std::string& name : allFiles()) {
-            if (const auto content = readFile(name)) {
-                files_[name] = *content;
-            }
-        }
+        files_ = files();
     }
 
     static soft_keymaster::SoftKeymaster::Options options() {
@@ -76,23 +74,39 @@ class StoreFixture : public InTempDir {
         return result;
     }
 
-    // The files that the library replaces, and their backups.
-    static std::vector<std::string> allFiles() {
+    // The files that the library replaces, their backups and temporary files.
+    static std::vector<std::string> allNames() {
         std::vector<std::string> names;
-        for (const char* name : zelkm::kReplacedFiles) {
-            names.insert(names.end(), {name, name + std::string(zelkm::kBackupSuffix)});
+        for (const std::string name : zelkm::kReplacedFiles) {
+            names.insert(names.end(),
+                         {name, name + zelkm::kBackupSuffix, name + zelkm::kTemporarySuffix});
         }
         return names;
     }
 
-    void startAfresh() {
-        km_.setPatchLevel(options().patch_level);
-        for (const std::string& name : allFiles()) {
+    // Those of them that are there.
+    static Files files() {
+        Files found;
+        for (const std::string& name : allNames()) {
+            if (const auto content = readFile(name)) {
+                found[name] = *content;
+            }
+        }
+        return found;
+    }
+
+    static void put(const Files& files) {
+        for (const std::string& name : allNames()) {
             std::filesystem::remove(name);
         }
-        for (const auto& [name, content] : files_) {
+        for (const auto& [name, content] : files) {
             writeFile(name, content);
         }
+    }
+
+    void startAfresh() {
+        km_.setPatchLevel(options().patch_level);
+        put(files_);
         reopen();
     }
 
@@ -100,7 +114,8 @@ class StoreFixture : public InTempDir {
     // really new one would write each line of the error file once more.)
     void reopen() {
         ObjectPeer peer(*object_);
-        peer.setImage(readFile(kStore).value_or(Bytes()));
+        peer.setImage({});
+        peer.load();
         peer.setKeyBlob({});
         keymaster_blob_t out = {};
         EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
@@ -110,7 +125,7 @@ class StoreFixture : public InTempDir {
 
     KeymasterType km_;
     ObjectPtr object_;
-    std::map<std::string, Bytes> files_;
+    Files files_;
 };
 
 }  // namespace test
