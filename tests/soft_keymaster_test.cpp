@@ -81,6 +81,7 @@ TEST_F(SoftKeymasterTest, IsTheOnlyKeymasterOfTheHost) {
     const auto first = Keymaster::enumerateAvailableDevices();
     Keymaster::performHmacKeyAgreement(first);
     ASSERT_EQ(1u, first.size());
+    EXPECT_EQ(4, first[0]->halVersion().majorVersion);
     const Bytes key = generate(*first[0], kAesKey).output;
     ASSERT_EQ(0, ::setenv(kRootKeyVariable, "soft_keymaster_root.key", 1));
     const auto second = Keymaster::enumerateAvailableDevices();
