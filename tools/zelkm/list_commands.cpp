@@ -10,7 +10,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "output.h"
-#include "store_access.h"
+#include "session.h"
 
 namespace zelkm_tool {
 namespace {

@@ -15,7 +15,7 @@
 #include "files.h"
 #include "object_reader.h"
 #include "output.h"
-#include "store_access.h"
+#include "session.h"
 #include "store_file.h"
 
 namespace zelkm_tool {

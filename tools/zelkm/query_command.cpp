@@ -12,7 +12,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "files.h"
-#include "store_access.h"
+#include "session.h"
 #include "store_file.h"
 
 namespace zelkm_tool {
