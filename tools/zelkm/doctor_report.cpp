@@ -103,15 +103,11 @@ Json toJson(const Report& report) {
 
 }  // namespace
 
-const std::vector<FindingKind>& findingKinds() {
-    static const std::vector<FindingKind> kinds = readKinds();
-    return kinds;
-}
-
 const FindingKind& Finding::kind() const {
-    const auto found = std::find_if(findingKinds().begin(), findingKinds().end(),
+    static const std::vector<FindingKind> kinds = readKinds();
+    const auto found = std::find_if(kinds.begin(), kinds.end(),
                                     [this](const FindingKind& kind) { return kind.name == name; });
-    if (found == findingKinds().end()) {
+    if (found == kinds.end()) {
         throw std::logic_error("no finding " + name);
     }
     return *found;

@@ -105,9 +105,6 @@ struct FindingKind {
     std::string advice;   // what to do, where --repair does not
 };
 
-// In the order of the page.
-const std::vector<FindingKind>& findingKinds();
-
 struct Finding {
     std::string name;   // one that the page has
     std::string file;   // the file that it is about; empty for the directory
