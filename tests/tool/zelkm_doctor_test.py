@@ -332,7 +332,8 @@ class ZelkmDoctor(StoreDirectoryTest):
             with self.subTest(row=name):
                 self.judge(name, with_key, *expected[0])
                 self.judge(name + ", without its key", without, *expected[-1])
-                self.expect_nothing_lost(without)
+                if not SANITIZED:
+                    self.expect_nothing_lost(without)
         self.assertEqual(list(self.reports), [], "no row has these reports")
 
         # The owner has no right to what is theirs. Root acts as the owner.
@@ -361,6 +362,7 @@ class ZelkmDoctor(StoreDirectoryTest):
         self.assertGreater(len(kinds), 40)
         self.assertLessEqual(kinds, self.found)
 
+    @unittest.skipIf(SANITIZED, "hundreds of starts")
     def test_no_changed_directory_is_healthy(self):
         """With the key at hand the doctor calls no directory healthy in which a byte of a file is
         changed or a file is missing."""

@@ -61,9 +61,10 @@ class ZelkmFailingCalls(StoreDirectoryTest):
             self.assertEqual(listed.status, 0, listed)
             self.assertIn(listed.out, ("c::n\n",) if outcome.status == 0 else ("c::n\n", ""))
 
-        for fate in (FAILS, ENDS_ALL):
+        for fate in (FAILS,) if SANITIZED else (FAILS, ENDS_ALL):
             add.run_at_each_call(fate, lambda: put({}), check)
 
+    @unittest.skipIf(SANITIZED, "what a power cut leaves is the same in all builds")
     def test_leave_nothing_outside_wherever_the_doctor_is_killed(self):
         os.mkdir("tmp")
         self.enterContext(unittest.mock.patch.dict(os.environ, TMPDIR="tmp"))
