@@ -51,6 +51,7 @@ MASKS = [
     (r"\b\d\d-\d\d \d\d:\d\d:\d\d(\.\d+)?", "TIME"),
     (r"\b(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) +\d+ +(\d\d:\d\d|\d{4})", "TIME"),
     (r"\bdoctor-\d{8}-\d{6}", "doctor-TIME"),
+    (r"\btook \d+\.\d s\b", "took TIME"),
     # Its lines hold process numbers, of any length.
     (r"\b\d+( TIME zelko_err\.txt)|(?<=zelko_err\.txt: )\d+", r"SIZE\1"),
     (r"\bTIME +\d+ +\d+ ", "TIME PID PID "),
