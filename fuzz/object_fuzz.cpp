@@ -12,26 +12,11 @@
 #include <optional>
 #include <vector>
 
-#include "file_names.h"
+#include "../tests/support/operation_peer.h"
 #include "folder.h"
 #include "zelkeymaster_operation.h"
 
 namespace fs = std::filesystem;
-
-// Puts the object in the state of a new one. (A really new one would write each line of the error
-// file once more.)
-struct ZelKeymasterOperationPeer {
-    static void restart(ZelKeymasterOperation& object) {
-        static_cast<void>(
-            ZelKeymasterOperation::load_data(zelkm::kStoreFile, &object.mDbData, &object.mDbLen));
-        std::free(object.mDbKeyBlob);
-        object.mDbKeyBlob = nullptr;
-        object.mDbKeyBlobLen = 0;
-        keymaster_blob_t out = {};
-        fuzz::require(object.queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out) ==
-                      ZELKM_INVALID_ARGUMENT);  // without a handle, so the table is forgotten
-    }
-};
 
 namespace {
 
@@ -40,27 +25,7 @@ using android::hardware::hidl_vec;
 using soft_keymaster::Call;
 using soft_keymaster::Fault;
 
-// Each with its backup and its temporary file.
-const std::vector<std::string> kFiles = [] {
-    std::vector<std::string> names;
-    for (const char* suffix : {"", zelkm::kBackupSuffix, zelkm::kTemporarySuffix}) {
-        for (const char* name : zelkm::kReplacedFiles) {
-            names.push_back(name + std::string(suffix));
-        }
-    }
-    return names;
-}();
-
-int insert(ZelKeymasterOperation& object, std::string alias) {
-    SODOperationParam p;
-    std::string creator = "app";
-    return object.SodInsert(p.setAlias(alias).setCreator(creator));
-}
-
-int readAliases(ZelKeymasterOperation& object, Rows* rows) {
-    SODOperationParam p;
-    return object.SodRetreiveOther(p.addAliasToOutput(), *rows);
-}
+const std::vector<std::string> kFiles = test::replacedNames();
 
 hidl_vec<uint8_t> bytes(const fuzz::Block& block) {
     return std::vector<uint8_t>(block.data.get(), block.data.get() + block.len);
@@ -125,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const std::string& name : kFiles) {
         fs::remove(name);
     }
-    ZelKeymasterOperationPeer::restart(object);
+    test::ObjectPeer(object).restart();
 
     fuzz::Input input(data, size);
     bool faultless = true;  // nothing but good answers and whole files so far
@@ -139,26 +104,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             faultless = false;
         }
         const std::string alias = "k" + std::to_string(choice >> 3 & 7);
-        SODOperationParam p;
         Rows rows;
-        std::string wanted = alias;
         int status = 0;
         switch (choice & 7) {
             case 0:
-                status = insert(object, alias);
+                status = test::insertAlias(object, alias);
                 expected.push_back(alias);
                 break;
             case 1:
-                status = object.SodDelete(p.addAliasInWhere(wanted));
+                status = test::removeAlias(object, alias);
                 expected.erase(std::remove(expected.begin(), expected.end(), alias),
                                expected.end());
                 break;
             case 2:
-                status = readAliases(object, &rows);
+                status = test::readAliases(object, &rows);
                 fuzz::require(!faultless || rows == expected);
                 break;
             case 3:
-                ZelKeymasterOperationPeer::restart(object);
+                test::ObjectPeer(object).restart();
                 break;
             case 4: {
                 hidl_vec<uint8_t> converted, tag = bytes(input.block());
@@ -190,22 +153,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int status = -1;
     for (int process = 0; process < 4 && status != 0; ++process) {
         before.clear();
-        ZelKeymasterOperationPeer::restart(object);
-        status = readAliases(object, &before);
+        test::ObjectPeer(object).restart();
+        status = test::readAliases(object, &before);
         fuzz::require(!faultless || (status == 0 && before == expected));
     }
     if (status == 0) {
         // A damaged key without a store is refused once. The next process makes a new one.
         const bool had_store = fs::exists(kFiles[0]);
-        status = insert(object, "last");
+        status = test::insertAlias(object, "last");
         if (status == ZELKM_INVALID_KEY_BLOB && !had_store && !faultless) {
-            ZelKeymasterOperationPeer::restart(object);
-            status = insert(object, "last");
+            test::ObjectPeer(object).restart();
+            status = test::insertAlias(object, "last");
         }
         fuzz::require(status == 0);
-        ZelKeymasterOperationPeer::restart(object);
+        test::ObjectPeer(object).restart();
         Rows after;
-        fuzz::require(readAliases(object, &after) == 0);
+        fuzz::require(test::readAliases(object, &after) == 0);
         before.push_back("last");
         fuzz::require(before == after);
     }

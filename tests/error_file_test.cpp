@@ -12,8 +12,9 @@
 #include <thread>
 
 #include "child.h"
-#include "operation_peer.h"
+#include "temp_dir.h"
 #include "velt_secure_db.h"
+#include "zelkeymaster_operation.h"
 #include "zelkeymaster_operation_internal.h"
 
 namespace {

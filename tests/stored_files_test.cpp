@@ -3,10 +3,8 @@
 
 // Every architecture reads the files of the first release (see data/README.md).
 
-#include <soft_keymaster/soft_keymaster.h>
-
 #include "engine.h"
-#include "operation_peer.h"
+#include "store_fixture.h"
 
 namespace {
 

@@ -14,7 +14,6 @@
 
 #include "file_calls.h"
 #include "operation_peer.h"
-#include "results.h"
 #include "temp_dir.h"
 
 namespace test {
@@ -23,17 +22,6 @@ inline soft_keymaster::SoftKeymaster::Options storeOptions() {
     soft_keymaster::SoftKeymaster::Options options;
     options.root_key_path = "root_key";
     return options;
-}
-
-inline Code insertAlias(ZelKeymasterOperation& object, std::string alias,
-                        std::string creator = "creator") {
-    SODOperationParam p;
-    return object.SodInsert(p.setAlias(alias).setCreator(creator));
-}
-
-inline Code removeAlias(ZelKeymasterOperation& object, std::string alias) {
-    SODOperationParam p;
-    return object.SodDelete(p.addAliasInWhere(alias));
 }
 
 // What readAliases() returns about a store that is refused.
@@ -45,14 +33,19 @@ inline const std::string kNotVerified = refusal(ZELKM_VERIFICATION_FAILED);
 
 // The aliases in the store, each followed by a blank.
 inline std::string readAliases(ZelKeymasterOperation& object) {
-    SODOperationParam p;
     std::vector<std::string> rows;
-    const int status = object.SodRetreiveOther(p.addAliasToOutput(), rows);
+    const int status = readAliases(object, &rows);
     std::string text;
     for (const std::string& row : rows) {
         text += row + " ";
     }
     return status == 0 ? text : refusal(status);
+}
+
+inline void forgetTable() {
+    ZelKeymasterOperation object(nullptr, true);
+    ObjectPeer(object).forgetTable();
+    clearLog();
 }
 
 using Files = std::map<std::string, Bytes>;  // by name
@@ -74,20 +67,10 @@ class StoreFixture : public InTempDir {
         return result;
     }
 
-    // The files that the library replaces, their backups and temporary files.
-    static std::vector<std::string> allNames() {
-        std::vector<std::string> names;
-        for (const std::string name : zelkm::kReplacedFiles) {
-            names.insert(names.end(),
-                         {name, name + zelkm::kBackupSuffix, name + zelkm::kTemporarySuffix});
-        }
-        return names;
-    }
-
-    // Those of them that are there.
+    // The files that the library replaces, with their backups and temporary files.
     static Files files() {
         Files found;
-        for (const std::string& name : allNames()) {
+        for (const std::string& name : replacedNames()) {
             if (const auto content = readFile(name)) {
                 found[name] = *content;
             }
@@ -96,7 +79,7 @@ class StoreFixture : public InTempDir {
     }
 
     static void put(const Files& files) {
-        for (const std::string& name : allNames()) {
+        for (const std::string& name : replacedNames()) {
             std::filesystem::remove(name);
         }
         for (const auto& [name, content] : files) {
@@ -110,16 +93,9 @@ class StoreFixture : public InTempDir {
         reopen();
     }
 
-    // Puts the object in the state of a new one: the image is loaded, key and table are not. (A
-    // really new one would write each line of the error file once more.)
+    // Goes on as a new process would.
     void reopen() {
-        ObjectPeer peer(*object_);
-        peer.setImage({});
-        peer.load();
-        peer.setKeyBlob({});
-        keymaster_blob_t out = {};
-        EXPECT_EQ(ZELKM_INVALID_ARGUMENT,
-                  object_->queryInternal(nullptr, nullptr, nullptr, nullptr, nullptr, &out));
+        ObjectPeer(*object_).restart();
         clearLog();
     }
 
