@@ -3,13 +3,13 @@
 
 #include "root_key.h"
 
+#include <fcntl.h>
 #include <openssl/sha.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #ifdef OPENSSL_IS_BORINGSSL
 #include <openssl/hkdf.h>
@@ -29,15 +29,16 @@ void requireFile(bool condition) {
 
 // Nothing when the file does not exist.
 std::optional<Bytes> readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file.is_open() && errno == ENOENT) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0 && errno == ENOENT) {
         return std::nullopt;
     }
+    requireFile(file >= 0);
     Bytes content(kMaxFileSize + 1);
-    file.read(reinterpret_cast<char*>(content.data()),
-              static_cast<std::streamsize>(content.size()));
-    requireFile(file.eof() && !file.bad());  // else it cannot be read, or is too large
-    content.resize(static_cast<size_t>(file.gcount()));
+    const ssize_t len = read(file, content.data(), content.size());
+    close(file);
+    requireFile(len >= 0 && len <= static_cast<ssize_t>(kMaxFileSize));
+    content.resize(static_cast<size_t>(len));
     return content;
 }
 
