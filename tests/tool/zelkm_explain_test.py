@@ -13,6 +13,8 @@ import re
 import subprocess
 import unittest
 
+from store_directory import SANITIZED
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 OBJECT, ENGINE = "zelkeymaster_operation.cpp", "velt_secure_db.cpp"  # the sources that log
 
@@ -63,13 +65,14 @@ class Messages(unittest.TestCase):
                           values[conversion[1]], message)
             log += f"[{levels[level]}] ({name}:1) {text}\n"
             expected.append((level, text))
-            for asked in {text, message} - {values["s"]}:  # any text
+            for asked in set() if SANITIZED else {text, message} - {values["s"]}:  # any text
                 formats = [(found["source"], found["format"]) for found in explain(asked)]
                 self.assertIn((name, message), formats, asked)
         found = explain("-", log=log.encode())
         self.assertEqual([(event["level"], event["text"]) for event in found["events"]], expected)
         self.assertEqual((found["unknown"], found["others"]), (0, 0))
 
+    @unittest.skipIf(SANITIZED, "a start for each code")
     def test_codes_are_the_ones_of_the_headers(self):
         named = 0
         for path, scope, prefix in (
