@@ -795,10 +795,12 @@ TEST(KeymasterCheckReport, NamesCodesTagsAndCalls) {
 TEST(KeymasterCheckReport, HasTheRequirementsOfItsPage) {
     std::string rows = "| --- | --- | --- |\n";
     for (const Requirement& requirement : allRequirements()) {
-        rows += std::string("| `") + requirement.id + "` | " + requirement.what + " | " +
-                requirement.consequence + " |\n";
+        rows += std::string("| `") + requirement.id + "` | " + requirement.consequence + " |\n";
     }
-    const std::string page = test::text(std::filesystem::path(ZELKM_DOCS_DIR "/keymaster.md"));
+    // What must hold stands on the page alone.
+    static const std::regex what_must_hold(R"((\| `[a-z.-]+` )\| [^|\n]+ (?=\|))");
+    const std::string page = std::regex_replace(
+        test::text(std::filesystem::path(ZELKM_DOCS_DIR "/keymaster.md")), what_must_hold, "$1");
     EXPECT_NE(std::string::npos, page.find(rows + "\n")) << rows;
 }
 

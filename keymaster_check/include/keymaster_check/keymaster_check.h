@@ -57,10 +57,10 @@ struct Options {
     std::function<std::chrono::steady_clock::time_point()> clock = std::chrono::steady_clock::now;
 };
 
-// Something that the library needs of a keymaster. All strings are static.
+// Something that the library needs of a keymaster: docs/keymaster.md has the words. All strings are
+// static.
 struct Requirement {
     const char* id;
-    const char* what;
     const char* consequence;  // what the library's users get when it is broken
 };
 
