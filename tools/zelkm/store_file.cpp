@@ -4,6 +4,7 @@
 #include "store_file.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -20,7 +21,9 @@ std::string takeValue(zelkm::PayloadReader* reader) {
         throw std::bad_alloc();
     }
     const zelkm::MallocBuffer owned(value.data);
-    return {value.data, value.data + value.len};
+    std::string text;
+    std::copy_n(value.data, value.len, std::back_inserter(text));
+    return text;
 }
 
 }  // namespace
