@@ -76,6 +76,7 @@ TEST_F(SoftKeymasterAnswers, ToGenerateKey) {
         {"MAC 100", Error::UNSUPPORTED_MIN_MAC_LENGTH, generateMac(100)},
         {"MAC 136", Error::UNSUPPORTED_MIN_MAC_LENGTH, generateMac(136)},
         {"root of trust", Error::INVALID_TAG, generateAes({param(Tag::ROOT_OF_TRUST, Bytes{1})})},
+        {"EC 224", Error::OK, generateEc({param(Tag::KEY_SIZE, 224)})},
         {"EC 256", Error::OK, generateEc({param(Tag::KEY_SIZE, 256)})},
         {"EC 384", Error::OK, generateEc({param(Tag::KEY_SIZE, 384)})},
         {"EC 255", Error::UNSUPPORTED_KEY_SIZE, generateEc({param(Tag::KEY_SIZE, 255)})},
@@ -151,9 +152,9 @@ TEST_F(SoftKeymasterAnswers, ToBegin) {
     const KeyParameter first = param(Tag::ASSOCIATED_DATA, bytes("first"));
     const KeyParameter other = param(Tag::ASSOCIATED_DATA, bytes("other"));
     const uint64_t sealing = begun_with_nonce.handle;
-    Bytes sealed = update(km_, sealing, {first, other}, bytes("text")).output;
-    const Bytes tag = finish(km_, sealing).output;
-    sealed.insert(sealed.end(), tag.begin(), tag.end());
+    Bytes sealed = update(km_, sealing, {first, other}, bytes("te")).output;
+    const Bytes rest = finish(km_, sealing, bytes("xt")).output;
+    sealed.insert(sealed.end(), rest.begin(), rest.end());
     const uint64_t opening = test::begin(km_, kDecrypt, any_nonce, with_nonce).handle;
     EXPECT_EQ(bytes("text"), update(km_, opening, {first}, sealed).output);
     EXPECT_EQ(Error::OK, finish(km_, opening).error);
@@ -224,6 +225,9 @@ TEST_F(SoftKeymasterAnswers, ToAnotherClientThanTheKeys) {
         {"none, upgrade", Error::INVALID_KEY_BLOB, upgrade(km, bound).error},
         {"none, attest", Error::INVALID_KEY_BLOB, attest(km, bound, {}).error},
     });
+    km.alterCalls([](CallRecord& call) { call.key_blob = {}; });
+    km.reset();
+    EXPECT_EQ(Error::OK, check(km, key_));
     km.planEach(Call::kBegin, Fault::nonceSize(13));
     EXPECT_EQ(13u, test::begin(km, kEncrypt, key_, kGcm).params.at(0).blob.size());
 }
